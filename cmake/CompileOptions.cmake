@@ -1,0 +1,30 @@
+# Language level, warnings, visibility and sanitizers, shared by every target through qln_options.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_C_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_BUILD_WITH_INSTALL_RPATH OFF)
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo)
+endif()
+
+add_library(qln_options INTERFACE)
+target_compile_options(qln_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+  -fvisibility=hidden $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden>
+  -ffp-contract=off)
+if(QLN_WERROR)
+  target_compile_options(qln_options INTERFACE -Werror)
+endif()
+if(QLN_SANITIZE)
+  # Applied to all targets, so that everything in the process is instrumented alike.
+  add_compile_options(-fsanitize=${QLN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${QLN_SANITIZE})
+endif()
+if(QLN_LIBFUZZER)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

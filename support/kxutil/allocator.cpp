@@ -1,0 +1,54 @@
+// KXAlloc and its companions over the C library's heap, with a table of live blocks and their sizes.
+
+#include <cstdlib>
+#include <mutex>
+#include <new>
+#include <unordered_map>
+
+#include "kxutil/kxutil.h"
+
+namespace {
+
+struct BlockTable {
+  std::mutex mutex;
+  std::unordered_map<const void*, size_t> sizes;
+};
+
+// Made on first use and never destroyed: blocks may be freed while the process ends.
+BlockTable& Blocks() {
+  static BlockTable* const table = new BlockTable;
+  return *table;
+}
+
+}  // namespace
+
+void* KXAlloc(size_t size) {
+  void* const block = std::malloc(size != 0 ? size : 1);
+  if (block == nullptr) return nullptr;
+  try {
+    BlockTable& table = Blocks();
+    const std::lock_guard<std::mutex> lock(table.mutex);
+    table.sizes.emplace(block, size);
+  } catch (const std::bad_alloc&) {
+    std::free(block);
+    return nullptr;
+  }
+  return block;
+}
+
+void KXFree(void* block) {
+  if (block == nullptr) return;
+  {
+    BlockTable& table = Blocks();
+    const std::lock_guard<std::mutex> lock(table.mutex);
+    table.sizes.erase(block);
+  }
+  std::free(block);
+}
+
+size_t KXAllocSize(const void* block) {
+  BlockTable& table = Blocks();
+  const std::lock_guard<std::mutex> lock(table.mutex);
+  const auto found = table.sizes.find(block);
+  return found != table.sizes.end() ? found->second : 0;
+}

@@ -1,0 +1,240 @@
+/// @file kxutil.h
+/// The utility layer under qlnutil: memory, files, the configuration store, diagnostics, fourcc classes and
+/// text encoders, as plain C functions.
+///
+/// libqlnutil imports every operation here by its plain name through the dynamic linker and never absorbs it.
+/// A host may therefore bring its own: define the functions of a whole group (KXAlloc with KXFree; all file
+/// calls; all kxCFG calls; the diagnostics) with these signatures in the executable, and they are called in
+/// place of ours, also from inside libkxutil. The declarations carry default visibility, so this holds for a
+/// host that is itself built with hidden visibility.
+///
+/// Threads: every function may be called from several threads at once; a file handle or a named store belongs
+/// to one thread at a time, the default store to all of them.
+#ifndef KXUTIL_KXUTIL_H
+#define KXUTIL_KXUTIL_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#define KX_API __attribute__((visibility("default")))
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Memory ------------------------------------------------------------------------------------------- */
+
+/// Allocates @p size bytes (0 counts as 1), aligned for any type. The contents are not set.
+/// @return the block, owned by the caller and released with KXFree only; null when there is no memory.
+KX_API void* KXAlloc(size_t size);
+
+/// Frees a block of KXAlloc. Null is allowed and does nothing.
+KX_API void KXFree(void* block);
+
+/// Tells how many bytes a block of KXAlloc was asked for.
+/// The answer comes from the allocator's own table; memory in front of the block is never read.
+/// @return the size in bytes, or 0 for null and for a pointer that is no live block of KXAlloc.
+KX_API size_t KXAllocSize(const void* block);
+
+/// Copies @p count bytes between blocks that do not overlap. A count of 0 touches nothing.
+KX_API void CopyMemoryFast(void* destination, const void* source, uint32_t count);
+
+/// Fills @p count bytes with zero. A count of 0 touches nothing.
+KX_API void ZeroMemoryFast(void* destination, uint32_t count);
+
+/// The same as CopyMemoryFast; both names are in use.
+KX_API void kxOSCopyMemory(void* destination, const void* source, uint32_t count);
+
+/// The same as ZeroMemoryFast; both names are in use.
+KX_API void kxOSZeroMemory(void* destination, uint32_t count);
+
+/* ---- Files -------------------------------------------------------------------------------------------- */
+
+/// A file handle: pointer-sized, the descriptor plus 1. 0 is no handle.
+typedef intptr_t KXFileHandle;
+
+#define KX_INVALID_FILE_HANDLE ((KXFileHandle)-1)
+
+#define KX_ACCESS_READ 0x80000000u
+#define KX_ACCESS_WRITE 0x40000000u
+#define KX_SHARE_READ 1u
+#define KX_CREATE_NEW 1u
+#define KX_OPEN_EXISTING 3u
+
+/* The platform error codes that callers meet; all others are errno as it stands. */
+#define KX_ERROR_INVALID_PARAMETER 22u
+#define KX_ERROR_INVALID_HANDLE 9u
+
+/// Opens a file in one of two forms: (KX_ACCESS_READ, KX_SHARE_READ, KX_OPEN_EXISTING) reads a file that
+/// exists; (KX_ACCESS_WRITE, KX_SHARE_READ, KX_CREATE_NEW) makes a new one and fails if the name is taken.
+/// @param path NUL-terminated path. @param security, flags, file_template 0.
+/// @return a handle for kxOSCloseFile, or KX_INVALID_FILE_HANDLE; the last error then says why. Any other
+/// combination of values is refused with KX_ERROR_INVALID_PARAMETER.
+KX_API KXFileHandle kxOSCreateFile(const char* path, uint32_t access, uint32_t share, void* security,
+                                   uint32_t disposition, uint32_t flags, void* file_template);
+
+/// Closes a handle. @return non-zero on success.
+KX_API int32_t kxOSCloseFile(KXFileHandle handle);
+
+/// Reads up to @p count bytes at the file position, going on until the count, the end of the file or an
+/// error. Interrupted calls are resumed.
+/// @param[out] bytes_read bytes put into @p buffer, also on an error; may be null. @param overlapped 0.
+/// @return non-zero on success; a read that the end of the file cuts short is a success and leaves the last
+/// error 0.
+KX_API int32_t kxOSReadFile(KXFileHandle handle, void* buffer, uint32_t count, uint32_t* bytes_read,
+                            void* overlapped);
+
+/// Writes @p count bytes at the file position, going on until the count or an error. Interrupted calls are
+/// resumed. @param[out] bytes_written bytes that went out, also on an error; may be null.
+/// @return non-zero on success.
+KX_API int32_t kxOSWriteFile(KXFileHandle handle, const void* buffer, uint32_t count, uint32_t* bytes_written,
+                             void* overlapped);
+
+/// Moves the file position to the absolute byte @p offset. @return the position reached; all ones on failure.
+KX_API uint64_t kxOSSeek(KXFileHandle handle, uint64_t offset);
+
+/// @return the low 32 bits of the file's size in bytes; 0xFFFFFFFF on failure. @param high 0 or null.
+KX_API uint32_t kxOSGetFileSize(KXFileHandle handle, void* high);
+
+/// Stores the file's size in bytes. @return non-zero on success; on failure @p size stays as it was.
+KX_API int32_t kxOSGetFileSizeEx(KXFileHandle handle, uint64_t* size);
+
+/// @return non-zero if something of that name exists; 0 for null and for the empty path.
+KX_API int32_t kxOSFileExists(const char* path);
+
+/// @return the error code of the calling thread's last file operation (errno values), 0 after a success.
+KX_API uint32_t kxOSGetLastError(void);
+
+/// @return milliseconds of a monotonic clock, wrapping at 32 bits.
+KX_API uint32_t kxOSGetMs(void);
+
+#define KX_DRIVE_SIZE 3
+#define KX_DIRECTORY_SIZE 256
+#define KX_NAME_SIZE 256
+#define KX_EXTENSION_SIZE 256
+#define KX_PATH_SIZE 260
+
+/// Splits a path at its drive letter, last separator and last dot. Both '/' and '\' separate, whatever the
+/// system, since projects travel. The directory keeps its last separator and the extension its dot, so that
+/// kxOSMakePath is the reverse.
+/// @param[out] drive, directory, name, extension text buffers of 3, 256, 256 and 256 bytes; any may be null.
+/// A piece that does not fit is cut to what fits, with its terminator.
+KX_API void kxOSSplitPath(const char* path, char* drive, char* directory, char* name, char* extension);
+
+/// Puts a path together again. @param[out] path buffer of 260 bytes; a longer path is cut to 259 characters.
+/// @param drive, directory, name, extension pieces as kxOSSplitPath gives them; any may be null or empty. A
+/// missing separator behind the directory and a missing dot in front of the extension are supplied.
+KX_API void kxOSMakePath(char* path, const char* drive, const char* directory, const char* name,
+                         const char* extension);
+
+/// Gives up the processor for at least @p milliseconds.
+KX_API void Sleep(uint32_t milliseconds);
+
+/// (number x numerator) / denominator in 64 bits, rounded to the nearest, halves away from zero.
+/// @return the result, or -1 where it does not fit into 32 bits or the denominator is 0.
+KX_API int32_t MulDiv(int32_t number, int32_t numerator, int32_t denominator);
+
+/* ---- Configuration store ------------------------------------------------------------------------------ */
+
+/// A store handle, pointer-sized. 0 is failure.
+typedef intptr_t KXConfigHandle;
+
+/// The process-wide default store; never opened or closed.
+#define KX_DEFAULT_STORE ((KXConfigHandle)-1)
+
+/// Opens the store that stands in a file such as "UserMetadata.xml". A missing file opens as an empty store.
+/// @param reserved 0. @return a handle for kxCFGClose; 0 for a file that is no such store (with a message;
+/// the file is never overwritten) and for a null or empty name.
+KX_API KXConfigHandle kxCFGOpen(const char* name, uint32_t reserved);
+
+/// Closes a store. With @p save 1 its changed keys are applied to the file; with 0 they are dropped.
+/// @return 0 on success (or when nothing had to be written), non-zero when the file could not be written.
+KX_API int32_t kxCFGClose(KXConfigHandle handle, uint32_t save);
+
+/// Reads (mode 0) or writes (mode 1) a 32-bit number.
+/// @param section path with backslashes, as "Tarnwick\Advanced". @param key any text.
+/// @param value in or out; null with mode 0 only tests for the key.
+/// @return 0 on success, non-zero if the key is absent or is no number; @p value is then left alone.
+KX_API int32_t kxCFGValueDword(KXConfigHandle handle, const char* section, const char* key, uint32_t* value,
+                               uint32_t mode);
+
+/// Reads (mode 0) or writes (mode 1) a text of any bytes.
+/// Mode 0 with a null @p buffer stores the size needed, terminator included, in @p size: 0 for an absent key
+/// and for an empty text. Mode 0 with a buffer of *size bytes fills it, terminator included, and stores the
+/// size; a buffer too small fails, is left alone, and the size is told. Mode 1 writes the text up to its
+/// terminator, or up to *size bytes if that comes first (a null @p size: to the terminator).
+/// @return 0 on success.
+KX_API int32_t kxCFGValueString(KXConfigHandle handle, const char* section, const char* key, char* buffer,
+                                uint32_t* size, uint32_t mode);
+
+/// Removes a key. @return 0 when it is gone, also when it was not there.
+KX_API int32_t kxCFGDeleteValue(KXConfigHandle handle, const char* section, const char* key);
+
+/// Sets the place of the default store's database for this process; null goes back to the user's own.
+/// To be called before the default store is used by other threads.
+KX_API void kxCFGSetDefaultStore(const char* path);
+
+/* ---- Diagnostics -------------------------------------------------------------------------------------- */
+
+#define KX_SEVERITY_ERROR 0x00000001u   /**< what ErrOut reports */
+#define KX_SEVERITY_DEBUG 0x00000002u   /**< what OutputDebugStringA sends; the default sink drops it */
+#define KX_SEVERITY_WARNING 0x80000000u /**< the flags word of the text writers' warnings */
+
+/// Receives one diagnostic. @param severity one of the above, or the flags word of ErrFmtOut.
+/// @param text the finished text, NUL-terminated, valid during the call only.
+typedef void (*KXDiagnosticSink)(uint32_t severity, const char* text, void* context);
+
+/// Sends all further diagnostics of the process to @p sink; null goes back to the default, which writes a
+/// line to standard error. Calls of the sink do not overlap. The sink must not emit diagnostics itself.
+KX_API void kxSetDiagnosticSink(KXDiagnosticSink sink, void* context);
+
+/// Emits a diagnostic line made from a printf format. Never fails.
+KX_API void ErrOut(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// The same with a severity word. @param reserved1, reserved2 0.
+KX_API void ErrFmtOut(uint32_t flags, uint32_t reserved1, uint32_t reserved2, const char* format, ...)
+    __attribute__((format(printf, 4, 5)));
+
+/// Sends a debug text to the same sink under KX_SEVERITY_DEBUG.
+KX_API void OutputDebugStringA(const char* text);
+
+/* ---- Fourcc classes ----------------------------------------------------------------------------------- */
+
+/// Each tells whether a codec's fourcc belongs to a class: non-zero if so. Both byte orders are accepted.
+/// @{
+KX_API int32_t fccIsDv25(uint32_t fourcc);
+KX_API int32_t fccIsDv50(uint32_t fourcc);
+KX_API int32_t fccIsDv100(uint32_t fourcc);
+KX_API int32_t fccIsJpeg(uint32_t fourcc);
+KX_API int32_t fccIsAvidJpeg(uint32_t fourcc);
+KX_API int32_t fccIsAvidJfif(uint32_t fourcc);
+KX_API int32_t fccIsXAVC(uint32_t fourcc);
+KX_API int32_t fccIsAVCi(uint32_t fourcc);
+KX_API int32_t fccIsDolbyVision(uint32_t fourcc);
+KX_API int32_t fccIsHEVC(uint32_t fourcc);
+KX_API int32_t fccIsh264(uint32_t fourcc);
+KX_API int32_t fccIsHDCamSR(uint32_t fourcc);
+KX_API int32_t fccIsBayer(uint32_t fourcc);
+KX_API int32_t fccIsDPX(uint32_t fourcc);
+KX_API int32_t fccIsRawRGB(uint32_t fourcc);
+KX_API int32_t fccIsYCbCr10(uint32_t fourcc);
+KX_API int32_t fccIsYCbCr8(uint32_t fourcc);
+KX_API int32_t fccIs8BitD1YUV(uint32_t fourcc);
+/// @}
+
+/* ---- Text encoders ------------------------------------------------------------------------------------ */
+
+/// Encodes bytes as Base64 (RFC 4648) with a line feed behind each 72 characters and a terminator at the end.
+/// @param[in,out] size the room of @p output in bytes on entry, the text's length without terminator on
+/// return; n = length x 4 / 3 + 4 plus n / 72 + 17 is always enough.
+/// @return 0; non-zero where the room does not suffice or a pointer is null: nothing is written then.
+KX_API int32_t base64_encode(const void* source, uint32_t length, uint32_t* size, char* output);
+
+/* jsmn_init and jsmn_parse are exported by libkxutil as the installed <jsmn.h> declares them (include it with
+   JSMN_HEADER defined). */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,9 @@
+/// @file qlnutil.h
+/// All of qlnutil in one include.
+#ifndef QLNUTIL_QLNUTIL_H
+#define QLNUTIL_QLNUTIL_H
+
+#include "qlnutil/qlnbits.h"
+#include "qlnutil/qlnframe.h"
+
+#endif

@@ -1,0 +1,113 @@
+// Runs encoders and readers, and parses what the readers print.
+
+#include "support/media.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <regex>
+#include <sstream>
+
+namespace qln::test {
+
+namespace fs = std::filesystem;
+
+CommandResult Run(const std::string& command, int secondsLimit) {
+  // The command goes through a file, so that its quotes need no second layer.
+  std::string quoted = "'";
+  for (const char c : command) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  quoted += "'";
+  const std::string line =
+      "timeout " + std::to_string(secondsLimit) + " sh -c " + quoted + " 2>&1 </dev/null";
+  FILE* const pipe = popen(line.c_str(), "r");
+  if (pipe == nullptr) return {127, "cannot start a shell"};
+  CommandResult result{0, {}};
+  std::array<char, 65536> buffer;
+  for (size_t n; (n = std::fread(buffer.data(), 1, buffer.size(), pipe)) != 0;)
+    result.output.append(buffer.data(), n);
+  const int status = pclose(pipe);
+  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128;
+  return result;
+}
+
+std::string MediaPath(const std::string& name) {
+  fs::create_directories(QLN_MEDIA_DIR);
+  return std::string(QLN_MEDIA_DIR) + "/" + name;
+}
+
+std::string MediaFile(const std::string& name, const std::string& command, int secondsLimit) {
+  const std::string path = MediaPath(name);
+  const std::string recipe = path + ".recipe";
+  const Bytes made = ReadFile(recipe);
+  if (fs::exists(path) && std::string(made.begin(), made.end()) == command) return path;
+
+  // Written beside and renamed, so that two test programs may make the same file at once.
+  const fs::path beside = MediaPath("new-" + std::to_string(getpid()) + "-" + name);
+  std::string filled = command;
+  for (size_t at; (at = filled.find("{out}")) != std::string::npos;) filled.replace(at, 5, beside.string());
+  const CommandResult result = Run(filled, secondsLimit);
+  if (result.exitCode != 0 || !fs::exists(beside)) {
+    ADD_FAILURE() << "cannot make " << name << ": " << filled << "\n" << result.output;
+    return path;
+  }
+  fs::rename(beside, path);
+  WriteFile(recipe, Bytes(command.begin(), command.end()));
+  return path;
+}
+
+int64_t TracedUnit::value(const std::string& elementName, int64_t missing) const {
+  for (const TracedElement& element : elements) {
+    if (element.name == elementName) return element.value;
+  }
+  return missing;
+}
+
+bool TracedUnit::has(const std::string& elementName) const {
+  for (const TracedElement& element : elements) {
+    if (element.name == elementName) return true;
+  }
+  return false;
+}
+
+std::vector<TracedUnit> TraceHeaders(const std::string& file, const std::string& inputOptions) {
+  const CommandResult result =
+      Run("ffmpeg -hide_banner -v trace -nostdin " + inputOptions + " -i '" + file +
+          "' -map 0:v:0 -c copy -bsf:v trace_headers -f null - 2>&1 | grep '^\\[trace_headers'");
+  // "[trace_headers @ 0x...] 8           profile_idc                    01100100 = 100"
+  static const std::regex kElement(R"(^\[trace_headers[^\]]*\] (\d+)\s+(\S+)\s+([01]+) = (-?\d+)$)");
+  static const std::regex kHeading(R"(^\[trace_headers[^\]]*\] ([A-Za-z].*)$)");
+  std::vector<TracedUnit> units;
+  std::istringstream lines(result.output);
+  for (std::string line; std::getline(lines, line);) {
+    std::smatch match;
+    if (std::regex_match(line, match, kElement)) {
+      if (units.empty()) units.push_back({});
+      units.back().elements.push_back({std::stoi(match[1]), match[2], std::stoll(match[4])});
+    } else if (std::regex_match(line, match, kHeading)) {
+      units.push_back({match[1], {}});
+    }
+  }
+  return units;
+}
+
+std::vector<Bytes> SplitByteStream(const Bytes& stream) {
+  std::vector<size_t> starts;
+  for (size_t i = 0; i + 3 <= stream.size(); ++i) {
+    if (stream[i] == 0 && stream[i + 1] == 0 && stream[i + 2] == 1) starts.push_back(i + 3);
+  }
+  std::vector<Bytes> units;
+  for (size_t n = 0; n < starts.size(); ++n) {
+    size_t end = n + 1 < starts.size() ? starts[n + 1] - 3 : stream.size();
+    while (end > starts[n] && stream[end - 1] == 0) --end;
+    units.emplace_back(stream.begin() + static_cast<std::ptrdiff_t>(starts[n]),
+                       stream.begin() + static_cast<std::ptrdiff_t>(end));
+  }
+  return units;
+}
+
+}  // namespace qln::test
