@@ -1,5 +1,6 @@
 // A plain main for fuzz targets: runs each file of the folders given once, and truncated at a few lengths.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>

@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs the whole test suite. Arguments go on to ctest (for example -R h264).
+# QLN_PRESET chooses another CMake preset than release.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+preset=${QLN_PRESET:-release}
+scripts/setup.sh
+mkdir -p build
+if ! cmake --preset "$preset" >build/configure.log 2>&1; then
+  cat build/configure.log >&2
+  exit 1
+fi
+cmake --build "build/$preset" --parallel "$(nproc)"
+ctest --test-dir "build/$preset" --output-on-failure --parallel "$(nproc)" "$@"

@@ -1,0 +1,407 @@
+// The exported bit functions: worked values, and random programs against the bit-by-bit model.
+
+#include <gtest/gtest.h>
+
+#include "bits/bit_model.h"
+#include "qlnutil/bits/bit_reader.h"
+#include "qlnutil/bits/bit_writer.h"
+#include "qlnutil/qlnbits.h"
+#include "support/test_support.h"
+
+namespace qln {
+namespace {
+
+using test::BitModel;
+using test::BitWriteModel;
+using test::Bytes;
+using test::ExactCopy;
+using test::Hex;
+using test::Random;
+
+// A state over a copy that has exactly the one byte more that the functions may read.
+struct State {
+  ExactCopy copy;
+  QLNBitState state;
+
+  State(const Bytes& bytes, uint32_t bitLength, uint32_t bitPos = 0)
+      : copy(Prefix(bytes, bitLength)),
+        state{copy.data(), static_cast<int32_t>(bytes.size()), bitLength, bitPos} {}
+
+  static Bytes Prefix(Bytes bytes, uint32_t bitLength) {
+    bytes.resize(bitLength / 8 + 1);
+    return bytes;
+  }
+};
+
+TEST(ReadBit, TakesARealBitAtTheLimitAndAllOnesBehindIt) {
+  State zeros(Hex("F0 00"), 8);
+  zeros.state.bitPos = 8;
+  EXPECT_EQ(ReadBit(&zeros.state), 0u);
+  EXPECT_EQ(zeros.state.bitPos, 9u);
+  EXPECT_EQ(ReadBit(&zeros.state), 0xFFFFFFFFu);
+  EXPECT_EQ(zeros.state.bitPos, 10u);
+  State ones(Hex("00 80"), 8, 8);
+  EXPECT_EQ(ReadBit(&ones.state), 1u);
+}
+
+TEST(ReadBits, CountBelowOneMovesNothing) {
+  State s(Hex("FF"), 8, 3);
+  EXPECT_EQ(ReadBits(&s.state, 0), 0u);
+  EXPECT_EQ(ReadBits(&s.state, -3), 0u);
+  EXPECT_EQ(ReadBits64(&s.state, 0), 0u);
+  EXPECT_EQ(ReadBits64(&s.state, -1), 0u);
+  EXPECT_EQ(s.state.bitPos, 3u);
+}
+
+TEST(ReadBits, RunningPastTheLimitIsAllOnes) {
+  State s(Hex("00"), 4);
+  EXPECT_EQ(ReadBits(&s.state, 8), 0xFFFFFFFFu);
+  EXPECT_EQ(s.state.bitPos, 8u);
+}
+
+TEST(ReadBits64, KeepsTheRealBitsInFrontOfTheOverRead) {
+  // Five real bits (positions 0 to 4), then two with 2, 1 and 0 bits to come: the low 34 bits are set.
+  State zeros(Hex("00"), 4);
+  EXPECT_EQ(ReadBits64(&zeros.state, 8), 0x3FFFFFFFFu);
+  State ones(Hex("F8"), 4);
+  EXPECT_EQ(ReadBits64(&ones.state, 8), 0x3FFFFFFFFu | 0xF8u);
+  EXPECT_EQ(ones.state.bitPos, 8u);
+  State behind(Hex("00"), 4, 5);
+  EXPECT_EQ(ReadBits64(&behind.state, 40), 0xFFFFFFFFFFFFFFFFu);
+  behind.state.bitPos = 5;
+  EXPECT_EQ(ReadBits64(&behind.state, 10), (uint64_t{1} << 41) - 1);
+}
+
+TEST(ReadCodedNumber, SumsGroupsForAsLongAsTheyAre255) {
+  State five(Hex("05"), 8);
+  EXPECT_EQ(ReadCodedNumber(&five.state), 5u);
+  State two(Hex("FF 05"), 16);
+  EXPECT_EQ(ReadCodedNumber(&two.state), 260u);
+  EXPECT_EQ(two.state.bitPos, 16u);
+  State three(Hex("FF FF 10"), 24);
+  EXPECT_EQ(ReadCodedNumber(&three.state), 526u);
+  // The second group runs past the limit: one less than the sum so far.
+  State cut(Hex("FF 00"), 8);
+  EXPECT_EQ(ReadCodedNumber(&cut.state), 254u);
+  State behind(Hex("FF"), 4, 5);
+  EXPECT_EQ(ReadCodedNumber(&behind.state), 0xFFFFFFFFu);
+}
+
+TEST(ExpGolomb, WorkedCodes) {
+  const struct {
+    const char* bits;
+    uint32_t ue;
+    int32_t se;
+  } kCodes[] = {{"1", 0, 0}, {"010", 1, 1}, {"011", 2, -1}, {"00100", 3, 2}, {"00101", 4, -2}};
+  for (const auto& code : kCodes) {
+    const test::BitBuilder builder = test::BitBuilder().raw(code.bits);
+    const uint32_t length = static_cast<uint32_t>(builder.bits());
+    State unsignedState(builder.bytes(), length);
+    EXPECT_EQ(ReadExponentialGolombCode(&unsignedState.state), code.ue) << code.bits;
+    EXPECT_EQ(unsignedState.state.bitPos, length);
+    State signedState(builder.bytes(), length);
+    EXPECT_EQ(ReadExponentialGolombCodeSigned(&signedState.state), code.se) << code.bits;
+  }
+}
+
+TEST(ExpGolomb, ZerosToTheEndYieldALargeValue) {
+  State s(Hex("00 00 FF FF FF"), 16);
+  // The count stops at 15; of the 15 bits behind, one is real.
+  EXPECT_EQ(ReadExponentialGolombCode(&s.state), 0x7FFEu);
+  EXPECT_EQ(s.state.bitPos, 31u);
+}
+
+TEST(ExpGolomb, BeginningPastTheLimitGivesZeroAndMovesByOne) {
+  State s(Hex("FF"), 4, 5);
+  EXPECT_EQ(ReadExponentialGolombCode(&s.state), 0u);
+  EXPECT_EQ(s.state.bitPos, 6u);
+  EXPECT_EQ(ReadExponentialGolombCodeSigned(&s.state), 0);
+  EXPECT_EQ(s.state.bitPos, 7u);
+}
+
+TEST(ExpGolomb, MoreThan32ZerosWrap) {
+  // 33 zeros, a 1, 33 bits: the value is their fold into 32 bits, minus 1, plus 1 << 1.
+  for (const uint64_t suffix : {uint64_t{0}, uint64_t{1}, uint64_t{0x1FFFFFFFF}, uint64_t{0x100000005}}) {
+    test::BitBuilder builder;
+    builder.u(33, 0).u(1, 1).u(33, suffix).u(20, 0);
+    State s(builder.bytes(), static_cast<uint32_t>(builder.bits()));
+    const uint32_t folded = static_cast<uint32_t>(suffix) | static_cast<uint32_t>(suffix >> 32);
+    EXPECT_EQ(ReadExponentialGolombCode(&s.state), folded - 1u + 2u);
+    EXPECT_EQ(s.state.bitPos, 67u);
+  }
+}
+
+TEST(ExpGolomb, SignedOfTheLargestOddCodeWraps) {
+  // Code 0x7FFFFFFF: (k + 1) / 2 in 32 bits is -2^31 / 2.
+  test::BitBuilder builder;
+  builder.u(31, 0).u(1, 1).u(31, 0).u(8, 0);
+  State s(builder.bytes(), static_cast<uint32_t>(builder.bits()));
+  EXPECT_EQ(ReadExponentialGolombCodeSigned(&s.state), -0x40000000);
+}
+
+TEST(SkipBits, AddsWithoutATest) {
+  State s(Hex("00"), 8);
+  SkipBits(&s.state, 1000);
+  EXPECT_EQ(s.state.bitPos, 1000u);
+}
+
+TEST(Reading, EqualsTheModelOnRandomStates) {
+  Random random(3);
+  for (int round = 0; round < 200000; ++round) {
+    const uint32_t bitLength = static_cast<uint32_t>(random.below(300));
+    Bytes bytes = random.below(2) != 0 ? random.bytes(40) : random.zeroRichBytes(40);
+    if (random.below(4) == 0)
+      std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(random.below(10)), bytes.end(), uint8_t{0});
+    const uint32_t start = static_cast<uint32_t>(random.below(random.below(8) == 0 ? 400 : bitLength + 2));
+    State s(bytes, bitLength, start);
+    BitModel model{s.copy.bytes(), bitLength, start};
+    for (int step = 0; step < 4; ++step) {
+      const int32_t count = static_cast<int32_t>(random.below(random.below(4) == 0 ? 150 : 35)) - 2;
+      switch (random.below(6)) {
+        case 0:
+          ASSERT_EQ(ReadBit(&s.state), model.ReadBit());
+          break;
+        case 1:
+          ASSERT_EQ(ReadBits(&s.state, count), model.ReadBits(count))
+              << count << " at " << start << "/" << bitLength;
+          break;
+        case 2:
+          ASSERT_EQ(ReadBits64(&s.state, count), model.ReadBits64(count)) << count;
+          break;
+        case 3:
+          ASSERT_EQ(ReadExponentialGolombCode(&s.state), model.ReadUe());
+          break;
+        case 4:
+          ASSERT_EQ(ReadExponentialGolombCodeSigned(&s.state), model.ReadSe());
+          break;
+        default:
+          ASSERT_EQ(ReadCodedNumber(&s.state), model.ReadCodedNumber());
+          break;
+      }
+      ASSERT_EQ(s.state.bitPos, model.bitPos);
+    }
+  }
+}
+
+TEST(InnerReader, BytesBehindTheCopyAreZeroWhateverTheLimit) {
+  Random random(4);
+  for (int round = 0; round < 50000; ++round) {
+    const Bytes bytes = random.zeroRichBytes(random.below(12));
+    ExactCopy copy(bytes);
+    const uint32_t bitLength = static_cast<uint32_t>(random.below(300));
+    BitReader reader(copy.data(), copy.size(), bitLength);
+    BitModel model{bytes, bitLength, 0};
+    for (int step = 0; step < 6; ++step) {
+      const int32_t count = static_cast<int32_t>(random.below(80));
+      switch (random.below(4)) {
+        case 0:
+          ASSERT_EQ(reader.ReadUe(), model.ReadUe());
+          break;
+        case 1:
+          ASSERT_EQ(reader.ReadBits64(count), model.ReadBits64(count));
+          break;
+        case 2:
+          ASSERT_EQ(reader.ReadBits(count), model.ReadBits(count));
+          break;
+        default:
+          ASSERT_EQ(reader.ReadBit(), model.ReadBit());
+          break;
+      }
+      ASSERT_EQ(reader.bitPos, model.bitPos);
+    }
+  }
+}
+
+TEST(InnerReader, AHugeZeroRunIsPassedInOneStep) {
+  const Bytes bytes = Hex("00 00");
+  BitReader reader(bytes.data(), bytes.size(), 0xFFFFFFF0u);
+  // 2^32 - 17 zeros up to the last position in front of the limit; as a signed count they are below 1.
+  EXPECT_EQ(reader.ReadUe(), 0u - 1u + (1u << (0xFFFFFFEFu % 32)));
+  EXPECT_EQ(reader.bitPos, 0xFFFFFFF0u);
+}
+
+TEST(InnerReader, PeeksDoNotMoveAndReadOnesAtTheLimit) {
+  const Bytes bytes = Hex("A5 00");
+  BitReader reader(bytes.data(), bytes.size(), 8, 4);
+  EXPECT_EQ(reader.PeekBit(0), 0u);
+  EXPECT_EQ(reader.PeekBit(1), 1u);
+  EXPECT_EQ(reader.PeekBit(4), 1u);  // at the limit: 1, although the bit there is 0
+  EXPECT_EQ(reader.PeekBit(100), 1u);
+  EXPECT_EQ(reader.PeekBits(0), 0u);
+  EXPECT_EQ(reader.PeekBits(-1), 0u);
+  EXPECT_EQ(reader.PeekBits(6), 0b010111u);
+  EXPECT_EQ(reader.bitPos, 4u);
+  EXPECT_FALSE(reader.BitsAtEnd());
+  reader.SkipBits(4);
+  EXPECT_TRUE(reader.BitsAtEnd());
+}
+
+TEST(InnerReader, SkipToByteAlignPassesTheStopBit) {
+  const Bytes bytes = Hex("00 00 00");
+  BitReader reader(bytes.data(), bytes.size(), 24);
+  EXPECT_EQ(reader.SkipToByteAlign(), 8u);
+  EXPECT_EQ(reader.SkipToByteAlign(), 16u);
+  reader.bitPos = 7;
+  EXPECT_EQ(reader.SkipToByteAlign(), 8u);
+}
+
+TEST(WriteBits, LeavesTheBitsAroundAlone) {
+  Bytes bytes = Hex("FF FF FF");
+  QLNBitState state{bytes.data(), 3, 24, 3};
+  WriteBits(&state, 7, 0);
+  EXPECT_EQ(bytes, Hex("E0 3F FF"));
+  EXPECT_EQ(state.bitPos, 10u);
+  WriteBit(&state, 0xFE);  // only the low bit counts
+  EXPECT_EQ(bytes, Hex("E0 1F FF"));
+  WriteBits(&state, 0, 0xFFFFFFFF);
+  WriteBits(&state, -5, 0xFFFFFFFF);
+  EXPECT_EQ(state.bitPos, 11u);
+  WriteBits(&state, 1, 2);  // the low bit of 2 is 0
+  EXPECT_EQ(bytes, Hex("E0 0F FF"));
+}
+
+TEST(WriteExponentialGolombCode, WorkedCodes) {
+  const struct {
+    int32_t value;
+    uint32_t bits;
+    const char* hex;  // the code at bit 0 of a zeroed buffer
+  } kCodes[] = {
+      {0, 1, "80"},
+      {1, 3, "40"},
+      {2, 3, "60"},
+      {255, 17, "00 80 00"},
+      {0xFFFFFE, 47, "00 00 01 FF FF FE"},
+      {0xFFFFFF, 97, "00 00 00 00 00 00 00 00 00 80 00 00 00"},
+      {-1, 1, "00"},
+      {-2, 1, "80"},
+      {-2147483647 - 1, 1, "80"},
+      {0x7FFFFFFF, 1, "80"},
+  };
+  for (const auto& code : kCodes) {
+    Bytes bytes(32);
+    QLNBitState state{bytes.data(), 32, 256, 0};
+    WriteExponentialGolombCode(&state, code.value);
+    EXPECT_EQ(state.bitPos, code.bits) << code.value;
+    const Bytes expected = Hex(code.hex);
+    bytes.resize(expected.size());
+    EXPECT_EQ(bytes, expected) << code.value;
+  }
+}
+
+TEST(LengthExponentialGolombCode, WorkedLengths) {
+  EXPECT_EQ(LengthExponentialGolombCode(0), 1);
+  EXPECT_EQ(LengthExponentialGolombCode(1), 3);
+  EXPECT_EQ(LengthExponentialGolombCode(2), 3);
+  EXPECT_EQ(LengthExponentialGolombCode(3), 5);
+  EXPECT_EQ(LengthExponentialGolombCode(7), 7);
+  EXPECT_EQ(LengthExponentialGolombCode(127), 15);
+  EXPECT_EQ(LengthExponentialGolombCode(-1), 2);
+  EXPECT_EQ(LengthExponentialGolombCode(-128), 2);
+}
+
+TEST(Writing, SignedMappings) {
+  const struct {
+    int32_t value;
+    uint32_t published;  // code number
+    uint32_t own;
+  } kValues[] = {{0, 0, 0}, {-1, 2, 2}, {-3, 6, 6}, {1, 1, 4}, {2, 3, 6}, {100, 199, 202}};
+  for (const auto& row : kValues) {
+    Bytes bytes(16);
+    BitWriter published(bytes.data(), bytes.size());
+    published.WriteSe(static_cast<uint32_t>(row.value));
+    BitReader publishedReader(bytes.data(), bytes.size(), 128);
+    EXPECT_EQ(publishedReader.ReadUe(), row.published);
+    publishedReader.bitPos = 0;
+    EXPECT_EQ(publishedReader.ReadSe(), row.value);
+    BitWriter own(bytes.data(), bytes.size());
+    own.WriteExponentialGolombCodeSigned(static_cast<uint32_t>(row.value));
+    BitReader ownReader(bytes.data(), bytes.size(), 128);
+    EXPECT_EQ(ownReader.ReadUe(), row.own);
+  }
+}
+
+TEST(Writing, EqualsTheModelOnRandomPrograms) {
+  Random random(5);
+  for (int round = 0; round < 50000; ++round) {
+    Bytes fast = random.bytes(120);
+    Bytes plain = fast;
+    QLNBitState state{fast.data(), 120, 960, static_cast<uint32_t>(random.below(40))};
+    BitWriteModel model{plain, state.bitPos};
+    for (int step = 0; step < 5; ++step) {
+      const int32_t count = static_cast<int32_t>(random.below(random.below(6) == 0 ? 140 : 34)) - 2;
+      const uint64_t value = random.next() << 20 ^ random.next();
+      const uint32_t word = static_cast<uint32_t>(value);
+      switch (random.below(4)) {
+        case 0:
+          WriteBit(&state, static_cast<uint8_t>(word));
+          model.WriteBit(word);
+          break;
+        case 1:
+          WriteBits(&state, count, word);
+          model.WriteBits(count, word);
+          break;
+        case 2: {
+          const int32_t v = static_cast<int32_t>(random.below(3) == 0 ? word : word >> random.below(32));
+          WriteExponentialGolombCode(&state, v);
+          model.WriteUe(v);
+          break;
+        }
+        default: {
+          BitWriter writer(state);
+          writer.WriteBits64(count, value);
+          state.bitPos = static_cast<uint32_t>(writer.bitPos);
+          model.WriteBits64(count, value);
+          break;
+        }
+      }
+      ASSERT_EQ(state.bitPos, model.bitPos);
+    }
+    ASSERT_EQ(fast, plain);
+  }
+}
+
+TEST(InnerWriter, PutsNothingBehindItsCapacity) {
+  Bytes bytes = Hex("FF FF FF");
+  BitWriter writer(bytes.data(), 2, 10);
+  writer.WriteBits(6, 0);
+  EXPECT_FALSE(writer.Overflowed());
+  writer.WriteBit(0);
+  EXPECT_TRUE(writer.Overflowed());
+  EXPECT_EQ(writer.bitPos, 17u);
+  writer.WriteUe(5);
+  const uint8_t more[2] = {0, 0};
+  writer.WriteBytes(more, 2);
+  EXPECT_EQ(bytes, Hex("FF C0 FF"));
+  BitWriter straddling(bytes.data(), 2, 12);
+  straddling.WriteBits(8, 0);  // half of it would fit: none of it is put
+  EXPECT_TRUE(straddling.Overflowed());
+  EXPECT_EQ(bytes, Hex("FF C0 FF"));
+}
+
+TEST(InnerWriter, WritesBytesAtAnyPosition) {
+  for (uint32_t start = 0; start < 8; ++start) {
+    Bytes fast(8, 0xFF);
+    Bytes plain = fast;
+    const Bytes source = Hex("12 34 56 00 80");
+    BitWriter writer(fast.data(), fast.size(), start);
+    writer.WriteBytes(source.data(), source.size());
+    BitWriteModel model{plain, start};
+    for (const uint8_t byte : source) model.WriteBits(8, byte);
+    EXPECT_EQ(fast, plain);
+    EXPECT_EQ(writer.bitPos, model.bitPos);
+  }
+}
+
+TEST(InnerWriter, TrailingBits) {
+  Bytes bytes(3, 0xFF);
+  BitWriter writer(bytes.data(), bytes.size(), 3);
+  writer.WriteTrailingBits();
+  EXPECT_EQ(bytes, Hex("F0 FF FF"));
+  writer.WriteTrailingBits();
+  EXPECT_EQ(bytes, Hex("F0 80 FF"));
+  writer.AlignZero();
+  EXPECT_EQ(writer.bitPos, 16u);
+}
+
+}  // namespace
+}  // namespace qln

@@ -1,0 +1,117 @@
+// The start code search against a naive one.
+
+#include <gtest/gtest.h>
+
+#include "nalstream/nalstream.h"
+#include "nalstream/zero_scan.h"
+#include "support/test_support.h"
+
+namespace qln {
+namespace {
+
+using test::Bytes;
+using test::ExactCopy;
+using test::Hex;
+using test::Random;
+
+struct Found {
+  int size;
+  int start;
+  int end;
+  bool operator==(const Found&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Found& found) {
+  return out << found.size << " [" << found.start << ", " << found.end << ")";
+}
+
+Found Find(const Bytes& bytes) {
+  ExactCopy copy(bytes);
+  Found found{-7, -7, -7};
+  found.size = find_nal_unit(copy.data(), static_cast<int>(copy.size()), &found.start, &found.end);
+  return found;
+}
+
+Found FindNaively(const Bytes& bytes) {
+  const int size = static_cast<int>(bytes.size());
+  if (size < 4) return {size, 0, 0};
+  const auto at = [&](int i) { return bytes[static_cast<size_t>(i)]; };
+  int start = 0;
+  for (int i = 0; i + 3 <= size && start == 0; ++i) {
+    if (at(i) == 0 && at(i + 1) == 0 && at(i + 2) == 1) start = i + 3;
+  }
+  if (start == 0) return {0, 0, 0};
+  int end = size;
+  for (int i = start; i + 3 <= size; ++i) {
+    if (at(i) == 0 && at(i + 1) == 0 && at(i + 2) <= 1) {
+      end = i;
+      break;
+    }
+  }
+  return {end - start, start, end};
+}
+
+TEST(FindNalUnit, WorkedCases) {
+  EXPECT_EQ(Find(Hex("00 00 00 01 67 42 00 00 00 01 68")), (Found{2, 4, 6}));
+  EXPECT_EQ(Find(Hex("00 00 01 67 42 00 00 01 68")), (Found{2, 3, 5}));
+  EXPECT_EQ(Find(Hex("FF FF 00 00 00 00 01 67")), (Found{1, 7, 8}));  // bytes in front of the code
+  EXPECT_EQ(Find(Hex("00 00 01 67 42 00 00")), (Found{4, 3, 7}));     // two zeros at the end belong to it
+  EXPECT_EQ(Find(Hex("00 00 01 67 42 00 00 00")), (Found{2, 3, 5}));  // three do not
+  EXPECT_EQ(Find(Hex("00 00 01 67 00 00 03 01")), (Found{5, 3, 8}));  // emulation prevention does not end it
+  EXPECT_EQ(Find(Hex("00 00 00 00")), (Found{0, 0, 0}));
+  EXPECT_EQ(Find(Hex("12 34 56 78 00 00")), (Found{0, 0, 0}));
+}
+
+TEST(FindNalUnit, AnEmptyUnitIsZeroWithBothOffsetsBehindTheFirstCode) {
+  EXPECT_EQ(Find(Hex("00 00 01 00 00 01 67")), (Found{0, 3, 3}));
+  EXPECT_EQ(Find(Hex("00 00 00 01 00 00 00 01")), (Found{0, 4, 4}));
+  EXPECT_EQ(Find(Hex("00 00 00 01")), (Found{0, 4, 4}));  // nothing behind the code
+}
+
+TEST(FindNalUnit, BelowFourBytesGivesTheSize) {
+  EXPECT_EQ(Find({}), (Found{0, 0, 0}));
+  EXPECT_EQ(Find(Hex("00")), (Found{1, 0, 0}));
+  EXPECT_EQ(Find(Hex("00 00 01")), (Found{3, 0, 0}));
+  int start = 5;
+  int end = 5;
+  const uint8_t byte = 0;
+  EXPECT_EQ(find_nal_unit(&byte, -1, &start, &end), 0);
+  EXPECT_EQ(start, 0);
+  EXPECT_EQ(end, 0);
+}
+
+TEST(FindNalUnit, EqualsTheNaiveSearch) {
+  Random random(6);
+  for (int round = 0; round < 100000; ++round) {
+    Bytes bytes =
+        random.below(3) == 0 ? random.bytes(random.below(90)) : random.zeroRichBytes(random.below(90));
+    ASSERT_EQ(Find(bytes), FindNaively(bytes)) << test::ToHex(bytes);
+  }
+}
+
+TEST(FindNalUnit, EqualsTheNaiveSearchAtEveryPlaceOfOneCode) {
+  for (size_t size = 4; size < 100; ++size) {
+    for (size_t place = 0; place + 3 <= size; ++place) {
+      Bytes bytes(size, 0xAA);
+      bytes[place] = 0;
+      bytes[place + 1] = 0;
+      bytes[place + 2] = 1;
+      ASSERT_EQ(Find(bytes), FindNaively(bytes)) << size << " " << place;
+    }
+  }
+}
+
+TEST(ZeroScan, VectorFormEqualsThePlainOne) {
+  Random random(7);
+  for (int round = 0; round < 50000; ++round) {
+    const Bytes bytes =
+        random.below(4) == 0 ? random.zeroRichBytes(random.below(120)) : random.bytes(random.below(600));
+    ExactCopy copy(bytes);
+    const uint8_t* const to = copy.data() + copy.size();
+    const uint8_t* const from = copy.data() + random.below(copy.size() + 1);
+    ASSERT_EQ(FindZeroPair(from, to) - from, FindZeroPairPlain(from, to) - from);
+  }
+}
+
+}  // namespace
+}  // namespace qln
