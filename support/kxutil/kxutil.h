@@ -68,16 +68,19 @@ typedef intptr_t KXFileHandle;
 /// Opens a file in one of two forms: (KX_ACCESS_READ, KX_SHARE_READ, KX_OPEN_EXISTING) reads a file that
 /// exists; (KX_ACCESS_WRITE, KX_SHARE_READ, KX_CREATE_NEW) makes a new one and fails if the name is taken.
 /// @param path NUL-terminated path. @param security, flags, file_template 0.
-/// @return a handle for kxOSCloseFile, or KX_INVALID_FILE_HANDLE; the last error then says why. Any other
-/// combination of values is refused with KX_ERROR_INVALID_PARAMETER.
+/// @return a handle for kxOSCloseFile, owned by the caller, or KX_INVALID_FILE_HANDLE; the last error then
+/// says why. A null path and any other combination of values are refused with KX_ERROR_INVALID_PARAMETER, and
+/// a folder does not open.
 KX_API KXFileHandle kxOSCreateFile(const char* path, uint32_t access, uint32_t share, void* security,
                                    uint32_t disposition, uint32_t flags, void* file_template);
 
-/// Closes a handle. @return non-zero on success.
+/// Closes a handle, which is gone whatever the result. @return non-zero on success; 0 with
+/// KX_ERROR_INVALID_HANDLE for a value that is no open handle.
 KX_API int32_t kxOSCloseFile(KXFileHandle handle);
 
 /// Reads up to @p count bytes at the file position, going on until the count, the end of the file or an
 /// error. Interrupted calls are resumed.
+/// @param[out] buffer room for @p count bytes; null is allowed with a count of 0 only.
 /// @param[out] bytes_read bytes put into @p buffer, also on an error; may be null. @param overlapped 0.
 /// @return non-zero on success; a read that the end of the file cuts short is a success and leaves the last
 /// error 0.
@@ -93,16 +96,18 @@ KX_API int32_t kxOSWriteFile(KXFileHandle handle, const void* buffer, uint32_t c
 /// Moves the file position to the absolute byte @p offset. @return the position reached; all ones on failure.
 KX_API uint64_t kxOSSeek(KXFileHandle handle, uint64_t offset);
 
-/// @return the low 32 bits of the file's size in bytes; 0xFFFFFFFF on failure. @param high 0 or null.
+/// @return the low 32 bits of the file's size in bytes; 0xFFFFFFFF on failure. @param high 0; not looked at.
 KX_API uint32_t kxOSGetFileSize(KXFileHandle handle, void* high);
 
-/// Stores the file's size in bytes. @return non-zero on success; on failure @p size stays as it was.
+/// Stores the file's size in bytes. @return non-zero on success; 0 on failure (no open handle, a null
+/// @p size), and then @p size stays as it was.
 KX_API int32_t kxOSGetFileSizeEx(KXFileHandle handle, uint64_t* size);
 
 /// @return non-zero if something of that name exists; 0 for null and for the empty path.
 KX_API int32_t kxOSFileExists(const char* path);
 
-/// @return the error code of the calling thread's last file operation (errno values), 0 after a success.
+/// @return the error code (errno values) of the calling thread's last file operation, that is of the calls
+/// from kxOSCreateFile to kxOSFileExists; 0 after a success.
 KX_API uint32_t kxOSGetLastError(void);
 
 /// @return milliseconds of a monotonic clock, wrapping at 32 bits.
@@ -118,12 +123,14 @@ KX_API uint32_t kxOSGetMs(void);
 /// system, since projects travel. The directory keeps its last separator and the extension its dot, so that
 /// kxOSMakePath is the reverse.
 /// @param[out] drive, directory, name, extension text buffers of 3, 256, 256 and 256 bytes; any may be null.
-/// A piece that does not fit is cut to what fits, with its terminator.
+/// A piece that does not fit is cut to what fits, with its terminator. A null path has four empty pieces.
 KX_API void kxOSSplitPath(const char* path, char* drive, char* directory, char* name, char* extension);
 
 /// Puts a path together again. @param[out] path buffer of 260 bytes; a longer path is cut to 259 characters.
-/// @param drive, directory, name, extension pieces as kxOSSplitPath gives them; any may be null or empty. A
-/// missing separator behind the directory and a missing dot in front of the extension are supplied.
+/// @param drive, directory, name, extension pieces as kxOSSplitPath gives them; any may be null or empty, and
+/// any may lie in @p path itself. Of the drive the first letter counts. A missing colon behind the drive, a
+/// missing separator behind the directory (of the kind that the directory has, else '/') and a missing dot in
+/// front of the extension are supplied.
 KX_API void kxOSMakePath(char* path, const char* drive, const char* directory, const char* name,
                          const char* extension);
 
@@ -200,7 +207,10 @@ KX_API void OutputDebugStringA(const char* text);
 
 /* ---- Fourcc classes ----------------------------------------------------------------------------------- */
 
-/// Each tells whether a codec's fourcc belongs to a class: non-zero if so. Both byte orders are accepted.
+/// Each tells whether a codec's fourcc belongs to a class: non-zero if so. Both byte orders are accepted. The
+/// codes come from the public registries (MP4 and QuickTime sample entries, AVI compressor codes); no code is
+/// in two classes. fccIsDolbyVision knows the HEVC-based entries only, and XAVC codes are neither in
+/// fccIsh264 nor in fccIsAVCi.
 /// @{
 KX_API int32_t fccIsDv25(uint32_t fourcc);
 KX_API int32_t fccIsDv50(uint32_t fourcc);
