@@ -1,0 +1,20 @@
+// The subcommands of qlnmedia. Each stands in a file of its own, which adds its options to the application
+// and a callback that does the work: it prints through output.h, throws ToolError when it fails, and ToolExit
+// when another status than success is its result.
+#ifndef TOOLS_QLNMEDIA_COMMANDS_H
+#define TOOLS_QLNMEDIA_COMMANDS_H
+
+namespace CLI {
+class App;
+}
+
+namespace qlnmedia {
+
+void AddInspectCommand(CLI::App& app);
+
+// Adds them all, in the order in which the help lists them.
+inline void AddCommands(CLI::App& app) { AddInspectCommand(app); }
+
+}  // namespace qlnmedia
+
+#endif

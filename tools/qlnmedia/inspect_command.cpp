@@ -1,0 +1,44 @@
+// qlnmedia inspect: what a file says about itself, from the container down to the single unit.
+
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "qlnmedia/commands.h"
+#include "qlnmedia/inspect.h"
+#include "qlnmedia/output.h"
+
+namespace qlnmedia {
+
+namespace {
+
+struct Options {
+  std::string file;
+  bool json = false;
+  InspectOptions inspect;
+};
+
+void Run(const Options& options) {
+  const Section report = InspectFile(options.file, options.inspect);
+  if (options.json) {
+    // Foreign strings may hold bytes that are no UTF-8.
+    Print(report.ToJson().dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+  } else {
+    Print(report.ToText(Style::ForStream(stdout), OutputWidth(stdout)));
+  }
+}
+
+}  // namespace
+
+void AddInspectCommand(CLI::App& app) {
+  CLI::App* const command = app.add_subcommand("inspect", "Show what a media file says about itself");
+  auto options = std::make_shared<Options>();
+  command->add_option("FILE", options->file, "Media file: MP4, MOV, MKV, TS, raw H.264 or HEVC")->required();
+  command->add_flag("--json", options->json, "Print JSON for programs instead of text");
+  command->add_option("--frames", options->inspect.frames, "Coded frames of each video stream to lay out")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  command->add_flag("--units", options->inspect.units, "List every unit of those frames with its header");
+  command->callback([options] { Run(*options); });
+}
+
+}  // namespace qlnmedia

@@ -1,0 +1,76 @@
+// One model of a report and its two printers: text for people, JSON for programs. Whoever fills a report says
+// for each fact its JSON key and value and, where people read it differently, its label and text; what either
+// form shows can therefore not drift from the other.
+#ifndef TOOLS_QLNMEDIA_REPORT_H
+#define TOOLS_QLNMEDIA_REPORT_H
+
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "qlnmedia/output.h"
+
+namespace qlnmedia {
+
+using Json = nlohmann::ordered_json;
+
+// One syntax element by its published name; an array element holds a JSON array.
+struct Element {
+  std::string name;
+  Json value;
+  std::string note;  // said behind the value; empty mostly
+};
+
+// One column of a table.
+struct Column {
+  std::string key;
+  std::string heading;
+  bool right = false;  // numbers flush right
+};
+
+// One cell: its JSON value and, where that reads badly, its text.
+struct Cell {
+  Cell(Json v, std::string t = {}) : value(std::move(v)), text(std::move(t)) {}
+  Json value;
+  std::string text;
+};
+
+// A section of a report; children keep the order in which they were added, and the references that the Add
+// functions return stay valid as long as the section.
+class Section {
+ public:
+  explicit Section(std::string title = {}) : title_(std::move(title)) {}
+
+  // A fact. `text` is what people read, the plain form of the value if it is empty; `note` stands behind it.
+  void Add(std::string key, std::string label, Json value, std::string text = {}, std::string note = {});
+  // A section inside this one.
+  Section& AddSection(std::string key, std::string title);
+  // One more section in the array `key`.
+  Section& AddToList(std::string key, std::string title);
+  // A table: an array of objects in JSON. Each row has one cell a column.
+  void AddTable(std::string key, std::string title, std::vector<Column> columns,
+                std::vector<std::vector<Cell>> rows);
+  // Syntax elements: an object in JSON, with the notes in an object of their own.
+  void AddElements(std::string key, std::string title, std::vector<Element> elements);
+  // Something that a reader should not miss; the JSON form keeps them in the array "notes".
+  void AddNote(std::string text);
+
+  std::string ToText(const Style& style, size_t width) const;
+  Json ToJson() const;
+
+ private:
+  struct Node;
+  void AppendText(std::string& out, const Style& style, size_t width, size_t indent) const;
+
+  std::string title_;
+  std::vector<std::shared_ptr<Node>> nodes_;
+};
+
+// The text that people read for a JSON value: strings without quotes, booleans as yes and no.
+std::string PlainText(const Json& value);
+
+}  // namespace qlnmedia
+
+#endif
