@@ -1,0 +1,61 @@
+// Emulation prevention removed and inserted, beside memcpy; and that densest data stays linear.
+
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+
+#include "bench_support.h"
+#include "qlnutil/bits/emulation_prevention.h"
+
+namespace {
+
+using qln::bench::Bytes;
+using qln::bench::CodedLikeBytes;
+using qln::bench::Require;
+
+Bytes Densest(size_t size) {
+  Bytes bytes(size);
+  for (size_t i = 0; i < size; ++i) bytes[i] = i % 3 == 2 ? 3 : 0;
+  return bytes;
+}
+
+void RemoveOurs(benchmark::State& run, const Bytes& bytes) {
+  Bytes output(bytes.size());
+  for (auto _ : run) {
+    benchmark::DoNotOptimize(
+        qln::RemoveEmulationPrevention(output.data(), bytes.data(), bytes.size(), qln::kRemovalH264Pps));
+    benchmark::ClobberMemory();
+  }
+  run.SetBytesProcessed(static_cast<int64_t>(run.iterations() * bytes.size()));
+}
+
+void InsertOurs(benchmark::State& run, const Bytes& bytes) {
+  Bytes output(qln::WorstEscapedSize(bytes.size()));
+  for (auto _ : run) {
+    const size_t written = qln::InsertEmulationPrevention(output.data(), output.size(), bytes.data(),
+                                                          bytes.size(), qln::kInsertionSeiPacket);
+    benchmark::DoNotOptimize(written);
+    benchmark::ClobberMemory();
+  }
+  run.SetBytesProcessed(static_cast<int64_t>(run.iterations() * bytes.size()));
+}
+
+void CopyPlain(benchmark::State& run, const Bytes& bytes) {
+  Bytes output(bytes.size());
+  for (auto _ : run) {
+    std::memcpy(output.data(), bytes.data(), bytes.size());
+    benchmark::ClobberMemory();
+  }
+}
+
+BENCHMARK_CAPTURE(RemoveOurs, coded, CodedLikeBytes(256 << 10))->Name("emulation_removal/ours");
+BENCHMARK_CAPTURE(CopyPlain, removal, CodedLikeBytes(256 << 10))->Name("emulation_removal/memcpy");
+BENCHMARK_CAPTURE(InsertOurs, coded, CodedLikeBytes(256 << 10))->Name("emulation_insertion/ours");
+BENCHMARK_CAPTURE(CopyPlain, insertion, CodedLikeBytes(256 << 10))->Name("emulation_insertion/memcpy");
+// A byte of 1 MiB beside a byte of 4 KiB: the report divides the times by the sizes' quotient, 256.
+BENCHMARK_CAPTURE(RemoveOurs, densest_large, Densest(1 << 20))->Name("emulation_removal_linear/ours");
+BENCHMARK_CAPTURE(RemoveOurs, densest_small, Densest(4 << 10))->Name("emulation_removal_linear/small_x256");
+BENCHMARK_CAPTURE(InsertOurs, densest_large, Densest(1 << 20))->Name("emulation_insertion_linear/ours");
+BENCHMARK_CAPTURE(InsertOurs, densest_small, Densest(4 << 10))->Name("emulation_insertion_linear/small_x256");
+
+}  // namespace
