@@ -3,6 +3,7 @@
 #ifndef QLNUTIL_QLNUTIL_H
 #define QLNUTIL_QLNUTIL_H
 
+#include "qlnutil/mediacmd.h"
 #include "qlnutil/qlnbits.h"
 #include "qlnutil/qlnframe.h"
 
