@@ -1,0 +1,185 @@
+// The scan in front of the XML parser, held against the parser itself: what it lets through stays within the
+// limits, and what is within the limits is not touched.
+
+#include "kxutil/xml_prescan.h"
+
+#include <gtest/gtest.h>
+#include <tinyxml.h>
+
+#include <algorithm>
+#include <string>
+
+#include "support/test_support.h"
+
+namespace qln {
+namespace {
+
+size_t SafeLength(const std::string& text, XmlLimits limits = {}) {
+  test::ExactCopy copy(test::Bytes(text.begin(), text.end()));
+  return SafeXmlLength(reinterpret_cast<const char*>(copy.data()), copy.size(), false, limits);
+}
+
+std::string Repeat(const std::string& piece, size_t count) {
+  std::string text;
+  for (size_t i = 0; i < count; ++i) text += piece;
+  return text;
+}
+
+struct Measure {
+  size_t depth = 0;
+  size_t attributes = 0;
+};
+
+void MeasureNode(const TiXmlNode& node, size_t depth, Measure& measure) {
+  if (const TiXmlElement* element = node.ToElement()) {
+    measure.depth = std::max(measure.depth, depth);
+    size_t attributes = 0;
+    for (const TiXmlAttribute* a = element->FirstAttribute(); a != nullptr; a = a->Next()) ++attributes;
+    measure.attributes = std::max(measure.attributes, attributes);
+  }
+  for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
+    MeasureNode(*child, depth + 1, measure);
+  }
+}
+
+struct Parsed {
+  Measure measure;
+  std::string printed;
+};
+
+Parsed Parse(std::string text, bool legacy = false) {
+  text.append(4, '\0');
+  TiXmlDocument document;
+  document.Parse(text.c_str(), nullptr, legacy ? TIXML_ENCODING_LEGACY : TIXML_DEFAULT_ENCODING);
+  Parsed parsed;
+  MeasureNode(document, 0, parsed.measure);
+  TiXmlPrinter printer;
+  document.Accept(&printer);
+  parsed.printed = printer.Str();
+  return parsed;
+}
+
+TEST(XmlPrescan, TakesPlainTextsWhole) {
+  for (const std::string text :
+       {"", " ", "<a/>", "<?xml version=\"1.0\"?><a b='1' c=2><!-- <x> --><d>t&lt;</d></a>",
+        "<a><![CDATA[<b><c>]]></a>", "no markup", "<", "<a", "<a b", "<a b=", "<a b=\"", "</a>"}) {
+    EXPECT_EQ(SafeLength(text), text.size()) << text;
+  }
+}
+
+TEST(XmlPrescan, AllowsAThousandLevelsAndEndsInFrontOfTheNext) {
+  const std::string thousand = Repeat("<a>", 1000);
+  EXPECT_EQ(SafeLength(thousand + Repeat("</a>", 1000)), 7000u);
+  EXPECT_EQ(SafeLength(thousand + "<b/>"), thousand.size());
+  EXPECT_EQ(SafeLength(thousand + "<a>"), thousand.size());
+  EXPECT_EQ(SafeLength(thousand + "</a><b/><c></c>"), thousand.size() + 15);
+  EXPECT_EQ(Parse(thousand).measure.depth, 1000u);
+}
+
+TEST(XmlPrescan, CountsDepthAndNotElements) {
+  const std::string text = "<r>" + Repeat("<a><b/></a>", 5000) + "</r>";
+  EXPECT_EQ(SafeLength(text), text.size());
+}
+
+TEST(XmlPrescan, AllowsTenThousandAttributesAndEndsInFrontOfTheNext) {
+  std::string text = "<a";
+  for (int i = 0; i < 10000; ++i) text += " a" + std::to_string(i) + "=1";
+  EXPECT_EQ(SafeLength(text + "/>"), text.size() + 2);
+  EXPECT_EQ(SafeLength(text + " b=2/>"), text.size() + 2);
+  EXPECT_EQ(Parse(text + " b=2/>").measure.attributes, 10001u);
+  EXPECT_EQ(Parse(text + " b").measure.attributes, 10000u);
+  EXPECT_EQ(SafeLength(text + "><c d='1'/></a>"), text.size() + 15);
+}
+
+TEST(XmlPrescan, WhatHidesAnEndTagDoesNotLowerTheDepth) {
+  // Each of these goes one level down a time, whatever it shows to a naive scan.
+  for (const std::string piece :
+       {"<a b='</a>'>", "<a><!-- </a> -->", "<a><![CDATA[</a>]]>", "<a><!x </a>", "<a b='&#\"></a>1;'>",
+        "<a><?xml version='></a>'?>", "<a b=\"'</a>\">", "<a\n\t>x", "<a><!--></a>-->", "<a>&#</a>1;"}) {
+    const std::string text = Repeat(piece, 1200);
+    const size_t safe = SafeLength(text);
+    EXPECT_LE(Parse(text.substr(0, safe)).measure.depth, 1000u) << piece;
+  }
+  // In UTF-8 a long lead byte swallows what stands behind it; read bytewise it does not.
+  const std::string swallowing = Repeat("<a>\xF4</a>", 1200);
+  EXPECT_LE(Parse("<?xml?>" + swallowing).measure.depth, 1200u);
+  const std::string utf8 = "<?xml version='1.0' encoding='utf-8'?>" + Repeat("<a>x\xF4</a", 1200);
+  EXPECT_LE(Parse(utf8.substr(0, SafeLength(utf8))).measure.depth, 1000u);
+  EXPECT_LT(SafeLength("\xEF\xBB\xBF" + Repeat("<a b='\xF4'></a>'>", 1200)), 1200u * 17 + 3);
+}
+
+TEST(XmlPrescan, LimitsHoldForRandomTextsAndLeaveTheOthersAlone) {
+  const std::vector<std::string> pieces = {"<",
+                                           "</",
+                                           ">",
+                                           "/>",
+                                           "a",
+                                           "b",
+                                           "=",
+                                           "'",
+                                           "\"",
+                                           " ",
+                                           "<a>",
+                                           "</a>",
+                                           "<b>",
+                                           "</b>",
+                                           "<a ",
+                                           "b='1'",
+                                           "c=\"2\"",
+                                           "d=3",
+                                           "<!--",
+                                           "-->",
+                                           "<![CDATA[",
+                                           "]]>",
+                                           "<?xml",
+                                           "?>",
+                                           "encoding",
+                                           "version",
+                                           "='utf-8'",
+                                           "='latin1'",
+                                           "&#",
+                                           ";",
+                                           "&#x3",
+                                           "&lt;",
+                                           "&",
+                                           "\xEF\xBB\xBF",
+                                           "\xEF\xBF\xBE",
+                                           "\xC3",
+                                           "\xE2",
+                                           "\xF0",
+                                           "\xFF",
+                                           "\x7F",
+                                           std::string(1, '\0'),
+                                           "\n",
+                                           "_",
+                                           "<!",
+                                           "1",
+                                           "x",
+                                           "&#85;",
+                                           "standalone"};
+  test::Random random(7);
+  size_t cut = 0;
+  for (int round = 0; round < 200000; ++round) {
+    std::string text;
+    if (random.below(4) == 0) text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+    const size_t count = random.below(40);
+    for (size_t i = 0; i < count; ++i) text += pieces[random.below(pieces.size())];
+    const bool legacy = random.below(4) == 0;
+    const XmlLimits limits{random.below(4), random.below(3)};
+    const size_t safe = SafeXmlLength(text.data(), text.size(), legacy, limits);
+    ASSERT_LE(safe, text.size());
+    const Parsed whole = Parse(text, legacy);
+    const Parsed kept = Parse(text.substr(0, safe), legacy);
+    ASSERT_LE(kept.measure.depth, limits.depth) << test::ToHex(test::Bytes(text.begin(), text.end()));
+    ASSERT_LE(kept.measure.attributes, limits.attributes)
+        << test::ToHex(test::Bytes(text.begin(), text.end()));
+    if (whole.measure.depth <= limits.depth && whole.measure.attributes <= limits.attributes) {
+      ASSERT_EQ(kept.printed, whole.printed) << test::ToHex(test::Bytes(text.begin(), text.end()));
+    }
+    cut += safe != text.size();
+  }
+  EXPECT_GT(cut, 100u);
+}
+
+}  // namespace
+}  // namespace qln
