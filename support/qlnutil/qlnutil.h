@@ -6,5 +6,6 @@
 #include "qlnutil/mediacmd.h"
 #include "qlnutil/qlnbits.h"
 #include "qlnutil/qlnframe.h"
+#include "qlnutil/qlninband.h"
 
 #endif
