@@ -5,6 +5,7 @@
 #include "qlnutil/bits/bit_reader.h"
 #include "qlnutil/bits/bit_writer.h"
 #include "qlnutil/bits/sei_packet.h"
+#include "qlnutil/hevc/nal_header.h"
 #include "qlnutil/inband/caption_packet.h"
 #include "qlnutil/inband/frame_insert.h"
 #include "qlnutil/inband/unit_walk.h"
@@ -60,7 +61,7 @@ uint32_t BuildUnit(const DFrame& frame, uint8_t* unit) {
   return destination.bitPos / 8;
 }
 
-bool TakesCaptionsInFront(uint32_t type) { return IsHevcSlice(type) || type == kHevcPrefixSei; }
+bool TakesCaptionsInFront(uint32_t type) { return IsHevcSlice(type) || type == kHevcNalPrefixSei; }
 
 // Offset of the start code in front of which `length` bytes go; false if there is no such place.
 bool FindPlace(const DFrame& frame, uint32_t length, uint32_t* place) {

@@ -4,6 +4,7 @@
 
 #include "kxutil/kxutil.h"
 #include "qlnutil/bits/bit_reader.h"
+#include "qlnutil/hevc/nal_header.h"
 #include "qlnutil/inband/caption_packet.h"
 #include "qlnutil/inband/caption_payload.h"
 #include "qlnutil/inband/unit_walk.h"
@@ -152,7 +153,7 @@ int32_t qlnUtilReadHevcCaptionsSEI(const uint8_t* sei, uint32_t size, uint32_t r
   caption->captionFlags = 0;
   caption->captionSize = 0;
   if (sei == nullptr || size < kHevcPayload) return 0;
-  if (HevcUnitType(sei[0]) != kHevcPrefixSei || sei[2] != kUserDataRegistered) return 0;
+  if (HevcUnitType(sei[0]) != kHevcNalPrefixSei || sei[2] != kUserDataRegistered) return 0;
   ParseCaptionPayload(sei + kHevcPayload, size - kHevcPayload, reserved, caption->captionData,
                       &caption->captionSize, &caption->captionFlags);
   if ((caption->captionFlags & QLN_CAPTION_ANC) == 0 || caption->captionSize < 4) return 0;

@@ -1,4 +1,4 @@
-// The walk over the NAL units of a frame with start codes, and the HEVC unit types that the scans look for.
+// The walk over the NAL units of a frame with start codes, and what the scans ask of a unit.
 #ifndef QLNUTIL_INBAND_UNIT_WALK_H
 #define QLNUTIL_INBAND_UNIT_WALK_H
 
@@ -51,17 +51,10 @@ class UnitWalk {
   uint32_t size_ = 0;
 };
 
-// NAL unit types of ITU-T H.265 table 7-1.
-inline constexpr uint32_t kHevcVps = 32;
-inline constexpr uint32_t kHevcSps = 33;
-inline constexpr uint32_t kHevcPps = 34;
-inline constexpr uint32_t kHevcDelimiter = 35;
-inline constexpr uint32_t kHevcPrefixSei = 39;
-
 // nal_unit_type from the first byte of an HEVC unit.
 constexpr uint32_t HevcUnitType(uint8_t firstByte) { return (firstByte >> 1) & 0x3Fu; }
 
-// The slice types that have no reserved meaning.
+// The slice types of ITU-T H.265 table 7-1, without the reserved ones.
 constexpr bool IsHevcSlice(uint32_t type) { return type <= 9 || (type >= 16 && type <= 21); }
 
 }  // namespace qln
