@@ -4,8 +4,10 @@
 #define QLNUTIL_QLNUTIL_H
 
 #include "qlnutil/mediacmd.h"
+#include "qlnutil/qlnaac.h"
 #include "qlnutil/qlnbits.h"
 #include "qlnutil/qlnframe.h"
 #include "qlnutil/qlninband.h"
+#include "qlnutil/qlntransport.h"
 
 #endif

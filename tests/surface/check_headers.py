@@ -9,7 +9,7 @@ import tempfile
 support, c_compiler, cxx_compiler = sys.argv[1:4]
 WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wshadow", "-Wconversion", "-Wsign-conversion", "-Werror"]
 # Headers of classes: C++ only.
-CXX_ONLY = {"qlntransport.h", "kxdiskcache.h", "kxprojecttoxml.h", "qlnutil.h"}
+CXX_ONLY = {"kxdiskcache.h", "kxprojecttoxml.h", "qlnutil.h"}
 # Not part of the surface.
 INTERNAL = {"qlnvidutil.h"}
 

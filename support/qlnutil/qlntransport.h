@@ -1,0 +1,426 @@
+/// @file qlntransport.h
+/// How a transport position moves: speeds, fractional positions, the counter that runs between an in point
+/// and an out point; channel masks and the case of fourcc words.
+///
+/// All of it is integer arithmetic in one unit: 65520 units are one frame, and a speed of 65520 is plain
+/// forward play. Additions and products wrap at 32 bits, as hosts expect of a free-running counter; nothing
+/// here fails, traps or reports.
+///
+/// The classes are plain values without virtual functions. Hosts hold them by value, so the order and the
+/// size of their members are part of the surface. An object belongs to one thread at a time.
+#ifndef QLNUTIL_QLNTRANSPORT_H
+#define QLNUTIL_QLNTRANSPORT_H
+
+#include "qlnutil/qlnapi.h"
+
+/// Units to one frame, and the speed of plain forward play.
+#define QLN_SPEED_PLAY 65520
+
+/// Half a frame.
+#define QLN_SPEED_HALF 32760
+
+/// No finite speed: what a division by zero gives, and what tells speedReps to go on with its stored run.
+#define QLN_SPEED_NONE 0x7FFFFFFF
+
+QLN_C_BEGIN
+
+/// Gives the absolute value of a speed as 16.16 fixed point.
+/// @param speed in 1/65520. @return whole part in the high 16 bits, fraction, truncated, in the low ones:
+/// 65520 and -65520 give 0x10000, 98280 gives 0x18000.
+QLN_API uint32_t speedRate(int32_t speed);
+
+/// Turns a speed into the whole steps of a host's own loop. The unit is 32760 to a step, so plain play is two
+/// counts a call.
+///
+/// The run (the speed last given, its rate and what has accumulated) is one for the whole process and
+/// outlives every call: the function must not be called from two threads at once, and two transports at
+/// different speeds disturb each other, since each change of speed begins a new run.
+/// @param[in,out] counter frame counter to be moved on; may be null, and what a fast run would add then
+/// accumulates.
+/// @param speed in 1/65520. 0 returns at once and changes nothing; QLN_SPEED_NONE goes on with the stored
+/// run; any other value that differs from the last begins a new one.
+/// @return how often the step is repeated. At 65520 and above: 1, and the counter moves by two for each 1.0
+/// of speed. Below it, and for every reverse speed: the counter moves by 1, and the result is 32760 over the
+/// absolute speed, with the remainders carried on to later calls.
+QLN_API uint32_t speedReps(uint32_t* counter, int32_t speed);
+
+/// Counts the channels of a mask. @return the number of set bits, 0 to 32.
+QLN_API uint32_t totalChannels(uint32_t mask);
+
+/// Picks one channel of a mask. @param index counts the set bits from 0, beginning at bit 0.
+/// @return a word with that bit alone; 0 if the mask has fewer set bits.
+QLN_API uint32_t isolateChannel(uint32_t mask, uint32_t index);
+
+/// Finds one channel of a mask. @param index counts the set bits from 0, beginning at bit 0.
+/// @param[out] remaining the mask without that bit, or the whole mask if there is none; may be null.
+/// @return the number of the bit, 0 to 31; 0xFFFFFFFF if the mask has fewer set bits.
+QLN_API uint32_t findChannel(uint32_t mask, uint32_t* remaining, uint32_t index);
+
+/// Makes the letters A to Z among the four bytes of a fourcc small. No other byte changes, whatever the
+/// process's locale.
+QLN_API uint32_t fourccToLower(uint32_t fourcc);
+
+/// Makes the letters a to z among the four bytes of a fourcc capital. No other byte changes, whatever the
+/// process's locale.
+QLN_API uint32_t fourccToUpper(uint32_t fourcc);
+
+QLN_C_END
+
+#ifdef __cplusplus
+
+#include <type_traits>
+
+#include "kxutil/kxutil.h"
+
+/// A speed, or a distance, in 1/65520: 65520 is plain play, -65520 plain reverse, 0 stopped.
+class CQLNSpeed {
+ public:
+  /// Plain play: 65520.
+  QLN_API CQLNSpeed();
+
+  /// @param raw the value in 1/65520.
+  QLN_API CQLNSpeed(int32_t raw);
+
+  /// As Set(numerator, denominator).
+  QLN_API CQLNSpeed(int32_t numerator, int32_t denominator);
+
+  CQLNSpeed(const CQLNSpeed&) = default;
+
+  QLN_API CQLNSpeed& operator=(const CQLNSpeed& other);
+
+  /// Takes a multiple of plain play: @p times x 65520, truncated toward zero, held inside 32 bits; not a
+  /// number gives 0. An assigned integer takes this way too: `speed = 1` is plain play, and a raw value goes
+  /// in through Set (`speed = 65520` would be 65520 times play, and is held at 0x7FFFFFFF).
+  QLN_API CQLNSpeed& operator=(double times);
+
+  /// @return the value in 1/65520.
+  QLN_API int32_t Get() const;
+
+  /// Stores a value in 1/65520.
+  QLN_API void Set(int32_t raw);
+
+  /// Stores numerator / denominator as a speed, rounded to the nearest unit, halves away from zero: (1001,
+  /// 2002) is 32760. A denominator of 0 stores QLN_SPEED_NONE, a value outside 32 bits -1.
+  QLN_API void Set(int32_t numerator, int32_t denominator);
+
+  /// @return the absolute value, in 1/65520. That of the most negative value has the same 32 bits as it.
+  QLN_API int32_t Abs() const;
+
+  /// @return whole frames, truncated toward zero.
+  QLN_API int32_t Whole() const;
+
+  /// @return what Whole leaves, in 1/65520, with the sign of the value.
+  QLN_API int32_t Frac() const;
+
+  /// @return the value as a multiple of plain play.
+  QLN_API double Double() const;
+
+  /// Takes the whole frames out of the object, which keeps the fraction, 0 to 65519.
+  /// @return the whole frames, rounded down: a raw value of -1 gives -1 and leaves 65519.
+  QLN_API int32_t Fractionalize();
+
+ private:
+  int32_t raw_;
+};
+
+static_assert(sizeof(CQLNSpeed) == 4, "hosts hold a speed by value");
+
+/// The product of two speeds, rounded to the nearest unit, halves away from zero; -1 outside 32 bits.
+inline CQLNSpeed operator*(const CQLNSpeed& a, const CQLNSpeed& b) {
+  return CQLNSpeed(MulDiv(a.Get(), b.Get(), QLN_SPEED_PLAY));
+}
+
+/// The ratio of two speeds, rounded to the nearest unit, halves away from zero; -1 outside 32 bits and for a
+/// divisor of 0.
+inline CQLNSpeed operator/(const CQLNSpeed& a, const CQLNSpeed& b) {
+  return CQLNSpeed(MulDiv(a.Get(), QLN_SPEED_PLAY, b.Get()));
+}
+
+/// A position: a frame number and the fraction of a frame behind it, 0 to 65519 in 1/65520.
+///
+/// The fraction is never negative, so the position is always whole + fraction / 65520: a quarter of a frame
+/// in front of frame 0 is frame -1 and 49140. Everything that writes a position brings it into that form;
+/// what is carried into the frame number wraps at 32 bits.
+class CQLNPos {
+ public:
+  /// Frame 0, fraction 0.
+  QLN_API CQLNPos();
+
+  /// As Set(distance).
+  QLN_API CQLNPos(const CQLNSpeed& distance);
+
+  /// As Set(whole, fraction).
+  QLN_API CQLNPos(int32_t whole, int32_t fraction);
+
+  CQLNPos(const CQLNPos&) = default;
+
+  QLN_API CQLNPos& operator=(const CQLNPos& other);
+
+  /// As Set(distance).
+  QLN_API CQLNPos& operator=(const CQLNSpeed& distance);
+
+  /// Goes to where @p distance leads from frame 0.
+  QLN_API void Set(const CQLNSpeed& distance);
+
+  /// @param whole frame number. @param fraction in 1/65520; what lies outside 0 to 65519 is carried.
+  QLN_API void Set(int32_t whole, int32_t fraction);
+
+  /// Goes to numerator / denominator frames, in plain signed 32-bit arithmetic: the remainder is multiplied
+  /// by 65520 and wraps for remainders above 32775. A denominator of 0 gives frame 0, fraction 0; the most
+  /// negative number over -1 is that number again.
+  QLN_API void SetAsFrac(int32_t numerator, int32_t denominator);
+
+  /// Whether the frame number is below 0 (or, if that could be, the fraction).
+  QLN_API bool IsNeg() const;
+
+  /// Whether the frame number or the fraction is above 0. A position between two negative frames is both
+  /// IsNeg and IsPlus.
+  QLN_API bool IsPlus() const;
+
+  /// Whether the position is frame 0, fraction 0.
+  QLN_API bool IsZero() const;
+
+  /// @return the frame number.
+  QLN_API int32_t floor() const;
+
+  /// @return the frame number, and one more if there is a fraction.
+  QLN_API int32_t ceil() const;
+
+  /// @return the fraction, in 1/65520.
+  QLN_API int32_t frac() const;
+
+  /// @return the units left to the next frame, less one: 65519 - fraction.
+  QLN_API int32_t fracbar() const;
+
+  /// Moves the position by a distance.
+  CQLNPos& operator+=(const CQLNSpeed& distance) {
+    CQLNSpeed fraction(distance);
+    const int32_t whole = fraction.Fractionalize();
+    Set(Wrap(Bits(whole_) + Bits(whole)), fraction_.Get() + fraction.Get());
+    return *this;
+  }
+
+  /// Moves the position back by a distance.
+  CQLNPos& operator-=(const CQLNSpeed& distance) {
+    CQLNSpeed fraction(distance);
+    const int32_t whole = fraction.Fractionalize();
+    Set(Wrap(Bits(whole_) - Bits(whole)), fraction_.Get() - fraction.Get());
+    return *this;
+  }
+
+  /// The sum of two positions.
+  friend CQLNPos operator+(const CQLNPos& a, const CQLNPos& b) {
+    return CQLNPos(Wrap(Bits(a.whole_) + Bits(b.whole_)), a.fraction_.Get() + b.fraction_.Get());
+  }
+
+  /// The difference of two positions.
+  friend CQLNPos operator-(const CQLNPos& a, const CQLNPos& b) {
+    return CQLNPos(Wrap(Bits(a.whole_) - Bits(b.whole_)), a.fraction_.Get() - b.fraction_.Get());
+  }
+
+ protected:
+  /// Carries what lies outside 0 to 65519 from the fraction into the frame number.
+  QLN_API void Normalize();
+
+ private:
+  friend class CQLNTransTC;  // gives its frame number out by reference
+
+  // Frame numbers are added as unsigned words, so that they wrap.
+  static constexpr uint32_t Bits(int32_t value) { return static_cast<uint32_t>(value); }
+  static constexpr int32_t Wrap(uint32_t value) { return static_cast<int32_t>(value); }
+
+  int32_t whole_;
+  CQLNSpeed fraction_;
+};
+
+static_assert(sizeof(CQLNPos) == 8, "hosts hold a position by value");
+static_assert(std::is_standard_layout_v<CQLNPos>, "the frame number lies first");
+
+/// The position counter of a transport. A host gives it a range and a speed and then, once for each frame it
+/// shows, reads GetTC(count), stands on that frame for count ticks of its clock, and steps with ++ or --.
+///
+/// A counter with a range loops in it: the in point belongs to the range, the out point does not. A counter
+/// with an empty range (in equal to out) runs free.
+///
+/// One step at plain speed and above moves by the speed itself. Below it, one step moves by just as many
+/// times the speed as leads into the next frame, and that number is the play count: at a quarter of play
+/// from the start of a frame, 4, and the step moves one whole frame.
+///
+/// The play count is worked out at the first need behind each change of position or speed, and kept until
+/// the next. Assigning a speed, SetRange and SetTCLimit do not make it be worked out anew.
+class CQLNTransTC {
+ public:
+  /// Range empty, position, speed and index 0.
+  QLN_API CQLNTransTC();
+
+  CQLNTransTC(const CQLNTransTC&) = default;
+
+  /// Takes over the whole state of another counter.
+  QLN_API CQLNTransTC& operator=(const CQLNTransTC& other);
+
+  /// As SetTC(position). @return the counter's own position.
+  QLN_API CQLNPos& operator=(const CQLNPos& position);
+
+  /// Takes over the speed alone: unlike SetSpeed it leaves the fraction and the play count as they are, so
+  /// that a play count of the old speed may be used once more. @return the counter's own speed.
+  QLN_API CQLNSpeed& operator=(const CQLNSpeed& speed);
+
+  /// As SetTC(frame). @return the frame that the counter then stands on.
+  QLN_API int32_t operator=(int32_t frame);
+
+  /// One step forward. @return the frame number, inside the counter.
+  QLN_API int32_t& operator++();
+
+  /// One step back. @return the frame number, inside the counter.
+  QLN_API int32_t& operator--();
+
+  /// @p steps steps forward at once, all with the play count of the first; the index moves by 1.
+  /// @return the frame number.
+  QLN_API int32_t operator+=(int32_t steps);
+
+  /// @p steps steps back at once, all with the play count of the first; the index moves by 1.
+  /// @return the frame number.
+  QLN_API int32_t operator-=(int32_t steps);
+
+  /// Sets the range between two frames, given in either order. -1 as @p b is an open end: the counter then
+  /// runs free from @p a on, and a position in front of @p a is moved by 1 + a. Neither the position nor the
+  /// speed changes; the next step or SetTC applies the range.
+  QLN_API void SetRange(int32_t a, int32_t b);
+
+  /// Sets the speed. The fraction of the position becomes 0 for plain play and plain reverse, and half a
+  /// frame for every other speed, 0 included.
+  QLN_API void SetSpeed(const CQLNSpeed& speed);
+
+  /// Goes to a frame, folded into the range; the fraction and the index become 0.
+  QLN_API void SetTC(int32_t frame);
+
+  /// Goes to a position, folded into the range; the index becomes 0.
+  QLN_API void SetTC(const CQLNPos& position);
+
+  /// @return the frame number.
+  QLN_API int32_t GetTC() const;
+
+  /// Reads the frame number together with its play count. @param[out] count ticks that the frame is to stand,
+  /// cut to its width. @return the frame number.
+  /// @{
+  QLN_API int32_t GetTC(int16_t& count);
+  QLN_API int32_t GetTC(uint16_t& count);
+  QLN_API int32_t GetTC(int32_t& count);
+  QLN_API int32_t GetTC(uint32_t& count);
+  template <class Count, std::enable_if_t<std::is_integral_v<Count> && sizeof(Count) == 8, int> = 0>
+  int32_t GetTC(Count& count) {
+    int32_t narrow = 0;
+    const int32_t frame = GetTC(narrow);
+    count = static_cast<Count>(narrow);
+    return frame;
+  }
+  /// @}
+
+  /// @param[out] position a copy of the position.
+  QLN_API void GetCPos(CQLNPos& position) const;
+
+  /// @param[out] speed a copy of the speed.
+  QLN_API void GetCSpeed(CQLNSpeed& speed) const;
+
+  /// @return the speed in 1/65520.
+  QLN_API int32_t GetLSpeed() const;
+
+  /// @return the first frame of the range.
+  QLN_API int32_t GetIn() const;
+
+  /// @return the frame behind the range.
+  QLN_API int32_t GetOut() const;
+
+  /// @return out - in.
+  QLN_API int32_t GetDur() const;
+
+  /// @return steps since the position was set: those forward less those back.
+  QLN_API int32_t GetIndex() const;
+
+ protected:
+  /// Folds the position into the range; does nothing if that is empty.
+  QLN_API void Modulo();
+
+  /// @return ticks that the current frame is to stand: 1 at speed 0 and from plain speed up.
+  QLN_API int32_t PlayCount();
+
+  int32_t in_;
+  int32_t out_;
+  int32_t dur_;  // out - in; the modulus, as an unsigned word
+  CQLNPos pos_;
+  CQLNSpeed speed_;
+  bool recount_;  // the play count has to be worked out anew
+  int32_t index_;
+  int32_t lastPlayCount_;
+
+ private:
+  // How far `steps` steps lead from here, and what every step ends with.
+  CQLNSpeed StepLength(int32_t steps);
+  void EndStep(int32_t indexChange);
+
+  static void LayoutStands() {
+    static_assert(offsetof(CQLNTransTC, in_) == 0 && offsetof(CQLNTransTC, out_) == 4);
+    static_assert(offsetof(CQLNTransTC, dur_) == 8 && offsetof(CQLNTransTC, pos_) == 12);
+    static_assert(offsetof(CQLNTransTC, speed_) == 20 && offsetof(CQLNTransTC, recount_) == 24);
+    static_assert(offsetof(CQLNTransTC, index_) == 28 && offsetof(CQLNTransTC, lastPlayCount_) == 32);
+  }
+};
+
+static_assert(sizeof(CQLNTransTC) == 36, "hosts hold a counter by value");
+
+/// A counter that is also read and set relative to its in point, as a clip's own time.
+class CQLNTransTC2 : public CQLNTransTC {
+ public:
+  /// As the base's.
+  QLN_API CQLNTransTC2();
+
+  /// As the base's. From another CQLNTransTC2, the whole state is taken over.
+  /// @{
+  QLN_API CQLNPos& operator=(const CQLNPos& position);
+  QLN_API CQLNSpeed& operator=(const CQLNSpeed& speed);
+  QLN_API int32_t operator=(int32_t frame);
+  /// @}
+
+  /// @return the first frame of the range.
+  QLN_API int32_t In() const;
+
+  /// @return the frame behind the range.
+  QLN_API int32_t Out() const;
+
+  /// @return steps since the position was set: those forward less those back.
+  QLN_API uint32_t GetIndex() const;
+
+  /// @return the play count as it was last worked out; nothing is worked out now.
+  QLN_API int32_t GetLastPlayCount() const;
+
+  /// @return the play count of the current frame.
+  QLN_API int32_t GetRepeat();
+
+  /// @return the frame number, counted from the in point.
+  QLN_API int32_t GetClipTC() const;
+
+  /// As SetTC. @param frame counted from the in point.
+  QLN_API void SetClipTC(int32_t frame);
+
+  /// As SetTC, but a frame at the out point or behind it becomes the last one of the range.
+  /// @param frame counted from the in point.
+  QLN_API void SetClipTCLimit(int32_t frame);
+
+  /// Goes to a frame without folding: one in front of the range becomes its first, one at the out point or
+  /// behind it the one in front of the out point, also where the range is empty or open. The fraction becomes
+  /// 0; the index and the play count stay as they are.
+  QLN_API void SetTCLimit(int32_t frame);
+
+  /// As the base's.
+  QLN_API void SetSpeed(const CQLNSpeed& speed);
+
+  /// Sets the speed. The fraction of the position becomes 0 for plain play and plain reverse, and stays as it
+  /// is for every other speed.
+  QLN_API void SetSpeedZero(const CQLNSpeed& speed);
+};
+
+static_assert(sizeof(CQLNTransTC2) == 36, "a clip counter adds no member");
+
+#endif
+
+#endif
