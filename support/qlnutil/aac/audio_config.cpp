@@ -1,6 +1,6 @@
 // The fixed start of AudioSpecificConfig, ISO/IEC 14496-3 clause 1.6.2.1.
 
-#include <cstddef>
+#include <iterator>
 
 #include "qlnutil/bits/bit_reader.h"
 #include "qlnutil/bits/bit_writer.h"
