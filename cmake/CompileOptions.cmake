@@ -24,6 +24,8 @@ if(QLN_SANITIZE)
   # Applied to all targets, so that everything in the process is instrumented alike.
   add_compile_options(-fsanitize=${QLN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${QLN_SANITIZE})
+  # GCC takes the checks that it put into library templates for reads of unset variables.
+  add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()
 if(QLN_LIBFUZZER)
   add_compile_options(-fsanitize=fuzzer-no-link)
