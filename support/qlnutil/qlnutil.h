@@ -6,6 +6,7 @@
 #include "qlnutil/mediacmd.h"
 #include "qlnutil/qlnaac.h"
 #include "qlnutil/qlnbits.h"
+#include "qlnutil/qlnformat.h"
 #include "qlnutil/qlnframe.h"
 #include "qlnutil/qlninband.h"
 #include "qlnutil/qlntransport.h"

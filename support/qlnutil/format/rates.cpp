@@ -1,0 +1,149 @@
+// Rates between the rate field, the rational pair, the floating-point rate and the timecode type.
+
+#include "qlnutil/format/rates.h"
+
+#include "qlnutil/qlnformat.h"
+
+namespace qln {
+namespace {
+
+constexpr double kDefaultFramesPerSecond = 29.97002997002997;
+constexpr double kDefaultMsPerFrame = 33.36666666666667;
+
+struct RateRow {
+  uint32_t field;
+  uint32_t rate;
+};
+
+// Rate fields that stand for a rate over 1001.
+constexpr RateRow kRatesOver1001[] = {{14, 15000}, {23, 24000}, {29, 30000},  {47, 48000},
+                                      {59, 60000}, {71, 72000}, {119, 120000}};
+
+struct TcRow {
+  uint32_t type;
+  double framesPerSecond;
+  double msPerFrame;
+};
+
+// Type 2 keeps the milliseconds of type 4: hosts pace both by the same clock.
+constexpr TcRow kTcRows[] = {
+    {QLN_TC_FILM, 24.0, 41.666666666666664},
+    {QLN_TC_NON_DROP_FRAME, 30.0, kDefaultMsPerFrame},
+    {QLN_TC_DROP_FRAME, kDefaultFramesPerSecond, kDefaultMsPerFrame},
+    {QLN_TC_PAL, 25.0, 40.0},
+    {QLN_TC_50, 50.0, 20.0},
+    {QLN_TC_59_94, 59.94005994005994, 16.68333333333333},
+    {QLN_TC_60, 60.0, 16.66666666666667},
+    {QLN_TC_FILM_DROP, 23.976023976023978, 41.708333333333336},
+    {QLN_TC_23_98, 23.976023976023978, 41.708333333333336},
+};
+constexpr TcRow kTcDefault = {QLN_TC_FRAMES, kDefaultFramesPerSecond, kDefaultMsPerFrame};
+
+const TcRow& TcRowOf(uint32_t tcType) {
+  for (const TcRow& row : kTcRows) {
+    if (row.type == (tcType & 0xFF)) return row;
+  }
+  return kTcDefault;
+}
+
+// Truncated toward zero; `otherwise` where the result does not fit.
+uint32_t TruncateTo32(double value, uint32_t otherwise) {
+  return value > -1.0 && value < 4294967296.0 ? static_cast<uint32_t>(value) : otherwise;
+}
+
+}  // namespace
+
+double FoldToBaseRate(double r) {
+  if (r >= 14.0 && r <= 15.5) r *= 2.0;
+  if (r >= 47.0 && r <= 48.5) r /= 2.0;
+  if (r >= 71.0 && r <= 72.5) r /= 3.0;
+  if (r >= 100.0 && r <= 120.0) r *= 0.25;
+  return r;
+}
+
+int32_t vidRateScaleFromFPS(double framesPerSecond, uint32_t* rate, uint32_t* scale) {
+  if (rate == nullptr || scale == nullptr) return -1;
+  const auto give = [&](uint32_t newRate, uint32_t newScale) {
+    *rate = newRate;
+    *scale = newScale;
+    return 0;
+  };
+  const double r = FoldToBaseRate(framesPerSecond);
+  if (r > 24.9 && r < 25.1) return give(25, 1);
+  if (r >= 23.0 && r < 24.0) return give(24000, 1001);
+  if (r >= 24.0 && r < 25.0) return give(24, 1);
+  if (r >= 47.0 && r < 49.0) return give(48, 1);
+  if (r >= 60.0) return give(60, 1);
+  if (r >= 59.0) return give(60000, 1001);
+  if (r >= 50.0) return give(50, 1);
+  if (r > 29.0 && r < 30.0) return give(30000, 1001);
+  if (r >= 30.0 && r < 30.9) return give(30, 1);
+  const bool fits = r > -2147483649.0 && r < 2147483648.0;
+  give(fits ? static_cast<uint32_t>(static_cast<int32_t>(r)) * 100u : 0u, 100);
+  return 1;
+}
+
+}  // namespace qln
+
+using namespace qln;
+
+int32_t vidRateScale(QLNSignalFormat format, uint32_t* rate, uint32_t* scale) {
+  if (rate == nullptr || scale == nullptr || format == QLN_SIGNAL_FORMAT_UNKNOWN) return -1;
+  const uint32_t field = format & kRateFieldMask;
+  *rate = field;
+  *scale = 1;
+  for (const RateRow& row : kRatesOver1001) {
+    if (row.field == field) {
+      *rate = row.rate;
+      *scale = 1001;
+    }
+  }
+  return field == kRateFieldNone ? -1 : 0;
+}
+
+int32_t vidRateScaleFromSize(uint32_t width, uint32_t height, uint32_t* rate, uint32_t* scale) {
+  if (rate == nullptr || scale == nullptr) return -1;
+  if (width > 4096) return 0;
+  const bool ntsc =
+      (width <= 720 && height < 513) || (width > 720 && width <= 1080) || (width > 1828 && width <= 1920);
+  const bool film = width > 2048 || (width > 1920 && height >= 1236);
+  *rate = ntsc ? 30000 : film ? 24 : 25;
+  *scale = ntsc ? 1001 : 1;
+  return 0;
+}
+
+double vidFramesPerSecD(QLNSignalFormat format, uint32_t rate, uint32_t scale) {
+  if (rate == 0 || scale == 0) {
+    if (vidRateScale(format, &rate, &scale) != 0) return kDefaultFramesPerSecond;
+  }
+  return static_cast<double>(rate) / static_cast<double>(scale);
+}
+
+double vidMsPerFrameD(QLNSignalFormat format, uint32_t rate, uint32_t scale) {
+  return 1000.0 / vidFramesPerSecD(format, rate, scale);
+}
+
+uint32_t vidMsPerFrame(QLNSignalFormat format, uint32_t rate, uint32_t scale) {
+  return TruncateTo32(vidMsPerFrameD(format, rate, scale) + 0.5, 0xFFFFFFFFu);
+}
+
+double vidTCFramesPerSecD(uint32_t tcType) { return TcRowOf(tcType).framesPerSecond; }
+
+double vidTCMsPerFrameD(uint32_t tcType) { return TcRowOf(tcType).msPerFrame; }
+
+uint32_t vidTCMsPerFrame(uint32_t tcType) { return TruncateTo32(vidTCMsPerFrameD(tcType) + 0.5, 0); }
+
+uint32_t vidGetTCType(double framesPerSecond) {
+  const double r = FoldToBaseRate(framesPerSecond);
+  if (r < 23.0 || r > 60.0) return QLN_TC_NON_DROP_FRAME;
+  // The ranges overlap; the first that holds decides.
+  if (r > 24.9 && r < 25.1) return QLN_TC_PAL;
+  if (r >= 23.0 && r < 24.0) return QLN_TC_FILM_DROP;
+  if (r >= 24.0 && r < 25.0) return QLN_TC_FILM;
+  if (r >= 47.0 && r < 49.0) return QLN_TC_FILM;
+  if (r >= 60.0) return QLN_TC_60;
+  if (r >= 59.0) return QLN_TC_59_94;
+  if (r >= 50.0) return QLN_TC_50;
+  if (r > 29.0 && r < 30.0) return QLN_TC_DROP_FRAME;
+  return QLN_TC_NON_DROP_FRAME;
+}
