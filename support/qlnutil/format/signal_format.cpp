@@ -1,0 +1,376 @@
+// From rate and raster to a signal format word: ordered rules in blocks of rate, and the word built from its
+// parts where none of them matches.
+
+#include <iterator>
+#include <limits>
+#include <span>
+
+#include "qlnutil/format/rates.h"
+#include "qlnutil/format/signal_format.h"
+#include "qlnutil/qlnformat.h"
+
+namespace {
+
+// ---- Classes of width and height: a rule names a union of each, and a raster belongs to several. ----
+
+enum Widths : uint32_t {
+  kW320 = 1u << 0,
+  kW352 = 1u << 1,
+  kW360 = 1u << 2,
+  kW640 = 1u << 3,
+  kW704 = 1u << 4,
+  kW720 = 1u << 5,
+  kW768 = 1u << 6,
+  kW960 = 1u << 7,
+  kW1024 = 1u << 8,
+  kW1048 = 1u << 9,
+  kW1280 = 1u << 10,
+  kW1440 = 1u << 11,
+  kW1920 = 1u << 12,
+  kW2048 = 1u << 13,
+  kW3840 = 1u << 14,
+  kW7680 = 1u << 15,
+  kWUpTo720 = 1u << 16,
+  kAnyWidth = 1u << 17,
+};
+constexpr uint32_t kWHd = kW1920 | kW1440 | kW1280;
+
+enum Heights : uint32_t {
+  kHUpTo625 = 1u << 0,
+  kH480To512 = 1u << 1,
+  kH540 = 1u << 2,
+  kH576 = 1u << 3,
+  kH720To740 = 1u << 4,
+  kH1034To1125 = 1u << 5,
+  kH1035Or1036 = 1u << 6,
+  kH1037To1124 = 1u << 7,
+  kH1080 = 1u << 8,
+  kH1080To1125 = 1u << 9,
+  kHHd = 1u << 10,  // the line counts that coded 1080-line pictures come with
+  kHBelow1126 = 1u << 11,
+  kH1536 = 1u << 12,
+  kHFrom1556 = 1u << 13,
+  kH1556Or1588 = 1u << 14,
+  kHFrom2160 = 1u << 15,
+  kHFrom4320 = 1u << 16,
+  kAnyHeight = 1u << 17,
+};
+
+uint32_t WidthClasses(uint32_t w) {
+  const uint32_t always = kAnyWidth | (w <= 720 ? kWUpTo720 : 0u);
+  switch (w) {
+    case 320:
+      return always | kW320;
+    case 352:
+      return always | kW352;
+    case 360:
+      return always | kW360;
+    case 640:
+      return always | kW640;
+    case 704:
+      return always | kW704;
+    case 720:
+      return always | kW720;
+    case 768:
+      return always | kW768;
+    case 960:
+      return always | kW960;
+    case 1024:
+      return always | kW1024;
+    case 1048:
+      return always | kW1048;
+    case 1280:
+      return always | kW1280;
+    case 1440:
+      return always | kW1440;
+    case 1920:
+      return always | kW1920;
+    case 2048:
+      return always | kW2048;
+    case 3840:
+      return always | kW3840;
+    case 7680:
+      return always | kW7680;
+    default:
+      return always;
+  }
+}
+
+uint32_t HeightClasses(uint32_t h) {
+  uint32_t classes = kAnyHeight;
+  const auto add = [&](bool belongs, Heights heightClass) { classes |= belongs ? heightClass : 0u; };
+  if (h < 1126) {
+    classes |= kHBelow1126;
+    add(h <= 625, kHUpTo625);
+    add(h >= 480 && h <= 512, kH480To512);
+    add(h == 540, kH540);
+    add(h == 576, kH576);
+    add(h >= 720 && h <= 740, kH720To740);
+    add(h >= 1034, kH1034To1125);
+    add(h == 1035 || h == 1036, kH1035Or1036);
+    add(h >= 1037 && h <= 1124, kH1037To1124);
+    add(h == 1080, kH1080);
+    add(h >= 1080, kH1080To1125);
+    add(h == 1080 || h == 1088 || h == 1092 || h == 1112 || h == 1114, kHHd);
+  } else {
+    add(h == 1536, kH1536);
+    add(h >= 1556, kHFrom1556);
+    add(h == 1556 || h == 1588, kH1556Or1588);
+    add(h >= 2160, kHFrom2160);
+    add(h >= 4320, kHFrom4320);
+  }
+  return classes;
+}
+
+// ---- The rules: within a block of rates they run from the top, and the first that matches gives the word.
+// --
+
+struct Rule {
+  constexpr Rule(uint32_t h, uint32_t w, QLNSignalFormat always)
+      : heights(h), widths(w), progressive(always), otherwise(always) {}
+  constexpr Rule(uint32_t h, uint32_t w, QLNSignalFormat ifProgressive, QLNSignalFormat ifNot)
+      : heights(h), widths(w), progressive(ifProgressive), otherwise(ifNot) {}
+
+  uint32_t heights;
+  uint32_t widths;
+  QLNSignalFormat progressive;
+  QLNSignalFormat otherwise;
+};
+
+constexpr Rule kRules14[] = {
+    {kH1536, kW2048, 0x2500C00E},
+    {kHFrom1556, kW2048, 0x2510C00E},
+};
+
+constexpr Rule kRules15[] = {
+    {kH1536, kW2048, 0x2500C00F},
+    {kHFrom1556, kW2048, 0x2510C00F},
+};
+
+constexpr Rule kRules25[] = {
+    {kHUpTo625, kW720 | kW360, 0x11A04219}, {kH720To740, kAnyWidth, 0x22109019},
+    {kAnyHeight, kW640, 0x11A04019},        {kH1035Or1036, kWHd, 0x1380B219},
+    {kHHd, kWHd, 0x2380B219, 0x1380B219},   {kHHd, kW2048, 0x2380C019},
+    {kHFrom4320, kW7680, 0x2650B619},       {kHFrom4320, kAnyWidth, 0x2650B819},
+    {kHFrom2160, kW3840, 0x2640F019},       {kHFrom2160, kAnyWidth, 0x26410019},
+};
+
+constexpr Rule kRules24[] = {
+    {kH720To740, kAnyWidth, 0x22109018},
+    {kHHd, kWHd, 0x2380B218, 0x1380B218},
+    {kHHd, kW2048, 0x2380C018, 0x4380C018},
+    {kH1536, kW2048, 0x2500C018, 0x4500C018},
+    {kH1556Or1588, kW2048, 0x2510C018, 0x4510C018},
+    {kHFrom4320, kW7680, 0x2650B618},
+    {kHFrom4320, kAnyWidth, 0x2650B818},
+    {kHFrom2160, kW3840, 0x2640F018},
+    {kHFrom2160, kAnyWidth, 0x26410018},
+    {kHBelow1126, kAnyWidth, 0x2380B218, 0x1380B218},
+};
+
+constexpr Rule kRules23[] = {
+    {kH720To740, kAnyWidth, 0x22109017},  {kHHd, kW2048, 0x2380C017, 0x4380C017},
+    {kHHd, kWHd, 0x2380B217, 0x4380B217}, {kHFrom4320, kW7680, 0x2650B617},
+    {kHFrom4320, kAnyWidth, 0x2650B817},  {kHFrom2160, kW3840, 0x2640F017},
+    {kHFrom2160, kAnyWidth, 0x26410017},  {kH1536, kW2048, 0x2500C017},
+    {kH1556Or1588, kW2048, 0x2510C017},
+};
+
+// The 2560x1080 words have no rule: their 1080 lines belong to the second one here.
+constexpr Rule kRules60[] = {
+    {kH720To740, kAnyWidth, 0x2210903C}, {kH1034To1125, kAnyWidth, 0x2380B23C, 0x1380B23C},
+    {kHFrom4320, kW7680, 0x2650B63C},    {kHFrom4320, kAnyWidth, 0x2650B83C},
+    {kHFrom2160, kW3840, 0x2640F03C},    {kHFrom2160, kAnyWidth, 0x2641003C},
+};
+
+constexpr Rule kRules59[] = {
+    {kH1080, kW2048, 0x2380C03B},
+    {kH720To740, kAnyWidth, 0x2210903B},
+    {kH1034To1125, kAnyWidth, 0x2380B23B, 0x1380B23B},
+    {kHFrom4320, kW7680, 0x2650B63B},
+    {kHFrom4320, kAnyWidth, 0x2650B83B},
+    {kHFrom2160, kW3840, 0x2640F03B},
+    {kHFrom2160, kAnyWidth, 0x2641003B},
+};
+
+constexpr Rule kRules50[] = {
+    {kH720To740, kAnyWidth, 0x22109032}, {kH1034To1125, kAnyWidth, 0x2380B232, 0x1380B232},
+    {kHFrom4320, kW7680, 0x2650B632},    {kHFrom4320, kAnyWidth, 0x2650B832},
+    {kHFrom2160, kW3840, 0x2640F032},    {kHFrom2160, kAnyWidth, 0x26410032},
+};
+
+constexpr Rule kRules48[] = {
+    {kH1034To1125, kAnyWidth, 0x2380B230},
+};
+
+constexpr Rule kRules47[] = {
+    {kH1034To1125, kAnyWidth, 0x2380B22F},
+};
+
+constexpr Rule kRules29[] = {
+    {kH1035Or1036, kW1920, 0x1310B21D},
+    {kH1037To1124, kWHd, 0x2380B21D, 0x1380B21D},
+    {kH1037To1124, kW2048, 0x2380C01D},
+    {kH1080To1125, kW1920 | kW960, 0x2380B21D, 0x1380B21D},
+    {kH720To740, kW1280 | kW960, 0x2210901D},
+    {kAnyHeight, kW640 | kW320, 0x1100401D},
+    {kH480To512, kWUpTo720, 0x1120421D},
+    {kHFrom4320, kW7680, 0x2650B61D},
+    {kHFrom4320, kAnyWidth, 0x2650B81D},
+    {kHFrom2160, kW3840, 0x2640F01D},
+    {kHFrom2160, kAnyWidth, 0x2641001D},
+    {kH540, kW960, 0x2380B21D, 0x1380B21D},
+    {kH540, kW1024, 0x2380C01D},
+    {kH576, kW768 | kW1024 | kW1048, 0x2380B21D, 0x1380B21D},
+};
+
+// The SD rasters have no word for 30 and take those for 29.97.
+constexpr Rule kRules30[] = {
+    {kH1035Or1036, kWHd, 0x1310B21E},        {kH1037To1124, kWHd, 0x2380B21E, 0x1380B21E},
+    {kH1037To1124, kW2048, 0x2380C01E},      {kH720To740, kW1280 | kW960, 0x2210901E},
+    {kAnyHeight, kW640 | kW320, 0x1100401D}, {kAnyHeight, kW704 | kW720 | kW352 | kW360, 0x1120421D},
+    {kHFrom4320, kW7680, 0x2650B61E},        {kHFrom4320, kAnyWidth, 0x2650B81E},
+    {kHFrom2160, kW3840, 0x2640F01E},        {kHFrom2160, kAnyWidth, 0x2641001E},
+};
+
+// ---- The blocks: they overlap, and one whose rules all fail leaves the raster to the next. ----
+
+enum class From { kIncluded, kExcluded };
+
+struct RateBlock {
+  double from;
+  From fromEnd;
+  double below;
+  std::span<const Rule> rules;
+
+  bool Contains(double r) const {
+    return (fromEnd == From::kIncluded ? r >= from : r > from) && !(r >= below);
+  }
+};
+
+// No rate, the infinite one included, is at or above not-a-number.
+constexpr double kNoLimit = std::numeric_limits<double>::quiet_NaN();
+
+constexpr RateBlock kBlocks[] = {
+    {14.0, From::kIncluded, 15.0, kRules14}, {15.0, From::kIncluded, 16.0, kRules15},
+    {24.9, From::kExcluded, 25.1, kRules25}, {24.0, From::kIncluded, 25.0, kRules24},
+    {23.0, From::kIncluded, 24.0, kRules23}, {60.0, From::kIncluded, kNoLimit, kRules60},
+    {59.0, From::kIncluded, 60.0, kRules59}, {50.0, From::kIncluded, 59.0, kRules50},
+    {48.0, From::kIncluded, 50.0, kRules48}, {47.0, From::kIncluded, 48.0, kRules47},
+    {29.0, From::kExcluded, 30.0, kRules29}, {30.0, From::kIncluded, 30.9, kRules30},
+};
+
+// ---- The word built from its parts, where no rule matches. ----
+
+constexpr bool HasSdRateField(uint32_t k) {
+  switch (k) {
+    case 5:
+    case 6:
+    case 7:
+    case 10:
+    case 14:
+    case 15:
+    case 23:
+    case 24:
+    case 25:
+    case 29:
+    case 30:
+    case 47:
+    case 48:
+    case 50:
+    case 59:
+    case 60:
+    case 71:
+    case 72:
+    case 100:
+    case 119:
+      return true;
+    default:
+      return false;
+  }
+}
+
+constexpr bool IsSdHeight(uint32_t h) { return h == 480 || h == 486 || h == 512 || h == 576 || h == 608; }
+
+constexpr bool IsProgressive(uint32_t k, uint32_t w, uint32_t h) {
+  return h == 720 || h == 1035 || h == 1036 || w == 800 || w == 1024 || w == 1400 || w == 1600 || w == 2048 ||
+         k == 23 || k == 24 || k == 47 || k == 48 || (k >= 61 && k <= 99) || h >= 600;
+}
+
+QLNSignalFormat BuildFromParts(double r, uint32_t w, uint32_t h) {
+  if (h == 1080 && (w == 1280 || w == 1440)) w = 1920;
+  if (h == 720 && w == 960) w = 1280;
+  const uint32_t widthToken = vidGetTokenFromSize(w);
+  const uint32_t heightToken = vidGetTokenFromSize(h);
+  if (widthToken == QLN_SIZE_UNKNOWN || heightToken == QLN_SIZE_UNKNOWN) return QLN_SIGNAL_FORMAT_UNKNOWN;
+  if (!(r < 4294967296.0)) return QLN_SIGNAL_FORMAT_UNKNOWN;  // infinite, or not a number
+
+  // A broken rate is meant to be 1000/1001 of the next whole one; taking off 0.8 finds its rate field.
+  const uint32_t whole = static_cast<uint32_t>(r);
+  const uint32_t k = static_cast<double>(whole) == r ? whole : static_cast<uint32_t>(r - 0.8);
+
+  uint32_t scanClass = QLN_SCAN_CLASS_INTERLACED;
+  uint32_t rateField = k & qln::kRateFieldMask;
+  if (IsSdHeight(h)) {
+    if (!HasSdRateField(k)) rateField = qln::kRateFieldNone;
+  } else if (IsProgressive(k, w, h)) {
+    scanClass = QLN_SCAN_CLASS_PROGRESSIVE;
+  }
+  return scanClass << 28 | heightToken << 20 | widthToken << 9 | rateField;
+}
+
+}  // namespace
+
+QLNSignalFormat vidGetSignalFormat(uint32_t rate, uint32_t scale, uint32_t width, int32_t height,
+                                   uint32_t progressive) {
+  static_assert(std::numeric_limits<double>::is_iec559, "a scale of 0 gives an infinite rate");
+  const double r = static_cast<double>(rate) / static_cast<double>(scale);
+  const uint32_t h = qln::AbsoluteHeight(height);
+  const uint32_t widths = WidthClasses(width);
+  const uint32_t heights = HeightClasses(h);
+  for (const RateBlock& block : kBlocks) {
+    if (!block.Contains(r)) continue;
+    for (const Rule& rule : block.rules) {
+      if ((rule.widths & widths) != 0 && (rule.heights & heights) != 0)
+        return progressive != 0 ? rule.progressive : rule.otherwise;
+    }
+  }
+  return BuildFromParts(r, width, h);
+}
+
+uint32_t vidGetTCTypeSignalFormat(QLNSignalFormat format) {
+  switch (format & qln::kRateFieldMask) {
+    case 14:
+    case 29:
+    case 59:
+    case 119:
+      return QLN_TC_DROP_FRAME;
+    case 23:
+    case 47:
+    case 71:
+      return QLN_TC_FILM_DROP;
+    case 24:
+    case 48:
+    case 72:
+      return QLN_TC_FILM;
+    case 25:
+    case 50:
+    case 100:
+      return QLN_TC_PAL;
+    default:
+      return QLN_TC_NON_DROP_FRAME;
+  }
+}
+
+uint32_t vidGetFPSTCTypeSignalFormat(QLNSignalFormat format) {
+  switch (format & qln::kRateFieldMask) {
+    case 50:
+      return QLN_TC_50;
+    case 59:
+      return QLN_TC_59_94;
+    case 60:
+      return QLN_TC_60;
+    default:
+      return vidGetTCTypeSignalFormat(format);
+  }
+}
