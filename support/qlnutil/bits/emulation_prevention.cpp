@@ -1,11 +1,11 @@
-// Both passes go from one pair of zero bytes to the next and move what lies between as a block.
+// Both passes go from one triple to the next and move what lies between as a block.
 
 #include "qlnutil/bits/emulation_prevention.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "nalstream/zero_scan.h"
+#include "nalstream/triple_scan.h"
 
 namespace qln {
 
@@ -18,21 +18,19 @@ size_t RemoveEmulationPrevention(uint8_t* destination, const uint8_t* source, si
   uint8_t* out = destination;
   size_t removed = 0;
 
-  const uint8_t* p = source + std::min<size_t>(policy.firstIndex, size);
-  while ((p = FindZeroPair(p, end)) != end && end - p >= 3) {
-    const uint8_t third = p[2];
-    if (third == 3 || (third == 12 && policy.removesTwelve)) {
-      const size_t landsAt = static_cast<size_t>(p + 2 - source) - removed;
-      if (policy.lastByteExempt && landsAt + 2 > size) break;
-      const size_t block = static_cast<size_t>(p + 2 - copied);
-      std::memmove(out, copied, block);
-      out += block;
-      copied = p + 3;
-      ++removed;
-      p = copied;
-    } else {
-      p += third == 0 ? 1 : 3;
-    }
+  const auto next = [&](const uint8_t* from) {
+    return policy.removesTwelve ? FindTriple<ThirdIsThreeOrTwelve>(from, end)
+                                : FindTriple<ThirdIs<3>>(from, end);
+  };
+  for (const uint8_t* p = source + std::min<size_t>(policy.firstIndex, size); (p = next(p)) != end;
+       p = copied) {
+    const size_t landsAt = static_cast<size_t>(p + 2 - source) - removed;
+    if (policy.lastByteExempt && landsAt + 2 > size) break;
+    const size_t block = static_cast<size_t>(p + 2 - copied);
+    std::memmove(out, copied, block);
+    out += block;
+    copied = p + 3;
+    ++removed;
   }
   std::memmove(out, copied, static_cast<size_t>(end - copied));
   std::memset(destination + (size - removed), policy.keepsSize ? lastByte : 0, removed);
@@ -49,11 +47,7 @@ size_t InsertEmulationPrevention(uint8_t* destination, size_t capacity, const ui
 
   const uint8_t* p = source + std::min<size_t>(policy.firstIndex, size);
   if (size < policy.smallestSize) p = end;
-  while ((p = FindZeroPair(p, end)) != end && end - p >= 3) {
-    if (p[2] > 3) {
-      p += 3;
-      continue;
-    }
+  while ((p = FindTriple<ThirdIsAtMost<3>>(p, end)) != end) {
     if (policy.limitIsUnescapedSize && static_cast<size_t>(p + 2 - source) + inserted > size) break;
     const size_t block = static_cast<size_t>(p + 2 - copied);
     ++inserted;

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "nalstream/zero_scan.h"
+#include "nalstream/triple_scan.h"
 #include "qlnutil/bits/private_copy.h"
 
 namespace qln {
@@ -23,7 +23,7 @@ int64_t Unescape(const uint8_t* source, int64_t size, uint8_t* destination) {
     if (destination != nullptr) std::memcpy(destination + written, copied, static_cast<size_t>(to - copied));
     written += to - copied;
   };
-  for (const uint8_t* p = source; (p = FindZeroPair(p, end)) != end && end - p >= 3;) {
+  for (const uint8_t* p = source; (p = FindTriple<ThirdIsAtMost<3>>(p, end)) != end;) {
     const uint8_t* const third = p + 2;
     const bool last = third + 1 == end;
     if (*third == 3 && !last) {

@@ -1,0 +1,169 @@
+// The vector scan that start code search and emulation prevention share: two zero bytes and a third of some
+// kind.
+//
+// One rule in three forms, which the tests hold against each other: plain, SSE2 (any x86-64), and AVX2 where
+// the machine has it, asked at the call. There is no start-up work and no state.
+#ifndef NALSTREAM_TRIPLE_SCAN_H
+#define NALSTREAM_TRIPLE_SCAN_H
+
+#include <cstddef>
+#include <cstdint>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#include <sys/platform/x86.h>
+#define QLN_AVX2 __attribute__((target("avx2"), always_inline))
+#endif
+
+namespace qln {
+
+// The kinds of third byte. Each vector form gives zero in the places that match.
+
+// Equal to `kValue`.
+template <uint8_t kValue>
+struct ThirdIs {
+  static bool Matches(uint8_t third) { return third == kValue; }
+#if defined(__x86_64__)
+  static __m128i Differs(__m128i third) { return _mm_xor_si128(third, _mm_set1_epi8(kValue)); }
+  QLN_AVX2 static __m256i Differs(__m256i third) { return _mm256_xor_si256(third, _mm256_set1_epi8(kValue)); }
+#endif
+};
+
+// At most `kValue`, which is a power of two minus 1.
+template <uint8_t kValue>
+struct ThirdIsAtMost {
+  static_assert((kValue & (kValue + 1)) == 0);
+  static constexpr char kAbove = static_cast<char>(~kValue);
+  static bool Matches(uint8_t third) { return third <= kValue; }
+#if defined(__x86_64__)
+  static __m128i Differs(__m128i third) { return _mm_and_si128(third, _mm_set1_epi8(kAbove)); }
+  QLN_AVX2 static __m256i Differs(__m256i third) { return _mm256_and_si256(third, _mm256_set1_epi8(kAbove)); }
+#endif
+};
+
+// 3 or 12.
+struct ThirdIsThreeOrTwelve {
+  static bool Matches(uint8_t third) { return third == 3 || third == 12; }
+#if defined(__x86_64__)
+  static __m128i Differs(__m128i third) {
+    return _mm_min_epu8(ThirdIs<3>::Differs(third), ThirdIs<12>::Differs(third));
+  }
+  QLN_AVX2 static __m256i Differs(__m256i third) {
+    return _mm256_min_epu8(ThirdIs<3>::Differs(third), ThirdIs<12>::Differs(third));
+  }
+#endif
+};
+
+// First p in [from, to) with p[0] == 0, p[1] == 0 and a matching p[2], all three in front of `to`; `to` if
+// there is none. Byte by byte: what the vector forms are held against.
+template <class Third>
+const uint8_t* FindTriplePlain(const uint8_t* from, const uint8_t* to) {
+  while (to - from >= 3) {
+    if (from[1] != 0) {
+      from += 2;
+    } else if (from[0] != 0 || !Third::Matches(from[2])) {
+      ++from;
+    } else {
+      return from;
+    }
+  }
+  return to;
+}
+
+#if defined(__x86_64__)
+
+template <class Third>
+const uint8_t* FindTripleSse2(const uint8_t* from, const uint8_t* to) {
+  const __m128i zero = _mm_setzero_si128();
+  for (; to - from >= 18; from += 16) {
+    const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+    const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 1));
+    const __m128i third = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 2));
+    const __m128i differs = _mm_or_si128(_mm_or_si128(first, second), Third::Differs(third));
+    const int hits = _mm_movemask_epi8(_mm_cmpeq_epi8(differs, zero));
+    if (hits != 0) return from + __builtin_ctz(static_cast<unsigned>(hits));
+  }
+  return FindTriplePlain<Third>(from, to);
+}
+
+// A byte is zero where a triple begins; 34 bytes are read.
+template <class Third>
+QLN_AVX2 inline __m256i DiffersAvx2(const uint8_t* from) {
+  const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
+  const __m256i second = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from + 1));
+  const __m256i third = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from + 2));
+  return _mm256_or_si256(_mm256_or_si256(first, second), Third::Differs(third));
+}
+
+// The places of the zero bytes of a vector, a bit each.
+QLN_AVX2 inline uint32_t ZerosAvx2(__m256i vector) {
+  return static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(vector, _mm256_setzero_si256())));
+}
+
+// The places of the zero bytes of the 64 bytes at an aligned address, a bit each.
+QLN_AVX2 inline uint64_t ZeroPlacesAvx2(const uint8_t* from) {
+  return ZerosAvx2(_mm256_load_si256(reinterpret_cast<const __m256i*>(from))) |
+         uint64_t{ZerosAvx2(_mm256_load_si256(reinterpret_cast<const __m256i*>(from + 32)))} << 32;
+}
+
+// Coded data has next to no zero pairs, so the loop looks for those, with one aligned load a vector. Where a
+// pair turns up without its third byte, more tend to follow: for a while it looks for whole triples.
+template <class Third>
+__attribute__((target("avx2"))) const uint8_t* FindTripleAvx2(const uint8_t* from, const uint8_t* to) {
+  constexpr int kWholeTriples = 16;
+  int wholeTriples = 1;
+  while (to - from >= 192) {
+    if (wholeTriples == 0) {
+      // The 128 bytes in front of `from` have been looked at, so the block may begin among them.
+      const uint8_t* p = from - (reinterpret_cast<uintptr_t>(from) & 31);
+      uint64_t carry = 0;
+      for (; to - p >= 130; p += 128) {
+        const uint64_t low = ZeroPlacesAvx2(p);
+        const uint64_t high = ZeroPlacesAvx2(p + 64);
+        if (((low & (low << 1 | carry)) | (high & (high << 1 | low >> 63))) != 0) break;
+        carry = high >> 63;
+      }
+      // The pair may begin in front of this block.
+      if (p > from) from = p - 1;
+      wholeTriples = kWholeTriples;
+      continue;
+    }
+    --wholeTriples;
+    const __m256i a = DiffersAvx2<Third>(from);
+    const __m256i b = DiffersAvx2<Third>(from + 32);
+    const __m256i c = DiffersAvx2<Third>(from + 64);
+    const __m256i d = DiffersAvx2<Third>(from + 96);
+    if (ZerosAvx2(_mm256_min_epu8(_mm256_min_epu8(a, b), _mm256_min_epu8(c, d))) != 0) {
+      const uint64_t low = ZerosAvx2(a) | uint64_t{ZerosAvx2(b)} << 32;
+      if (low != 0) return from + __builtin_ctzll(low);
+      return from + 64 + __builtin_ctzll(ZerosAvx2(c) | uint64_t{ZerosAvx2(d)} << 32);
+    }
+    from += 128;
+  }
+  for (; to - from >= 34; from += 32) {
+    const uint32_t hits = ZerosAvx2(DiffersAvx2<Third>(from));
+    if (hits != 0) return from + __builtin_ctz(hits);
+  }
+  return FindTripleSse2<Third>(from, to);
+}
+
+#endif
+
+// The scan, in the best form that the machine has.
+template <class Third>
+const uint8_t* FindTriple(const uint8_t* from, const uint8_t* to) {
+#if defined(__x86_64__)
+  // Where triples stand close together the first few bytes decide.
+  if (to - from >= 3 && from[0] == 0 && from[1] == 0 && Third::Matches(from[2])) return from;
+  if (to - from >= 256 && CPU_FEATURE_ACTIVE(AVX2)) return FindTripleAvx2<Third>(from, to);
+  return FindTripleSse2<Third>(from, to);
+#else
+  return FindTriplePlain<Third>(from, to);
+#endif
+}
+
+}  // namespace qln
+
+#undef QLN_AVX2
+
+#endif
