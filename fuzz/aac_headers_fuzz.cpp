@@ -25,6 +25,7 @@ void ReadWriteRead(const uint8_t* data, size_t size, uint32_t position,
   QLNBitState out{room.data(), static_cast<int32_t>(room.size()), static_cast<uint32_t>(room.size() * 8),
                   position};
   if (write(&out, &first) != 0 || out.bitPos != in.bitPos) std::abort();
+  out.bitLength = in.bitPos;  // the byte of the bit behind the last one is there, as a reader asks for
   out.bitPos = position;
   Record second{};
   if (read(&out, &second) != 0 || std::memcmp(&first, &second, sizeof first) != 0) std::abort();
