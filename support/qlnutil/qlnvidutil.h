@@ -2,8 +2,6 @@
 #ifndef QLNUTIL_QLNVIDUTIL_H
 #define QLNUTIL_QLNVIDUTIL_H
 
-#include <source_location>
-
 #include "kxutil/kxutil.h"
 
 namespace qln {
@@ -16,8 +14,7 @@ struct LocatedFormat {
   const char* format;
   int line;
   // NOLINTNEXTLINE(google-explicit-constructor): a literal is meant to become one.
-  consteval LocatedFormat(const char* text, std::source_location at = std::source_location::current())
-      : format(text), line(static_cast<int>(at.line())) {}
+  consteval LocatedFormat(const char* text, int at = __builtin_LINE()) : format(text), line(at) {}
 };
 
 // Reports a message whose format ends in "%s %d": the arguments given, then source path and line of this
