@@ -11,7 +11,13 @@
 
 #if defined(__x86_64__)
 #include <immintrin.h>
+#if defined(__clang__) && defined(__STRICT_ANSI__)
+#define _Bool bool  // the C library's header uses it, and only g++ knows it in C++
 #include <sys/platform/x86.h>
+#undef _Bool
+#else
+#include <sys/platform/x86.h>
+#endif
 #define QLN_AVX2 __attribute__((target("avx2"), always_inline))
 #endif
 
