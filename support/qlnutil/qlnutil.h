@@ -8,6 +8,7 @@
 #include "qlnutil/qlnbits.h"
 #include "qlnutil/qlnformat.h"
 #include "qlnutil/qlnframe.h"
+#include "qlnutil/qlnh264.h"
 #include "qlnutil/qlninband.h"
 #include "qlnutil/qlntransport.h"
 

@@ -145,5 +145,20 @@ TYPED_TEST(TripleScan, AllFormsEqualTheNaiveOne) {
   }
 }
 
+TEST(TripleScan, TheLastTripleIsThatOfThePlainForm) {
+  Random random(21);
+  for (int round = 0; round < 20000; ++round) {
+    Bytes bytes = random.bytes(random.below(120));
+    for (uint8_t& byte : bytes) byte = byte < 180 ? byte & 1 : byte;
+    ExactCopy copy(bytes);
+    const uint8_t* const end = copy.data() + copy.size();
+    ASSERT_EQ(FindLastTriple<ThirdIs<1>>(copy.data(), end),
+              FindLastTriplePlain<ThirdIs<1>>(copy.data(), end));
+    const uint8_t* last = end;
+    for (const uint8_t* p = copy.data(); (p = FindTriplePlain<ThirdIs<1>>(p, end)) != end; ++p) last = p;
+    ASSERT_EQ(FindLastTriple<ThirdIs<1>>(copy.data(), end), last);
+  }
+}
+
 }  // namespace
 }  // namespace qln

@@ -1,0 +1,49 @@
+// Loops whose count comes from a stream, in time that the data allows.
+#ifndef QLNUTIL_BITS_COUNTED_ROUNDS_H
+#define QLNUTIL_BITS_COUNTED_ROUNDS_H
+
+#include <algorithm>
+#include <cstdint>
+
+#include "qlnutil/bits/bit_reader.h"
+
+namespace qln {
+
+// Runs round(i) for i from 0 to count - 1, with the very result of doing so but without running rounds that
+// cannot differ: where a round saw nothing but the end of the data, or nothing but the zero bits between the
+// data and the limit, all following ones read the same values and move bitPos as far, and are one addition.
+//
+// storing: rounds from this one on store nothing of their own (values of which the last one stands are fine).
+// round: reads a fixed run of elements and keeps no state but what it reads.
+template <class Round>
+void RunCountedRounds(BitReader& reader, uint64_t count, uint64_t storing, Round round) {
+  constexpr uint64_t kPositions = uint64_t{1} << 32;
+  for (uint64_t i = 0; i < count;) {
+    const uint64_t before = reader.bitPos;
+    const bool pastLimit = reader.PastLimit();
+    round(i);
+    ++i;
+    if (i < storing) continue;
+    const uint64_t after = reader.bitPos;
+    if (after < before) continue;  // the position wrapped: there is data ahead again
+    const uint64_t moved = after - before;
+    uint64_t end;  // rounds that end at or in front of it equal the one just run
+    if (pastLimit) {
+      end = kPositions;
+    } else if (before >= reader.byteCount() * 8 && after <= reader.bitLength) {
+      end = reader.bitLength;
+    } else if (moved == 0) {
+      end = after;
+    } else {
+      continue;
+    }
+    const uint64_t left = count - i;
+    const uint64_t skipped = moved == 0 ? left : std::min(left, (end - after) / moved);
+    reader.bitPos = static_cast<uint32_t>(after + skipped * moved);
+    i += skipped;
+  }
+}
+
+}  // namespace qln
+
+#endif

@@ -1,0 +1,74 @@
+// The two frame forms, turned into each other in place.
+
+#include "qlnutil/h264/frame_conversion.h"
+
+#include <cstring>
+
+#include "qlnutil/h264/start_code.h"
+#include "qlnutil/qlnh264.h"
+
+namespace qln {
+
+namespace {
+
+// The walk asks for a byte behind a start code of 3 bytes; one of 4 bytes may end the frame.
+bool IsMarker(const uint8_t* data, const uint8_t* end, const uint8_t* code, bool* isLong) {
+  *isLong = code > data && code[-1] == 0;
+  return *isLong || end - code >= 4;
+}
+
+}  // namespace
+
+bool BeginsWithStartCode(const uint8_t* data, uint32_t size) {
+  return data != nullptr && LeadingStartCode(data, size) != 0;
+}
+
+uint32_t CountWidenedMarkers(const uint8_t* data, uint32_t size) {
+  if (size < 4 || !BeginsWithStartCode(data, size)) return 0;
+  const uint8_t* const end = data + size;
+  uint32_t count = 0;
+  for (const uint8_t* code = data; (code = FindShortStartCode(code, end)) != end; code += 3) {
+    bool isLong;
+    if (IsMarker(data, end, code, &isLong) && !isLong) ++count;
+  }
+  return count;
+}
+
+}  // namespace qln
+
+// One pass from the frame's end: each unit moves up once, by the number of start codes of 3 bytes in front
+// of it and its own, and its size takes the place of its start code.
+uint32_t qlnUtilh264MarkerToSize(uint8_t* buffer, uint32_t size) {
+  if (size < 4 || !qln::BeginsWithStartCode(buffer, size)) return size;
+  const uint32_t newSize = size + qln::CountWidenedMarkers(buffer, size);
+  const uint8_t* const end = buffer + size;
+  const uint8_t* unitEnd = end;           // end of the unit in front, as it stood
+  uint8_t* placedEnd = buffer + newSize;  // its end where it goes
+  const uint8_t* code = end;
+  while (unitEnd != buffer) {
+    code = qln::FindLastShortStartCode(buffer, code);
+    bool isLong;
+    if (!qln::IsMarker(buffer, end, code, &isLong)) continue;
+    const size_t unitSize = static_cast<size_t>(unitEnd - (code + 3));
+    placedEnd -= unitSize;
+    if (placedEnd != code + 3) std::memmove(placedEnd, code + 3, unitSize);
+    placedEnd -= 4;
+    unitEnd = isLong ? code - 1 : code;
+    qln::StoreBigEndian32(placedEnd, static_cast<uint32_t>(unitSize));
+  }
+  return newSize;
+}
+
+uint32_t qlnUtilh264SizeToMarker(uint8_t* buffer, uint32_t size) {
+  if (buffer == nullptr || qln::LeadingStartCode(buffer, size) == 4) return size;
+  for (uint64_t offset = 0; offset < size;) {
+    const uint64_t left = size - offset;
+    if (left < 4) return size;
+    const uint32_t length = qln::LoadBigEndian32(buffer + offset);
+    if (length == 0) return static_cast<uint32_t>(offset);
+    if (length >= left) return size;
+    qln::StoreBigEndian32(buffer + offset, 1);
+    offset += uint64_t{4} + length;
+  }
+  return size;
+}
