@@ -1,13 +1,35 @@
 // The exported bit functions: thin faces of the inline reader and writer.
 
+#include <bit>
+#include <cstring>
+
 #include "qlnutil/bits/bit_reader.h"
 #include "qlnutil/bits/bit_writer.h"
 
 namespace {
 
+// True where eight bytes can be loaded at the position, in front of the limit: the way of nearly all reads.
+bool HasWholeWord(const QLNBitState& state) { return uint64_t{state.bitPos} + 64 <= state.bitLength; }
+
+// At least 57 bits from the position on, first bit highest.
+uint64_t WordAtPosition(const QLNBitState& state) {
+  uint64_t word;
+  std::memcpy(&word, state.data + state.bitPos / 8, sizeof word);
+  if constexpr (std::endian::native == std::endian::little) word = __builtin_bswap64(word);
+  return word << (state.bitPos & 7);
+}
+
+// kLowBits[n] has the low n bits set.
+constexpr uint32_t kLowBits[17] = {0,     0x1,   0x3,   0x7,   0xF,    0x1F,   0x3F,   0x7F,  0xFF,
+                                   0x1FF, 0x3FF, 0x7FF, 0xFFF, 0x1FFF, 0x3FFF, 0x7FFF, 0xFFFF};
+
+uint16_t BigEndian(uint16_t word) {
+  return std::endian::native == std::endian::little ? __builtin_bswap16(word) : word;
+}
+
 // Runs one operation of the reader on a caller's state.
 template <class Operation>
-auto WithReader(QLNBitState* state, Operation operation) {
+[[gnu::noinline]] auto WithReader(QLNBitState* state, Operation operation) {
   qln::BitReader reader(*state);
   const auto value = operation(reader);
   state->bitPos = reader.bitPos;
@@ -15,7 +37,7 @@ auto WithReader(QLNBitState* state, Operation operation) {
 }
 
 template <class Operation>
-void WithWriter(QLNBitState* state, Operation operation) {
+[[gnu::noinline]] void WithWriter(QLNBitState* state, Operation operation) {
   qln::BitWriter writer(*state);
   operation(writer);
   state->bitPos = static_cast<uint32_t>(writer.bitPos);
@@ -24,10 +46,19 @@ void WithWriter(QLNBitState* state, Operation operation) {
 }  // namespace
 
 uint32_t ReadBit(QLNBitState* state) {
-  return WithReader(state, [](qln::BitReader& reader) { return reader.ReadBit(); });
+  const uint32_t p = state->bitPos;
+  state->bitPos = p + 1;
+  if (p > state->bitLength) return 0xFFFFFFFFu;
+  return (state->data[p >> 3] >> (7 - (p & 7))) & 1u;
 }
 
 uint32_t ReadBits(QLNBitState* state, int32_t count) {
+  const uint32_t bits = static_cast<uint32_t>(count);
+  if (bits - 1 < 32 && HasWholeWord(*state)) {
+    const uint64_t word = WordAtPosition(*state);
+    state->bitPos += bits;
+    return static_cast<uint32_t>(word >> (64 - bits));
+  }
   return WithReader(state, [count](qln::BitReader& reader) { return reader.ReadBits(count); });
 }
 
@@ -40,6 +71,14 @@ uint32_t ReadCodedNumber(QLNBitState* state) {
 }
 
 uint32_t ReadExponentialGolombCode(QLNBitState* state) {
+  if (HasWholeWord(*state)) {
+    const uint64_t word = WordAtPosition(*state);
+    const int zeros = std::countl_zero(word);
+    if (zeros <= 28) {  // the whole code lies in the word
+      state->bitPos += 2 * static_cast<uint32_t>(zeros) + 1;
+      return static_cast<uint32_t>((word >> (63 - 2 * zeros)) - 1);
+    }
+  }
   return WithReader(state, [](qln::BitReader& reader) { return reader.ReadUe(); });
 }
 
@@ -54,10 +93,34 @@ void WriteBit(QLNBitState* state, uint8_t bit) {
 }
 
 void WriteBits(QLNBitState* state, int32_t count, uint32_t value) {
+  // Most fields of headers lie in one byte or two.
+  const uint32_t bits = static_cast<uint32_t>(count);
+  const uint32_t used = (state->bitPos & 7) + bits;
+  if (bits - 1 < 16 && used <= 16) {
+    uint8_t* const first = state->data + state->bitPos / 8;
+    state->bitPos += bits;
+    if (used <= 8) {
+      const uint32_t behind = 8 - used;
+      first[0] = static_cast<uint8_t>(first[0] ^ (((first[0] >> behind) ^ value) & kLowBits[bits]) << behind);
+    } else {
+      const uint32_t behind = 16 - used;
+      uint16_t word;
+      std::memcpy(&word, first, sizeof word);
+      word = BigEndian(word);
+      word = BigEndian(static_cast<uint16_t>(word ^ (((word >> behind) ^ value) & kLowBits[bits]) << behind));
+      std::memcpy(first, &word, sizeof word);
+    }
+    return;
+  }
   WithWriter(state, [count, value](qln::BitWriter& writer) { writer.WriteBits(count, value); });
 }
 
 void WriteExponentialGolombCode(QLNBitState* state, int32_t value) {
+  if (static_cast<uint32_t>(value) < 255) {
+    const uint32_t code = static_cast<uint32_t>(value) + 1;
+    WriteBits(state, 2 * static_cast<int32_t>(std::bit_width(code)) - 1, code);
+    return;
+  }
   WithWriter(state, [value](qln::BitWriter& writer) { writer.WriteUe(static_cast<uint32_t>(value)); });
 }
 

@@ -71,11 +71,11 @@ class BitReader {
 
   uint32_t ReadUe() {
     const uint32_t p = bitPos;
-    // The usual code: at most 24 leading zeros, wholly in front of the limit and inside one load.
+    // The usual code: at most 28 leading zeros, wholly in front of the limit and inside one load.
     if (uint64_t{p} + 57 <= bitLength && (uint64_t{p} >> 3) + 8 <= byteCount_) {
       const uint64_t bits = Load64(p >> 3) << (p & 7);
       const int zeros = std::countl_zero(bits);
-      if (zeros <= 24) {
+      if (zeros <= 28) {
         bitPos = p + 2 * static_cast<uint32_t>(zeros) + 1;
         return static_cast<uint32_t>((bits >> (63 - 2 * zeros)) - 1);
       }

@@ -66,8 +66,12 @@ class BitWriter {
       Put(1, 1);
       return;
     }
-    const uint32_t length = UeCodeLength(value);
     const uint32_t code = word + 1u;
+    if (code - 1u < 0xFFFFu) {  // the usual codes: at most 31 bits
+      Put(2 * static_cast<uint32_t>(std::bit_width(code)) - 1, code);
+      return;
+    }
+    const uint32_t length = UeCodeLength(value);
     if (length > 64) Put64(length - 64, 0);
     Put64(length > 64 ? 64 : length, code);
   }
@@ -139,17 +143,42 @@ class BitWriter {
     }
     const uint32_t before = static_cast<uint32_t>(bitPos % 8);
     const uint32_t used = before + count;
-    const uint32_t bytes = (used + 7) / 8;
-    const uint32_t behind = bytes * 8 - used;
-    const uint64_t mask = ((uint64_t{1} << count) - 1) << behind;
-    const uint64_t bits = (uint64_t{value} << behind) & mask;
+    const uint32_t last = (used - 1) / 8;  // index of the last byte that is written
+    const uint32_t behind = last * 8 + 8 - used;
     uint8_t* const first = data_ + bitPos / 8;
-    for (uint32_t i = 0; i < bytes; ++i) {
-      const uint32_t shift = (bytes - 1 - i) * 8;
-      const uint32_t keep = ~static_cast<uint32_t>(mask >> shift) & 0xFFu;
-      first[i] = static_cast<uint8_t>((first[i] & keep) | (static_cast<uint32_t>(bits >> shift) & 0xFFu));
+    uint64_t bits = (uint64_t{value} & ((uint64_t{1} << count) - 1)) << behind;
+    bits |= uint64_t{first[0] & (0xFF00u >> before) & 0xFFu} << (last * 8);
+    bits |= first[last] & ((1u << behind) - 1);
+    switch (last) {
+      case 0:
+        first[0] = static_cast<uint8_t>(bits);
+        break;
+      case 1:
+        Store16(first, static_cast<uint16_t>(bits));
+        break;
+      case 2:
+        Store16(first, static_cast<uint16_t>(bits >> 8));
+        first[2] = static_cast<uint8_t>(bits);
+        break;
+      case 3:
+        Store32(first, static_cast<uint32_t>(bits));
+        break;
+      default:
+        Store32(first, static_cast<uint32_t>(bits >> 8));
+        first[4] = static_cast<uint8_t>(bits);
+        break;
     }
     bitPos += count;
+  }
+
+  static void Store16(uint8_t* to, uint16_t value) {
+    value = __builtin_bswap16(value);
+    std::memcpy(to, &value, sizeof value);
+  }
+
+  static void Store32(uint8_t* to, uint32_t value) {
+    value = __builtin_bswap32(value);
+    std::memcpy(to, &value, sizeof value);
   }
 
   // Counts above the word's width: bit k is bit k % width of the value.
