@@ -143,42 +143,55 @@ KX_API int32_t MulDiv(int32_t number, int32_t numerator, int32_t denominator);
 
 /* ---- Configuration store ------------------------------------------------------------------------------ */
 
-/// A store handle, pointer-sized. 0 is failure.
+/// A store handle, pointer-sized. 0 is failure. A trouble with a store (it cannot be opened, read or written)
+/// is told once through ErrOut, not at every call.
 typedef intptr_t KXConfigHandle;
 
 /// The process-wide default store; never opened or closed.
 #define KX_DEFAULT_STORE ((KXConfigHandle)-1)
 
 /// Opens the store that stands in a file such as "UserMetadata.xml". A missing file opens as an empty store.
-/// @param reserved 0. @return a handle for kxCFGClose; 0 for a file that is no such store (with a message;
-/// the file is never overwritten) and for a null or empty name.
+/// Changes stay in memory until kxCFGClose.
+/// @param name a file name, copied. @param reserved 0; not looked at.
+/// @return a handle for kxCFGClose; 0 for a file that is no such store (with a message; the file is never
+/// overwritten) and for a null or empty name.
 KX_API KXConfigHandle kxCFGOpen(const char* name, uint32_t reserved);
 
-/// Closes a store. With @p save 1 its changed keys are applied to the file; with 0 they are dropped.
-/// @return 0 on success (or when nothing had to be written), non-zero when the file could not be written.
+/// Closes a store; the handle is gone whatever the result. With @p save 1 its changed keys are applied to the
+/// file as it is by then, under a lock, and the file is replaced in one step; with 0 they are dropped. Where
+/// nothing changed, nothing is written.
+/// @return 0 on success (also for the default store, which stays open); non-zero when the file could not be
+/// written, with a message, and for a handle that is none.
 KX_API int32_t kxCFGClose(KXConfigHandle handle, uint32_t save);
 
 /// Reads (mode 0) or writes (mode 1) a 32-bit number.
 /// @param section path with backslashes, as "Tarnwick\Advanced". @param key any text.
-/// @param value in or out; null with mode 0 only tests for the key.
-/// @return 0 on success, non-zero if the key is absent or is no number; @p value is then left alone.
+/// @param value in or out; null with mode 0 only tests whether the key is there, number or text.
+/// @return 0 on success; non-zero if the key is absent or is no number, if the store cannot be written, and
+/// for any other mode and a null section or key. @p value is then left alone.
 KX_API int32_t kxCFGValueDword(KXConfigHandle handle, const char* section, const char* key, uint32_t* value,
                                uint32_t mode);
 
 /// Reads (mode 0) or writes (mode 1) a text of any bytes.
 /// Mode 0 with a null @p buffer stores the size needed, terminator included, in @p size: 0 for an absent key
 /// and for an empty text. Mode 0 with a buffer of *size bytes fills it, terminator included, and stores the
-/// size; a buffer too small fails, is left alone, and the size is told. Mode 1 writes the text up to its
-/// terminator, or up to *size bytes if that comes first (a null @p size: to the terminator).
-/// @return 0 on success.
+/// same size (so 0 for an empty text, which still takes the byte of its terminator); a buffer too small
+/// fails, is left alone, and the size that would do is told. Mode 1 writes the text up to its terminator, or
+/// up to *size bytes if that comes first (a null @p size: to the terminator).
+/// @return 0 on success; non-zero if the key is absent or is a number (@p buffer and, with a buffer, @p size
+/// are then left alone), if the store cannot be written, for a null section, key, or @p size with mode 0, for
+/// a null buffer with mode 1, and for any other mode.
 KX_API int32_t kxCFGValueString(KXConfigHandle handle, const char* section, const char* key, char* buffer,
                                 uint32_t* size, uint32_t mode);
 
-/// Removes a key. @return 0 when it is gone, also when it was not there.
+/// Removes a key. @return 0 when it is gone, also when it was not there; non-zero if the store cannot be
+/// written or the handle is none.
 KX_API int32_t kxCFGDeleteValue(KXConfigHandle handle, const char* section, const char* key);
 
-/// Sets the place of the default store's database for this process; null goes back to the user's own.
-/// To be called before the default store is used by other threads.
+/// Sets the place of the default store's database for this process; null or "" goes back to the user's own,
+/// $XDG_CONFIG_HOME/tarnwick/settings.db or ~/.config/tarnwick/settings.db. The file is made on first use
+/// with its folders, for its owner alone. To be called before the default store is used by other threads.
+/// @param path copied.
 KX_API void kxCFGSetDefaultStore(const char* path);
 
 /* ---- Diagnostics -------------------------------------------------------------------------------------- */
