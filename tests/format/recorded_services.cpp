@@ -77,3 +77,13 @@ int32_t fccIsRawRGB(uint32_t fourcc) { return AskClass("fccIsRawRGB", fourcc); }
 int32_t fccIsYCbCr10(uint32_t fourcc) { return AskClass("fccIsYCbCr10", fourcc); }
 int32_t fccIsYCbCr8(uint32_t fourcc) { return AskClass("fccIsYCbCr8", fourcc); }
 int32_t fccIs8BitD1YUV(uint32_t fourcc) { return AskClass("fccIs8BitD1YUV", fourcc); }
+
+int32_t kxCFGValueDword(KXConfigHandle handle, const char* section, const char* key, uint32_t* value,
+                        uint32_t mode) {
+  Services().calls.push_back("kxCFGValueDword " + std::to_string(handle) + " " + section + " " + key +
+                             (mode == 0 ? " read" : " write " + std::to_string(*value)));
+  if (mode != 0) return 0;
+  if (!Services().storedDword) return 1;
+  *value = *Services().storedDword;
+  return 0;
+}

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,9 @@ struct RecordedServices {
   std::function<int32_t(uint32_t timecode, char* output)> timeCodeToString;
   std::function<int32_t(const char* text, uint32_t* timecode)> timeCodeFromString;
   std::function<int32_t(const std::string& name)> fourccClass;
+  // What the configuration store holds under any key; nothing where not set. The user's own store is never
+  // touched.
+  std::optional<uint32_t> storedDword;
 };
 
 // The calls and answers of the running test; empty at its start by ResetServices.
