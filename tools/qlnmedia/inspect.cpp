@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include "qlnmedia/format_report.h"
 #include "qlnmedia/media_file.h"
 #include "qlnmedia/messages.h"
 
@@ -48,6 +49,17 @@ void AddContainer(Section& report, const MediaFile& file) {
   container.Add("streams", "Streams", context.nb_streams);
 }
 
+// What the container and the stream's headers say of the raster; a field order that is not told counts as
+// progressive.
+Raster RasterOf(const AVStream& stream) {
+  const AVCodecParameters& parameters = *stream.codecpar;
+  return {.width = static_cast<uint32_t>(parameters.width),
+          .height = parameters.height,
+          .rate = static_cast<uint32_t>(stream.avg_frame_rate.num),
+          .scale = static_cast<uint32_t>(stream.avg_frame_rate.den),
+          .progressive = parameters.field_order <= AV_FIELD_PROGRESSIVE};
+}
+
 void AddStream(Section& report, const MediaFile& file, unsigned index) {
   const AVStream& stream = *file.context()->streams[index];
   const AVCodecParameters& parameters = *stream.codecpar;
@@ -62,9 +74,11 @@ void AddStream(Section& report, const MediaFile& file, unsigned index) {
   if (parameters.codec_type == AVMEDIA_TYPE_VIDEO) {
     section.Add("width", "Width", parameters.width);
     section.Add("height", "Height", parameters.height);
-    if (stream.avg_frame_rate.num > 0 && stream.avg_frame_rate.den > 0)
+    if (stream.avg_frame_rate.num > 0 && stream.avg_frame_rate.den > 0) {
       section.Add("average_frame_rate", "Frame rate", Rational(stream.avg_frame_rate),
                   fmt::format("{:.5g}", av_q2d(stream.avg_frame_rate)));
+      AddSignalFormat(section, RasterOf(stream));
+    }
   }
   if (parameters.codec_type == AVMEDIA_TYPE_AUDIO) {
     section.Add("sample_rate", "Sample rate", parameters.sample_rate,

@@ -1,0 +1,145 @@
+// qlnmedia format: rasters and words described, and what the command line refuses.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "qlnmedia/format_report.h"
+#include "qlnmedia/program.h"
+
+namespace qln::test {
+namespace {
+
+using qlnmedia::Json;
+using qlnmedia::ParseNumber;
+using qlnmedia::ParseRate;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+TEST(Format, RasterAsText) {
+  const CommandResult result = Qlnmedia("format 1920 1080 29.97");
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.output,
+            "Signal format 0x2380B21D\n"
+            "  Word           0x2380B21D\n"
+            "  Name           1920x1080P@29.97\n"
+            "  Scan           progressive\n"
+            "  Width token    89, which stands for 1920\n"
+            "  Height token   56, which stands for 1080\n"
+            "  Rate field     29\n"
+            "  Width          1920\n"
+            "  Height         1080\n"
+            "  Aspect ratio   16:9\n"
+            "  Rate           30000/1001, 29.97 frames a second\n"
+            "  Frame time     33.3667 ms\n"
+            "  Timecode type  drop-frame (4)\n"
+            "  At full rate   drop-frame (4)\n"
+            "  Active area    columns 0 to 1919, lines 41 to 1120\n");
+}
+
+TEST(Format, WordAndItsRasterSayTheSame) {
+  EXPECT_EQ(Qlnmedia("format 0x2380B21D").output, Qlnmedia("format 1920 1080 30000/1001").output);
+  EXPECT_EQ(Qlnmedia("format 595636765").output, Qlnmedia("format 0x2380B21D").output);
+}
+
+TEST(Format, InterlacedWordAsJson) {
+  const CommandResult result = Qlnmedia("format 0x1380B219 --json");
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(Json::parse(result.output), Json::parse(R"({
+      "word": "0x1380B219", "name": "1920x1080i@25", "scan": "interlaced",
+      "width_token": {"token": 89, "size": 1920}, "height_token": {"token": 56, "size": 1080},
+      "rate_field": 25, "width": 1920, "height": 1080, "field_height": 540,
+      "aspect_ratio": {"numerator": 16, "denominator": 9}, "rate": {"numerator": 25, "denominator": 1},
+      "frame_time": 40.0, "timecode_type": {"type": 8, "text": "pal"},
+      "timecode_type_full_rate": {"type": 8, "text": "pal"},
+      "active_area": {"left": 0, "top": 40, "right": 1920, "bottom": 1120}})"));
+}
+
+TEST(Format, TimecodeTypesOfAFastRate) {
+  const Json json = qlnmedia::DescribeFormat(0x2380B23B).ToJson();
+  EXPECT_EQ(json["timecode_type"]["text"], "drop-frame");
+  EXPECT_EQ(json["timecode_type_full_rate"]["text"], "59.94");
+}
+
+TEST(Format, UnknownTokensAndRatesAreSaid) {
+  const Json json = qlnmedia::DescribeFormat(0x10000100).ToJson();
+  EXPECT_EQ(json["name"], "-1x-1i@Custom");
+  EXPECT_EQ(json["width_token"], Json::parse(R"({"token": 0, "size": null})"));
+  EXPECT_FALSE(json.contains("width"));
+  EXPECT_FALSE(json.contains("rate"));
+  EXPECT_FALSE(json.contains("active_area"));
+}
+
+TEST(Format, InterlacedRaster) {
+  EXPECT_THAT(Qlnmedia("format 1920 1080 25 --interlaced").output, HasSubstr("1920x1080i@25\n"));
+  EXPECT_THAT(Qlnmedia("format 1920 -1080 25 --interlaced").output, HasSubstr("1920x1080i@25\n"));
+}
+
+TEST(Format, DifferencesFromWhatWasAskedAreNoted) {
+  const Json sd =
+      qlnmedia::DescribeRaster({.width = 720, .height = 480, .rate = 30, .progressive = true}).ToJson();
+  EXPECT_EQ(sd["word"], "0x1120421D");
+  EXPECT_THAT(sd["notes"], ElementsAre("the format is one of 30000/1001; 30 was asked for",
+                                       "the format is one of 720x486; 720x480 was asked for",
+                                       "the format is interlaced; progressive was asked for"));
+  const Json film =
+      qlnmedia::DescribeRaster({.width = 2048, .height = 1080, .rate = 24, .progressive = false}).ToJson();
+  EXPECT_EQ(film["word"], "0x4380C018");
+  EXPECT_THAT(film["notes"], ElementsAre("the format is segmented frames; interlaced was asked for"));
+  const Json exact =
+      qlnmedia::DescribeRaster({.width = 1920, .height = -1080, .rate = 2398, .scale = 100}).ToJson();
+  EXPECT_EQ(exact["word"], "0x2380B217");
+  EXPECT_FALSE(exact.contains("notes"));
+}
+
+TEST(Format, RasterWithoutAFormat) {
+  const CommandResult result = Qlnmedia("format 100 100 30");
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.output,
+            "Signal format 0xF0000000\n"
+            "  Word  0xF0000000\n"
+            "  note: there is no format for 100x100 progressive at 30/1\n");
+  EXPECT_THAT(Qlnmedia("format 0xF0000000").output,
+              HasSubstr("note: this is the word for an unknown format"));
+}
+
+TEST(Format, WrongUsage) {
+  for (const char* arguments :
+       {"format", "format 1920 1080", "format 1920 1080 25 1", "format word", "format 0x",
+        "format 0x123456789", "format -- -1", "format wide 1080 25", "format 1920 high 25",
+        "format 1920 3000000000 25", "format 1920 1080 fast", "format 1920 1080 0", "format 1920 1080 25/0",
+        "format 1920 1080 -25", "format 0x2380B21D --interlaced"}) {
+    const CommandResult result = Qlnmedia(arguments);
+    EXPECT_EQ(result.exitCode, 2) << arguments << result.output;
+    EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1) << arguments << result.output;
+    EXPECT_THAT(result.output, HasSubstr("qlnmedia format --help"));
+  }
+}
+
+TEST(FormatNumbers, DecimalAndHexadecimal) {
+  EXPECT_EQ(ParseNumber("0x2380B21D"), 0x2380B21Du);
+  EXPECT_EQ(ParseNumber("0X2380b21d"), 0x2380B21Du);
+  EXPECT_EQ(ParseNumber("4294967295"), 4294967295u);
+  for (const char* text : {"", "0x", "4294967296", "-1", "+1", " 1", "1 ", "0x1g", "1.5"})
+    EXPECT_FALSE(ParseNumber(text).has_value()) << text;
+}
+
+TEST(FormatNumbers, Rates) {
+  const auto rate = [](const char* text) {
+    const auto parsed = ParseRate(text);
+    return parsed ? std::to_string(parsed->rate) + "/" + std::to_string(parsed->scale) : "none";
+  };
+  EXPECT_EQ(rate("25"), "25/1");
+  EXPECT_EQ(rate("29.97"), "2997/100");
+  EXPECT_EQ(rate("23.976"), "23976/1000");
+  EXPECT_EQ(rate("0.5"), "5/10");
+  EXPECT_EQ(rate("30000/1001"), "30000/1001");
+  EXPECT_EQ(rate("1.000000001"), "1000000001/1000000000");
+  for (const char* text : {"", "0", "0/1", "1/0", "/", "1/", "/1", ".", "1.", "0.0", "1.0000000001", "0x19",
+                           "25p", "5.000000000", "1.2/3", "1/2.3"})
+    EXPECT_EQ(rate(text), "none") << text;
+}
+
+}  // namespace
+}  // namespace qln::test

@@ -1,0 +1,80 @@
+// qlnmedia format: what the library knows of a raster, or of a signal format word.
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "qlnmedia/commands.h"
+#include "qlnmedia/format_report.h"
+#include "qlnmedia/output.h"
+
+namespace qlnmedia {
+
+namespace {
+
+struct Options {
+  std::vector<std::string> what;
+  bool interlaced = false;
+  bool json = false;
+};
+
+[[noreturn]] void RefuseUsage(const std::string& text) { throw CLI::ValidationError(text); }
+
+int32_t ParseHeight(const std::string& text) {
+  int32_t height = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, height);
+  if (error != std::errc() || stop != end) RefuseUsage("HEIGHT: " + text + " is no number of lines");
+  return height;
+}
+
+Section ReportOnRaster(const Options& options) {
+  Raster raster;
+  raster.progressive = !options.interlaced;
+  const auto width = ParseNumber(options.what[0]);
+  if (!width) RefuseUsage("WIDTH: " + options.what[0] + " is no number of pixels");
+  raster.width = *width;
+  raster.height = ParseHeight(options.what[1]);
+  const auto rate = ParseRate(options.what[2]);
+  if (!rate) RefuseUsage("RATE: " + options.what[2] + " is no rate such as 25, 29.97 or 30000/1001");
+  raster.rate = rate->rate;
+  raster.scale = rate->scale;
+  return DescribeRaster(raster);
+}
+
+Section ReportOnWord(const Options& options) {
+  if (options.interlaced) RefuseUsage("--interlaced goes with WIDTH HEIGHT RATE; a word has its own scan");
+  const auto word = ParseNumber(options.what[0]);
+  if (!word) RefuseUsage("WORD: " + options.what[0] + " is no signal format word such as 0x2380B21D");
+  return DescribeFormat(*word);
+}
+
+void Run(const Options& options) {
+  if (options.what.size() == 2) RefuseUsage("give WIDTH HEIGHT RATE, or a word such as 0x2380B21D");
+  const Section report = options.what.size() == 3 ? ReportOnRaster(options) : ReportOnWord(options);
+  if (options.json) {
+    Print(report.ToJson().dump(2) + "\n");
+  } else {
+    Print(report.ToText(Style::ForStream(stdout), OutputWidth(stdout)));
+  }
+}
+
+}  // namespace
+
+void AddFormatCommand(CLI::App& app) {
+  CLI::App* const command =
+      app.add_subcommand("format", "Show what is known of a video format: WIDTH HEIGHT RATE, or its word");
+  auto options = std::make_shared<Options>();
+  command
+      ->add_option("WHAT", options->what,
+                   "Pixels, lines and rate (25, 29.97 or 30000/1001), or a word such as 0x2380B21D")
+      ->expected(1, 3)
+      ->required();
+  command->add_flag("--interlaced", options->interlaced, "The raster is interlaced; progressive otherwise");
+  command->add_flag("--json", options->json, "Print JSON for programs instead of text");
+  command->callback([options] { Run(*options); });
+}
+
+}  // namespace qlnmedia
