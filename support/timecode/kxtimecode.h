@@ -34,12 +34,14 @@ __attribute__((visibility("default"))) int32_t TimeCodeToString(uint32_t timecod
 /// Reads a timecode text; the reverse of TimeCodeToString for the same type.
 ///
 /// Groups are separated by ":", ";" or "."; leading groups may be missing; a bare number is a frame count.
-/// Drop-frame numbers that do not exist are taken as the next one that does; frames at or above the rate
-/// carry on into the count.
+/// Blanks may stand in front and behind. Drop-frame numbers that do not exist are taken as the next one that
+/// does; frames at or above the rate (and seconds or minutes above 59) carry on into the count.
 ///
-/// @param text NUL-terminated. @param flags the type in the low byte. @param[out] timecode the count in
-/// frames.
-/// @return 0; -1 for a null pointer and for text that is no timecode, and then @p timecode is left alone.
+/// @param text NUL-terminated; null is refused. @param flags the type in the low byte; other bits are
+/// ignored.
+/// @param[out] timecode the count in frames; null is refused.
+/// @return 0; -1 for a null pointer and for text that is no timecode (anything else in it, an empty group,
+/// more than four groups, a count beyond 32 bits), and then @p timecode is left alone.
 __attribute__((visibility("default"))) int32_t TimeCodeFromString(const char* text, uint32_t flags,
                                                                   uint32_t* timecode);
 

@@ -1,6 +1,5 @@
 // Frame counts to text and back: one table of counting rules, one pass each way (SMPTE ST 12-1).
 
-#include <cstdio>
 #include <cstring>
 
 #include "timecode/kxtimecode.h"
@@ -61,6 +60,16 @@ uint64_t JoinCount(Groups groups, const Counting& counting) {
          counting.dropped * (minutes - minutes / 10);
 }
 
+// Writes a number with at least `digits` digits. Returns the place behind it.
+char* WriteDecimal(char* output, uint64_t number, int digits) {
+  char reversed[20];
+  int length = 0;
+  for (; number != 0 || length < digits; number /= 10)
+    reversed[length++] = static_cast<char>('0' + number % 10);
+  while (length > 0) *output++ = reversed[--length];
+  return output;
+}
+
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 bool IsSeparator(char c) { return c == ':' || c == ';' || c == '.'; }
 
@@ -99,16 +108,20 @@ int32_t TimeCodeToString(uint32_t timecode, uint32_t flags, char* output) {
     output[3] = static_cast<char>(groups.frames);
     return 0;
   }
-  // 49710 hours are the most that 32 bits hold: 14 characters.
-  char text[32];
+  char* next = output;
   if (type == 0) {
-    std::snprintf(text, sizeof text, "%u", timecode);
+    next = WriteDecimal(next, timecode, 1);
   } else {
-    std::snprintf(text, sizeof text, "%02u:%02u:%02u%c%02u", static_cast<unsigned>(groups.hours),
-                  static_cast<unsigned>(groups.minutes), static_cast<unsigned>(groups.seconds),
-                  counting.dropped != 0 ? ';' : ':', static_cast<unsigned>(groups.frames));
+    // 49710 hours are the most that 32 bits hold: 14 characters.
+    next = WriteDecimal(next, groups.hours, 2);
+    *next++ = ':';
+    next = WriteDecimal(next, groups.minutes, 2);
+    *next++ = ':';
+    next = WriteDecimal(next, groups.seconds, 2);
+    *next++ = counting.dropped != 0 ? ';' : ':';
+    next = WriteDecimal(next, groups.frames, 2);
   }
-  std::memcpy(output, text, std::strlen(text) + 1);
+  *next = '\0';
   return 0;
 }
 
