@@ -1,0 +1,108 @@
+// The diagnostics: what reaches the sink, the default sink, long texts, and several threads at once.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kxutil/kxutil.h"
+#include "support/test_support.h"
+
+namespace qln::test {
+namespace {
+
+TEST(Diagnostics, TextsAndSeveritiesReachTheSink) {
+  MessageCapture capture;
+  ErrOut("No Allocation for CC Data");
+  ErrOut("Sei cc not added Length %d %s %d", 5, "path", 7);
+  ErrFmtOut(0x80000000u, 0, 0, "WARNING(XMLmCmd): %s\n", "broken");
+  OutputDebugStringA("debug\n");
+  OutputDebugStringA(nullptr);
+  ASSERT_EQ(capture.messages().size(), 4u);
+  EXPECT_EQ(capture.messages()[0].text, "No Allocation for CC Data");
+  EXPECT_EQ(capture.messages()[0].severity, KX_SEVERITY_ERROR);
+  EXPECT_EQ(capture.messages()[1].text, "Sei cc not added Length 5 path 7");
+  EXPECT_EQ(capture.messages()[2].text, "WARNING(XMLmCmd): broken\n");
+  EXPECT_EQ(capture.messages()[2].severity, 0x80000000u);
+  EXPECT_EQ(capture.messages()[3].text, "debug\n");
+  EXPECT_EQ(capture.messages()[3].severity, KX_SEVERITY_DEBUG);
+}
+
+TEST(Diagnostics, LongTextsArriveWhole) {
+  MessageCapture capture;
+  for (const size_t length : {size_t{1023}, size_t{1024}, size_t{1025}, size_t{100000}}) {
+    const std::string text(length, 'x');
+    ErrOut("%s", text.c_str());
+    ASSERT_FALSE(capture.messages().empty());
+    EXPECT_EQ(capture.messages().back().text, text);
+  }
+}
+
+// What goes to standard error while an action runs.
+template <typename Action>
+std::string StandardErrorOf(Action action) {
+  testing::internal::CaptureStderr();
+  action();
+  return testing::internal::GetCapturedStderr();
+}
+
+TEST(Diagnostics, TheDefaultSinkWritesLinesAndDropsDebugTexts) {
+  kxSetDiagnosticSink(nullptr, nullptr);
+  EXPECT_EQ(StandardErrorOf([] { ErrOut("plain %d", 1); }), "plain 1\n");
+  EXPECT_EQ(StandardErrorOf([] { ErrOut("ended\n"); }), "ended\n");
+  EXPECT_EQ(StandardErrorOf([] { ErrOut("%s", ""); }), "\n");
+  EXPECT_EQ(StandardErrorOf([] { ErrFmtOut(0x80000000u, 0, 0, "100%% %s", "%d"); }), "100% %d\n");
+  EXPECT_EQ(StandardErrorOf([] { OutputDebugStringA("debug"); }), "");
+}
+
+struct Counter {
+  int inside = 0;
+  int overlaps = 0;
+  std::vector<std::string> texts;
+};
+
+void Count(uint32_t, const char* text, void* context) {
+  Counter& counter = *static_cast<Counter*>(context);
+  if (++counter.inside != 1) ++counter.overlaps;
+  counter.texts.push_back(text);
+  --counter.inside;
+}
+
+TEST(Diagnostics, CallsOfTheSinkDoNotOverlap) {
+  Counter counter;
+  kxSetDiagnosticSink(Count, &counter);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([t] {
+      for (int i = 0; i < 500; ++i) {
+        switch (i % 3) {
+          case 0:
+            ErrOut("%d-%d", t, i);
+            break;
+          case 1:
+            ErrFmtOut(0x80000000u, 0, 0, "%d-%d", t, i);
+            break;
+          default:
+            OutputDebugStringA("debug");
+        }
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  kxSetDiagnosticSink(nullptr, nullptr);
+  EXPECT_EQ(counter.overlaps, 0);
+  ASSERT_EQ(counter.texts.size(), 2000u);
+  // Of each thread, the texts come in the order in which it sent them.
+  std::vector<int> last(4, -1);
+  for (const std::string& text : counter.texts) {
+    int t = 0, i = 0;
+    if (std::sscanf(text.c_str(), "%d-%d", &t, &i) != 2) continue;
+    EXPECT_GT(i, last[static_cast<size_t>(t)]);
+    last[static_cast<size_t>(t)] = i;
+  }
+}
+
+}  // namespace
+}  // namespace qln::test

@@ -1,0 +1,133 @@
+// The small platform calls, bulk moves, and the allocator.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <thread>
+#include <vector>
+
+#include "kxutil/kxutil.h"
+#include "support/test_support.h"
+
+namespace qln::test {
+namespace {
+
+TEST(Platform, MulDivRoundsHalvesAwayFromZero) {
+  EXPECT_EQ(MulDiv(65520, 1001, 2002), 32760);
+  EXPECT_EQ(MulDiv(1, 1, 2), 1);
+  EXPECT_EQ(MulDiv(-1, 1, 2), -1);
+  EXPECT_EQ(MulDiv(1, -1, 2), -1);
+  EXPECT_EQ(MulDiv(1, 1, -2), -1);
+  EXPECT_EQ(MulDiv(-1, 1, -2), 1);
+  EXPECT_EQ(MulDiv(3, 1, 2), 2);
+  EXPECT_EQ(MulDiv(1, 1, 3), 0);
+  EXPECT_EQ(MulDiv(2, 1, 3), 1);
+  EXPECT_EQ(MulDiv(-5, 1, 3), -2);
+  EXPECT_EQ(MulDiv(0, 5, 7), 0);
+}
+
+TEST(Platform, MulDivFailsWithMinusOne) {
+  constexpr int32_t kMin = std::numeric_limits<int32_t>::min();
+  constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
+  EXPECT_EQ(MulDiv(5, 5, 0), -1);
+  EXPECT_EQ(MulDiv(kMax, 2, 1), -1);
+  EXPECT_EQ(MulDiv(kMin, -1, 1), -1);
+  EXPECT_EQ(MulDiv(kMin, 1, -1), -1);
+  EXPECT_EQ(MulDiv(kMin, kMin, 1), -1);
+  EXPECT_EQ(MulDiv(kMin, 1, 1), kMin);
+  EXPECT_EQ(MulDiv(kMax, kMax, kMax), kMax);
+  EXPECT_EQ(MulDiv(kMin, kMin, kMin), kMin);
+  EXPECT_EQ(MulDiv(kMin, kMax, kMin), kMax);
+}
+
+TEST(Platform, MulDivIsTheRoundedQuotient) {
+  Random random(1);
+  for (int i = 0; i < 100000; ++i) {
+    const auto number = [&] { return static_cast<int32_t>(random.next()) >> random.below(31); };
+    const int32_t a = number(), b = number(), c = number();
+    if (c == 0) continue;
+    const long double exact = static_cast<long double>(a) * b / c;
+    const long double rounded = exact < 0 ? -static_cast<long double>(static_cast<int64_t>(-exact + 0.5L))
+                                          : static_cast<long double>(static_cast<int64_t>(exact + 0.5L));
+    const bool fits = rounded >= -2147483648.0L && rounded <= 2147483647.0L;
+    ASSERT_EQ(MulDiv(a, b, c), fits ? static_cast<int32_t>(rounded) : -1) << a << " " << b << " " << c;
+  }
+}
+
+TEST(Platform, TheClockRunsAndSleepWaits) {
+  const uint32_t start = kxOSGetMs();
+  Sleep(25);
+  const uint32_t passed = kxOSGetMs() - start;
+  EXPECT_GE(passed, 24u);
+  EXPECT_LT(passed, 20000u);
+  Sleep(0);
+}
+
+TEST(Memory, CopiesAndFills) {
+  for (const auto copy : {CopyMemoryFast, kxOSCopyMemory}) {
+    char to[6] = "#####";
+    copy(to, "abcde", 3);
+    EXPECT_STREQ(to, "abc##");
+    copy(nullptr, nullptr, 0);
+  }
+  for (const auto zero : {ZeroMemoryFast, kxOSZeroMemory}) {
+    char to[6] = "#####";
+    zero(to, 3);
+    EXPECT_EQ(std::string(to, 5), std::string("\0\0\0##", 5));
+    zero(nullptr, 0);
+  }
+}
+
+TEST(Memory, BlocksKnowTheirSize) {
+  void* const block = KXAlloc(100);
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % alignof(std::max_align_t), 0u);
+  std::memset(block, 'x', 100);
+  EXPECT_EQ(KXAllocSize(block), 100u);
+  EXPECT_EQ(KXAllocSize(static_cast<char*>(block) + 1), 0u);
+  KXFree(block);
+  EXPECT_EQ(KXAllocSize(block), 0u);
+}
+
+TEST(Memory, NothingIsAskedOfBlocksThatAreNotOurs) {
+  EXPECT_EQ(KXAllocSize(nullptr), 0u);
+  const int onTheStack = 0;
+  EXPECT_EQ(KXAllocSize(&onTheStack), 0u);
+  EXPECT_EQ(KXAllocSize(reinterpret_cast<const void*>(uintptr_t{16})), 0u);
+  KXFree(nullptr);
+}
+
+TEST(Memory, AnEmptyBlockIsABlock) {
+  void* const block = KXAlloc(0);
+  EXPECT_NE(block, nullptr);
+  EXPECT_EQ(KXAllocSize(block), 0u);
+  KXFree(block);
+}
+
+#ifndef __SANITIZE_ADDRESS__
+TEST(Memory, ABlockThatCannotBeIsNull) {
+  EXPECT_EQ(KXAlloc(std::numeric_limits<size_t>::max() / 2), nullptr);
+}
+#endif
+
+TEST(Memory, ThreadsShareTheTable) {
+  std::vector<std::thread> threads;
+  for (size_t t = 1; t <= 4; ++t) {
+    threads.emplace_back([t] {
+      for (size_t i = 0; i < 3000; ++i) {
+        void* const first = KXAlloc(t * 10);
+        void* const second = KXAlloc(t * 10 + 1);
+        ASSERT_EQ(KXAllocSize(first), t * 10);
+        KXFree(first);
+        ASSERT_EQ(KXAllocSize(second), t * 10 + 1);
+        KXFree(second);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+}  // namespace
+}  // namespace qln::test
