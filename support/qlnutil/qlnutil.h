@@ -9,6 +9,7 @@
 #include "qlnutil/qlnformat.h"
 #include "qlnutil/qlnframe.h"
 #include "qlnutil/qlnh264.h"
+#include "qlnutil/qlnhevc.h"
 #include "qlnutil/qlninband.h"
 #include "qlnutil/qlntransport.h"
 

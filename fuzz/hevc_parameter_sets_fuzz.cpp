@@ -1,0 +1,66 @@
+// The three HEVC parameter set readers and writers on any bytes: reading into a record that holds anything,
+// writing what was read, and writing records filled from the input.
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "qlnutil/qlnhevc.h"
+
+namespace {
+
+// The input as a record: repeated over its words.
+template <class Record>
+void Fill(Record& record, const uint8_t* data, size_t size) {
+  auto* const bytes = reinterpret_cast<uint8_t*>(&record);
+  for (size_t i = 0; i < sizeof record && size != 0; ++i) bytes[i] = data[i % size];
+}
+
+// Room that a writer is told to be given, and no byte more.
+struct Output {
+  std::unique_ptr<uint8_t[]> bytes{new uint8_t[QLN_HEVC_UNIT_SIZE]};
+  void Check(uint32_t size) const {
+    if (size > QLN_HEVC_UNIT_SIZE) std::abort();
+  }
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size < 7) return 0;
+  // Seven bytes steer, the rest is the unit.
+  uint32_t length;
+  std::memcpy(&length, data, 4);
+  const uint8_t shape = data[4];
+  const uint16_t bitPos = static_cast<uint16_t>(data[5] << 8 | data[6]);
+  const size_t count = size - 7;
+  const std::unique_ptr<uint8_t[]> unit(new uint8_t[count]);
+  if (count != 0) std::memcpy(unit.get(), data + 7, count);
+
+  const auto vps = std::make_unique<HevcVpsRecord>();
+  const auto sps = std::make_unique<HevcSpsRecord>();
+  const auto pps = std::make_unique<HevcPpsRecord>();
+  HevcConfigRecord config{};
+  if (shape & 1) {
+    Fill(*vps, data, size);
+    Fill(*sps, data, size);
+    Fill(*pps, data, size);
+  }
+  const auto state = [&] {
+    return QLNBitState{unit.get(), static_cast<int32_t>(count), static_cast<uint32_t>(count * 8),
+                       shape & 2 ? bitPos : 0u};
+  };
+  const uint32_t bits = shape & 4 ? length : 0u;
+  QLNBitState forVps = state();
+  qlnutilRead_HEVC_VPS(&forVps, vps.get(), &config, bits);
+  QLNBitState forSps = state();
+  qlnutilRead_HEVC_SPS(&forSps, sps.get(), &config, bits);
+  QLNBitState forPps = state();
+  qlnutilRead_HEVC_PPS(&forPps, pps.get(), &config, bits);
+
+  const Output output;
+  output.Check(qlnutilWrite_HEVC_VPS(vps.get(), output.bytes.get()));
+  output.Check(qlnutilWrite_HEVC_SPS(sps.get(), output.bytes.get(), 0));
+  output.Check(qlnutilWrite_HEVC_PPS(pps.get(), output.bytes.get()));
+  return 0;
+}
