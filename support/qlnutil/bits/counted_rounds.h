@@ -9,6 +9,9 @@
 
 namespace qln {
 
+// Rounds of a loop from 0 to `last` inclusive; none for a count with its top bit set.
+constexpr uint64_t InclusiveRounds(uint32_t last) { return last > 0x7FFFFFFFu ? 0 : uint64_t{last} + 1; }
+
 // Runs round(i) for i from 0 to count - 1, with the very result of doing so but without running rounds that
 // cannot differ: where a round saw nothing but the end of the data, or nothing but the zero bits between the
 // data and the limit, all following ones read the same values and move bitPos as far, and are one addition.

@@ -14,9 +14,6 @@ namespace {
 constexpr uint64_t kMaxSliceGroups = sizeof(H264PpsRecord::run_length_minus1) / 4;
 constexpr uint64_t kMaxGroupIds = sizeof(H264PpsRecord::slice_group_id) / 4;
 
-// Rounds of a loop from 0 to `last` inclusive; none for a count with its top bit set.
-constexpr uint64_t InclusiveRounds(uint32_t last) { return last > 0x7FFFFFFFu ? 0 : uint64_t{last} + 1; }
-
 // Ceil(Log2(groups)), and 0 for the count that wrapped to 0.
 constexpr int32_t GroupIdWidth(uint32_t groups) {
   return static_cast<int32_t>(std::bit_width(groups)) - (std::has_single_bit(groups) ? 1 : 0);

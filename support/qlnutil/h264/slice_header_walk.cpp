@@ -1,0 +1,169 @@
+// The slice header's syntax tables, one function each, with the departures that hosts rely on.
+
+#include "qlnutil/h264/slice_header_walk.h"
+
+#include <cmath>
+
+#include "qlnutil/bits/counted_rounds.h"
+
+namespace qln {
+
+namespace {
+
+// Weight table entries that the record holds; further ones are read and not stored.
+constexpr uint64_t kMaxWeights = sizeof(H264SliceHeaderRecord::luma_weight_l0) / 4;
+
+// One list of ref_pic_list_reordering() of clause 7.3.3.1; the record keeps the last command.
+void ReorderingCommands(SyntaxReader& coder, H264SliceHeaderRecord& header) {
+  do {
+    coder.Ue(header.reordering_of_pic_nums_idc);
+    if (header.reordering_of_pic_nums_idc <= 1) {
+      coder.Ue(header.abs_diff_pic_num_minus1);
+    } else if (header.reordering_of_pic_nums_idc == 2) {
+      coder.Ue(header.long_term_pic_num);
+    }
+  } while (header.reordering_of_pic_nums_idc != 3 && !coder.bits.BitsAtEnd());
+}
+
+// ref_pic_list_reordering() of clause 7.3.3.1.
+void RefPicListReordering(SyntaxReader& coder, H264SliceHeaderRecord& header, uint32_t kind) {
+  if (kind == kSliceI || kind == kSliceSi) return;
+  coder.Flag(header.ref_pic_list_reordering_flag_l0);
+  if (header.ref_pic_list_reordering_flag_l0 != 0) ReorderingCommands(coder, header);
+  if (kind != kSliceB) return;
+  coder.Flag(header.ref_pic_list_reordering_flag_l1);
+  if (header.ref_pic_list_reordering_flag_l1 != 0) ReorderingCommands(coder, header);
+}
+
+// pred_weight_table() of clause 7.3.3.2 for list 0, over the count that the record holds.
+void PredWeightTable(SyntaxReader& coder, H264SliceHeaderRecord& header, bool hasChroma) {
+  coder.Ue(header.luma_log2_weight_denom);
+  if (hasChroma) coder.Ue(header.chroma_log2_weight_denom);
+  const uint64_t rounds = InclusiveRounds(header.num_ref_idx_l0_active_minus1);
+  RunCountedRounds(coder.bits, rounds, kMaxWeights, [&](uint64_t i) {
+    int32_t unstored;
+    const bool stores = i < kMaxWeights;
+    coder.Flag(header.luma_weight_l0_flag);
+    if (header.luma_weight_l0_flag != 0) {
+      coder.Se(stores ? header.luma_weight_l0[i] : unstored);
+      coder.Se(stores ? header.luma_offset_l0[i] : unstored);
+    }
+    if (!hasChroma) return;
+    coder.Flag(header.chroma_weight_l0_flag);
+    if (header.chroma_weight_l0_flag == 0) return;
+    for (int j = 0; j < 2; ++j) {
+      coder.Se(stores ? header.chroma_weight_l0[i][j] : unstored);
+      coder.Se(stores ? header.chroma_offset_l0[i][j] : unstored);
+    }
+  });
+}
+
+// dec_ref_pic_marking() of clause 7.3.3.3, but that operation 5 has a difference value and operation 3 has
+// none.
+void DecRefPicMarking(SyntaxReader& coder, H264SliceHeaderRecord& header, bool idr) {
+  if (idr) {
+    coder.Flag(header.no_output_of_prior_pics_flag);
+    coder.Flag(header.long_term_reference_flag);
+    return;
+  }
+  coder.Flag(header.adaptive_ref_pic_marking_mode_flag);
+  if (header.adaptive_ref_pic_marking_mode_flag == 0) return;
+  do {
+    coder.Ue(header.memory_management_control_operation);
+    switch (header.memory_management_control_operation) {
+      case 1:
+      case 5:
+        coder.Ue(header.difference_of_pic_nums_minus1);
+        break;
+      case 2:
+        coder.Ue(header.mmco_long_term_pic_num);
+        break;
+      case 3:
+      case 6:
+        coder.Ue(header.long_term_frame_idx);
+        break;
+      case 4:
+        coder.Ue(header.max_long_term_frame_idx_plus1);
+        break;
+      default:
+        break;
+    }
+  } while (header.memory_management_control_operation != 0 && !coder.bits.BitsAtEnd());
+}
+
+// Bits of slice_group_change_cycle: the binary logarithm of a sum, cut down, where the standard has that of
+// a quotient, rounded up. The product of the two doubles decides at powers of two (2 for a sum of 8), so it
+// stands as it is.
+int32_t SliceGroupChangeCycleWidth(const H264PpsRecord& pps) {
+  const uint64_t sum = uint64_t{pps.pic_size_in_map_units_minus1} + pps.slice_group_change_rate_minus1;
+  return static_cast<int32_t>(std::log(static_cast<double>(sum) + 1.0) * (1.0 / std::log(2.0)));
+}
+
+// A width that a parameter set gives as its value minus 4.
+int32_t WidthMinus4(uint32_t word) { return static_cast<int32_t>(word + 4u); }
+
+}  // namespace
+
+void WalkSliceHeader(SyntaxReader& coder, H264SliceHeaderRecord& header, const H264SpsRecord& sps,
+                     H264PpsRecord& pps, uint32_t nalUnitType, const SliceWalkRules& rules) {
+  const bool idr = nalUnitType == 5;
+  coder.Ue(header.first_mb_in_slice);
+  coder.Ue(header.slice_type);
+  const uint32_t kind = header.slice_type > 4 ? header.slice_type - 5 : header.slice_type;
+  coder.Ue(header.pic_parameter_set_id);
+  coder.U(WidthMinus4(sps.log2_max_frame_num_minus4), header.frame_num);
+  if (sps.frame_mbs_only_flag == 0) {
+    coder.Flag(header.field_pic_flag);
+    if (header.field_pic_flag != 0) coder.Flag(header.bottom_field_flag);
+  }
+  if (idr) coder.Ue(header.idr_pic_id);
+  // A field_pic_flag that is not read counts with the value that the record holds.
+  const bool hasBottomOrder =
+      pps.bottom_field_pic_order_in_frame_present_flag != 0 && header.field_pic_flag == 0;
+  if (sps.pic_order_cnt_type == 0) {
+    coder.U(WidthMinus4(sps.log2_max_pic_order_cnt_lsb_minus4), header.pic_order_cnt_lsb);
+    if (hasBottomOrder) coder.Se(header.delta_pic_order_cnt_bottom);
+  }
+  if (sps.pic_order_cnt_type == 1 && sps.delta_pic_order_always_zero_flag == 0) {
+    coder.Se(header.delta_pic_order_cnt[0]);
+    if (hasBottomOrder) coder.Se(header.delta_pic_order_cnt[1]);
+  }
+  if (pps.redundant_pic_cnt_present_flag != 0) coder.Ue(header.redundant_pic_cnt);
+  if (kind == kSliceB) coder.Flag(header.direct_spatial_mv_pred_flag);
+  if (kind == kSliceP || kind == kSliceB || kind == kSliceSp) {
+    coder.Flag(header.num_ref_idx_active_override_flag);
+    if (header.num_ref_idx_active_override_flag != 0) {
+      coder.Ue(header.num_ref_idx_l0_active_minus1);
+      if (kind == kSliceB) coder.Ue(header.num_ref_idx_l1_active_minus1);
+    }
+  }
+  if (nalUnitType != 20 || rules.reordersInNal20) RefPicListReordering(coder, header, kind);
+  // weighted_bipred_idc is not looked at: a B slice with a table is out of step from here on.
+  if (pps.weighted_pred_flag != 0 && (kind == kSliceP || kind == kSliceSp)) {
+    PredWeightTable(coder, header, sps.chroma_format_idc != 0);
+  }
+  if (rules.marking == ReferenceMarking::kParsed) {
+    DecRefPicMarking(coder, header, idr);
+  } else if (rules.marking == ReferenceMarking::kGuessed && kind == kSliceI) {
+    coder.bits.SkipBits(2);
+  }
+  if (pps.entropy_coding_mode_flag != 0 && kind != kSliceI && kind != kSliceSi) {
+    coder.Ue(header.cabac_init_idc);
+  }
+  coder.Se(header.slice_qp_delta);
+  if (kind == kSliceSp) coder.Flag(header.sp_for_switch_flag);
+  if (kind == kSliceSp || kind == kSliceSi) coder.Se(header.slice_qs_delta);
+  if (pps.deblocking_filter_control_present_flag != 0) {
+    coder.Ue(header.disable_deblocking_filter_idc);
+    if (header.disable_deblocking_filter_idc != 1) {
+      coder.Se(header.slice_alpha_c0_offset_div2);
+      coder.Se(header.slice_beta_offset_div2);
+    }
+  }
+  if (pps.num_slice_groups_minus1 > 0 && pps.slice_group_map_type >= 3 && pps.slice_group_map_type <= 5) {
+    coder.U(SliceGroupChangeCycleWidth(pps), header.slice_group_change_cycle);
+  }
+  if (pps.entropy_coding_mode_flag == 0) coder.Flag(pps.rbsp_stop_one_bit);
+}
+
+}  // namespace qln
