@@ -36,27 +36,55 @@ uint32_t CountWidenedMarkers(const uint8_t* data, uint32_t size) {
 
 }  // namespace qln
 
-// One pass from the frame's end: each unit moves up once, by the number of start codes of 3 bytes in front
-// of it and its own, and its size takes the place of its start code.
-uint32_t qlnUtilh264MarkerToSize(uint8_t* buffer, uint32_t size) {
-  if (size < 4 || !qln::BeginsWithStartCode(buffer, size)) return size;
-  const uint32_t newSize = size + qln::CountWidenedMarkers(buffer, size);
-  const uint8_t* const end = buffer + size;
-  const uint8_t* unitEnd = end;           // end of the unit in front, as it stood
-  uint8_t* placedEnd = buffer + newSize;  // its end where it goes
+namespace qln {
+namespace {
+
+// Converts [buffer, end), which begins with a start code of 3 bytes, into `widened` bytes more. One pass from
+// the end: each unit moves up once, by the number of start codes of 3 bytes in front of it and its own, and
+// its size takes the place of its start code.
+void WidenFromTheEnd(uint8_t* buffer, const uint8_t* end, uint32_t widened) {
+  const uint8_t* unitEnd = end;                            // end of the unit in front, as it stood
+  uint8_t* placedEnd = buffer + (end - buffer) + widened;  // its end where it goes
   const uint8_t* code = end;
   while (unitEnd != buffer) {
-    code = qln::FindLastShortStartCode(buffer, code);
+    code = FindLastShortStartCode(buffer, code);
     bool isLong;
-    if (!qln::IsMarker(buffer, end, code, &isLong)) continue;
+    if (!IsMarker(buffer, end, code, &isLong)) continue;
     const size_t unitSize = static_cast<size_t>(unitEnd - (code + 3));
     placedEnd -= unitSize;
     if (placedEnd != code + 3) std::memmove(placedEnd, code + 3, unitSize);
     placedEnd -= 4;
     unitEnd = isLong ? code - 1 : code;
-    qln::StoreBigEndian32(placedEnd, static_cast<uint32_t>(unitSize));
+    StoreBigEndian32(placedEnd, static_cast<uint32_t>(unitSize));
   }
-  return newSize;
+}
+
+}  // namespace
+}  // namespace qln
+
+// Start codes of 4 bytes give way to sizes where they stand. Nothing has to move in front of the first one of
+// 3 bytes; from there on the frame is converted from its end.
+uint32_t qlnUtilh264MarkerToSize(uint8_t* buffer, uint32_t size) {
+  if (size < 4 || !qln::BeginsWithStartCode(buffer, size)) return size;
+  const uint8_t* const end = buffer + size;
+  uint8_t* unit = nullptr;  // behind the start code in front
+  for (const uint8_t* from = buffer;; from += 3) {
+    const uint8_t* const code = qln::FindShortStartCode(from, end);
+    const bool found = code != end;
+    from = code;
+    bool isLong = false;
+    if (found && !qln::IsMarker(buffer, end, code, &isLong)) continue;
+    const uint8_t* const unitEnd = isLong ? code - 1 : code;
+    if (unit != nullptr) qln::StoreBigEndian32(unit - 4, static_cast<uint32_t>(unitEnd - unit));
+    if (!found) return size;
+    if (!isLong) {
+      uint8_t* const rest = buffer + (code - buffer);
+      const uint32_t widened = qln::CountWidenedMarkers(rest, static_cast<uint32_t>(end - rest));
+      qln::WidenFromTheEnd(rest, end, widened);
+      return size + widened;
+    }
+    unit = buffer + (code + 3 - buffer);
+  }
 }
 
 uint32_t qlnUtilh264SizeToMarker(uint8_t* buffer, uint32_t size) {
