@@ -15,6 +15,7 @@
 
 #include "qlnutil/qlnapi.h"
 #include "qlnutil/qlnframe.h"
+#include "qlnutil/qlnhevc.h"
 
 QLN_C_BEGIN
 
@@ -112,6 +113,160 @@ QLN_API int32_t qlnUtilReadH264CaptionsSEI(const uint8_t* sei, uint32_t size, ui
 /// 0x%02X 0x%02X " and its first six bytes.
 QLN_API int32_t qlnUtilReadHevcCaptionsSEI(const uint8_t* sei, uint32_t size, uint32_t reserved,
                                            uint16_t* counter, DFrameCaptionPart* caption);
+
+/* ---- Timecode ----------------------------------------------------------------------------------------- */
+
+/* The timecode of a frame is its timeCodeA unless that is QLN_NO_TIMECODE, else timeCodeB unless that is
+   QLN_NO_TIMECODE, else timeCodeC. Timecode types are those of TimeCodeToString. */
+
+/// Puts the frame's timecode into an H.264 frame with start codes as a pic_timing SEI unit (ITU-T H.264
+/// clause D.1.3: one clock timestamp with full_timestamp_flag, counting type 4 for the types 4 and 32, else
+/// 0), in front of the first slice of type 1 or 5.
+///
+/// @param frame in and out; `frameSize` grows by the result. @param tcType type of the timecode.
+/// @return the bytes inserted, or 0 with the frame untouched: for a null frame or `frameData`, a `frameSize`
+/// below 8, no room (`frameSize` + 48 and `frameSize` + unit must both be below `frameCapacity`), a frame
+/// that has picture timing in front of its first slice or begins with that slice, and a frame whose first SPS
+/// is missing, lacks pic_struct_present_flag, or has HRD parameters (the delays that picture timing would
+/// then need are not known). No message.
+QLN_API uint32_t qlnutilAddAVCTimeCode(DFrame* frame, uint8_t tcType);
+
+/// Puts the frame's timecode into an HEVC frame with start codes as a time_code SEI unit (ITU-T H.265 clause
+/// D.2.27: one clock timestamp with full_timestamp_flag, counting type 4 for type 4, 6 for type 32, else 0).
+///
+/// The unit goes in front of the first slice or prefix SEI that stands behind a 4-byte start code in the
+/// frame's first 4096 bytes, though not at the frame's very beginning; failing that behind a leading
+/// delimiter, at offset 7; failing that at offset 0. Codes of 3 bytes are not seen. `secondFieldOffset` grows
+/// in every case, so in a frame of two fields it is the first one that gets the timecode.
+///
+/// **`frameCapacity` is not tested.** The host owes 16 bytes behind `frameSize`: the unit has 15 or 16.
+///
+/// @param frame in and out; `frameSize` and `secondFieldOffset` grow by the unit's length.
+/// @param tcType type of the timecode.
+/// @return 0, always. The frame is untouched when it is null or has no `frameData`, when a prefix SEI on the
+/// way begins with a time_code message, and when it is shorter than the offset. No message.
+QLN_API uint32_t qlnutilAddHEVCTimeCode(DFrame* frame, uint8_t tcType);
+
+/// Writes a prefix SEI unit with registered user data "DTG1" (active format description, ETSI TS 101 154),
+/// start code in front.
+///
+/// @param[out] output room for 17 bytes. @param flags the bits 0x0E go into the last byte, whose bit 0 is
+/// set.
+/// @return the bytes written: 17; 0 for a null output.
+QLN_API uint32_t qlnUtilAddSeiATC(uint8_t* output, uint8_t flags);
+
+/* ---- Interlace signalling ----------------------------------------------------------------------------- */
+
+/// Copies an HEVC frame with start codes and rewrites what it says of its scan: a frame of two fields
+/// (QLN_TWO_FIELDS in the source's `fieldFlags`) comes out as fields, any other as progressive.
+///
+/// - Parameter sets are read into records and written back: source flags, field and frame flags, a sample
+/// aspect
+///   ratio of 1:2 for fields, a window of 540 lines for fields of 1920x544 without one, and a colour
+///   description by raster where there is none. HRD parameters leave the SPS. The readers' and writers' forms
+///   apply (see qlnhevc.h), emulation prevention included; a set that a writer does not write is copied as it
+///   stands. Behind a start code of 3 bytes the sets are read one byte late, so hosts use codes of 4.
+/// - A delimiter is copied. Prefix SEI are dropped, and so is everything else but slices.
+/// - In front of the first slice of each field: picture timing (with the delays of the source's own), a
+/// time_code
+///   with the destination's timecode, and in an intra picture of a destination without HDR flags the "DTG1"
+///   user data, with mastering display metadata where the host's SPS says transfer 16. The host's SPS gives
+///   the syntax of these units.
+/// - Slices leave with 4-byte start codes.
+///
+/// A two-field source has its first field in front of `secondFieldOffset` (at most `frameSize` counts), and
+/// the destination's `secondFieldOffset` is set; it stays in a frame of one field. `fieldFlags`, `frameType`,
+/// `colorFlags` and the timecode of the destination are the host's.
+///
+/// @param source in; not the destination. Where mastering display metadata is made and no HDR flag is set,
+/// its mastering display fields are filled in with the values of a BT.2020 display of 0.05 to 100 cd/m2; no
+/// flag is set.
+/// @param destination out: `frameData` and `frameSize`. With a `frameCapacity` of 0 it is trusted to be large
+/// enough; otherwise nothing is written behind it, and the rewrite ends in front of the first unit that would
+/// not fit, `frameSize` standing at the end of the last whole one.
+/// @param hostSps the SPS of the stream as the host knows it. @param reserved not used.
+/// @return the number of units walked, 1 to 3 bytes at the end counting one each; 0, with nothing touched,
+/// for a null argument or a null `frameData` of either. Messages are those of the parameter set readers.
+QLN_API uint32_t qlnutilSetFrameInterlaced(DFrame* source, DFrame* destination, const HevcSpsRecord* hostSps,
+                                           uint32_t reserved);
+
+/* ---- HDR and colour ----------------------------------------------------------------------------------- */
+
+/// Content light level of a stream (ITU-T H.265 clause D.2.35), in cd/m2.
+typedef struct ContentLightRecord {
+  uint32_t max_content_light_level;
+  uint32_t max_pic_average_light_level;
+} ContentLightRecord;
+
+/// Mastering display of a stream (ITU-T H.265 clause D.2.28): chromaticities in units of 0.00002, luminances
+/// in units of 0.0001 cd/m2.
+typedef struct MasteringDisplayRecord {
+  uint32_t redX;
+  uint32_t redY;
+  uint32_t greenX;
+  uint32_t greenY;
+  uint32_t blueX;
+  uint32_t blueY;
+  uint32_t whitePointX;
+  uint32_t whitePointY;
+  uint32_t minLuminance;
+  uint32_t maxLuminance;
+  uint32_t primariesValid; /**< 1 when the record was filled */
+  uint32_t luminanceValid; /**< 1 when the record was filled */
+} MasteringDisplayRecord;
+
+QLN_STATIC_ASSERT(sizeof(ContentLightRecord) == 8, "content light layout");
+QLN_STATIC_ASSERT(sizeof(MasteringDisplayRecord) == 48, "mastering display layout");
+QLN_STATIC_ASSERT(offsetof(MasteringDisplayRecord, minLuminance) == 32, "mastering display layout");
+
+/// Puts the frame's HDR metadata into it: one SEI unit, directly in front of the first slice, with a
+/// mastering display message when all bits of QLN_COLOR_MASTERING are set and a content light level message
+/// when QLN_COLOR_MAX_CLL or QLN_COLOR_MAX_FALL is (the value without its bit is 0). With some of the bits of
+/// QLN_COLOR_MASTERING alone the unit holds no message.
+///
+/// Doubles are truncated toward zero and their low 16 or 32 bits written; not a number, and values beyond 64
+/// bits, give 0. In a frame of two fields the first one gets the unit, and `secondFieldOffset` stays.
+///
+/// A frame in length form comes back in length form. Length form is told from start codes by the first bytes,
+/// so a first unit of 256 to 511 bytes looks like a start code of 3; a frame that begins with a 3-byte code
+/// may have that code read as a length. A host that must be sure hands in marker form with 4-byte codes.
+///
+/// @param frame in and out; `frameSize` grows. @param fourcc the codec; HEVC and Dolby Vision, or H.264 and
+/// AVC-Intra, take part.
+/// @return the bytes of the unit; 0 when nothing was added: for a null frame or `frameData`, a `frameSize`
+/// below 5, another codec, none of the flags, no slice, or no room. The last is reported as "No room to Add
+/// HDR SEI to dframe" with the frame as it was; a start code pattern inside a unit of a length form frame
+/// asks for one byte more.
+QLN_API uint64_t qlnutilWrite_HDR_WCG_SEI_Packet(DFrame* frame, uint32_t fourcc);
+
+/// Looks through all SEI units of an H.264 or HEVC frame, in either form, for mastering display and content
+/// light level messages. Of several the last one stays.
+///
+/// @param frame read only. @param[out] light, display zeroed first; null: such messages are passed over.
+/// @return the number of messages read into a record; 0 with the records untouched for a null frame or
+/// `frameData` and a `frameSize` below 5. No message.
+QLN_API uint32_t qlnutilFindColorSEI(const DFrame* frame, ContentLightRecord* light,
+                                     MasteringDisplayRecord* display);
+
+/// Writes the frame's colour codes into the VUI of its first SPS.
+///
+/// The SPS is read into a record, changed and written: `video_full_range_flag` is the low bit of
+/// `videoFullRange`, the codes whose QLN_COLOR_ bits are set are the frame's, the others stay, or become 2
+/// (unspecified) where the SPS had no colour description. What the record does not hold and what the writers
+/// put differently changes as well: see qlnutilWrite_SPS and qlnutilWrite_HEVC_SPS. In particular the HEVC
+/// writer looks for emulation only up to the unescaped length, so a unit that grows by many escapes may keep
+/// a pattern near its end; a host that feeds such streams checks the result. `secondFieldOffset` and SPS
+/// copies elsewhere are not updated.
+///
+/// A frame in length form comes back in length form, by the same rules as for
+/// qlnutilWrite_HDR_WCG_SEI_Packet.
+///
+/// @param frame in and out; `frameSize` changes with the SPS. @param fourcc the codec; HEVC and Dolby Vision,
+/// or H.264, AVC-Intra and XAVC, take part.
+/// @return 1 when the SPS was replaced; 0 when not: for a null frame or `frameData`, a `frameSize` below 5,
+/// no colour bit, another codec, no SPS, an SPS that cannot be read or written (8192 bytes at most), or no
+/// room, the frame then being as it was. Messages are those of the SPS readers.
+QLN_API uint32_t qlnutilWriteColorimetryToSPS(DFrame* frame, uint32_t fourcc);
 
 QLN_C_END
 

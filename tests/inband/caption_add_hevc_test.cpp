@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "inband/caption_packets.h"
+#include "inband/test_frame.h"
 #include "qlnutil/qlninband.h"
 
 namespace qln {

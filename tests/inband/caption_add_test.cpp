@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "inband/caption_packets.h"
+#include "inband/test_frame.h"
 #include "qlnutil/inband/caption_packet.h"
 #include "qlnutil/qlninband.h"
 

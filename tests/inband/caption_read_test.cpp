@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "inband/caption_packets.h"
 #include "qlnutil/inband/caption_packet.h"
 #include "qlnutil/inband/caption_payload.h"
