@@ -23,7 +23,8 @@ BlockTable& Blocks() {
 }  // namespace
 
 void* KXAlloc(size_t size) {
-  void* const block = std::malloc(size != 0 ? size : 1);
+  if (size == 0) size = 1;
+  void* const block = std::malloc(size);
   if (block == nullptr) return nullptr;
   try {
     BlockTable& table = Blocks();

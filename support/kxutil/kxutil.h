@@ -33,7 +33,8 @@ KX_API void KXFree(void* block);
 
 /// Tells how many bytes a block of KXAlloc was asked for.
 /// The answer comes from the allocator's own table; memory in front of the block is never read.
-/// @return the size in bytes, or 0 for null and for a pointer that is no live block of KXAlloc.
+/// @return the size in bytes (1 for a request of 0), or 0 for null and for a pointer that is no live block of
+/// KXAlloc.
 KX_API size_t KXAllocSize(const void* block);
 
 /// Copies @p count bytes between blocks that do not overlap. A count of 0 touches nothing.

@@ -11,6 +11,7 @@
 #include "qlnutil/qlnh264.h"
 #include "qlnutil/qlnhevc.h"
 #include "qlnutil/qlninband.h"
+#include "qlnutil/qlninfo.h"
 #include "qlnutil/qlntransport.h"
 
 #endif

@@ -1,0 +1,183 @@
+// Every slot and numeric field of the record by position, name, tag, default and persistence, as it was laid
+// down.
+#ifndef TESTS_CLIPINFO_EXPECTED_FIELDS_H
+#define TESTS_CLIPINFO_EXPECTED_FIELDS_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace qln::test {
+
+enum class Stored { kNo, kYes, kWriteOnly };
+
+struct ExpectedSlot {
+  size_t slot;
+  const char* name;
+  int tag;  // -1: none
+  Stored stored;
+};
+
+struct ExpectedNumber {
+  const char* name;
+  int tag;
+  uint32_t initial;
+  Stored stored;
+};
+
+constexpr ExpectedSlot kExpectedSlots[] = {
+    {0, "FileName", 0, Stored::kNo},
+    {1, "NativeLocator", 1, Stored::kNo},
+    {2, "UniversalLocator", 2, Stored::kNo},
+    {3, "TCP-IPAddress", 3, Stored::kNo},
+    {4, "SourceLocator", 4, Stored::kNo},
+    {5, "ChannelIdentifier", 5, Stored::kYes},
+    {6, "ChannelName", 6, Stored::kYes},
+    {7, "ChannelDescription", 7, Stored::kYes},
+    {8, "Title", 8, Stored::kYes},
+    {9, "Subject", 9, Stored::kYes},
+    {10, "Category", 10, Stored::kYes},
+    {11, "Keywords", 11, Stored::kYes},
+    {12, "Ratings", 12, Stored::kYes},
+    {13, "Comments", 13, Stored::kYes},
+    {14, "DoNotUse", -1, Stored::kYes},
+    {15, "Owner", 14, Stored::kYes},
+    {16, "Editor", 15, Stored::kYes},
+    {17, "Supplier", 16, Stored::kYes},
+    {18, "Source", 17, Stored::kYes},
+    {19, "Project", 18, Stored::kYes},
+    {20, "Status", 19, Stored::kYes},
+    {21, "Author", 20, Stored::kYes},
+    {22, "RevisionNumber", 21, Stored::kYes},
+    {23, "Produced", 22, Stored::kYes},
+    {24, "Album", 23, Stored::kYes},
+    {25, "Artist", 24, Stored::kYes},
+    {26, "Composer", 25, Stored::kYes},
+    {27, "Copyright", 26, Stored::kYes},
+    {28, "CreationData", 27, Stored::kYes},
+    {29, "Description", 28, Stored::kYes},
+    {30, "Director", 29, Stored::kYes},
+    {31, "Disclaimer", 30, Stored::kYes},
+    {32, "EncodedBy", 31, Stored::kYes},
+    {33, "FullName", 32, Stored::kYes},
+    {34, "Genre", 33, Stored::kYes},
+    {35, "HostComputer", 34, Stored::kYes},
+    {36, "Information", 35, Stored::kYes},
+    {37, "Make", 36, Stored::kYes},
+    {38, "Model", 37, Stored::kYes},
+    {39, "OriginalArtist", 38, Stored::kYes},
+    {40, "OriginalFormat", 39, Stored::kYes},
+    {41, "Performers", 40, Stored::kYes},
+    {42, "Producer", 41, Stored::kYes},
+    {43, "Product", 42, Stored::kYes},
+    {44, "Software", 43, Stored::kYes},
+    {45, "SpecialPlaybackRequirements", 44, Stored::kYes},
+    {46, "Track", 45, Stored::kYes},
+    {47, "Warning", 46, Stored::kYes},
+    {48, "URL", 47, Stored::kYes},
+    {49, "EditData1", 48, Stored::kYes},
+    {50, "EditData2", 49, Stored::kYes},
+    {51, "EditData3", 50, Stored::kYes},
+    {52, "EditData4", 51, Stored::kYes},
+    {53, "EditData5", 52, Stored::kYes},
+    {54, "EditData6", 53, Stored::kYes},
+    {55, "EditData7", 54, Stored::kYes},
+    {56, "EditData8", 55, Stored::kYes},
+    {57, "EditData9", 56, Stored::kYes},
+    {58, "VersionString", 57, Stored::kWriteOnly},
+    {59, "Manufacturer", 58, Stored::kYes},
+    {60, "Language", 59, Stored::kYes},
+    {61, "Format", 60, Stored::kYes},
+    {62, "InputDevice", 61, Stored::kYes},
+    {63, "DeviceModelNum", 62, Stored::kYes},
+    {64, "DeviceSerialNum", 63, Stored::kYes},
+    {65, "Reel", 64, Stored::kYes},
+    {66, "Shot", 65, Stored::kYes},
+    {67, "Take", 66, Stored::kYes},
+    {68, "SlateInfo", 67, Stored::kYes},
+    {69, "FrameAttribute", 68, Stored::kYes},
+    {70, "Episode", 69, Stored::kYes},
+    {71, "Scene", 70, Stored::kYes},
+    {72, "DailyRoll", 71, Stored::kYes},
+    {73, "CamRoll", 72, Stored::kYes},
+    {74, "SoundRoll", 73, Stored::kYes},
+    {75, "LabRoll", 74, Stored::kYes},
+    {76, "KeyNumberPrefix", 75, Stored::kYes},
+    {77, "InkNumberPrefix", 76, Stored::kYes},
+    {78, "PictureIcon", 77, Stored::kYes},
+    {79, "ProxyFile", 78, Stored::kYes},
+    {80, "", -1, Stored::kNo},
+    {81, "ImageInfo", -1, Stored::kYes},
+    {82, "UMID", -1, Stored::kYes},
+    {83, "XML", -1, Stored::kYes},
+    {84, "XML_XMP", -1, Stored::kYes},
+    {85, "XML_MediaInfo", -1, Stored::kYes},
+    {86, "NotUsed_87", -1, Stored::kYes},
+    {87, "NotUsed_88", -1, Stored::kYes},
+    {88, "NotUsed_89", -1, Stored::kYes},
+    {89, "NotUsed_90", -1, Stored::kYes},
+    {90, "NotUsed_91", -1, Stored::kYes},
+    {91, "NotUsed_92", -1, Stored::kYes},
+    {92, "NotUsed_93", -1, Stored::kYes},
+    {93, "NotUsed_94", -1, Stored::kYes},
+    {94, "NotUsed_95", -1, Stored::kYes},
+    {95, "NotUsed_96", -1, Stored::kYes},
+    {96, "NotUsed_97", -1, Stored::kYes},
+    {97, "NotUsed_98", -1, Stored::kYes},
+    {98, "NotUsed_99", -1, Stored::kYes},
+};
+
+constexpr ExpectedNumber kExpectedNumbers[] = {
+    {"TimeCode", 4097, 0, Stored::kYes},
+    {"UserBits", 4098, 0xFFFFFFFF, Stored::kYes},
+    {"VITCTimeCode", 4099, 0, Stored::kYes},
+    {"VITCUserBits", 4100, 0xFFFFFFFF, Stored::kYes},
+    {"VITCExtraData", 4101, 0xFFFFFFFF, Stored::kYes},
+    {"PosterFrame", 4102, 0, Stored::kYes},
+    {"A-Frame", 4103, 0, Stored::kYes},
+    {"AspectRatio", 4104, 0xFFFFFFFF, Stored::kYes},
+    {"OriginalRate", 4105, 0xFFFFFFFF, Stored::kYes},
+    {"OriginalScale", 4106, 0xFFFFFFFF, Stored::kYes},
+    {"TotalConversions", 4107, 0xFFFFFFFF, Stored::kYes},
+    {"VersionNumber", 4108, 0xFFFFFFFF, Stored::kWriteOnly},
+    {"FileSize", 4109, 0xFFFFFFFF, Stored::kYes},
+    {"FileDate", 4110, 0xFFFFFFFF, Stored::kYes},
+    {"FileTime", 4111, 0xFFFFFFFF, Stored::kYes},
+    {"SequenceNumber", 4112, 0xFFFFFFFF, Stored::kYes},
+    {"TotalStreams", 4113, 0xFFFFFFFF, Stored::kYes},
+    {"TotalLength", 4114, 0xFFFFFFFF, Stored::kYes},
+    {"FilmManufacturerCode", 4115, 0xFFFFFFFF, Stored::kYes},
+    {"FilmTypeCode", 4116, 0xFFFFFFFF, Stored::kYes},
+    {"WhitePoint", 4117, 0xFFFFFFFF, Stored::kYes},
+    {"BlackPoint", 4118, 0xFFFFFFFF, Stored::kYes},
+    {"BlackGain", 4119, 0xFFFFFFFF, Stored::kYes},
+    {"BreakPoint", 4120, 0xFFFFFFFF, Stored::kYes},
+    {"Gamma1000", 4121, 0xFFFFFFFF, Stored::kYes},
+    {"TagNumber", 4122, 0xFFFFFFFF, Stored::kYes},
+    {"Flags", 4123, 0xFFFFFFFF, Stored::kYes},
+    {"TimeCodeType", 4124, 0xFFFFFFFF, Stored::kYes},
+    {"LTCTimeCodeType", 4125, 0xFFFFFFFF, Stored::kYes},
+    {"VITCTimeCodeType", 4126, 0xFFFFFFFF, Stored::kYes},
+    {"ProdDate", 4127, 0xFFFFFFFF, Stored::kYes},
+    {"UniqueID", 4128, 0xFFFFFFFF, Stored::kYes},
+    {"CustomMetadataBlockType", 4129, 0xFFFFFFFF, Stored::kYes},
+    {"CustomMetadataBlockSize", -1, 0xFFFFFFFF, Stored::kYes},
+    {"NorthSouthEastWest", -1, 0xFFFFFFFF, Stored::kYes},
+    {"Latitude", -1, 0xFFFFFFFF, Stored::kYes},
+    {"Longitude", -1, 0xFFFFFFFF, Stored::kYes},
+    {"Exposure", -1, 0xFFFFFFFF, Stored::kYes},
+    {"RedGain", -1, 0xFFFFFFFF, Stored::kYes},
+    {"BlueGain", -1, 0xFFFFFFFF, Stored::kYes},
+    {"WhiteBalance", -1, 0xFFFFFFFF, Stored::kYes},
+    {"Matrix", -1, 0xFFFFFFFF, Stored::kYes},
+    {"ISO", -1, 0xFFFFFFFF, Stored::kYes},
+    {"GreenGain", -1, 0xFFFFFFFF, Stored::kYes},
+    {"FileSizeHi", -1, 0xFFFFFFFF, Stored::kYes},
+    {"NumericNotUsed_46", -1, 0xFFFFFFFF, Stored::kYes},
+    {"NumericNotUsed_47", -1, 0xFFFFFFFF, Stored::kYes},
+    {"NumericNotUsed_48", -1, 0xFFFFFFFF, Stored::kYes},
+    {"NumericNotUsed_49", -1, 0xFFFFFFFF, Stored::kYes},
+};
+
+}  // namespace qln::test
+
+#endif
