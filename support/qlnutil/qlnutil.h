@@ -3,6 +3,8 @@
 #ifndef QLNUTIL_QLNUTIL_H
 #define QLNUTIL_QLNUTIL_H
 
+#include "qlnutil/kxdiskcache.h"
+#include "qlnutil/kxprojecttoxml.h"
 #include "qlnutil/mediacmd.h"
 #include "qlnutil/qlnaac.h"
 #include "qlnutil/qlnbits.h"

@@ -1,0 +1,223 @@
+// Reading and writing the XML of a project so that every text survives and no document is too much.
+
+#include "qlnutil/files/project_document.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "kxutil/utf8_text.h"
+#include "kxutil/xml_prescan.h"
+#include "qlnutil/kxprojecttoxml.h"
+
+namespace qln {
+
+namespace {
+
+// TinyXML counts in int, and a byte may take six characters in a document.
+static_assert(uint64_t{KX_PROJECT_LARGEST_TEXT} * 6 < INT_MAX + uint64_t{1});
+constexpr size_t kLargestDocument = size_t{INT_MAX};
+
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+// The bytes of a plain file. False if there is none or it cannot be read.
+bool ReadPlainFile(const char* path, std::string& bytes) {
+  // Opened without waiting, in case it is a pipe.
+  const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor < 0) return false;
+  File file(fdopen(descriptor, "rb"));
+  if (file == nullptr) {
+    close(descriptor);
+    return false;
+  }
+  struct stat status;
+  if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return false;
+  size_t room = static_cast<size_t>(status.st_size) + 1;
+  while (bytes.size() <= kLargestDocument) {
+    const size_t have = bytes.size();
+    room = std::min(std::max(room, size_t{4096}), kLargestDocument + 1 - have);
+    bytes.resize(have + room);
+    bytes.resize(have + std::fread(bytes.data() + have, 1, room, file.get()));
+    if (bytes.size() < have + room) return std::ferror(file.get()) == 0;
+  }
+  return false;  // too large
+}
+
+// Line ends as XML wants them: CR LF and CR are LF. The text ends at a zero byte.
+void NormalizeText(std::string& text) {
+  size_t to = 0;
+  for (size_t from = 0; from < text.size() && text[from] != '\0'; ++from) {
+    if (text[from] == '\r') {
+      text[to++] = '\n';
+      if (from + 1 < text.size() && text[from + 1] == '\n') ++from;
+    } else {
+      text[to++] = text[from];
+    }
+  }
+  text.resize(to);
+}
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::string_view kHexReference = "&#x";
+
+}  // namespace
+
+bool LoadProjectDocument(TiXmlDocument& document, const char* path) {
+  document = TiXmlDocument();
+  std::string text;
+  if (!ReadPlainFile(path, text)) return false;
+  NormalizeText(text);
+
+  // Taken for UTF-8, a lone high byte in front of a quote would swallow the quote. A text that is no UTF-8 is
+  // therefore read byte for byte.
+  const bool legacy = !IsUtf8(text);
+  if (legacy && text.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
+    text.erase(0, kByteOrderMark.size());
+  }
+  text.resize(SafeXmlLength(text.data(), text.size(), legacy));
+  text.append(4, '\0');  // the parser may step a few bytes over the end
+  document.Parse(text.c_str(), nullptr, legacy ? TIXML_ENCODING_LEGACY : TIXML_DEFAULT_ENCODING);
+  return !document.Error();
+}
+
+namespace {
+
+// Calls `visit` with every attribute and every text of a node and of those in it.
+template <class Visit>
+void VisitTexts(TiXmlNode& node, const Visit& visit) {
+  if (TiXmlElement* const element = node.ToElement()) {
+    for (TiXmlAttribute* a = element->FirstAttribute(); a != nullptr; a = a->Next()) {
+      visit(a->ValueStr(), [a](const std::string& value) { a->SetValue(value); });
+    }
+  } else if (TiXmlText* const text = node.ToText()) {
+    if (!text->CDATA()) {
+      visit(text->ValueStr(), [text](const std::string& value) { text->SetValue(value); });
+    }
+  }
+  for (TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
+    VisitTexts(*child, visit);
+  }
+}
+
+// The writer leaves "&#x" in a text as it is, and a reader would take it for a character. As a reference to
+// the ampersand it is written through and read back.
+std::string WithHexReferencesHidden(const std::string& text) {
+  std::string hidden;
+  size_t from = 0;
+  for (size_t at; (at = text.find(kHexReference, from)) != std::string::npos; from = at + 1) {
+    hidden.append(text, from, at - from).append("&#x26;");
+  }
+  return hidden.append(text, from);
+}
+
+bool WriteDocument(const TiXmlDocument& document, std::FILE* file) {
+  return document.SaveFile(file) && std::fflush(file) == 0 && std::ferror(file) == 0;
+}
+
+// A new file in the folder of another, which is gone again unless it has been put in its place.
+class FileBeside {
+ public:
+  explicit FileBeside(const std::string& target) : target_(target) {
+    const std::string folder = target.substr(0, target.rfind('/') + 1);  // empty if there is no slash
+    int descriptor = -1;
+    for (int attempt = 0; attempt < 100 && descriptor < 0; ++attempt) {
+      path_ = folder + ".project-" + std::to_string(getpid()) + "-" + std::to_string(attempt);
+      descriptor = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+      if (descriptor < 0 && errno != EEXIST) break;
+    }
+    if (descriptor < 0) {
+      path_.clear();
+      return;
+    }
+    file_.reset(fdopen(descriptor, "wb"));
+    if (file_ == nullptr) close(descriptor);
+  }
+  ~FileBeside() {
+    if (!path_.empty()) unlink(path_.c_str());
+  }
+  FileBeside(const FileBeside&) = delete;
+  FileBeside& operator=(const FileBeside&) = delete;
+
+  // Null if it could not be made.
+  std::FILE* file() const { return file_.get(); }
+
+  // Owner and permissions of the file that is replaced; another's file keeps its owner if we may give it.
+  bool TakeOver(const struct stat& old) const {
+    const int descriptor = fileno(file_.get());
+    if (fchown(descriptor, old.st_uid, old.st_gid) != 0 && errno != EPERM) return false;
+    return fchmod(descriptor, old.st_mode & 07777) == 0;
+  }
+
+  bool PutInPlace() {
+    const bool flushed = fsync(fileno(file_.get())) == 0;
+    const bool closed = std::fclose(file_.release()) == 0;
+    if (!flushed || !closed || rename(path_.c_str(), target_.c_str()) != 0) return false;
+    path_.clear();
+    return true;
+  }
+
+ private:
+  std::string target_;
+  std::string path_;
+  File file_;
+};
+
+// Replaces a plain file in one step, the file behind a symbolic link included; a device or pipe is written
+// to.
+bool WriteFile(const TiXmlDocument& document, const char* path) {
+  struct stat old;
+  const bool exists = stat(path, &old) == 0;
+  if (exists && !S_ISREG(old.st_mode)) {
+    const File file(std::fopen(path, "wb"));
+    return file != nullptr && WriteDocument(document, file.get());
+  }
+  if (exists && access(path, W_OK) != 0) return false;
+  const std::unique_ptr<char, void (*)(void*)> resolved(exists ? realpath(path, nullptr) : nullptr,
+                                                        std::free);
+  FileBeside beside(resolved != nullptr ? resolved.get() : path);
+  return beside.file() != nullptr && (!exists || beside.TakeOver(old)) &&
+         WriteDocument(document, beside.file()) && beside.PutInPlace();
+}
+
+}  // namespace
+
+bool SaveProjectDocument(const TiXmlDocument& document, const char* path) {
+  if (*path == '\0') return false;
+  TiXmlDocument copy(document);
+  bool tooLarge = false;
+  VisitTexts(copy, [&tooLarge](const std::string& text, const auto& replace) {
+    tooLarge |= text.size() > KX_PROJECT_LARGEST_TEXT;
+    if (text.find(kHexReference) != std::string::npos) replace(WithHexReferencesHidden(text));
+  });
+  return !tooLarge && WriteFile(copy, path);
+}
+
+bool IsAttributeName(const char* text) {
+  const auto letter = [](unsigned char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c >= 127;
+  };
+  const std::string_view name(text);
+  // Where the parser looks for a name it skips these three characters as blanks.
+  for (const std::string_view mark : {"\xEF\xBB\xBF", "\xEF\xBF\xBE", "\xEF\xBF\xBF"}) {
+    if (name.substr(0, mark.size()) == mark) return false;
+  }
+  return !name.empty() && letter(static_cast<unsigned char>(name[0])) &&
+         std::all_of(name.begin(), name.end(), [&letter](char c) {
+           return letter(static_cast<unsigned char>(c)) || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
+                  c == ':';
+         });
+}
+
+}  // namespace qln
