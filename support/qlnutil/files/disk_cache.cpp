@@ -132,13 +132,17 @@ uint32_t CKXDiskCache::ReadPastWindow(uint8_t* destination, uint64_t position, u
   uint32_t readSoFar = 0;
   uint32_t lastError = 0;
   if (needed != 0) {
-    // Only a length above the cache size, at the end of a file, asks for more than the buffer holds.
+    // Only a length above the cache size, of less than a page, asks for more than the buffer holds. The read
+    // then goes through a block that begins as the buffer does, and what fits comes back.
     uint8_t* const staging = amount > cacheSize_ ? static_cast<uint8_t*>(KXAlloc(amount)) : nullptr;
-    if (amount > cacheSize_ && staging == nullptr) return kOutOfMemory;
+    if (amount > cacheSize_) {
+      if (staging == nullptr) return kOutOfMemory;
+      CopyMemoryFast(staging, alignedBuffer_, cacheSize_);
+    }
     uint8_t* const target = staging != nullptr ? staging : alignedBuffer_;
     const bool filled = Fill(target, amount, needed, startTime, &readSoFar, &lastError);
     if (staging != nullptr) {
-      CopyMemoryFast(alignedBuffer_, staging, std::min(readSoFar, cacheSize_));
+      CopyMemoryFast(alignedBuffer_, staging, cacheSize_);
       KXFree(staging);
     }
     // Without an error it is the end of the file, and no failure.
