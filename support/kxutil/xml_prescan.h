@@ -269,6 +269,8 @@ class XmlPrescan {
 // told that encoding.
 inline size_t SafeXmlLength(const char* text, size_t size, bool legacyEncoding = false,
                             XmlLimits limits = {}) {
+  // No element and no attribute takes fewer than three bytes: a short text reaches neither limit.
+  if (size / 3 < limits.depth && size / 3 < limits.attributes) return size;
   return XmlPrescan(text, size, legacyEncoding, limits).Run();
 }
 
