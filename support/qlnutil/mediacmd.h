@@ -179,6 +179,61 @@ QLN_API void __dbgout_mediacmd(const MediaCmd* command);
 /// @param timecode in frames. @param tcType timecode type; 0 prints as non-drop-frame.
 QLN_API void __dbgout_tc(uint32_t timecode, uint8_t tcType);
 
+/* ---- XML ---------------------------------------------------------------------------------------------- */
+
+/// Writes a command as the compact text of an XML document, declared as iso-8859-1, as MediaCmdToXML makes
+/// it.
+/// @param[out] text receives a text that the caller releases with MediaCmdFreeXMLString; stays as it was
+/// where there is no memory. Null does nothing.
+/// @param[in,out] command valid for `StructSize` bytes; null does nothing. Under the state value
+/// "metabasefilename" a "$" in `FileName` is overwritten by zero.
+/// @param tcType timecode type of the points' texts; only its low byte counts.
+/// @return 0.
+QLN_API uint32_t MediaCmdToXMLString(char** text, MediaCmd* command, uint32_t tcType);
+
+/// Releases a text of MediaCmdToXMLString and sets its pointer to null. @param[in,out] text null, or a
+/// pointer that may be null. @return 0.
+QLN_API uint32_t MediaCmdFreeXMLString(char** text);
+
+/// Reads a command from XML text: initialises the record with `Cmd` 0, then goes on as MediaCmdFromXML. Text
+/// that breaks off counts as far as it goes; elements deeper than 1000, and what follows an element's
+/// 10,000th attribute, count as broken off.
+/// @param[out] command a whole record of 4188 bytes. @param tcType timecode type of points that are given as
+/// text only; null for drop-frame. @param text NUL-terminated; stays as it is.
+/// @return 0; 0xFFFFFFFF for a null command; 0xFFFFFFFE without a root "MediaCmd" or "ClipInfo", for null
+/// text, and without memory; 0xFFFFFFFD where the root of that name is no element. The record is initialised
+/// in all but the first case.
+QLN_API uint32_t MediaCmdFromXMLString(MediaCmd* command, const uint32_t* tcType, const char* text);
+
+#ifdef __cplusplus
+/// Adds a command to an XML document (TinyXML): a declaration, and a root "MediaCmd" with a comment and one
+/// element for each field that flags, command and state value call for. Blanks are kept in the document but
+/// condensed by the parser that reads them back.
+///
+/// Not everything comes back through MediaCmdFromXML: the flags of preview, remote command, 24 hours and
+/// second field are not written; "OverrideDeferred", the channel timecodes, aliases, names and tags are not
+/// read; base64 data is taken for hexadecimal; a play command without a speed comes back with one.
+/// @param[in,out] document where to add; nothing in it is cleared. Null does nothing. Without memory it keeps
+/// what was added until then.
+/// @param[in,out] command, tcType as for MediaCmdToXMLString.
+/// @return 0. A file name without terminator within the record is left out, with "WARNING(XMLmCmd): %s\n"
+/// through ErrFmtOut: "Exception: MediaCmdToXML() " for one that fills the area from `ClipID` on, "Exception:
+///  MediaCmdToXML(ClipID) " for one in its own place. Other texts are cut at the record's end.
+QLN_API uint32_t MediaCmdToXML(class TiXmlDocument* document, MediaCmd* command, uint32_t tcType);
+
+/// Reads a command from an XML document (TinyXML). A field whose element is missing stays as it was, flags
+/// are ORed into those present, and nothing is validated: `StructSize` and `CmdID` are stored as the text has
+/// them.
+///
+/// Every bound is the greater of 4188 and the `StructSize` that the record has on entry (below 2^31): texts
+/// are cut there, and an "arbID" whose length lies outside of it, or is not zero without a text, is passed
+/// over. A shorter "arbID" text is decoded as far as it goes.
+/// @param[in,out] command a whole record of at least that size. @param tcType as for MediaCmdFromXMLString.
+/// @param document read and left alone; the function has a copy of its own.
+/// @return as MediaCmdFromXMLString; the record is untouched where it is not 0.
+QLN_API uint32_t MediaCmdFromXML(MediaCmd* command, const uint32_t* tcType, class TiXmlDocument document);
+#endif
+
 QLN_C_END
 
 #endif

@@ -60,8 +60,6 @@ constexpr WordRow kFlagWords[] = {
 };
 static_assert(std::size(kFlagWords) == 36, "36 words name the flags");
 
-constexpr char AsciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
 bool EqualIgnoringCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
   for (size_t i = 0; i < a.size(); ++i) {

@@ -44,6 +44,9 @@ constexpr bool IsHaltingCommand(uint32_t cmd) {
          cmd == ctAbort;
 }
 
+// Lower case without the locale that a host may have set.
+constexpr char AsciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
 // "Stop" for ctStop and so on; "Unknown" above ctSwitch. The enumerator's name is the word behind "ct".
 std::string_view CommandWord(uint32_t cmd);
 
@@ -51,6 +54,35 @@ std::string_view CommandWord(uint32_t cmd);
 // from text forms only as a number.
 // Returns false, and leaves `cmd`, where there is none.
 bool CommandFromText(std::string_view text, uint32_t& cmd);
+
+struct FlagName {
+  uint32_t flag;
+  std::string_view name;
+};
+
+// The flags that stand on the command itself, in their order.
+inline constexpr FlagName kCommandFlags[] = {
+    {CF_DEFERRED, "Deferred"},
+    {CF_OVERRIDE_DEFERRED, "OverrideDeferred"},
+    {CF_LOOP, "Loop"},
+    {CF_TRIGGER, "Trigger"},
+    {CF_RIPPLE, "Ripple"},
+    {CF_INVERT, "Invert"},
+    {CF_TEST, "Test"},
+    {CF_NO_RETURN, "NoReturn"},
+    {CF_USE_ALL_IDS, "UseAllIDs"},
+    {CF_USE_CLIP_ID, "UseClipID"},
+    {CF_NO_CLIP_FILES, "NoClipFiles"},
+    {CF_NO_TC_SPACES, "NoTCSpaces"},
+};
+
+// The flags that make `CmdAlt` a time.
+inline constexpr FlagName kCmdAltTimes[] = {
+    {CF_TIME_MS, "TimeMs"}, {CF_TIME_TARGET, "TimeTarget"}, {CF_TIME_HOUSE_CLOCK, "TimeHouseClock"}};
+
+// The flags that all points in time share.
+inline constexpr FlagName kPointFlags[] = {
+    {CF_USING_CURRENT, "UsingCurrent"}, {CF_USE_FRAME_COUNT, "UsingFrameCount"}, {CF_FIELDS, "IsFieldCount"}};
 
 // `Speed` in percent of forward play, truncated toward zero. The product wraps at 32 bits, so that
 // MEDIACMD_NO_SPEED counts as 0.

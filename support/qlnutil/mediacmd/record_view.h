@@ -33,7 +33,7 @@ class RecordView {
 
   // The bytes from `offset` to the terminator, or to the end of the record where there is none.
   std::string_view TextAt(int64_t offset) const {
-    if (!Holds(offset)) return {};
+    if (!Holds(offset)) return "";
     const char* const text = bytes_ + offset;
     return {text, strnlen(text, static_cast<size_t>(end_ - offset))};
   }

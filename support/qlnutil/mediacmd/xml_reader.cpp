@@ -1,0 +1,253 @@
+// Reads a command from an XML document: tolerant, field by field, each by the first child of its name.
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "kxutil/tinyxml_quiet.h"
+#include "kxutil/xml_prescan.h"
+#include "qlnutil/mediacmd.h"
+#include "qlnutil/mediacmd/command_words.h"
+#include "qlnutil/mediacmd/record_area.h"
+#include "qlnutil/mediacmd/timecode_words.h"
+
+namespace qln {
+namespace {
+
+constexpr uint32_t kRead = 0;
+constexpr uint32_t kNoCommand = 0xFFFFFFFFu;
+constexpr uint32_t kNoRoot = 0xFFFFFFFEu;
+constexpr uint32_t kRootIsNoElement = 0xFFFFFFFDu;
+
+// Stores the number at the head of an attribute, as a "%d" scan would: blanks may stand in front, anything
+// behind, and a number too large for the scan's long is cut. Returns false, and leaves `value`, where there
+// is none.
+template <class Word>
+bool ReadNumber(const TiXmlElement& element, const char* name, Word& value) {
+  const char* const text = element.Attribute(name);
+  if (text == nullptr) return false;
+  char* end = nullptr;
+  const long number = std::strtol(text, &end, 10);
+  if (end == text) return false;
+  value = static_cast<Word>(number);
+  return true;
+}
+
+bool IsSet(const TiXmlElement& element, const char* name) {
+  int32_t value = 0;
+  return ReadNumber(element, name, value) && value != 0;
+}
+
+class XmlReader {
+ public:
+  XmlReader(MediaCmd& command, uint32_t tcType, const TiXmlElement& root)
+      : command_(command), area_(command), tcType_(tcType), root_(root) {}
+
+  void Read() {
+    ReadLink("prev", command_.prev);
+    ReadLink("next", command_.next);
+    ReadLink("list", command_.list);
+    ReadField("CmdID", command_.CmdID);
+    ReadField("StructSize", command_.StructSize);
+    ReadField("Channel", command_.Channel);
+    ReadCommand();
+    ReadSpeed();
+    ReadPreset("VideoChannels", command_.VideoChannels);
+    ReadPreset("AudioChannels", command_.AudioChannels);
+    ReadPreset("InfoChannels", command_.InfoChannels);
+    ReadCmdAlt();
+    ReadPoint("Position", command_.Position, CF_USE_POSITION, CF_USE_POSITION_OFFSET);
+    ReadPoint("Start", command_.Start, CF_USE_START, CF_USE_START_OFFSET);
+    ReadPoint("End", command_.End, CF_USE_END, CF_USE_END_OFFSET);
+    ReadClipId();
+    ReadFileName();
+    ReadBinary();
+    ReadAddresses();
+  }
+
+ private:
+  // A comment or a text of that name hides the element behind it.
+  const TiXmlElement* Child(const char* name) const {
+    const TiXmlNode* const node = root_.FirstChild(name);
+    return node != nullptr ? node->ToElement() : nullptr;
+  }
+  const char* TextOf(const char* name) const {
+    const TiXmlElement* const element = Child(name);
+    return element != nullptr ? element->GetText() : nullptr;
+  }
+  void SetFlagWhere(const TiXmlElement& element, const char* name, uint32_t flag) {
+    if (IsSet(element, name)) command_.Flags |= flag;
+  }
+
+  // Texts carry the low half of a link; the upper half stays.
+  void ReadLink(const char* name, void*& link) {
+    const TiXmlElement* const element = Child(name);
+    uint32_t low = 0;
+    if (element == nullptr || !ReadNumber(*element, "Value", low)) return;
+    static_assert(sizeof(uintptr_t) == 8);
+    link = reinterpret_cast<void*>((reinterpret_cast<uintptr_t>(link) & 0xFFFFFFFF00000000u) | low);
+  }
+
+  template <class Word>
+  void ReadField(const char* name, Word& field) {
+    const TiXmlElement* const element = Child(name);
+    if (element != nullptr) ReadNumber(*element, "Value", field);
+  }
+
+  void ReadCommand() {
+    const TiXmlElement* const element = Child("Cmd");
+    if (element == nullptr) return;
+    if (!ReadNumber(*element, "Value", command_.Cmd)) {
+      const char* const word = element->GetText();
+      if (word != nullptr) CommandFromText(word, command_.Cmd);
+    }
+    for (const FlagName& flag : kCommandFlags) {
+      if (flag.flag != CF_OVERRIDE_DEFERRED) SetFlagWhere(*element, flag.name.data(), flag.flag);
+    }
+    // Old hosts wrote the first spelling; the name that our own writer uses is read by nobody.
+    int32_t isOverride = 0;
+    if (ReadNumber(*element, "cfOverideDeferred", isOverride) ||
+        ReadNumber(*element, "cfOverrideDeferred", isOverride)) {
+      if (isOverride != 0) command_.Flags |= CF_OVERRIDE_DEFERRED;
+    }
+  }
+
+  void ReadSpeed() {
+    const TiXmlElement* const element = Child("Speed");
+    if (element == nullptr) return;
+    ReadNumber(*element, "Value", command_.Speed);
+    command_.Flags |= CF_USE_SPEED;
+    SetFlagWhere(*element, "IsShuttle", CF_IS_SHUTTLE);
+  }
+
+  void ReadPreset(const char* name, int32_t& field) {
+    const TiXmlElement* const element = Child(name);
+    if (element == nullptr) return;
+    ReadNumber(*element, "Value", field);
+    command_.Flags |= CF_USE_PRESETS;
+  }
+
+  void ReadCmdAlt() {
+    const TiXmlElement* const element = Child("CmdAlt");
+    if (element == nullptr) return;
+    ReadNumber(*element, "Value", command_.CmdAlt);
+    command_.Flags |= CF_USE_CMD_ALT;
+    for (const FlagName& flag : kCmdAltTimes) SetFlagWhere(*element, flag.name.data(), flag.flag);
+  }
+
+  void ReadPoint(const char* name, int32_t& field, uint32_t presentFlag, uint32_t offsetFlag) {
+    const TiXmlElement* const element = Child(name);
+    if (element == nullptr) return;
+    command_.Flags |= presentFlag;
+    if (!ReadNumber(*element, "Value", field)) ReadTimecode(*element, field);
+    SetFlagWhere(*element, "IsOffset", offsetFlag);
+    for (const FlagName& flag : kPointFlags) SetFlagWhere(*element, flag.name.data(), flag.flag);
+  }
+
+  // A type given as a number holds for the points that follow, too.
+  void ReadTimecode(const TiXmlElement& element, int32_t& field) {
+    ReadNumber(element, "TcType", tcType_);
+    const char* const text = element.GetText();
+    if (text == nullptr) return;
+    uint32_t timecode = static_cast<uint32_t>(field);
+    TimeCodeFromString(text, tcType_ | kReadTimecode, &timecode);
+    field = static_cast<int32_t>(timecode);
+  }
+
+  // Cuts the file name, which only an element of its own brings back.
+  void ReadClipId() {
+    const TiXmlElement* const element = Child("ClipID");
+    if (element == nullptr) return;
+    if (const char* const text = element->GetText(); text != nullptr) {
+      const int64_t size = SignedStructSize(command_) - kClipIdOffset;
+      const int64_t room = size > 9 ? int64_t{kClipIdCharacters} : size - 1;
+      CopyBounded(area_.bytes() + kClipIdOffset, text,
+                  static_cast<size_t>(std::clamp<int64_t>(room, 0, kClipIdCharacters)));
+      command_.Flags |= CF_USE_CLIP_ID;
+    } else {
+      area_.bytes()[kClipIdOffset] = '\0';
+    }
+    area_.bytes()[kFileNameOffset] = '\0';
+  }
+
+  void ReadFileName() {
+    const char* const text = TextOf("FileName");
+    if (text == nullptr) return;
+    if (SignedStructSize(command_) - kClipIdOffset > 9) {
+      const int64_t last = std::min(SignedStructSize(command_), area_.end()) - 1;
+      CopyBounded(area_.bytes() + kFileNameOffset, text, static_cast<size_t>(last - kFileNameOffset));
+      area_.bytes()[last] = '\0';
+    }
+    command_.Flags |= CF_USE_CLIP_ID;
+  }
+
+  // Whatever the type says, the text is taken for hexadecimal.
+  void ReadBinary() {
+    const TiXmlElement* const element = Child("arbID");
+    if (element == nullptr) return;
+    int32_t length = 0;
+    ReadNumber(*element, "length", length);
+    const char* const text = element->GetText();
+    if (text == nullptr && length != 0) return;
+    area_.PutHex(length, text != nullptr ? text : "");
+  }
+
+  void ReadAddresses() {
+    for (const char* const name : {"sourceipaddress", "destinationipaddress"}) {
+      if (const char* const text = TextOf(name); text != nullptr) area_.PutAddress(text);
+    }
+    if (const char* const text = TextOf("interfaceipaddress"); text != nullptr)
+      area_.PutInterfaceAddress(text);
+    if (const char* const text = TextOf("clockipaddress"); text != nullptr) area_.PutAddress(text);
+  }
+
+  MediaCmd& command_;
+  RecordArea area_;
+  uint32_t tcType_;
+  const TiXmlElement& root_;
+};
+
+uint32_t ReadDocument(MediaCmd* command, const uint32_t* tcType, const TiXmlDocument& document) {
+  if (command == nullptr) return kNoCommand;
+  const TiXmlNode* root = document.FirstChild("MediaCmd");
+  if (root == nullptr) root = document.FirstChild("ClipInfo");
+  if (root == nullptr) return kNoRoot;
+  if (root->ToElement() == nullptr) return kRootIsNoElement;
+  XmlReader(*command, tcType != nullptr ? *tcType : kTcTypeDropFrame, *root->ToElement()).Read();
+  return kRead;
+}
+
+// The parser wants a private text with a few zeros behind it.
+bool ParseText(const char* text, TiXmlDocument& document) {
+  constexpr size_t kZerosBehind = 4;
+  const size_t size = SafeXmlLength(text, std::strlen(text));
+  const std::unique_ptr<char[]> copy(new (std::nothrow) char[size + kZerosBehind]);
+  if (copy == nullptr) return false;
+  std::memcpy(copy.get(), text, size);
+  std::memset(copy.get() + size, 0, kZerosBehind);
+  document.Parse(copy.get());
+  return true;
+}
+
+}  // namespace
+}  // namespace qln
+
+// The document is the callee's own: that is the shape of the interface.
+uint32_t MediaCmdFromXML(MediaCmd* command, const uint32_t* tcType,
+                         TiXmlDocument document) {  // NOLINT(performance-unnecessary-value-param)
+  return qln::ReadDocument(command, tcType, document);
+}
+
+uint32_t MediaCmdFromXMLString(MediaCmd* command, const uint32_t* tcType, const char* text) {
+  if (command == nullptr) return qln::kNoCommand;
+  initMediaCmd(command, ctStop);
+  if (text == nullptr) return qln::kNoRoot;
+  try {
+    TiXmlDocument document;
+    if (!qln::ParseText(text, document)) return qln::kNoRoot;
+    return qln::ReadDocument(command, tcType, document);
+  } catch (...) {
+    return qln::kNoRoot;  // no memory for the document
+  }
+}
