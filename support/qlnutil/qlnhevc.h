@@ -314,6 +314,18 @@ typedef struct HevcConfigRecord {
   uint32_t numOfArrays;          /**< 8 bits */
 } HevcConfigRecord;
 
+/// A Dolby Vision configuration as a host gives it; 24 bytes.
+typedef struct DvvcConfigRecord {
+  uint8_t dv_version_major;
+  uint8_t dv_version_minor;
+  uint16_t dv_flags;         /**< bits 0 to 6 dv_profile, 7 to 12 dv_level, 13 rpu_present_flag, 14
+                                  el_present_flag, 15 bl_present_flag */
+  uint32_t dv_compatibility; /**< bits 0 to 3 dv_bl_signal_compatibility_id, the rest reserved */
+  uint32_t dv_reserved[4];
+} DvvcConfigRecord;
+
+QLN_STATIC_ASSERT(sizeof(DvvcConfigRecord) == 24, "Dolby Vision configuration layout");
+QLN_STATIC_ASSERT(offsetof(DvvcConfigRecord, dv_compatibility) == 4, "Dolby Vision configuration layout");
 QLN_STATIC_ASSERT(sizeof(HevcProfileTierLevel) == 188 * 4, "profile, tier and level layout");
 QLN_STATIC_ASSERT(offsetof(HevcProfileTierLevel, general_constraint_indicator_flags) == 9 * 4,
                   "profile, tier and level layout");
@@ -466,6 +478,108 @@ QLN_API uint32_t qlnutilWrite_HEVC_SPS(HevcSpsRecord* sps, uint8_t* output, uint
 /// @param output  out, may be null: room for the unit, at most QLN_HEVC_UNIT_SIZE bytes
 /// @return as for qlnutilWrite_HEVC_VPS
 QLN_API uint32_t qlnutilWrite_HEVC_PPS(const HevcPpsRecord* pps, uint8_t* output);
+
+/// Reads an HEVC decoder configuration record with its box header, and fills parameter set records from the
+/// units that it holds.
+///
+/// A VPS or an SPS is read into a record whose `general_level_idc` is 0, a PPS into one whose
+/// `num_tile_columns_minus1` is 0; other units of these types, and those without a record, are passed by
+/// their length. Each unit that is read is folded into @p config. A unit of another type is passed until a
+/// VPS, an SPS and a PPS have been seen; behind them there is no way past it, and the walk goes on inside it,
+/// which ends in a message: in the usual order of arrays an SEI array ends the useful part of the run.
+///
+/// Where a reserved field of the head is wrong, the head is read once more from the bytes without emulation
+/// prevention, for files whose record was escaped as a whole. No value of version or length is tested.
+///
+/// A refused unit leaves its small position and the walk goes on from there. Rounds of an array behind its
+/// 64th that only repeat earlier ones are left out, with their messages; the outcome is that of running them.
+///
+/// @param state   in: `data` is the box's first byte (8 bytes of any value, then the record), `size` its
+///                bytes, `bitLength` its limit, `bitPos` normally 0. out: `bitPos` is the position reached,
+///                directly behind the field that failed where one did. The bytes are never changed; none
+///                behind `size` is looked at.
+/// @param config  in and out, may be null: zeroed by the caller
+/// @param vps, sps, pps  in and out, may be null
+/// @return the end of the last unit that was read, or passed for its type, as a byte offset in the box, 0
+/// without one; 0 for a null state or @p config or a `size` of 0, with nothing touched, and where the head
+/// has no array; QLN_HEVC_REFUSED without memory or for a negative `size`, with nothing touched, and for
+/// - a reserved field that is wrong twice: "Hevc Reserved bits incorrect %s %d", twice;
+/// - a unit that runs past `bitLength`: "Hevc read is past end of bitstream %s %d".
+///
+/// A set reserved bit of an array is reported by "Hevc Reserved bits incorrect %s %d" and ends the run with
+/// what was read. "Hevc read is not the same length as entry size (%d <> %d) %s %d" names the position and
+/// the unit's end in bits where they differ.
+QLN_API uint32_t qlnutilRead_HEVC_CR(QLNBitState* state, HevcConfigRecord* config, HevcVpsRecord* vps,
+                                     HevcSpsRecord* sps, HevcPpsRecord* pps);
+
+/// Writes the body of an hvcC box: the 23 bytes of the head, if @p config is given, and one array of one unit
+/// for VPS, SPS and PPS each. There is no box header. `numOfArrays` goes out as it stands in the record.
+///
+/// @param state   out: the bytes go to `bitPos`, at any bit, where they fit into `size` bytes; `bitPos` moves
+///                behind them. Where they do not fit, or there is no memory, nothing is written and it stays.
+/// @param config  in, may be null; each member is cut to its width
+/// @param vps, sps, pps  in, may be null: complete NAL units with emulation prevention, as the writers give
+///                them
+/// @param vpsSize, spsSize, ppsSize  their sizes in bytes; a negative size, and any size of a null unit,
+/// count
+///                as no bytes. The length field has the size's low 16 bits.
+/// @return `bitPos` / 8 afterwards; 0 for a null state
+QLN_API uint32_t qlnutilWrite_HEVC_CR(QLNBitState* state, const HevcConfigRecord* config, const uint8_t* vps,
+                                      const uint8_t* sps, const uint8_t* pps, int32_t vpsSize,
+                                      int32_t spsSize, int32_t ppsSize);
+
+/// Writes the 24-byte body of a Dolby Vision configuration box. No value is looked at or corrected, and there
+/// is no box header.
+///
+/// @param state   out: as for qlnutilWrite_HEVC_CR
+/// @param config  in; null writes nothing
+/// @return `bitPos` / 8 afterwards; 0 for a null state
+QLN_API uint32_t qlnutilWrite_DVVC_CR(QLNBitState* state, const DvvcConfigRecord* config);
+
+/// Walks the NAL units of a frame in marker form, fills the records from its parameter sets, the later unit
+/// overwriting, and hands out their bytes.
+///
+/// The frame begins with a start code, and parameter sets stand behind start codes of four bytes: behind one
+/// of three they are read and copied one byte late, and refused by their readers. The unit behind an end of
+/// sequence, end of bitstream, filler data or suffix SEI unit is not seen. Each of the last three bytes of
+/// what is left counts as a unit that does nothing. An empty unit ends the walk. A frame in length form is
+/// converted first with qlnUtilh264SizeToMarker.
+///
+/// @param frame         in, may be null: its `frameData` and `frameSize`. No byte behind the frame is looked
+///                      at; where a unit reaches behind it, it has zero bytes there.
+/// @param vps, sps, pps out, each may be null, which leaves out its parsing only. Zeroed by the caller.
+/// @param reserved1, reserved2, reserved3  not read
+/// @param vpsSpsBytes   out, may be null: QLN_HEVC_UNIT_SIZE bytes that receive each VPS and each SPS
+/// @param ppsBytes      out, may be null: QLN_HEVC_UNIT_SIZE bytes that receive each PPS
+/// @param vpsSpsSize    out, may be null: bytes put into @p vpsSpsBytes; 0, with nothing copied, for a unit
+///                      above QLN_HEVC_UNIT_SIZE bytes. Left alone where there is no buffer or no such unit.
+/// @param ppsSize       out, may be null: the same for @p ppsBytes
+/// @return the units visited, of any type; 0 for a null frame or null data, with nothing touched, and without
+/// a start code. The readers' messages go out as usual; their results do not stop the walk.
+QLN_API uint32_t qlnutilFindNalUnitsHevc(const DFrame* frame, HevcVpsRecord* vps, HevcSpsRecord* sps,
+                                         HevcPpsRecord* pps, uint32_t reserved1, uint32_t reserved2,
+                                         uint8_t* vpsSpsBytes, uint8_t* ppsBytes, uint32_t reserved3,
+                                         uint32_t* vpsSpsSize, uint32_t* ppsSize);
+
+/// Finds the last prefix SEI unit (first byte 0x4E) and the last Dolby Vision RPU (first byte 0x7C) of an
+/// access unit. Nothing is copied.
+///
+/// The length form is exact: a size is the unit's length minus 1, a length that leads beyond the data ends
+/// the search with a size that reaches behind it, which a caller compares with its own. The start-code form
+/// is coarse: it stops at every zero byte, so that payload bytes may be taken for units, and sizes reach to
+/// the next stop; for n bytes with one unit and no zero byte the size is n - 9, modulo 2^32.
+///
+/// @param buffer   in, may be null
+/// @param size     its bytes
+/// @param mode     not 0: start-code form; 0: length form
+/// @param seiData  out: the second header byte of the SEI unit, inside @p buffer, or null for none
+/// @param seiSize  out: bytes from there on
+/// @param rpuData, rpuSize  out: the same for the RPU
+/// @return 1 where either size is not 0, else 0; 0 with the outputs left alone for a null @p buffer, a @p
+/// size below 4, and a null output
+QLN_API int32_t qlnUtilFindDolbyVisionMetadata(uint8_t* buffer, uint32_t size, int32_t mode,
+                                               uint8_t** seiData, uint32_t* seiSize, uint8_t** rpuData,
+                                               uint32_t* rpuSize);
 
 /// Kept so that hosts link. @return -1, always.
 QLN_API int32_t qlnutilGetHvcc(void);
