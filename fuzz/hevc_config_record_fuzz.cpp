@@ -4,9 +4,11 @@
 #include <cstring>
 #include <memory>
 
+#include "fuzz_input.h"
 #include "qlnutil/qlnhevc.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  qln::fuzz::DropMessages();
   if (size < 4) return 0;
   // Four bytes steer, the rest is the box.
   const uint8_t shape = data[0];

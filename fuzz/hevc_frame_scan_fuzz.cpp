@@ -4,9 +4,11 @@
 #include <cstring>
 #include <memory>
 
+#include "fuzz_input.h"
 #include "qlnutil/qlnhevc.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  qln::fuzz::DropMessages();
   const std::unique_ptr<uint8_t[]> bytes(new uint8_t[size]);
   if (size != 0) std::memcpy(bytes.get(), data, size);
   DFrame frame{};

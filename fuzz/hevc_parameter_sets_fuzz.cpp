@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 
+#include "fuzz_input.h"
 #include "qlnutil/qlnhevc.h"
 
 namespace {
@@ -27,6 +28,7 @@ struct Output {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  qln::fuzz::DropMessages();
   if (size < 7) return 0;
   // Seven bytes steer, the rest is the unit.
   uint32_t length;
