@@ -4,7 +4,9 @@
 
 #include <fmt/format.h>
 
+#include "qlnmedia/coded_stream.h"
 #include "qlnmedia/format_report.h"
+#include "qlnmedia/inspect_codec.h"
 #include "qlnmedia/media_file.h"
 #include "qlnmedia/messages.h"
 
@@ -60,7 +62,7 @@ Raster RasterOf(const AVStream& stream) {
           .progressive = parameters.field_order <= AV_FIELD_PROGRESSIVE};
 }
 
-void AddStream(Section& report, const MediaFile& file, unsigned index) {
+Section& AddStream(Section& report, const MediaFile& file, unsigned index) {
   const AVStream& stream = *file.context()->streams[index];
   const AVCodecParameters& parameters = *stream.codecpar;
   const char* const type = av_get_media_type_string(parameters.codec_type);
@@ -90,16 +92,24 @@ void AddStream(Section& report, const MediaFile& file, unsigned index) {
   if (stream.duration > 0)
     section.Add("duration", "Duration", static_cast<double>(stream.duration) * av_q2d(stream.time_base),
                 DurationText(static_cast<double>(stream.duration) * av_q2d(stream.time_base)));
+  return section;
 }
 
 }  // namespace
 
-Section InspectFile(const std::string& path, const InspectOptions&) {
+Section InspectFile(const std::string& path, const InspectOptions& options) {
+  MessageSink messages;
   MediaFile file(path);
   file.RequireVideo();
+  const std::vector<CodedStream> coded = ReadCodedStreams(file, options.frames);
   Section report;
   AddContainer(report, file);
-  for (unsigned i = 0; i < file.context()->nb_streams; ++i) AddStream(report, file, i);
+  for (unsigned i = 0; i < file.context()->nb_streams; ++i) {
+    Section& section = AddStream(report, file, i);
+    for (const CodedStream& stream : coded) {
+      if (stream.index == i && stream.codec == Codec::kH264) ReportH264(section, stream, options, messages);
+    }
+  }
   const std::string note = file.TruncationNote();
   if (!note.empty()) report.AddNote(note);
   return report;

@@ -210,14 +210,17 @@ void Section::AppendText(std::string& out, const Style& style, size_t width, siz
         std::vector<std::string> headings;
         std::vector<bool> right;
         for (const Column& column : node.columns) {
+          if (column.jsonOnly) continue;
           headings.push_back(column.heading);
           right.push_back(column.right);
         }
         std::vector<std::vector<std::string>> rows;
         for (const auto& row : node.rows) {
           rows.emplace_back();
-          for (const Cell& cell : row)
-            rows.back().push_back(cell.text.empty() ? PlainText(cell.value) : cell.text);
+          for (size_t i = 0; i < row.size() && i < node.columns.size(); ++i) {
+            if (node.columns[i].jsonOnly) continue;
+            rows.back().push_back(row[i].text.empty() ? PlainText(row[i].value) : row[i].text);
+          }
         }
         out += FormatTable(headings, rows, right, indent + (node.label.empty() ? 0 : 2), style);
         break;

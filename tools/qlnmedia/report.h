@@ -27,7 +27,8 @@ struct Element {
 struct Column {
   std::string key;
   std::string heading;
-  bool right = false;  // numbers flush right
+  bool right = false;     // numbers flush right
+  bool jsonOnly = false;  // not shown to people
 };
 
 // One cell: its JSON value and, where that reads badly, its text.

@@ -54,6 +54,74 @@ TEST(Inspect, CutOffBehindItsIndexIsShownWithANote) {
   EXPECT_FALSE(InspectJson(Clip("front.mp4", "-movflags +faststart")).contains("notes"));
 }
 
+// What an independent reader finds in the first unit of that heading, against the report's elements.
+void ExpectElements(const Json& elements, const std::string& file, const std::string& heading) {
+  int compared = 0;
+  for (const TracedUnit& unit : TraceHeaders(file)) {
+    if (unit.heading != heading) continue;
+    for (const TracedElement& element : unit.elements) {
+      const std::string name = element.name == "gaps_in_frame_num_allowed_flag"
+                                   ? "gaps_in_frame_num_value_allowed_flag"
+                                   : element.name;
+      if (!elements.contains(name) || !elements[name].is_number()) continue;
+      EXPECT_EQ(elements[name].get<int64_t>(), element.value) << name;
+      ++compared;
+    }
+    break;
+  }
+  EXPECT_GT(compared, 10) << heading;
+}
+
+TEST(Inspect, H264ElementsAreThoseOfAnIndependentReader) {
+  const std::string file =
+      Clip("elements.mp4",
+           "-x264-params cqm=jvt:nal-hrd=vbr:pic-struct=1 -b:v 200k -maxrate 200k -bufsize 300k "
+           "-color_primaries 9 -color_trc 16 -colorspace 9 -color_range pc -vf crop=190:110");
+  const Json report = InspectJson(file);
+  const Json& sets = report["streams"][0]["parameter_sets"];
+  ASSERT_EQ(sets["sps"].size(), 1u);
+  const Json& sps = sets["sps"][0];
+  ExpectElements(sps["elements"], file, "Sequence Parameter Set");
+  ExpectElements(sets["pps"][0]["elements"], file, "Picture Parameter Set");
+  EXPECT_EQ(sps["profile"], "High");
+  EXPECT_EQ(sps["coded_size"]["width"], 192);
+  EXPECT_EQ(sps["picture_size"]["width"], 190);
+  EXPECT_EQ(sps["picture_size"]["height"], 110);
+  EXPECT_EQ(sps["frame_rate"]["numerator"].get<int>() / sps["frame_rate"]["denominator"].get<int>(), 25);
+  EXPECT_EQ(sps["range"], "full");
+  EXPECT_EQ(sps["transfer_characteristics_name"], "PQ (SMPTE ST 2084)");
+  EXPECT_TRUE(sps["elements"].contains("nal_hrd.cpb_cnt_minus1"));
+  EXPECT_FALSE(sps["elements"].contains("vcl_hrd.cpb_cnt_minus1"));
+  EXPECT_FALSE(sps["elements"].contains("sar_width"));
+  EXPECT_EQ(report["streams"][0]["configuration"]["form"], "avcC");
+  EXPECT_EQ(report["streams"][0]["configuration"]["read_by_library"], true);
+}
+
+TEST(Inspect, FramesUnitsAndSlices) {
+  const std::string options = "-an -x264-params bframes=2:b-adapt=0:keyint=10:scenecut=0:slices=2:aud=1";
+  for (const char* name : {"frames.mp4", "frames.mkv", "frames.ts", "frames.h264"}) {
+    const Json report = InspectJson(Clip(name, options), "--units --frames 4");
+    const Json& stream = report["streams"][0];
+    ASSERT_EQ(stream["frames"].size(), 4u) << name;
+    const Json& first = stream["frames"][0];
+    EXPECT_EQ(first["slice_types"], "I") << name;
+    EXPECT_EQ(first["key"], true);
+    EXPECT_EQ(first["units"].back()["name"], "IDR slice");
+    EXPECT_EQ(first["units"].back()["slice"]["pic_parameter_set_id"], 0);
+    EXPECT_GT(first["units"].back()["slice"]["first_mb_in_slice"].get<int>(), 0);
+    EXPECT_EQ(stream["frames"][1]["slice_types"], "P") << name;
+    EXPECT_EQ(stream["frames"][2]["slice_types"], "B") << name;
+    EXPECT_EQ(stream["frames"][2]["picture"], "frame");
+    EXPECT_EQ(stream["parameter_sets"]["sps"].size(), 1u) << name;
+  }
+}
+
+TEST(Inspect, NoFramesWhenNoneAreAskedFor) {
+  const Json report = InspectJson(Clip("plain.mp4"), "--frames 0");
+  EXPECT_FALSE(report["streams"][0].contains("frames"));
+  EXPECT_EQ(report["streams"][0]["parameter_sets"]["sps"].size(), 1u);
+}
+
 TEST(Inspect, SoundAloneHasNoVideo) {
   const std::string path = MediaFile("sound.m4a", "ffmpeg -v error -y -f lavfi -i sine=d=0.2 -c:a aac {out}");
   const CommandResult result = Qlnmedia("inspect '" + path + "'");

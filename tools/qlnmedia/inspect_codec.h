@@ -1,0 +1,36 @@
+// What the reports of both codecs share, and the entry point of each.
+#ifndef TOOLS_QLNMEDIA_INSPECT_CODEC_H
+#define TOOLS_QLNMEDIA_INSPECT_CODEC_H
+
+#include "qlnmedia/coded_stream.h"
+#include "qlnmedia/inspect.h"
+#include "qlnmedia/report.h"
+
+namespace qlnmedia {
+
+// Adds the coded side of an H.264 stream: configuration record, parameter sets, what follows from them, the
+// first frames with their units and slices.
+void ReportH264(Section& section, const CodedStream& stream, const InspectOptions& options,
+                MessageSink& messages);
+
+// Width and height.
+struct PictureSize {
+  uint64_t width = 0;
+  uint64_t height = 0;
+};
+
+// Facts that both codecs derive from their SPS, under the same keys and labels.
+void AddPictureSize(Section& section, const char* key, const char* label, PictureSize size);
+void AddSampleAspect(Section& section, uint32_t aspect_ratio_idc, uint32_t sar_width, uint32_t sar_height);
+void AddFrameRate(Section& section, uint64_t numerator, uint64_t denominator, const char* note = "");
+void AddColour(Section& section, uint32_t primaries, uint32_t transfer, uint32_t matrix);
+void AddRange(Section& section, bool full);
+
+// The SEI messages of one unit in words, as "picture timing, recovery point"; says when it breaks off.
+std::string SeiSummary(Codec codec, const Bytes& unit);
+// The types of a run of units in words, as "SPS, PPS, SEI, IDR slice x 4".
+std::string UnitSummary(Codec codec, const std::vector<Unit>& units);
+
+}  // namespace qlnmedia
+
+#endif
