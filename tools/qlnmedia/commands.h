@@ -11,11 +11,13 @@ class App;
 namespace qlnmedia {
 
 void AddInspectCommand(CLI::App& app);
+void AddPatchCommand(CLI::App& app);
 void AddFormatCommand(CLI::App& app);
 
 // Adds them all, in the order in which the help lists them.
 inline void AddCommands(CLI::App& app) {
   AddInspectCommand(app);
+  AddPatchCommand(app);
   AddFormatCommand(app);
 }
 

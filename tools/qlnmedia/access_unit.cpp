@@ -1,0 +1,80 @@
+// Puts units into access units and takes messages out of them.
+
+#include "qlnmedia/access_unit.h"
+
+#include <algorithm>
+
+namespace qlnmedia {
+
+namespace {
+
+constexpr int kRecoveryPoint = 6;
+
+size_t HeaderBytes(Codec codec) { return codec == Codec::kH264 ? 1 : 2; }
+
+}  // namespace
+
+bool IsSei(Codec codec, int unitType) {
+  return codec == Codec::kH264 ? unitType == 6 : unitType == 39 || unitType == 40;
+}
+
+bool IsDelimiter(Codec codec, int unitType) { return unitType == (codec == Codec::kH264 ? 9 : 35); }
+
+bool IsSps(Codec codec, int unitType) { return unitType == (codec == Codec::kH264 ? 7 : 33); }
+
+size_t FirstPictureUnit(Codec codec, const std::vector<Unit>& units) {
+  for (size_t i = 0; i < units.size(); ++i) {
+    const int type = UnitType(codec, units[i].bytes);
+    if (IsSlice(codec, type) || (codec == Codec::kH264 && (type == 14 || type == 20))) return i;
+  }
+  return units.size();
+}
+
+bool IsRandomAccess(Codec codec, const std::vector<Unit>& units) {
+  for (const Unit& unit : units) {
+    const int type = UnitType(codec, unit.bytes);
+    if (codec == Codec::kHevc) {
+      if (type >= 16 && type <= 23) return true;
+    } else if (type == 5) {
+      return true;
+    } else if (type == 6) {
+      for (const SeiMessage& message : ReadSeiMessages(codec, unit.bytes)) {
+        if (message.type == kRecoveryPoint) return true;
+      }
+    }
+  }
+  return false;
+}
+
+void InsertSei(Codec codec, std::vector<Unit>& units, Bytes bytes) {
+  const size_t at = FirstPictureUnit(codec, units);
+  Unit unit;
+  unit.bytes = std::move(bytes);
+  // The first unit of an access unit has the long start code; others take after what follows them.
+  unit.startCodeBytes = at == 0 || at == units.size() ? 4 : units[at].startCodeBytes;
+  units.insert(units.begin() + static_cast<std::ptrdiff_t>(at), std::move(unit));
+}
+
+SeiRemoval RemoveSeiMessages(Codec codec, Bytes& unit, const std::function<bool(const SeiMessage&)>& unwanted,
+                             int* removed) {
+  bool whole = false;
+  std::vector<SeiMessage> messages = ReadSeiMessages(codec, unit, &whole);
+  const size_t before = messages.size();
+  std::erase_if(messages, unwanted);
+  if (messages.size() == before) return SeiRemoval::kUntouched;
+  *removed += static_cast<int>(before - messages.size());
+  if (messages.empty()) return SeiRemoval::kEmptied;
+  unit = MakeSeiUnit(ByteSpan(unit).first(HeaderBytes(codec)), messages);
+  return SeiRemoval::kChanged;
+}
+
+int RemoveSei(Codec codec, std::vector<Unit>& units, const std::function<bool(const SeiMessage&)>& unwanted) {
+  int removed = 0;
+  std::erase_if(units, [&](Unit& unit) {
+    return IsSei(codec, UnitType(codec, unit.bytes)) &&
+           RemoveSeiMessages(codec, unit.bytes, unwanted, &removed) == SeiRemoval::kEmptied;
+  });
+  return removed;
+}
+
+}  // namespace qlnmedia

@@ -1,0 +1,37 @@
+// Changes to the units of one access unit, by the order rules of the standards (ITU-T H.264 clause 7.4.1.2.3,
+// H.265 clause 7.4.2.4.4): delimiter, parameter sets, SEI, slices.
+#ifndef TOOLS_QLNMEDIA_ACCESS_UNIT_H
+#define TOOLS_QLNMEDIA_ACCESS_UNIT_H
+
+#include <functional>
+#include <vector>
+
+#include "qlnmedia/units.h"
+
+namespace qlnmedia {
+
+bool IsSei(Codec codec, int unitType);
+bool IsDelimiter(Codec codec, int unitType);
+bool IsSps(Codec codec, int unitType);
+
+// Index of the first unit that belongs to the coded picture itself: its first slice, or the prefix unit in
+// front of it; the number of units if there is none.
+size_t FirstPictureUnit(Codec codec, const std::vector<Unit>& units);
+
+// True where decoding can start: an IDR or IRAP picture, or one with a recovery point message.
+bool IsRandomAccess(Codec codec, const std::vector<Unit>& units);
+
+// Puts a unit directly in front of the coded picture, behind delimiter, parameter sets and other SEI.
+void InsertSei(Codec codec, std::vector<Unit>& units, Bytes unit);
+
+// Takes the messages for which `unwanted` holds out of every SEI unit, wherever it stands; a unit that is
+// left empty goes, and units without such messages keep their bytes. Returns how many messages went.
+int RemoveSei(Codec codec, std::vector<Unit>& units, const std::function<bool(const SeiMessage&)>& unwanted);
+// The same for one unit: nothing to do, changed, or emptied.
+enum class SeiRemoval { kUntouched, kChanged, kEmptied };
+SeiRemoval RemoveSeiMessages(Codec codec, Bytes& unit, const std::function<bool(const SeiMessage&)>& unwanted,
+                             int* removed);
+
+}  // namespace qlnmedia
+
+#endif

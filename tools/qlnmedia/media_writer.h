@@ -1,0 +1,53 @@
+// Writes a media file of the same kind as the one that is read, stream by stream and packet by packet, and
+// puts it in place only when it is whole.
+#ifndef TOOLS_QLNMEDIA_MEDIA_WRITER_H
+#define TOOLS_QLNMEDIA_MEDIA_WRITER_H
+
+#include <string>
+
+#include "qlnmedia/libav_handles.h"
+#include "qlnmedia/media_file.h"
+
+namespace qlnmedia {
+
+class MediaWriter {
+ public:
+  // Prepares an output of `in`'s kind of container with all its streams, chapters, programs and tags. Throws
+  // ToolError for a container that cannot be written as it was read, and for an output that is the input.
+  // `in` must outlive the writer.
+  MediaWriter(const MediaFile& in, const std::string& path);
+  // Removes what was written if Finish did not put it in place.
+  ~MediaWriter();
+  MediaWriter(const MediaWriter&) = delete;
+  MediaWriter& operator=(const MediaWriter&) = delete;
+
+  // The output's stream for a stream of the input; its parameters may be changed until Begin.
+  AVStream* stream(unsigned index) const { return context_->streams[index]; }
+  // Writes the header.
+  void Begin();
+  // Writes a packet of the input's stream and time base; the packet is unreferenced. Packets keep the order
+  // in which they are written.
+  void Write(AVPacket* packet);
+  // Writes the trailer, closes, and renames; throws where any byte did not reach the disk.
+  void Finish();
+
+ private:
+  void Open(const std::string& format);
+  void CopyStreams();
+  void CopyPrograms();
+  void CopyChapters();
+  [[noreturn]] void Fail(const std::string& what, int error) const;
+
+  const MediaFile& in_;
+  std::string path_;
+  std::string beside_;  // the name while it is written
+  AVFormatContext* context_ = nullptr;
+  bool inPlace_ = false;
+};
+
+// The muxer that writes the kind of container that `in` is; throws ToolError where there is none.
+std::string OutputFormatOf(const MediaFile& in);
+
+}  // namespace qlnmedia
+
+#endif

@@ -1,0 +1,53 @@
+// Runs a patch: reads every packet, hands those of coded video to their patcher, writes them all.
+
+#include "qlnmedia/patch.h"
+
+#include <memory>
+
+#include "qlnmedia/coded_stream.h"
+#include "qlnmedia/media_file.h"
+#include "qlnmedia/media_writer.h"
+#include "qlnmedia/progress.h"
+#include "qlnmedia/stream_patcher.h"
+#include "qlnmedia/tool_error.h"
+
+namespace qlnmedia {
+
+PatchResult PatchFile(const PatchOptions& options) {
+  MediaFile in(options.in);
+  in.RequireVideo();
+  std::vector<std::unique_ptr<StreamPatcher>> patchers(in.context()->nb_streams);
+  bool found = false;
+  for (unsigned i = 0; i < in.context()->nb_streams; ++i) {
+    const std::optional<Codec> codec = CodecOf(*in.context()->streams[i]);
+    if (!codec) continue;
+    patchers[i] = std::make_unique<StreamPatcher>(in, i, *codec, options);
+    found = true;
+  }
+  if (!found) throw ToolError(options.in, "has no H.264 or HEVC stream");
+
+  MediaWriter out(in, options.out);
+  for (unsigned i = 0; i < patchers.size(); ++i) {
+    if (patchers[i] != nullptr) patchers[i]->PatchParameters(out.stream(i));
+  }
+  if (!options.dryRun) out.Begin();
+  Progress progress(options.dryRun ? "reading" : "patching", in.sizeBytes());
+  const PacketHandle packet(av_packet_alloc());
+  if (packet == nullptr) throw std::bad_alloc();
+  while (in.Read(packet.get())) {
+    progress.At(packet->pos);
+    const auto index = static_cast<unsigned>(packet->stream_index);
+    if (index < patchers.size() && patchers[index] != nullptr) patchers[index]->PatchPacket(packet.get());
+    if (!options.dryRun) out.Write(packet.get());
+  }
+  if (!in.endNote().empty()) throw ToolError(options.in, in.endNote(), "a damaged file is not patched");
+  if (!options.dryRun) out.Finish();
+  progress.Done();
+  PatchResult result;
+  for (const auto& patcher : patchers) {
+    if (patcher != nullptr) result.lines.push_back(patcher->Summary());
+  }
+  return result;
+}
+
+}  // namespace qlnmedia

@@ -1,0 +1,37 @@
+// `qlnmedia patch`: changes what a stream and its container say, and leaves every coded slice as it is.
+#ifndef TOOLS_QLNMEDIA_PATCH_H
+#define TOOLS_QLNMEDIA_PATCH_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "qlnmedia/hdr_values.h"
+#include "qlnmedia/set_edit.h"
+
+namespace qlnmedia {
+
+struct PatchOptions {
+  std::string in;
+  std::string out;
+  std::optional<ColourCodes> colour;
+  std::optional<bool> fullRange;
+  std::optional<MasteringDisplay> mastering;
+  std::optional<LightLevel> lightLevel;
+  bool dryRun = false;
+  bool verify = false;
+  bool changesSets() const { return colour || fullRange; }
+  bool any() const { return changesSets() || mastering || lightLevel; }
+};
+
+// What a run changed, one line each, as "stream 0: 12 parameter sets, avcC and container colour".
+struct PatchResult {
+  std::vector<std::string> lines;
+};
+
+// Patches a file. Throws ToolError where it cannot; the output then does not exist, or is what it was.
+PatchResult PatchFile(const PatchOptions& options);
+
+}  // namespace qlnmedia
+
+#endif

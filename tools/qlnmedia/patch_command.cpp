@@ -1,0 +1,57 @@
+// qlnmedia patch: the options and their texts.
+
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "qlnmedia/commands.h"
+#include "qlnmedia/output.h"
+#include "qlnmedia/patch.h"
+#include "qlnmedia/tool_error.h"
+
+namespace qlnmedia {
+
+namespace {
+
+struct Options {
+  PatchOptions patch;
+  std::string colour;
+  std::string hdr;
+  std::string lightLevel;
+  bool fullRange = false;
+  bool limitedRange = false;
+};
+
+void Run(Options& options) {
+  PatchOptions& patch = options.patch;
+  if (!options.colour.empty()) patch.colour = ParseColour(options.colour);
+  if (options.fullRange || options.limitedRange) patch.fullRange = options.fullRange;
+  if (!options.hdr.empty()) patch.mastering = ParseMasteringDisplay(options.hdr);
+  if (!options.lightLevel.empty()) patch.lightLevel = ParseLightLevel(options.lightLevel);
+  if (!patch.any())
+    throw ToolError("patch", "nothing to do", "name what shall change; qlnmedia patch --help");
+  const PatchResult result = PatchFile(patch);
+  for (const std::string& line : result.lines) Print((patch.dryRun ? "would: " : "") + line + "\n");
+}
+
+}  // namespace
+
+void AddPatchCommand(CLI::App& app) {
+  CLI::App* const command =
+      app.add_subcommand("patch", "Correct what a file says, without touching a coded picture");
+  auto options = std::make_shared<Options>();
+  command->add_option("IN", options->patch.in, "H.264 or HEVC in MP4, MOV, MKV, TS, or raw")->required();
+  command->add_option("OUT", options->patch.out, "The output, of the same kind of container")->required();
+  command->add_option("--colour,--color", options->colour,
+                      "bt709, bt601-525, bt601-625, bt2020-pq, bt2020-hlg, p3-pq, or P:T:M in numbers");
+  auto* const full =
+      command->add_flag("--full-range", options->fullRange, "Say that samples use the full range");
+  command->add_flag("--limited-range", options->limitedRange, "Say that samples use the limited range")
+      ->excludes(full);
+  command->add_option("--hdr", options->hdr,
+                      "Mastering display: p3, bt2020, or G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min)");
+  command->add_option("--light-level", options->lightLevel, "Content light level: MAX,AVERAGE in cd/m2");
+  command->add_flag("--dry-run", options->patch.dryRun, "Say what would change and write nothing");
+  command->callback([options] { Run(*options); });
+}
+
+}  // namespace qlnmedia

@@ -1,0 +1,72 @@
+// Edits single elements of a sequence parameter set and leaves every other bit as it is.
+//
+// The library rewrites a set from its record, which is exact for the sets of most encoders but changes others
+// (scaling lists, sub-layer values, predicted reference sets, extensions). This editor is for those: it finds
+// the places of a few elements by walking the published syntax (ITU-T H.264 clauses 7.3.2.1.1 and E.1.1,
+// H.265 clauses 7.3.2.2 and E.2.1), copies the bits in front of them and behind them, and escapes by the
+// standards' full rule.
+#ifndef TOOLS_QLNMEDIA_SET_EDIT_H
+#define TOOLS_QLNMEDIA_SET_EDIT_H
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "qlnmedia/units.h"
+
+namespace qlnmedia {
+
+// Codes of ITU-T H.273.
+struct ColourCodes {
+  uint8_t primaries = 2;
+  uint8_t transfer = 2;
+  uint8_t matrix = 2;
+  friend bool operator==(const ColourCodes&, const ColourCodes&) = default;
+};
+
+// What shall be changed; what is not set stays.
+struct SpsEdit {
+  std::optional<ColourCodes> colour;
+  std::optional<bool> fullRange;
+  std::optional<bool> picStruct;  // H.264 pic_struct_present_flag
+  // HEVC: general_progressive_source_flag, general_interlaced_source_flag, field_seq_flag.
+  std::optional<std::array<bool, 3>> interlace;
+  bool any() const { return colour || fullRange || picStruct || interlace; }
+};
+
+// What a set says of the things that can be edited.
+struct SpsSummary {
+  uint32_t id = 0;
+  bool vui = false;
+  bool signalType = false;              // video_signal_type_present_flag
+  bool fullRange = false;               // the inferred value where it is absent
+  std::optional<ColourCodes> colour;    // nothing where it is absent
+  bool picStruct = false;               // H.264: pic_struct_present_flag
+  bool hrd = false;                     // H.264: NAL or VCL HRD parameters
+  uint32_t cpbRemovalDelayLength = 24;  // H.264: bits, inferred where there is no HRD
+  uint32_t dpbOutputDelayLength = 24;
+  uint32_t timeOffsetLength = 24;
+  std::array<bool, 3> interlace{};  // HEVC: progressive source, interlaced source, field_seq
+  bool frameFieldInfo = false;      // HEVC: frame_field_info_present_flag
+  uint32_t numUnitsInTick = 0;      // 0 where there is no timing information
+  uint32_t timeScale = 0;
+  uint32_t width = 0;  // of the cropped picture
+  uint32_t height = 0;
+  bool frameMbsOnly = true;      // H.264
+  uint32_t log2MaxFrameNum = 4;  // H.264
+  uint32_t pocType = 0;          // H.264
+  uint32_t log2MaxPocLsb = 4;
+  bool separateColourPlanes = false;
+  friend bool operator==(const SpsSummary&, const SpsSummary&) = default;
+};
+
+// Reads a set; nothing for one that breaks off.
+std::optional<SpsSummary> ReadSpsSummary(Codec codec, ByteSpan sps);
+
+// Edits a set; `sps` itself where nothing changes. Nothing for a set that breaks off.
+std::optional<Bytes> EditSps(Codec codec, ByteSpan sps, const SpsEdit& edit);
+
+}  // namespace qlnmedia
+
+#endif

@@ -1,0 +1,52 @@
+// Patches one coded video stream: its private data, its container's description, its packets.
+#ifndef TOOLS_QLNMEDIA_STREAM_PATCHER_H
+#define TOOLS_QLNMEDIA_STREAM_PATCHER_H
+
+#include <map>
+#include <string>
+
+#include "qlnmedia/config_record.h"
+#include "qlnmedia/media_file.h"
+#include "qlnmedia/patch.h"
+
+namespace qlnmedia {
+
+class StreamPatcher {
+ public:
+  // Throws ToolError for a stream that cannot be patched, saying why.
+  StreamPatcher(const MediaFile& in, unsigned index, Codec codec, const PatchOptions& options);
+
+  // Changes the parameters of the output's stream: private data, colour, HDR side data.
+  void PatchParameters(AVStream* out);
+  // Changes a packet in place; untouched packets keep their buffer.
+  void PatchPacket(AVPacket* packet);
+  // What was changed, in one line; empty if nothing was.
+  std::string Summary() const;
+
+ private:
+  bool PatchUnits(std::vector<Unit>& units, bool randomAccess);
+  bool PatchSet(Bytes& unit);
+  [[noreturn]] void Fail(const std::string& what, const std::string& advice = {}) const;
+
+  const MediaFile& in_;
+  unsigned index_;
+  Codec codec_;
+  const PatchOptions& options_;
+  SpsEdit edit_;
+  ConfigRecord config_;
+  Bytes hdrUnit_;  // the SEI unit that goes in, or nothing
+  // Sets rewritten before: streams repeat them.
+  std::map<Bytes, Bytes> rewritten_;
+  int setsChanged_ = 0;
+  int configSetsChanged_ = 0;
+  int seiRemoved_ = 0;
+  int seiAdded_ = 0;
+  bool containerColour_ = false;
+};
+
+// Replaces the bytes of a packet; its times, flags and side data stay.
+void ReplacePacketData(AVPacket* packet, const Bytes& data);
+
+}  // namespace qlnmedia
+
+#endif
