@@ -1,0 +1,441 @@
+// Stores under load and in trouble: many processes, kills, a full disk, folders and files that refuse.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "kxutil/kxutil.h"
+#include "kxutil/store_test_support.h"
+#include "support/test_support.h"
+
+namespace qln::test {
+namespace {
+
+constexpr char kSection[] = "Tarnwick\\Test";
+
+// Runs an action in a process of its own; its result is the exit code.
+template <typename Action>
+pid_t InChild(Action action) {
+  const pid_t child = fork();
+  if (child == 0) _exit(action());
+  return child;
+}
+
+int ExitCodeOf(pid_t child) {
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+}
+
+class StoreSafety : public testing::Test {
+ protected:
+  void SetUp() override { kxCFGSetDefaultStore(database().c_str()); }
+  void TearDown() override { kxCFGSetDefaultStore(nullptr); }
+  std::string database() const { return folder_ / "settings.db"; }
+  std::string file() const { return folder_ / "User.xml"; }
+  void Make(const std::string& path, const std::string& text) {
+    WriteFile(path, Bytes(text.begin(), text.end()));
+  }
+  std::string Text(const std::string& path) {
+    const Bytes bytes = ReadFile(path);
+    return std::string(bytes.begin(), bytes.end());
+  }
+  // Sets one key of the file store.
+  int32_t SetInFile(const char* key, uint32_t value, uint32_t save = 1) {
+    const KXConfigHandle store = kxCFGOpen(file().c_str(), 0);
+    if (store == 0) return -1;
+    SetNumber(store, kSection, key, value);
+    return kxCFGClose(store, save);
+  }
+  std::optional<uint32_t> InFile(const char* key) {
+    const KXConfigHandle store = kxCFGOpen(file().c_str(), 0);
+    const std::optional<uint32_t> value = GetNumber(store, kSection, key);
+    kxCFGClose(store, 0);
+    return value;
+  }
+  TemporaryFolder folder_;
+};
+
+TEST_F(StoreSafety, EightProcessesAtOnceLoseNothing) {
+  SetNumber(KX_DEFAULT_STORE, kSection, "Before", 1);  // children must not use this process's connection
+  std::vector<pid_t> children;
+  for (uint32_t p = 0; p < 8; ++p) {
+    children.push_back(InChild([p] {
+      for (uint32_t i = 0; i < 30; ++i) {
+        const std::string key = "P" + std::to_string(p) + "-" + std::to_string(i);
+        if (SetNumber(KX_DEFAULT_STORE, kSection, key.c_str(), p * 1000 + i) != 0) return 1;
+        if (SetText(KX_DEFAULT_STORE, kSection, "Shared", std::string(200, static_cast<char>('a' + p))) != 0)
+          return 2;
+        const std::optional<std::string> shared = GetText(KX_DEFAULT_STORE, kSection, "Shared");
+        if (!shared || *shared != std::string(200, shared->front())) return 3;
+        if (GetNumber(KX_DEFAULT_STORE, kSection, key.c_str()) != p * 1000 + i) return 4;
+      }
+      return 0;
+    }));
+  }
+  for (const pid_t child : children) EXPECT_EQ(ExitCodeOf(child), 0);
+  for (uint32_t p = 0; p < 8; ++p) {
+    for (uint32_t i = 0; i < 30; ++i) {
+      const std::string key = "P" + std::to_string(p) + "-" + std::to_string(i);
+      ASSERT_EQ(GetNumber(KX_DEFAULT_STORE, kSection, key.c_str()), p * 1000 + i);
+    }
+  }
+  EXPECT_EQ(GetNumber(KX_DEFAULT_STORE, kSection, "Before"), 1u);
+}
+
+TEST_F(StoreSafety, EightProcessesMakeTheStoreTogether) {
+  std::vector<pid_t> children;
+  for (uint32_t p = 0; p < 8; ++p) {
+    children.push_back(InChild(
+        [p] { return SetNumber(KX_DEFAULT_STORE, kSection, std::to_string(p).c_str(), p) == 0 ? 0 : 1; }));
+  }
+  for (const pid_t child : children) EXPECT_EQ(ExitCodeOf(child), 0);
+  for (uint32_t p = 0; p < 8; ++p)
+    EXPECT_EQ(GetNumber(KX_DEFAULT_STORE, kSection, std::to_string(p).c_str()), p);
+}
+
+TEST_F(StoreSafety, ThreadsShareTheDefaultStore) {
+  std::vector<std::thread> threads;
+  for (uint32_t t = 0; t < 4; ++t) {
+    threads.emplace_back([t] {
+      for (uint32_t i = 0; i < 40; ++i) {
+        const std::string key = std::to_string(t) + "-" + std::to_string(i);
+        EXPECT_EQ(SetNumber(KX_DEFAULT_STORE, kSection, key.c_str(), i), 0);
+        EXPECT_EQ(GetNumber(KX_DEFAULT_STORE, kSection, key.c_str()), i);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+TEST_F(StoreSafety, ProcessesThatChangeDifferentKeysOfAFileLoseNeithers) {
+  std::vector<pid_t> children;
+  for (uint32_t p = 0; p < 8; ++p) {
+    children.push_back(InChild([this, p] {
+      for (uint32_t i = 0; i < 10; ++i) {
+        if (SetInFile((std::to_string(p) + "-" + std::to_string(i)).c_str(), i) != 0) return 1;
+      }
+      return 0;
+    }));
+  }
+  for (const pid_t child : children) EXPECT_EQ(ExitCodeOf(child), 0);
+  for (uint32_t p = 0; p < 8; ++p) {
+    for (uint32_t i = 0; i < 10; ++i)
+      ASSERT_EQ(InFile((std::to_string(p) + "-" + std::to_string(i)).c_str()), i);
+  }
+}
+
+TEST_F(StoreSafety, TwoOpenHandlesApplyTheirOwnChangesOnly) {
+  ASSERT_EQ(SetInFile("Old", 1), 0);
+  const KXConfigHandle first = kxCFGOpen(file().c_str(), 0);
+  const KXConfigHandle second = kxCFGOpen(file().c_str(), 0);
+  SetNumber(first, kSection, "A", 1);
+  kxCFGDeleteValue(first, kSection, "Old");
+  SetNumber(second, kSection, "B", 2);
+  EXPECT_EQ(GetNumber(second, kSection, "A"), std::nullopt);
+  EXPECT_EQ(kxCFGClose(first, 1), 0);
+  EXPECT_EQ(kxCFGClose(second, 1), 0);
+  EXPECT_EQ(InFile("A"), 1u);
+  EXPECT_EQ(InFile("B"), 2u);
+  EXPECT_EQ(InFile("Old"), std::nullopt);
+}
+
+// Kills a child that counts a key up, at many moments; the store then holds the old value or the new one.
+template <typename Write, typename Read>
+void KillAtAnyMoment(int kills, Write write, Read read) {
+  Random random(9);
+  for (int round = 0; round < kills; ++round) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const uint32_t base = static_cast<uint32_t>(round) * 100000;
+    const pid_t child = InChild([&] {
+      close(ends[0]);
+      for (uint32_t i = 1;; ++i) {
+        if (write(base + i) != 0) return 1;
+        const uint32_t done = base + i;
+        if (::write(ends[1], &done, sizeof done) != sizeof done) return 2;
+      }
+    });
+    close(ends[1]);
+    usleep(static_cast<useconds_t>(random.below(6000)));
+    kill(child, SIGKILL);
+    EXPECT_EQ(ExitCodeOf(child), 1000 + SIGKILL);
+    uint32_t done = 0, told = 0;
+    while (::read(ends[0], &told, sizeof told) == sizeof told) done = told;
+    close(ends[0]);
+    const std::optional<uint32_t> value = read();
+    if (done != 0) {
+      ASSERT_TRUE(value.has_value());
+      ASSERT_GE(*value, done);
+      ASSERT_LE(*value, done + 1);
+    }
+  }
+}
+
+TEST_F(StoreSafety, AKilledProcessLeavesTheOldValueOrTheNewInTheDefaultStore) {
+  KillAtAnyMoment(
+      150, [](uint32_t value) { return SetNumber(KX_DEFAULT_STORE, kSection, "Count", value); },
+      [] { return GetNumber(KX_DEFAULT_STORE, kSection, "Count"); });
+}
+
+TEST_F(StoreSafety, AKilledProcessLeavesTheOldValueOrTheNewInAFile) {
+  KillAtAnyMoment(
+      150, [this](uint32_t value) { return SetInFile("Count", value); }, [this] { return InFile("Count"); });
+  // What the killed ones left beside the file does not pile up.
+  ASSERT_EQ(SetInFile("Last", 1), 0);
+  size_t entries = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
+    (void)entry;
+    ++entries;
+  }
+  EXPECT_EQ(entries, 1u);
+}
+
+TEST_F(StoreSafety, AFullDiskLosesNothingThatWasThere) {
+  ASSERT_EQ(SetNumber(KX_DEFAULT_STORE, kSection, "Number", 1), 0);
+  ASSERT_EQ(SetText(KX_DEFAULT_STORE, kSection, "Text", std::string(5000, 'a')), 0);
+  ASSERT_EQ(SetInFile("Number", 1), 0);
+  const std::string before = Text(file());
+  const pid_t child = InChild([this] {
+    signal(SIGXFSZ, SIG_IGN);
+    struct stat status;
+    stat(database().c_str(), &status);
+    const rlimit limit = {static_cast<rlim_t>(status.st_size), static_cast<rlim_t>(status.st_size)};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    MessageCapture capture;
+    const std::string large(200000, 'b');
+    if (SetText(KX_DEFAULT_STORE, kSection, "Text", large) == 0) return 1;
+    if (SetText(KX_DEFAULT_STORE, kSection, "Other", large) == 0) return 2;
+    if (GetText(KX_DEFAULT_STORE, kSection, "Text") != std::string(5000, 'a')) return 3;
+    if (capture.messages().size() != 1) return 4;  // told once
+    const KXConfigHandle store = kxCFGOpen(file().c_str(), 0);
+    SetText(store, kSection, "Text", large);
+    if (kxCFGClose(store, 1) == 0) return 5;
+    return capture.messages().size() == 2 ? 0 : 6;
+  });
+  EXPECT_EQ(ExitCodeOf(child), 0);
+  EXPECT_EQ(GetText(KX_DEFAULT_STORE, kSection, "Text"), std::string(5000, 'a'));
+  EXPECT_EQ(GetNumber(KX_DEFAULT_STORE, kSection, "Number"), 1u);
+  EXPECT_EQ(Text(file()), before);
+  EXPECT_EQ(SetText(KX_DEFAULT_STORE, kSection, "Text", std::string(300000, 'c')), 0);
+}
+
+// As a user who is not root, for whom permissions hold.
+template <typename Action>
+int ExitCodeAsNobody(Action action) {
+  return ExitCodeOf(InChild([&] {
+    if (getuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) return 99;
+    return action();
+  }));
+}
+
+TEST_F(StoreSafety, AReadOnlyFolderStillReadsAndOnlyItsWritesFail) {
+  ASSERT_EQ(SetNumber(KX_DEFAULT_STORE, kSection, "Number", 1), 0);
+  ASSERT_EQ(SetInFile("Number", 1), 0);
+  const std::string before = Text(file());
+  chmod(database().c_str(), 0444);
+  chmod(folder_.path().c_str(), 0555);
+  EXPECT_EQ(ExitCodeAsNobody([this] {
+              MessageCapture capture;
+              if (GetNumber(KX_DEFAULT_STORE, kSection, "Number") != 1u) return 1;
+              if (SetNumber(KX_DEFAULT_STORE, kSection, "Number", 2) == 0) return 2;
+              if (SetNumber(KX_DEFAULT_STORE, kSection, "Other", 2) == 0) return 3;
+              if (kxCFGDeleteValue(KX_DEFAULT_STORE, kSection, "Number") == 0) return 4;
+              if (GetNumber(KX_DEFAULT_STORE, kSection, "Number") != 1u) return 5;
+              if (capture.messages().size() != 1) return 6;
+              if (InFile("Number") != 1u) return 7;
+              if (SetInFile("Number", 2) == 0) return 8;
+              return capture.messages().size() == 2 ? 0 : 9;
+            }),
+            0);
+  // The file may be written to, but its folder not: no journal can stand beside it.
+  chmod(database().c_str(), 0666);
+  EXPECT_EQ(ExitCodeAsNobody([] {
+              MessageCapture capture;
+              if (SetNumber(KX_DEFAULT_STORE, kSection, "Number", 2) == 0) return 1;
+              return GetNumber(KX_DEFAULT_STORE, kSection, "Number") == 1u ? 0 : 2;
+            }),
+            0);
+  chmod(folder_.path().c_str(), 0700);
+  EXPECT_EQ(GetNumber(KX_DEFAULT_STORE, kSection, "Number"), 1u);
+  EXPECT_EQ(Text(file()), before);
+}
+
+TEST_F(StoreSafety, AStoreThatCannotBeOpenedIsAStoreWithoutKeys) {
+  const std::string other =
+      "this is no database, and it is longer than its header would be, by a good deal of text";
+  Make(database(), other + other);
+  for (const std::string& path : {database(), std::string("/proc/nothing/settings.db"), folder_.path()}) {
+    kxCFGSetDefaultStore(path.c_str());
+    MessageCapture capture;
+    EXPECT_EQ(GetNumber(KX_DEFAULT_STORE, kSection, "Number"), std::nullopt);
+    EXPECT_NE(SetNumber(KX_DEFAULT_STORE, kSection, "Number", 2), 0);
+    EXPECT_NE(kxCFGDeleteValue(KX_DEFAULT_STORE, kSection, "Number"), 0);
+    EXPECT_EQ(GetText(KX_DEFAULT_STORE, kSection, "Text"), std::nullopt);
+    ASSERT_EQ(capture.messages().size(), 1u) << path;
+    EXPECT_NE(capture.messages()[0].text.find(path), std::string::npos);
+  }
+  EXPECT_EQ(Text(database()), other + other);
+}
+
+TEST_F(StoreSafety, TheStoreIsMadeInTheUsersFolderForItsOwnerAlone) {
+  EXPECT_EQ(
+      ExitCodeOf(InChild([this] {
+        umask(0);
+        kxCFGSetDefaultStore(nullptr);
+        setenv("XDG_CONFIG_HOME", (folder_ / "config").c_str(), 1);
+        if (SetNumber(KX_DEFAULT_STORE, kSection, "N", 1) != 0) return 1;
+        struct stat status;
+        if (stat((folder_ / "config/tarnwick/settings.db").c_str(), &status) != 0) return 2;
+        if ((status.st_mode & 0777) != 0600) return 3;
+        if (stat((folder_ / "config/tarnwick").c_str(), &status) != 0 || (status.st_mode & 0777) != 0700)
+          return 4;
+        // A folder that is not absolute does not count; then it is ~/.config.
+        setenv("XDG_CONFIG_HOME", "relative", 1);
+        setenv("HOME", (folder_ / "home").c_str(), 1);
+        if (GetNumber(KX_DEFAULT_STORE, kSection, "N")) return 5;
+        if (SetNumber(KX_DEFAULT_STORE, kSection, "N", 2) != 0) return 6;
+        return access((folder_ / "home/.config/tarnwick/settings.db").c_str(), F_OK) == 0 ? 0 : 7;
+      })),
+      0);
+}
+
+TEST_F(StoreSafety, AStoreThatWasRemovedIsMadeAnew) {
+  SetNumber(KX_DEFAULT_STORE, kSection, "N", 1);
+  std::filesystem::remove(database());
+  EXPECT_EQ(GetNumber(KX_DEFAULT_STORE, kSection, "N"), std::nullopt);
+  EXPECT_EQ(SetNumber(KX_DEFAULT_STORE, kSection, "N", 2), 0);
+  EXPECT_TRUE(std::filesystem::exists(database()));
+}
+
+TEST_F(StoreSafety, ADatabaseWithMoreThanATableDoesNotRunIt) {
+  sqlite3* database_handle = nullptr;
+  ASSERT_EQ(sqlite3_open(database().c_str(), &database_handle), SQLITE_OK);
+  ASSERT_EQ(
+      sqlite3_exec(database_handle,
+                   "CREATE VIEW settings (section, key, value) AS WITH RECURSIVE r(n) AS (SELECT 1 UNION ALL "
+                   "SELECT n + 1 FROM r) SELECT n, n, n FROM r",
+                   nullptr, nullptr, nullptr),
+      SQLITE_OK);
+  sqlite3_close(database_handle);
+  MessageCapture capture;
+  EXPECT_EQ(GetNumber(KX_DEFAULT_STORE, kSection, "N"), std::nullopt);
+  EXPECT_NE(SetNumber(KX_DEFAULT_STORE, kSection, "N", 2), 0);
+  EXPECT_EQ(capture.messages().size(), 1u);
+}
+
+TEST_F(StoreSafety, FilesThatAreNoDocumentAreNotOpenedAndNeverOverwritten) {
+  const std::string deep = [] {
+    std::string text = "<settings>";
+    for (int i = 0; i < 2000; ++i) text += "<a>";
+    return text;
+  }();
+  for (const std::string& text :
+       {std::string(), std::string("x"), std::string("<other/>"), std::string("<settings>"),
+        std::string("<settings/>tail"), std::string("<settings/><settings/>"),
+        std::string("<settings/>\0<x/>", 16), std::string("<settings><section path='\xFF'/></settings>"),
+        deep, std::string("<settings><a b=1 b=2/></settings>")}) {
+    Make(file(), text);
+    MessageCapture capture;
+    EXPECT_EQ(kxCFGOpen(file().c_str(), 0), 0) << text;
+    EXPECT_EQ(capture.messages().size(), 1u) << text;
+    EXPECT_EQ(Text(file()), text);
+  }
+  MessageCapture capture;
+  EXPECT_EQ(kxCFGOpen(folder_.path().c_str(), 0), 0);
+  EXPECT_EQ(kxCFGOpen("/dev/zero", 0), 0);
+  EXPECT_EQ(capture.messages().size(), 2u);
+}
+
+TEST_F(StoreSafety, AFileThatBecameSomethingElseIsNotOverwritten) {
+  ASSERT_EQ(SetInFile("A", 1), 0);
+  const KXConfigHandle store = kxCFGOpen(file().c_str(), 0);
+  SetNumber(store, kSection, "B", 2);
+  Make(file(), "<other/>");
+  MessageCapture capture;
+  EXPECT_NE(kxCFGClose(store, 1), 0);
+  EXPECT_EQ(Text(file()), "<other/>");
+  EXPECT_EQ(capture.messages().size(), 1u);
+}
+
+TEST_F(StoreSafety, NothingIsWrittenWhereNothingChanged) {
+  EXPECT_EQ(kxCFGClose(kxCFGOpen(file().c_str(), 0), 1), 0);
+  EXPECT_FALSE(std::filesystem::exists(file()));
+  const KXConfigHandle none = kxCFGOpen(file().c_str(), 0);
+  kxCFGDeleteValue(none, kSection, "A");
+  EXPECT_EQ(kxCFGClose(none, 1), 0);
+  EXPECT_FALSE(std::filesystem::exists(file()));
+
+  Make(file(),
+       "<settings   ><section path='Tarnwick\\Test'><value key='A' number='1'/></section></settings>");
+  const std::string before = Text(file());
+  EXPECT_EQ(SetInFile("A", 1), 0);  // as it is
+  EXPECT_EQ(Text(file()), before);
+  EXPECT_EQ(SetInFile("A", 2, 0), 0);  // dropped
+  EXPECT_EQ(Text(file()), before);
+  EXPECT_EQ(SetInFile("A", 2), 0);
+  EXPECT_NE(Text(file()), before);
+}
+
+TEST_F(StoreSafety, WhatElseStandsInTheFileStays) {
+  Make(file(),
+       "<?xml version=\"1.0\"?><!-- mine --><settings by=\"me\"><note>keep</note><section "
+       "path=\"Tarnwick\\Test\" x=\"1\">"
+       "<value key=\"A\" number=\"1\"/><value key=\"A\" number=\"7\"/><value key=\"Odd\" "
+       "number=\"abc\"/></section>"
+       "</settings>");
+  EXPECT_EQ(InFile("A"), 1u);  // the first of a name
+  EXPECT_EQ(InFile("Odd"), std::nullopt);
+  EXPECT_EQ(SetInFile("A", 5), 0);
+  EXPECT_EQ(SetInFile("B", 6), 0);
+  const std::string text = Text(file());
+  for (const char* kept : {"<!-- mine -->", "by=\"me\"", "<note>keep</note>", "x=\"1\"", "number=\"abc\"",
+                           "number=\"5\"", "number=\"6\""}) {
+    EXPECT_NE(text.find(kept), std::string::npos) << kept;
+  }
+  EXPECT_EQ(text.find("number=\"7\""), std::string::npos);
+}
+
+TEST_F(StoreSafety, PermissionsAndLinksAreKept) {
+  ASSERT_EQ(SetInFile("A", 1), 0);
+  chmod(file().c_str(), 0640);
+  const std::string link = folder_ / "Link.xml";
+  std::filesystem::create_symlink(file(), link);
+  const KXConfigHandle store = kxCFGOpen(link.c_str(), 0);
+  SetNumber(store, kSection, "A", 2);
+  EXPECT_EQ(kxCFGClose(store, 1), 0);
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(InFile("A"), 2u);
+  struct stat status;
+  ASSERT_EQ(stat(file().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0640u);
+}
+
+TEST_F(StoreSafety, DocumentsAreReadAsTheyWereLaidDown) {
+  Make(file(),
+       "<settings><section pathBytes='5Cff'><value keyBytes='01' bytes='FE0a'/><value key='T' "
+       "text='a&#10;b&lt;'/>"
+       "<value key='N' number='4294967295'/><value key='M' number='4294967296'/><value key='B' bytes='0'/>"
+       "<value key='Z' bytes='4100'/><value text='no key'/></section><section><value key='x' "
+       "number='1'/></section>"
+       "</settings>");
+  const KXConfigHandle store = kxCFGOpen(file().c_str(), 0);
+  ASSERT_NE(store, 0);
+  EXPECT_EQ(GetText(store, "\\\xFF", "\x01"), "\xFE\n");
+  EXPECT_EQ(GetText(store, "\\\xFF", "T"), "a\nb<");
+  EXPECT_EQ(GetNumber(store, "\\\xFF", "N"), 0xFFFFFFFFu);
+  EXPECT_EQ(GetNumber(store, "\\\xFF", "M"), std::nullopt);
+  EXPECT_EQ(GetText(store, "\\\xFF", "B"), std::nullopt);
+  EXPECT_EQ(GetText(store, "\\\xFF", "Z"), std::nullopt);
+  kxCFGClose(store, 0);
+}
+
+}  // namespace
+}  // namespace qln::test
