@@ -13,12 +13,14 @@ namespace qlnmedia {
 void AddInspectCommand(CLI::App& app);
 void AddPatchCommand(CLI::App& app);
 void AddFormatCommand(CLI::App& app);
+void AddMetadataCommand(CLI::App& app);
 
 // Adds them all, in the order in which the help lists them.
 inline void AddCommands(CLI::App& app) {
   AddInspectCommand(app);
   AddPatchCommand(app);
   AddFormatCommand(app);
+  AddMetadataCommand(app);
 }
 
 }  // namespace qlnmedia

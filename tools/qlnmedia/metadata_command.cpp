@@ -1,4 +1,5 @@
-// qlnmedia metadata: shows and edits the clip information of the default store or of a user file, by tag name.
+// qlnmedia metadata: shows and edits the clip information of the default store or of a user file, by tag
+// name.
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -82,7 +83,8 @@ void Export(const Options& options) {
   const std::string text = ToJson(MetadataStore(options.file, true).ReadAll()).dump(2) + "\n";
   if (options.path == "-") return Print(text);
   FilePointer file(std::fopen(options.path.c_str(), "wb"));
-  const bool written = file != nullptr && std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() &&
+  const bool written = file != nullptr &&
+                       std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() &&
                        std::fflush(file.get()) == 0;
   if (!written) throw ToolError(options.path, "cannot be written");
 }
@@ -109,10 +111,11 @@ void Import(const Options& options) {
   store.Save();
 }
 
-CLI::App* AddAction(CLI::App* command, const std::shared_ptr<Options>& options, const char* name, const char* help,
-                    void (*action)(const Options&)) {
+CLI::App* AddAction(CLI::App* command, const std::shared_ptr<Options>& options, const char* name,
+                    const char* help, void (*action)(const Options&)) {
   CLI::App* const sub = command->add_subcommand(name, help);
-  sub->add_option("--file", options->file, "A user file such as UserMetadata.xml in place of the default store");
+  sub->add_option("--file", options->file,
+                  "A user file such as UserMetadata.xml in place of the default store");
   sub->callback([options, action] { action(*options); });
   return sub;
 }
@@ -120,7 +123,8 @@ CLI::App* AddAction(CLI::App* command, const std::shared_ptr<Options>& options, 
 }  // namespace
 
 void AddMetadataCommand(CLI::App& app) {
-  CLI::App* const command = app.add_subcommand("metadata", "Show and edit the stored clip information by tag name");
+  CLI::App* const command =
+      app.add_subcommand("metadata", "Show and edit the stored clip information by tag name");
   command->require_subcommand(1);
   auto options = std::make_shared<Options>();
   CLI::App* const list = AddAction(command, options, "list", "Show all tags that are set", List);
@@ -128,14 +132,16 @@ void AddMetadataCommand(CLI::App& app) {
   list->add_flag("--all", options->all, "Name every tag there is instead");
   CLI::App* const get = AddAction(command, options, "get", "Print the value of one tag", Get);
   get->add_option("TAG", options->tag, "The tag, as Title or FileSize")->required();
-  CLI::App* const set = AddAction(command, options, "set", "Set one tag; a user file is made if it is not there", Set);
+  CLI::App* const set =
+      AddAction(command, options, "set", "Set one tag; a user file is made if it is not there", Set);
   set->add_option("TAG", options->tag, "The tag, as Title or FileSize")->required();
   set->add_option("VALUE", options->value, "A text, or a number (decimal or 0x)")->required();
   CLI::App* const unset = AddAction(command, options, "unset", "Remove one tag", Unset);
   unset->add_option("TAG", options->tag, "The tag, as Title or FileSize")->required();
   CLI::App* const out = AddAction(command, options, "export", "Write all tags that are set as JSON", Export);
   out->add_option("OUT", options->path, "A file, or - for standard output")->required();
-  CLI::App* const in = AddAction(command, options, "import", "Set the tags of such a JSON text; null removes one", Import);
+  CLI::App* const in =
+      AddAction(command, options, "import", "Set the tags of such a JSON text; null removes one", Import);
   in->add_option("IN", options->path, "A file, or - for standard input")->required();
 }
 

@@ -1,5 +1,5 @@
-// Clip information through the library's record for reading, and key by key for changes: a host must not seed or
-// delete what others wrote.
+// Clip information through the library's record for reading, and key by key for changes: a host must not seed
+// or delete what others wrote.
 
 #include "qlnmedia/metadata_record.h"
 
@@ -101,7 +101,8 @@ MetadataField FindField(const std::string& name) {
   });
   if (found) return *found;
   for (const qln::InfoField& field : qln::kInfoSlots) {
-    if (strcasecmp(field.name, name.c_str()) == 0) throw ToolError(name, "belongs to the clip itself and is not stored");
+    if (strcasecmp(field.name, name.c_str()) == 0)
+      throw ToolError(name, "belongs to the clip itself and is not stored");
   }
   throw ToolError(name, "no such tag", "metadata list --all names them");
 }
@@ -116,7 +117,8 @@ MetadataValue ParseValue(const MetadataField& field, const std::string& text) {
   if (error != std::errc() || stop != end) {
     throw ToolError(field.name, "\"" + text + "\" is no number from 0 to 4294967294");
   }
-  if (number == QLN_INFO_UNSET) throw ToolError(field.name, text + " means that the field is not set", "use unset");
+  if (number == QLN_INFO_UNSET)
+    throw ToolError(field.name, text + " means that the field is not set", "use unset");
   return number;
 }
 
@@ -189,8 +191,8 @@ nlohmann::ordered_json ToJson(const std::vector<std::pair<MetadataField, Metadat
   return json;
 }
 
-std::vector<std::pair<MetadataField, std::optional<MetadataValue>>> FromJson(const nlohmann::ordered_json& json,
-                                                                             const std::string& where) {
+std::vector<std::pair<MetadataField, std::optional<MetadataValue>>> FromJson(
+    const nlohmann::ordered_json& json, const std::string& where) {
   if (!json.is_object()) throw ToolError(where, "holds no JSON object of tags and values");
   std::vector<std::pair<MetadataField, std::optional<MetadataValue>>> changes;
   for (const auto& [name, value] : json.items()) {
@@ -209,7 +211,8 @@ std::vector<std::pair<MetadataField, std::optional<MetadataValue>>> FromJson(con
       if (!bytes) throw ToolError(where, name + " holds no hexadecimal text");
       changes.emplace_back(field, *bytes);
     } else {
-      throw ToolError(where, name + (field.isNumber ? " wants a number from 0 to 4294967294" : " wants a text"));
+      throw ToolError(where,
+                      name + (field.isNumber ? " wants a number from 0 to 4294967294" : " wants a text"));
     }
   }
   return changes;

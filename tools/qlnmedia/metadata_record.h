@@ -60,10 +60,10 @@ class MetadataStore {
 // The record as one JSON object: numbers, texts, and {"hex": ...} for a text that is no UTF-8.
 nlohmann::ordered_json ToJson(const std::vector<std::pair<MetadataField, MetadataValue>>& values);
 
-// The changes that such an object asks for; null removes. Throws ToolError, with `where` in front, for anything
-// else.
-std::vector<std::pair<MetadataField, std::optional<MetadataValue>>> FromJson(const nlohmann::ordered_json& json,
-                                                                             const std::string& where);
+// The changes that such an object asks for; null removes. Throws ToolError, with `where` in front, for
+// anything else.
+std::vector<std::pair<MetadataField, std::optional<MetadataValue>>> FromJson(
+    const nlohmann::ordered_json& json, const std::string& where);
 
 }  // namespace qlnmedia
 
