@@ -14,6 +14,7 @@ void AddInspectCommand(CLI::App& app);
 void AddPatchCommand(CLI::App& app);
 void AddFormatCommand(CLI::App& app);
 void AddMetadataCommand(CLI::App& app);
+void AddCommandCommand(CLI::App& app);
 
 // Adds them all, in the order in which the help lists them.
 inline void AddCommands(CLI::App& app) {
@@ -21,6 +22,7 @@ inline void AddCommands(CLI::App& app) {
   AddPatchCommand(app);
   AddFormatCommand(app);
   AddMetadataCommand(app);
+  AddCommandCommand(app);
 }
 
 }  // namespace qlnmedia

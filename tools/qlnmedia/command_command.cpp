@@ -1,0 +1,225 @@
+// qlnmedia command: makes the text of a transport command, and turns such texts from one form into the other.
+
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kxutil/kxutil.h"
+#include "qlnmedia/commands.h"
+#include "qlnmedia/messages.h"
+#include "qlnmedia/output.h"
+#include "qlnmedia/tool_error.h"
+#include "qlnutil/mediacmd.h"
+#include "qlnutil/mediacmd/command_json.h"
+#include "qlnutil/mediacmd/command_words.h"
+#include "qlnutil/mediacmd/record_view.h"
+#include "qlnutil/mediacmd/timecode_words.h"
+
+namespace qlnmedia {
+
+namespace {
+
+// Frames as "HH:MM:SS:FF" or as a number; empty where the option was not given.
+using Point = std::string;
+
+struct Options {
+  std::string word;
+  std::string file;
+  int32_t channel = -1;
+  int32_t video = -1, audio = -1, info = -1;
+  double speed = 100;
+  Point position, start, end;
+  std::string state;
+  int32_t alternate = -1;
+  std::vector<std::string> flags;
+  std::string clip, name;
+  std::string type = "frames";
+  bool xml = false;
+  bool json = false;
+};
+
+[[noreturn]] void RefuseUsage(const std::string& text) { throw CLI::ValidationError(text); }
+
+std::string Lower(std::string_view text) {
+  std::string lowered(text);
+  for (char& c : lowered) c = qln::AsciiLower(c);
+  return lowered;
+}
+
+uint32_t CommandOf(const std::string& word) {
+  std::string all;
+  for (uint32_t cmd = ctStop; cmd <= ctSwitch; ++cmd) {
+    const std::string known = Lower(qln::CommandWord(cmd));
+    if (known == Lower(word)) return cmd;
+    all += (all.empty() ? "" : " ") + known;
+  }
+  RefuseUsage(word + " is no command; there are convert and " + all);
+}
+
+uint32_t TypeOf(const std::string& word) {
+  std::string all;
+  for (const uint8_t type : std::initializer_list<uint8_t>{0, 1, 2, 4, 8, 16, 32, 64, 128, 132}) {
+    const std::string known(qln::TcTypeWord(type));
+    if (known == Lower(word)) return type;
+    all += (all.empty() ? "" : " ") + known;
+  }
+  RefuseUsage("--tctype: " + word + " is no timecode type; there are " + all);
+}
+
+int32_t PointOf(const Point& text, uint32_t type, const char* option) {
+  uint32_t frames = 0;
+  if (TimeCodeFromString(text.c_str(), type | qln::kReadTimecode, &frames) != 0) {
+    RefuseUsage(std::string(option) + ": " + text +
+                " is no timecode such as 01:00:00:00 and no number of frames");
+  }
+  return static_cast<int32_t>(frames);
+}
+
+void SetTexts(MediaCmd& command, const Options& options) {
+  // The writers leave out a name that reaches the record's last two bytes.
+  constexpr size_t kLongestName = sizeof command.FileName - 2;
+  if (options.clip.size() > qln::kClipIdCharacters)
+    RefuseUsage("--clip: a clip identifier has 8 characters at most");
+  if (options.name.size() > kLongestName) RefuseUsage("--file: a file name has 4101 characters at most");
+  qln::CopyBounded(command.ClipID, options.clip, sizeof command.ClipID);
+  qln::CopyBounded(command.FileName, options.name, sizeof command.FileName);
+}
+
+// Fields whose options were given become valid; the rest is repaired as hosts do before they send a command.
+MediaCmd MakeCommand(const Options& options, const CLI::App& given, uint32_t type) {
+  MediaCmd command;
+  initMediaCmd(&command, CommandOf(options.word));
+  command.Channel = options.channel;
+  const auto take = [&](const char* option, uint32_t flag) {
+    const bool isGiven = given.count(option) != 0;
+    if (isGiven) command.Flags |= flag;
+    return isGiven;
+  };
+  if (take("--speed", CF_USE_SPEED)) {
+    const double units = options.speed / 100 * MEDIACMD_PLAY_SPEED;
+    if (!(std::fabs(units) < MEDIACMD_NO_SPEED)) RefuseUsage("--speed: the percentage is out of range");
+    command.Speed = static_cast<int32_t>(std::lround(units));
+  }
+  if (take("--video", CF_USE_PRESETS)) command.VideoChannels = options.video;
+  if (take("--audio", CF_USE_PRESETS)) command.AudioChannels = options.audio;
+  if (take("--info", CF_USE_PRESETS)) command.InfoChannels = options.info;
+  if (take("--position", CF_USE_POSITION)) command.Position = PointOf(options.position, type, "--position");
+  if (take("--start", CF_USE_START)) command.Start = PointOf(options.start, type, "--start");
+  if (take("--end", CF_USE_END)) command.End = PointOf(options.end, type, "--end");
+  if (take("--alternate", CF_USE_CMD_ALT)) command.CmdAlt = options.alternate;
+  if (take("--state", CF_USE_CMD_ALT)) {
+    uint32_t state = 0;
+    if (gsFromString(options.state.c_str(), &state) != 0)
+      RefuseUsage("--state: " + options.state + " is no state value");
+    command.CmdAlt = static_cast<int32_t>(state);
+  }
+  if (take("--clip", CF_USE_CLIP_ID) | take("--file", CF_USE_CLIP_ID)) SetTexts(command, options);
+  for (const std::string& word : options.flags) {
+    uint32_t flag = 0;
+    if (cfFromString(word.c_str(), &flag) != 0) RefuseUsage("--flag: " + word + " is no flag");
+    command.Flags |= flag;
+  }
+  fixMediaCmd(&command, 0);
+  return command;
+}
+
+std::string ReadText(const std::string& path) {
+  constexpr std::streamsize kMost = 64 << 20;
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw ToolError(path, "cannot be opened");
+  std::string text(static_cast<size_t>(kMost), '\0');
+  file.read(text.data(), kMost);
+  if (file.bad() || (file.gcount() == 0 && !file.eof())) throw ToolError(path, "cannot be read");
+  if (file.gcount() == kMost) throw ToolError(path, "is too long for a command");
+  text.resize(static_cast<size_t>(file.gcount()));
+  return text;
+}
+
+// Reads a text of either form. Returns whether it was JSON.
+bool ReadCommand(const std::string& path, uint32_t type, MediaCmd& command) {
+  const std::string text = ReadText(path);
+  initMediaCmd(&command, ctStop);
+  const size_t first = text.find_first_not_of(" \t\r\n");
+  const bool isJson = first != std::string::npos && text[first] == '{';
+  MessageSink messages;
+  const bool isRead = isJson ? qln::MediaCmdFromJSON(&command, nullptr, text.c_str()) == 0
+                             : MediaCmdFromXMLString(&command, &type, text.c_str()) == 0;
+  if (!isRead) {
+    std::string why;
+    for (const LibraryMessage& message : messages.Take()) why += " (" + message.text + ")";
+    throw ToolError(path, "holds no command" + why,
+                    "give XML with the root MediaCmd, or JSON with that key first");
+  }
+  // The size in the text is a stranger's: a shorter one bounds data, a longer one would reach outside.
+  if (command.StructSize > sizeof command) command.StructSize = sizeof command;
+  return isJson;
+}
+
+void PrintCommand(MediaCmd& command, uint32_t type, bool asJson) {
+  char* text = nullptr;
+  if (asJson) {
+    qln::MediaCmdToJSON(&text, &command, type);
+  } else {
+    MediaCmdToXMLString(&text, &command, type);
+  }
+  if (text == nullptr) throw std::bad_alloc();
+  const std::string line = std::string(text) + "\n";
+  MediaCmdFreeXMLString(&text);
+  Print(line);
+}
+
+void Run(const Options& options, const CLI::App& given) {
+  const uint32_t type = TypeOf(options.type);
+  MediaCmd command;
+  bool asJson = options.json;
+  if (options.word == "convert") {
+    if (options.file.empty()) RefuseUsage("convert: give the FILE that holds the command");
+    const bool wasJson = ReadCommand(options.file, type, command);
+    if (!options.json && !options.xml) asJson = !wasJson;
+  } else {
+    if (!options.file.empty())
+      RefuseUsage("a FILE goes with convert; a file name of the clip goes behind --file");
+    command = MakeCommand(options, given, type);
+  }
+  PrintCommand(command, type, asJson);
+}
+
+}  // namespace
+
+void AddCommandCommand(CLI::App& app) {
+  CLI::App* const command = app.add_subcommand(
+      "command", "Make the text of a transport command, or convert one between XML and JSON");
+  auto options = std::make_shared<Options>();
+  command->add_option("WORD", options->word, "play, stop, record, getvalue ... or convert")->required();
+  command->add_option("FILE", options->file,
+                      "With convert: the text of a command; comes out in the other form");
+  command->add_option("--channel", options->channel, "Channel number");
+  command->add_option("--speed", options->speed, "Percent of forward play");
+  command->add_option("--video", options->video, "Video channel mask");
+  command->add_option("--audio", options->audio, "Audio channel mask");
+  command->add_option("--info", options->info, "Info channel mask");
+  command->add_option("--position", options->position, "Timecode or number of frames");
+  command->add_option("--start", options->start, "Timecode or number of frames");
+  command->add_option("--end", options->end, "Timecode or number of frames");
+  CLI::Option* const alternate =
+      command->add_option("--alternate", options->alternate, "Second operand as a number");
+  command
+      ->add_option("--state", options->state, "Second operand as a state value's word, such as channelname")
+      ->excludes(alternate);
+  command->add_option("--flag", options->flags, "A flag's word, such as loop or deferred; may be repeated")
+      ->take_all()
+      ->allow_extra_args(false);
+  command->add_option("--clip", options->clip, "Clip identifier");
+  command->add_option("--file", options->name, "File name of the clip");
+  command->add_option("--tctype", options->type, "Timecode type, such as pal, drop-frame or 59.94")
+      ->capture_default_str();
+  CLI::Option* const xml = command->add_flag("--xml", options->xml, "Print XML (the default)");
+  command->add_flag("--json", options->json, "Print JSON")->excludes(xml);
+  command->callback([options, command] { Run(*options, *command); });
+}
+
+}  // namespace qlnmedia
