@@ -33,6 +33,8 @@ std::vector<CodedStream> ReadCodedStreams(MediaFile& file, int frames) {
     coded.codec = *codec;
     coded.timeBase = stream.time_base;
     const AVCodecParameters& parameters = *stream.codecpar;
+    coded.width = static_cast<uint32_t>(parameters.width);
+    coded.height = static_cast<uint32_t>(parameters.height);
     if (parameters.extradata_size > 0)
       coded.privateData.assign(parameters.extradata, parameters.extradata + parameters.extradata_size);
     coded.config = ReadConfigRecord(*codec, coded.privateData);

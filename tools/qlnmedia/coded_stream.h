@@ -24,6 +24,8 @@ struct CodedStream {
   unsigned index = 0;
   Codec codec = Codec::kH264;
   AVRational timeBase{1, 1};
+  uint32_t width = 0;  // as libavformat tells it
+  uint32_t height = 0;
   ConfigRecord config;
   Bytes privateData;
   std::vector<CodedPacket> packets;

@@ -108,6 +108,7 @@ Section InspectFile(const std::string& path, const InspectOptions& options) {
     Section& section = AddStream(report, file, i);
     for (const CodedStream& stream : coded) {
       if (stream.index == i && stream.codec == Codec::kH264) ReportH264(section, stream, options, messages);
+      if (stream.index == i && stream.codec == Codec::kHevc) ReportHevc(section, stream, options, messages);
     }
   }
   const std::string note = file.TruncationNote();

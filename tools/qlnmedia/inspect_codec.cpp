@@ -4,7 +4,9 @@
 
 #include <fmt/format.h>
 
+#include "qlnmedia/hdr_values.h"
 #include "qlnmedia/names.h"
+#include "qlnutil/qlninband.h"
 
 namespace qlnmedia {
 
@@ -37,6 +39,40 @@ void AddColour(Section& section, uint32_t primaries, uint32_t transfer, uint32_t
 }
 
 void AddRange(Section& section, bool full) { section.Add("range", "Range", full ? "full" : "limited"); }
+
+void AddComparison(Section& section, const Bytes& source, const Bytes& written, const std::string& cause) {
+  const bool same = source == written;
+  section.Add("read_write_same", "Written back", same, same ? "the same bytes" : "other bytes",
+              same || cause.empty() ? "" : cause);
+}
+
+void AddColourMessages(Section& frame, const UnitRun& run) {
+  Bytes data = ToMarkerForm(run.units);
+  DFrame record{};
+  record.frameData = data.data();
+  record.frameSize = record.frameCapacity = static_cast<uint32_t>(data.size());
+  ContentLightRecord light{};
+  MasteringDisplayRecord display{};
+  if (qlnutilFindColorSEI(&record, &light, &display) == 0) return;
+  if (display.primariesValid != 0) {
+    MasteringDisplay values;
+    const auto point = [](uint32_t x, uint32_t y) {
+      return MasteringDisplay::Point{static_cast<uint16_t>(x), static_cast<uint16_t>(y)};
+    };
+    values.red = point(display.redX, display.redY);
+    values.green = point(display.greenX, display.greenY);
+    values.blue = point(display.blueX, display.blueY);
+    values.white = point(display.whitePointX, display.whitePointY);
+    values.maxLuminance = display.maxLuminance;
+    values.minLuminance = display.minLuminance;
+    frame.Add("mastering_display", "Mastering display", MasteringDisplayText(values));
+  }
+  if (light.max_content_light_level != 0 || light.max_pic_average_light_level != 0)
+    frame.Add("content_light_level", "Light level",
+              Json{{"max", light.max_content_light_level}, {"average", light.max_pic_average_light_level}},
+              fmt::format("{} cd/m2, average {} cd/m2", light.max_content_light_level,
+                          light.max_pic_average_light_level));
+}
 
 std::string SeiSummary(Codec codec, const Bytes& unit) {
   bool whole = false;

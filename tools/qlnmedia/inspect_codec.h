@@ -13,6 +13,15 @@ namespace qlnmedia {
 void ReportH264(Section& section, const CodedStream& stream, const InspectOptions& options,
                 MessageSink& messages);
 
+// The same for HEVC.
+void ReportHevc(Section& section, const CodedStream& stream, const InspectOptions& options,
+                MessageSink& messages);
+
+// Says whether a set that was read and written back has the same bytes, and if not, what may have changed.
+void AddComparison(Section& section, const Bytes& source, const Bytes& written, const std::string& cause);
+// Mastering display and content light level, found by the library in one frame's SEI.
+void AddColourMessages(Section& frame, const UnitRun& run);
+
 // Width and height.
 struct PictureSize {
   uint64_t width = 0;

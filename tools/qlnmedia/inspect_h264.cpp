@@ -137,6 +137,16 @@ void ReportSps(Section& sets, const FoundSet& set, MessageSink& messages) {
   for (const char* name :
        {"offset_for_non_ref_pic", "offset_for_top_to_bottom_field", "offset_for_ref_frame"})
     NoteElement(elements, name, "code number of a signed value");
+  Bytes written(2 * set.bytes.size() + 256);
+  QLNBitState out{written.data(), static_cast<int32_t>(written.size()), 0, 0};
+  written.resize(qlnutilWrite_SPS(&out, &sps));
+  AddComparison(section, set.bytes, written,
+                sps.seq_scaling_matrix_present_flag == 1 && IsHighProfile(sps.profile_idc)
+                    ? "scaling lists are written as values, not as differences"
+                : sps.pic_order_cnt_type == 1 ? "picture order offsets are kept as code numbers"
+                : sps.nal_hrd.cpb_cnt_minus1 == 7 || sps.vcl_hrd.cpb_cnt_minus1 == 7
+                    ? "at most 8 HRD schedules are kept"
+                    : "escapes near the end, or extension data");
   section.AddElements("elements", "Elements", std::move(elements));
   if (IsMisreadProfile(sps.profile_idc))
     section.AddNote(
@@ -165,6 +175,14 @@ void ReportPps(Section& sets, const FoundSet& set, MessageSink& messages) {
     return;
   }
   section.Add("entropy_coding", "Entropy coding", pps.entropy_coding_mode_flag != 0 ? "CABAC" : "CAVLC");
+  Bytes written(2 * set.bytes.size() + 1024);
+  QLNBitState out{written.data(), static_cast<int32_t>(written.size()), 0, 0};
+  written.resize(qlnutilWrite_PPS(&out, &pps));
+  AddComparison(section, set.bytes, written,
+                pps.pic_scaling_matrix_present_flag == 1
+                    ? "scaling lists are written as values, not as differences"
+                : pps.num_slice_groups_minus1 > 0 ? "slice group ids are not written"
+                                                  : "escapes near the end, or extension data");
   section.AddElements("elements", "Elements", PresentElements(qln::kH264PpsFields, &pps, &filled));
   if (pps.num_slice_groups_minus1 > 0 && pps.slice_group_map_type == 2)
     section.AddNote(
@@ -338,6 +356,7 @@ void ReportFrame(Section& frames, const CodedStream& stream, size_t number, cons
   } else {
     frame.AddNote("no slice that its parameter sets explain");
   }
+  AddColourMessages(frame, run);
   if (run.damaged()) frame.AddNote(fmt::format("{} bytes at the end are cut off", run.rest.size()));
   if (!options.units) return;
   std::vector<std::vector<Cell>> rows;

@@ -116,6 +116,75 @@ TEST(Inspect, FramesUnitsAndSlices) {
   }
 }
 
+std::string HevcClip(const std::string& name, const std::string& parameters,
+                     const std::string& options = "") {
+  return MediaFile(name, "ffmpeg -v error -y -f lavfi -i testsrc2=s=192x112:r=25:d=0.4 -c:v libx265 " +
+                             options + " -x265-params " + parameters +
+                             ":pools=1:frame-threads=1:log-level=none {out}");
+}
+
+TEST(Inspect, HevcElementsAreThoseOfAnIndependentReader) {
+  const std::string file =
+      HevcClip("hevc.mp4",
+               "keyint=5:hdr10=1:colorprim=9:transfer=16:colormatrix=9:range=limited:max-cll=800,200:"
+               "'master-display=G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,5)'",
+               "-pix_fmt yuv420p10le -vf crop=188:108 -tag:v hvc1");
+  const Json report = InspectJson(file, "--units");
+  const Json& stream = report["streams"][0];
+  const Json& sets = stream["parameter_sets"];
+  ExpectElements(sets["vps"][0]["elements"], file, "Video Parameter Set");
+  ExpectElements(sets["sps"][0]["elements"], file, "Sequence Parameter Set");
+  ExpectElements(sets["pps"][0]["elements"], file, "Picture Parameter Set");
+  const Json& sps = sets["sps"][0];
+  EXPECT_EQ(sps["profile"], "Main 10");
+  EXPECT_EQ(sps["in_step"], true);
+  EXPECT_EQ(sps["picture_size"]["width"], 188);
+  EXPECT_EQ(sps["picture_size"]["height"], 108);
+  EXPECT_EQ(sps["bit_depth"]["luma"], 10);
+  EXPECT_EQ(sps["range"], "limited");
+  EXPECT_EQ(sps["matrix_coefficients_name"], "BT.2020 non-constant luminance");
+  EXPECT_EQ(stream["configuration"]["form"], "hvcC");
+  EXPECT_EQ(stream["configuration"]["profile"], "Main 10");
+  const Json& first = stream["frames"][0];
+  EXPECT_EQ(first["slice_types"], "I");
+  EXPECT_GE(first["units"].back()["nal_unit_type"].get<int>(), 16);  // an IRAP picture
+  const std::string all = report.dump();
+  EXPECT_THAT(all, HasSubstr("G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,5)"));
+  EXPECT_THAT(all, HasSubstr("\"content_light_level\":{\"max\":800,\"average\":200}"));
+}
+
+TEST(Inspect, HevcReadOutOfStepIsMarkedAndTheSizeIsTheContainers) {
+  const std::string file = HevcClip("hevc444.mp4", "keyint=5", "-pix_fmt yuv444p -vf crop=190:110");
+  const Json report = InspectJson(file);
+  const Json& sps = report["streams"][0]["parameter_sets"]["sps"][0];
+  EXPECT_EQ(sps["in_step"], false);
+  EXPECT_EQ(sps["picture_size"]["width"], 190);
+  EXPECT_EQ(sps["picture_size"]["height"], 110);
+  EXPECT_THAT(sps["notes"][0].get<std::string>(), HasSubstr("separate_colour_plane_flag"));
+}
+
+TEST(Inspect, HevcInTransportAndRawStreams) {
+  for (const char* name : {"hevc.ts", "hevc.hevc", "hevc.mkv"}) {
+    const Json report = InspectJson(HevcClip(name, "keyint=5:repeat-headers=1:aud=1", "-pix_fmt yuv420p"));
+    const Json& stream = report["streams"][0];
+    EXPECT_EQ(stream["parameter_sets"]["sps"][0]["profile"], "Main") << name;
+    EXPECT_EQ(stream["frames"].size(), 3u);
+    EXPECT_EQ(stream["frames"][0]["slice_types"], "I") << name;
+    EXPECT_EQ(stream["frames"][0]["scan_count"], stream["frames"][0]["unit_count"]) << name;
+  }
+}
+
+TEST(Inspect, ReadAndWrittenBackIsToldForEachSet) {
+  const Json same = InspectJson(Clip("plain.mp4"))["streams"][0]["parameter_sets"];
+  EXPECT_EQ(same["sps"][0]["read_write_same"], true);
+  EXPECT_EQ(same["pps"][0]["read_write_same"], true);
+  const Json lists = InspectJson(Clip(
+      "custom_lists.mp4",
+      "-x264-params cqm4=6,13,20,28,13,20,28,32,20,28,32,37,28,32,37,41"))["streams"][0]["parameter_sets"];
+  EXPECT_EQ(lists["pps"][0]["read_write_same"].get<bool>() && lists["sps"][0]["read_write_same"].get<bool>(),
+            false);
+}
+
 TEST(Inspect, NoFramesWhenNoneAreAskedFor) {
   const Json report = InspectJson(Clip("plain.mp4"), "--frames 0");
   EXPECT_FALSE(report["streams"][0].contains("frames"));
