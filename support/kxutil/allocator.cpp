@@ -14,9 +14,11 @@ struct BlockTable {
   std::unordered_map<const void*, size_t> sizes;
 };
 
-// Made on first use and never destroyed: blocks may be freed while the process ends.
+// Made on first use, in place so that this cannot fail, and never destroyed: blocks may be freed while the
+// process ends.
 BlockTable& Blocks() {
-  static BlockTable* const table = new BlockTable;
+  alignas(BlockTable) static unsigned char place[sizeof(BlockTable)];
+  static BlockTable* const table = new (place) BlockTable;
   return *table;
 }
 

@@ -28,6 +28,7 @@ void Emit(uint32_t severity, const char* text) {
 
 // Formats on the stack where the text fits, else on the heap; without memory the text goes out cut.
 void EmitFormatted(uint32_t severity, const char* format, va_list arguments) {
+  if (format == nullptr) return;
   char shortText[1024];
   va_list again;
   va_copy(again, arguments);

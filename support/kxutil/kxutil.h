@@ -209,7 +209,7 @@ typedef void (*KXDiagnosticSink)(uint32_t severity, const char* text, void* cont
 /// line to standard error. Calls of the sink do not overlap. The sink must not emit diagnostics itself.
 KX_API void kxSetDiagnosticSink(KXDiagnosticSink sink, void* context);
 
-/// Emits a diagnostic line made from a printf format. Never fails.
+/// Emits a diagnostic line made from a printf format; null emits nothing. Never fails. Safe from any thread.
 KX_API void ErrOut(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// The same with a severity word. @param reserved1, reserved2 0.

@@ -20,6 +20,9 @@ TEST(Diagnostics, TextsAndSeveritiesReachTheSink) {
   ErrFmtOut(0x80000000u, 0, 0, "WARNING(XMLmCmd): %s\n", "broken");
   OutputDebugStringA("debug\n");
   OutputDebugStringA(nullptr);
+  const char* const noFormat = nullptr;
+  ErrOut(noFormat);
+  ErrFmtOut(0x80000000u, 0, 0, noFormat);
   ASSERT_EQ(capture.messages().size(), 4u);
   EXPECT_EQ(capture.messages()[0].text, "No Allocation for CC Data");
   EXPECT_EQ(capture.messages()[0].severity, KX_SEVERITY_ERROR);
