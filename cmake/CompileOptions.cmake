@@ -16,7 +16,9 @@ target_compile_options(qln_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
   -fvisibility=hidden $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden>
-  -ffp-contract=off)
+  -ffp-contract=off
+  # Tables are checked while compiling; Clang's step limit is below what the longest one takes.
+  $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-fconstexpr-steps=20000000>)
 if(QLN_WERROR)
   target_compile_options(qln_options INTERFACE -Werror)
 endif()

@@ -36,7 +36,7 @@ TEST(HevcSpsWriter, PlainUnitsComeBackByteForByte) {
 TEST(HevcSpsWriter, AZeroedRecord) {
   auto sps = std::make_unique<HevcSpsRecord>();
   BitBuilder b;
-  b.u(16, 0x4201).u(8, 0).u(96, 0).ue(0).ue(0).ue(0).ue(0).u(1, 0).ue(0).ue(0).ue(0).u(1, 0);
+  b.u(16, 0x4201).u(8, 0).u(48, 0).u(48, 0).ue(0).ue(0).ue(0).ue(0).u(1, 0).ue(0).ue(0).ue(0).u(1, 0);
   b.ue(0).ue(0).ue(0).ue(0).ue(0).ue(0).ue(0).ue(0).ue(0).u(4, 0).ue(0).u(1, 0).u(3, 0).u(1, 0);
   EXPECT_EQ(ToHex(WriteSps(*sps)), ToHex(WriterEscaped(b.trailing().bytes())));
 }
