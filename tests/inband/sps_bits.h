@@ -13,6 +13,7 @@ struct AvcSps {
   bool colourDescription = false;
   uint8_t primaries = 1, transfer = 1, matrix = 1;
   bool fullRange = false;
+  uint8_t videoFormat = 5;
   bool nalHrd = false;
   bool vclHrd = false;
   bool picStructPresent = true;
@@ -46,7 +47,7 @@ struct AvcSps {
     bits.u(1, 0).u(1, 0);  // aspect ratio, overscan
     bits.u(1, signalType ? 1 : 0);
     if (signalType) {
-      bits.u(3, 5).u(1, fullRange ? 1 : 0).u(1, colourDescription ? 1 : 0);
+      bits.u(3, videoFormat).u(1, fullRange ? 1 : 0).u(1, colourDescription ? 1 : 0);
       if (colourDescription) bits.u(8, primaries).u(8, transfer).u(8, matrix);
     }
     bits.u(1, 0);                             // chroma location
