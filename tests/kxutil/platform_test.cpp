@@ -106,7 +106,7 @@ TEST(Memory, AnEmptyBlockIsABlock) {
   KXFree(block);
 }
 
-#ifndef __SANITIZE_ADDRESS__
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST(Memory, ABlockThatCannotBeIsNull) {
   EXPECT_EQ(KXAlloc(std::numeric_limits<size_t>::max() / 2), nullptr);
 }
