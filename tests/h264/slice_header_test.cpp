@@ -643,6 +643,21 @@ TEST(SliceHeaderFix, AHostileWeightCountEndsWhereRunningItWouldLeaveThePosition)
   EXPECT_EQ(slice.bitPos, (end + 8 * 1000000 + 2 + 7) / 8 * 8);
 }
 
+// A code over zeros up to a limit near 2^32 wraps the position; it counts as past the limit.
+TEST(SliceHeaderFix, APositionThatWrapsEndsTheLoops) {
+  BitBuilder bits;
+  bits.ue(0).ue(0).ue(0).u(4, 1).u(1, 0).u(1, 1);
+  for (int64_t limit = 0xFFFFFFFF; limit > 0xFFFFFF00; --limit) {
+    Slice slice;
+    slice.Fix(bits.bytes(), 1, 0, 0, limit);
+    EXPECT_EQ(slice.header.ref_pic_list_reordering_flag_l0, 1u);
+    slice.pps.weighted_pred_flag = 1;
+    slice.header.num_ref_idx_l0_active_minus1 = 0x7FFFFFFE;
+    slice.Fix(bits.bytes(), 1, 1, 0, limit);
+    EXPECT_EQ(slice.bytes, bits.bytes());
+  }
+}
+
 TEST(SliceHeaderFix, NullRecordsDoNothing) {
   Bytes data = Hex("88 80 40");
   QLNBitState state{data.data(), 3, 24, 1};

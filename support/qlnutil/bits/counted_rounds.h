@@ -21,6 +21,12 @@ constexpr uint64_t InclusiveRounds(uint32_t last) { return last > 0x7FFFFFFFu ? 
 template <class Round>
 void RunCountedRounds(BitReader& reader, uint64_t count, uint64_t storing, Round round) {
   constexpr uint64_t kPositions = uint64_t{1} << 32;
+  // Under a limit near 2^32 the position may wrap, again and again. A round depends on its position alone, so
+  // a position that comes back after a wrap begins a cycle; it is looked for at growing distances.
+  uint64_t anchor = kPositions;
+  uint64_t anchorRound = 0;
+  uint64_t wraps = 0;
+  uint64_t nextAnchor = 1;
   for (uint64_t i = 0; i < count;) {
     const uint64_t before = reader.bitPos;
     const bool pastLimit = reader.PastLimit();
@@ -28,7 +34,17 @@ void RunCountedRounds(BitReader& reader, uint64_t count, uint64_t storing, Round
     ++i;
     if (i < storing) continue;
     const uint64_t after = reader.bitPos;
-    if (after < before) continue;  // the position wrapped: there is data ahead again
+    if (after < before) {
+      if (after == anchor) {
+        i = count - (count - i) % (i - anchorRound);
+        anchor = kPositions;
+      } else if (++wraps == nextAnchor) {
+        anchor = after;
+        anchorRound = i;
+        nextAnchor *= 2;
+      }
+      continue;
+    }
     const uint64_t moved = after - before;
     uint64_t end;  // rounds that end at or in front of it equal the one just run
     if (pastLimit) {

@@ -13,16 +13,22 @@ namespace {
 // Weight table entries that the record holds; further ones are read and not stored.
 constexpr uint64_t kMaxWeights = sizeof(H264SliceHeaderRecord::luma_weight_l0) / 4;
 
+// Whether a loop of commands may go on behind a round that began at `before`: in front of the limit, which a
+// position that wrapped around has passed.
+bool MayGoOn(const BitReader& bits, uint32_t before) { return !bits.BitsAtEnd() && bits.bitPos > before; }
+
 // One list of ref_pic_list_reordering() of clause 7.3.3.1; the record keeps the last command.
 void ReorderingCommands(SyntaxReader& coder, H264SliceHeaderRecord& header) {
+  uint32_t before;
   do {
+    before = coder.bits.bitPos;
     coder.Ue(header.reordering_of_pic_nums_idc);
     if (header.reordering_of_pic_nums_idc <= 1) {
       coder.Ue(header.abs_diff_pic_num_minus1);
     } else if (header.reordering_of_pic_nums_idc == 2) {
       coder.Ue(header.long_term_pic_num);
     }
-  } while (header.reordering_of_pic_nums_idc != 3 && !coder.bits.BitsAtEnd());
+  } while (header.reordering_of_pic_nums_idc != 3 && MayGoOn(coder.bits, before));
 }
 
 // ref_pic_list_reordering() of clause 7.3.3.1.
@@ -68,7 +74,9 @@ void DecRefPicMarking(SyntaxReader& coder, H264SliceHeaderRecord& header, bool i
   }
   coder.Flag(header.adaptive_ref_pic_marking_mode_flag);
   if (header.adaptive_ref_pic_marking_mode_flag == 0) return;
+  uint32_t before;
   do {
+    before = coder.bits.bitPos;
     coder.Ue(header.memory_management_control_operation);
     switch (header.memory_management_control_operation) {
       case 1:
@@ -88,7 +96,7 @@ void DecRefPicMarking(SyntaxReader& coder, H264SliceHeaderRecord& header, bool i
       default:
         break;
     }
-  } while (header.memory_management_control_operation != 0 && !coder.bits.BitsAtEnd());
+  } while (header.memory_management_control_operation != 0 && MayGoOn(coder.bits, before));
 }
 
 // Bits of slice_group_change_cycle: the binary logarithm of a sum, cut down, where the standard has that of
