@@ -27,7 +27,18 @@ void RunCountedRounds(BitReader& reader, uint64_t count, uint64_t storing, Round
   uint64_t anchorRound = 0;
   uint64_t wraps = 0;
   uint64_t nextAnchor = 1;
-  for (uint64_t i = 0; i < count;) {
+  uint64_t i = 0;
+  const auto wrapped = [&](uint64_t position) {
+    if (position == anchor) {
+      i = count - (count - i) % (i - anchorRound);
+      anchor = kPositions;
+    } else if (++wraps == nextAnchor) {
+      anchor = position;
+      anchorRound = i;
+      nextAnchor *= 2;
+    }
+  };
+  while (i < count) {
     const uint64_t before = reader.bitPos;
     const bool pastLimit = reader.PastLimit();
     round(i);
@@ -35,14 +46,7 @@ void RunCountedRounds(BitReader& reader, uint64_t count, uint64_t storing, Round
     if (i < storing) continue;
     const uint64_t after = reader.bitPos;
     if (after < before) {
-      if (after == anchor) {
-        i = count - (count - i) % (i - anchorRound);
-        anchor = kPositions;
-      } else if (++wraps == nextAnchor) {
-        anchor = after;
-        anchorRound = i;
-        nextAnchor *= 2;
-      }
+      wrapped(after);
       continue;
     }
     const uint64_t moved = after - before;
@@ -58,8 +62,10 @@ void RunCountedRounds(BitReader& reader, uint64_t count, uint64_t storing, Round
     }
     const uint64_t left = count - i;
     const uint64_t skipped = moved == 0 ? left : std::min(left, (end - after) / moved);
-    reader.bitPos = static_cast<uint32_t>(after + skipped * moved);
+    const uint64_t position = after + skipped * moved;
+    reader.bitPos = static_cast<uint32_t>(position);
     i += skipped;
+    if (position == kPositions) wrapped(0);
   }
 }
 
