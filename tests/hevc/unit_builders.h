@@ -34,6 +34,7 @@ inline void AddProfile(BitBuilder& b, const GeneralProfile& p) {
 
 struct VpsParts {
   uint32_t header = 0x4001;
+  uint32_t id = 5;
   uint32_t baseLayerBits = 3;
   uint32_t maxSubLayersMinus1 = 0;
   uint32_t reserved = 0xFFFF;
@@ -51,7 +52,7 @@ struct VpsParts {
 inline BitBuilder VpsBits(const VpsParts& p) {
   BitBuilder b;
   b.u(16, p.header)
-      .u(4, 5)
+      .u(4, p.id)
       .u(2, p.baseLayerBits)
       .u(6, 0)
       .u(3, p.maxSubLayersMinus1)
@@ -72,6 +73,7 @@ inline Bytes Vps(const VpsParts& p = {}) { return VpsBits(p).trailing().bytes();
 
 struct SpsParts {
   uint32_t header = 0x4201;
+  uint32_t id = 0;
   uint32_t maxSubLayersMinus1 = 0;
   GeneralProfile profile;
   Part subLayers = Nothing;
@@ -97,7 +99,7 @@ inline BitBuilder SpsBits(const SpsParts& p) {
   b.u(16, p.header).u(4, 0).u(3, p.maxSubLayersMinus1).u(1, 1);
   AddProfile(b, p.profile);
   p.subLayers(b);
-  b.ue(0);
+  b.ue(p.id);
   p.chroma(b);
   b.ue(p.width).ue(p.height);
   p.window(b);
@@ -119,6 +121,8 @@ inline Bytes Sps(const SpsParts& p = {}) { return SpsBits(p).trailing().bytes();
 
 struct PpsParts {
   uint32_t header = 0x4401;
+  uint32_t id = 0;
+  uint32_t spsId = 0;
   int32_t initQp = -3;
   Part quantization = [](BitBuilder& b) { b.u(1, 0); };
   int32_t cbOffset = 0;
@@ -133,7 +137,7 @@ struct PpsParts {
 
 inline BitBuilder PpsBits(const PpsParts& p) {
   BitBuilder b;
-  b.u(16, p.header).ue(0).ue(0).u(1, 0).u(1, 0).u(3, 5).u(1, 1).u(1, 0).ue(1).ue(2).se(p.initQp);
+  b.u(16, p.header).ue(p.id).ue(p.spsId).u(1, 0).u(1, 0).u(3, 5).u(1, 1).u(1, 0).ue(1).ue(2).se(p.initQp);
   b.u(1, 0).u(1, 1);
   p.quantization(b);
   b.se(p.cbOffset).se(p.crOffset).u(1, 0).u(1, 1).u(1, 0).u(1, 0).u(1, p.tiles).u(1, p.sync);

@@ -68,6 +68,9 @@ const std::set<std::string> kNotKept = {
     "rbsp_alignment_zero_bit",
     "sps_extension_4bits",
     "reserved_zero_2bits",
+    "sps_scaling_list_data_present_flag",
+    "lt_ref_pic_poc_lsb_sps",
+    "used_by_curr_pic_lt_sps_flag",
 };
 
 // Compares a traced unit with a record, in front of the element `until` (empty: all). The last value of a
@@ -96,7 +99,8 @@ void Compare(const TracedUnit& traced, const std::vector<uint32_t>& words, uint3
       continue;
     }
     if (kNotKept.contains(name)) continue;
-    if (name == "matrix_coefficients") name = "matrix_coeffs";  // as the trace spells it
+    if (name == "matrix_coefficients") name = "matrix_coeffs";  // as the trace spells them
+    if (name == "scaling_list_delta_coeff") name = "scaling_list_delta_coef";
     uint32_t index = 0;
     const size_t bracket = element.name.find('[');
     if (bracket != std::string::npos)
@@ -275,6 +279,112 @@ TEST_P(HevcStreams, FrameScan) {
 
 INSTANTIATE_TEST_SUITE_P(All, HevcStreams, testing::ValuesIn(kHevcRecipes),
                          [](const auto& instance) { return std::string(instance.param.name); });
+
+// What the encoder never writes, in sets made by hand that no slice refers to, spliced into a real stream.
+TEST(HevcStream, HandMadeSetsAreReadAsTheIndependentReaderReadsThem) {
+  VpsParts vpsParts;
+  vpsParts.id = 1;
+  vpsParts.timing = [](BitBuilder& b) { b.u(1, 1).u(32, 1001).u(32, 60000).u(1, 1).ue(8).ue(0); };
+  SpsParts spsParts;
+  spsParts.id = 1;
+  spsParts.window = [](BitBuilder& b) { b.u(1, 1).ue(1).ue(2).ue(3).ue(4); };
+  spsParts.scalingLists = [](BitBuilder& b) {
+    b.u(1, 1).u(1, 1);
+    for (int sizeId = 0; sizeId < 4; ++sizeId) {
+      for (int matrix = 0; matrix < (sizeId == 3 ? 2 : 6); ++matrix) {
+        b.u(1, 1);
+        if (sizeId > 1) b.se(-3);
+        for (int i = 0; i < (sizeId == 0 ? 16 : 64); ++i) b.se(i % 3 - 1);
+      }
+    }
+  };
+  spsParts.pcm = [](BitBuilder& b) { b.u(1, 1).u(4, 7).u(4, 6).ue(0).ue(1).u(1, 1); };
+  spsParts.shortTerm = [](BitBuilder& b) {
+    b.ue(2).ue(2).ue(1).ue(0).u(1, 1).ue(3).u(1, 0).ue(1).u(1, 1).u(1, 0).ue(0).ue(1).ue(6).u(1, 1);
+  };
+  spsParts.longTerm = [](BitBuilder& b) { b.u(1, 1).ue(2).u(8, 13).u(1, 1).u(8, 200).u(1, 0); };
+  spsParts.vui = [](BitBuilder& b) {
+    b.u(1, 1).u(1, 1).u(8, 255).u(16, 40).u(16, 33).u(1, 1).u(1, 1);
+    b.u(1, 1).u(3, 5).u(1, 1).u(1, 1).u(8, 9).u(8, 16).u(8, 9).u(1, 1).ue(2).ue(3).u(3, 5);
+    b.u(1, 1).ue(1).ue(2).ue(3).ue(4).u(1, 1).u(32, 1001).u(32, 60000).u(1, 1).ue(7);
+    b.u(1, 1).u(1, 1).u(1, 0).u(1, 0).u(4, 2).u(4, 3).u(15, 0x7ABC);
+    b.u(3, 0).ue(0).ue(1000).ue(2000).u(1, 1);
+    b.u(1, 1).u(3, 7).ue(4).ue(5).ue(6).ue(15).ue(14);
+  };
+  spsParts.extension = [](BitBuilder& b) { b.u(1, 1).u(8, 0x80).u(9, 0x155); };
+  PpsParts ppsParts;
+  ppsParts.id = 1;
+  ppsParts.spsId = 1;
+  ppsParts.tiles = 1;
+  ppsParts.tileSizes = [](BitBuilder& b) { b.ue(1).ue(1).u(1, 0).ue(0).ue(0).u(1, 1); };
+  ppsParts.deblocking = [](BitBuilder& b) { b.u(1, 1).u(1, 1).u(1, 0).se(-4).se(5); };
+  const Bytes vpsUnit = Escaped(Vps(vpsParts));
+  const Bytes spsUnit = Escaped(Sps(spsParts));
+  const Bytes ppsUnit = Escaped(Pps(ppsParts));
+
+  const auto units = SplitByteStream(ReadFile(HevcStream(kHevcRecipes[0])));
+  Bytes stream;
+  for (size_t i = 0; i < units.size(); ++i) {
+    stream = Join({stream, WithStartCode(units[i])});
+    if ((units[i][0] >> 1 & 63u) == 34) {
+      stream = Join({stream, WithStartCode(vpsUnit), WithStartCode(spsUnit), WithStartCode(ppsUnit)});
+    }
+  }
+  const std::string path = MediaPath("hevc_hand_made.hevc");
+  WriteFile(path, stream);
+  const std::vector<TracedUnit> trace = TraceHeaders(path);
+  const auto made = [&](const char* heading, const char* idName) {
+    for (const TracedUnit& unit : trace) {
+      if (unit.heading == heading && unit.value(idName) == 1) return unit;
+    }
+    ADD_FAILURE() << "no " << heading;
+    return TracedUnit{};
+  };
+
+  auto vps = ReadVps(vpsUnit);
+  EXPECT_THAT(vps.messages, IsEmpty());
+  TracedUnit vpsTrace = made("Video Parameter Set", "vps_video_parameter_set_id");
+  for (TracedElement& element : vpsTrace.elements) {
+    if (element.name == "vps_num_ticks_poc_diff_one_minus1") {
+      element.name = "vps_num_ticks_poc_diff_one";  // kept plus 1
+      ++element.value;
+    }
+  }
+  Compare(vpsTrace, Words(vps.record()), 32, "");
+
+  auto sps = ReadSps(spsUnit);
+  EXPECT_THAT(sps.messages, IsEmpty());
+  TracedUnit spsTrace = made("Sequence Parameter Set", "sps_seq_parameter_set_id");
+  // The sets stand in blocks of their own: compared by their order in the trace.
+  std::vector<uint32_t> sets;
+  std::vector<uint32_t> longTerm;
+  std::erase_if(spsTrace.elements, [&](const TracedElement& element) {
+    const std::string name = element.name.substr(0, element.name.find('['));
+    if (name == "lt_ref_pic_poc_lsb_sps") longTerm.push_back(static_cast<uint32_t>(element.value));
+    const bool inSet = name.starts_with("delta_poc_s") || name.starts_with("used_by_curr_pic_s") ||
+                       name == "num_negative_pics" || name == "num_positive_pics" ||
+                       name == "inter_ref_pic_set_prediction_flag";
+    if (inSet && name != "inter_ref_pic_set_prediction_flag")
+      sets.push_back(static_cast<uint32_t>(element.value));
+    return inSet;
+  });
+  Compare(spsTrace, Words(sps.record()), 33, "");
+  const HevcSpsRecord& r = sps.record();
+  EXPECT_THAT(longTerm, testing::ElementsAre(r.long_term_ref_pics[0].lt_ref_pic_poc_lsb_sps,
+                                             r.long_term_ref_pics[1].lt_ref_pic_poc_lsb_sps));
+  const HevcShortTermRps& a = r.st_ref_pic_set[0];
+  const HevcShortTermRps& b = r.st_ref_pic_set[1];
+  EXPECT_THAT(sets,
+              testing::ElementsAre(a.num_negative_pics, a.num_positive_pics, a.delta_poc_s0_minus1[0],
+                                   a.used_by_curr_pic_s0_flag[0], a.delta_poc_s0_minus1[1],
+                                   a.used_by_curr_pic_s0_flag[1], a.delta_poc_s1_minus1[0],
+                                   a.used_by_curr_pic_s1_flag[0], b.num_negative_pics, b.num_positive_pics,
+                                   b.delta_poc_s1_minus1[0], b.used_by_curr_pic_s1_flag[0]));
+
+  auto pps = ReadPps(ppsUnit);
+  EXPECT_THAT(pps.messages, IsEmpty());
+  Compare(made("Picture Parameter Set", "pps_pic_parameter_set_id"), Words(pps.record()), 34, "");
+}
 
 TEST(HevcStream, TheWritersScanLeavesARawPatternNearTheEnd) {
   const auto units = SplitByteStream(ReadFile(HevcStream(kHevcRecipes[0])));
