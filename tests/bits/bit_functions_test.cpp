@@ -187,9 +187,10 @@ TEST(InnerReader, BytesBehindTheCopyAreZeroWhateverTheLimit) {
   Random random(4);
   for (int round = 0; round < 50000; ++round) {
     const Bytes bytes = random.zeroRichBytes(random.below(12));
-    ExactCopy copy(bytes);
+    const size_t zerosBehind = random.below(2) * 16;
+    ExactCopy copy(bytes, zerosBehind);
     const uint32_t bitLength = static_cast<uint32_t>(random.below(300));
-    BitReader reader(copy.data(), copy.size(), bitLength);
+    BitReader reader(copy.data(), copy.size(), bitLength, 0, zerosBehind);
     BitModel model{bytes, bitLength, 0};
     for (int step = 0; step < 6; ++step) {
       const int32_t count = static_cast<int32_t>(random.below(80));

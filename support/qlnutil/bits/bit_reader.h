@@ -20,8 +20,15 @@ class BitReader {
   uint32_t bitLength = 0;  // the limit: bits above it read as 0xFFFFFFFF, the one at it is real
   uint32_t bitPos = 0;
 
-  BitReader(const uint8_t* data, uint64_t byteCount, uint32_t limit, uint32_t position = 0)
-      : bitLength(limit), bitPos(position), data_(data), byteCount_(byteCount) {}
+  // zerosBehind: zero bytes that stand behind the byteCount ones and may be read; whole words are then loaded
+  // up to the end of the data.
+  BitReader(const uint8_t* data, uint64_t byteCount, uint32_t limit, uint32_t position = 0,
+            uint64_t zerosBehind = 0)
+      : bitLength(limit),
+        bitPos(position),
+        data_(data),
+        byteCount_(byteCount),
+        readable_(byteCount + zerosBehind) {}
 
   // Over the bytes that the exported functions may look at: up to the one that holds bit bitLength.
   explicit BitReader(const QLNBitState& state)
@@ -71,11 +78,11 @@ class BitReader {
 
   uint32_t ReadUe() {
     const uint32_t p = bitPos;
-    // The usual code: at most 28 leading zeros, wholly in front of the limit and inside one load.
-    if (uint64_t{p} + 57 <= bitLength && (uint64_t{p} >> 3) + 8 <= byteCount_) {
+    // The usual code: at most 28 leading zeros, inside one load, no bit of it past the limit.
+    if ((uint64_t{p} >> 3) + 8 <= readable_) {
       const uint64_t bits = Load64(p >> 3) << (p & 7);
       const int zeros = std::countl_zero(bits);
-      if (zeros <= 28) {
+      if (zeros <= 28 && uint64_t{p} + 2 * static_cast<uint64_t>(zeros) <= bitLength) {
         bitPos = p + 2 * static_cast<uint32_t>(zeros) + 1;
         return static_cast<uint32_t>((bits >> (63 - 2 * zeros)) - 1);
       }
@@ -117,6 +124,7 @@ class BitReader {
  private:
   const uint8_t* data_;
   uint64_t byteCount_;
+  uint64_t readable_;
 
   uint32_t ByteAt(uint64_t index) const { return index < byteCount_ ? data_[index] : 0u; }
 
@@ -133,7 +141,7 @@ class BitReader {
   uint32_t Extract(uint64_t p, uint32_t count) const {
     const uint64_t index = p >> 3;
     uint64_t word;
-    if (index + 8 <= byteCount_) {
+    if (index + 8 <= readable_) {
       word = Load64(index);
     } else {
       word = 0;

@@ -32,8 +32,8 @@ size_t RemoveEmulationPrevention(uint8_t* destination, const uint8_t* source, si
     copied = p + 3;
     ++removed;
   }
-  std::memmove(out, copied, static_cast<size_t>(end - copied));
-  std::memset(destination + (size - removed), policy.keepsSize ? lastByte : 0, removed);
+  if (out != copied) std::memmove(out, copied, static_cast<size_t>(end - copied));
+  if (removed != 0) std::memset(destination + (size - removed), policy.keepsSize ? lastByte : 0, removed);
   return removed;
 }
 

@@ -1,6 +1,7 @@
 // Walks the units of a frame for its parameter sets, and finds single units in it.
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 #include "qlnutil/h264/avcc.h"
@@ -103,8 +104,9 @@ class FrameScan {
 
   void VisitSlice(uint64_t size, uint32_t type) {
     if (outputs_.sps == nullptr || outputs_.pps == nullptr) return;
+    // The walk reads back none of the words from the weights on before it has stored them.
     H264SliceHeaderRecord header;
-    std::memset(&header, 0, sizeof header);
+    std::memset(&header, 0, offsetof(H264SliceHeaderRecord, luma_weight_l0));
     // Only the PPS record's rbsp_stop_one_bit outlives the call.
     ReadSliceHeader(UnitBytes::UpTo(cur_ + prefix_, size, end_), &header, *outputs_.sps, outputs_.pps, type);
   }

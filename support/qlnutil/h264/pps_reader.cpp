@@ -78,7 +78,7 @@ bool ReadPps(const UnitBytes& unit, uint32_t bitLength, uint32_t* bitPos, H264Pp
   unit.CopyTo(copy.data(), unit.size);
   RemoveEmulationPrevention(copy.data(), copy.data(), unit.size, kRemovalH264Pps);
 
-  SyntaxReader coder{BitReader(copy.data(), unit.size, bitLength, *bitPos)};
+  SyntaxReader coder{BitReader(copy.data(), unit.size, bitLength, *bitPos, kCopySlack)};
   PpsSyntax(coder, *pps);
   *bitPos = (coder.bits.bitPos + 7) & ~7u;
   return true;

@@ -34,7 +34,7 @@ HevcUnit::HevcUnit(const QLNBitState& state, uint32_t lengthBits, const HevcRead
     nalType_ = copy_.data()[0] >> 1 & 0x3Fu;
   }
   const uint32_t limit = lengthBits_ - 8 * static_cast<uint32_t>(removed);
-  bits_.emplace(copy_.data(), present - removed, limit, 7);
+  bits_.emplace(copy_.data(), present - removed, limit, 7, kCopySlack);
 }
 
 void HevcUnit::CheckTrailingBits() {
