@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <span>
 #include <string_view>
 
 #include "kxutil/kxutil.h"
+#include "qlnutil/format/sorted_search.h"
 #include "qlnutil/qlnformat.h"
 
 namespace {
@@ -270,7 +272,7 @@ const char* NameOfClass(uint32_t fourcc) {
 }  // namespace
 
 const char* qlnutilCodecTypeString(uint32_t fourcc) {
-  const Codec* found = std::lower_bound(kCodecs.begin(), kCodecs.end(), fourcc,
-                                        [](const Codec& row, uint32_t code) { return row.code < code; });
-  return found != kCodecs.end() && found->code == fourcc ? found->name : NameOfClass(fourcc);
+  const size_t index =
+      qln::CountBefore(std::span(kCodecs), [fourcc](const Codec& row) { return row.code < fourcc; });
+  return index < kCodecCount && kCodecs[index].code == fourcc ? kCodecs[index].name : NameOfClass(fourcc);
 }

@@ -1,6 +1,10 @@
 // From rate and raster to a signal format word: ordered rules in blocks of rate, and the word built from its
 // parts where none of them matches.
 
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstddef>
 #include <iterator>
 #include <limits>
 #include <span>
@@ -56,74 +60,43 @@ enum Heights : uint32_t {
   kAnyHeight = 1u << 17,
 };
 
-uint32_t WidthClasses(uint32_t w) {
-  const uint32_t always = kAnyWidth | (w <= 720 ? kWUpTo720 : 0u);
-  switch (w) {
-    case 320:
-      return always | kW320;
-    case 352:
-      return always | kW352;
-    case 360:
-      return always | kW360;
-    case 640:
-      return always | kW640;
-    case 704:
-      return always | kW704;
-    case 720:
-      return always | kW720;
-    case 768:
-      return always | kW768;
-    case 960:
-      return always | kW960;
-    case 1024:
-      return always | kW1024;
-    case 1048:
-      return always | kW1048;
-    case 1280:
-      return always | kW1280;
-    case 1440:
-      return always | kW1440;
-    case 1920:
-      return always | kW1920;
-    case 2048:
-      return always | kW2048;
-    case 3840:
-      return always | kW3840;
-    case 7680:
-      return always | kW7680;
-    default:
-      return always;
-  }
-}
+struct SizeRange {
+  uint32_t classes;
+  uint32_t first;
+  uint32_t last;
+};
 
-uint32_t HeightClasses(uint32_t h) {
-  uint32_t classes = kAnyHeight;
-  const auto add = [&](bool belongs, Heights heightClass) { classes |= belongs ? heightClass : 0u; };
-  if (h < 1126) {
-    classes |= kHBelow1126;
-    add(h <= 625, kHUpTo625);
-    add(h >= 480 && h <= 512, kH480To512);
-    add(h == 540, kH540);
-    add(h == 576, kH576);
-    add(h >= 720 && h <= 740, kH720To740);
-    add(h >= 1034, kH1034To1125);
-    add(h == 1035 || h == 1036, kH1035Or1036);
-    add(h >= 1037 && h <= 1124, kH1037To1124);
-    add(h == 1080, kH1080);
-    add(h >= 1080, kH1080To1125);
-    add(h == 1080 || h == 1088 || h == 1092 || h == 1112 || h == 1114, kHHd);
-  } else {
-    add(h == 1536, kH1536);
-    add(h >= 1556, kHFrom1556);
-    add(h == 1556 || h == 1588, kH1556Or1588);
-    add(h >= 2160, kHFrom2160);
-    add(h >= 4320, kHFrom4320);
+constexpr uint32_t kNoEnd = 0xFFFFFFFF;
+
+constexpr SizeRange kWidthRanges[] = {
+    {kW320, 320, 320},    {kW352, 352, 352},      {kW360, 360, 360},    {kW640, 640, 640},
+    {kW704, 704, 704},    {kW720, 720, 720},      {kW768, 768, 768},    {kW960, 960, 960},
+    {kW1024, 1024, 1024}, {kW1048, 1048, 1048},   {kW1280, 1280, 1280}, {kW1440, 1440, 1440},
+    {kW1920, 1920, 1920}, {kW2048, 2048, 2048},   {kW3840, 3840, 3840}, {kW7680, 7680, 7680},
+    {kWUpTo720, 0, 720},  {kAnyWidth, 0, kNoEnd},
+};
+
+constexpr SizeRange kHeightRanges[] = {
+    {kHUpTo625, 0, 625},         {kH480To512, 480, 512},     {kH540, 540, 540},
+    {kH576, 576, 576},           {kH720To740, 720, 740},     {kH1034To1125, 1034, 1125},
+    {kH1035Or1036, 1035, 1036},  {kH1037To1124, 1037, 1124}, {kH1080To1125, 1080, 1125},
+    {kH1080 | kHHd, 1080, 1080}, {kHHd, 1088, 1088},         {kHHd, 1092, 1092},
+    {kHHd, 1112, 1112},          {kHHd, 1114, 1114},         {kHBelow1126, 0, 1125},
+    {kH1536, 1536, 1536},        {kHFrom1556, 1556, kNoEnd}, {kH1556Or1588, 1556, 1556},
+    {kH1556Or1588, 1588, 1588},  {kHFrom2160, 2160, kNoEnd}, {kHFrom4320, 4320, kNoEnd},
+    {kAnyHeight, 0, kNoEnd},
+};
+
+template <size_t kCount>
+constexpr uint32_t ClassesOf(uint32_t size, const SizeRange (&ranges)[kCount]) {
+  uint32_t classes = 0;
+  for (const SizeRange& range : ranges) {
+    if (size >= range.first && size <= range.last) classes |= range.classes;
   }
   return classes;
 }
 
-// ---- The rules: within a block of rates they run from the top, and the first that matches gives the word.
-// --
+// ---- The rules: within a block of rates they run from the top; the first that matches gives the word. ----
 
 struct Rule {
   constexpr Rule(uint32_t h, uint32_t w, QLNSignalFormat always)
@@ -260,6 +233,113 @@ constexpr RateBlock kBlocks[] = {
     {29.0, From::kExcluded, 30.0, kRules29}, {30.0, From::kIncluded, 30.9, kRules30},
 };
 
+constexpr uint32_t kFirstOpenRate = 60;  // from here on only the block without a limit is left
+
+// The blocks that hold rates of a whole part, a bit each; the whole parts from kFirstOpenRate on share one
+// place.
+constexpr auto kBlocksByWholePart = [] {
+  std::array<uint16_t, kFirstOpenRate + 1> blocks{};
+  for (uint32_t whole = 0; whole <= kFirstOpenRate; ++whole) {
+    for (size_t i = 0; i < std::size(kBlocks); ++i) {
+      if (kBlocks[i].from < whole + 1 && !(kBlocks[i].below <= whole))
+        blocks[whole] = static_cast<uint16_t>(blocks[whole] | 1u << i);
+    }
+  }
+  return blocks;
+}();
+
+// Blocks that may hold a rate, in their order. Not-a-number is in none.
+uint32_t BlocksNear(double r) {
+  if (!(r < kFirstOpenRate)) return r >= kFirstOpenRate ? kBlocksByWholePart[kFirstOpenRate] : 0u;
+  return kBlocksByWholePart[static_cast<size_t>(r)];
+}
+
+// ---- The rules prepared for a call: those that a width allows and those that a height does, a bit each.
+// ----
+
+// Hosts ask for every frame, and a load for each of the two is quicker than a chain of tests.
+
+constexpr size_t kMostRules = 16;
+constexpr size_t kMostKinds = 32;
+
+// Sizes of the same classes are of one kind.
+template <size_t kCount>
+struct Kinds {
+  std::array<uint8_t, kCount> kindOf{};
+  std::array<uint32_t, kMostKinds> classes{};
+};
+
+template <size_t kCount, class SizeOfIndex, size_t kRanges>
+consteval Kinds<kCount> MakeKinds(SizeOfIndex sizeOfIndex, const SizeRange (&ranges)[kRanges]) {
+  Kinds<kCount> kinds;
+  size_t known = 0;
+  for (uint32_t i = 0; i < kCount; ++i) {
+    const uint32_t classes = ClassesOf(sizeOfIndex(i), ranges);
+    size_t kind = 0;
+    while (kind < known && kinds.classes[kind] != classes) ++kind;
+    if (kind == known) kinds.classes.at(known++) = classes;
+    kinds.kindOf[i] = static_cast<uint8_t>(kind);
+  }
+  return kinds;
+}
+
+// Named widths are multiples of 8. Two widths that no rule names stand for all that are left.
+constexpr uint32_t kWidthStep = 8;
+constexpr uint32_t kLastNamedWidth = 7680;
+constexpr uint32_t kOtherUpTo720 = 8;
+constexpr uint32_t kOtherWidth = 728;
+
+static_assert(std::all_of(std::begin(kWidthRanges), std::end(kWidthRanges), [](const SizeRange& range) {
+  return range.first != range.last || (range.first % kWidthStep == 0 && range.first <= kLastNamedWidth);
+}));
+
+constexpr auto kWidthKinds = MakeKinds<kLastNamedWidth / kWidthStep + 1>(
+    [](uint32_t index) { return index * kWidthStep; }, kWidthRanges);
+
+// Heights from here on differ at two borders only.
+constexpr uint32_t kTabledHeights = 1600;
+constexpr uint32_t kHeightBorders[] = {2160, 4320};
+
+constexpr auto kHeightKinds = MakeKinds<kTabledHeights + 1 + std::size(kHeightBorders)>(
+    [](uint32_t index) {
+      return index <= kTabledHeights ? index : kHeightBorders[index - kTabledHeights - 1];
+    },
+    kHeightRanges);
+
+size_t WidthKind(uint32_t w) {
+  if (w % kWidthStep != 0 || w > kLastNamedWidth) w = w <= 720 ? kOtherUpTo720 : kOtherWidth;
+  return kWidthKinds.kindOf[w / kWidthStep];
+}
+
+size_t HeightKind(uint32_t h) {
+  uint32_t index = h;
+  if (h > kTabledHeights) {
+    index = kTabledHeights;
+    for (const uint32_t border : kHeightBorders) index += h >= border;
+  }
+  return kHeightKinds.kindOf[index];
+}
+
+struct AllowedRules {
+  std::array<uint16_t, kMostKinds> ofWidth{};
+  std::array<uint16_t, kMostKinds> ofHeight{};
+};
+
+constexpr auto kAllowedRules = [] {
+  std::array<AllowedRules, std::size(kBlocks)> blocks{};
+  for (size_t b = 0; b < blocks.size(); ++b) {
+    for (size_t i = 0; i < kBlocks[b].rules.size(); ++i) {
+      if (i >= kMostRules) throw "too many rules in a block";
+      const auto bit = static_cast<uint16_t>(1u << i);
+      for (size_t kind = 0; kind < kMostKinds; ++kind) {
+        if ((kBlocks[b].rules[i].widths & kWidthKinds.classes[kind]) != 0) blocks[b].ofWidth[kind] |= bit;
+        if ((kBlocks[b].rules[i].heights & kHeightKinds.classes[kind]) != 0) blocks[b].ofHeight[kind] |= bit;
+      }
+    }
+  }
+  return blocks;
+}();
+
 // ---- The word built from its parts, where no rule matches. ----
 
 constexpr bool HasSdRateField(uint32_t k) {
@@ -326,13 +406,16 @@ QLNSignalFormat vidGetSignalFormat(uint32_t rate, uint32_t scale, uint32_t width
   static_assert(std::numeric_limits<double>::is_iec559, "a scale of 0 gives an infinite rate");
   const double r = static_cast<double>(rate) / static_cast<double>(scale);
   const uint32_t h = qln::AbsoluteHeight(height);
-  const uint32_t widths = WidthClasses(width);
-  const uint32_t heights = HeightClasses(h);
-  for (const RateBlock& block : kBlocks) {
-    if (!block.Contains(r)) continue;
-    for (const Rule& rule : block.rules) {
-      if ((rule.widths & widths) != 0 && (rule.heights & heights) != 0)
-        return progressive != 0 ? rule.progressive : rule.otherwise;
+  const size_t widthKind = WidthKind(width);
+  const size_t heightKind = HeightKind(h);
+  for (uint32_t blocks = BlocksNear(r); blocks != 0; blocks &= blocks - 1) {
+    const auto block = static_cast<size_t>(std::countr_zero(blocks));
+    if (!kBlocks[block].Contains(r)) continue;
+    const uint32_t matches =
+        kAllowedRules[block].ofWidth[widthKind] & kAllowedRules[block].ofHeight[heightKind];
+    if (matches != 0) {
+      const Rule& rule = kBlocks[block].rules[static_cast<size_t>(std::countr_zero(matches))];
+      return progressive != 0 ? rule.progressive : rule.otherwise;
     }
   }
   return BuildFromParts(r, width, h);

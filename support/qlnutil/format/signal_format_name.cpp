@@ -4,10 +4,12 @@
 #include <array>
 #include <charconv>
 #include <cstring>
+#include <span>
 #include <string_view>
 
 #include "qlnutil/format/rates.h"
 #include "qlnutil/format/signal_format.h"
+#include "qlnutil/format/sorted_search.h"
 #include "qlnutil/qlnformat.h"
 
 namespace {
@@ -144,10 +146,9 @@ static_assert(std::is_sorted(std::begin(kFixedNames), std::end(kFixedNames),
                              [](const FixedName& a, const FixedName& b) { return a.word < b.word; }));
 
 const FixedName* FindFixedName(QLNSignalFormat format) {
-  const FixedName* found =
-      std::lower_bound(std::begin(kFixedNames), std::end(kFixedNames), format,
-                       [](const FixedName& row, QLNSignalFormat word) { return row.word < word; });
-  return found != std::end(kFixedNames) && found->word == format ? found : nullptr;
+  const size_t index =
+      qln::CountBefore(std::span(kFixedNames), [format](const FixedName& row) { return row.word < format; });
+  return index < std::size(kFixedNames) && kFixedNames[index].word == format ? &kFixedNames[index] : nullptr;
 }
 
 std::string_view RateText(uint32_t rateField) {

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <span>
 
+#include "qlnutil/format/sorted_search.h"
 #include "qlnutil/qlnformat.h"
 
 namespace {
@@ -64,7 +66,7 @@ uint32_t vidGetSizeFromToken(uint32_t token) {
 
 uint32_t vidGetTokenFromSize(uint32_t size) {
   if (size < kSmallestSize || size > kLargestSize) return QLN_SIZE_UNKNOWN;
-  const Threshold* above = std::upper_bound(std::begin(kThresholds), std::end(kThresholds), size,
-                                            [](uint32_t s, const Threshold& row) { return s < row.size; });
-  return std::prev(above)->token;
+  const size_t reached =
+      qln::CountBefore(std::span(kThresholds), [size](const Threshold& row) { return row.size <= size; });
+  return kThresholds[reached - 1].token;
 }
