@@ -254,8 +254,7 @@ uint32_t BlocksNear(double r) {
   return kBlocksByWholePart[static_cast<size_t>(r)];
 }
 
-// ---- The rules prepared for a call: those that a width allows and those that a height does, a bit each.
-// ----
+// ---- The rules prepared for a call: those that a width and those that a height allows, a bit each. ----
 
 // Hosts ask for every frame, and a load for each of the two is quicker than a chain of tests.
 
