@@ -1,0 +1,496 @@
+// The interlace rewrite: what becomes of every unit, the SEI in front of slices, fields, and a full
+// destination.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "hevc/unit_builders.h"
+#include "inband/test_frame.h"
+#include "qlnutil/inband/hevc_timing_sei.h"
+#include "qlnutil/inband/picture_delays.h"
+#include "qlnutil/qlninband.h"
+
+namespace qln {
+namespace {
+
+using test::BitBuilder;
+using test::Bytes;
+using test::Escaped;
+using test::Hex;
+using test::Join;
+using test::MessageCapture;
+using test::PpsParts;
+using test::Sps;
+using test::SpsParts;
+using test::TestFrame;
+using test::Vps;
+using test::VpsParts;
+using test::WithStartCode;
+using testing::IsEmpty;
+
+const Bytes kAud = WithStartCode(Hex("46 01 50"));
+const Bytes kSlice = WithStartCode(Hex("26 01 AF 09 40 F3 28"));
+const Bytes kInterSlice = WithStartCode(Hex("02 01 D0 11 22 33 44"));
+
+// Source flags of the profile: progressive, interlaced, non-packed, frame-only in the four top bits of 48.
+constexpr uint64_t kProgressive = 0x900000000000;
+constexpr uint64_t kInterlaced = 0x400000000000;
+
+VpsParts VpsOf(uint64_t constraints) {
+  VpsParts parts;
+  parts.profile.constraints = constraints;
+  return parts;
+}
+
+struct SpsForm {
+  uint64_t constraints = kProgressive;
+  uint32_t width = 1920, height = 1080;
+  bool vui = true;
+  bool sar = false;  // 1:2, extended
+  bool description = true;
+  uint32_t primaries = 1, transfer = 1, matrix = 1;
+  uint32_t fieldSeq = 0, fieldInfo = 0;
+  int window = -1;  // bottom offset, -1 for no window
+};
+
+Bytes SpsOf(const SpsForm& form) {
+  SpsParts parts;
+  parts.profile.constraints = form.constraints;
+  parts.width = form.width;
+  parts.height = form.height;
+  parts.window = [=](BitBuilder& b) {
+    b.u(1, form.window >= 0 ? 1 : 0);
+    if (form.window >= 0) b.ue(0).ue(0).ue(0).ue(static_cast<uint32_t>(form.window));
+  };
+  parts.vui = [=](BitBuilder& b) {
+    b.u(1, form.vui ? 1 : 0);
+    if (!form.vui) return;
+    b.u(1, form.sar ? 1 : 0);
+    if (form.sar) b.u(8, 255).u(16, 1).u(16, 2);
+    b.u(1, 0).u(1, form.description ? 1 : 0);
+    if (form.description)
+      b.u(3, 0).u(1, 0).u(1, 1).u(8, form.primaries).u(8, form.transfer).u(8, form.matrix);
+    b.u(1, 0).u(1, 0).u(1, form.fieldSeq).u(1, form.fieldInfo).u(1, 0).u(1, 0).u(1, 0);
+  };
+  return WithStartCode(Escaped(Sps(parts)));
+}
+
+Bytes VpsUnit(uint64_t constraints) { return WithStartCode(Escaped(Vps(VpsOf(constraints)))); }
+
+Bytes PpsUnit() {
+  PpsParts parts;  // offsets without positive values, which do not survive
+  return WithStartCode(Escaped(test::Pps(parts)));
+}
+
+HevcSpsRecord Host() {
+  HevcSpsRecord sps = {};
+  sps.frame_field_info_present_flag = 1;
+  sps.vui_time_scale = 25;
+  sps.vui_num_units_in_tick = 1;
+  sps.transfer_characteristics = 1;
+  return sps;
+}
+
+struct Result {
+  uint32_t count;
+  Bytes frame;
+  uint32_t secondFieldOffset;
+  std::vector<std::string> messages;
+};
+
+struct Situation {
+  HevcSpsRecord host = Host();
+  int secondField = -1;              // offset of the second field, -1 for a frame of one
+  uint32_t frameType = 0x80000000u;  // of the destination
+  uint32_t sourceColor = 0, destinationColor = 0;
+  uint32_t capacity = 0;  // told for the destination; 0 trusts it
+};
+
+Result Rewrite(const Bytes& bytes, const Situation& setup = {}) {
+  TestFrame source(bytes, bytes.size());
+  source->timeCodeA = 77;
+  source->colorFlags = setup.sourceColor;
+  if (setup.secondField >= 0) {
+    source->fieldFlags = 0x60000;
+    source->secondFieldOffset = static_cast<uint32_t>(setup.secondField);
+  }
+  TestFrame destination({}, setup.capacity != 0 ? setup.capacity : bytes.size() + 400);
+  destination->frameCapacity = setup.capacity;
+  destination->timeCodeA = 26;
+  destination->frameType = setup.frameType;
+  destination->colorFlags = setup.destinationColor;
+  destination->secondFieldOffset = 0xABCD;
+  MessageCapture capture;
+  const uint32_t count = qlnutilSetFrameInterlaced(source.get(), destination.get(), &setup.host, 5);
+  EXPECT_EQ(source.bytes(), bytes);
+  return {count, destination.bytes(), destination->secondFieldOffset, capture.texts()};
+}
+
+// pic_timing without HRD, and the timecode 26 at 25 of the destination.
+Bytes Timing(uint32_t picStruct, uint32_t scanType) {
+  BitBuilder bits;
+  bits.u(32, 1).u(16, 0x4E01).u(8, 1).u(8, 1).u(4, picStruct).u(2, scanType).u(1, 0).trailing().trailing();
+  return bits.bytes();
+}
+
+Bytes TimeCode() {
+  BitBuilder bits;
+  bits.u(2, 1)
+      .u(1, 1)
+      .u(1, 0)
+      .u(5, 0)
+      .u(1, 1)
+      .u(1, 0)
+      .u(1, 0)
+      .u(9, 1)
+      .u(6, 1)
+      .u(6, 0)
+      .u(5, 0)
+      .u(5, 0)
+      .trailing();
+  Bytes payload = bits.bytes();
+  payload.push_back(0x80);
+  return Join({Hex("00 00 00 01"), Escaped(Join({Hex("4E 01 88 06"), payload}))});
+}
+
+TEST(SetFrameInterlaced, WritesAProgressiveFrame) {
+  const SpsForm before{.constraints = kInterlaced, .fieldSeq = 1};
+  const SpsForm after{.constraints = kProgressive, .fieldInfo = 1};
+  const Result result =
+      Rewrite(Join({kAud, VpsUnit(kInterlaced), SpsOf(before), PpsUnit(), kInterSlice, kInterSlice}));
+  EXPECT_EQ(result.count, 6u);
+  EXPECT_EQ(result.frame, Join({kAud, VpsUnit(kInterlaced), SpsOf(after), PpsUnit(), Timing(0, 1), TimeCode(),
+                                kInterSlice, kInterSlice}));
+  EXPECT_EQ(result.secondFieldOffset, 0xABCDu);
+  EXPECT_THAT(result.messages, IsEmpty());
+}
+
+TEST(SetFrameInterlaced, WritesFields) {
+  const SpsForm before{.height = 544};
+  const SpsForm after{
+      .constraints = kInterlaced, .height = 544, .sar = true, .fieldSeq = 1, .fieldInfo = 1, .window = 2};
+  const Bytes first = Join({kAud, VpsUnit(kProgressive), SpsOf(before), PpsUnit(), kInterSlice});
+  const Bytes second = Join({kInterSlice, kInterSlice});
+  const Result result = Rewrite(Join({first, second}), {.secondField = static_cast<int>(first.size())});
+  const Bytes firstOut =
+      Join({kAud, VpsUnit(kInterlaced), SpsOf(after), PpsUnit(), Timing(11, 0), TimeCode(), kInterSlice});
+  EXPECT_EQ(result.frame, Join({firstOut, Timing(10, 0), TimeCode(), kInterSlice, kInterSlice}));
+  EXPECT_EQ(result.secondFieldOffset, firstOut.size());
+  EXPECT_EQ(result.count, 7u);
+}
+
+TEST(SetFrameInterlaced, KeepsAnInterlacedSource) {
+  const SpsForm sps{.constraints = kInterlaced, .height = 544};
+  const Bytes first = Join({VpsUnit(kInterlaced), SpsOf(sps), kInterSlice});
+  const Result result = Rewrite(Join({first, kInterSlice}), {.secondField = static_cast<int>(first.size())});
+  EXPECT_EQ(result.frame, Join({VpsUnit(kInterlaced), SpsOf(sps), Timing(11, 0), TimeCode(), kInterSlice,
+                                Timing(10, 0), TimeCode(), kInterSlice}));
+}
+
+TEST(SetFrameInterlaced, GivesTheWindowTo1920By544Only) {
+  const auto fieldSps = [](const SpsForm& form) {
+    const Bytes bytes = Join({SpsOf(form), kInterSlice});
+    const Result result = Rewrite(bytes, {.secondField = static_cast<int>(bytes.size())});
+    const Bytes tail = Join({Timing(11, 0), TimeCode(), kInterSlice});
+    return Bytes(result.frame.begin(), result.frame.end() - static_cast<std::ptrdiff_t>(tail.size()));
+  };
+  SpsForm after{
+      .constraints = kInterlaced, .height = 544, .sar = true, .fieldSeq = 1, .fieldInfo = 1, .window = 4};
+  EXPECT_EQ(fieldSps({.height = 544, .window = 4}), SpsOf(after));
+  after.window = -1;
+  after.height = 540;
+  EXPECT_EQ(fieldSps({.height = 540}), SpsOf(after));
+  after.width = 1440;
+  after.height = 544;
+  EXPECT_EQ(fieldSps({.width = 1440, .height = 544}), SpsOf(after));
+}
+
+TEST(SetFrameInterlaced, SuppliesColourByRaster) {
+  struct Case {
+    uint32_t width, height, depthMinus8, sourceColor, primaries, transfer, matrix;
+  };
+  const Case cases[] = {
+      {720, 576, 0, 0, 5, 5, 5},         {1912, 576, 0, 0, 5, 5, 5},        {720, 568, 0, 0, 6, 6, 6},
+      {1920, 1080, 0, 0, 1, 1, 1},       {1920, 64, 2, 0, 1, 1, 1},         {3832, 2160, 2, 0, 1, 1, 1},
+      {3840, 2160, 2, 0, 9, 14, 9},      {3840, 2160, 0, 0, 9, 16, 9},      {3840, 2160, 2, 0x20, 9, 16, 9},
+      {3840, 2160, 2, 0x2000, 9, 16, 9}, {3840, 2160, 2, 0x001C, 9, 14, 9}, {7680, 4320, 2, 0, 9, 14, 9},
+  };
+  for (const Case& c : cases) {
+    Situation setup;
+    setup.host.bit_depth_luma_minus8 = c.depthMinus8;
+    setup.sourceColor = c.sourceColor;
+    const SpsForm before{.width = c.width, .height = c.height, .vui = false, .description = false};
+    const SpsForm after{.width = c.width,
+                        .height = c.height,
+                        .primaries = c.primaries,
+                        .transfer = c.transfer,
+                        .matrix = c.matrix,
+                        .fieldInfo = 1};
+    EXPECT_EQ(Rewrite(SpsOf(before), setup).frame, SpsOf(after)) << c.width << "x" << c.height;
+  }
+}
+
+TEST(SetFrameInterlaced, DropsEverythingElse) {
+  Bytes all, kept;
+  for (int type = 0; type < 64; ++type) {
+    if (type >= 32 && type <= 34) continue;
+    const Bytes unit = WithStartCode({static_cast<uint8_t>(type << 1), 0x01, 0xAF, 0x11});
+    all = Join({all, unit});
+    if (type == 0) kept = Join({kept, Timing(0, 1), TimeCode()});
+    if (type <= 9 || (type >= 16 && type <= 21) || type == 35) kept = Join({kept, unit});
+  }
+  const Result result = Rewrite(all);
+  EXPECT_EQ(result.count, 61u);
+  EXPECT_EQ(result.frame, kept);
+}
+
+TEST(SetFrameInterlaced, KeepsADelimiterAndMakesNone) {
+  EXPECT_EQ(Rewrite(Join({kAud, kInterSlice})).frame, Join({kAud, Timing(0, 1), TimeCode(), kInterSlice}));
+  EXPECT_EQ(Rewrite(kInterSlice).frame, Join({Timing(0, 1), TimeCode(), kInterSlice}));
+}
+
+TEST(SetFrameInterlaced, GivesSlices4ByteStartCodes) {
+  const Bytes slice = Hex("02 01 D0 11 22 33 44");
+  const Bytes aud = WithStartCode(Hex("46 01 50"), 3);
+  EXPECT_EQ(Rewrite(Join({aud, WithStartCode(slice, 3), WithStartCode(slice, 3)})).frame,
+            Join({aud, Timing(0, 1), TimeCode(), WithStartCode(slice), WithStartCode(slice)}));
+}
+
+TEST(SetFrameInterlaced, ReadsSetsOneByteLateBehind3ByteCodes) {
+  // 00 00 01 and then a set: the reader begins at the second header byte and refuses; what the zeroed record
+  // holds is written behind a code of the same length.
+  const Bytes vps = Escaped(Vps());
+  const Result result = Rewrite(Join({WithStartCode(vps, 3), kInterSlice}));
+  ASSERT_FALSE(result.messages.empty());
+  EXPECT_EQ(result.messages[0].substr(0, 13), "Not a vps NAL");
+  EXPECT_EQ(test::ToHex(result.frame.data(), 5), "00 00 01 40 01");
+  // The unit may be the last one: no byte behind the frame is looked at.
+  EXPECT_EQ(Rewrite(WithStartCode(vps, 3)).count, 1u);
+}
+
+TEST(SetFrameInterlaced, WritesColourSeiInIntraPictures) {
+  const Bytes atc = Hex("00 00 00 01 4E 01 04 08 B5 00 31 44 54 47 31 01 80");
+  Situation setup;
+  setup.frameType = 0x10000000u;
+  EXPECT_EQ(Rewrite(kSlice, setup).frame, Join({Timing(0, 1), TimeCode(), atc, kSlice}));
+  // Once a pass.
+  const auto cut = static_cast<int>(kSlice.size());
+  Situation fields = setup;
+  fields.secondField = cut;
+  EXPECT_EQ(Rewrite(Join({kSlice, kSlice, kSlice}), fields).frame,
+            Join({Timing(11, 0), TimeCode(), atc, kSlice, Timing(10, 0), TimeCode(), atc, kSlice, kSlice}));
+  for (const uint32_t type : {0u, 0x20000000u, 0x80000000u, 0xB0000000u}) {
+    Situation other = setup;
+    other.frameType = type;
+    EXPECT_EQ(Rewrite(kSlice, other).frame, Join({Timing(0, 1), TimeCode(), kSlice})) << type;
+  }
+  Situation withBits = setup;
+  withBits.frameType = 0x5FFFFFFFu & ~0xA0000000u;  // bits outside the mask do not count
+  EXPECT_EQ(Rewrite(kSlice, withBits).frame, Join({Timing(0, 1), TimeCode(), atc, kSlice}));
+  Situation hdr = setup;
+  hdr.destinationColor = 0x0020;
+  EXPECT_EQ(Rewrite(kSlice, hdr).frame, Join({Timing(0, 1), TimeCode(), kSlice}));
+  Situation colour = setup;
+  colour.destinationColor = 0x001C;
+  EXPECT_EQ(Rewrite(kSlice, colour).frame, Join({Timing(0, 1), TimeCode(), atc, kSlice}));
+}
+
+TEST(SetFrameInterlaced, WritesMasteringDisplayForPq) {
+  const Bytes atc = Hex("00 00 00 01 4E 01 04 08 B5 00 31 44 54 47 31 01 80");
+  // green, blue, red, white; 1000000 and 500 ten-thousandths, the latter with emulation prevention.
+  const Bytes mastering =
+      Hex("00 00 00 01 4E 01 89 18 21 34 9B AA 19 96 08 FC 8A 48 39 07 3D 12 40 42 00 0F 42 40 00 00 03 01 "
+          "F4 80");
+  Situation setup;
+  setup.frameType = 0x10000000u;
+  setup.host.transfer_characteristics = 16;
+  EXPECT_EQ(Rewrite(kSlice, setup).frame, Join({Timing(0, 1), TimeCode(), atc, mastering, kSlice}));
+  setup.host.transfer_characteristics = 0x10E;  // the low byte goes into the flags, the whole word is not 16
+  Bytes flags = atc;
+  flags[15] = 0x0F;
+  EXPECT_EQ(Rewrite(kSlice, setup).frame, Join({Timing(0, 1), TimeCode(), flags, kSlice}));
+}
+
+TEST(SetFrameInterlaced, FillsInTheSourcesDisplay) {
+  HevcSpsRecord host = Host();
+  host.transfer_characteristics = 16;
+  for (const uint32_t flags : {0u, 0x0DE0u}) {
+    TestFrame source(kSlice, kSlice.size());
+    source->colorFlags = flags;
+    source->displayPrimaries[0] = 0.5;
+    source->maxDisplayLuminance = 7.0;
+    TestFrame destination({}, 400);
+    destination->frameType = 0x10000000u;
+    EXPECT_EQ(qlnutilSetFrameInterlaced(source.get(), destination.get(), &host, 0), 1u);
+    EXPECT_EQ(source->colorFlags, flags);
+    EXPECT_EQ(source->displayPrimaries[0], flags == 0 ? 0.708 : 0.5);
+    EXPECT_EQ(source->displayPrimaries[7], flags == 0 ? 0.329 : 0.0);
+    EXPECT_EQ(source->maxDisplayLuminance, flags == 0 ? 100.0 : 7.0);
+    EXPECT_EQ(source->minDisplayLuminance, flags == 0 ? 0.05 : 0.0);
+  }
+}
+
+// ---- Delays ----
+
+HevcSpsRecord HrdHost() {
+  HevcSpsRecord sps = Host();
+  sps.nal_hrd_parameters_present_flag = 1;
+  sps.au_cpb_removal_delay_length_minus1 = 23;
+  sps.dpb_output_delay_length_minus1 = 15;
+  return sps;
+}
+
+TEST(SetFrameInterlaced, CarriesTheDelaysOver) {
+  BitBuilder timing;
+  timing.u(16, 0x4E01).u(8, 1).u(8, 6).u(4, 0).u(3, 2).u(24, 0x123456).u(16, 0x789A).trailing().trailing();
+  BitBuilder expected;
+  expected.u(32, 1).u(16, 0x4E01).u(8, 1).u(8, 6).u(4, 0).u(2, 1).u(1, 0).u(24, 0x123456).u(16, 0x789A);
+  expected.trailing().trailing();
+  Situation setup;
+  setup.host = HrdHost();
+  EXPECT_EQ(Rewrite(Join({WithStartCode(timing.bytes()), kInterSlice}), setup).frame,
+            Join({expected.bytes(), TimeCode(), kInterSlice}));
+}
+
+PictureDelays DelaysOf(const BitBuilder& bits, const HevcSpsRecord& sps) {
+  PictureDelays delays{1, 2};
+  test::ExactCopy unit(bits.bytes());
+  ReadPictureDelays(unit.data(), static_cast<uint32_t>(unit.size()), sps, &delays);
+  return delays;
+}
+
+TEST(PictureDelays, PassOtherMessagesOver) {
+  BitBuilder bits;
+  bits.u(16, 0x4E01).u(8, 5).u(8, 2).u(16, 0x5555).u(8, 255).u(8, 1).u(8, 0);
+  bits.u(8, 1).u(8, 6).u(7, 0).u(24, 0xABCDEF).u(16, 0x1357).trailing().trailing();
+  const PictureDelays delays = DelaysOf(bits, HrdHost());
+  EXPECT_EQ(delays.auCpbRemovalDelay, 0xABCDEFu);
+  EXPECT_EQ(delays.picDpbOutputDelay, 0x1357u);
+}
+
+TEST(PictureDelays, StayWithoutAMessage) {
+  BitBuilder bits;
+  bits.u(16, 0x4E01).u(8, 5).u(8, 2).u(16, 0x5555).trailing();
+  EXPECT_EQ(DelaysOf(bits, HrdHost()).auCpbRemovalDelay, 1u);
+  // A size past the unit ends the walk; so do fewer than 17 bits.
+  BitBuilder past;
+  past.u(16, 0x4E01).u(8, 5).u(8, 200).u(8, 1).u(8, 6).u(47, 0).trailing();
+  EXPECT_EQ(DelaysOf(past, HrdHost()).auCpbRemovalDelay, 1u);
+  BitBuilder shortUnit;
+  shortUnit.u(16, 0x4E01).u(8, 1).u(8, 6);
+  EXPECT_EQ(DelaysOf(shortUnit, HrdHost()).auCpbRemovalDelay, 1u);
+  EXPECT_EQ(DelaysOf(BitBuilder().u(8, 0x4E), HrdHost()).auCpbRemovalDelay, 1u);
+}
+
+TEST(PictureDelays, SkipFourBitsInAnyCase) {
+  HevcSpsRecord sps = HrdHost();
+  sps.frame_field_info_present_flag = 0;
+  BitBuilder bits;
+  bits.u(16, 0x4E01).u(8, 1).u(8, 6).u(4, 0).u(24, 0xABCDEF).u(16, 0x1357).trailing().trailing();
+  EXPECT_EQ(DelaysOf(bits, sps).auCpbRemovalDelay, 0xABCDEFu);
+}
+
+TEST(PictureDelays, WalkDecodingUnits) {
+  HevcSpsRecord sps = HrdHost();
+  sps.sub_pic_hrd_params_present_flag = 1;
+  sps.dpb_output_delay_du_length_minus1 = 4;
+  sps.du_cpb_removal_delay_increment_length_minus1 = 7;
+  // The message's own end does not count: a second picture timing that begins at the very next bit is read.
+  const auto bits = [](bool inSei, bool common) {
+    BitBuilder b;
+    b.u(16, 0x4E01).u(8, 1).u(8, 9).u(7, 0).u(24, 1).u(16, 2).u(5, 0x1F);
+    if (inSei) {
+      b.ue(2).u(1, common ? 1 : 0);
+      if (common) b.u(8, 0x55);
+      b.ue(0);
+      if (!common) b.u(8, 0x55);
+      b.ue(3);
+      if (!common) b.u(8, 0x55);
+      b.ue(1);
+    }
+    b.u(8, 1).u(8, 9).u(7, 0).u(24, 0x777777).u(16, 0x8888).u(5, 0);
+    return b.trailing();
+  };
+  EXPECT_EQ(DelaysOf(bits(false, false), sps).auCpbRemovalDelay, 0x777777u);
+  sps.sub_pic_cpb_params_in_pic_timing_sei_flag = 1;
+  EXPECT_EQ(DelaysOf(bits(true, true), sps).auCpbRemovalDelay, 0x777777u);
+  EXPECT_EQ(DelaysOf(bits(true, false), sps).auCpbRemovalDelay, 0x777777u);
+  // A count that the data does not hold ends with it.
+  BitBuilder endless;
+  endless.u(16, 0x4E01).u(8, 1).u(8, 9).u(7, 0).u(24, 9).u(16, 2).u(5, 0).ue(0xFFFFFFF0u).u(1, 0).trailing();
+  EXPECT_EQ(DelaysOf(endless, sps).auCpbRemovalDelay, 9u);
+}
+
+// ---- The walk and the destination ----
+
+TEST(SetFrameInterlaced, CountsLastBytes) {
+  EXPECT_EQ(Rewrite({}).count, 0u);
+  EXPECT_EQ(Rewrite(Hex("00")).count, 1u);
+  EXPECT_EQ(Rewrite(Hex("00 00 01")).count, 3u);
+  EXPECT_TRUE(Rewrite(Hex("00 00 01")).frame.empty());
+  EXPECT_EQ(Rewrite(Hex("11 22 33 44")).count, 0u);
+  EXPECT_EQ(Rewrite(Join({kAud, Hex("00 00 00")})).count, 1u + 3u);
+  // An empty unit ends the pass.
+  EXPECT_EQ(Rewrite(Join({WithStartCode({}), kInterSlice})).count, 0u);
+}
+
+TEST(SetFrameInterlaced, CutsTheSecondFieldToTheFrame) {
+  Situation setup;
+  setup.secondField = 1 << 20;
+  const Result result = Rewrite(kInterSlice, setup);
+  const Bytes out = Join({Timing(11, 0), TimeCode(), kInterSlice});
+  EXPECT_EQ(result.frame, out);
+  EXPECT_EQ(result.secondFieldOffset, out.size());
+  setup.secondField = 0;
+  EXPECT_EQ(Rewrite(kInterSlice, setup).frame, Join({Timing(10, 0), TimeCode(), kInterSlice}));
+}
+
+TEST(SetFrameInterlaced, StopsInFrontOfAUnitThatDoesNotFit) {
+  const Bytes first = Join({kAud, VpsUnit(kProgressive), SpsOf({}), PpsUnit(), kInterSlice});
+  const Bytes source = Join({first, kInterSlice});
+  Situation setup;
+  setup.secondField = static_cast<int>(first.size());
+  const Result whole = Rewrite(source, setup);
+  // The ends of the units that go in.
+  std::vector<size_t> ends = {0};
+  for (size_t i = 4; i + 4 <= whole.frame.size(); ++i) {
+    if (Bytes(whole.frame.begin() + static_cast<std::ptrdiff_t>(i),
+              whole.frame.begin() + static_cast<std::ptrdiff_t>(i + 4)) == Hex("00 00 00 01")) {
+      ends.push_back(i);
+    }
+  }
+  ends.push_back(whole.frame.size());
+  for (uint32_t capacity = 1; capacity <= whole.frame.size(); ++capacity) {
+    setup.capacity = capacity;
+    const Result result = Rewrite(source, setup);
+    size_t expected = 0;
+    for (const size_t end : ends) {
+      if (end <= capacity) expected = end;
+    }
+    ASSERT_EQ(result.frame.size(), expected) << capacity;
+    ASSERT_EQ(result.frame,
+              Bytes(whole.frame.begin(), whole.frame.begin() + static_cast<std::ptrdiff_t>(expected)));
+    ASSERT_LE(result.count, whole.count);
+    ASSERT_EQ(result.count == whole.count, capacity == whole.frame.size());
+  }
+}
+
+TEST(SetFrameInterlaced, TakesNullArguments) {
+  const HevcSpsRecord host = Host();
+  TestFrame source(kInterSlice, kInterSlice.size());
+  TestFrame destination(Hex("11 22"), 400);
+  EXPECT_EQ(qlnutilSetFrameInterlaced(nullptr, destination.get(), &host, 0), 0u);
+  EXPECT_EQ(qlnutilSetFrameInterlaced(source.get(), nullptr, &host, 0), 0u);
+  EXPECT_EQ(qlnutilSetFrameInterlaced(source.get(), destination.get(), nullptr, 0), 0u);
+  uint8_t* const data = source->frameData;
+  source->frameData = nullptr;
+  EXPECT_EQ(qlnutilSetFrameInterlaced(source.get(), destination.get(), &host, 0), 0u);
+  source->frameData = data;
+  EXPECT_EQ(destination.bytes(), Hex("11 22"));
+  destination->frameData = nullptr;
+  EXPECT_EQ(qlnutilSetFrameInterlaced(source.get(), destination.get(), &host, 0), 0u);
+  EXPECT_EQ(destination->frameSize, 2u);
+}
+
+}  // namespace
+}  // namespace qln
