@@ -1,6 +1,6 @@
 #!/bin/bash
 # Installs what is missing, builds qlnmedia, and inspects a media file.
-#   scripts/run.sh          makes a short real clip and inspects it
+#   scripts/run.sh          makes a short real clip, inspects it, patches HDR and colour in, inspects and checks that
 #   scripts/run.sh FILE     inspects FILE
 set -euo pipefail
 caller=$PWD
@@ -28,4 +28,15 @@ clip=build/clips/clip.mp4
 ffmpeg -v error -y -f lavfi -i testsrc2=size=640x360:rate=25:duration=2 \
   -f lavfi -i sine=frequency=440:duration=2 \
   -c:v libx264 -preset veryfast -pix_fmt yuv420p -c:a aac "$clip"
-exec "$qlnmedia" inspect "$clip"
+echo "== inspect $clip"
+"$qlnmedia" inspect "$clip"
+patched=build/clips/clip-hdr.mp4
+echo
+echo "== patch: HDR and colour into stream and container"
+"$qlnmedia" patch --verify --colour bt2020-pq --hdr bt2020 --light-level 1000,400 "$clip" "$patched"
+echo
+echo "== inspect $patched"
+"$qlnmedia" inspect --frames 1 "$patched"
+echo
+echo "== check $patched"
+"$qlnmedia" check "$patched"

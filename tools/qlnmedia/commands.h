@@ -12,6 +12,7 @@ namespace qlnmedia {
 
 void AddInspectCommand(CLI::App& app);
 void AddPatchCommand(CLI::App& app);
+void AddCheckCommand(CLI::App& app);
 void AddFormatCommand(CLI::App& app);
 void AddMetadataCommand(CLI::App& app);
 void AddCommandCommand(CLI::App& app);
@@ -20,6 +21,7 @@ void AddCommandCommand(CLI::App& app);
 inline void AddCommands(CLI::App& app) {
   AddInspectCommand(app);
   AddPatchCommand(app);
+  AddCheckCommand(app);
   AddFormatCommand(app);
   AddMetadataCommand(app);
   AddCommandCommand(app);

@@ -4,9 +4,8 @@
 
 #include <fmt/format.h>
 
-#include "qlnmedia/hdr_values.h"
 #include "qlnmedia/names.h"
-#include "qlnutil/qlninband.h"
+#include "qlnmedia/stream_hdr.h"
 
 namespace qlnmedia {
 
@@ -46,32 +45,15 @@ void AddComparison(Section& section, const Bytes& source, const Bytes& written, 
               same || cause.empty() ? "" : cause);
 }
 
-void AddColourMessages(Section& frame, const UnitRun& run) {
-  Bytes data = ToMarkerForm(run.units);
-  DFrame record{};
-  record.frameData = data.data();
-  record.frameSize = record.frameCapacity = static_cast<uint32_t>(data.size());
-  ContentLightRecord light{};
-  MasteringDisplayRecord display{};
-  if (qlnutilFindColorSEI(&record, &light, &display) == 0) return;
-  if (display.primariesValid != 0) {
-    MasteringDisplay values;
-    const auto point = [](uint32_t x, uint32_t y) {
-      return MasteringDisplay::Point{static_cast<uint16_t>(x), static_cast<uint16_t>(y)};
-    };
-    values.red = point(display.redX, display.redY);
-    values.green = point(display.greenX, display.greenY);
-    values.blue = point(display.blueX, display.blueY);
-    values.white = point(display.whitePointX, display.whitePointY);
-    values.maxLuminance = display.maxLuminance;
-    values.minLuminance = display.minLuminance;
-    frame.Add("mastering_display", "Mastering display", MasteringDisplayText(values));
-  }
-  if (light.max_content_light_level != 0 || light.max_pic_average_light_level != 0)
-    frame.Add("content_light_level", "Light level",
-              Json{{"max", light.max_content_light_level}, {"average", light.max_pic_average_light_level}},
-              fmt::format("{} cd/m2, average {} cd/m2", light.max_content_light_level,
-                          light.max_pic_average_light_level));
+void AddColourMessages(Section& frame, Codec codec, const UnitRun& run) {
+  const StreamHdr hdr = HdrOf(codec, run.units);
+  if (hdr.mastering)
+    frame.Add("mastering_display", "Mastering display", MasteringDisplayText(*hdr.mastering));
+  if (hdr.lightLevel)
+    frame.Add(
+        "content_light_level", "Light level",
+        Json{{"max", hdr.lightLevel->maxContent}, {"average", hdr.lightLevel->maxAverage}},
+        fmt::format("{} cd/m2, average {} cd/m2", hdr.lightLevel->maxContent, hdr.lightLevel->maxAverage));
 }
 
 std::string SeiSummary(Codec codec, const Bytes& unit) {

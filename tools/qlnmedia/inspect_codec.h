@@ -20,7 +20,7 @@ void ReportHevc(Section& section, const CodedStream& stream, const InspectOption
 // Says whether a set that was read and written back has the same bytes, and if not, what may have changed.
 void AddComparison(Section& section, const Bytes& source, const Bytes& written, const std::string& cause);
 // Mastering display and content light level, found by the library in one frame's SEI.
-void AddColourMessages(Section& frame, const UnitRun& run);
+void AddColourMessages(Section& frame, Codec codec, const UnitRun& run);
 
 // Width and height.
 struct PictureSize {

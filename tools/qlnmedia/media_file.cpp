@@ -103,8 +103,8 @@ MediaFile::MediaFile(const std::string& path) : path_(path) {
 
   for (unsigned i = 0; i < context_->nb_streams; ++i) {
     const AVCodecParameters& parameters = *context_->streams[i]->codecpar;
-    colours_.push_back(
-        {parameters.color_primaries, parameters.color_trc, parameters.color_space, parameters.color_range});
+    colours_.push_back({parameters.color_primaries, parameters.color_trc, parameters.color_space,
+                        parameters.color_range, parameters.width, parameters.height, parameters.field_order});
   }
   const int found = avformat_find_stream_info(context_.get(), nullptr);
   if (found == AVERROR_INVALIDDATA) FailNoMedia(path);

@@ -11,13 +11,16 @@
 
 namespace qlnmedia {
 
-// What a container says about the colour of a stream; 2 is unspecified, as in ITU-T H.273. `range` counts
-// as AVColorRange does.
+// What a container itself says about a stream's pictures; 2 is an unspecified colour, as in ITU-T H.273.
+// `range` and `fieldOrder` count as AVColorRange and AVFieldOrder do, sizes are 0 where it says nothing.
 struct ContainerColour {
   int primaries = 2;
   int transfer = 2;
   int matrix = 2;
   int range = 0;
+  int width = 0;
+  int height = 0;
+  int fieldOrder = 0;
 };
 
 class MediaFile {
@@ -32,7 +35,7 @@ class MediaFile {
   // The kind of container by libavformat's short name, as "mov,mp4,m4a,3gp,3g2,mj2".
   std::string_view formatName() const { return context_->iformat->name; }
   bool isRawStream() const;
-  // The colour that the container itself gives a stream, taken before the streams were looked into: that
+  // The description that the container itself gives a stream, taken before the streams were looked into: that
   // search overwrites it with what the stream says.
   const ContainerColour& containerColour(unsigned stream) const { return colours_[stream]; }
   // True for moving pictures; false for cover art and for whatever is no video.

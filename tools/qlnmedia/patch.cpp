@@ -10,6 +10,7 @@
 #include "qlnmedia/progress.h"
 #include "qlnmedia/stream_patcher.h"
 #include "qlnmedia/tool_error.h"
+#include "qlnmedia/verify.h"
 
 namespace qlnmedia {
 
@@ -43,10 +44,13 @@ PatchResult PatchFile(const PatchOptions& options) {
   if (!in.endNote().empty()) throw ToolError(options.in, in.endNote(), "a damaged file is not patched");
   if (!options.dryRun) out.Finish();
   progress.Done();
+  if (options.verify && !options.dryRun) VerifyPatched(options.in, options.out);
   PatchResult result;
   for (const auto& patcher : patchers) {
     if (patcher != nullptr) result.lines.push_back(patcher->Summary());
   }
+  if (options.verify && !options.dryRun)
+    result.lines.push_back("verified: slices, times and other streams are the input's");
   return result;
 }
 

@@ -50,6 +50,7 @@ void AddPatchCommand(CLI::App& app) {
   command->add_option("--hdr", options->hdr,
                       "Mastering display: p3, bt2020, or G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min)");
   command->add_option("--light-level", options->lightLevel, "Content light level: MAX,AVERAGE in cd/m2");
+  command->add_flag("--verify", options->patch.verify, "Read the result back and compare it with the input");
   command->add_flag("--dry-run", options->patch.dryRun, "Say what would change and write nothing");
   command->callback([options] { Run(*options); });
 }

@@ -8,14 +8,8 @@
 #include <new>
 
 #include "qlnmedia/access_unit.h"
+#include "qlnmedia/stream_hdr.h"
 #include "qlnmedia/tool_error.h"
-
-extern "C" {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wconversion"
-#include <libavutil/mastering_display_metadata.h>
-#pragma GCC diagnostic pop
-}
 
 namespace qlnmedia {
 
@@ -23,68 +17,6 @@ namespace {
 
 constexpr int kMasteringDisplay = 137;
 constexpr int kContentLightLevel = 144;
-
-void Append(Bytes& out, uint32_t value, int bytes) {
-  for (int i = bytes - 1; i >= 0; --i) out.push_back(static_cast<uint8_t>(value >> 8 * i));
-}
-
-// The SEI unit with the values (ITU-T H.264 clauses D.1.29 and D.1.31, H.265 D.2.28 and D.2.35).
-Bytes MakeHdrUnit(Codec codec, const std::optional<MasteringDisplay>& display,
-                  const std::optional<LightLevel>& level) {
-  std::vector<SeiMessage> messages;
-  if (display) {
-    SeiMessage message{kMasteringDisplay, {}};
-    for (const MasteringDisplay::Point& point :
-         {display->green, display->blue, display->red, display->white}) {
-      Append(message.payload, point.x, 2);
-      Append(message.payload, point.y, 2);
-    }
-    Append(message.payload, display->maxLuminance, 4);
-    Append(message.payload, display->minLuminance, 4);
-    messages.push_back(std::move(message));
-  }
-  if (level) {
-    SeiMessage message{kContentLightLevel, {}};
-    Append(message.payload, level->maxContent, 2);
-    Append(message.payload, level->maxAverage, 2);
-    messages.push_back(std::move(message));
-  }
-  const Bytes header = codec == Codec::kH264 ? Bytes{6} : Bytes{0x4E, 1};
-  return messages.empty() ? Bytes{} : MakeSeiUnit(header, messages);
-}
-
-template <class Data>
-Data* NewSideData(AVStream* stream, AVPacketSideDataType type, Data* made, size_t size) {
-  if (made == nullptr || av_stream_add_side_data(stream, type, reinterpret_cast<uint8_t*>(made), size) < 0) {
-    av_free(made);
-    throw std::bad_alloc();
-  }
-  return made;
-}
-
-void SetContainerMastering(AVStream* stream, const MasteringDisplay& display) {
-  size_t size = sizeof(AVMasteringDisplayMetadata);
-  auto* const data = static_cast<AVMasteringDisplayMetadata*>(av_mallocz(size));
-  NewSideData(stream, AV_PKT_DATA_MASTERING_DISPLAY_METADATA, data, size);
-  const MasteringDisplay::Point points[3] = {display.red, display.green, display.blue};
-  for (int i = 0; i < 3; ++i) {
-    data->display_primaries[i][0] = {points[i].x, 50000};
-    data->display_primaries[i][1] = {points[i].y, 50000};
-  }
-  data->white_point[0] = {display.white.x, 50000};
-  data->white_point[1] = {display.white.y, 50000};
-  data->max_luminance = {static_cast<int>(display.maxLuminance), 10000};
-  data->min_luminance = {static_cast<int>(display.minLuminance), 10000};
-  data->has_primaries = data->has_luminance = 1;
-}
-
-void SetContainerLightLevel(AVStream* stream, const LightLevel& level) {
-  size_t size = 0;
-  AVContentLightMetadata* const data = av_content_light_metadata_alloc(&size);
-  NewSideData(stream, AV_PKT_DATA_CONTENT_LIGHT_LEVEL, data, size);
-  data->MaxCLL = level.maxContent;
-  data->MaxFALL = level.maxAverage;
-}
 
 }  // namespace
 
@@ -101,7 +33,7 @@ StreamPatcher::StreamPatcher(const MediaFile& in, unsigned index, Codec codec, c
         codec, ByteSpan(parameters.extradata, static_cast<size_t>(parameters.extradata_size)));
   config_.codec = codec;
   if (!config_.problem.empty()) Fail(config_.problem);
-  hdrUnit_ = MakeHdrUnit(codec, options.mastering, options.lightLevel);
+  hdrUnit_ = MakeHdrUnit(codec, {options.mastering, options.lightLevel});
 }
 
 void StreamPatcher::Fail(const std::string& what, const std::string& advice) const {

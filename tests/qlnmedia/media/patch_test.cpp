@@ -100,8 +100,9 @@ TEST_P(PatchEverywhere, ColourAndHdrGoInAndNothingElseChanges) {
       " --colour bt2020-pq --full-range --hdr "
       "'G(8500,39850)B(6550,2300)R(35400,14600)WP(15635,16450)L(40000000,50)'"
       " --light-level 1234,345";
-  const CommandResult patch = Qlnmedia("patch '" + in + "' '" + out + "'" + options);
+  const CommandResult patch = Qlnmedia("patch --verify '" + in + "' '" + out + "'" + options);
   ASSERT_EQ(patch.exitCode, 0) << patch.output;
+  EXPECT_THAT(patch.output, HasSubstr("verified"));
 
   EXPECT_EQ(Decoded(out), Decoded(in));
   EXPECT_EQ(Slices(out, kind.codec), Slices(in, kind.codec));

@@ -1,0 +1,60 @@
+// qlnmedia check: findings for people and programs, and an exit status for scripts.
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "qlnmedia/check.h"
+#include "qlnmedia/commands.h"
+#include "qlnmedia/messages.h"
+#include "qlnmedia/output.h"
+#include "qlnmedia/report.h"
+#include "qlnmedia/tool_error.h"
+
+namespace qlnmedia {
+
+namespace {
+
+struct Options {
+  std::string file;
+  bool json = false;
+};
+
+void Run(const Options& options) {
+  const MessageSink messages;
+  const std::vector<Finding> findings = CheckFile(options.file);
+  const Style style = Style::ForStream(stdout);
+  Json list = Json::array();
+  for (const Finding& finding : findings) {
+    if (options.json) {
+      list.push_back({{"stream", finding.stream},
+                      {"what", finding.what},
+                      {"text", finding.text},
+                      {"frame", finding.frame < 0 ? Json(nullptr) : Json(finding.frame)},
+                      {"count", finding.count}});
+      continue;
+    }
+    std::string where = fmt::format("stream {}", finding.stream);
+    if (finding.frame >= 0) where += fmt::format(", frame {}", finding.frame);
+    Print(fmt::format("{}: {}: {}{}\n", where, style.Bad(finding.what), finding.text,
+                      finding.count > 1 ? fmt::format(" ({} times)", finding.count) : ""));
+  }
+  if (options.json) Print(Json{{"findings", list}}.dump(2) + "\n");
+  if (findings.empty() && !options.json) Print(style.Good("nothing found") + "\n");
+  FlushOutput();
+  if (!findings.empty()) throw ToolExit{kExitFindings};
+}
+
+}  // namespace
+
+void AddCheckCommand(CLI::App& app) {
+  CLI::App* const command =
+      app.add_subcommand("check", "Name where container, configuration record and stream disagree");
+  auto options = std::make_shared<Options>();
+  command->add_option("FILE", options->file, "H.264 or HEVC in MP4, MOV, MKV, TS, or raw")->required();
+  command->add_flag("--json", options->json, "Print JSON for programs instead of text");
+  command->callback([options] { Run(*options); });
+}
+
+}  // namespace qlnmedia
