@@ -214,5 +214,35 @@ TEST(MccFile, NamesTheLineThatIsWrong) {
   }
 }
 
+// ---- Texts from strangers ----
+
+TEST(CaptionFiles, TakeDamagedTexts) {
+  test::Random random(9);
+  for (const char* name :
+       {"two_captions_drop_frame.scc", "one_caption_30df.mcc", "one_caption_60df_v2.mcc"}) {
+    const std::string good = Sample(name);
+    for (int round = 0; round < 2000; ++round) {
+      std::string text = good.substr(0, random.below(good.size() + 1));
+      for (uint64_t n = random.below(4); n > 0 && !text.empty(); --n) {
+        text[random.below(text.size())] = static_cast<char>(random.next());
+      }
+      // An exact-size copy, so that one byte too far is seen.
+      test::ExactCopy copy(test::Bytes(text.begin(), text.end()));
+      const std::string_view view(reinterpret_cast<const char*>(copy.data()), copy.size());
+      std::string reason;
+      if (const auto scc = ReadScc(view, &reason)) {
+        EXPECT_EQ(ReadScc(WriteScc(*scc), &reason), scc);
+        PairsByFrame(*scc);
+      }
+      if (const auto mcc = ReadMcc(view, &reason)) {
+        for (const MccLine& line : mcc->lines) {
+          const auto cdp = UnwrapAnc(line.anc, &reason);
+          if (cdp) ReadCdp(*cdp, &reason);
+        }
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace qln::captions
