@@ -45,7 +45,9 @@ TEST(CheckCaptionPacket, RefusesWhatIsNoPacketSilently) {
   MessageCapture capture;
   EXPECT_EQ(CheckCaptionPacket(nullptr, 80), -1);
   const Bytes good = CaptionPacket(Triplets(20));
-  for (size_t size = 0; size < 14; ++size) EXPECT_EQ(Check(Bytes(good.begin(), good.begin() + size)), -1);
+  for (std::ptrdiff_t size = 0; size < 14; ++size) {
+    EXPECT_EQ(Check(Bytes(good.begin(), good.begin() + size)), -1);
+  }
   for (const size_t at : {4u, 5u, 6u, 7u, 8u, 9u}) {
     Bytes bad = good;
     bad[at] ^= 1;

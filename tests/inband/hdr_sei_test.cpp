@@ -213,6 +213,17 @@ TEST(WriteHdrSei, ConvertsAsTold) {
                                 WithStartCode(kAvcSlice)}));
 }
 
+TEST(WriteHdrSei, ReadsALeadingThreeByteCodeAsALength) {
+  // 00 00 01 65 is a length of 357: it becomes a start code, and the header that stood there is gone.
+  const Bytes body(400, 0x55);
+  const Result result = Add(Join({Hex("00 00 01 65"), body}), 0x1000, kAvc);
+  EXPECT_EQ(result.added, 0u);
+  EXPECT_EQ(result.frame, Join({Hex("00 00 00 01"), body}));
+  // In a frame shorter than that the code stays.
+  const Bytes slice = WithStartCode(kAvcSlice, 3);
+  EXPECT_EQ(Add(slice, 0x1000, kAvc).frame, Join({WithStartCode(AvcUnit(Hex("90 04 04 B3 00 00"))), slice}));
+}
+
 TEST(WriteHdrSei, RefusesBadFrames) {
   EXPECT_EQ(qlnutilWrite_HDR_WCG_SEI_Packet(nullptr, kAvc), 0u);
   EXPECT_EQ(Add(Hex("00 00 01 65"), 0x1000, kAvc).added, 0u);

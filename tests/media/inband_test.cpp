@@ -343,5 +343,44 @@ TEST(InbandMedia, ProgressivePicturesBecomeFields) {
   EXPECT_EQ(Count(Probe(path, "-f hevc -show_frames"), "interlaced_frame=1"), 4u);
 }
 
+TEST(InbandMedia, InterlacedStreamsKeepTheirFlags) {
+  const std::string source = HevcStream("interlaced.265", "yuv420p", "interlace=tff:hrd=0");
+  const std::vector<std::vector<Bytes>> pictures = Pictures(source, true);
+  const Bytes first = InForm(pictures[0], false);
+  const Bytes bytes = Join({first, InForm(pictures[1], false)});
+  TestFrame frame(bytes, bytes.size());
+  frame->fieldFlags = QLN_TWO_FIELDS;
+  frame->secondFieldOffset = static_cast<uint32_t>(first.size());
+  TestFrame destination({}, bytes.size() + 1000);
+  HevcSpsRecord host = {};
+  host.frame_field_info_present_flag = 1;
+  EXPECT_GT(qlnutilSetFrameInterlaced(frame.get(), destination.get(), &host, 0), 6u);
+  const auto flagsOf = [](const std::string& path) {
+    std::vector<int64_t> flags;
+    for (const test::TracedUnit& unit : test::TraceHeaders(path, "-f hevc")) {
+      if (!unit.has("sps_max_sub_layers_minus1") || !flags.empty()) continue;
+      for (const char* name : {"general_progressive_source_flag", "general_interlaced_source_flag",
+                               "general_frame_only_constraint_flag", "field_seq_flag",
+                               "frame_field_info_present_flag", "aspect_ratio_info_present_flag"}) {
+        flags.push_back(unit.value(name));
+      }
+    }
+    return flags;
+  };
+  const std::string path = MediaPath("interlaced.out");
+  WriteFile(path, destination.bytes());
+  EXPECT_EQ(flagsOf(path), flagsOf(source));
+  EXPECT_EQ(flagsOf(source).size(), 6u);
+  EXPECT_EQ(flagsOf(source)[0], 0);
+  // The source's own prefix SEI are gone; the rewrite's stand in their place.
+  for (const Bytes& unit : SplitByteStream(destination.bytes())) {
+    if (unit[0] == 0x4E) {
+      EXPECT_TRUE(unit[2] == 1 || unit[2] == 136) << int{unit[2]};
+    }
+  }
+  const test::CommandResult decoded = test::Run("ffmpeg -v error -f hevc -i '" + path + "' -f null -");
+  EXPECT_EQ(decoded.output, "");
+}
+
 }  // namespace
 }  // namespace qln
