@@ -19,14 +19,6 @@ uint64_t WordAtPosition(const QLNBitState& state) {
   return word << (state.bitPos & 7);
 }
 
-// kLowBits[n] has the low n bits set.
-constexpr uint32_t kLowBits[17] = {0,     0x1,   0x3,   0x7,   0xF,    0x1F,   0x3F,   0x7F,  0xFF,
-                                   0x1FF, 0x3FF, 0x7FF, 0xFFF, 0x1FFF, 0x3FFF, 0x7FFF, 0xFFFF};
-
-uint16_t BigEndian(uint16_t word) {
-  return std::endian::native == std::endian::little ? __builtin_bswap16(word) : word;
-}
-
 // Runs one operation of the reader on a caller's state.
 template <class Operation>
 [[gnu::noinline]] auto WithReader(QLNBitState* state, Operation operation) {
@@ -93,23 +85,10 @@ void WriteBit(QLNBitState* state, uint8_t bit) {
 }
 
 void WriteBits(QLNBitState* state, int32_t count, uint32_t value) {
-  // Most fields of headers lie in one byte or two.
-  const uint32_t bits = static_cast<uint32_t>(count);
-  const uint32_t used = (state->bitPos & 7) + bits;
-  if (bits - 1 < 16 && used <= 16) {
-    uint8_t* const first = state->data + state->bitPos / 8;
-    state->bitPos += bits;
-    if (used <= 8) {
-      const uint32_t behind = 8 - used;
-      first[0] = static_cast<uint8_t>(first[0] ^ (((first[0] >> behind) ^ value) & kLowBits[bits]) << behind);
-    } else {
-      const uint32_t behind = 16 - used;
-      uint16_t word;
-      std::memcpy(&word, first, sizeof word);
-      word = BigEndian(word);
-      word = BigEndian(static_cast<uint16_t>(word ^ (((word >> behind) ^ value) & kLowBits[bits]) << behind));
-      std::memcpy(first, &word, sizeof word);
-    }
+  if (static_cast<uint32_t>(count) - 1 < 32) {
+    qln::BitWriter writer(*state);
+    writer.WriteBits(count, value);
+    state->bitPos = static_cast<uint32_t>(writer.bitPos);
     return;
   }
   WithWriter(state, [count, value](qln::BitWriter& writer) { writer.WriteBits(count, value); });

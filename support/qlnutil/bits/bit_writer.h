@@ -143,42 +143,32 @@ class BitWriter {
     }
     const uint32_t before = static_cast<uint32_t>(bitPos % 8);
     const uint32_t used = before + count;
-    const uint32_t last = (used - 1) / 8;  // index of the last byte that is written
-    const uint32_t behind = last * 8 + 8 - used;
     uint8_t* const first = data_ + bitPos / 8;
+    bitPos += count;
+    if (used <= 8) {
+      const uint32_t behind = 8 - used;
+      const uint32_t mask = (1u << count) - 1;
+      *first = static_cast<uint8_t>(*first ^ (((*first >> behind) ^ value) & mask) << behind);
+      return;
+    }
+    const uint32_t last = (used - 1) / 8;  // index of the last byte that is written, 1 to 4
+    const uint32_t behind = last * 8 + 8 - used;
     uint64_t bits = (uint64_t{value} & ((uint64_t{1} << count) - 1)) << behind;
     bits |= uint64_t{first[0] & (0xFF00u >> before) & 0xFFu} << (last * 8);
     bits |= first[last] & ((1u << behind) - 1);
-    switch (last) {
-      case 0:
-        first[0] = static_cast<uint8_t>(bits);
-        break;
-      case 1:
-        Store16(first, static_cast<uint16_t>(bits));
-        break;
-      case 2:
-        Store16(first, static_cast<uint16_t>(bits >> 8));
-        first[2] = static_cast<uint8_t>(bits);
-        break;
-      case 3:
-        Store32(first, static_cast<uint32_t>(bits));
-        break;
-      default:
-        Store32(first, static_cast<uint32_t>(bits >> 8));
-        first[4] = static_cast<uint8_t>(bits);
-        break;
-    }
-    bitPos += count;
+    // Two to five bytes by three stores that overlap, without a branch on their number.
+    const uint32_t tail = last - 1;
+    const uint32_t middle = tail < 2 ? tail : 2;
+    StorePair(first, bits >> (tail * 8));
+    StorePair(first + middle, bits >> ((tail - middle) * 8));
+    StorePair(first + tail, bits);
   }
 
-  static void Store16(uint8_t* to, uint16_t value) {
-    value = __builtin_bswap16(value);
-    std::memcpy(to, &value, sizeof value);
-  }
-
-  static void Store32(uint8_t* to, uint32_t value) {
-    value = __builtin_bswap32(value);
-    std::memcpy(to, &value, sizeof value);
+  // The low 16 bits, high byte first.
+  static void StorePair(uint8_t* to, uint64_t value) {
+    uint16_t pair = static_cast<uint16_t>(value);
+    if constexpr (std::endian::native == std::endian::little) pair = __builtin_bswap16(pair);
+    std::memcpy(to, &pair, sizeof pair);
   }
 
   // Counts above the word's width: bit k is bit k % width of the value.
