@@ -117,7 +117,9 @@ MediaCmd MakeCommand(const Options& options, const CLI::App& given, uint32_t typ
       RefuseUsage("--state: " + options.state + " is no state value");
     command.CmdAlt = static_cast<int32_t>(state);
   }
-  if (take("--clip", CF_USE_CLIP_ID) | take("--file", CF_USE_CLIP_ID)) SetTexts(command, options);
+  const bool clip = take("--clip", CF_USE_CLIP_ID);
+  const bool file = take("--file", CF_USE_CLIP_ID);
+  if (clip || file) SetTexts(command, options);
   for (const std::string& word : options.flags) {
     uint32_t flag = 0;
     if (cfFromString(word.c_str(), &flag) != 0) RefuseUsage("--flag: " + word + " is no flag");
