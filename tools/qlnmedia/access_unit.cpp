@@ -61,7 +61,8 @@ SeiRemoval RemoveSeiMessages(Codec codec, Bytes& unit, const std::function<bool(
   std::vector<SeiMessage> messages = ReadSeiMessages(codec, unit, &whole);
   const size_t before = messages.size();
   std::erase_if(messages, unwanted);
-  if (messages.size() == before) return SeiRemoval::kUntouched;
+  // A unit that breaks off would lose what stands behind its last whole message.
+  if (messages.size() == before || !whole) return SeiRemoval::kUntouched;
   *removed += static_cast<int>(before - messages.size());
   if (messages.empty()) return SeiRemoval::kEmptied;
   unit = MakeSeiUnit(ByteSpan(unit).first(HeaderBytes(codec)), messages);

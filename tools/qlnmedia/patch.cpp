@@ -2,7 +2,9 @@
 
 #include "qlnmedia/patch.h"
 
+#include <deque>
 #include <memory>
+#include <new>
 
 #include "qlnmedia/coded_stream.h"
 #include "qlnmedia/media_file.h"
@@ -35,13 +37,31 @@ PatchResult PatchFile(const PatchOptions& options) {
   Progress progress(options.dryRun ? "reading" : "patching", in.sizeBytes());
   const PacketHandle packet(av_packet_alloc());
   if (packet == nullptr) throw std::bad_alloc();
+  // Packets wait until the place of each picture in presentation order is known.
+  std::deque<PacketHandle> waiting;
+  const auto send = [&](bool all) {
+    while (!waiting.empty()) {
+      AVPacket* const front = waiting.front().get();
+      const auto index = static_cast<unsigned>(front->stream_index);
+      if (index < patchers.size() && patchers[index] != nullptr) {
+        if (!all && !patchers[index]->Ready()) return;
+        patchers[index]->PatchPacket(front);
+      }
+      if (!options.dryRun) out.Write(front);
+      waiting.pop_front();
+    }
+  };
   while (in.Read(packet.get())) {
     progress.At(packet->pos);
     const auto index = static_cast<unsigned>(packet->stream_index);
-    if (index < patchers.size() && patchers[index] != nullptr) patchers[index]->PatchPacket(packet.get());
-    if (!options.dryRun) out.Write(packet.get());
+    if (index < patchers.size() && patchers[index] != nullptr) patchers[index]->Announce(*packet);
+    waiting.emplace_back(av_packet_alloc());
+    if (waiting.back() == nullptr) throw std::bad_alloc();
+    av_packet_move_ref(waiting.back().get(), packet.get());
+    send(false);
   }
   if (!in.endNote().empty()) throw ToolError(options.in, in.endNote(), "a damaged file is not patched");
+  send(true);
   if (!options.dryRun) out.Finish();
   progress.Done();
   if (options.verify && !options.dryRun) VerifyPatched(options.in, options.out);

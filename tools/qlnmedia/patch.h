@@ -18,10 +18,12 @@ struct PatchOptions {
   std::optional<bool> fullRange;
   std::optional<MasteringDisplay> mastering;
   std::optional<LightLevel> lightLevel;
+  std::string timecode;      // of the first picture in presentation order; empty for none
+  std::string timecodeType;  // name of a TcType; empty for the one that the rate asks for
   bool dryRun = false;
   bool verify = false;
   bool changesSets() const { return colour || fullRange; }
-  bool any() const { return changesSets() || mastering || lightLevel; }
+  bool any() const { return changesSets() || mastering || lightLevel || !timecode.empty(); }
 };
 
 // What a run changed, one line each, as "stream 0: 12 parameter sets, avcC and container colour".

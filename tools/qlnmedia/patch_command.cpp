@@ -50,6 +50,13 @@ void AddPatchCommand(CLI::App& app) {
   command->add_option("--hdr", options->hdr,
                       "Mastering display: p3, bt2020, or G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min)");
   command->add_option("--light-level", options->lightLevel, "Content light level: MAX,AVERAGE in cd/m2");
+  auto* const timecode = command->add_option("--timecode", options->patch.timecode,
+                                             "Timecode of the first picture: HH:MM:SS:FF or HH:MM:SS;FF");
+  command
+      ->add_option(
+          "--timecode-type", options->patch.timecodeType,
+          "film, 23.98, pal, non-drop-frame, drop-frame, 50, 59.94 or 60; default: what the rate asks for")
+      ->needs(timecode);
   command->add_flag("--verify", options->patch.verify, "Read the result back and compare it with the input");
   command->add_flag("--dry-run", options->patch.dryRun, "Say what would change and write nothing");
   command->callback([options] { Run(*options); });

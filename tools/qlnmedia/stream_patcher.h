@@ -8,6 +8,7 @@
 #include "qlnmedia/config_record.h"
 #include "qlnmedia/media_file.h"
 #include "qlnmedia/patch.h"
+#include "qlnmedia/timecode.h"
 
 namespace qlnmedia {
 
@@ -18,7 +19,12 @@ class StreamPatcher {
 
   // Changes the parameters of the output's stream: private data, colour, HDR side data.
   void PatchParameters(AVStream* out);
-  // Changes a packet in place; untouched packets keep their buffer.
+  // Tells a packet that will be patched later, in coding order.
+  void Announce(const AVPacket& packet);
+  // Whether enough is announced to patch the next packet before the end of the stream.
+  bool Ready() const { return !timecode_ || order_.ready(); }
+  // Changes a packet in place, each in the order in which they were announced; untouched packets keep their
+  // buffer.
   void PatchPacket(AVPacket* packet);
   // What was changed, in one line; empty if nothing was.
   std::string Summary() const;
@@ -26,6 +32,10 @@ class StreamPatcher {
  private:
   bool PatchUnits(std::vector<Unit>& units, bool randomAccess);
   bool PatchSet(Bytes& unit);
+  void TakeSps(const SpsSummary& sps);
+  void PutTimecode(std::vector<Unit>& units, uint32_t count);
+  void PutH264Timecode(std::vector<Unit>& units, uint32_t count);
+  void RequireFrame(const std::vector<Unit>& units) const;
   [[noreturn]] void Fail(const std::string& what, const std::string& advice = {}) const;
 
   const MediaFile& in_;
@@ -35,12 +45,16 @@ class StreamPatcher {
   SpsEdit edit_;
   ConfigRecord config_;
   Bytes hdrUnit_;  // the SEI unit that goes in, or nothing
+  std::optional<TimecodeStart> timecode_;
+  PresentationOrder order_;
+  std::optional<SpsSummary> sps_;  // as the source has it
   // Sets rewritten before: streams repeat them.
   std::map<Bytes, Bytes> rewritten_;
   int setsChanged_ = 0;
   int configSetsChanged_ = 0;
   int seiRemoved_ = 0;
   int seiAdded_ = 0;
+  int timecodes_ = 0;
   bool containerColour_ = false;
 };
 
