@@ -111,8 +111,14 @@ void VisitTexts(TiXmlNode& node, const Visit& visit) {
   }
 }
 
-// The writer leaves "&#x" in a text as it is, and a reader would take it for a character. As a reference to
-// the ampersand it is written through and read back.
+// Some releases of the writer leave "&#x" in a text as it is, and a reader would take it for a character.
+bool WriterLeavesReferences() {
+  std::string encoded;
+  TiXmlBase::EncodeString("&#x41;", &encoded);
+  return encoded == "&#x41;";
+}
+
+// As a reference to the ampersand it is written through by those, and read back.
 std::string WithHexReferencesHidden(const std::string& text) {
   std::string hidden;
   size_t from = 0;
@@ -197,9 +203,10 @@ bool SaveProjectDocument(const TiXmlDocument& document, const char* path) {
   if (*path == '\0') return false;
   TiXmlDocument copy(document);
   bool tooLarge = false;
-  VisitTexts(copy, [&tooLarge](const std::string& text, const auto& replace) {
+  const bool hides = WriterLeavesReferences();
+  VisitTexts(copy, [&tooLarge, hides](const std::string& text, const auto& replace) {
     tooLarge |= text.size() > KX_PROJECT_LARGEST_TEXT;
-    if (text.find(kHexReference) != std::string::npos) replace(WithHexReferencesHidden(text));
+    if (hides && text.find(kHexReference) != std::string::npos) replace(WithHexReferencesHidden(text));
   });
   return !tooLarge && WriteFile(copy, path);
 }
