@@ -4,12 +4,17 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <limits>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "format/recorded_services.h"
+#include "kxutil/kxutil.h"
+#include "kxutil/store_test_support.h"
 #include "qlnutil/qlnformat.h"
+#include "support/test_support.h"
 
 namespace qln::test {
 namespace {
@@ -97,6 +102,61 @@ TEST_F(Matrix, StoredAllOnesIsReadAgain) {
   EXPECT_EQ(Services().calls, (Calls{kRead, kRead}));
   Services().storedDword = 1;
   EXPECT_EQ(GetMatrixBySize(1920, 1080, 0x1000), 4);
+}
+
+// The real store, in a file of its own.
+class MatrixStore : public testing::Test {
+ protected:
+  void SetUp() override {
+    kxCFGSetDefaultStore((folder_ / "settings.db").c_str());
+    ResetServices();
+    Services().asksRealStore = true;
+    ForgetForcedVideoRange();
+  }
+  void TearDown() override {
+    ResetServices();
+    ForgetForcedVideoRange();
+    kxCFGSetDefaultStore(nullptr);
+  }
+  static std::optional<uint32_t> Stored() {
+    return GetNumber(KX_DEFAULT_STORE, "Tarnwick\\Advanced", "ForceVideoRangeMatrix");
+  }
+  static void Store(uint32_t value) {
+    ASSERT_EQ(SetNumber(KX_DEFAULT_STORE, "Tarnwick\\Advanced", "ForceVideoRangeMatrix", value), 0);
+  }
+  TemporaryFolder folder_;
+};
+
+TEST_F(MatrixStore, TheFirstCallMakesTheKeyVisible) {
+  EXPECT_EQ(Stored(), std::nullopt);
+  ExpectRows(true);
+  EXPECT_EQ(Stored(), 0u);
+}
+
+TEST_F(MatrixStore, AUsersValueIsHeardByTheNextProcessAndLeftAsItIs) {
+  for (const uint32_t value : {1u, 0u, 7u, 1u}) {
+    Store(value);
+    ForgetForcedVideoRange();
+    ExpectRows(value != 1);
+    EXPECT_EQ(Stored(), value);
+  }
+  // Within a process the first answer stands.
+  Store(0);
+  ExpectRows(false);
+}
+
+TEST_F(MatrixStore, ATextUnderTheKeyCountsAsAbsent) {
+  ASSERT_EQ(SetText(KX_DEFAULT_STORE, "Tarnwick\\Advanced", "ForceVideoRangeMatrix", "1"), 0);
+  ExpectRows(true);
+  EXPECT_EQ(Stored(), 0u);
+}
+
+TEST_F(MatrixStore, AStoreThatCannotBeWrittenIsAskedOnce) {
+  // A folder stands where the file would.
+  ASSERT_TRUE(std::filesystem::create_directory(folder_ / "settings.db"));
+  MessageCapture messages;
+  ExpectRows(true);
+  EXPECT_EQ(Services().calls, (Calls{kRead, kWrite0}));
 }
 
 }  // namespace

@@ -82,6 +82,10 @@ int32_t kxCFGValueDword(KXConfigHandle handle, const char* section, const char* 
                         uint32_t mode) {
   Services().calls.push_back("kxCFGValueDword " + std::to_string(handle) + " " + section + " " + key +
                              (mode == 0 ? " read" : " write " + std::to_string(*value)));
+  if (Services().asksRealStore) {
+    return Real<int32_t(KXConfigHandle, const char*, const char*, uint32_t*, uint32_t)>("kxCFGValueDword")(
+        handle, section, key, value, mode);
+  }
   if (mode != 0) return 0;
   if (!Services().storedDword) return 1;
   *value = *Services().storedDword;

@@ -22,6 +22,8 @@ struct RecordedServices {
   // What the configuration store holds under any key; nothing where not set. The user's own store is never
   // touched.
   std::optional<uint32_t> storedDword;
+  // Where set, calls reach the real store: the test has given it a file of its own.
+  bool asksRealStore = false;
 };
 
 // The calls and answers of the running test; empty at its start by ResetServices.
