@@ -1,0 +1,129 @@
+// The text forms without memory: every allocation on the way fails once.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "kxutil/kxutil.h"
+#include "kxutil/tinyxml_quiet.h"
+#include "mediacmd/allocations.h"
+#include "mediacmd/command_support.h"
+#include "qlnutil/mediacmd/command_json.h"
+
+namespace qln::test {
+namespace {
+
+// Enough text to outgrow any buffer on the stack.
+MediaCmd LongClip() {
+  MediaCmd command = Command(ctPlay, CF_USE_CLIP_ID | CF_USE_START | CF_USE_END);
+  Put(command, 76, "CLIP");
+  Put(command, 85, std::string(4000, 'f'));
+  return command;
+}
+
+MediaCmd FrameData(uint32_t flags) {
+  MediaCmd command = ValueCommand(25, ctSetValue, CF_USE_CLIP_ID | flags);
+  std::memset(command.ClipID, 0x5A, 4188 - 76);
+  return command;
+}
+
+std::vector<MediaCmd> Commands() {
+  MediaCmd escaped = LongClip();
+  Put(escaped, 85, "<&>");
+  return {Command(ctStop), LongClip(), escaped, FrameData(0), FrameData(CF_NO_TC_SPACES)};
+}
+
+// Runs `call` with the first, the second, ... allocation failing until none is left to fail; after each
+// failure `check` looks at what is left. Returns how many there were.
+template <class Call, class Check>
+int FailEach(Call call, Check check) {
+  for (int failing = 0;; ++failing) {
+    {
+      FailAllocation fail(failing);
+      call();
+      if (!fail.hasFailed()) return failing;
+    }
+    check();
+  }
+}
+
+TEST(WithoutMemory, TheXmlTextPointerStaysAsItWas) {
+  for (MediaCmd command : Commands()) {
+    char before[] = "before";
+    char* text = before;
+    const int allocations = FailEach([&] { EXPECT_EQ(MediaCmdToXMLString(&text, &command, 4), 0u); },
+                                     [&] { EXPECT_EQ(text, before); });
+    EXPECT_GE(allocations, 1);
+    EXPECT_NE(text, before);
+    MediaCmdFreeXMLString(&text);
+  }
+}
+
+TEST(WithoutMemory, TheJsonTextPointerIsNull) {
+  for (MediaCmd command : Commands()) {
+    char before[] = "before";
+    char* text = before;
+    const int allocations = FailEach([&] { EXPECT_EQ(MediaCmdToJSON(&text, &command, 4), 0u); },
+                                     [&] {
+                                       EXPECT_EQ(text, nullptr);
+                                       text = before;
+                                     });
+    EXPECT_GE(allocations, 1);
+    ASSERT_NE(text, nullptr);
+    EXPECT_NE(text, before);
+    MediaCmdFreeXMLString(&text);
+  }
+}
+
+TEST(WithoutMemory, ADocumentKeepsWhatWasAddedUntilThen) {
+  for (MediaCmd command : Commands()) {
+    size_t most = 0;
+    for (int failing = 0;; ++failing) {
+      TiXmlDocument document;
+      bool hasFailed = false;
+      {
+        FailAllocation fail(failing);
+        EXPECT_EQ(MediaCmdToXML(&document, &command, 4), 0u);
+        hasFailed = fail.hasFailed();
+      }
+      TiXmlPrinter printer;
+      document.Accept(&printer);
+      EXPECT_GE(printer.Size(), most) << failing;
+      most = printer.Size();
+      if (!hasFailed) break;
+    }
+  }
+}
+
+TEST(WithoutMemory, AnXmlTextGivesNoRootAndAnInitialisedRecord) {
+  const std::string text = "<MediaCmd><Channel Value='7'/><ClipID>CLIP</ClipID></MediaCmd>";
+  MediaCmd command;
+  uint32_t result = 0;
+  const int allocations = FailEach(
+      [&] {
+        std::memset(&command, 0x5A, sizeof command);
+        result = MediaCmdFromXMLString(&command, nullptr, text.c_str());
+      },
+      [&] {
+        EXPECT_EQ(result, 0xFFFFFFFEu);
+        EXPECT_TRUE(SameRecord(command, Command(ctStop)));
+      });
+  EXPECT_GE(allocations, 3);
+  EXPECT_EQ(result, 0u);
+  EXPECT_EQ(command.Channel, 7);
+}
+
+TEST(WithoutMemory, TheRestNeedsNone) {
+  MediaCmd command = LongClip();
+  MediaCmd copy = Command(ctStop);
+  FailAllocation fail(0);
+  copyMediaCmd(&copy, &command, 0xFFFFFFFFu);
+  fixMediaCmd(&copy, 0);
+  EXPECT_EQ(MediaCmdFromJSON(&copy, nullptr, "{\"MediaCmd\" : {\"Channel\":2,}}"), 0);
+  EXPECT_EQ(copy.Channel, 2);
+  EXPECT_FALSE(fail.hasFailed());
+}
+
+}  // namespace
+}  // namespace qln::test
