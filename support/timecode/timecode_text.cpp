@@ -1,34 +1,42 @@
 // Frame counts to text and back: one table of counting rules, one pass each way (SMPTE ST 12-1).
 
+#include <charconv>
 #include <cstring>
 
 #include "timecode/kxtimecode.h"
 
 namespace {
 
+constexpr size_t kMostDigits = 10;  // of a count, and so of its hours
+
+// A rate, and the frame numbers that are skipped at the start of each minute but each tenth. They are
+// constants, so that no division by them is one.
+template <uint32_t kRate, uint32_t kSkipped>
 struct Counting {
-  uint32_t framesPerSecond;
-  uint32_t dropped;  // frame numbers skipped at the start of each minute but each tenth
+  static constexpr uint32_t framesPerSecond = kRate;
+  static constexpr uint32_t dropped = kSkipped;
 };
 
-Counting CountingOf(uint32_t type) {
+// Calls `action` with the counting of a timecode type.
+template <class Action>
+auto WithCountingOf(uint32_t type, Action action) {
   switch (type) {
     case 1:
     case 128:
     case 132:
-      return {24, 0};
+      return action(Counting<24, 0>());
     case 4:
-      return {30, 2};
+      return action(Counting<30, 2>());
     case 8:
-      return {25, 0};
+      return action(Counting<25, 0>());
     case 16:
-      return {50, 0};
+      return action(Counting<50, 0>());
     case 32:
-      return {60, 4};
+      return action(Counting<60, 4>());
     case 64:
-      return {60, 0};
+      return action(Counting<60, 0>());
     default:
-      return {30, 0};
+      return action(Counting<30, 0>());
   }
 }
 
@@ -36,22 +44,24 @@ struct Groups {
   uint64_t hours, minutes, seconds, frames;
 };
 
-Groups SplitCount(uint64_t count, const Counting& counting) {
-  if (counting.dropped != 0) {
+template <class Counting>
+Groups SplitCount(uint64_t count, Counting counting) {
+  if constexpr (counting.dropped != 0) {
     // Put the skipped numbers back in: nine times in ten minutes, and once for each full minute behind the
     // first.
-    const uint64_t shortMinute = uint64_t{counting.framesPerSecond} * 60 - counting.dropped;
-    const uint64_t tenMinutes = shortMinute * 10 + counting.dropped;
-    const uint64_t rest = count % tenMinutes;
-    uint64_t skips = count / tenMinutes * 9;
-    if (rest >= counting.dropped) skips += (rest - counting.dropped) / shortMinute;
+    constexpr uint64_t kShortMinute = uint64_t{counting.framesPerSecond} * 60 - counting.dropped;
+    constexpr uint64_t kTenMinutes = kShortMinute * 10 + counting.dropped;
+    const uint64_t rest = count % kTenMinutes;
+    uint64_t skips = count / kTenMinutes * 9;
+    if (rest >= counting.dropped) skips += (rest - counting.dropped) / kShortMinute;
     count += skips * counting.dropped;
   }
   const uint64_t seconds = count / counting.framesPerSecond;
   return {seconds / 3600, seconds / 60 % 60, seconds % 60, count % counting.framesPerSecond};
 }
 
-uint64_t JoinCount(Groups groups, const Counting& counting) {
+template <class Counting>
+uint64_t JoinCount(Groups groups, Counting counting) {
   const uint64_t minutes = groups.hours * 60 + groups.minutes;
   // A skipped number is taken as the next one that exists.
   if (minutes % 10 != 0 && groups.seconds == 0 && groups.frames < counting.dropped)
@@ -60,14 +70,12 @@ uint64_t JoinCount(Groups groups, const Counting& counting) {
          counting.dropped * (minutes - minutes / 10);
 }
 
-// Writes a number with at least `digits` digits. Returns the place behind it.
-char* WriteDecimal(char* output, uint64_t number, int digits) {
-  char reversed[20];
-  int length = 0;
-  for (; number != 0 || length < digits; number /= 10)
-    reversed[length++] = static_cast<char>('0' + number % 10);
-  while (length > 0) *output++ = reversed[--length];
-  return output;
+// Writes a number with at least two digits. Returns the place behind it.
+char* WriteGroup(char* output, uint64_t number) {
+  if (number >= 100) return std::to_chars(output, output + kMostDigits, number).ptr;
+  output[0] = static_cast<char>('0' + number / 10);
+  output[1] = static_cast<char>('0' + number % 10);
+  return output + 2;
 }
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
@@ -99,29 +107,30 @@ int ParseGroups(const char* text, uint64_t groups[4]) {
 int32_t TimeCodeToString(uint32_t timecode, uint32_t flags, char* output) {
   if (output == nullptr) return -1;
   const uint32_t type = flags & 0xFFu;
-  const Counting counting = CountingOf(type);
-  const Groups groups = SplitCount(timecode, counting);
-  if ((flags & KX_TIMECODE_BINARY) != 0) {
-    output[0] = static_cast<char>(groups.hours % 24);
-    output[1] = static_cast<char>(groups.minutes);
-    output[2] = static_cast<char>(groups.seconds);
-    output[3] = static_cast<char>(groups.frames);
+  const bool isBinary = (flags & KX_TIMECODE_BINARY) != 0;
+  if (type == 0 && !isBinary) {
+    *std::to_chars(output, output + kMostDigits, timecode).ptr = '\0';
     return 0;
   }
-  char* next = output;
-  if (type == 0) {
-    next = WriteDecimal(next, timecode, 1);
-  } else {
+  WithCountingOf(type, [=](auto counting) {
+    const Groups groups = SplitCount(timecode, counting);
+    if (isBinary) {
+      output[0] = static_cast<char>(groups.hours % 24);
+      output[1] = static_cast<char>(groups.minutes);
+      output[2] = static_cast<char>(groups.seconds);
+      output[3] = static_cast<char>(groups.frames);
+      return;
+    }
     // 49710 hours are the most that 32 bits hold: 14 characters.
-    next = WriteDecimal(next, groups.hours, 2);
+    char* next = WriteGroup(output, groups.hours);
     *next++ = ':';
-    next = WriteDecimal(next, groups.minutes, 2);
+    next = WriteGroup(next, groups.minutes);
     *next++ = ':';
-    next = WriteDecimal(next, groups.seconds, 2);
+    next = WriteGroup(next, groups.seconds);
     *next++ = counting.dropped != 0 ? ';' : ':';
-    next = WriteDecimal(next, groups.frames, 2);
-  }
-  *next = '\0';
+    next = WriteGroup(next, groups.frames);
+    *next = '\0';
+  });
   return 0;
 }
 
@@ -131,7 +140,11 @@ int32_t TimeCodeFromString(const char* text, uint32_t flags, uint32_t* timecode)
   const int count = ParseGroups(text, groups);
   if (count == 0) return -1;
   uint64_t value = groups[0];  // a bare number is a frame count
-  if (count > 1) value = JoinCount({groups[3], groups[2], groups[1], groups[0]}, CountingOf(flags & 0xFFu));
+  if (count > 1) {
+    value = WithCountingOf(flags & 0xFFu, [&](auto counting) {
+      return JoinCount({groups[3], groups[2], groups[1], groups[0]}, counting);
+    });
+  }
   if (value > 0xFFFFFFFFu) return -1;
   *timecode = static_cast<uint32_t>(value);
   return 0;
