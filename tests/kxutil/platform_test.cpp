@@ -112,6 +112,38 @@ TEST(Memory, ABlockThatCannotBeIsNull) {
 }
 #endif
 
+// Thousands of blocks that come and go in any order, beside a plain list of them.
+TEST(Memory, ManyBlocksKeepTheirSizes) {
+  std::vector<std::pair<void*, size_t>> live;
+  Random random(20);
+  for (int i = 0; i < 60000; ++i) {
+    // Grows to some thousands, shrinks to none, grows again.
+    const bool grows = i / 15000 % 2 == 0;
+    if (live.empty() || random.below(8) < (grows ? 5u : 2u)) {
+      const size_t size = 1 + random.below(200);
+      live.emplace_back(KXAlloc(size), size);
+      ASSERT_NE(live.back().first, nullptr);
+    } else {
+      std::swap(live[random.below(live.size())], live.back());
+      void* const gone = live.back().first;
+      live.pop_back();
+      KXFree(gone);
+      ASSERT_EQ(KXAllocSize(gone), 0u);
+    }
+    if (!live.empty()) {
+      const auto& [block, size] = live[random.below(live.size())];
+      ASSERT_EQ(KXAllocSize(block), size);
+    }
+    if (i % 5000 == 0) {
+      for (const auto& [block, size] : live) ASSERT_EQ(KXAllocSize(block), size);
+    }
+  }
+  for (const auto& [block, size] : live) {
+    ASSERT_EQ(KXAllocSize(block), size);
+    KXFree(block);
+  }
+}
+
 TEST(Memory, ThreadsShareTheTable) {
   std::vector<std::thread> threads;
   for (size_t t = 1; t <= 4; ++t) {
