@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "qlnutil/hevc/counted_rounds.h"
+#include "qlnutil/hevc/loop_reader.h"
 
 namespace qln {
 

@@ -1,6 +1,6 @@
 // The PPS reader: the body of clause 7.3.2.3 up to pps_extension_present_flag.
 
-#include "qlnutil/hevc/counted_rounds.h"
+#include "qlnutil/hevc/loop_reader.h"
 #include "qlnutil/hevc/nal_header.h"
 #include "qlnutil/hevc/parameter_set_reader.h"
 #include "qlnutil/qlnvidutil.h"

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "qlnutil/hevc/counted_rounds.h"
+#include "qlnutil/hevc/loop_reader.h"
 #include "qlnutil/hevc/nal_header.h"
 #include "qlnutil/hevc/parameter_set_reader.h"
 #include "qlnutil/hevc/profile_tier_level.h"

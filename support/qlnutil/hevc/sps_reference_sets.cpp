@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-#include "qlnutil/hevc/counted_rounds.h"
+#include "qlnutil/hevc/loop_reader.h"
 #include "qlnutil/hevc/sps_syntax.h"
 
 namespace qln {

@@ -1,6 +1,10 @@
-// Loops whose count comes from the stream, in time that the data bounds.
-#ifndef QLNUTIL_HEVC_COUNTED_ROUNDS_H
-#define QLNUTIL_HEVC_COUNTED_ROUNDS_H
+// Loops of the HEVC readers whose count comes from the stream, in time that the data bounds.
+//
+// RunCountedRounds of bits/ follows a position that wraps round and round, which costs a pass over the data
+// each time; in loops that stand inside loops, as those of the HRD, that would add up. Here the first wrap
+// ends it: what follows counts as read past the end, and a loop never passes the data twice.
+#ifndef QLNUTIL_HEVC_LOOP_READER_H
+#define QLNUTIL_HEVC_LOOP_READER_H
 
 #include <cstdint>
 
