@@ -143,15 +143,21 @@ TEST(HevcConfig, AReservedFieldThatIsWrongTwice) {
   }
 }
 
-TEST(HevcConfig, AHeadThatWasEscapedAsAWhole) {
+// A box with its head and arrays escaped as a whole, behind `front`.
+Bytes EscapedBox(const Bytes& front, uint32_t ppsBytesMore = 0) {
   Bytes box = Box(FullSet());
   box[8 + 6] = 0;  // the first constraint bytes
   box[8 + 7] = 0;
-  // Head and arrays went through the escaping step, which puts a 3 into each escape of the units as well.
+  box[box.size() - PpsUnit().size() - 1] += static_cast<uint8_t>(ppsBytesMore);
   Bytes head = Head(box, 31);
   head.insert(head.begin() + 16, 3);
-  const Bytes whole = Join({head, Escaped(Bytes(box.begin() + 31, box.end()))});
-  auto read = Read(whole);
+  return Join({front, head, Escaped(Bytes(box.begin() + 31, box.end()))});
+}
+
+TEST(HevcConfig, AHeadThatWasEscapedAsAWhole) {
+  const Bytes box = Box(FullSet());
+  // The escaping step puts a 3 into each escape of the units as well.
+  auto read = Read(EscapedBox({}));
   EXPECT_THAT(read.messages, ElementsAre(kReserved));
   EXPECT_EQ(read.result, box.size()) << "an offset in the repaired bytes";
   EXPECT_EQ(read.bitPos, box.size() * 8);
@@ -159,6 +165,46 @@ TEST(HevcConfig, AHeadThatWasEscapedAsAWhole) {
   EXPECT_EQ(Words(*read.sps), Words(ReadSps(SpsUnit()).record()));
   EXPECT_EQ(Words(*read.vps), Words(ReadVps(VpsUnit()).record()));
   EXPECT_EQ(Words(*read.pps), Words(ReadPps(PpsUnit()).record()));
+}
+
+// Where the SPS unit of a full set ends in its box.
+uint32_t EndOfSps() { return static_cast<uint32_t>(Box(FullSet()).size() - PpsUnit().size() - 5); }
+
+TEST(HevcConfig, TheSecondAttemptBeginsAtTheStatesPosition) {
+  Bytes bytes = EscapedBox(Hex("AB"));
+  QLNBitState state{bytes.data(), static_cast<int32_t>(bytes.size()), static_cast<uint32_t>(bytes.size() * 8),
+                    8};
+  HevcConfigRecord config{};
+  const auto sps = std::make_unique<HevcSpsRecord>();
+  MessageCapture capture;
+  EXPECT_EQ(qlnutilRead_HEVC_CR(&state, &config, nullptr, sps.get(), nullptr), EndOfSps() + 1);
+  EXPECT_THAT(capture.textsWithoutLines(), ElementsAre(kReserved));
+  EXPECT_EQ(Words(*sps), Words(ReadSps(SpsUnit()).record()));
+  EXPECT_EQ(config.numOfArrays, 3u);
+}
+
+TEST(HevcConfig, TheRepairedBytesEndInCopiesOfTheLastOne) {
+  // The PPS unit claims one byte more than the box had before it was escaped: a byte that moving the rest
+  // down leaves behind, shown by the message on what stands behind the unit's trailing bits.
+  const Bytes bytes = EscapedBox({}, 1);
+  auto read = Read(bytes);
+  const auto position = static_cast<uint32_t>(PpsUnit().size() * 8);
+  char left[40];
+  std::snprintf(left, sizeof left, " 0x%08X 0x00000000", unsigned{bytes.back()});
+  EXPECT_THAT(
+      read.messages,
+      ElementsAre(kReserved, LengthMessage("PPS", "1 padding = 0 current bit " + std::to_string(position) +
+                                                      " bit length " + std::to_string(position + 8) + left)));
+  EXPECT_EQ(read.result, Box(FullSet()).size() + 1);
+}
+
+TEST(HevcConfig, AnArrayCountPastTheEndIsBelowOne) {
+  const Bytes box = Head(Box(FullSet()), 30);
+  auto read = Read(box);
+  EXPECT_EQ(read.result, 0u);
+  EXPECT_EQ(read.bitPos, 31u * 8);
+  EXPECT_EQ(read.config.numOfArrays, 0xFFFFFFFFu);
+  EXPECT_THAT(read.messages, IsEmpty());
 }
 
 TEST(HevcConfig, AnEscapedHeadWithoutArrays) {

@@ -204,6 +204,25 @@ TEST(HevcFrameScan, LaterSetsOverwriteEarlierOnes) {
   EXPECT_EQ(scan.vpsSpsCopy(), VpsUnit());
 }
 
+TEST(HevcFrameScan, RecordsWithoutAUnitAreNotTouched) {
+  const Bytes bytes = Four(PpsUnit());
+  ExactCopy copy(bytes);
+  DFrame frame{};
+  frame.frameData = copy.data();
+  frame.frameSize = static_cast<uint32_t>(bytes.size());
+  HevcVpsRecord vps;
+  HevcPpsRecord pps{};
+  const auto sps = std::make_unique<HevcSpsRecord>();
+  std::memset(&vps, 0x5A, sizeof vps);
+  std::memset(sps.get(), 0x5A, sizeof *sps);
+  EXPECT_EQ(
+      qlnutilFindNalUnitsHevc(&frame, &vps, sps.get(), &pps, 0, 0, nullptr, nullptr, 0, nullptr, nullptr),
+      1u);
+  EXPECT_EQ(Words(vps), std::vector<uint32_t>(210, 0x5A5A5A5Au));
+  EXPECT_EQ(Words(*sps), std::vector<uint32_t>(7008, 0x5A5A5A5Au));
+  EXPECT_EQ(pps.init_qp_minus26, -3);
+}
+
 TEST(HevcFrameScan, RandomFramesStayInside) {
   Random random(87);
   for (int round = 0; round < 3000; ++round) {

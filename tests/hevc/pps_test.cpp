@@ -131,11 +131,28 @@ TEST(HevcPps, TileRoundsPastTheEndTakeABitEach) {
   EXPECT_EQ(pps.record().pps_beta_offset_div2, 0) << "an over-read disabled flag counts as set";
 }
 
+TEST(HevcPps, APositionThatWrapsCountsAsPastTheEndUntilTheLoopEnds) {
+  // Five widths over a limit of 2^32 - 1. The first code counts zeros up to the last place in front of the
+  // limit; the second takes the bit at the limit, and the position wraps to 0. The other three take a bit
+  // each, where reading on from the front would find the codes 010 and 00100 of the header.
+  const BitBuilder head = CutBehindTiles([](BitBuilder& b) { b.ue(5).ue(0).u(1, 0); }, 0);
+  auto pps = ReadPps(head.bytes(), nullptr, 0xFFFFFFFFu);
+  EXPECT_EQ(pps.record().num_tile_columns_minus1, 5u);
+  EXPECT_EQ(pps.record().column_width_minus1, 0u);
+  // Behind the loop the bits are those of the header again, from bit 3 on: 0 0100.
+  EXPECT_EQ(pps.record().loop_filter_across_tiles_enabled_flag, 0u);
+  EXPECT_EQ(pps.record().pps_loop_filter_across_slices_enabled_flag, 0u);
+  EXPECT_EQ(pps.record().deblocking_filter_control_present_flag, 1u);
+  EXPECT_EQ(pps.record().deblocking_filter_override_enabled_flag, 0u);
+  EXPECT_EQ(pps.record().pps_deblocking_filter_disabled_flag, 0u);
+  EXPECT_EQ(pps.bitPos, 0xFFFFFFFFu);
+}
+
 TEST(HevcPps, OverReadSpacingFlagSkipsTheWidths) {
   // The spacing flag is the second bit behind the data.
-  const BitBuilder head = CutBehindTiles([](BitBuilder& b) { b.ue(3).ue(0); }, 1);
+  const BitBuilder head = CutBehindTiles([](BitBuilder& b) { b.ue(30).ue(0); }, 1);
   auto pps = ReadPps(Head(head.bytes(), head.bits() / 8));
-  EXPECT_EQ(pps.record().num_tile_columns_minus1, 3u);
+  EXPECT_EQ(pps.record().num_tile_columns_minus1, 30u);
   EXPECT_EQ(pps.record().uniform_spacing_flag, 0xFFFFFFFFu);
   EXPECT_EQ(pps.record().column_width_minus1, 0u);
   EXPECT_EQ(pps.record().deblocking_filter_control_present_flag, 0xFFFFFFFFu);

@@ -291,6 +291,51 @@ TEST(HevcVps, AnExtensionIsPassedByWholeBytesAndReported) {
   EXPECT_EQ(vps.record().vps_extension_flag, 0u);
 }
 
+TEST(HevcVps, AnExtensionIsPassedUpToTheLengthBeforeUnescaping) {
+  VpsParts parts;
+  parts.extension = [](BitBuilder& b) { b.u(1, 1); };
+  const Bytes unit = Join({VpsBits(parts).align().bytes(), Hex("12 00 00 03 01 80")});
+  auto vps = ReadVps(unit);
+  // The end of the data is a byte in front of where the skip leads: the stop bit is over-read.
+  const std::string bits = std::to_string(unit.size() * 8);
+  EXPECT_THAT(vps.messages, ElementsAre(LengthMessage(
+                                "VPS", "-1 padding = -1 current bit " + std::to_string(unit.size() * 8 + 8) +
+                                           " bit length " + bits + " 0xFFFFFFFF 0xFFFFFFFF")));
+  EXPECT_EQ(vps.result, unit.size() + 1);
+}
+
+TEST(HevcVps, APocFlagPastTheEndCountsAsSet) {
+  VpsParts parts;
+  parts.timing = AddTiming;  // its last bit, a 0, stands at the limit
+  parts = AlignedTo(parts, 1);
+  auto vps = ReadVps(Head(VpsBits(parts).bytes(), VpsBits(parts).bits() / 8));
+  EXPECT_EQ(vps.record().vps_time_scale, 60000u);
+  EXPECT_EQ(vps.record().vps_poc_proportional_to_timing_flag, 0xFFFFFFFFu);
+  EXPECT_EQ(vps.record().vps_num_ticks_poc_diff_one, 1u) << "a code past the end is 0; kept plus 1";
+}
+
+TEST(HevcVps, AFixedRateFlagPastTheEndIsNotOne) {
+  // Two sub-layers; the first one's general flag, a 0, stands at the limit. The second flag is over-read and
+  // is not 1, so a low delay flag follows, which is over-read too and leaves out the count: two bits. The
+  // other sub-layer has its three; then come the extension flag and the stop bit, which ends a byte.
+  VpsParts parts;
+  parts.maxSubLayersMinus1 = 1;
+  parts.subLayers = [](BitBuilder& b) { b.u(16, 0); };
+  parts.timing = [](BitBuilder& b) {
+    AddTiming(b);
+    b.u(1, 0).ue(1).ue(0).u(1, 0).u(1, 0).u(1, 0);
+  };
+  parts.extension = Nothing;
+  for (uint32_t value = 0; value < 256 && VpsBits(parts).bits() % 8 != 1; ++value) {
+    parts.ordering = {{value, 0, 0}, {0, value % 16, 0}};
+  }
+  const size_t bits = VpsBits(parts).bits();
+  ASSERT_EQ(bits % 8, 1u);
+  auto vps = ReadVps(Head(VpsBits(parts).bytes(), bits / 8));
+  EXPECT_EQ(vps.record().cprms_present_flag, 1u);
+  EXPECT_EQ(vps.result, (bits + 2 + 3 + 1 + 1) / 8);
+}
+
 TEST(HevcVps, WriterForcesTheHeaderAndKeepsTheReservedWord) {
   HevcVpsRecord vps{};
   const Bytes written = WriteVps(vps);
