@@ -280,6 +280,28 @@ TEST_P(HevcStreams, FrameScan) {
 INSTANTIATE_TEST_SUITE_P(All, HevcStreams, testing::ValuesIn(kHevcRecipes),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
+// The trace of a real stream with units of our own behind its parameter sets.
+std::vector<TracedUnit> TraceWith(const std::string& name, const std::vector<Bytes>& made) {
+  Bytes stream;
+  for (const Bytes& unit : SplitByteStream(ReadFile(HevcStream(kHevcRecipes[0])))) {
+    stream = Join({stream, WithStartCode(unit)});
+    if ((unit[0] >> 1 & 63u) != 34) continue;
+    for (const Bytes& own : made) stream = Join({stream, WithStartCode(own)});
+  }
+  const std::string path = MediaPath(name);
+  WriteFile(path, stream);
+  return TraceHeaders(path);
+}
+
+// The traced unit of ours: the one with the id 1.
+TracedUnit Made(const std::vector<TracedUnit>& trace, const std::string& heading, const char* idName) {
+  for (const TracedUnit& unit : trace) {
+    if (unit.heading == heading && unit.value(idName) == 1) return unit;
+  }
+  ADD_FAILURE() << "no " << heading;
+  return {};
+}
+
 // What the encoder never writes, in sets made by hand that no slice refers to, spliced into a real stream.
 TEST(HevcStream, HandMadeSetsAreReadAsTheIndependentReaderReadsThem) {
   VpsParts vpsParts;
@@ -322,24 +344,8 @@ TEST(HevcStream, HandMadeSetsAreReadAsTheIndependentReaderReadsThem) {
   const Bytes spsUnit = Escaped(Sps(spsParts));
   const Bytes ppsUnit = Escaped(Pps(ppsParts));
 
-  const auto units = SplitByteStream(ReadFile(HevcStream(kHevcRecipes[0])));
-  Bytes stream;
-  for (size_t i = 0; i < units.size(); ++i) {
-    stream = Join({stream, WithStartCode(units[i])});
-    if ((units[i][0] >> 1 & 63u) == 34) {
-      stream = Join({stream, WithStartCode(vpsUnit), WithStartCode(spsUnit), WithStartCode(ppsUnit)});
-    }
-  }
-  const std::string path = MediaPath("hevc_hand_made.hevc");
-  WriteFile(path, stream);
-  const std::vector<TracedUnit> trace = TraceHeaders(path);
-  const auto made = [&](const char* heading, const char* idName) {
-    for (const TracedUnit& unit : trace) {
-      if (unit.heading == heading && unit.value(idName) == 1) return unit;
-    }
-    ADD_FAILURE() << "no " << heading;
-    return TracedUnit{};
-  };
+  const std::vector<TracedUnit> trace = TraceWith("hevc_hand_made.hevc", {vpsUnit, spsUnit, ppsUnit});
+  const auto made = [&](const char* heading, const char* idName) { return Made(trace, heading, idName); };
 
   auto vps = ReadVps(vpsUnit);
   EXPECT_THAT(vps.messages, IsEmpty());
@@ -384,6 +390,106 @@ TEST(HevcStream, HandMadeSetsAreReadAsTheIndependentReaderReadsThem) {
   auto pps = ReadPps(ppsUnit);
   EXPECT_THAT(pps.messages, IsEmpty());
   Compare(made("Picture Parameter Set", "pps_pic_parameter_set_id"), Words(pps.record()), 34, "");
+}
+
+// hrd_parameters() of the fullest kind: both kinds of schedule, sub-picture parameters.
+void AddHrd(BitBuilder& b, bool common, uint32_t cpbs) {
+  if (common) b.u(1, 1).u(1, 1).u(1, 1).u(8, 3).u(5, 4).u(1, 1).u(5, 6).u(8, 0x12).u(4, 3).u(15, 0x5A5A);
+  b.u(1, 0).u(1, 0).u(1, 0).ue(cpbs - 1);
+  if (!common) return;
+  for (uint32_t i = 0; i < 2 * cpbs; ++i) b.ue(100 + 50 * i).ue(200 + 70 * i).ue(1 + i).ue(7 + i).u(1, i & 1);
+}
+
+TEST(HevcStream, HrdParametersOfAVpsArePassedAsTheIndependentReaderReadsThem) {
+  VpsParts parts;
+  parts.id = 1;
+  parts.layerSetsMinus1 = 2;
+  parts.layerSets = [](BitBuilder& b) { b.u(2, 3); };
+  parts.timing = [](BitBuilder& b) {
+    b.u(1, 1).u(32, 1001).u(32, 60000).u(1, 0).ue(3);
+    b.ue(0);
+    AddHrd(b, true, 2);
+    b.ue(1).u(1, 0);
+    AddHrd(b, false, 1);
+    b.ue(2).u(1, 1);
+    AddHrd(b, true, 1);
+  };
+  const Bytes unit = Escaped(Vps(parts));
+  TracedUnit trace =
+      Made(TraceWith("hevc_vps_hrd.hevc", {unit}), "Video Parameter Set", "vps_video_parameter_set_id");
+  auto vps = ReadVps(unit);
+  EXPECT_THAT(vps.messages, IsEmpty());
+  EXPECT_EQ(vps.result, Unescaped(unit).size());
+  // Of the traced structures the record has the last index and the last common information flag.
+  size_t structures = 0;
+  size_t passed = 0;
+  std::erase_if(trace.elements, [&](TracedElement& element) {
+    const std::string name = element.name.substr(0, element.name.find('['));
+    if (name == "hrd_layer_set_idx") {
+      EXPECT_EQ(element.value, static_cast<int64_t>(structures));
+      ++structures;
+      element.name = name;
+    }
+    if (name == "cprms_present_flag") element.name = name;
+    const bool kept = PlacesOf(32).contains(name) || kNotKept.contains(name) ||
+                      name == "general_profile_compatibility_flag" || name.starts_with("general_");
+    passed += kept ? 0 : 1;
+    return !kept;
+  });
+  EXPECT_EQ(structures, 3u);
+  EXPECT_GT(passed, 40u) << "the elements that are read past";
+  Compare(trace, Words(vps.record()), 32, "");
+}
+
+// The standard has one flag pair more in a predicted set than the reader takes, and derives the counts that
+// the next set of a chain goes by; here they stay 0. Everything in front is right, everything behind is read
+// from other bits, and the end of the unit tells.
+TEST(HevcStream, AChainOfPredictedSetsIsReadFromOtherBits) {
+  SpsParts parts;
+  parts.id = 1;
+  parts.shortTerm = [](BitBuilder& b) {
+    b.ue(3);
+    b.ue(2).ue(0).ue(0).u(1, 1).ue(0).u(1, 1);
+    b.u(1, 1).u(1, 1).ue(0).u(1, 1).u(1, 1).u(1, 1);                  // two pictures and one pair more
+    b.u(1, 1).u(1, 1).ue(0).u(1, 1).u(1, 1).u(1, 0).u(1, 0).u(1, 1);  // three pictures by now
+  };
+  const Bytes unit = Escaped(Sps(parts));
+  const TracedUnit trace =
+      Made(TraceWith("hevc_chain.hevc", {unit}), "Sequence Parameter Set", "sps_seq_parameter_set_id");
+  auto sps = ReadSps(unit);
+  const HevcSpsRecord& r = sps.record();
+  Compare(trace, Words(r), 33, "num_short_term_ref_pic_sets");
+
+  // The reader's own form, a bit at a time from where the independent reader finds the first predicted set.
+  PlainBits bits{Unescaped(unit)};
+  for (const TracedElement& element : trace.elements) {
+    if (element.name.starts_with("delta_poc_s0_minus1")) {
+      bits.position = static_cast<size_t>(element.position);  // of the last picture of set 0
+    }
+  }
+  EXPECT_EQ(r.st_ref_pic_set[0].num_negative_pics, 2u);
+  EXPECT_EQ(r.st_ref_pic_set[0].delta_poc_s0_minus1[1], bits.ue());
+  EXPECT_EQ(r.st_ref_pic_set[0].used_by_curr_pic_s0_flag[1], bits.bit());
+  const HevcShortTermRps& middle = r.st_ref_pic_set[1];
+  EXPECT_EQ(middle.inter_ref_pic_set_prediction_flag, bits.bit());
+  EXPECT_EQ(middle.delta_rps_sign, bits.bit());
+  EXPECT_EQ(middle.abs_delta_rps_minus1, bits.ue());
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(middle.used_by_curr_pic_flag[i], bits.bit());
+    if (middle.used_by_curr_pic_flag[i] == 0) {
+      EXPECT_EQ(middle.use_delta_flag[i], bits.bit());
+    }
+  }
+  const HevcShortTermRps& last = r.st_ref_pic_set[2];
+  EXPECT_EQ(last.inter_ref_pic_set_prediction_flag, bits.bit());
+  ASSERT_EQ(last.inter_ref_pic_set_prediction_flag, 1u);
+  EXPECT_EQ(bits.ue(), 0u) << "delta_idx_minus1: the set in front";
+  EXPECT_EQ(last.delta_rps_sign, bits.bit());
+  EXPECT_EQ(last.abs_delta_rps_minus1, bits.ue());
+  EXPECT_EQ(middle.num_negative_pics + middle.num_positive_pics, 0u) << "so no flags follow";
+  EXPECT_EQ(r.long_term_ref_pics_present_flag, bits.bit());
+  EXPECT_EQ(sps.bitPos, unit.size() * 8);
+  EXPECT_EQ(sps.messages.size(), 1u);
 }
 
 TEST(HevcStream, TheWritersScanLeavesARawPatternNearTheEnd) {
