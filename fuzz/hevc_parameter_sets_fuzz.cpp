@@ -1,6 +1,7 @@
 // The three HEVC parameter set readers and writers on any bytes: reading into a record that holds anything,
 // writing what was read, and writing records filled from the input.
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -10,12 +11,25 @@
 
 namespace {
 
-// The input as a record: repeated over its words.
+// The input as a record: repeated over its words, in runs that double.
 template <class Record>
 void Fill(Record& record, const uint8_t* data, size_t size) {
   auto* const bytes = reinterpret_cast<uint8_t*>(&record);
-  for (size_t i = 0; i < sizeof record && size != 0; ++i) bytes[i] = data[i % size];
+  size_t filled = std::min(size, sizeof record);
+  std::memcpy(bytes, data, filled);
+  while (filled != 0 && filled < sizeof record) {
+    const size_t run = std::min(filled, sizeof record - filled);
+    std::memcpy(bytes + filled, bytes, run);
+    filled += run;
+  }
 }
+
+// Records of their own blocks, kept from run to run: making them anew costs more than what is tried on them.
+struct Records {
+  std::unique_ptr<HevcVpsRecord> vps = std::make_unique<HevcVpsRecord>();
+  std::unique_ptr<HevcSpsRecord> sps = std::make_unique<HevcSpsRecord>();
+  std::unique_ptr<HevcPpsRecord> pps = std::make_unique<HevcPpsRecord>();
+};
 
 // Room that a writer is told to be given, and no byte more.
 struct Output {
@@ -39,14 +53,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::unique_ptr<uint8_t[]> unit(new uint8_t[count]);
   if (count != 0) std::memcpy(unit.get(), data + 7, count);
 
-  const auto vps = std::make_unique<HevcVpsRecord>();
-  const auto sps = std::make_unique<HevcSpsRecord>();
-  const auto pps = std::make_unique<HevcPpsRecord>();
+  static const Records records;
+  const auto& [vps, sps, pps] = records;
   HevcConfigRecord config{};
   if (shape & 1) {
     Fill(*vps, data, size);
     Fill(*sps, data, size);
     Fill(*pps, data, size);
+  } else {
+    *vps = {};
+    std::memset(sps.get(), 0, sizeof *sps);
+    *pps = {};
   }
   const auto state = [&] {
     return QLNBitState{unit.get(), static_cast<int32_t>(count), static_cast<uint32_t>(count * 8),
@@ -60,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   QLNBitState forPps = state();
   qlnutilRead_HEVC_PPS(&forPps, pps.get(), &config, bits);
 
-  const Output output;
+  static const Output output;
   output.Check(qlnutilWrite_HEVC_VPS(vps.get(), output.bytes.get()));
   output.Check(qlnutilWrite_HEVC_SPS(sps.get(), output.bytes.get(), 0));
   output.Check(qlnutilWrite_HEVC_PPS(pps.get(), output.bytes.get()));
