@@ -16,6 +16,7 @@ void AddCheckCommand(CLI::App& app);
 void AddFormatCommand(CLI::App& app);
 void AddMetadataCommand(CLI::App& app);
 void AddCommandCommand(CLI::App& app);
+void AddTransportCommand(CLI::App& app);
 
 // Adds them all, in the order in which the help lists them.
 inline void AddCommands(CLI::App& app) {
@@ -25,6 +26,7 @@ inline void AddCommands(CLI::App& app) {
   AddFormatCommand(app);
   AddMetadataCommand(app);
   AddCommandCommand(app);
+  AddTransportCommand(app);
 }
 
 }  // namespace qlnmedia
