@@ -344,6 +344,21 @@ TEST(JsonReader, TextsAreCutToTheRecord) {
   EXPECT_EQ(std::string(record.bytes() + 76, 5924), std::string(5923, 'a') + '\0');
 }
 
+TEST(JsonReader, ThereIsRoomForAHundredTokens) {
+  const auto text = [](int tokens) {
+    std::string members;
+    for (int i = 7; i < tokens; ++i) members += "1,";
+    return "{\"MediaCmd\" : {\"Channel\":7,\"a\":[" + members + "]}}";
+  };
+  MessageCapture capture;
+  MediaCmd command = Command(ctStop);
+  EXPECT_EQ(MediaCmdFromJSON(&command, nullptr, text(101).c_str()), -1);
+  EXPECT_EQ(capture.texts(), Lines{"Failed to parse JSON: -1\n"});
+  EXPECT_EQ(command.Channel, -1);
+  EXPECT_EQ(MediaCmdFromJSON(&command, nullptr, text(100).c_str()), 0);
+  EXPECT_EQ(command.Channel, 7);
+}
+
 // Keys among the last tokens, with nothing behind them.
 TEST(JsonReader, KeysAtTheEndOfTheTokens) {
   for (const char* key :
