@@ -1,9 +1,11 @@
 // The project file: what is set, saved and loaded, and which files are looked for and made.
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <new>
@@ -533,6 +535,23 @@ TEST_F(Project, AFailedSaveSaysSo) {
     EXPECT_EQ(project.SaveXMLFile(), 0u) << path;
   }
   EXPECT_TRUE(fs::is_character_file("/dev/full"));
+}
+
+TEST_F(Project, AFailedSaveLeavesTheOldFileAndNothingBesideIt) {
+  const std::string old = Save();
+  project.SetConfigString("Long", std::string(100000, 'x').c_str());
+  // A file may grow to half of what the document needs.
+  rlimit before;
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const rlimit half = {50000, before.rlim_max};
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &half), 0);
+  const uint32_t saved = project.SaveXMLFile();
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(saved, 0u);
+  EXPECT_EQ(TextOfFile(In("p.xml")), old);
+  EXPECT_EQ(FilesInFolder(), 2u);
 }
 
 TEST_F(Project, AnAssignedObjectSharesTheDocument) {
