@@ -282,9 +282,10 @@ class CQLNTransTC {
   /// @return the frame number.
   QLN_API int32_t operator-=(int32_t steps);
 
-  /// Sets the range between two frames, given in either order. -1 as @p b is an open end: the counter then
-  /// runs free from @p a on, and a position in front of @p a is moved by 1 + a. Neither the position nor the
-  /// speed changes; the next step or SetTC applies the range.
+  /// Sets the range between two frames, given in either order. -1 as @p b always stays the second. Behind an
+  /// @p a from 0 up it is an open end: the counter then runs free from @p a on, the frames from 0 to a - 1
+  /// are moved on by 1 + a, those from -99 to -1 back by as much, and all in front of them stay. Neither the
+  /// position nor the speed changes; the next step or SetTC applies the range.
   QLN_API void SetRange(int32_t a, int32_t b);
 
   /// Sets the speed. The fraction of the position becomes 0 for plain play and plain reverse, and half a

@@ -286,6 +286,12 @@ TEST(Counter, FoldsAPositionThatIsSet) {
   EXPECT_EQ(folded(0, 10, -100), 6);
   EXPECT_EQ(folded(10, -1, 5), 16);
   EXPECT_EQ(folded(10, -1, 10), 10);
+  EXPECT_EQ(folded(10, -1, 0), 11);
+  EXPECT_EQ(folded(10, -1, 9), 20);
+  EXPECT_EQ(folded(10, -1, -1), -12);
+  EXPECT_EQ(folded(10, -1, -99), -110);
+  EXPECT_EQ(folded(10, -1, -100), -100);
+  EXPECT_EQ(folded(-5, -1, -1), -5) << "in front of -1 it is a range like any other: -1 + 4 frames, folded";
   EXPECT_EQ(folded(10, -1, INT32_MAX), INT32_MAX);
   EXPECT_EQ(folded(0, 100, -1), 99);
 }
