@@ -462,9 +462,10 @@ QLN_API uint32_t qlnUtilh264MarkerToSize(uint8_t* buffer, uint32_t size);
 /// @param buffer The frame; null gives @p size.
 /// @param size   Bytes in it.
 /// @return @p size; the offset of the first length that is 0, where the frame counts as ended. A frame that
-///         begins with 00 00 00 01 is left as it is, and so is everything from the first length on that does
-///         not leave at least one byte behind the unit's prefix and bytes, counted without the prefix, or
-///         that has fewer than 4 bytes.
+///         begins with 00 00 00 01 is left as it is. The walk ends at a place with fewer than 4 bytes left,
+///         and at a length that is not below the number of bytes left there, its own 4 included; all from
+///         there on stays as it is. A length that is only up to 3 bytes too long still becomes a start code,
+///         the last one.
 QLN_API uint32_t qlnUtilh264SizeToMarker(uint8_t* buffer, uint32_t size);
 
 QLN_C_END

@@ -273,6 +273,17 @@ TEST(AddNalUnits, HostileCountsAndWidthsAreBounded) {
   }
 }
 
+TEST(AddNalUnits, ThirtyTwoSchedulesAreWrittenAtMost) {
+  H264SpsRecord sps = TimedSps();
+  for (const uint32_t last : {31u, 32u, 1000u}) {
+    sps.nal_hrd.cpb_cnt_minus1 = last;
+    BitBuilder buffering;
+    buffering.ue(2);
+    for (int i = 0; i < 32; ++i) buffering.u(24, 0x1234).u(24, 0x56);
+    EXPECT_EQ(Add(kSlice, 0x10000000, {&sps, -1, 0, 0, 0, 1, 1}).bytes, Join({Sei(0, buffering), kSlice}));
+  }
+}
+
 TEST(AddNalUnits, AFrameWithoutRoomStaysAndIsReported) {
   Request request;
   request.delimiter = 1;
@@ -296,6 +307,18 @@ TEST(AddNalUnits, AMarkerFormFrameIsConvertedAlsoWhereTheUnitsDoNotFit) {
   const Added stays = Add(shortCodes, 0x10000000, request, 11);
   EXPECT_EQ(stays.bytes, shortCodes);
   EXPECT_EQ(stays.messages, std::vector<std::string>{kNoRoom});
+  const Added none = Add(shortCodes, 0x10000000, {}, 11);
+  EXPECT_EQ(none.bytes, shortCodes);
+  EXPECT_EQ(none.messages, std::vector<std::string>{kNoRoom});
+  // Start codes of 4 bytes need no room, whatever the capacity.
+  Bytes buffer = markers;
+  DFrame frame{};
+  frame.frameData = buffer.data();
+  frame.frameSize = static_cast<uint32_t>(buffer.size());
+  MessageCapture capture;
+  qlnutilAddNalUnits(&frame, nullptr, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1);
+  EXPECT_EQ(buffer, kSlice);
+  EXPECT_TRUE(capture.texts().empty());
 }
 
 TEST(AddNalUnits, NullFramesDoNothing) {

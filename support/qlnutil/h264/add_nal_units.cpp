@@ -153,9 +153,9 @@ void ReportNoRoom() { ErrOut("No room for NAL units in DFrame (kxmov2)"); }
 
 // Makes a frame in marker form one in length form. False when its start codes do not fit, widened.
 bool ConvertToLengths(DFrame* frame) {
-  const uint64_t size = uint64_t{frame->frameSize} + CountWidenedMarkers(frame->frameData, frame->frameSize);
   if (!BeginsWithStartCode(frame->frameData, frame->frameSize)) return true;
-  if (size > frame->frameCapacity) return false;
+  const uint32_t widened = CountWidenedMarkers(frame->frameData, frame->frameSize);
+  if (widened != 0 && uint64_t{frame->frameSize} + widened > frame->frameCapacity) return false;
   frame->frameSize = qlnUtilh264MarkerToSize(frame->frameData, frame->frameSize);
   return true;
 }
