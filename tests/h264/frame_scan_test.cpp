@@ -232,6 +232,18 @@ TEST(FrameScan, ADelimiterTellsThePrefixOfTheRest) {
   EXPECT_EQ(scan.count, 1u);
 }
 
+TEST(FrameScan, TheDelimitersTestStaysInsideTheFrame) {
+  Bytes bytes = Hex("00 00 00 00 09 10 00 00 55 01");
+  DFrame frame{};
+  frame.frameData = bytes.data();
+  const auto count = [&](uint32_t size) {
+    frame.frameSize = size;
+    return qlnutilFindNalUnits(&frame, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+  };
+  EXPECT_EQ(count(10), 1u);  // stepped over by 6 under the short prefix
+  EXPECT_EQ(count(9), 2u);   // the 1 lies behind the frame: by the length of 0 and 4
+}
+
 TEST(FrameScan, ShortCodesAreSearchedBehindAShortPrefix) {
   const Scan scan =
       ScanFrame(Join({Hex("00 00 00 01 09 10"), WithStartCode(Hex("01 9A 12 34"), 3),

@@ -60,6 +60,22 @@ H264SpsRecord PlainSps(uint32_t profile = 66) {
   return sps;
 }
 
+// The writers' scan: from one escaped triple straight to the byte behind it.
+Bytes EscapeByTriples(const Bytes& raw) {
+  Bytes escaped;
+  size_t i = 0;
+  for (; raw.size() - i > 2;) {
+    if (raw[i] == 0 && raw[i + 1] == 0 && raw[i + 2] <= 3) {
+      escaped.insert(escaped.end(), {0, 0, 3, raw[i + 2]});
+      i += 3;
+    } else {
+      escaped.push_back(raw[i++]);
+    }
+  }
+  escaped.insert(escaped.end(), raw.begin() + static_cast<std::ptrdiff_t>(i), raw.end());
+  return escaped;
+}
+
 TEST(SpsWriter, ANullRecordGivesZero) {
   Bytes buffer(16, kGuard);
   QLNBitState state{buffer.data(), 16, 128, 24};
@@ -197,15 +213,14 @@ TEST(SpsWriter, HostileScheduleCountsStayInsideTheRecord) {
     if (count < 0x1000) {
       bits.ue(count);
     } else if (count == 0x7FFFFFFEu) {
-      bits.u(50, 0).u(28, 0).u(31, 0x7FFFFFFF);
-      continue;  // its long code is tested with the bit writer; here that the record is not left
+      bits.u(77, 0).u(32, 0x7FFFFFFF);  // the long form of 109 bits
     } else {
       bits.ue(0);
     }
     bits.u(8, 0);
-    for (int i = 0; i < (count < 0x1000 ? 8 : 0); ++i) bits.ue(0).ue(0).u(1, 0);
+    for (int i = 0; i < (count < 0x80000000u ? 8 : 0); ++i) bits.ue(0).ue(0).u(1, 0);
     bits.u(20, 0).u(1, 0).u(1, 0).u(1, 0).trailing();
-    EXPECT_EQ(WriteSpsUnit(sps), Escape(bits.bytes())) << count;
+    EXPECT_EQ(WriteSpsUnit(sps), EscapeByTriples(bits.bytes())) << count;
   }
 }
 
@@ -231,19 +246,8 @@ TEST(SpsWriter, EscapesByItsOwnScan) {
   BitBuilder bits = SpsHead(66);
   PlainSpsBody(bits).u(1, 1).u(4, 0).u(1, 1).u(32, 0).u(32, 0x01000000).u(1, 0);
   bits.u(1, 0).u(1, 0).u(1, 0).u(1, 0).trailing();
-  const Bytes raw = bits.bytes();
-  Bytes expected;
-  size_t i = 0;
-  for (; raw.size() - i > 2;) {
-    if (raw[i] == 0 && raw[i + 1] == 0 && raw[i + 2] <= 3) {
-      expected.insert(expected.end(), {0, 0, 3, raw[i + 2]});
-      i += 3;
-    } else {
-      expected.push_back(raw[i++]);
-    }
-  }
-  expected.insert(expected.end(), raw.begin() + static_cast<std::ptrdiff_t>(i), raw.end());
-  EXPECT_GT(expected.size(), raw.size());
+  const Bytes expected = EscapeByTriples(bits.bytes());
+  EXPECT_GT(expected.size(), bits.bytes().size());
   EXPECT_EQ(WriteSpsUnit(sps), expected);
 }
 
@@ -399,9 +403,28 @@ TEST(PpsWriter, AReadAndAWriteGiveTheSameBytes) {
   EXPECT_EQ(WritePpsUnit(ReadPpsUnit(bits.bytes()).record), bits.bytes());
 }
 
+// Whether the readers take all emulation prevention out of a written unit again, and nothing else: none in
+// the first three bytes or at the very end, no zero run from one triple into the next, no 00 00 0C.
+bool EscapesComeBack(const Bytes& unit) {
+  for (size_t i = 0; i + 2 < unit.size(); ++i) {
+    if (unit[i] != 0 || unit[i + 1] != 0) continue;
+    if (unit[i + 2] == 12) return false;
+    if (unit[i + 2] == 3 && (i < 3 || i + 4 >= unit.size() || unit[i + 3] == 0)) return false;
+  }
+  return true;
+}
+
+// Bytes of a unit without its emulation prevention.
+size_t Unescaped(const Bytes& unit) {
+  size_t size = unit.size();
+  for (size_t i = 0; i + 2 < unit.size(); ++i) size -= unit[i] == 0 && unit[i + 1] == 0 && unit[i + 2] == 3;
+  return size;
+}
+
 // Random records within their fields' widths read back as they were, but for the told words.
 TEST(ParameterSetWriters, RandomRecordsReadBack) {
   Random random(17);
+  int compared = 0;
   for (int round = 0; round < 3000; ++round) {
     const auto flag = [&] { return static_cast<uint32_t>(random.below(2)); };
     const auto code = [&] {
@@ -434,17 +457,93 @@ TEST(ParameterSetWriters, RandomRecordsReadBack) {
       sps.bitstream_restriction_flag = 1;
       sps.max_dec_frame_buffering = code();
     }
-    const H264SpsRecord again = ReadSpsUnit(WriteSpsUnit(sps)).record;
-    // Zero runs across triples and in the first bytes do not come back; they are rare here.
-    if (WriteSpsUnit(again) == WriteSpsUnit(sps)) {
-      ASSERT_EQ(Differences(sps, again, kH264SpsFields), std::vector<std::string>{});
-    } else {
-      const Bytes raw = WriteSpsUnit(sps);
-      bool runs = false;
-      for (size_t i = 0; i + 3 < raw.size(); ++i) runs |= raw[i] == 0 && raw[i + 1] == 0 && raw[i + 2] == 3;
-      ASSERT_TRUE(runs) << test::ToHex(raw);
+    const Bytes unit = WriteSpsUnit(sps);
+    if (!EscapesComeBack(unit)) continue;
+    const H264SpsRecord again = ReadSpsUnit(unit).record;
+    ASSERT_EQ(Differences(sps, again, kH264SpsFields), std::vector<std::string>{}) << test::ToHex(unit);
+    ++compared;
+  }
+  EXPECT_GT(compared, 2500);
+}
+
+// Whether the long form of ue(v) does not come into play: fields of fixed width aside, values that read back.
+template <class Record>
+bool ValuesComeBack(const Record& record, std::span<const RecordField> fields) {
+  uint32_t words[sizeof(Record) / 4];
+  std::memcpy(words, &record, sizeof record);
+  for (const RecordField& field : fields) {
+    const std::string name = field.name;
+    if (name == "num_units_in_tick" || name == "time_scale") continue;
+    for (uint32_t i = 0; i < field.count; ++i) {
+      const int64_t value = field.isSigned ? int64_t{static_cast<int32_t>(words[field.word + i])} * 2
+                                           : int64_t{words[field.word + i]};
+      if (value >= 0xFFFFFF || value <= -0xFFFFFF) return false;
     }
   }
+  return true;
+}
+
+// What the reader makes of an offset's code number that the writer put as a value: 2v - 1.
+uint32_t RewrittenOffset(uint32_t code) { return code == 0 ? 0 : 2 * code - 1; }
+
+TEST(ParameterSetWriters, AnySpsReadComesBackButForTheToldWords) {
+  Random random(31);
+  int compared = 0;
+  int cycles = 0;
+  for (int round = 0; round < 20000; ++round) {
+    Bytes unit = random.bytes(40 + random.below(80));
+    const uint8_t profiles[] = {66, 100, 122, 244};
+    if (round % 2 == 0) unit[1] = profiles[random.below(4)];
+    const auto first = ReadSpsUnit(unit);
+    H264SpsRecord sps = first.record;
+    if (first.bitPos > first.bitLength || sps.seq_scaling_matrix_present_flag != 0) continue;
+    if (!ValuesComeBack(sps, kH264SpsFields)) continue;
+    const Bytes written = WriteSpsUnit(sps);
+    if (!EscapesComeBack(written)) continue;
+    sps.rbsp_stop_one_bit = 1;
+    if (sps.pic_order_cnt_type == 1) {
+      sps.offset_for_non_ref_pic = RewrittenOffset(sps.offset_for_non_ref_pic);
+      sps.offset_for_top_to_bottom_field = RewrittenOffset(sps.offset_for_top_to_bottom_field);
+      sps.offset_for_ref_frame = RewrittenOffset(sps.offset_for_ref_frame);
+      if (!ValuesComeBack(sps, kH264SpsFields)) continue;
+      ++cycles;
+    }
+    const auto again = ReadSpsUnit(written);
+    ASSERT_EQ(Differences(sps, again.record, kH264SpsFields), std::vector<std::string>{})
+        << test::ToHex(unit) << " became " << test::ToHex(written);
+    ASSERT_EQ(again.result, again.bitLength / 8 - (written.size() - Unescaped(written)));
+    ++compared;
+  }
+  EXPECT_GT(compared, 10000);
+  EXPECT_GT(cycles, 500);
+}
+
+TEST(ParameterSetWriters, AnyPpsReadComesBackButForTheToldWords) {
+  Random random(37);
+  int compared = 0;
+  int withMore = 0;
+  int withGroups = 0;
+  for (int round = 0; round < 40000; ++round) {
+    const auto first = ReadPpsUnit(random.bytes(24 + random.below(40)));
+    const H264PpsRecord& pps = first.record;
+    if (first.bitPos > first.bitLength || pps.pic_scaling_matrix_present_flag != 0) continue;
+    // Rectangles and group ids do not come back, nor do groups that the record does not hold.
+    const bool groups = pps.num_slice_groups_minus1 != 0;
+    if (groups && (pps.slice_group_map_type == 2 || pps.slice_group_map_type == 6)) continue;
+    if (groups && pps.slice_group_map_type == 0 && pps.num_slice_groups_minus1 > 7) continue;
+    if (!ValuesComeBack(pps, kH264PpsFields)) continue;
+    const Bytes written = WritePpsUnit(pps);
+    if (!EscapesComeBack(written)) continue;
+    const auto again = ReadPpsUnit(written);
+    ASSERT_EQ(Differences(pps, again.record, kH264PpsFields), std::vector<std::string>{})
+        << test::ToHex(written);
+    withMore += pps.more_rbsp_data_present != 0;
+    withGroups += groups;
+    ++compared;
+  }
+  EXPECT_GT(compared, 10000);
+  EXPECT_GT(withMore, 3000);
+  EXPECT_GT(withGroups, 1000);
 }
 
 TEST(ParameterSetWriters, RecordsOfAnyWordsAreSafe) {

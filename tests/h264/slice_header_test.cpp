@@ -430,24 +430,64 @@ TEST(SliceHeaderReader, AlignmentInCabacStreamsMayCallForASecondPass) {
   }
 }
 
-// The second pass stands on the shorter limit: what lay behind 256 bytes was zeros in the first pass and is
-// past the end in the second.
+// A header whose last element, of 10 bits, begins in the last five bits of the 256 bytes that are copied: the
+// first pass takes five zeros behind them, the second one stands on the shorter limit and runs past its end.
 TEST(SliceHeaderReader, TheSecondPassHasTheShorterLimit) {
-  Slice slice;
-  slice.pps.entropy_coding_mode_flag = 1;
-  slice.sps.log2_max_frame_num_minus4 = 2008 - 4 + 10;  // frame_num up to 10 bits behind the copy
-  BitBuilder bits = NalHeader(1, 0);
-  bits.ue(0).ue(7).ue(0);
-  Bytes unit = bits.bytes();
-  unit.resize(300, 0);
-  unit[40] = 1;
-  slice.Read(unit, 1);
-  // First pass: zeros, then a code of zeros up to the limit of 300 bytes, and so past it; no second pass.
-  const uint32_t first = slice.header.frame_num;
-  EXPECT_NE(first, kMinusOne);
-  slice.sps.log2_max_frame_num_minus4 = 2040 - 4;
-  slice.Read(unit, 1);
-  EXPECT_NE(slice.header.frame_num, 0u);
+  const auto changeCycle = [](const char* lastBits, uint32_t cabac) {
+    Slice slice;
+    slice.pps.entropy_coding_mode_flag = cabac;
+    slice.pps.num_slice_groups_minus1 = 1;
+    slice.pps.slice_group_map_type = 3;
+    slice.pps.pic_size_in_map_units_minus1 = 1100;
+    BitBuilder bits = NalHeader(1, 0);
+    bits.ue(0).ue(7).ue(0);
+    const uint32_t frameNum = 2048 - 5 - 3 - static_cast<uint32_t>(bits.bits());
+    slice.sps.log2_max_frame_num_minus4 = frameNum - 4;
+    for (uint32_t i = 0; i < frameNum; ++i) bits.u(1, 1);
+    bits.u(2, 0).se(0).raw(lastBits);
+    EXPECT_EQ(bits.bits(), 2048u);
+    bits.u(32, 0xFFFFFFFF);  // not copied
+    slice.Read(bits.bytes(), 1);
+    return slice.header.slice_group_change_cycle;
+  };
+  EXPECT_EQ(changeCycle("10101", 0), 0b1010100000u);
+  EXPECT_EQ(changeCycle("10101", 1), kMinusOne);
+}
+
+// Bits past the end of the unit count as alignment: no second pass, which would run past its end earlier.
+TEST(SliceHeaderReader, AlignmentPastTheEndCallsForNoSecondPass) {
+  for (uint32_t odd = 0; odd < 8; ++odd) {
+    Slice slice;
+    slice.pps.entropy_coding_mode_flag = 1;
+    BitBuilder bits = NalHeader(1, 0);
+    bits.ue(0).ue(7).ue(0);
+    // Up to some bits behind those that are copied; the code of slice_qp_delta runs over zeros to the end.
+    slice.sps.log2_max_frame_num_minus4 = 2080 + odd - static_cast<uint32_t>(bits.bits()) - 4;
+    Bytes unit = bits.bytes();
+    unit.resize(300, 0);
+    slice.Read(unit, 1);
+    EXPECT_EQ(slice.header.frame_num & 0xFFFF, 0u) << odd;
+  }
+}
+
+// Zeros stand in for what is not copied, up to 4096 bytes of the unit.
+TEST(SliceHeaderReader, TheFirstPassRunsOverZerosUpTo4096Bytes) {
+  const auto lastFlag = [](size_t size, uint32_t entries) {
+    Slice slice;
+    slice.sps.chroma_format_idc = 0;
+    slice.pps.weighted_pred_flag = 1;
+    BitBuilder bits = NalHeader(1, 0);
+    bits.ue(0).ue(0).ue(0).u(4, 1).u(1, 1).ue(entries - 1).u(1, 0).ue(0);
+    Bytes unit = bits.bytes();
+    unit.resize(256, 0);
+    unit.resize(size, 0xFF);  // not looked at
+    slice.Read(unit, 1);
+    return slice.header.luma_weight_l0_flag;
+  };
+  EXPECT_EQ(lastFlag(5000, 32700), 0u);
+  EXPECT_EQ(lastFlag(5000, 32800), kMinusOne);
+  EXPECT_EQ(lastFlag(4000, 31900), 0u);
+  EXPECT_EQ(lastFlag(4000, 32100), kMinusOne);
 }
 
 TEST(SliceHeaderReader, EveryTruncationIsSafe) {
@@ -628,6 +668,21 @@ TEST(SliceHeaderFix, WritesNothingAtOrBehindTheLimit) {
       EXPECT_EQ(slice.bitPos, 16u);
     }
   }
+}
+
+TEST(SliceHeaderFix, WritesNothingBehindTheSizeWhateverTheLimit) {
+  Slice slice;
+  slice.pps.entropy_coding_mode_flag = 1;
+  slice.pps.num_slice_groups_minus1 = 1;
+  slice.pps.slice_group_map_type = 3;
+  slice.pps.pic_size_in_map_units_minus1 = 99;
+  // Two bytes up to slice_qp_delta and two bits of the 6 of slice_group_change_cycle, which ends at bit 20.
+  Bytes data = Hex("88 87 55 55 55");
+  QLNBitState state{data.data(), 2, 40, 0};
+  EXPECT_EQ(qlnutilFix_SliceHeader(&state, &slice.header, &slice.sps, &slice.pps, 1, 0), 0u);
+  EXPECT_EQ(slice.header.slice_group_change_cycle, 0b110000u);
+  EXPECT_EQ(data, Hex("88 87 55 55 55"));
+  EXPECT_EQ(state.bitPos, 24u);
 }
 
 TEST(SliceHeaderFix, AHostileWeightCountEndsWhereRunningItWouldLeaveThePosition) {
