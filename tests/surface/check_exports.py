@@ -33,12 +33,15 @@ problems += [f"exported but still listed as pending: {name}" for name in sorted(
 if not pending and len(listed) != 201:
     problems.append(f"{len(listed)} names are listed, not 201")
 
-# Nothing runs when the library is loaded: beside the compiler's own frame_dummy there is no start-up entry.
+# Nothing runs when the library is loaded or unloaded: beside the compiler's own frame_dummy and
+# __do_global_dtors_aux there is no entry.
 sections = output_of("readelf", "-SW", library)
-match = re.search(r"\.init_array\s+INIT_ARRAY\s+[0-9a-f]+ [0-9a-f]+ ([0-9a-f]+)", sections)
-entries = int(match[1], 16) // 8 if match else 0
-if entries > 1:
-    problems.append(f".init_array has {entries} entries")
+for kind in ("init", "fini"):
+    match = re.search(rf"\.{kind}_array\s+{kind.upper()}_ARRAY\s+[0-9a-f]+ [0-9a-f]+ ([0-9a-f]+)", sections)
+    if match is None:
+        problems.append(f".{kind}_array was not found")
+    elif int(match[1], 16) // 8 > 1:
+        problems.append(f".{kind}_array has {int(match[1], 16) // 8} entries")
 
 print("\n".join(problems) or f"{len(built)} names exported, all listed; {len(pending)} pending")
 sys.exit(1 if problems else 0)
