@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <span>
@@ -356,9 +357,21 @@ void ExpectSetsToSurvive(const std::string& file) {
   }
   for (const Bytes& unit : Units(file, {8})) {
     const H264PpsRecord pps = Read<H264PpsRecord>(qlnutilRead_PPS, unit).record;
-    if (pps.pic_scaling_matrix_present_flag == 0) {
+    // A matrix whose lists all fall back has no entries that could change.
+    const bool hasLists =
+        pps.pic_scaling_matrix_present_flag != 0 &&
+        std::any_of(std::begin(pps.pic_scaling_list_present_flag),
+                    std::end(pps.pic_scaling_list_present_flag), [](uint32_t flag) { return flag != 0; });
+    if (!hasLists) {
       EXPECT_EQ(test::ToHex(Write(qlnutilWrite_PPS, pps)), test::ToHex(unit));
+      continue;
     }
+    const H264PpsRecord again = Read<H264PpsRecord>(qlnutilRead_PPS, Write(qlnutilWrite_PPS, pps)).record;
+    H264PpsRecord restored = again;
+    std::memcpy(restored.ScalingList4x4, pps.ScalingList4x4, sizeof pps.ScalingList4x4);
+    std::memcpy(restored.ScalingList8x8, pps.ScalingList8x8, sizeof pps.ScalingList8x8);
+    EXPECT_EQ(std::memcmp(&restored, &pps, sizeof pps), 0);
+    EXPECT_NE(std::memcmp(&again, &pps, sizeof pps), 0);
   }
 }
 
@@ -378,6 +391,144 @@ TEST(H264Streams, ParameterSetsSurviveAReadAndAWrite) {
     ++streams;
   }
   EXPECT_GE(streams, 60u);
+}
+
+// Entries of scaling lists are written as they stand: an independent reader finds them in the place of the
+// differences, and every other element as it was.
+TEST(H264Streams, RewrittenScalingListsHoldTheirEntriesAsDifferences) {
+  size_t entries = 0;
+  for (const Encode& encode : kEncodes) {
+    if (!StartsWith(encode.name, "scaling") || std::string(encode.name) == "scaling_444") continue;
+    SCOPED_TRACE(encode.name);
+    const std::string file = File(encode);
+    Bytes stream;
+    std::vector<H264PpsRecord> sets;
+    for (const Bytes& unit : SplitByteStream(test::ReadFile(file))) {
+      const bool isPps = unit[0] % 32u == 8;
+      if (isPps) sets.push_back(Read<H264PpsRecord>(qlnutilRead_PPS, unit).record);
+      stream = test::Join({stream, test::WithStartCode(isPps ? Write(qlnutilWrite_PPS, sets.back()) : unit)});
+    }
+    const std::string rewritten = test::MediaPath(std::string("h264_") + encode.name + "_lists.264");
+    test::WriteFile(rewritten, stream);
+    const auto before = Traced(TraceHeaders(file), "Picture Parameter Set", sets.size());
+    const auto after = Traced(TraceHeaders(rewritten), "Picture Parameter Set", sets.size());
+    ASSERT_EQ(before.size(), sets.size());
+    ASSERT_EQ(after.size(), sets.size());
+    for (size_t i = 0; i < sets.size(); ++i) {
+      const int32_t* entry = nullptr;
+      std::vector<std::pair<std::string, int64_t>> kept;
+      for (const TracedElement& element : after[i].elements) {
+        if (StartsWith(element.name, "delta_scale")) {
+          ASSERT_NE(entry, nullptr);
+          EXPECT_EQ(element.value, *entry++);
+          ++entries;
+          continue;
+        }
+        kept.emplace_back(element.name, element.value);
+        if (!StartsWith(element.name, "pic_scaling_list_present_flag[")) continue;
+        const size_t list = std::stoul(element.name.substr(element.name.find('[') + 1));
+        entry = list < 6 ? sets[i].ScalingList4x4[list] : sets[i].ScalingList8x8[list - 6];
+      }
+      std::vector<std::pair<std::string, int64_t>> expected;
+      for (const TracedElement& element : before[i].elements) {
+        if (!StartsWith(element.name, "delta_scale")) expected.emplace_back(element.name, element.value);
+      }
+      // The padding behind the longer lists may differ.
+      const auto unpadded = [](auto& list) {
+        while (!list.empty() && list.back().first == "rbsp_alignment_zero_bit") list.pop_back();
+      };
+      unpadded(kept);
+      unpadded(expected);
+      EXPECT_EQ(kept, expected);
+    }
+  }
+  EXPECT_GT(entries, 100u);
+}
+
+uint32_t Number32(const Bytes& bytes, size_t at) {
+  return uint32_t{bytes[at]} << 24 | uint32_t{bytes[at + 1]} << 16 | uint32_t{bytes[at + 2]} << 8 |
+         bytes[at + 3];
+}
+
+// An MP4 file with its avcC box exchanged, and the sizes of all boxes around it.
+Bytes WithOtherAvcc(Bytes file, const Bytes& box) {
+  // Bytes of each box in front of its children.
+  static const std::map<std::string, size_t> kHeads = {{"moov", 8}, {"trak", 8},  {"mdia", 8}, {"minf", 8},
+                                                       {"stbl", 8}, {"stsd", 16}, {"avc1", 86}};
+  size_t at = 0;
+  size_t end = file.size();
+  std::vector<size_t> around;
+  while (at + 8 <= end) {
+    const size_t size = Number32(file, at);
+    const std::string type(file.begin() + static_cast<std::ptrdiff_t>(at + 4),
+                           file.begin() + static_cast<std::ptrdiff_t>(at + 8));
+    if (type == "avcC") {
+      around.push_back(at);
+      for (const size_t outer : around) {
+        const size_t grown = Number32(file, outer) + box.size() - size;
+        for (size_t i = 0; i < 4; ++i) file[outer + i] = static_cast<uint8_t>(grown >> (24 - 8 * i));
+      }
+      const auto begin = file.begin() + static_cast<std::ptrdiff_t>(at);
+      file.erase(begin, begin + static_cast<std::ptrdiff_t>(size));
+      file.insert(file.begin() + static_cast<std::ptrdiff_t>(at), box.begin(), box.end());
+      return file;
+    }
+    if (kHeads.count(type) != 0) {
+      around.push_back(at);
+      end = at + size;
+      at += kHeads.at(type);
+    } else if (size < 8) {
+      break;
+    } else {
+      at += size;
+    }
+  }
+  ADD_FAILURE() << "no avcC";
+  return file;
+}
+
+// A box built from a frame whose SPS and PPS have one size (zero bytes behind the PPS make up for the
+// difference) stands in for the muxer's own.
+TEST(H264Streams, ABuiltBoxIsTakenByAnIndependentReader) {
+  for (const char* const name :
+       {"baseline", "baseline_slices", "zerolatency", "high_intra", "high_422_10_intra"}) {
+    SCOPED_TRACE(name);
+    const Encode* encode = std::find_if(std::begin(kEncodes), std::end(kEncodes),
+                                        [&](const Encode& e) { return std::string(e.name) == name; });
+    const std::string stream = File(*encode);
+    // No picture is reordered, as a byte stream has no times to restore. The index stands behind the
+    // pictures, so that nothing in it moves with its size.
+    const std::string file =
+        MediaFile(std::string("h264_box_") + name + ".mp4",
+                  "ffmpeg -hide_banner -v error -nostdin -i '" + stream + "' -c copy -an -f mp4 {out}");
+    const Bytes sps = Units(stream, {7}).at(0);
+    Bytes pps = Units(stream, {8}).at(0);
+    ASSERT_LE(pps.size(), sps.size());
+    pps.resize(sps.size(), 0);
+    Bytes content = test::Join(
+        {test::WithLength(sps), test::WithLength(pps), test::WithLength(Units(stream, {5}).at(0))});
+    DFrame frame{};
+    frame.frameData = content.data();
+    frame.frameSize = static_cast<uint32_t>(content.size());
+    Bytes box(14 + 2 + sps.size() + 3 + sps.size());
+    ASSERT_EQ(qlnutilGetAvcc(&frame, box.data()), box.size());
+
+    const std::string patched = test::MediaPath(std::string("h264_box_") + name + "_built.mp4");
+    test::WriteFile(patched, WithOtherAvcc(test::ReadFile(file), box));
+    const auto pictures = [](const std::string& path) {
+      return test::Run("ffmpeg -hide_banner -v warning -nostdin -i '" + path +
+                       "' -map 0:v:0 -fps_mode passthrough -f framemd5 - | grep -v '^#' | cut -d, -f6")
+          .output;
+    };
+    const std::string expected = pictures(file);
+    EXPECT_EQ(std::count(expected.begin(), expected.end(), '\n'), 8) << expected;
+    EXPECT_EQ(pictures(patched), expected);
+    const auto profile = test::Run(
+        "ffprobe -v error -show_entries stream=profile,level,width,height,extradata_size "
+        "-of csv=p=0 '" +
+        patched + "'");
+    EXPECT_NE(profile.output.find(std::to_string(box.size() - 8)), std::string::npos) << profile.output;
+  }
 }
 
 // Units in front of real frames: the pictures are the same, nothing is complained about, and the values that
