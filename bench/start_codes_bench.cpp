@@ -28,8 +28,16 @@ Bytes Stream(size_t size) {
   return bytes;
 }
 
-// Nothing but pairs of zeros and threes.
+// Zero bytes up to a start code near the end: what padding looks like, and where a search by skips cannot
+// skip.
 Bytes ZeroRich(size_t size) {
+  Bytes bytes(size);
+  std::memcpy(&bytes[size - 16], "\0\0\0\1\x41", 5);
+  return bytes;
+}
+
+// Nothing but pairs of zeros and threes: cabac_zero_words, where it skips best.
+Bytes ZeroWords(size_t size) {
   Bytes bytes(size);
   for (size_t i = 0; i < size; ++i) bytes[i] = i % 3 == 2 ? 3 : 0;
   std::memcpy(bytes.data(), "\0\0\0\1\x41", 5);
@@ -93,5 +101,6 @@ void FindGStreamer(benchmark::State& run, const Bytes& bytes) {
 QLN_ROW(find_nal_unit_stream, Stream(256 << 10), (256 << 10) / kUnitSize + 1)
 QLN_ROW(find_nal_unit_out_of_cache, Stream(96 << 20), (96 << 20) / kUnitSize + 1)
 QLN_ROW(find_nal_unit_zero_rich, ZeroRich(256 << 10), 1)
+QLN_ROW(find_nal_unit_zero_words, ZeroWords(256 << 10), 1)
 
 }  // namespace
