@@ -16,7 +16,7 @@ void Fill(Record& record, Input& input) {
   std::memset(&record, 0, sizeof record);
   const uint32_t count = input.Number(1) % 32;
   for (uint32_t i = 0; i < count; ++i) {
-    const uint32_t place = input.Number(2) % (sizeof record / 4);
+    const size_t place = input.Number(2) % (sizeof record / 4);
     const uint32_t kind = input.Number(1);
     const uint32_t value = kind < 200 ? kind % 40 : input.Number(4);
     std::memcpy(reinterpret_cast<uint8_t*>(&record) + 4 * place, &value, 4);
