@@ -158,7 +158,7 @@ std::string ShortenAnc(const Bytes& anc) {
   return text;
 }
 
-std::optional<MccFile> ReadMcc(std::string_view text, std::string* reason) {
+std::optional<MccFile> ReadMcc(std::string_view text, std::string* reason, std::vector<int>* numbers) {
   TextLines lines(text);
   std::string_view line;
   const auto refuse = [&](const char* what) {
@@ -168,6 +168,7 @@ std::optional<MccFile> ReadMcc(std::string_view text, std::string* reason) {
   MccFile file;
   file.version = 0;
   bool rateTold = false;
+  int64_t last = -1;
   while (lines.Next(&line)) {
     if (line.empty() || line.substr(0, 2) == "//") continue;
     const size_t equals = line.find('=');
@@ -191,12 +192,16 @@ std::optional<MccFile> ReadMcc(std::string_view text, std::string* reason) {
     const size_t end = line.find_first_of(" \t");
     MccLine entry;
     if (line.size() < 11 || !ParsePlace(line.substr(0, end), &entry)) return refuse("no timecode");
-    if (!PictureOf(entry.at, file.nominal, file.dropFrame)) return refuse("a timecode that does not exist");
+    const std::optional<int64_t> picture = PictureOf(entry.at, file.nominal, file.dropFrame);
+    if (!picture) return refuse("a timecode that does not exist");
+    if (*picture < last) return refuse("the time goes back");
+    last = *picture;
     const std::optional<Bytes> anc =
         ExpandAnc(end == std::string_view::npos ? std::string_view() : TextLines::Trimmed(line.substr(end)));
     if (!anc) return refuse("not hexadecimal digits and shorthand");
     entry.anc = *anc;
     file.lines.push_back(std::move(entry));
+    if (numbers != nullptr) numbers->push_back(lines.number());
   }
   if (file.version == 0) return refuse("not the heading of a MacCaption file");
   return file;

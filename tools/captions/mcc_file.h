@@ -36,9 +36,11 @@ struct MccFile {
 };
 
 // Reads a file. Comment lines are passed over; shorthand characters stand for bytes as ExpandAnc has them.
-// Nothing, with a reason that names the line, for any other text and for timecodes that do not exist at the
-// file's rate. Packets are not looked into.
-std::optional<MccFile> ReadMcc(std::string_view text, std::string* reason);
+// Nothing, with a reason that names the line, for any other text and for timecodes that go back or do not
+// exist at the file's rate. Packets are not looked into.
+// `numbers`, if given, takes the number of the text's line in which each packet stands.
+std::optional<MccFile> ReadMcc(std::string_view text, std::string* reason,
+                               std::vector<int>* numbers = nullptr);
 
 // The text of a file, with the comment that the format asks for.
 std::string WriteMcc(const MccFile& file);

@@ -23,6 +23,9 @@ class TextLines {
     return true;
   }
 
+  // The number of the last line, from 1.
+  int number() const { return number_; }
+
   // The place of the last line, for a message.
   std::string Place(std::string_view what) const {
     return "line " + std::to_string(number_) + ": " + std::string(what);

@@ -13,6 +13,7 @@ namespace qlnmedia {
 void AddInspectCommand(CLI::App& app);
 void AddPatchCommand(CLI::App& app);
 void AddCheckCommand(CLI::App& app);
+void AddCaptionsCommand(CLI::App& app);
 void AddFormatCommand(CLI::App& app);
 void AddMetadataCommand(CLI::App& app);
 void AddCommandCommand(CLI::App& app);
@@ -23,6 +24,7 @@ inline void AddCommands(CLI::App& app) {
   AddInspectCommand(app);
   AddPatchCommand(app);
   AddCheckCommand(app);
+  AddCaptionsCommand(app);
   AddFormatCommand(app);
   AddMetadataCommand(app);
   AddCommandCommand(app);

@@ -87,6 +87,7 @@ std::string OutputFormatOf(const MediaFile& in) {
     return brand == nullptr || std::strcmp(brand->value, "qt  ") == 0 ? "mov" : "mp4";
   }
   if (name.substr(0, 8) == "matroska") return "matroska";
+  if (name == "mpegvideo") return "mpeg2video";
   if (name == "mpegts" || name == "h264" || name == "hevc") return std::string(name);
   throw ToolError(in.path(), fmt::format("containers of the kind {} cannot be written", name),
                   "use MP4, MOV, MKV, TS, raw H.264 or raw HEVC");

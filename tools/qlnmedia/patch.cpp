@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 
+#include "qlnmedia/caption_patcher.h"
 #include "qlnmedia/coded_stream.h"
 #include "qlnmedia/media_file.h"
 #include "qlnmedia/media_writer.h"
@@ -27,7 +28,11 @@ PatchResult PatchFile(const PatchOptions& options) {
     patchers[i] = std::make_unique<StreamPatcher>(in, i, *codec, options);
     found = true;
   }
-  if (!found) throw ToolError(options.in, "has no H.264 or HEVC stream");
+  if (!found && (options.beyondCaptions() || !options.captions))
+    throw ToolError(options.in, "has no H.264 or HEVC stream");
+
+  std::unique_ptr<CaptionPatcher> captions;
+  if (options.captions) captions = std::make_unique<CaptionPatcher>(options.in, *options.captions);
 
   MediaWriter out(in, options.out);
   for (unsigned i = 0; i < patchers.size(); ++i) {
@@ -54,6 +59,8 @@ PatchResult PatchFile(const PatchOptions& options) {
   while (in.Read(packet.get())) {
     progress.At(packet->pos);
     const auto index = static_cast<unsigned>(packet->stream_index);
+    if (captions != nullptr && index == captions->stream())
+      captions->PatchPacket(*in.context()->streams[index], packet.get());
     if (index < patchers.size() && patchers[index] != nullptr) patchers[index]->Announce(*packet);
     waiting.emplace_back(av_packet_alloc());
     if (waiting.back() == nullptr) throw std::bad_alloc();
@@ -67,7 +74,10 @@ PatchResult PatchFile(const PatchOptions& options) {
   if (options.verify && !options.dryRun) VerifyPatched(options.in, options.out);
   PatchResult result;
   for (const auto& patcher : patchers) {
-    if (patcher != nullptr) result.lines.push_back(patcher->Summary());
+    if (patcher != nullptr && options.beyondCaptions()) result.lines.push_back(patcher->Summary());
+  }
+  if (captions != nullptr) {
+    for (std::string& line : captions->Summary()) result.lines.push_back(std::move(line));
   }
   if (options.verify && !options.dryRun)
     result.lines.push_back("verified: slices, times and other streams are the input's");

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "qlnmedia/caption_options.h"
 #include "qlnmedia/hdr_values.h"
 #include "qlnmedia/set_edit.h"
 
@@ -20,10 +21,13 @@ struct PatchOptions {
   std::optional<LightLevel> lightLevel;
   std::string timecode;      // of the first picture in presentation order; empty for none
   std::string timecodeType;  // name of a TcType; empty for the one that the rate asks for
+  std::optional<CaptionOptions> captions;
   bool dryRun = false;
   bool verify = false;
   bool changesSets() const { return colour || fullRange; }
-  bool any() const { return changesSets() || mastering || lightLevel || !timecode.empty(); }
+  // True if anything but captions changes; they alone go into MPEG-2 as well.
+  bool beyondCaptions() const { return changesSets() || mastering || lightLevel || !timecode.empty(); }
+  bool any() const { return beyondCaptions() || captions; }
 };
 
 // What a run changed, one line each, as "stream 0: 12 parameter sets, avcC and container colour".

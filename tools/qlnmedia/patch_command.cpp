@@ -19,6 +19,7 @@ struct Options {
   std::string lightLevel;
   bool fullRange = false;
   bool limitedRange = false;
+  CaptionOptions captions;
 };
 
 void Run(Options& options) {
@@ -27,6 +28,7 @@ void Run(Options& options) {
   if (options.fullRange || options.limitedRange) patch.fullRange = options.fullRange;
   if (!options.hdr.empty()) patch.mastering = ParseMasteringDisplay(options.hdr);
   if (!options.lightLevel.empty()) patch.lightLevel = ParseLightLevel(options.lightLevel);
+  if (!options.captions.file.empty()) patch.captions = options.captions;
   if (!patch.any())
     throw ToolError("patch", "nothing to do", "name what shall change; qlnmedia patch --help");
   const PatchResult result = PatchFile(patch);
@@ -57,6 +59,15 @@ void AddPatchCommand(CLI::App& app) {
           "--timecode-type", options->patch.timecodeType,
           "film, 23.98, pal, non-drop-frame, drop-frame, 50, 59.94 or 60; default: what the rate asks for")
       ->needs(timecode);
+  auto* const captions = command->add_option("--captions", options->captions.file,
+                                             "Captions of a .scc or .mcc file; MPEG-2 too");
+  command
+      ->add_option("--captions-offset", options->captions.offset,
+                   "The caption file's timecode of the first picture; default: its first whole hour")
+      ->needs(captions);
+  command
+      ->add_flag("--replace-captions", options->captions.replace, "Take out the captions that the stream has")
+      ->needs(captions);
   command->add_flag("--verify", options->patch.verify, "Read the result back and compare it with the input");
   command->add_flag("--dry-run", options->patch.dryRun, "Say what would change and write nothing");
   command->callback([options] { Run(*options); });

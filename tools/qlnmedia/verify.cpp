@@ -10,6 +10,7 @@
 
 #include "qlnmedia/coded_stream.h"
 #include "qlnmedia/media_file.h"
+#include "qlnmedia/mpeg2_units.h"
 #include "qlnmedia/tool_error.h"
 
 namespace qlnmedia {
@@ -59,7 +60,11 @@ class KeptReader {
     const ByteSpan data(packet_->data, static_cast<size_t>(packet_->size));
     const AVRational base = file_.context()->streams[index]->time_base;
     Kept kept{Time(packet_->pts, base), Time(packet_->dts, base), 0xCBF29CE484222325u};
-    if (!codecs_[index]) {
+    if (file_.context()->streams[index]->codecpar->codec_id == AV_CODEC_ID_MPEG2VIDEO) {
+      for (const Mpeg2Unit& unit : Mpeg2Units(data)) {
+        if (unit.code != kMpeg2UserData) Mix(kept.hash, data.subspan(unit.at, unit.size));
+      }
+    } else if (!codecs_[index]) {
       Mix(kept.hash, data);
     } else {
       for (const Unit& unit : TakeApart(data, framings_[index]).units) {
