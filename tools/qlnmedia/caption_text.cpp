@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <cstring>
 #include <new>
 #include <set>
@@ -92,7 +93,8 @@ class Line21Decoder {
 };
 
 std::string TimeOf(double seconds, char separator) {
-  const auto ms = static_cast<int64_t>(seconds * 1000 + 0.5);
+  // By way of microseconds, so that halves of a millisecond are not lost to binary fractions.
+  const int64_t ms = (std::llround(seconds * 1e6) + 500) / 1000;
   return fmt::format("{:02}:{:02}:{:02}{}{:03}", ms / 3600000, ms / 60000 % 60, ms / 1000 % 60, separator,
                      ms % 1000);
 }
