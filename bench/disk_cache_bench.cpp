@@ -70,7 +70,7 @@ std::vector<Place> Clusters() {
     const uint64_t base = random() % (kFileSize - kWindow) / 4096 * 4096;
     for (int i = 0; i < 256; ++i) {
       const uint32_t size = kSmall << random() % 9;
-      const uint32_t length = i == 0 ? kSmall : size + random() % size;
+      const uint32_t length = i == 0 ? kSmall : size + static_cast<uint32_t>(random() % size);
       places.push_back({base + (i == 0 ? 0 : random() % 49152), std::min(length, 4096u)});
     }
   }
