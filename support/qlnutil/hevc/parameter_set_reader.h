@@ -56,6 +56,11 @@ inline bool NothingToRead(const QLNBitState* state, const void* record) {
   return state == nullptr || record == nullptr || state->size == 0;
 }
 
+// True when a reader that was to begin at bit 0 had no memory for its copy: other refusals move the position.
+inline bool HadNoMemory(uint64_t result, const QLNBitState& state) {
+  return result == QLN_HEVC_REFUSED && state.bitPos == 0;
+}
+
 // What max_sub_layers_minus1 means to a loop: a word that was read past the end counts as 0.
 inline uint32_t SubLayersForLoops(uint32_t maxSubLayersMinus1) {
   return maxSubLayersMinus1 == 0xFFFFFFFFu ? 0 : maxSubLayersMinus1;

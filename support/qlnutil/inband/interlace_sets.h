@@ -15,7 +15,8 @@ class InterlaceSets {
  public:
   // Reads the set of that type (kHevcNalVps, kHevcNalSps, kHevcNalPps) from `size` bytes at `data`, changes
   // what it says of scan and colour, and writes it to `output`, which has room for QLN_HEVC_UNIT_SIZE bytes.
-  // A refused read is followed by the write of what the record holds. Returns the bytes written, 0 for none.
+  // A refused read is followed by the write of what the record holds. Returns the bytes written, 0 for none
+  // and without memory.
   uint32_t Rewrite(uint32_t type, const uint8_t* data, uint32_t size, const DFrame& source,
                    const HevcSpsRecord& host, uint8_t* output);
 
@@ -29,7 +30,8 @@ class InterlaceSets {
     HevcPpsRecord pps;
   };
 
-  static void Read(uint32_t type, const uint8_t* data, uint32_t size, Records* records);
+  // False without memory for the unit, the records then as they were.
+  static bool Read(uint32_t type, const uint8_t* data, uint32_t size, Records* records);
   void ChangeVps(bool twoFields);
   void ChangeSps(bool twoFields);
   void SupplyColour(const DFrame& source, const HevcSpsRecord& host);

@@ -7,6 +7,7 @@
 #include "qlnutil/h264/frame_conversion.h"
 #include "qlnutil/h264/parameter_sets.h"
 #include "qlnutil/hevc/nal_header.h"
+#include "qlnutil/hevc/parameter_set_reader.h"
 #include "qlnutil/inband/codec_form.h"
 #include "qlnutil/inband/marker_copy.h"
 #include "qlnutil/inband/unit_walk.h"
@@ -52,8 +53,9 @@ uint64_t RewriteAvcSps(const DFrame& frame, QLNBitState* unit, uint8_t* output) 
 
 uint64_t RewriteHevcSps(const DFrame& frame, QLNBitState* unit, uint8_t* output) {
   HevcSpsRecord sps = {};
-  // A refusal is not 0: what was read up to there is written.
-  if (qlnutilRead_HEVC_SPS(unit, &sps, nullptr, unit->bitLength) == 0) return 0;
+  // A refusal is not 0: what was read up to there is written. Without memory nothing was read.
+  const uint64_t result = qlnutilRead_HEVC_SPS(unit, &sps, nullptr, unit->bitLength);
+  if (result == 0 || HadNoMemory(result, *unit)) return 0;
   SetColour(frame, &sps, &HevcSpsRecord::matrix_coeffs);
   return qlnutilWrite_HEVC_SPS(&sps, output, kLongestSps);
 }
