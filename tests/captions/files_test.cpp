@@ -201,6 +201,7 @@ TEST(MccFile, NamesTheLineThatIsWrong) {
       {"File Format=MacCaption_MCC V1.0\nTime Code Rate=29\n", "line 2: a rate that is not known"},
       {"File Format=MacCaption_MCC V1.0\nTime Code Rate=25DF\n", "line 2: a rate that is not known"},
       {"File Format=MacCaption_MCC V1.0\n00:00:00:00\tT\n", "line 2: a packet in front of the rate"},
+      {head + "00:00:00:29\tT\nTime Code Rate=25\n", "line 4: a rate behind packets"},
       {head + "00:00:00\tT\n", "line 3: no timecode"},
       {head + "00:00:00:00.x\tT\n", "line 3: no timecode"},
       {head + "00:00:00:00,9,\tT\n", "line 3: no timecode"},

@@ -180,6 +180,7 @@ std::optional<MccFile> ReadMcc(std::string_view text, std::string* reason, std::
         if (value == kFormats[1]) file.version = 2;
         if (file.version == 0) return refuse("a format that is not known");
       } else if (key == kRateKey) {
+        if (!file.lines.empty()) return refuse("a rate behind packets");
         if (!SetRate(value, &file)) return refuse("a rate that is not known");
         rateTold = true;
       } else {
