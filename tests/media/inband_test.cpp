@@ -5,10 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <functional>
 
 #include "inband/caption_packets.h"
 #include "inband/test_frame.h"
+#include "media/inband_streams.h"
 #include "qlnutil/qlnh264.h"
 #include "qlnutil/qlnhevc.h"
 #include "qlnutil/qlninband.h"
@@ -17,96 +17,28 @@
 namespace qln {
 namespace {
 
+using test::AvcStream;
 using test::Bytes;
 using test::CaptionPacket;
-using test::Hex;
+using test::Count;
+using test::Edit;
+using test::FrameHashes;
+using test::HevcStream;
+using test::InForm;
 using test::Join;
+using test::kAvc;
+using test::kHevc;
+using test::kTinySource;
 using test::MediaFile;
 using test::MediaPath;
+using test::Pictures;
+using test::Probe;
 using test::ReadFile;
-using test::Run;
 using test::SplitByteStream;
 using test::TestFrame;
 using test::Triplets;
-using test::WithLength;
-using test::WithStartCode;
 using test::WriteFile;
 using testing::HasSubstr;
-
-constexpr uint32_t kHevc = 0x68766331;
-constexpr uint32_t kAvc = 0x61766331;
-
-const std::string kSource = "ffmpeg -v error -y -f lavfi -i testsrc=s=128x96:r=25 -frames:v 4 -pix_fmt ";
-
-// All intra, delimiters and parameter sets in every picture, without SEI.
-std::string AvcStream() {
-  return MediaFile("inband.264",
-                   kSource +
-                       "yuv420p -c:v libx264 -threads 1 -x264-params "
-                       "pic-struct=1:keyint=1:bframes=0:aud=1 -bsf:v filter_units=remove_types=6 "
-                       "-f h264 {out}");
-}
-
-std::string HevcStream(const std::string& name, const std::string& format, const std::string& parameters) {
-  return MediaFile(name, kSource + format +
-                             " -c:v libx265 -x265-params 'log-level=none:pools=1:frame-threads=1:"
-                             "repeat-headers=1:aud=1:info=0:keyint=1:" +
-                             parameters + "' -f hevc {out}");
-}
-
-// The pictures of a stream with delimiters, each as its units.
-std::vector<std::vector<Bytes>> Pictures(const std::string& path, bool hevc) {
-  std::vector<std::vector<Bytes>> pictures;
-  for (const Bytes& unit : SplitByteStream(ReadFile(path))) {
-    const bool delimiter = hevc ? unit[0] == 0x46 : unit[0] == 0x09;
-    if (delimiter || pictures.empty()) pictures.emplace_back();
-    pictures.back().push_back(unit);
-  }
-  EXPECT_EQ(pictures.size(), 4u);
-  return pictures;
-}
-
-Bytes InForm(const std::vector<Bytes>& units, bool lengths) {
-  Bytes bytes;
-  for (const Bytes& unit : units) bytes = Join({bytes, lengths ? WithLength(unit) : WithStartCode(unit)});
-  return bytes;
-}
-
-// Runs `edit` on every picture of a stream, in either form, and writes the stream that comes out, with start
-// codes.
-std::string Edit(const std::string& path, bool hevc, bool lengths, const std::string& name,
-                 const std::function<void(DFrame*, uint32_t)>& edit) {
-  Bytes out;
-  uint32_t index = 0;
-  for (const std::vector<Bytes>& units : Pictures(path, hevc)) {
-    const Bytes bytes = InForm(units, lengths);
-    TestFrame frame(bytes, bytes.size() + 1000);
-    edit(frame.get(), index++);
-    if (lengths) {
-      EXPECT_EQ(qlnUtilh264SizeToMarker(frame->frameData, frame->frameSize), frame->frameSize);
-    }
-    out = Join({out, frame.bytes()});
-  }
-  const std::string written = MediaPath(name);
-  WriteFile(written, out);
-  return written;
-}
-
-std::string Probe(const std::string& path, const std::string& what) {
-  return Run("ffprobe -v error " + what + " -of default=nw=1 '" + path + "'").output;
-}
-
-size_t Count(const std::string& text, const std::string& piece) {
-  size_t count = 0;
-  for (size_t at = 0; (at = text.find(piece, at)) != std::string::npos; at += piece.size()) ++count;
-  return count;
-}
-
-std::string FrameHashes(const std::string& path) {
-  const test::CommandResult result = Run("ffmpeg -v error -i '" + path + "' -f framemd5 - | grep -v '^#'");
-  EXPECT_EQ(result.exitCode, 0);
-  return result.output;
-}
 
 // ---- Timecode ----
 
@@ -177,7 +109,7 @@ TEST(InbandMedia, CaptionsAreFound) {
 
 TEST(InbandMedia, Mpeg2StillDecodes) {
   const std::string source =
-      MediaFile("inband.m2v", kSource + "yuv420p -c:v mpeg2video -g 1 -threads 1 -f mpeg2video {out}");
+      MediaFile("inband.m2v", kTinySource + "yuv420p -c:v mpeg2video -g 1 -threads 1 -f mpeg2video {out}");
   const Bytes bytes = ReadFile(source);
   TestFrame frame(bytes, bytes.size() + 1000);
   const Bytes packet = CaptionPacket(Triplets(20));
