@@ -51,6 +51,7 @@ struct SpsForm {
   uint32_t primaries = 1, transfer = 1, matrix = 1;
   uint32_t fieldSeq = 0, fieldInfo = 0;
   int window = -1;  // bottom offset, -1 for no window
+  bool hrd = false, timing = false;
 };
 
 Bytes SpsOf(const SpsForm& form) {
@@ -70,7 +71,17 @@ Bytes SpsOf(const SpsForm& form) {
     b.u(1, 0).u(1, form.description ? 1 : 0);
     if (form.description)
       b.u(3, 0).u(1, 0).u(1, 1).u(8, form.primaries).u(8, form.transfer).u(8, form.matrix);
-    b.u(1, 0).u(1, 0).u(1, form.fieldSeq).u(1, form.fieldInfo).u(1, 0).u(1, 0).u(1, 0);
+    b.u(1, 0).u(1, 0).u(1, form.fieldSeq).u(1, form.fieldInfo).u(1, 0);
+    b.u(1, form.hrd || form.timing ? 1 : 0);
+    if (form.hrd || form.timing) {
+      b.u(32, 0x11111111).u(32, 0x22222222).u(1, 0).u(1, form.hrd ? 1 : 0);
+      // nal and vcl, sub-picture, scales, lengths; one fixed-rate sub-layer with one buffer each.
+      if (form.hrd) {
+        b.u(2, 3).u(1, 0).u(4, 1).u(4, 2).u(5, 23).u(5, 15).u(5, 7).u(1, 1).ue(0).ue(0);
+        for (int i = 0; i < 2; ++i) b.ue(99).ue(77).u(1, 0);
+      }
+    }
+    b.u(1, 0);
   };
   return WithStartCode(Escaped(Sps(parts)));
 }
@@ -101,6 +112,7 @@ struct Result {
 struct Situation {
   HevcSpsRecord host = Host();
   int secondField = -1;              // offset of the second field, -1 for a frame of one
+  uint32_t fieldFlags = 0x60000;     // of the source, where there is one
   uint32_t frameType = 0x80000000u;  // of the destination
   uint32_t sourceColor = 0, destinationColor = 0;
   uint32_t capacity = 0;  // told for the destination; 0 trusts it
@@ -111,7 +123,7 @@ Result Rewrite(const Bytes& bytes, const Situation& setup = {}) {
   source->timeCodeA = 77;
   source->colorFlags = setup.sourceColor;
   if (setup.secondField >= 0) {
-    source->fieldFlags = 0x60000;
+    source->fieldFlags = setup.fieldFlags;
     source->secondFieldOffset = static_cast<uint32_t>(setup.secondField);
   }
   TestFrame destination({}, setup.capacity != 0 ? setup.capacity : bytes.size() + 400);
@@ -177,6 +189,37 @@ TEST(SetFrameInterlaced, WritesFields) {
   EXPECT_EQ(result.frame, Join({firstOut, Timing(10, 0), TimeCode(), kInterSlice, kInterSlice}));
   EXPECT_EQ(result.secondFieldOffset, firstOut.size());
   EXPECT_EQ(result.count, 7u);
+}
+
+TEST(SetFrameInterlaced, TakesBothBitsForTwoFields) {
+  const Bytes bytes = Join({VpsUnit(kProgressive), SpsOf({}), kInterSlice, kInterSlice});
+  for (const uint32_t flags : {0x20000u, 0x40000u, 0xFFF9FFFFu}) {
+    Situation setup;
+    setup.secondField = 11;
+    setup.fieldFlags = flags;
+    const Result result = Rewrite(bytes, setup);
+    EXPECT_EQ(result.frame, Join({VpsUnit(kProgressive), SpsOf({.fieldInfo = 1}), Timing(0, 1), TimeCode(),
+                                  kInterSlice, kInterSlice}));
+    EXPECT_EQ(result.secondFieldOffset, 0xABCDu);
+  }
+}
+
+TEST(SetFrameInterlaced, ClearsThePackingConstraint) {
+  constexpr uint64_t kNonPacked = 0x200000000000;
+  EXPECT_EQ(Rewrite(SpsOf({.constraints = kProgressive | kNonPacked})).frame, SpsOf({.fieldInfo = 1}));
+  const Bytes bytes = SpsOf({.constraints = kProgressive | kNonPacked});
+  EXPECT_EQ(Rewrite(bytes, {.secondField = static_cast<int>(bytes.size())}).frame,
+            SpsOf({.constraints = kInterlaced, .sar = true, .fieldSeq = 1, .fieldInfo = 1}));
+}
+
+TEST(SetFrameInterlaced, TakesHrdParametersOut) {
+  EXPECT_EQ(Rewrite(SpsOf({.hrd = true})).frame, SpsOf({.fieldInfo = 1, .timing = true}));
+}
+
+TEST(SetFrameInterlaced, WritesTheLastSetWhereAReadIsRefused) {
+  const Bytes vps = Escaped(Vps(VpsOf(kInterlaced)));
+  const Bytes out = Rewrite(Join({WithStartCode(vps), WithStartCode(vps, 3)})).frame;
+  EXPECT_EQ(out, Join({WithStartCode(vps), WithStartCode(vps, 3)}));
 }
 
 TEST(SetFrameInterlaced, KeepsAnInterlacedSource) {
@@ -350,6 +393,22 @@ TEST(SetFrameInterlaced, CarriesTheDelaysOver) {
   setup.host = HrdHost();
   EXPECT_EQ(Rewrite(Join({WithStartCode(timing.bytes()), kInterSlice}), setup).frame,
             Join({expected.bytes(), TimeCode(), kInterSlice}));
+}
+
+TEST(SetFrameInterlaced, KeepsTheDelaysForTheSecondField) {
+  BitBuilder timing;
+  timing.u(16, 0x4E01).u(8, 1).u(8, 6).u(4, 0).u(3, 2).u(24, 0x123456).u(16, 0x789A).trailing().trailing();
+  const auto expected = [](uint32_t picStruct) {
+    BitBuilder b;
+    b.u(32, 1).u(16, 0x4E01).u(8, 1).u(8, 6).u(4, picStruct).u(3, 0).u(24, 0x123456).u(16, 0x789A);
+    return b.trailing().trailing().bytes();
+  };
+  Situation setup;
+  setup.host = HrdHost();
+  const Bytes first = Join({WithStartCode(timing.bytes()), kInterSlice});
+  setup.secondField = static_cast<int>(first.size());
+  EXPECT_EQ(Rewrite(Join({first, kInterSlice}), setup).frame,
+            Join({expected(11), TimeCode(), kInterSlice, expected(10), TimeCode(), kInterSlice}));
 }
 
 PictureDelays DelaysOf(const BitBuilder& bits, const HevcSpsRecord& sps) {

@@ -338,6 +338,10 @@ TEST(AddHevcTimeCode, LooksAtTheFirst4096Bytes) {
   bytes[4095] = 0x4E;
   bytes[4097] = 136;
   EXPECT_EQ(HevcPlace(bytes), 4091);
+  bytes = frame(4090);
+  bytes[4094] = 0x4E;
+  bytes[4096] = 136;
+  EXPECT_EQ(HevcPlace(bytes), 4090);
   // So is one that the frame's end cuts off.
   EXPECT_EQ(HevcPlace(Join({kHevcAud, Hex("00 00 00 01 4E 01")})), 7);
   EXPECT_EQ(HevcPlace(Join({kHevcAud, Hex("00 00 00 01 4E")})), 7);
