@@ -92,7 +92,7 @@ std::vector<std::string> MessageCapture::textsWithoutLines() const {
 }
 
 BitBuilder& BitBuilder::u(int bits, uint64_t value) {
-  for (int i = bits - 1; i >= 0; --i) bits_.push_back((value >> i & 1) != 0);
+  for (int i = bits - 1; i >= 0; --i) bits_.push_back(i < 64 && (value >> i & 1) != 0);
   return *this;
 }
 

@@ -71,7 +71,7 @@ class MessageCapture {
 // library.
 class BitBuilder {
  public:
-  BitBuilder& u(int bits, uint64_t value);
+  BitBuilder& u(int bits, uint64_t value);  // more than 64 bits: zeros in front
   BitBuilder& ue(uint32_t value);
   BitBuilder& se(int32_t value);
   BitBuilder& raw(std::string_view zerosAndOnes);  // blanks are ignored

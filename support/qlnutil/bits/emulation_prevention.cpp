@@ -58,7 +58,7 @@ size_t InsertEmulationPrevention(uint8_t* destination, size_t capacity, const ui
     copied = p + 2;
     p += policy.stepsBehindTriple ? 3 : 2;
   }
-  std::memcpy(destination + written, copied, static_cast<size_t>(end - copied));
+  if (copied != end) std::memcpy(destination + written, copied, static_cast<size_t>(end - copied));
   return size + inserted;
 }
 
