@@ -3,10 +3,13 @@
 #define TOOLS_QLNMEDIA_ELEMENTS_H
 
 #include <cstring>
+#include <functional>
+#include <optional>
 #include <span>
 #include <vector>
 
 #include "qlnmedia/report.h"
+#include "qlnmedia/units.h"
 #include "qlnutil/bits/record_fields.h"
 
 namespace qlnmedia {
@@ -33,8 +36,21 @@ Record FilledRecord() {
 void NoteElement(std::vector<Element>& elements, std::string_view name, std::string note);
 bool HasElement(const std::vector<Element>& elements, std::string_view name);
 
-// "first element that differs: `name` 3, written back 4", or empty when two records of one kind are equal.
-std::string FirstDifference(std::span<const qln::RecordField> fields, const void* before, const void* after);
+// The first element that differs between a set and what came back of it.
+struct ElementChange {
+  std::string name;  // with its index where it is one of an array; empty where no element holds the bit
+  Json was;
+  Json comesBack;  // null where it is gone
+};
+
+// Lists the elements of one unit as the library reads them.
+using ElementLister = std::function<std::vector<Element>(const Bytes& unit)>;
+
+// Names the element that holds the first bit in which two units differ, emulation prevention removed. Each of
+// the two is read by `list`, and so is the first with that bit turned over: what reads otherwise then holds
+// it. Nothing where the units differ in their emulation prevention alone.
+std::optional<ElementChange> FirstChange(Codec codec, const Bytes& before, const Bytes& after,
+                                         const ElementLister& list);
 
 }  // namespace qlnmedia
 

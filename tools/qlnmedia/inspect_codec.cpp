@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "qlnmedia/names.h"
 #include "qlnmedia/stream_hdr.h"
 
@@ -39,10 +41,66 @@ void AddColour(Section& section, uint32_t primaries, uint32_t transfer, uint32_t
 
 void AddRange(Section& section, bool full) { section.Add("range", "Range", full ? "full" : "limited"); }
 
-void AddComparison(Section& section, const Bytes& source, const Bytes& written, const std::string& cause) {
+namespace {
+
+// Why the library changes an element, by its name; empty where the name does not tell.
+std::string ReasonOf(Codec codec, const std::string& name) {
+  const auto has = [&](std::string_view part) { return name.find(part) != std::string::npos; };
+  if (codec == Codec::kH264) {
+    if (has("ScalingList") || has("scaling_list") || has("UseDefaultScalingMatrix"))
+      return "scaling lists are written as values, not as differences";
+    if (has("offset_for_")) return "picture order offsets are kept as code numbers";
+    if (has("hrd.cpb_cnt_minus1")) return "at most 8 HRD schedules are kept";
+    if (has("slice_group_id") || has("pic_size_in_map_units_minus1"))
+      return "slice group ids are not written";
+    return "";
+  }
+  if (name == "init_qp_minus26" || name == "pps_cb_qp_offset" || name == "pps_cr_qp_offset" ||
+      name == "pps_beta_offset_div2" || name == "pps_tc_offset_div2")
+    return "positive signed values are written with the library's own mapping";
+  if (has("scaling_list")) return "scaling list data is not written";
+  if (has("max_dec_pic_buffering_minus1") || has("max_num_reorder_pics") || has("max_latency_increase_plus1"))
+    return "sub-layer values, of which one is kept";
+  return "";
+}
+
+// Whether the first byte in which two units differ is an emulation prevention byte that the second lacks.
+bool LacksEscape(const Bytes& source, const Bytes& written) {
+  const auto [at, other] = std::mismatch(source.begin(), source.end(), written.begin(), written.end());
+  return at - source.begin() >= 2 && at != source.end() && *at == 3 && at[-1] == 0 && at[-2] == 0;
+}
+
+}  // namespace
+
+void AddComparison(Section& section, Codec codec, const Bytes& source, const Bytes& written,
+                   const ElementLister& list, const std::string& cause) {
   const bool same = source == written;
-  section.Add("read_write_same", "Written back", same, same ? "the same bytes" : "other bytes",
-              same || cause.empty() ? "" : cause);
+  section.Add("read_write_same", "Written back", same, same ? "the same bytes" : "other bytes");
+  if (same) return;
+  if (written.empty()) {
+    section.Add("first_change", "First change", nullptr, "the library does not write it");
+    return;
+  }
+  const std::optional<ElementChange> change = FirstChange(codec, source, written, list);
+  if (!change) {
+    section.Add("first_change", "First change", Json{{"element", nullptr}, {"why", "emulation prevention"}},
+                "none in an element: the escapes differ", "emulation prevention");
+    return;
+  }
+  std::string why = LacksEscape(source, written) ? "an emulation prevention byte near the end is not written"
+                                                 : ReasonOf(codec, change->name);
+  if (why.empty()) why = cause;
+  if (change->name.empty()) {
+    section.Add("first_change", "First change", Json{{"element", nullptr}, {"why", why}},
+                "in no element that is kept", why);
+    return;
+  }
+  section.Add(
+      "first_change", "First change",
+      Json{{"element", change->name}, {"was", change->was}, {"comes_back", change->comesBack}, {"why", why}},
+      fmt::format("{} {}, comes back as {}", change->name, PlainText(change->was),
+                  PlainText(change->comesBack)),
+      why);
 }
 
 void AddColourMessages(Section& frame, Codec codec, const UnitRun& run) {

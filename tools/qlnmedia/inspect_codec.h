@@ -3,6 +3,7 @@
 #define TOOLS_QLNMEDIA_INSPECT_CODEC_H
 
 #include "qlnmedia/coded_stream.h"
+#include "qlnmedia/elements.h"
 #include "qlnmedia/inspect.h"
 #include "qlnmedia/report.h"
 
@@ -17,8 +18,10 @@ void ReportH264(Section& section, const CodedStream& stream, const InspectOption
 void ReportHevc(Section& section, const CodedStream& stream, const InspectOptions& options,
                 MessageSink& messages);
 
-// Says whether a set that was read and written back has the same bytes, and if not, what may have changed.
-void AddComparison(Section& section, const Bytes& source, const Bytes& written, const std::string& cause);
+// Says whether a set that was read and written back has the same bytes, and if not, the first element that
+// changes and why; `cause` is said where the element's name alone does not explain it.
+void AddComparison(Section& section, Codec codec, const Bytes& source, const Bytes& written,
+                   const ElementLister& list, const std::string& cause);
 // Mastering display and content light level, found by the library in one frame's SEI.
 void AddColourMessages(Section& frame, Codec codec, const UnitRun& run);
 

@@ -109,6 +109,28 @@ struct ActiveSets {
   }
 };
 
+// Elements as the reader finds them in one set.
+std::vector<Element> SpsElements(const Bytes& unit) {
+  H264SpsRecord zeroed{};
+  auto filled = FilledRecord<H264SpsRecord>();
+  QLNBitState state = StateOver(unit);
+  qlnutilRead_SPS(&state, &zeroed);
+  state = StateOver(unit);
+  qlnutilRead_SPS(&state, &filled);
+  return PresentElements(qln::kH264SpsFields, &zeroed, &filled);
+}
+
+std::vector<Element> PpsElements(const Bytes& unit) {
+  H264PpsRecord zeroed{};
+  auto filled = FilledRecord<H264PpsRecord>();
+  filled.more_rbsp_data_present = 0;
+  QLNBitState state = StateOver(unit);
+  qlnutilRead_PPS(&state, &zeroed);
+  state = StateOver(unit);
+  qlnutilRead_PPS(&state, &filled);
+  return PresentElements(qln::kH264PpsFields, &zeroed, &filled);
+}
+
 void ReportSps(Section& sets, const FoundSet& set, MessageSink& messages) {
   H264SpsRecord sps{};
   auto filled = FilledRecord<H264SpsRecord>();
@@ -140,7 +162,7 @@ void ReportSps(Section& sets, const FoundSet& set, MessageSink& messages) {
   Bytes written(2 * set.bytes.size() + 256);
   QLNBitState out{written.data(), static_cast<int32_t>(written.size()), 0, 0};
   written.resize(qlnutilWrite_SPS(&out, &sps));
-  AddComparison(section, set.bytes, written,
+  AddComparison(section, Codec::kH264, set.bytes, written, SpsElements,
                 sps.seq_scaling_matrix_present_flag == 1 && IsHighProfile(sps.profile_idc)
                     ? "scaling lists are written as values, not as differences"
                 : sps.pic_order_cnt_type == 1 ? "picture order offsets are kept as code numbers"
@@ -178,7 +200,7 @@ void ReportPps(Section& sets, const FoundSet& set, MessageSink& messages) {
   Bytes written(2 * set.bytes.size() + 1024);
   QLNBitState out{written.data(), static_cast<int32_t>(written.size()), 0, 0};
   written.resize(qlnutilWrite_PPS(&out, &pps));
-  AddComparison(section, set.bytes, written,
+  AddComparison(section, Codec::kH264, set.bytes, written, PpsElements,
                 pps.pic_scaling_matrix_present_flag == 1
                     ? "scaling lists are written as values, not as differences"
                 : pps.num_slice_groups_minus1 > 0 ? "slice group ids are not written"

@@ -181,6 +181,18 @@ void AddSaid(Section& section, const std::vector<LibraryMessage>& said) {
   for (const LibraryMessage& message : said) section.AddNote("the library says: " + message.text);
 }
 
+// A lister of the elements that a reader finds in one set.
+template <class Record, class Reader>
+ElementLister ElementsOf(Reader reader, std::span<const qln::RecordField> fields, MessageSink& messages) {
+  return [reader, fields, &messages](const Bytes& unit) {
+    const auto zeroed = std::make_unique<Record>();
+    const auto filled = std::make_unique<Record>();
+    std::vector<LibraryMessage> said;
+    ReadTwice(unit, reader, *zeroed, *filled, messages, said);
+    return Elements(fields, zeroed.get(), filled.get());
+  };
+}
+
 void ReportVps(Section& sets, const FoundSet& set, MessageSink& messages) {
   HevcVpsRecord vps;
   HevcVpsRecord filled;
@@ -193,7 +205,8 @@ void ReportVps(Section& sets, const FoundSet& set, MessageSink& messages) {
     HevcVpsRecord copy = vps;
     Bytes written(2 * kUnitBufferSize);
     written.resize(qlnutilWrite_HEVC_VPS(&copy, written.data()));
-    AddComparison(section, set.bytes, written,
+    AddComparison(section, Codec::kHevc, set.bytes, written,
+                  ElementsOf<HevcVpsRecord>(qlnutilRead_HEVC_VPS, qln::kHevcVpsFields, messages),
                   "what stands behind the first HRD, layer sets or extension data");
     std::vector<Element> elements = Elements(qln::kHevcVpsFields, &vps, &filled);
     JoinConstraints(elements, vps.profile_tier_level);
@@ -214,7 +227,8 @@ void ReportSps(Section& sets, const FoundSet& set, const CodedStream& stream, Me
     HevcSpsRecord copy = *sps;
     Bytes written(8 * kUnitBufferSize);
     written.resize(qlnutilWrite_HEVC_SPS(&copy, written.data(), static_cast<uint32_t>(written.size())));
-    AddComparison(section, set.bytes, written,
+    AddComparison(section, Codec::kHevc, set.bytes, written,
+                  ElementsOf<HevcSpsRecord>(qlnutilRead_HEVC_SPS, qln::kHevcSpsFields, messages),
                   sps->sps_max_sub_layers_minus1 != 0         ? "sub-layer values, of which one is kept"
                   : sps->vui_hrd_parameters_present_flag == 1 ? "HRD parameters, of which one set is kept"
                   : !KnownDeparture(*sps).empty()             ? KnownDeparture(*sps)
@@ -236,7 +250,8 @@ void ReportPps(Section& sets, const FoundSet& set, MessageSink& messages) {
   if (Parsed(result)) {
     Bytes written(2 * kUnitBufferSize);
     written.resize(qlnutilWrite_HEVC_PPS(&pps, written.data()));
-    AddComparison(section, set.bytes, written,
+    AddComparison(section, Codec::kHevc, set.bytes, written,
+                  ElementsOf<HevcPpsRecord>(qlnutilRead_HEVC_PPS, qln::kHevcPpsFields, messages),
                   "positive signed values, tile sizes, scaling lists or extension data");
     section.AddElements("elements", "Elements", Elements(qln::kHevcPpsFields, &pps, &filled));
     if (pps.pps_scaling_list_data_present_flag == 1)

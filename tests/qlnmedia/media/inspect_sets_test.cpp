@@ -1,0 +1,204 @@
+// What inspect says of sets that the library does not write back as they were, and of HEVC in each container.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "qlnmedia/program.h"
+
+namespace qln::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+using Json = nlohmann::ordered_json;
+
+Json InspectJson(const std::string& file) {
+  const CommandResult result = Qlnmedia("inspect --json --frames 1 '" + file + "'");
+  EXPECT_EQ(result.exitCode, 0) << result.output;
+  return Json::parse(result.output, nullptr, false);
+}
+
+std::string H264Clip(const std::string& name, const std::string& parameters = "keyint=5") {
+  return MediaFile(name,
+                   "ffmpeg -v error -y -f lavfi -i testsrc2=s=192x112:r=25:d=0.2 -c:v libx264 -threads 1 "
+                   "-pix_fmt yuv420p -x264-params " +
+                       parameters + " {out}");
+}
+
+std::string HevcClip(const std::string& name, const std::string& options = "",
+                     const std::string& parameters = "keyint=5:repeat-headers=1") {
+  return MediaFile(name,
+                   "ffmpeg -v error -y -f lavfi -i testsrc2=s=192x112:r=25:d=0.2 -c:v libx265 -pix_fmt "
+                   "yuv420p -x265-params " +
+                       parameters + ":pools=1:frame-threads=1:log-level=none " + options + " {out}");
+}
+
+// A raw stream with one more unit in front of its first picture.
+std::string WithUnit(const std::string& stream, const std::string& name, const Bytes& unit) {
+  Bytes bytes = {0, 0, 0, 1};
+  bytes.insert(bytes.end(), unit.begin(), unit.end());
+  const Bytes rest = ReadFile(stream);
+  bytes.insert(bytes.end(), rest.begin(), rest.end());
+  const std::string path = MediaPath(name);
+  WriteFile(path, bytes);
+  return path;
+}
+
+// The first change of the set of that kind that stands first in the file, after a look at the text form.
+Json FirstChangeOf(const std::string& file, const char* kind) {
+  const Json report = InspectJson(file);
+  const Json& set = report["streams"][0]["parameter_sets"][kind][0];
+  EXPECT_EQ(set["read_write_same"], false) << set.dump();
+  const Json change = set.value("first_change", Json());
+  const CommandResult text = Qlnmedia("inspect --frames 1 '" + file + "'");
+  EXPECT_THAT(text.output, HasSubstr("First change"));
+  if (change.is_object() && change["element"].is_string()) {
+    EXPECT_THAT(text.output, HasSubstr(change["element"].get<std::string>() + " "));
+    EXPECT_THAT(text.output, HasSubstr("(" + change["why"].get<std::string>() + ")"));
+  }
+  return change;
+}
+
+BitBuilder H264SpsUpToOrderType() { return BitBuilder().u(8, 0x67).u(8, 66).u(8, 0).u(8, 30).ue(3).ue(0); }
+
+BitBuilder& H264SpsSize(BitBuilder& bits) { return bits.ue(1).u(1, 0).ue(11).ue(6).u(1, 1).u(1, 1).u(1, 0); }
+
+TEST(InspectSets, NothingIsSaidOfSetsThatComeBack) {
+  const Json sets = InspectJson(H264Clip("same.h264"))["streams"][0]["parameter_sets"];
+  EXPECT_EQ(sets["sps"][0]["read_write_same"], true);
+  EXPECT_FALSE(sets["sps"][0].contains("first_change"));
+  EXPECT_FALSE(sets["pps"][0].contains("first_change"));
+}
+
+TEST(InspectSets, ScalingListsOfAnEncoder) {
+  const Json change =
+      FirstChangeOf(H264Clip("lists.h264", "cqm4=6,13,20,28,13,20,28,32,20,28,32,37,28,32,37,41"), "pps");
+  EXPECT_THAT(change["element"].get<std::string>(), StartsWith("ScalingList4x4[0]["));
+  EXPECT_THAT(change["why"].get<std::string>(), HasSubstr("values, not as differences"));
+}
+
+TEST(InspectSets, PictureOrderType1) {
+  BitBuilder bits = H264SpsUpToOrderType();
+  bits.ue(1).u(1, 0).se(-2).se(1).ue(1).se(3);
+  H264SpsSize(bits).u(1, 0).trailing();
+  const Json change = FirstChangeOf(WithUnit(H264Clip("same.h264"), "order1.h264", bits.bytes()), "sps");
+  EXPECT_EQ(change["element"], "offset_for_non_ref_pic");
+  EXPECT_EQ(change["was"], 4);         // the code number of -2
+  EXPECT_EQ(change["comes_back"], 7);  // that of 4
+  EXPECT_EQ(change["why"], "picture order offsets are kept as code numbers");
+}
+
+TEST(InspectSets, MoreThanEightSchedules) {
+  BitBuilder bits = H264SpsUpToOrderType();
+  bits.ue(2);
+  H264SpsSize(bits).u(1, 1);
+  bits.u(1, 0).u(1, 0).u(1, 0).u(1, 0).u(1, 0);  // the VUI in front of its HRD
+  bits.u(1, 1).ue(9).u(4, 1).u(4, 2);
+  for (uint32_t i = 0; i < 10; ++i) bits.ue(100 + i).ue(200 + i).u(1, 0);
+  bits.u(5, 23).u(5, 23).u(5, 23).u(5, 24).u(1, 0).u(1, 0).u(1, 0).u(1, 0).trailing();
+  const Json change = FirstChangeOf(WithUnit(H264Clip("same.h264"), "hrd10.h264", bits.bytes()), "sps");
+  EXPECT_EQ(change["element"], "nal_hrd.cpb_cnt_minus1");
+  EXPECT_EQ(change["why"], "at most 8 HRD schedules are kept");
+}
+
+TEST(InspectSets, SliceGroupsOfMapType6) {
+  BitBuilder bits;
+  bits.u(8, 0x68).ue(3).ue(0).u(1, 0).u(1, 0).ue(1).ue(6).ue(83);
+  for (int i = 0; i < 84; ++i) bits.u(1, i % 2 == 0 ? 1 : 0);
+  bits.ue(0).ue(0).u(1, 0).u(2, 0).se(0).se(0).se(0).u(1, 1).u(1, 0).u(1, 0).trailing();
+  const Json change = FirstChangeOf(WithUnit(H264Clip("same.h264"), "map6.h264", bits.bytes()), "pps");
+  EXPECT_THAT(change["why"].get<std::string>(), HasSubstr("slice group ids"));
+}
+
+TEST(InspectSets, HevcPositiveStartQuantizer) {
+  BitBuilder bits;
+  bits.u(16, 0x4401).ue(5).ue(0).u(7, 0).ue(0).ue(0).se(3).u(3, 0).se(0).se(0);
+  bits.u(6, 0).u(1, 1).u(3, 0).ue(0).u(2, 0).trailing();
+  const Json change = FirstChangeOf(WithUnit(HevcClip("same.hevc"), "qp.hevc", bits.bytes()), "pps");
+  EXPECT_EQ(change["element"], "init_qp_minus26");
+  EXPECT_EQ(change["was"], 3);
+  EXPECT_NE(change["comes_back"], 3);
+  EXPECT_THAT(change["why"].get<std::string>(), HasSubstr("positive signed values"));
+}
+
+TEST(InspectSets, HevcSubLayerValues) {
+  BitBuilder bits;
+  bits.u(16, 0x4001).u(4, 0).u(2, 3).u(6, 0).u(3, 1).u(1, 1).u(16, 0xFFFF);
+  bits.u(8, 1).u(32, 0x60000000).u(48, 0x900000000000).u(8, 93).u(2, 0).u(14, 0);
+  bits.u(1, 1).ue(4).ue(2).ue(5).ue(3).ue(1).ue(4).u(6, 0).ue(0).u(1, 0).u(1, 0).trailing();
+  const Json change = FirstChangeOf(WithUnit(HevcClip("same.hevc"), "layers.hevc", bits.bytes()), "vps");
+  EXPECT_THAT(change["element"].get<std::string>(), StartsWith("vps_max_"));
+  EXPECT_EQ(change["why"], "sub-layer values, of which one is kept");
+}
+
+TEST(InspectHevc, EveryContainerGoesThroughTheLibrary) {
+  const struct {
+    const char* name;
+    const char* options;
+    const char* form;
+    const char* tag;
+  } kFiles[] = {{"boxes1.mp4", "-tag:v hvc1", "hvcC", "hvc1"}, {"boxes2.mp4", "-tag:v hev1", "hvcC", "hev1"},
+                {"boxes3.mov", "-tag:v hvc1", "hvcC", "hvc1"}, {"boxes4.mov", "-tag:v hev1", "hvcC", "hev1"},
+                {"boxes5.mkv", "", "hvcC", nullptr},           {"boxes6.ts", "", nullptr, nullptr}};
+  for (const auto& file : kFiles) {
+    SCOPED_TRACE(file.name);
+    const Json report = InspectJson(HevcClip(file.name, file.options));
+    const Json& stream = report["streams"][0];
+    if (file.tag != nullptr) {
+      EXPECT_EQ(stream["tag"], file.tag);
+    }
+    if (file.form != nullptr) {
+      EXPECT_EQ(stream["configuration"]["form"], file.form);
+      EXPECT_EQ(stream["configuration"]["read_by_library"], true);
+      EXPECT_EQ(stream["configuration"]["profile"], "Main");
+      EXPECT_EQ(stream["configuration"]["length_bytes"], 4);
+    }
+    const Json& sets = stream["parameter_sets"];
+    EXPECT_EQ(sets["sps"][0]["profile"], "Main");
+    EXPECT_EQ(sets["sps"][0]["picture_size"]["width"], 192);
+    EXPECT_EQ(sets["vps"].size(), 1u);
+    EXPECT_EQ(sets["pps"].size(), 1u);
+    EXPECT_EQ(stream["frames"][0]["slice_types"], "I");
+    EXPECT_EQ(stream["frames"][0]["scan_count"], stream["frames"][0]["unit_count"]);
+  }
+}
+
+// A file of which only the first bytes are there.
+std::string Cut(const std::string& file, const std::string& name, size_t keep) {
+  const Bytes whole = ReadFile(file);
+  const std::string path = MediaPath(name);
+  WriteFile(path, Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(keep)));
+  return path;
+}
+
+TEST(InspectCut, TransportStreamIsShownWithANote) {
+  const std::string whole = H264Clip("whole.ts");
+  const size_t packets = ReadFile(whole).size() / 188;
+  const Json report = InspectJson(Cut(whole, "cut.ts", packets / 2 * 188 + 100));
+  EXPECT_EQ(report["streams"][0]["parameter_sets"]["sps"].size(), 1u);
+  ASSERT_TRUE(report.contains("notes"));
+  EXPECT_THAT(report["notes"][0].get<std::string>(), HasSubstr("the file ends early"));
+}
+
+TEST(InspectCut, RawStreamIsShownAsFarAsItGoes) {
+  const std::string whole = H264Clip("same.h264");
+  const Json report = InspectJson(Cut(whole, "cut.h264", ReadFile(whole).size() * 2 / 3));
+  EXPECT_EQ(report["streams"][0]["parameter_sets"]["sps"].size(), 1u);
+  EXPECT_EQ(report["streams"][0]["frames"][0]["slice_types"], "I");
+}
+
+TEST(InspectErrors, AreOneLineAndAFailure) {
+  WriteFile(MediaPath("words.txt"), Bytes{'n', 'o', ' ', 'm', 'e', 'd', 'i', 'a', '\n'});
+  for (const char* name : {"missing.mp4", "words.txt"}) {
+    const CommandResult result = Qlnmedia("inspect '" + MediaPath(name) + "'");
+    EXPECT_EQ(result.exitCode, 1) << name;
+    EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1) << result.output;
+    EXPECT_THAT(result.output, HasSubstr(name));
+  }
+}
+
+}  // namespace
+}  // namespace qln::test
