@@ -114,6 +114,29 @@ void AddColourMessages(Section& frame, Codec codec, const UnitRun& run) {
         fmt::format("{} cd/m2, average {} cd/m2", hdr.lightLevel->maxContent, hdr.lightLevel->maxAverage));
 }
 
+void AddCaptionMessages(Section& frame, Codec codec, const UnitRun& run) {
+  // itu_t_t35_country_code, the provider, "GA94" and the type code of cc_data (ATSC A/53 part 4
+  // clause 6.2.3).
+  constexpr uint8_t kHead[] = {0xB5, 0x00, 0x31, 'G', 'A', '9', '4', 0x03};
+  constexpr int kRegisteredUserData = 4;
+  constexpr uint8_t kProcessData = 0x40;
+  for (const Unit& unit : run.units) {
+    const int type = UnitType(codec, unit.bytes);
+    if (codec == Codec::kH264 ? type != 6 : type != 39 && type != 40) continue;
+    for (const SeiMessage& message : ReadSeiMessages(codec, unit.bytes)) {
+      const Bytes& payload = message.payload;
+      if (message.type != kRegisteredUserData || payload.size() <= sizeof kHead ||
+          !std::equal(std::begin(kHead), std::end(kHead), payload.begin()))
+        continue;
+      const int count = payload[sizeof kHead] & 31;
+      const bool marked = (payload[sizeof kHead] & kProcessData) != 0;
+      frame.Add("captions", "Captions", Json{{"form", "GA94"}, {"cc_count", count}},
+                fmt::format("GA94, {} triplets", count), marked ? "" : "not marked for readers");
+      return;
+    }
+  }
+}
+
 std::string SeiSummary(Codec codec, const Bytes& unit) {
   bool whole = false;
   std::string text;

@@ -22,6 +22,8 @@ void ReportHevc(Section& section, const CodedStream& stream, const InspectOption
 // changes and why; `cause` is said where the element's name alone does not explain it.
 void AddComparison(Section& section, Codec codec, const Bytes& source, const Bytes& written,
                    const ElementLister& list, const std::string& cause);
+// Closed captions in one frame's SEI (ATSC A/53 user data): how many triplets.
+void AddCaptionMessages(Section& frame, Codec codec, const UnitRun& run);
 // Mastering display and content light level, found by the library in one frame's SEI.
 void AddColourMessages(Section& frame, Codec codec, const UnitRun& run);
 

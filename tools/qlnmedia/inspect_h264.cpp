@@ -379,6 +379,7 @@ void ReportFrame(Section& frames, const CodedStream& stream, size_t number, cons
     frame.AddNote("no slice that its parameter sets explain");
   }
   AddColourMessages(frame, Codec::kH264, run);
+  AddCaptionMessages(frame, Codec::kH264, run);
   if (run.damaged()) frame.AddNote(fmt::format("{} bytes at the end are cut off", run.rest.size()));
   if (!options.units) return;
   std::vector<std::vector<Cell>> rows;

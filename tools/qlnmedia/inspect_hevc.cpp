@@ -403,6 +403,7 @@ void ReportFrame(Section& section, const CodedStream& stream, size_t number, con
   if (!sliceType.empty()) frame.Add("slice_types", "Slice type", sliceType);
   AddDolbyVision(frame, run);
   AddColourMessages(frame, Codec::kHevc, run);
+  AddCaptionMessages(frame, Codec::kHevc, run);
   if (run.damaged()) frame.AddNote(fmt::format("{} bytes at the end are cut off", run.rest.size()));
   if (!options.units) return;
   frame.AddTable("units", "",

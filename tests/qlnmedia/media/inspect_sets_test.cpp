@@ -190,6 +190,22 @@ TEST(InspectCut, RawStreamIsShownAsFarAsItGoes) {
   EXPECT_EQ(report["streams"][0]["frames"][0]["slice_types"], "I");
 }
 
+TEST(InspectCaptions, AreFoundInBothCodecs) {
+  const Bytes message = Hex("04 11 B5 00 31 47 41 39 34 03 42 FF FC 94 2C FD 80 80 FF 80");
+  Bytes h264 = {0x06};
+  Bytes hevc = {0x4E, 0x01};
+  h264.insert(h264.end(), message.begin(), message.end());
+  hevc.insert(hevc.end(), message.begin(), message.end());
+  for (const std::string& file : {WithUnit(H264Clip("same.h264"), "captions.h264", h264),
+                                  WithUnit(HevcClip("same.hevc"), "captions.hevc", hevc)}) {
+    const Json frame = InspectJson(file)["streams"][0]["frames"][0];
+    ASSERT_TRUE(frame.contains("captions")) << frame.dump();
+    EXPECT_EQ(frame["captions"]["form"], "GA94");
+    EXPECT_EQ(frame["captions"]["cc_count"], 2);
+  }
+  EXPECT_FALSE(InspectJson(H264Clip("same.h264"))["streams"][0]["frames"][0].contains("captions"));
+}
+
 TEST(InspectErrors, AreOneLineAndAFailure) {
   WriteFile(MediaPath("words.txt"), Bytes{'n', 'o', ' ', 'm', 'e', 'd', 'i', 'a', '\n'});
   for (const char* name : {"missing.mp4", "words.txt"}) {
