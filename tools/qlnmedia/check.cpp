@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "qlnmedia/access_unit.h"
+#include "qlnmedia/caption_check.h"
 #include "qlnmedia/coded_stream.h"
 #include "qlnmedia/hdr_values.h"
 #include "qlnmedia/media_file.h"
@@ -316,6 +317,7 @@ std::vector<Finding> CheckFile(const std::string& path) {
   for (const auto& checker : checkers) {
     if (checker != nullptr) checker->Finish();
   }
+  CheckCaptions(path, findings);
   const std::string note = file.TruncationNote();
   if (!note.empty()) findings.push_back({0, "damage", note, -1, 1});
   return findings;

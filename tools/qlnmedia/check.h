@@ -10,7 +10,8 @@ namespace qlnmedia {
 // One kind of disagreement; the same finding in later frames counts up.
 struct Finding {
   unsigned stream = 0;
-  std::string what;    // "colour", "range", "size", "rate", "interlace", "hdr", "sets", "order", "damage"
+  std::string what;    // "colour", "range", "size", "rate", "interlace", "hdr", "sets", "order", "captions",
+                       // "damage"
   std::string text;    // who says what
   int64_t frame = -1;  // the first coded frame that shows it; -1 for the stream as a whole
   int64_t count = 1;

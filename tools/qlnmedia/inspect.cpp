@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include "qlnmedia/caption_check.h"
+#include "qlnmedia/caption_reader.h"
 #include "qlnmedia/coded_stream.h"
 #include "qlnmedia/format_report.h"
 #include "qlnmedia/inspect_codec.h"
@@ -106,6 +108,7 @@ Section InspectFile(const std::string& path, const InspectOptions& options) {
   AddContainer(report, file);
   for (unsigned i = 0; i < file.context()->nb_streams; ++i) {
     Section& section = AddStream(report, file, i);
+    if (MayHaveCaptions(*file.context()->streams[i])) ReportCaptions(section, path, i);
     for (const CodedStream& stream : coded) {
       if (stream.index == i && stream.codec == Codec::kH264) ReportH264(section, stream, options, messages);
       if (stream.index == i && stream.codec == Codec::kHevc) ReportHevc(section, stream, options, messages);

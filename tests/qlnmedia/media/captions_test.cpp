@@ -236,6 +236,30 @@ TEST(CaptionRead, TextHasItsTimes) {
   EXPECT_THAT(Shown(out), HasSubstr("00:00:00,501 --> 00:00:01,002"));
 }
 
+TEST(CaptionCheck, NamesGapsAndWrongCounts) {
+  const std::string scc = Write("captions_check.scc", kScc);
+  const Kind& kind = kKinds[1];
+  const std::string in = Source(kind, "ts");
+  const std::string out = MediaPath("captions_check.ts");
+  ASSERT_EQ(Qlnmedia("patch '" + in + "' '" + out + "' --captions '" + scc + "'").exitCode, 0);
+  EXPECT_THAT(Qlnmedia("check '" + out + "'").output, Not(HasSubstr("caption")));
+  EXPECT_THAT(Qlnmedia("inspect '" + out + "'").output, HasSubstr("GOOD MORNING"));
+  EXPECT_THAT(Qlnmedia("inspect '" + in + "' --json").output, Not(HasSubstr("\"captions\"")));
+
+  const std::string joined = MediaPath("captions_joined.mp4");
+  Text("ffmpeg -v error -y -i 'concat:" + out + "|" + in + "' -map 0:v -c copy '" + joined + "'");
+  const CommandResult gaps = Qlnmedia("check '" + joined + "'");
+  EXPECT_EQ(gaps.exitCode, 3);
+  EXPECT_THAT(gaps.output, HasSubstr("a picture without captions in a stream that has some"));
+
+  const std::string raw = MediaPath("captions_check.h264");
+  const std::string faster = MediaPath("captions_faster.mp4");
+  Text("ffmpeg -v error -y -i '" + out + "' -map 0:v -c copy '" + raw + "' && ffmpeg -v error -y -r 50 -i '" +
+       raw + "' -c copy '" + faster + "'");
+  EXPECT_THAT(Qlnmedia("check '" + faster + "'").output,
+              HasSubstr("a picture with 24 caption triplets, more than the 12 of its rate"));
+}
+
 TEST(CaptionPatch, BadFilesAreOneLineAndNoOutput) {
   const std::string in = Source(kKinds[0], "mp4");
   const std::string out = MediaPath("captions_never.mp4");
