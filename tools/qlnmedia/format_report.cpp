@@ -108,6 +108,14 @@ std::string RasterText(const Raster& raster) {
                      raster.progressive ? "progressive" : "interlaced");
 }
 
+// The raster that a word is made for, as "720x576 interlaced".
+std::string RasterOf(QLNSignalFormat format) {
+  uint32_t width = 0;
+  uint32_t height = 0;
+  vidImageSize(format, &width, &height, 0);
+  return fmt::format("{}x{} {}", width, height, ScanName(format));
+}
+
 // What the word says otherwise than the question did.
 void AddDifferences(Section& report, const Raster& raster, QLNSignalFormat format) {
   const double asked = static_cast<double>(raster.rate) / raster.scale;
@@ -207,7 +215,8 @@ void AddSignalFormat(Section& section, const Raster& raster) {
     return;
   }
   section.Add("signal_format", "Signal format", Json{{"word", WordText(format)}, {"name", NameOf(format)}},
-              fmt::format("{} ({})", NameOf(format), WordText(format)));
+              fmt::format("{} ({})", NameOf(format), WordText(format)),
+              RasterOf(format) == RasterText(raster) ? "" : "for " + RasterOf(format));
 }
 
 }  // namespace qlnmedia

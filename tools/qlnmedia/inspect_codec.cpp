@@ -103,15 +103,18 @@ void AddComparison(Section& section, Codec codec, const Bytes& source, const Byt
       why);
 }
 
-void AddColourMessages(Section& frame, Codec codec, const UnitRun& run) {
-  const StreamHdr hdr = HdrOf(codec, run.units);
+void AddHdr(Section& section, const StreamHdr& hdr) {
   if (hdr.mastering)
-    frame.Add("mastering_display", "Mastering display", MasteringDisplayText(*hdr.mastering));
+    section.Add("mastering_display", "Mastering display", MasteringDisplayText(*hdr.mastering));
   if (hdr.lightLevel)
-    frame.Add(
+    section.Add(
         "content_light_level", "Light level",
         Json{{"max", hdr.lightLevel->maxContent}, {"average", hdr.lightLevel->maxAverage}},
         fmt::format("{} cd/m2, average {} cd/m2", hdr.lightLevel->maxContent, hdr.lightLevel->maxAverage));
+}
+
+void AddColourMessages(Section& frame, Codec codec, const UnitRun& run) {
+  AddHdr(frame, HdrOf(codec, run.units));
 }
 
 void AddCaptionMessages(Section& frame, Codec codec, const UnitRun& run) {

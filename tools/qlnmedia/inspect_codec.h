@@ -6,6 +6,7 @@
 #include "qlnmedia/elements.h"
 #include "qlnmedia/inspect.h"
 #include "qlnmedia/report.h"
+#include "qlnmedia/stream_hdr.h"
 
 namespace qlnmedia {
 
@@ -24,7 +25,9 @@ void AddComparison(Section& section, Codec codec, const Bytes& source, const Byt
                    const ElementLister& list, const std::string& cause);
 // Closed captions in one frame's SEI (ATSC A/53 user data): how many triplets.
 void AddCaptionMessages(Section& frame, Codec codec, const UnitRun& run);
-// Mastering display and content light level, found by the library in one frame's SEI.
+// Mastering display and content light level, where there are such.
+void AddHdr(Section& section, const StreamHdr& hdr);
+// The same, found by the library in one frame's SEI.
 void AddColourMessages(Section& frame, Codec codec, const UnitRun& run);
 
 // Width and height.

@@ -39,6 +39,11 @@ TEST(InspectFormat, FieldOrderOfTheStreamMakesItInterlaced) {
   EXPECT_EQ(SignalFormat(interlaced)["name"], "1920x1080i@25");
 }
 
+TEST(InspectFormat, NearestFormatIsSaidWhereItIsOneOfAnotherRaster) {
+  const CommandResult result = Qlnmedia("inspect '" + Clip("format-360p.mp4", "640x360") + "'");
+  EXPECT_THAT(result.output, HasSubstr("Signal format  PAL (0x11A04019)  (for 720x576 interlaced)\n"));
+}
+
 TEST(InspectFormat, RasterThatHasNone) {
   EXPECT_EQ(SignalFormat(Clip("format-none.mp4", "192x112")), nullptr);
 }

@@ -153,6 +153,37 @@ TEST(Inspect, HevcElementsAreThoseOfAnIndependentReader) {
   EXPECT_THAT(all, HasSubstr("\"content_light_level\":{\"max\":800,\"average\":200}"));
 }
 
+// The container's own description, beside that of the stream: ffmpeg writes it from its options.
+TEST(Inspect, ContainerColour) {
+  const std::string options = "-an -color_primaries 9 -color_trc 16 -colorspace 9 -color_range tv";
+  for (const char* name : {"container-colour.mp4", "container-colour.mov", "container-colour.mkv"}) {
+    const Json stream = InspectJson(Clip(name, options))["streams"][0];
+    EXPECT_EQ(stream["container_colour"], (Json{{"primaries", 9}, {"transfer", 16}, {"matrix", 9}})) << name;
+    // QuickTime's colour parameters have no range.
+    if (std::string(name).ends_with("mov"))
+      EXPECT_FALSE(stream.contains("container_range"));
+    else
+      EXPECT_EQ(stream["container_range"], "limited") << name;
+  }
+  for (const char* name : {"container-colour.ts", "container-colour.h264"}) {
+    const Json stream = InspectJson(Clip(name, options))["streams"][0];
+    EXPECT_FALSE(stream.contains("container_colour")) << name;
+    EXPECT_EQ(stream["parameter_sets"]["sps"][0]["elements"]["colour_primaries"], 9) << name;
+  }
+}
+
+TEST(Inspect, ContainerHdr) {
+  const std::string file = Clip("container-hdr-in.mp4", "-an");
+  const std::string patched = MediaPath("container-hdr.mp4");
+  ASSERT_EQ(Qlnmedia("patch --hdr p3 --light-level 900,300 '" + file + "' '" + patched + "'").exitCode, 0);
+  const Json stream = InspectJson(patched)["streams"][0];
+  // DCI-P3 primaries, D65 white (SMPTE ST 2086 and ITU-T H.273): green, blue, red, white.
+  EXPECT_EQ(stream["mastering_display"],
+            "G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,1)");
+  EXPECT_EQ(stream["content_light_level"], (Json{{"max", 900}, {"average", 300}}));
+  EXPECT_FALSE(InspectJson(file)["streams"][0].contains("mastering_display"));
+}
+
 TEST(Inspect, HevcReadOutOfStepIsMarkedAndTheSizeIsTheContainers) {
   const std::string file = HevcClip("hevc444.mp4", "keyint=5", "-pix_fmt yuv444p -vf crop=190:110");
   const Json report = InspectJson(file);
