@@ -22,7 +22,7 @@ std::vector<std::vector<int>> Steps(const std::string& arguments) {
   const json document = json::parse(result.output);
   for (const json& row : document.at("steps")) {
     rows.push_back(
-        {row.at("step"), row.at("position"), row.at("fraction"), row.at("playCount"), row.at("index")});
+        {row.at("step"), row.at("position"), row.at("fraction"), row.at("play_count"), row.at("index")});
   }
   return rows;
 }

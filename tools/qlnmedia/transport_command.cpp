@@ -58,7 +58,7 @@ Section StepThrough(const Options& options) {
                   {{"step", "Step", true},
                    {"position", "Position", true},
                    {"fraction", "Fraction", true},
-                   {"playCount", "Play count", true},
+                   {"play_count", "Play count", true},
                    {"index", "Index", true}},
                   std::move(rows));
   return report;
