@@ -9,7 +9,7 @@
 #include <string>
 
 #include "kxutil/kxutil.h"
-#include "kxutil/tinyxml_quiet.h"
+#include "kxutil/tinyxml_header.h"
 #include "qlnutil/mediacmd.h"
 #include "qlnutil/mediacmd/command_json.h"
 

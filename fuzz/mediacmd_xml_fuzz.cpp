@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "kxutil/kxutil.h"
-#include "kxutil/tinyxml_quiet.h"
+#include "kxutil/tinyxml_header.h"
 #include "qlnutil/mediacmd.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <string>
 
 #if defined(__GLIBCXX__) && !defined(_GLIBCXX_IOSTREAM)
-#define _GLIBCXX_IOSTREAM 1  // counts as included
+#define _GLIBCXX_IOSTREAM 1  // NOLINT(bugprone-reserved-identifier): counts as included
 #include <tinyxml.h>
 #undef _GLIBCXX_IOSTREAM
 #else

@@ -2,14 +2,13 @@
 #ifndef KXUTIL_XML_STORE_DOCUMENT_H
 #define KXUTIL_XML_STORE_DOCUMENT_H
 
-#include <tinyxml.h>
-
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "kxutil/config_store.h"
+#include "kxutil/tinyxml_header.h"
 
 namespace qln {
 

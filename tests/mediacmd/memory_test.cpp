@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "kxutil/kxutil.h"
-#include "kxutil/tinyxml_quiet.h"
+#include "kxutil/tinyxml_header.h"
 #include "mediacmd/allocations.h"
 #include "mediacmd/command_support.h"
 #include "qlnutil/mediacmd/command_json.h"

@@ -5,7 +5,7 @@
 #include <memory>
 #include <new>
 
-#include "kxutil/tinyxml_quiet.h"
+#include "kxutil/tinyxml_header.h"
 #include "kxutil/xml_prescan.h"
 #include "qlnutil/mediacmd.h"
 #include "qlnutil/mediacmd/command_words.h"

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "kxutil/kxutil.h"
-#include "kxutil/tinyxml_quiet.h"
+#include "kxutil/tinyxml_header.h"
 #include "qlnutil/mediacmd.h"
 #include "qlnutil/mediacmd/command_walk.h"
 #include "qlnutil/mediacmd/text_buffer.h"
