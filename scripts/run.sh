@@ -1,6 +1,7 @@
 #!/bin/bash
 # Installs what is missing, builds qlnmedia, and inspects a media file.
-#   scripts/run.sh          makes a short real clip, inspects it, patches HDR and colour in, inspects and checks that
+#   scripts/run.sh          makes a short real clip, inspects it, patches timecode, HDR and colour in, inspects and
+#                           checks the result
 #   scripts/run.sh FILE     inspects FILE
 set -euo pipefail
 caller=$PWD
@@ -11,10 +12,15 @@ if [ $# -gt 1 ]; then
 fi
 
 scripts/setup.sh
-{
-  [ -f build/release/build.ninja ] || cmake --preset release
-  cmake --build build/release --target qlnmedia
-} >&2
+mkdir -p build
+[ -x build/release/tools/qlnmedia/qlnmedia ] || echo "run: building qlnmedia, which takes a minute or two" >&2
+if ! {
+  { [ -f build/release/build.ninja ] || cmake --preset release; } &&
+    cmake --build build/release --target qlnmedia
+} >build/run.log 2>&1; then
+  cat build/run.log >&2
+  exit 1
+fi
 
 qlnmedia=build/release/tools/qlnmedia/qlnmedia
 if [ $# -eq 1 ]; then
@@ -32,8 +38,8 @@ echo "== inspect $clip"
 "$qlnmedia" inspect "$clip"
 patched=build/clips/clip-hdr.mp4
 echo
-echo "== patch: HDR and colour into stream and container"
-"$qlnmedia" patch --verify --colour bt2020-pq --hdr bt2020 --light-level 1000,400 "$clip" "$patched"
+echo "== patch: timecode into the stream, HDR and colour into stream and container"
+"$qlnmedia" patch --verify --timecode 10:00:00:00 --colour bt2020-pq --hdr bt2020 --light-level 1000,400 "$clip" "$patched"
 echo
 echo "== inspect $patched"
 "$qlnmedia" inspect --frames 1 "$patched"
