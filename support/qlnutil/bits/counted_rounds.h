@@ -21,6 +21,9 @@ constexpr uint64_t InclusiveRounds(uint32_t last) { return last > 0x7FFFFFFFu ? 
 template <class Round>
 void RunCountedRounds(BitReader& reader, uint64_t count, uint64_t storing, Round round) {
   constexpr uint64_t kPositions = uint64_t{1} << 32;
+  // Past the limit a round takes fewer bits than this. One that begins closer to the end of all positions may
+  // wrap inside and still end behind its start, so that it tells nothing of those behind it.
+  constexpr uint64_t kLongestRound = 1024;
   // Under a limit near 2^32 the position may wrap, again and again. A round depends on its position alone, so
   // a position that comes back after a wrap begins a cycle; it is looked for at growing distances.
   uint64_t anchor = kPositions;
@@ -50,18 +53,18 @@ void RunCountedRounds(BitReader& reader, uint64_t count, uint64_t storing, Round
       continue;
     }
     const uint64_t moved = after - before;
-    uint64_t end;  // rounds that end at or in front of it equal the one just run
-    if (pastLimit) {
+    if (moved == 0) return;  // nor will any other
+    uint64_t end;            // rounds that end at or in front of it equal the one just run
+    if (before > kPositions - kLongestRound) {
+      continue;
+    } else if (pastLimit) {
       end = kPositions;
     } else if (before >= reader.byteCount() * 8 && after <= reader.bitLength) {
       end = reader.bitLength;
-    } else if (moved == 0) {
-      end = after;
     } else {
       continue;
     }
-    const uint64_t left = count - i;
-    const uint64_t skipped = moved == 0 ? left : std::min(left, (end - after) / moved);
+    const uint64_t skipped = std::min(count - i, (end - after) / moved);
     const uint64_t position = after + skipped * moved;
     reader.bitPos = static_cast<uint32_t>(position);
     i += skipped;
