@@ -95,6 +95,27 @@ TEST(WriteColorimetry, TakesTheRangeFromTheFrame) {
   EXPECT_EQ(Rewrite(AvcFrame(before), kPrimaries, kAvc, 100, 2).frame, AvcFrame(Described(9, 1, 1, false)));
 }
 
+// A flag that is read behind the unit's end is not 0, so that nothing is taken back to unspecified: the words
+// keep what was read there, all ones.
+TEST(WriteColorimetry, AFlagBehindTheEndCountsAsSet) {
+  // colour_description_present_flag would be bit 65 of 64; the bit at the end itself reads as 0.
+  BitBuilder bits;
+  bits.u(8, 0x67).u(8, 66).u(8, 0xC0).u(8, 30);
+  bits.ue(1).ue(0).ue(2).ue(1).u(1, 0).ue(3).ue(3).u(1, 1).u(1, 1).u(1, 0);
+  bits.u(1, 1).u(1, 0).u(1, 1).u(1, 1).u(1, 1).u(3, 5);
+  ASSERT_EQ(bits.bits(), 64u);
+  BitBuilder expected = bits;
+  expected.u(1, 0).u(1, 1).u(8, 0xFF).u(8, 16).u(8, 0xFF);
+  for (const bool lengths : {false, true}) {
+    const auto framed = [&](const Bytes& unit) { return lengths ? WithLength(unit) : WithStartCode(unit); };
+    const Result result = Rewrite(Join({framed(bits.bytes()), framed(kSlice)}), kTransfer, kAvc);
+    EXPECT_EQ(result.replaced, 1u);
+    ASSERT_GT(result.frame.size(), 4 + 11u);
+    const size_t whole = expected.bits() / 8;  // what stands behind them is the reading of no data as well
+    EXPECT_EQ(test::ToHex(result.frame.data() + 4, whole), test::ToHex(expected.bytes().data(), whole));
+  }
+}
+
 TEST(WriteColorimetry, NeedsRoomToGrow) {
   const AvcSps before;
   const auto growth = Described(2, 16, 2).Unit().size() - before.Unit().size();

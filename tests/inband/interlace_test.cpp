@@ -311,6 +311,69 @@ TEST(SetFrameInterlaced, ReadsSetsOneByteLateBehind3ByteCodes) {
   EXPECT_EQ(Rewrite(WithStartCode(vps, 3)).count, 1u);
 }
 
+struct Reading {
+  std::unique_ptr<HevcSpsRecord> sps = std::make_unique<HevcSpsRecord>();
+  std::vector<std::string> messages;
+};
+
+// One set behind a start code of four bytes, as the library's own readers take it.
+Reading Read(const Bytes& unit) {
+  Reading reading;
+  HevcVpsRecord vps{};
+  HevcPpsRecord pps{};
+  test::ExactCopy copy(Bytes(unit.begin() + 4, unit.end()));
+  const auto size = static_cast<uint32_t>(copy.size());
+  QLNBitState state{copy.data(), static_cast<int32_t>(size), size * 8, 0};
+  MessageCapture capture;
+  const uint32_t type = unit[4] >> 1 & 63u;
+  if (type == 32) qlnutilRead_HEVC_VPS(&state, &vps, nullptr, 0);
+  if (type == 33) qlnutilRead_HEVC_SPS(&state, reading.sps.get(), nullptr, 0);
+  if (type == 34) qlnutilRead_HEVC_PPS(&state, &pps, nullptr, 0);
+  reading.messages = capture.texts();
+  return reading;
+}
+
+// Each set is read twice, as it came and as it was written, and what the second reading says is heard as
+// well.
+TEST(SetFrameInterlaced, SaysWhatBothReadingsSay) {
+  size_t said = 0;
+  for (const Bytes& whole : {VpsUnit(kProgressive), SpsOf({}), PpsUnit()}) {
+    for (size_t size = 8; size <= whole.size(); ++size) {
+      const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+      if (cut.back() == 0) continue;  // no part of a unit
+      const Result result = Rewrite(cut);
+      std::vector<std::string> expected = Read(cut).messages;
+      const std::vector<std::string> second = Read(result.frame).messages;
+      said += second.size();
+      expected.insert(expected.end(), second.begin(), second.end());
+      EXPECT_EQ(result.messages, expected) << test::ToHex(cut);
+    }
+  }
+  EXPECT_GT(said, 0u);
+}
+
+// colour_description_present_flag of an SPS that is cut off in front of it is read as all ones: not 0, so
+// that no colour is supplied.
+TEST(SetFrameInterlaced, SuppliesNoColourWhereTheFlagIsBehindTheEnd) {
+  int behind = 0;
+  for (const SpsForm& form :
+       {SpsForm{}, SpsForm{.window = 4}, SpsForm{.width = 1440}, SpsForm{.window = 1}}) {
+    const Bytes whole = SpsOf(form);
+    for (size_t size = 8; size < whole.size(); ++size) {
+      const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+      if (cut.back() == 0) continue;
+      const Reading before = Read(cut);
+      if (before.sps->colour_description_present_flag != 0xFFFFFFFFu) continue;
+      ++behind;
+      const Reading after = Read(Rewrite(cut).frame);
+      EXPECT_EQ(after.sps->colour_description_present_flag, 1u) << size;
+      EXPECT_EQ(after.sps->colour_primaries, 0xFFu) << size;
+      EXPECT_EQ(after.sps->matrix_coeffs, 0xFFu) << size;
+    }
+  }
+  EXPECT_GT(behind, 0);
+}
+
 TEST(SetFrameInterlaced, WritesColourSeiInIntraPictures) {
   const Bytes atc = Hex("00 00 00 01 4E 01 04 08 B5 00 31 44 54 47 31 01 80");
   Situation setup;
