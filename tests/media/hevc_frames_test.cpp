@@ -182,6 +182,39 @@ TEST_P(HevcFrames, TrailingZeros) {
   }
 }
 
+// Behind a start code of three bytes the parse and the copy begin with the second header byte.
+TEST_P(HevcFrames, ThreeByteCodesAreTakenOneByteLate) {
+  const Scanned scanned = ScanFrame(Frame(units_, 3));
+  EXPECT_EQ(scanned.count, units_.size());
+  const auto late = [this](uint32_t type) {
+    Bytes unit = FirstUnit(units_, type);
+    unit.erase(unit.begin());
+    unit.push_back(0);  // of the next start code
+    return unit;
+  };
+  EXPECT_EQ(ToHex(scanned.vpsSps), ToHex(late(33)));
+  EXPECT_EQ(ToHex(scanned.ppsBytes), ToHex(late(34)));
+  // That byte is 1, the header of a type 0.
+  ASSERT_EQ(scanned.messages.size(), 3u);
+  EXPECT_EQ(scanned.messages[0].substr(0, 13), "Not a vps NAL");
+  EXPECT_EQ(scanned.messages[1].substr(0, 13), "Not a sps NAL");
+  EXPECT_EQ(scanned.messages[2].substr(0, 17), "Not a pps NAL (0)");
+  EXPECT_EQ(scanned.sps->pic_width_in_luma_samples, 0u);
+}
+
+// Prefix SEI in front of the sets, between them and behind them: each counts, none hides a set.
+TEST_P(HevcFrames, PrefixSeiHidesNothing) {
+  const Bytes sei = {39 << 1, 1, 5, 3, 0x11, 0x22, 0x33, 0x80};
+  std::vector<Bytes> units;
+  for (const Bytes& unit : units_) {
+    units.push_back(sei);
+    units.push_back(unit);
+  }
+  const Scanned scanned = ScanFrame(Frame(units));
+  EXPECT_EQ(scanned.count, units.size());
+  ExpectAllSets(scanned);
+}
+
 TEST_P(HevcFrames, LengthFormIsConvertedFirst) {
   Bytes frame;
   for (const Bytes& unit : units_) {
