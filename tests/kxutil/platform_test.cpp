@@ -161,5 +161,32 @@ TEST(Memory, ThreadsShareTheTable) {
   for (std::thread& thread : threads) thread.join();
 }
 
+// Blocks that one thread takes and another gives back, while others take theirs and the table grows.
+TEST(Memory, BlocksGoFromThreadToThread) {
+  constexpr size_t kThreads = 4;
+  constexpr size_t kBlocks = 2000;
+  std::vector<std::vector<void*>> taken(kThreads);
+  std::vector<std::thread> threads;
+  for (size_t t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&mine = taken[t]] {
+      for (size_t i = 0; i < kBlocks; ++i) mine.push_back(KXAlloc(i % 97 + 1));
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  threads.clear();
+  for (size_t t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&others = taken[(t + 1) % kThreads]] {
+      for (size_t i = 0; i < kBlocks; ++i) {
+        ASSERT_EQ(KXAllocSize(others[i]), i % 97 + 1);
+        KXFree(others[i]);
+        void* const own = KXAlloc(300);
+        ASSERT_EQ(KXAllocSize(own), 300u);
+        KXFree(own);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
 }  // namespace
 }  // namespace qln::test
