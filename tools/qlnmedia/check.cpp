@@ -16,6 +16,7 @@
 #include "qlnmedia/media_file.h"
 #include "qlnmedia/names.h"
 #include "qlnmedia/progress.h"
+#include "qlnmedia/raw_end.h"
 #include "qlnmedia/set_edit.h"
 #include "qlnmedia/stream_hdr.h"
 #include "qlnmedia/tool_error.h"
@@ -318,7 +319,7 @@ std::vector<Finding> CheckFile(const std::string& path) {
     if (checker != nullptr) checker->Finish();
   }
   CheckCaptions(path, findings);
-  const std::string note = file.TruncationNote();
+  const std::string note = EndNote(file);
   if (!note.empty()) findings.push_back({0, "damage", note, -1, 1});
   return findings;
 }

@@ -9,6 +9,7 @@
 #include "qlnmedia/inspect_stream.h"
 #include "qlnmedia/media_file.h"
 #include "qlnmedia/messages.h"
+#include "qlnmedia/raw_end.h"
 
 namespace qlnmedia {
 
@@ -27,7 +28,7 @@ Section InspectFile(const std::string& path, const InspectOptions& options) {
       if (stream.index == i && stream.codec == Codec::kHevc) ReportHevc(section, stream, options, messages);
     }
   }
-  const std::string note = file.TruncationNote();
+  const std::string note = EndNote(file);
   if (!note.empty()) report.AddNote(note);
   return report;
 }

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include "qlnmedia/dolby_vision.h"
 #include "qlnmedia/format_report.h"
 #include "qlnmedia/inspect_codec.h"
 #include "qlnmedia/names.h"
@@ -112,6 +113,7 @@ Section& AddStream(Section& report, const MediaFile& file, unsigned index) {
   if (stream.duration > 0)
     section.Add("duration", "Duration", static_cast<double>(stream.duration) * av_q2d(stream.time_base),
                 DurationText(static_cast<double>(stream.duration) * av_q2d(stream.time_base)));
+  AddDolbyVisionConfiguration(section, stream);
   return section;
 }
 
