@@ -152,6 +152,10 @@ std::optional<ElementChange> FirstChange(Codec codec, const Bytes& before, const
   const std::vector<Element> back = after.empty() ? std::vector<Element>() : list(after);
   ElementChange change;
   if (*bit >= payload.size() * 8 || *bit < (codec == Codec::kH264 ? 8u : 16u)) return change;
+  // Where it makes no difference what stands from that bit on, no element lies there.
+  Bytes behind = payload;
+  for (size_t i = *bit; i < behind.size() * 8; ++i) behind[i / 8] ^= static_cast<uint8_t>(0x80 >> i % 8);
+  if (FirstReadOtherwise(was, list(Escape(behind))) == nullptr) return change;
   // Of values that are read over one another only the last is kept, and counts may be cut: where a bit
   // changes nothing, one of those in front of it, in the same code, changes its length.
   constexpr size_t kBitsBack = 12;

@@ -20,9 +20,11 @@ void ReportHevc(Section& section, const CodedStream& stream, const InspectOption
                 MessageSink& messages);
 
 // Says whether a set that was read and written back has the same bytes, and if not, the first element that
-// changes and why; `cause` is said where the element's name alone does not explain it.
+// changes and why; `cause` is said where the element's name alone does not explain it. No element behind the
+// one whose name begins with `lostBehind` (if any does) is named: there the library's reading may have left
+// the stream's syntax, and a note says so.
 void AddComparison(Section& section, Codec codec, const Bytes& source, const Bytes& written,
-                   const ElementLister& list, const std::string& cause);
+                   const ElementLister& list, const std::string& cause, const std::string& lostBehind = "");
 // Closed captions in one frame's SEI (ATSC A/53 user data): how many triplets.
 void AddCaptionMessages(Section& frame, Codec codec, const UnitRun& run);
 // Mastering display and content light level, where there are such.

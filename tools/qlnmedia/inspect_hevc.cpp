@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 
+#include "qlnmedia/dolby_vision.h"
 #include "qlnmedia/elements.h"
 #include "qlnmedia/inspect_codec.h"
 #include "qlnmedia/names.h"
@@ -109,6 +110,22 @@ bool InStep(const HevcSpsRecord& sps, const Bytes& unit) {
          (!vui || ((sps.video_signal_type_present_flag == 1) == walk->signalType &&
                    (sps.vui_timing_info_present_flag == 1) == (walk->timeScale != 0) &&
                    (walk->timeScale == 0 || sps.vui_time_scale == walk->timeScale)));
+}
+
+// The element behind which the library's reading has left the syntax of a set, or may have: its HRD
+// parameters have a form of their own, which no walk is held against. Empty where it is in step.
+std::string StepLostBehind(const HevcSpsRecord& sps, const Bytes& unit) {
+  if (!InStep(sps, unit)) {
+    if (sps.chroma_format_idc == 3) return "chroma_format_idc";
+    if (sps.scaling_list_enabled_flag == 1) return "scaling_list_enabled_flag";
+    for (uint32_t i = 0; i < sps.num_short_term_ref_pic_sets && i < 64; ++i) {
+      if (sps.st_ref_pic_set[i].inter_ref_pic_set_prediction_flag == 1)
+        return fmt::format("st_ref_pic_set[{}].inter_ref_pic_set_prediction_flag", i);
+    }
+  }
+  if (sps.vui_parameters_present_flag == 1 && sps.vui_hrd_parameters_present_flag == 1)
+    return "vui_hrd_parameters_present_flag";
+  return "";
 }
 
 void AddSpsFacts(Section& section, const HevcSpsRecord& sps, const FoundSet& set, const CodedStream& stream) {
@@ -232,7 +249,8 @@ void ReportSps(Section& sets, const FoundSet& set, const CodedStream& stream, Me
                   sps->sps_max_sub_layers_minus1 != 0         ? "sub-layer values, of which one is kept"
                   : sps->vui_hrd_parameters_present_flag == 1 ? "HRD parameters, of which one set is kept"
                   : !KnownDeparture(*sps).empty()             ? KnownDeparture(*sps)
-                                                              : "escapes near the end, or extension data");
+                                                              : "escapes near the end, or extension data",
+                  StepLostBehind(*sps, set.bytes));
     std::vector<Element> elements = Elements(qln::kHevcSpsFields, sps.get(), filled.get());
     JoinConstraints(elements, sps->profile_tier_level);
     section.AddElements("elements", "Elements", std::move(elements));
@@ -348,18 +366,6 @@ uint32_t ScanFrame(const UnitRun& run, MessageSink& messages) {
   return count;
 }
 
-void AddDolbyVision(Section& frame, const UnitRun& run) {
-  Bytes data = ToLengthForm(run.units);
-  uint8_t* sei = nullptr;
-  uint8_t* rpu = nullptr;
-  uint32_t seiSize = 0;
-  uint32_t rpuSize = 0;
-  if (qlnUtilFindDolbyVisionMetadata(data.data(), static_cast<uint32_t>(data.size()), 0, &sei, &seiSize, &rpu,
-                                     &rpuSize) == 1 &&
-      rpuSize != 0)
-    frame.Add("dolby_vision_rpu_size", "Dolby Vision", rpuSize, fmt::format("RPU of {} bytes", rpuSize));
-}
-
 void ReportFrame(Section& section, const CodedStream& stream, size_t number, const InspectOptions& options,
                  std::map<uint32_t, HevcPpsRecord>& pictureSets, MessageSink& messages) {
   const CodedPacket& packet = stream.packets[number];
@@ -401,7 +407,7 @@ void ReportFrame(Section& section, const CodedStream& stream, size_t number, con
   }
   messages.Take();
   if (!sliceType.empty()) frame.Add("slice_types", "Slice type", sliceType);
-  AddDolbyVision(frame, run);
+  AddDolbyVisionMetadata(frame, run);
   AddColourMessages(frame, Codec::kHevc, run);
   AddCaptionMessages(frame, Codec::kHevc, run);
   if (run.damaged()) frame.AddNote(fmt::format("{} bytes at the end are cut off", run.rest.size()));
