@@ -24,11 +24,13 @@
 
 namespace qln {
 
-// The kinds of third byte. Each vector form gives zero in the places that match.
+// The kinds of third byte. Each vector form gives zero in the places that match. kBits holds every bit that a
+// third byte of the kind can have set.
 
 // Equal to `kValue`.
 template <uint8_t kValue>
 struct ThirdIs {
+  static constexpr uint8_t kBits = kValue;
   static bool Matches(uint8_t third) { return third == kValue; }
 #if defined(__x86_64__)
   static __m128i Differs(__m128i third) { return _mm_xor_si128(third, _mm_set1_epi8(kValue)); }
@@ -40,6 +42,7 @@ struct ThirdIs {
 template <uint8_t kValue>
 struct ThirdIsAtMost {
   static_assert((kValue & (kValue + 1)) == 0);
+  static constexpr uint8_t kBits = kValue;
   static constexpr char kAbove = static_cast<char>(~kValue);
   static bool Matches(uint8_t third) { return third <= kValue; }
 #if defined(__x86_64__)
@@ -50,6 +53,7 @@ struct ThirdIsAtMost {
 
 // 3 or 12.
 struct ThirdIsThreeOrTwelve {
+  static constexpr uint8_t kBits = 15;
   static bool Matches(uint8_t third) { return third == 3 || third == 12; }
 #if defined(__x86_64__)
   static __m128i Differs(__m128i third) {
@@ -79,16 +83,59 @@ const uint8_t* FindTriplePlain(const uint8_t* from, const uint8_t* to) {
 
 #if defined(__x86_64__)
 
+// Of any three bytes in a row, two fill one pair of a row of pairs: the first two, or the last two. So where
+// a triple stands, a pair has a zero as its first byte, and as its second a zero or a third byte. Coded data
+// has next to no such pairs, and to look for them takes one load a vector; where one turns up, a look at
+// whole triples decides. These are the bits of a pair, in memory order, that are then zero.
+template <class Third>
+inline constexpr uint16_t kZeroPairBits = static_cast<uint16_t>(0xFF | (0xFF & ~Third::kBits) << 8);
+
+// A search for pairs that comes to one within kRareBlocks blocks stands among many, and is followed by this
+// many blocks of whole triples; a longer one by a single block.
+inline constexpr int kRareBlocks = 16;
+inline constexpr int kWholeBlocksAmongMany = 32;
+
+template <class Third>
+inline __m128i PairsSse2(const uint8_t* from) {
+  const __m128i bits = _mm_set1_epi16(static_cast<int16_t>(kZeroPairBits<Third>));
+  const __m128i pairs = _mm_and_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)), bits);
+  return _mm_cmpeq_epi16(pairs, _mm_setzero_si128());
+}
+
+// The places where triples begin in the 16 at `from`, a bit each; 18 bytes are read.
+template <class Third>
+inline uint32_t TriplePlacesSse2(const uint8_t* from) {
+  const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+  const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 1));
+  const __m128i third = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 2));
+  const __m128i differs = _mm_or_si128(_mm_or_si128(first, second), Third::Differs(third));
+  return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(differs, _mm_setzero_si128())));
+}
+
 template <class Third>
 const uint8_t* FindTripleSse2(const uint8_t* from, const uint8_t* to) {
-  const __m128i zero = _mm_setzero_si128();
+  int wholeBlocks = 1;
+  while (to - from >= 96) {
+    if (wholeBlocks == 0) {
+      const uint8_t* p = from;
+      for (; to - p >= 66; p += 64) {
+        const __m128i low = _mm_or_si128(PairsSse2<Third>(p), PairsSse2<Third>(p + 16));
+        const __m128i high = _mm_or_si128(PairsSse2<Third>(p + 32), PairsSse2<Third>(p + 48));
+        if (_mm_movemask_epi8(_mm_or_si128(low, high)) != 0) break;
+      }
+      wholeBlocks = p - from < 64 * kRareBlocks ? kWholeBlocksAmongMany : 1;
+      if (p > from) from = p - 1;  // a triple may have its pair behind p and its first byte in front of it
+      continue;
+    }
+    --wholeBlocks;
+    for (int i = 0; i < 4; ++i, from += 16) {
+      const uint32_t hits = TriplePlacesSse2<Third>(from);
+      if (hits != 0) return from + __builtin_ctz(hits);
+    }
+  }
   for (; to - from >= 18; from += 16) {
-    const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-    const __m128i second = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 1));
-    const __m128i third = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 2));
-    const __m128i differs = _mm_or_si128(_mm_or_si128(first, second), Third::Differs(third));
-    const int hits = _mm_movemask_epi8(_mm_cmpeq_epi8(differs, zero));
-    if (hits != 0) return from + __builtin_ctz(static_cast<unsigned>(hits));
+    const uint32_t hits = TriplePlacesSse2<Third>(from);
+    if (hits != 0) return from + __builtin_ctz(hits);
   }
   return FindTriplePlain<Third>(from, to);
 }
@@ -107,35 +154,31 @@ QLN_AVX2 inline uint32_t ZerosAvx2(__m256i vector) {
   return static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(vector, _mm256_setzero_si256())));
 }
 
-// The places of the zero bytes of the 64 bytes at an aligned address, a bit each.
-QLN_AVX2 inline uint64_t ZeroPlacesAvx2(const uint8_t* from) {
-  return ZerosAvx2(_mm256_load_si256(reinterpret_cast<const __m256i*>(from))) |
-         uint64_t{ZerosAvx2(_mm256_load_si256(reinterpret_cast<const __m256i*>(from + 32)))} << 32;
+// A pair is zero where a triple may have it; the address is aligned.
+template <class Third>
+QLN_AVX2 inline __m256i PairsAvx2(const uint8_t* from) {
+  const __m256i bits = _mm256_set1_epi16(static_cast<int16_t>(kZeroPairBits<Third>));
+  return _mm256_and_si256(_mm256_load_si256(reinterpret_cast<const __m256i*>(from)), bits);
 }
 
-// Coded data has next to no zero pairs, so the loop looks for those, with one aligned load a vector. Where a
-// pair turns up without its third byte, more tend to follow: for a while it looks for whole triples.
 template <class Third>
 __attribute__((target("avx2"))) const uint8_t* FindTripleAvx2(const uint8_t* from, const uint8_t* to) {
-  constexpr int kWholeTriples = 16;
-  int wholeTriples = 1;
+  int wholeBlocks = 1;
   while (to - from >= 192) {
-    if (wholeTriples == 0) {
+    if (wholeBlocks == 0) {
       // The 128 bytes in front of `from` have been looked at, so the block may begin among them.
       const uint8_t* p = from - (reinterpret_cast<uintptr_t>(from) & 31);
-      uint64_t carry = 0;
       for (; to - p >= 130; p += 128) {
-        const uint64_t low = ZeroPlacesAvx2(p);
-        const uint64_t high = ZeroPlacesAvx2(p + 64);
-        if (((low & (low << 1 | carry)) | (high & (high << 1 | low >> 63))) != 0) break;
-        carry = high >> 63;
+        const __m256i low = _mm256_min_epu16(PairsAvx2<Third>(p), PairsAvx2<Third>(p + 32));
+        const __m256i high = _mm256_min_epu16(PairsAvx2<Third>(p + 64), PairsAvx2<Third>(p + 96));
+        const __m256i least = _mm256_min_epu16(low, high);
+        if (_mm256_movemask_epi8(_mm256_cmpeq_epi16(least, _mm256_setzero_si256())) != 0) break;
       }
-      // The pair may begin in front of this block.
-      if (p > from) from = p - 1;
-      wholeTriples = kWholeTriples;
+      wholeBlocks = p - from < 128 * kRareBlocks ? kWholeBlocksAmongMany : 1;
+      if (p > from) from = p - 1;  // a triple may have its pair behind p and its first byte in front of it
       continue;
     }
-    --wholeTriples;
+    --wholeBlocks;
     const __m256i a = DiffersAvx2<Third>(from);
     const __m256i b = DiffersAvx2<Third>(from + 32);
     const __m256i c = DiffersAvx2<Third>(from + 64);

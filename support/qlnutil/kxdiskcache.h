@@ -67,6 +67,8 @@ class QLN_API CKXDiskCache {
   uint32_t Read(void* destination, uint64_t position, uint32_t length, uint32_t* delivered, uint32_t flags);
 
  private:
+  uint32_t ReadOutside(uint8_t* destination, uint64_t position, uint32_t length, uint32_t* delivered,
+                       uint32_t flags);
   uint32_t ReadPastWindow(uint8_t* destination, uint64_t position, uint32_t length, uint32_t* delivered,
                           uint32_t flags);
   uint32_t ReadDirectly(uint8_t* destination, uint64_t position, uint32_t length, uint32_t* delivered) const;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
+
 #include "bits/bit_model.h"
 #include "qlnutil/bits/bit_reader.h"
 #include "qlnutil/bits/bit_writer.h"
@@ -358,6 +360,24 @@ TEST(Writing, EqualsTheModelOnRandomPrograms) {
       ASSERT_EQ(state.bitPos, model.bitPos);
     }
     ASSERT_EQ(fast, plain);
+  }
+}
+
+TEST(Writing, CodesTouchOnlyBytesThatHoldTheirBits) {
+  for (int32_t value = 0; value < 70000; value = value < 300 ? value + 1 : value * 2 + 1) {
+    const uint32_t length = 2 * static_cast<uint32_t>(std::bit_width(static_cast<uint32_t>(value) + 1)) - 1;
+    for (uint32_t start = 0; start < 8; ++start) {
+      for (const uint8_t filler : {uint8_t{0x00}, uint8_t{0xFF}, uint8_t{0x5A}}) {
+        ExactCopy copy(Bytes((start + length + 7) / 8, filler));  // one byte more would be seen
+        Bytes plain = copy.bytes();
+        QLNBitState state{copy.data(), static_cast<int32_t>(copy.size()), 0, start};
+        BitWriteModel model{plain, start};
+        WriteExponentialGolombCode(&state, value);
+        model.WriteUe(value);
+        ASSERT_EQ(copy.bytes(), plain) << value << " at " << start;
+        ASSERT_EQ(state.bitPos, start + length);
+      }
+    }
   }
 }
 

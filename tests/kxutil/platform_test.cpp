@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -77,6 +78,16 @@ TEST(Memory, CopiesAndFills) {
     zero(to, 3);
     EXPECT_EQ(std::string(to, 5), std::string("\0\0\0##", 5));
     zero(nullptr, 0);
+  }
+}
+
+TEST(Memory, CopiesOfEachLengthStayInTheirBounds) {
+  for (uint32_t count = 0; count < 100; ++count) {
+    const std::unique_ptr<char[]> from(new char[count]);  // one byte too far would be seen
+    for (uint32_t i = 0; i < count; ++i) from[i] = static_cast<char>(i + 1);
+    std::string to(count + 2, '#');
+    CopyMemoryFast(to.data() + 1, from.get(), count);
+    EXPECT_EQ(to, '#' + std::string(from.get(), count) + '#') << count;
   }
 }
 

@@ -145,6 +145,61 @@ TYPED_TEST(TripleScan, AllFormsEqualTheNaiveOne) {
   }
 }
 
+// Long runs, in which the vector forms change between their two ways of looking: pairs of zeros without a
+// third byte near them, rare or close together, and a triple at a place of its own.
+TYPED_TEST(TripleScan, AllFormsEqualTheNaiveOneOnLongRuns) {
+  Random random(8);
+  for (int round = 0; round < 3000; ++round) {
+    Bytes bytes = random.bytes(random.below(9000) + 3);
+    for (uint8_t& byte : bytes) byte |= 0x10;
+    for (uint64_t pairs = random.below(40); pairs > 0; --pairs) {
+      const size_t place = random.below(bytes.size() - 1);
+      bytes[place] = 0;
+      bytes[place + 1] = static_cast<uint8_t>(random.below(3) == 0 ? random.below(16) : 0);
+    }
+    if (random.below(3) != 0) {
+      const size_t place = random.below(bytes.size() - 2);
+      bytes[place] = 0;
+      bytes[place + 1] = 0;
+      bytes[place + 2] = static_cast<uint8_t>(random.below(14));
+    }
+    ExactCopy copy(bytes);
+    const uint8_t* const to = copy.data() + copy.size();
+    const uint8_t* const from = copy.data() + random.below(std::min<size_t>(copy.size(), 70));
+    const auto expected = FindTripleNaively<TypeParam>(from, to) - from;
+    ASSERT_EQ(FindTriple<TypeParam>(from, to) - from, expected);
+#if defined(__x86_64__)
+    ASSERT_EQ(FindTripleSse2<TypeParam>(from, to) - from, expected);
+    if (CPU_FEATURE_ACTIVE(AVX2)) {
+      ASSERT_EQ(FindTripleAvx2<TypeParam>(from, to) - from, expected);
+    }
+#endif
+  }
+}
+
+// Each of the places where a block of the search for pairs can begin and end.
+TYPED_TEST(TripleScan, AllFormsFindATripleAtEveryPlaceOfALongRun) {
+  for (size_t place = 0; place < 1300; ++place) {
+    for (const uint8_t third : {uint8_t{0}, uint8_t{1}, uint8_t{3}, uint8_t{12}}) {
+      if (!TypeParam::Matches(third)) continue;
+      Bytes bytes(1300 + 2, 0x77);
+      bytes[place] = 0;
+      bytes[place + 1] = 0;
+      bytes[place + 2] = third;
+      ExactCopy copy(bytes);
+      const uint8_t* const to = copy.data() + copy.size();
+      const auto expected = static_cast<std::ptrdiff_t>(place);
+      ASSERT_EQ(FindTriple<TypeParam>(copy.data(), to) - copy.data(), expected);
+#if defined(__x86_64__)
+      ASSERT_EQ(FindTripleSse2<TypeParam>(copy.data(), to) - copy.data(), expected);
+      if (CPU_FEATURE_ACTIVE(AVX2)) {
+        ASSERT_EQ(FindTripleAvx2<TypeParam>(copy.data(), to) - copy.data(), expected);
+      }
+#endif
+    }
+  }
+}
+
 TEST(TripleScan, TheLastTripleIsThatOfThePlainForm) {
   Random random(21);
   for (int round = 0; round < 20000; ++round) {

@@ -96,8 +96,9 @@ void WriteBits(QLNBitState* state, int32_t count, uint32_t value) {
 
 void WriteExponentialGolombCode(QLNBitState* state, int32_t value) {
   if (static_cast<uint32_t>(value) < 255) {
-    const uint32_t code = static_cast<uint32_t>(value) + 1;
-    WriteBits(state, 2 * static_cast<int32_t>(std::bit_width(code)) - 1, code);
+    qln::BitWriter writer(*state);
+    writer.WriteUe(static_cast<uint32_t>(value));
+    state->bitPos = static_cast<uint32_t>(writer.bitPos);
     return;
   }
   WithWriter(state, [value](qln::BitWriter& writer) { writer.WriteUe(static_cast<uint32_t>(value)); });

@@ -90,11 +90,12 @@ class BitReader {
     return ReadUeSlow();
   }
 
-  int32_t ReadSe() {
-    const uint32_t k = ReadUe();
-    // Both divisions truncate, as signed arithmetic has it; the sum wraps.
-    if (k & 1u) return static_cast<int32_t>(k + 1u) / 2;
-    return static_cast<int32_t>(0u - static_cast<uint32_t>(static_cast<int32_t>(k) / 2));
+  int32_t ReadSe() { return SignedOf(ReadUe()); }
+
+  // The se(v) value of a code number. Both divisions truncate, as signed arithmetic has it; the sum wraps.
+  static int32_t SignedOf(uint32_t code) {
+    if (code & 1u) return static_cast<int32_t>(code + 1u) / 2;
+    return static_cast<int32_t>(0u - static_cast<uint32_t>(static_cast<int32_t>(code) / 2));
   }
 
   void SkipBits(uint32_t count) { bitPos += count; }
@@ -111,6 +112,19 @@ class BitReader {
       value = value << 1 | PeekBit(static_cast<uint32_t>(std::max(count - 32, 0) + i));
     }
     return value;
+  }
+
+  // Bits that lie ahead, first bit highest, and how many of them can be read without passing the limit: none
+  // where the data does not fill a whole word. What stands behind these bits in the word is of no use.
+  struct BitsAhead {
+    uint64_t bits;
+    uint32_t count;
+  };
+  BitsAhead Ahead() const {
+    const uint64_t index = bitPos >> 3;
+    if (index + 8 > readable_) return {0, 0};
+    const uint32_t odd = bitPos & 7;
+    return {Load64(index) << odd, static_cast<uint32_t>(std::min<uint64_t>(64 - odd, RealBits(bitPos)))};
   }
 
   bool BitsAtEnd() const { return bitPos >= bitLength; }

@@ -68,7 +68,7 @@ class BitWriter {
     }
     const uint32_t code = word + 1u;
     if (code - 1u < 0xFFFFu) {  // the usual codes: at most 31 bits
-      Put(2 * static_cast<uint32_t>(std::bit_width(code)) - 1, code);
+      PutCode(2 * static_cast<uint32_t>(std::bit_width(code)) - 1, code);
       return;
     }
     const uint32_t length = UeCodeLength(value);
@@ -142,21 +142,45 @@ class BitWriter {
       return;
     }
     const uint32_t before = static_cast<uint32_t>(bitPos % 8);
-    const uint32_t used = before + count;
     uint8_t* const first = data_ + bitPos / 8;
     bitPos += count;
-    if (used <= 8) {
-      const uint32_t behind = 8 - used;
+    if (before + count <= 8) {
+      const uint32_t behind = 8 - before - count;
       const uint32_t mask = (1u << count) - 1;
       *first = static_cast<uint8_t>(*first ^ (((*first >> behind) ^ value) & mask) << behind);
+    } else {
+      PutLong(first, before, count, value);
+    }
+  }
+
+  // The same for codes, whose lengths change from one to the next: whether a short one reaches into a second
+  // byte would be a branch that is hard to predict, and is none here.
+  void PutCode(uint32_t count, uint32_t value) {
+    constexpr uint32_t kMostInTwoBytes = 9;  // at any position
+    if (count > kMostInTwoBytes || !Fits(count)) {
+      Put(count, value);
       return;
     }
+    const uint32_t before = static_cast<uint32_t>(bitPos % 8);
+    uint8_t* const first = data_ + bitPos / 8;
+    bitPos += count;
+    const uint32_t behind = 16 - before - count;
+    const uint32_t mask = ((1u << count) - 1) << behind;
+    const uint32_t bits = value << behind & mask;
+    uint8_t* const last = first + (before + count - 1) / 8;
+    const uint32_t head = (*first & ~(mask >> 8)) | bits >> 8;
+    *last = static_cast<uint8_t>((*last & ~mask) | bits);
+    *first = static_cast<uint8_t>(head);  // over the store in front of it where both are one byte
+  }
+
+  // Two to five bytes by three stores that overlap, without a branch on their number.
+  static void PutLong(uint8_t* first, uint32_t before, uint32_t count, uint32_t value) {
+    const uint32_t used = before + count;
     const uint32_t last = (used - 1) / 8;  // index of the last byte that is written, 1 to 4
     const uint32_t behind = last * 8 + 8 - used;
     uint64_t bits = (uint64_t{value} & ((uint64_t{1} << count) - 1)) << behind;
     bits |= uint64_t{first[0] & (0xFF00u >> before) & 0xFFu} << (last * 8);
     bits |= first[last] & ((1u << behind) - 1);
-    // Two to five bytes by three stores that overlap, without a branch on their number.
     const uint32_t tail = last - 1;
     const uint32_t middle = tail < 2 ? tail : 2;
     StorePair(first, bits >> (tail * 8));

@@ -31,16 +31,6 @@ void ReorderingCommands(SyntaxReader& coder, H264SliceHeaderRecord& header) {
   } while (header.reordering_of_pic_nums_idc != 3 && MayGoOn(coder.bits, before));
 }
 
-// ref_pic_list_reordering() of clause 7.3.3.1.
-void RefPicListReordering(SyntaxReader& coder, H264SliceHeaderRecord& header, uint32_t kind) {
-  if (kind == kSliceI || kind == kSliceSi) return;
-  coder.Flag(header.ref_pic_list_reordering_flag_l0);
-  if (header.ref_pic_list_reordering_flag_l0 != 0) ReorderingCommands(coder, header);
-  if (kind != kSliceB) return;
-  coder.Flag(header.ref_pic_list_reordering_flag_l1);
-  if (header.ref_pic_list_reordering_flag_l1 != 0) ReorderingCommands(coder, header);
-}
-
 // pred_weight_table() of clause 7.3.3.2 for list 0, over the count that the record holds.
 void PredWeightTable(SyntaxReader& coder, H264SliceHeaderRecord& header, bool hasChroma) {
   coder.Ue(header.luma_log2_weight_denom);
@@ -115,63 +105,74 @@ int32_t WidthMinus4(uint32_t word) { return static_cast<int32_t>(word + 4u); }
 void WalkSliceHeader(SyntaxReader& coder, H264SliceHeaderRecord& header, const H264SpsRecord& sps,
                      H264PpsRecord& pps, uint32_t nalUnitType, const SliceWalkRules& rules) {
   const bool idr = nalUnitType == 5;
-  coder.Ue(header.first_mb_in_slice);
-  coder.Ue(header.slice_type);
+  SyntaxWindow in{BitWindow(coder.bits)};
+  in.Ue(header.first_mb_in_slice);
+  in.Ue(header.slice_type);
   const uint32_t kind = header.slice_type > 4 ? header.slice_type - 5 : header.slice_type;
-  coder.Ue(header.pic_parameter_set_id);
-  coder.U(WidthMinus4(sps.log2_max_frame_num_minus4), header.frame_num);
+  in.Ue(header.pic_parameter_set_id);
+  in.U(WidthMinus4(sps.log2_max_frame_num_minus4), header.frame_num);
   if (sps.frame_mbs_only_flag == 0) {
-    coder.Flag(header.field_pic_flag);
-    if (header.field_pic_flag != 0) coder.Flag(header.bottom_field_flag);
+    in.Flag(header.field_pic_flag);
+    if (header.field_pic_flag != 0) in.Flag(header.bottom_field_flag);
   }
-  if (idr) coder.Ue(header.idr_pic_id);
+  if (idr) in.Ue(header.idr_pic_id);
   // A field_pic_flag that is not read counts with the value that the record holds.
   const bool hasBottomOrder =
       pps.bottom_field_pic_order_in_frame_present_flag != 0 && header.field_pic_flag == 0;
   if (sps.pic_order_cnt_type == 0) {
-    coder.U(WidthMinus4(sps.log2_max_pic_order_cnt_lsb_minus4), header.pic_order_cnt_lsb);
-    if (hasBottomOrder) coder.Se(header.delta_pic_order_cnt_bottom);
+    in.U(WidthMinus4(sps.log2_max_pic_order_cnt_lsb_minus4), header.pic_order_cnt_lsb);
+    if (hasBottomOrder) in.Se(header.delta_pic_order_cnt_bottom);
   }
   if (sps.pic_order_cnt_type == 1 && sps.delta_pic_order_always_zero_flag == 0) {
-    coder.Se(header.delta_pic_order_cnt[0]);
-    if (hasBottomOrder) coder.Se(header.delta_pic_order_cnt[1]);
+    in.Se(header.delta_pic_order_cnt[0]);
+    if (hasBottomOrder) in.Se(header.delta_pic_order_cnt[1]);
   }
-  if (pps.redundant_pic_cnt_present_flag != 0) coder.Ue(header.redundant_pic_cnt);
-  if (kind == kSliceB) coder.Flag(header.direct_spatial_mv_pred_flag);
+  if (pps.redundant_pic_cnt_present_flag != 0) in.Ue(header.redundant_pic_cnt);
+  if (kind == kSliceB) in.Flag(header.direct_spatial_mv_pred_flag);
   if (kind == kSliceP || kind == kSliceB || kind == kSliceSp) {
-    coder.Flag(header.num_ref_idx_active_override_flag);
+    in.Flag(header.num_ref_idx_active_override_flag);
     if (header.num_ref_idx_active_override_flag != 0) {
-      coder.Ue(header.num_ref_idx_l0_active_minus1);
-      if (kind == kSliceB) coder.Ue(header.num_ref_idx_l1_active_minus1);
+      in.Ue(header.num_ref_idx_l0_active_minus1);
+      if (kind == kSliceB) in.Ue(header.num_ref_idx_l1_active_minus1);
     }
   }
-  if (nalUnitType != 20 || rules.reordersInNal20) RefPicListReordering(coder, header, kind);
+  // ref_pic_list_reordering() of clause 7.3.3.1.
+  if ((nalUnitType != 20 || rules.reordersInNal20) && kind != kSliceI && kind != kSliceSi) {
+    const auto commands = [&](SyntaxReader& lists) { ReorderingCommands(lists, header); };
+    in.Flag(header.ref_pic_list_reordering_flag_l0);
+    if (header.ref_pic_list_reordering_flag_l0 != 0) in = in.Behind(commands);
+    if (kind == kSliceB) {
+      in.Flag(header.ref_pic_list_reordering_flag_l1);
+      if (header.ref_pic_list_reordering_flag_l1 != 0) in = in.Behind(commands);
+    }
+  }
   // weighted_bipred_idc is not looked at: a B slice with a table is out of step from here on.
   if (pps.weighted_pred_flag != 0 && (kind == kSliceP || kind == kSliceSp)) {
-    PredWeightTable(coder, header, sps.chroma_format_idc != 0);
+    in = in.Behind([&](SyntaxReader& table) { PredWeightTable(table, header, sps.chroma_format_idc != 0); });
   }
   if (rules.marking == ReferenceMarking::kParsed) {
-    DecRefPicMarking(coder, header, idr);
+    in = in.Behind([&](SyntaxReader& marking) { DecRefPicMarking(marking, header, idr); });
   } else if (rules.marking == ReferenceMarking::kGuessed && kind == kSliceI) {
-    coder.bits.SkipBits(2);
+    in.bits.ReadBits<2>();  // passed over
   }
   if (pps.entropy_coding_mode_flag != 0 && kind != kSliceI && kind != kSliceSi) {
-    coder.Ue(header.cabac_init_idc);
+    in.Ue(header.cabac_init_idc);
   }
-  coder.Se(header.slice_qp_delta);
-  if (kind == kSliceSp) coder.Flag(header.sp_for_switch_flag);
-  if (kind == kSliceSp || kind == kSliceSi) coder.Se(header.slice_qs_delta);
+  in.Se(header.slice_qp_delta);
+  if (kind == kSliceSp) in.Flag(header.sp_for_switch_flag);
+  if (kind == kSliceSp || kind == kSliceSi) in.Se(header.slice_qs_delta);
   if (pps.deblocking_filter_control_present_flag != 0) {
-    coder.Ue(header.disable_deblocking_filter_idc);
+    in.Ue(header.disable_deblocking_filter_idc);
     if (header.disable_deblocking_filter_idc != 1) {
-      coder.Se(header.slice_alpha_c0_offset_div2);
-      coder.Se(header.slice_beta_offset_div2);
+      in.Se(header.slice_alpha_c0_offset_div2);
+      in.Se(header.slice_beta_offset_div2);
     }
   }
   if (pps.num_slice_groups_minus1 > 0 && pps.slice_group_map_type >= 3 && pps.slice_group_map_type <= 5) {
-    coder.U(SliceGroupChangeCycleWidth(pps), header.slice_group_change_cycle);
+    in.U(SliceGroupChangeCycleWidth(pps), header.slice_group_change_cycle);
   }
-  if (pps.entropy_coding_mode_flag == 0) coder.Flag(pps.rbsp_stop_one_bit);
+  if (pps.entropy_coding_mode_flag == 0) in.Flag(pps.rbsp_stop_one_bit);
+  coder.bits = in.bits.reader();
 }
 
 }  // namespace qln

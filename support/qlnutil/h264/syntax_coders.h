@@ -8,6 +8,7 @@
 #include <span>
 
 #include "qlnutil/bits/bit_reader.h"
+#include "qlnutil/bits/bit_window.h"
 #include "qlnutil/bits/bit_writer.h"
 #include "qlnutil/bits/counted_rounds.h"
 #include "qlnutil/qlnh264.h"
@@ -43,6 +44,25 @@ struct SyntaxReader {
   void PicOrderOffsetCycle(uint32_t count, uint32_t& word) {
     const uint64_t rounds = static_cast<uint64_t>(std::max(static_cast<int32_t>(count), 0));
     RunCountedRounds(bits, rounds, 0, [&](uint64_t) { Ue(word); });
+  }
+};
+
+// The reader of single elements for a table that is one long chain of them; lists and loops go through a
+// SyntaxReader.
+struct SyntaxWindow {
+  BitWindow bits;
+
+  [[gnu::always_inline]] void U(int32_t count, uint32_t& word) { word = bits.ReadBits(count); }
+  [[gnu::always_inline]] void Flag(uint32_t& word) { word = bits.ReadBit(); }
+  [[gnu::always_inline]] void Ue(uint32_t& word) { word = bits.ReadUe(); }
+  [[gnu::always_inline]] void Se(int32_t& word) { word = bits.ReadSe(); }
+
+  // Runs table(coder) over a plain reader at this position. Returns the window behind it.
+  template <class Table>
+  [[gnu::always_inline]] SyntaxWindow Behind(Table table) const {
+    SyntaxReader coder{bits.reader()};
+    table(coder);
+    return {BitWindow(coder.bits)};
   }
 };
 

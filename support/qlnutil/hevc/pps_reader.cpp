@@ -1,5 +1,6 @@
 // The PPS reader: the body of clause 7.3.2.3 up to pps_extension_present_flag.
 
+#include "qlnutil/bits/bit_window.h"
 #include "qlnutil/hevc/loop_reader.h"
 #include "qlnutil/hevc/nal_header.h"
 #include "qlnutil/hevc/parameter_set_reader.h"
@@ -14,7 +15,7 @@ constexpr HevcReaderPolicy kPpsReader{
     "0x%08X",
     "\nqlnutilRead_HEVC_PPS failed allignment bit = %d padding = %d current bit %d bit length %d"};
 
-void ReadTiles(BitReader& in, HevcPpsRecord& pps) {
+BitWindow ReadTiles(BitReader in, HevcPpsRecord& pps) {
   pps.num_tile_columns_minus1 = in.ReadUe();
   pps.num_tile_rows_minus1 = in.ReadUe();
   pps.uniform_spacing_flag = in.ReadBit();
@@ -26,21 +27,22 @@ void ReadTiles(BitReader& in, HevcPpsRecord& pps) {
     RunRounds(rows, pps.num_tile_rows_minus1, 0, [&](uint32_t) { pps.row_height_minus1 = rows.ReadUe(); });
   }
   pps.loop_filter_across_tiles_enabled_flag = in.ReadBit();
+  return BitWindow(in);
 }
 
 // False when the unit is refused.
 bool ReadPps(HevcUnit& unit, HevcPpsRecord& pps) {
-  BitReader& in = unit.bits();
   if (unit.nalType() != kHevcNalPps) {
     ErrOutLocated("Not a pps NAL (%d) %s %d", unit.nalType());
     return false;
   }
-  in.bitPos = 16;
+  unit.bits().bitPos = 16;
+  BitWindow in(unit.bits());
   pps.pps_pic_parameter_set_id = in.ReadUe();
   pps.pps_seq_parameter_set_id = in.ReadUe();
   pps.dependent_slice_segments_enabled_flag = in.ReadBit();
   pps.output_flag_present_flag = in.ReadBit();
-  pps.num_extra_slice_header_bits = in.ReadBits(3);
+  pps.num_extra_slice_header_bits = in.ReadBits<3>();
   pps.sign_data_hiding_enabled_flag = in.ReadBit();
   pps.cabac_init_present_flag = in.ReadBit();
   pps.num_ref_idx_l0_default_active_minus1 = in.ReadUe();
@@ -58,7 +60,7 @@ bool ReadPps(HevcUnit& unit, HevcPpsRecord& pps) {
   pps.transquant_bypass_enabled_flag = in.ReadBit();
   pps.tiles_enabled_flag = in.ReadBit();
   pps.entropy_coding_sync_enabled_flag = in.ReadBit();
-  if (pps.tiles_enabled_flag != 0) ReadTiles(in, pps);
+  if (pps.tiles_enabled_flag != 0) in = ReadTiles(in.reader(), pps);
   pps.pps_loop_filter_across_slices_enabled_flag = in.ReadBit();
   pps.deblocking_filter_control_present_flag = in.ReadBit();
   if (pps.deblocking_filter_control_present_flag != 0) {
@@ -74,6 +76,7 @@ bool ReadPps(HevcUnit& unit, HevcPpsRecord& pps) {
   pps.log2_parallel_merge_level_minus2 = in.ReadUe();
   pps.slice_segment_header_extension_present_flag = in.ReadBit();
   pps.pps_extension_present_flag = in.ReadBit();  // nor are extensions
+  unit.bits() = in.reader();
   return true;
 }
 

@@ -63,7 +63,8 @@ class NumberText {
     NumberText text;
     text.text_[0] = '\0';
     TimeCodeToString(static_cast<uint32_t>(value), typeWord, text.text_);
-    text.size_ = strnlen(text.text_, sizeof text.text_);
+    // Character by character, as the service has just written it: a search by vectors would wait for that.
+    while (text.size_ < sizeof text.text_ && text.text_[text.size_] != '\0') ++text.size_;
     return text;
   }
   std::string_view view() const { return {text_, size_}; }
