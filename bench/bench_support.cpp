@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 
 #include "nalstream/nalstream.h"
@@ -18,14 +19,23 @@ void Require(bool held, const char* what) {
   std::exit(1);
 }
 
-Bytes EncodedStream(const std::string& name, const std::string& command) {
-  const std::string path = std::string(QLN_BENCH_DATA) + "/" + name;
+std::string EncodedFile(const std::string& name, const std::string& command) {
+  // A name of its own for each command, so that a changed one is run.
+  const std::string file = std::to_string(std::hash<std::string>()(command) % 100000) + "-" + name;
+  const std::string path = std::string(QLN_BENCH_DATA) + "/" + file;
   if (!std::filesystem::exists(path)) {
     std::filesystem::create_directories(QLN_BENCH_DATA);
+    // Under another name until it is whole.
+    const std::string made = std::string(QLN_BENCH_DATA) + "/part-" + file;
     std::string filled = command;
-    for (size_t at; (at = filled.find("{out}")) != std::string::npos;) filled.replace(at, 5, path);
+    for (size_t at; (at = filled.find("{out}")) != std::string::npos;) filled.replace(at, 5, made);
     Require(std::system((filled + " >/dev/null 2>&1 </dev/null").c_str()) == 0, filled.c_str());
+    std::filesystem::rename(made, path);
   }
+  return path;
+}
+
+Bytes ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return Bytes(std::istreambuf_iterator<char>(file), {});
 }

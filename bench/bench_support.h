@@ -16,9 +16,11 @@ using Bytes = std::vector<uint8_t>;
 // Ends the program with a message unless `held`: a benchmark of wrong results is worth nothing.
 void Require(bool held, const char* what);
 
-// A byte stream made once by ffmpeg and kept in the build folder; "{out}" stands for the file. Ends the
-// program when the command fails.
-Bytes EncodedStream(const std::string& name, const std::string& command);
+// A file made once by a command and kept in the build folder; "{out}" stands for the file. Returns its path.
+// Ends the program when the command fails.
+std::string EncodedFile(const std::string& name, const std::string& command);
+
+Bytes ReadFile(const std::string& path);
 
 // The NAL units of a byte stream, without start codes.
 std::vector<Bytes> UnitsOf(const Bytes& stream);

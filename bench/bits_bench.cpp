@@ -58,6 +58,23 @@ Bytes WriteAll(const std::vector<Field>& fields) {
   return bytes;
 }
 
+// One bit at a time, with ue(v) as the standard has it.
+void RequireFields(const Bytes& bytes, const std::vector<Field>& fields) {
+  size_t at = 0;
+  const auto bit = [&] {
+    const uint32_t value = bytes[at / 8] >> (7 - at % 8) & 1u;
+    ++at;
+    return value;
+  };
+  for (const Field& field : fields) {
+    int zeros = 0;
+    while (field.isUe && bit() == 0) ++zeros;
+    uint64_t value = field.isUe ? 1 : 0;
+    for (int left = field.isUe ? zeros : field.width; left > 0; --left) value = value << 1 | bit();
+    Require(value - (field.isUe ? 1 : 0) == field.value, "bit writes");
+  }
+}
+
 void ReadOurs(benchmark::State& run, const std::vector<Field>& fields) {
   Bytes bytes = WriteAll(fields);
   QLNBitState state{bytes.data(), static_cast<int32_t>(bytes.size()),
@@ -79,6 +96,7 @@ void ReadOurs(benchmark::State& run, const std::vector<Field>& fields) {
 void WriteOurs(benchmark::State& run, const std::vector<Field>& fields) {
   Bytes bytes(kFields * 8);
   QLNBitState state{bytes.data(), static_cast<int32_t>(bytes.size()), 0, 0};
+  RequireFields(WriteAll(fields), fields);
   for (auto _ : run) {
     state.bitPos = 0;
     for (const Field& field : fields) {

@@ -21,6 +21,15 @@ Bytes Densest(size_t size) {
 
 void RemoveOurs(benchmark::State& run, const Bytes& bytes) {
   Bytes output(bytes.size());
+  size_t markers = 0;  // as a second, plain look finds them
+  for (size_t i = 3, zeros = 0; i < bytes.size(); ++i) {
+    const bool isMarker = zeros >= 2 && (bytes[i] == 3 || bytes[i] == 12);
+    markers += isMarker;
+    zeros = !isMarker && bytes[i] == 0 ? zeros + 1 : 0;
+  }
+  Require(qln::RemoveEmulationPrevention(output.data(), bytes.data(), bytes.size(), qln::kRemovalH264Pps) ==
+              markers,
+          "emulation prevention removed");
   for (auto _ : run) {
     benchmark::DoNotOptimize(
         qln::RemoveEmulationPrevention(output.data(), bytes.data(), bytes.size(), qln::kRemovalH264Pps));
@@ -31,6 +40,14 @@ void RemoveOurs(benchmark::State& run, const Bytes& bytes) {
 
 void InsertOurs(benchmark::State& run, const Bytes& bytes) {
   Bytes output(qln::WorstEscapedSize(bytes.size()));
+  const size_t escaped = qln::InsertEmulationPrevention(output.data(), output.size(), bytes.data(),
+                                                        bytes.size(), qln::kInsertionSeiPacket);
+  // Removed again, it is what it was.
+  Bytes back(escaped);
+  constexpr qln::EmulationRemoval kBehindTheCode{4, false, false, false};
+  const size_t removed = qln::RemoveEmulationPrevention(back.data(), output.data(), escaped, kBehindTheCode);
+  back.resize(escaped - removed);
+  Require(back == bytes, "emulation prevention inserted");
   for (auto _ : run) {
     const size_t written = qln::InsertEmulationPrevention(output.data(), output.size(), bytes.data(),
                                                           bytes.size(), qln::kInsertionSeiPacket);

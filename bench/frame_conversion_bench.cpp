@@ -1,12 +1,18 @@
-// The two frame forms turned into each other, beside copies of the same frame. Each call changes the frame in
-// place, so the clock runs around the call alone and the frame is set up anew outside it.
+// The two frame forms turned into each other, beside copies of the same frame and libavcodec's filter. Each
+// call changes the frame in place, so the clock runs around the call alone and the frame is set up anew
+// outside it.
 
 #include <benchmark/benchmark.h>
 
 #include <chrono>
 #include <cstring>
 
-#include "bench_support.h"
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavcodec/bsf.h>
+}
+
+#include "bench_streams.h"
 #include "qlnutil/qlnh264.h"
 
 namespace {
@@ -90,8 +96,89 @@ void MoveFrame(benchmark::State& run, const Bytes& source) {
   }
 }
 
+// ---- A real picture of an MP4 file ----
+
+const qln::bench::Stream& Mp4Stream() {
+  for (const qln::bench::Stream& stream : qln::bench::H264Streams()) {
+    if (stream.isMp4) return stream;
+  }
+  Require(false, "a stream in MP4");
+  return qln::bench::H264Streams()[0];
+}
+
+// The first sample that is one slice of a predicted picture.
+const Bytes& Mp4Sample() {
+  for (const Bytes& sample : qln::bench::SamplesOf(Mp4Stream())) {
+    if ((sample[4] & 31) == 1) return sample;
+  }
+  Require(false, "a sample of a predicted picture");
+  return qln::bench::SamplesOf(Mp4Stream())[0];
+}
+
+Bytes SampleWithStartCode() {
+  const Bytes& sample = Mp4Sample();
+  const Bytes unit(sample.begin() + 4, sample.end());
+  return qln::bench::WithStartCodes({&unit, 1});
+}
+
+void SampleToMarker(benchmark::State& run) {
+  const Bytes& source = Mp4Sample();
+  const Bytes expected = SampleWithStartCode();
+  Bytes frame = source;
+  qlnUtilh264SizeToMarker(frame.data(), static_cast<uint32_t>(frame.size()));
+  Require(frame == expected, "a sample with a start code");
+  for (auto _ : run) {
+    std::memcpy(frame.data(), source.data(), 4);
+    TimeAlone(run, [&] { qlnUtilh264SizeToMarker(frame.data(), static_cast<uint32_t>(frame.size())); });
+  }
+}
+
+void CopySample(benchmark::State& run) {
+  const Bytes& source = Mp4Sample();
+  Bytes frame(source.size());
+  for (auto _ : run) {
+    TimeAlone(run, [&] { std::memcpy(frame.data(), source.data(), source.size()); });
+    benchmark::ClobberMemory();
+  }
+}
+
+// The filter gives a packet of its own.
+void SampleLibav(benchmark::State& run) {
+  const Bytes& source = Mp4Sample();
+  const Bytes expected = SampleWithStartCode();
+  const Bytes& configuration = qln::bench::ConfigurationOf(Mp4Stream());
+  AVBSFContext* filter = nullptr;
+  Require(av_bsf_alloc(av_bsf_get_by_name("h264_mp4toannexb"), &filter) == 0, "libavcodec's filter");
+  filter->par_in->codec_id = AV_CODEC_ID_H264;
+  filter->par_in->extradata =
+      static_cast<uint8_t*>(av_mallocz(configuration.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+  std::memcpy(filter->par_in->extradata, configuration.data(), configuration.size());
+  filter->par_in->extradata_size = static_cast<int>(configuration.size());
+  Require(av_bsf_init(filter) == 0, "libavcodec's filter");
+  AVPacket* whole = av_packet_alloc();
+  AVPacket* packet = av_packet_alloc();
+  Require(av_new_packet(whole, static_cast<int>(source.size())) == 0, "a packet");
+  std::memcpy(whole->data, source.data(), source.size());
+  for (auto _ : run) {
+    av_packet_ref(packet, whole);
+    TimeAlone(run, [&] {
+      Require(av_bsf_send_packet(filter, packet) == 0 && av_bsf_receive_packet(filter, packet) == 0,
+              "libavcodec's filter");
+    });
+    Require(packet->size == static_cast<int>(expected.size()) && packet->data[4] == expected[4],
+            "libavcodec's start code");
+    av_packet_unref(packet);
+  }
+  av_packet_free(&packet);
+  av_packet_free(&whole);
+  av_bsf_free(&filter);
+}
+
 #define QLN_TIMED(function, name, ...) \
   BENCHMARK_CAPTURE(function, row, __VA_ARGS__)->Name(name)->UseManualTime()
+BENCHMARK(SampleToMarker)->Name("length_to_codes:mp4_1080p/ours")->UseManualTime();
+BENCHMARK(CopySample)->Name("length_to_codes:mp4_1080p/memcpy")->UseManualTime();
+BENCHMARK(SampleLibav)->Name("length_to_codes:mp4_1080p/libavcodec")->UseManualTime();
 
 // Four slices of 140 kB: a large intra picture.
 QLN_TIMED(ToMarker, "length_to_codes/ours", Frame(4, 140000, Prefix::kLength), 140000);

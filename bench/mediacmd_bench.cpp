@@ -16,6 +16,9 @@
 #include "qlnutil/mediacmd/command_json.h"
 #include "timecode/kxtimecode.h"
 
+#ifdef QLN_HAVE_PUGIXML
+#include <pugixml.hpp>
+#endif
 #ifdef QLN_HAVE_RAPIDJSON
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
@@ -124,6 +127,56 @@ void FromXmlTinyXml(benchmark::State& run) {
   }
 }
 BENCHMARK(FromXmlTinyXml)->Name("command_from_xml/tinyxml");
+
+#ifdef QLN_HAVE_PUGIXML
+struct StringWriter : pugi::xml_writer {
+  std::string text;
+  void write(const void* data, size_t size) override { text.append(static_cast<const char*>(data), size); }
+};
+
+// All texts of a document behind each other: names and attributes in their order.
+void AppendTexts(const pugi::xml_node& node, std::string& texts) {
+  for (const pugi::xml_node& child : node.children()) {
+    texts.append(child.name()).append("=").append(child.value()).append(";");
+    for (const pugi::xml_attribute& attribute : child.attributes())
+      texts.append(attribute.name()).append("=").append(attribute.value()).append(";");
+    AppendTexts(child, texts);
+  }
+}
+
+void ToXmlPugi(benchmark::State& run) {
+  const std::string source = XmlText();
+  pugi::xml_document document;
+  Require(document.load_buffer(source.data(), source.size()).status == pugi::status_ok, "pugixml reads");
+  const auto print = [&] {
+    StringWriter writer;
+    document.save(writer, "", pugi::format_raw | pugi::format_no_declaration);
+    return std::move(writer.text);
+  };
+  pugi::xml_document again;
+  const std::string printed = print();
+  std::string texts;
+  std::string expected;
+  AppendTexts(document, expected);
+  Require(again.load_buffer(printed.data(), printed.size()).status == pugi::status_ok, "pugixml prints");
+  AppendTexts(again, texts);
+  Require(texts == expected && texts.find("CLIP0001") != std::string::npos, "pugixml prints all of it");
+  for (auto _ : run) benchmark::DoNotOptimize(print());
+}
+BENCHMARK(ToXmlPugi)->Name("command_to_xml/pugixml");
+
+void FromXmlPugi(benchmark::State& run) {
+  const std::string text = XmlText();
+  for (auto _ : run) {
+    pugi::xml_document document;
+    Require(document.load_buffer(text.data(), text.size()).status == pugi::status_ok &&
+                document.child("MediaCmd"),
+            "pugixml reads");
+    benchmark::DoNotOptimize(document);
+  }
+}
+BENCHMARK(FromXmlPugi)->Name("command_from_xml/pugixml");
+#endif
 
 void ToJsonOurs(benchmark::State& run) {
   MediaCmd command = PlayClip();

@@ -1,11 +1,14 @@
-// Start code search over whole streams, beside GStreamer's scan and memchr as the limit.
+// Start code search over whole streams, beside GStreamer's scan, libavcodec's search for the ends of
+// pictures, and memchr as the limit.
 
 #include <benchmark/benchmark.h>
 
 #include <cstring>
 
-#include "bench_support.h"
+#include "bench_streams.h"
+#include "libav_parser.h"
 #include "nalstream/nalstream.h"
+#include "nalstream/triple_scan.h"
 
 #ifdef QLN_HAVE_GSTREAMER
 #include <gst/base/gstbytereader.h>
@@ -59,9 +62,55 @@ size_t CountOurs(const Bytes& bytes) {
   return units;
 }
 
-void FindOurs(benchmark::State& run, const Bytes& bytes, size_t expected) {
-  Require(CountOurs(bytes) == expected, "start codes");
+// Start codes, one byte after the other.
+size_t CountPlain(const Bytes& bytes) {
+  size_t codes = 0;
+  for (size_t i = 0; i + 3 <= bytes.size(); ++i) {
+    codes += bytes[i] == 0 && bytes[i + 1] == 0 && bytes[i + 2] == 1;
+  }
+  return codes;
+}
+
+void FindOurs(benchmark::State& run, const Bytes& bytes) {
+  Require(CountOurs(bytes) == CountPlain(bytes), "start codes");
   for (auto _ : run) benchmark::DoNotOptimize(CountOurs(bytes));
+}
+
+#if defined(__x86_64__)
+// What find_nal_unit does on a machine without AVX2.
+size_t CountSse2(const Bytes& bytes) {
+  const uint8_t* at = bytes.data();
+  const uint8_t* const to = at + bytes.size();
+  size_t units = 0;
+  while ((at = qln::FindTripleSse2<qln::ThirdIs<1>>(at, to)) != to) {
+    ++units;
+    at = qln::FindTripleSse2<qln::ThirdIsAtMost<1>>(at + 3, to);
+  }
+  return units;
+}
+
+void FindSse2(benchmark::State& run, const Bytes& bytes) {
+  Require(CountSse2(bytes) == CountPlain(bytes), "start codes with SSE2 alone");
+  for (auto _ : run) benchmark::DoNotOptimize(CountSse2(bytes));
+}
+#endif
+
+// The ends of the pictures, where it also reads the headers that begin them.
+void FindLibav(benchmark::State& run, const qln::bench::Stream& stream) {
+  const Bytes padded = qln::bench::LibavParser::Padded(qln::bench::ByteStreamOf(stream));
+  qln::bench::LibavParser parser(AV_CODEC_ID_H264, false);
+  const auto split = [&] {
+    size_t pictures = 0;
+    for (size_t at = 0, end = padded.size() - AV_INPUT_BUFFER_PADDING_SIZE; at < end;) {
+      bool endsPicture = false;
+      at += static_cast<size_t>(parser.Parse(padded.data() + at, end - at, &endsPicture));
+      pictures += endsPicture;
+    }
+    return pictures;
+  };
+  split();
+  Require(split() >= 3 && parser.codedWidth() == static_cast<int>(stream.width), "libavcodec's pictures");
+  for (auto _ : run) benchmark::DoNotOptimize(split());
 }
 
 // A byte value that never occurs, so that memchr goes over everything once.
@@ -72,7 +121,7 @@ void FindMemchr(benchmark::State& run, Bytes bytes) {
 
 #ifdef QLN_HAVE_GSTREAMER
 void FindGStreamer(benchmark::State& run, const Bytes& bytes) {
-  for (auto _ : run) {
+  const auto count = [&] {
     GstByteReader reader;
     gst_byte_reader_init(&reader, bytes.data(), static_cast<guint>(bytes.size()));
     size_t units = 0;
@@ -83,24 +132,42 @@ void FindGStreamer(benchmark::State& run, const Bytes& bytes) {
       ++units;
       offset = static_cast<guint>(found) + 3;
     }
-    benchmark::DoNotOptimize(units);
-  }
+    return units;
+  };
+  Require(count() == CountPlain(bytes), "GStreamer's start codes");
+  for (auto _ : run) benchmark::DoNotOptimize(count());
 }
 #endif
 
+[[maybe_unused]] const bool kRegistered = [] {
+  const auto add = [](const std::string& row, const char* side, auto function) {
+    benchmark::RegisterBenchmark((row + "/" + side).c_str(), function);
+  };
+  const auto addRow = [&](const std::string& row, auto makeBytes) {
+    add(row, "ours", [=](benchmark::State& run) { FindOurs(run, makeBytes()); });
+    add(row, "memchr", [=](benchmark::State& run) { FindMemchr(run, makeBytes()); });
 #ifdef QLN_HAVE_GSTREAMER
-#define QLN_PEER(row, data) BENCHMARK_CAPTURE(FindGStreamer, row, data)->Name(#row "/gstreamer");
-#else
-#define QLN_PEER(row, data)
+    add(row, "gstreamer", [=](benchmark::State& run) { FindGStreamer(run, makeBytes()); });
 #endif
-#define QLN_ROW(row, data, units)                                    \
-  BENCHMARK_CAPTURE(FindOurs, row, data, units)->Name(#row "/ours"); \
-  BENCHMARK_CAPTURE(FindMemchr, row, data)->Name(#row "/memchr");    \
-  QLN_PEER(row, data)
-
-QLN_ROW(find_nal_unit_stream, Stream(256 << 10), (256 << 10) / kUnitSize + 1)
-QLN_ROW(find_nal_unit_out_of_cache, Stream(96 << 20), (96 << 20) / kUnitSize + 1)
-QLN_ROW(find_nal_unit_zero_rich, ZeroRich(256 << 10), 1)
-QLN_ROW(find_nal_unit_zero_words, ZeroWords(256 << 10), 1)
+  };
+  addRow("find_nal_unit_stream", [] { return Stream(256 << 10); });
+  addRow("find_nal_unit_out_of_cache", [] { return Stream(96 << 20); });
+  addRow("find_nal_unit_zero_rich", [] { return ZeroRich(256 << 10); });
+  addRow("find_nal_unit_zero_words", [] { return ZeroWords(256 << 10); });
+  for (const qln::bench::Stream& stream : qln::bench::H264Streams()) {
+    const std::string row = std::string("find_nal_unit_stream:") + stream.name;
+    addRow(row, [&stream] { return qln::bench::ByteStreamOf(stream); });
+    add(row, "libavcodec", [&stream](benchmark::State& run) { FindLibav(run, stream); });
+  }
+#if defined(__x86_64__)
+  const std::string sse2 = "find_nal_unit_stream_sse2";
+  add(sse2, "ours", [](benchmark::State& run) { FindSse2(run, Stream(256 << 10)); });
+  add(sse2, "memchr", [](benchmark::State& run) { FindMemchr(run, Stream(256 << 10)); });
+#ifdef QLN_HAVE_GSTREAMER
+  add(sse2, "gstreamer", [](benchmark::State& run) { FindGStreamer(run, Stream(256 << 10)); });
+#endif
+#endif
+  return true;
+}();
 
 }  // namespace
