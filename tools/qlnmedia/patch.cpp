@@ -5,11 +5,13 @@
 #include <deque>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "qlnmedia/caption_patcher.h"
 #include "qlnmedia/coded_stream.h"
 #include "qlnmedia/media_file.h"
 #include "qlnmedia/media_writer.h"
+#include "qlnmedia/packet_joiner.h"
 #include "qlnmedia/progress.h"
 #include "qlnmedia/stream_patcher.h"
 #include "qlnmedia/tool_error.h"
@@ -56,17 +58,21 @@ PatchResult PatchFile(const PatchOptions& options) {
       waiting.pop_front();
     }
   };
+  const auto take = [&](PacketHandle whole) {
+    const auto index = static_cast<unsigned>(whole->stream_index);
+    if (index < patchers.size() && patchers[index] != nullptr) patchers[index]->Announce(*whole);
+    waiting.push_back(std::move(whole));
+    send(false);
+  };
+  PacketJoiner joiner(in);
   while (in.Read(packet.get())) {
     progress.At(packet->pos);
     const auto index = static_cast<unsigned>(packet->stream_index);
     if (captions != nullptr && index == captions->stream())
       captions->PatchPacket(*in.context()->streams[index], packet.get());
-    if (index < patchers.size() && patchers[index] != nullptr) patchers[index]->Announce(*packet);
-    waiting.emplace_back(av_packet_alloc());
-    if (waiting.back() == nullptr) throw std::bad_alloc();
-    av_packet_move_ref(waiting.back().get(), packet.get());
-    send(false);
+    if (PacketHandle whole = joiner.Take(packet.get())) take(std::move(whole));
   }
+  while (PacketHandle whole = joiner.Finish()) take(std::move(whole));
   if (!in.endNote().empty()) throw ToolError(options.in, in.endNote(), "a damaged file is not patched");
   send(true);
   if (!options.dryRun) out.Finish();
