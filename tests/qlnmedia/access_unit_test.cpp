@@ -71,7 +71,7 @@ TEST(AccessUnit, StartCodesFollowTheirNeighbours) {
   units = H264Units("P");
   units[0].startCodeBytes = 3;
   InsertSei(Codec::kH264, units, Hex("06 89 00 80"));
-  EXPECT_EQ(units[0].startCodeBytes, 4);
+  EXPECT_EQ(units[0].startCodeBytes, 3);
 }
 
 std::vector<Unit> OneUnit(const Bytes& bytes) {

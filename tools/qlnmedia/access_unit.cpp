@@ -50,8 +50,9 @@ void InsertSei(Codec codec, std::vector<Unit>& units, Bytes bytes) {
   const size_t at = FirstPictureUnit(codec, units);
   Unit unit;
   unit.bytes = std::move(bytes);
-  // The first unit of an access unit has the long start code; others take after what follows them.
-  unit.startCodeBytes = at == 0 || at == units.size() ? 4 : units[at].startCodeBytes;
+  // As the unit that follows. The zero byte that makes the first start code of an access unit a long one may
+  // stand at the end of the packet in front.
+  unit.startCodeBytes = at == units.size() ? 4 : units[at].startCodeBytes;
   units.insert(units.begin() + static_cast<std::ptrdiff_t>(at), std::move(unit));
 }
 

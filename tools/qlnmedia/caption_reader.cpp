@@ -44,14 +44,6 @@ bool MayHaveCaptions(const AVStream& stream) {
          (MediaFile::IsVideo(stream) && stream.codecpar->codec_id == AV_CODEC_ID_MPEG2VIDEO);
 }
 
-ConfigRecord ConfigOf(const AVStream& stream) {
-  const std::optional<Codec> codec = CodecOf(stream);
-  const AVCodecParameters& parameters = *stream.codecpar;
-  if (!codec || parameters.extradata_size <= 0) return {};
-  return ReadConfigRecord(*codec,
-                          ByteSpan(parameters.extradata, static_cast<size_t>(parameters.extradata_size)));
-}
-
 std::optional<Triplets> CaptionsOf(AVCodecID codecId, ByteSpan data, const ConfigRecord& config) {
   std::optional<Triplets> all;
   if (codecId == AV_CODEC_ID_MPEG2VIDEO) {

@@ -21,9 +21,6 @@ bool MayHaveCaptions(const AVStream& stream);
 // not used for MPEG-2.
 std::optional<Triplets> CaptionsOf(AVCodecID codec, ByteSpan data, const ConfigRecord& config);
 
-// The configuration record of a stream; an empty one for MPEG-2.
-ConfigRecord ConfigOf(const AVStream& stream);
-
 struct StreamCaptions {
   unsigned stream = 0;
   PicturePlaces order;

@@ -22,6 +22,14 @@ std::optional<Codec> CodecOf(const AVStream& stream) {
   return {};
 }
 
+ConfigRecord ConfigOf(const AVStream& stream) {
+  const std::optional<Codec> codec = CodecOf(stream);
+  const AVCodecParameters& parameters = *stream.codecpar;
+  if (!codec || parameters.extradata_size <= 0) return {};
+  return ReadConfigRecord(*codec,
+                          ByteSpan(parameters.extradata, static_cast<size_t>(parameters.extradata_size)));
+}
+
 std::vector<CodedStream> ReadCodedStreams(MediaFile& file, int frames) {
   std::vector<CodedStream> streams;
   for (unsigned i = 0; i < file.context()->nb_streams; ++i) {

@@ -37,6 +37,9 @@ struct CodedStream {
 // The codec of a stream that the library parses; nothing for all others.
 std::optional<Codec> CodecOf(const AVStream& stream);
 
+// The configuration record of a stream; an empty one where the library does not parse it.
+ConfigRecord ConfigOf(const AVStream& stream);
+
 // All streams that the library parses, each with its first `frames` packets. Reads the file from where it
 // stands.
 std::vector<CodedStream> ReadCodedStreams(MediaFile& file, int frames);

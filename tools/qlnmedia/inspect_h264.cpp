@@ -8,6 +8,7 @@
 #include "qlnmedia/elements.h"
 #include "qlnmedia/inspect_codec.h"
 #include "qlnmedia/names.h"
+#include "qlnmedia/timecode_report.h"
 #include "qlnutil/h264/record_fields.h"
 #include "qlnutil/qlnh264.h"
 
@@ -345,7 +346,7 @@ uint32_t ScanFrame(const UnitRun& run) {
 }
 
 void ReportFrame(Section& frames, const CodedStream& stream, size_t number, const InspectOptions& options,
-                 ActiveSets& active) {
+                 ActiveSets& active, const StreamTimecodes& timecodes) {
   const CodedPacket& packet = stream.packets[number];
   const UnitRun run = TakeApart(packet.data, stream.config.framing);
   Section& frame = frames.AddToList("frames", fmt::format("Frame {}", number));
@@ -379,6 +380,7 @@ void ReportFrame(Section& frames, const CodedStream& stream, size_t number, cons
     frame.AddNote("no slice that its parameter sets explain");
   }
   AddColourMessages(frame, Codec::kH264, run);
+  timecodes.AddToFrame(frame, number);
   AddCaptionMessages(frame, Codec::kH264, run);
   if (run.damaged()) frame.AddNote(fmt::format("{} bytes at the end are cut off", run.rest.size()));
   if (!options.units) return;
@@ -406,6 +408,8 @@ void ReportFrame(Section& frames, const CodedStream& stream, size_t number, cons
 void ReportH264(Section& section, const CodedStream& stream, const InspectOptions& options,
                 MessageSink& messages) {
   messages.Take();
+  const StreamTimecodes timecodes(stream);
+  timecodes.AddToStream(section);
   ReportConfiguration(section, stream, messages);
   Section& sets = section.AddSection("parameter_sets", "Parameter sets");
   const SetCollector collector(stream);
@@ -417,7 +421,8 @@ void ReportH264(Section& section, const CodedStream& stream, const InspectOption
 
   ActiveSets active;
   for (const Bytes& unit : stream.config.units()) active.Take(unit);
-  for (size_t n = 0; n < stream.packets.size(); ++n) ReportFrame(section, stream, n, options, active);
+  for (size_t n = 0; n < stream.packets.size(); ++n)
+    ReportFrame(section, stream, n, options, active, timecodes);
   messages.Take();  // of readers run more than once
 }
 

@@ -10,6 +10,7 @@
 #include "qlnmedia/inspect_codec.h"
 #include "qlnmedia/names.h"
 #include "qlnmedia/set_edit.h"
+#include "qlnmedia/timecode_report.h"
 #include "qlnutil/hevc/record_fields.h"
 #include "qlnutil/qlnhevc.h"
 
@@ -367,7 +368,8 @@ uint32_t ScanFrame(const UnitRun& run, MessageSink& messages) {
 }
 
 void ReportFrame(Section& section, const CodedStream& stream, size_t number, const InspectOptions& options,
-                 std::map<uint32_t, HevcPpsRecord>& pictureSets, MessageSink& messages) {
+                 std::map<uint32_t, HevcPpsRecord>& pictureSets, MessageSink& messages,
+                 const StreamTimecodes& timecodes) {
   const CodedPacket& packet = stream.packets[number];
   const UnitRun run = TakeApart(packet.data, stream.config.framing);
   Section& frame = section.AddToList("frames", fmt::format("Frame {}", number));
@@ -409,6 +411,7 @@ void ReportFrame(Section& section, const CodedStream& stream, size_t number, con
   if (!sliceType.empty()) frame.Add("slice_types", "Slice type", sliceType);
   AddDolbyVisionMetadata(frame, run);
   AddColourMessages(frame, Codec::kHevc, run);
+  timecodes.AddToFrame(frame, number);
   AddCaptionMessages(frame, Codec::kHevc, run);
   if (run.damaged()) frame.AddNote(fmt::format("{} bytes at the end are cut off", run.rest.size()));
   if (!options.units) return;
@@ -427,6 +430,8 @@ void ReportFrame(Section& section, const CodedStream& stream, size_t number, con
 
 void ReportHevc(Section& section, const CodedStream& stream, const InspectOptions& options,
                 MessageSink& messages) {
+  const StreamTimecodes timecodes(stream);
+  timecodes.AddToStream(section);
   ReportConfiguration(section, stream, messages);
   Section& sets = section.AddSection("parameter_sets", "Parameter sets");
   const SetCollector collector(stream);
@@ -444,7 +449,7 @@ void ReportHevc(Section& section, const CodedStream& stream, const InspectOption
       pictureSets[pps.pps_pic_parameter_set_id] = pps;
   }
   for (size_t n = 0; n < stream.packets.size(); ++n)
-    ReportFrame(section, stream, n, options, pictureSets, messages);
+    ReportFrame(section, stream, n, options, pictureSets, messages, timecodes);
   messages.Take();
 }
 

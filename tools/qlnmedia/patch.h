@@ -21,6 +21,7 @@ struct PatchOptions {
   std::optional<LightLevel> lightLevel;
   std::string timecode;      // of the first picture in presentation order; empty for none
   std::string timecodeType;  // name of a TcType; empty for the one that the rate asks for
+  std::string rate;          // frames a second to count timecodes by; empty for what the file says
   std::optional<CaptionOptions> captions;
   bool dryRun = false;
   bool verify = false;

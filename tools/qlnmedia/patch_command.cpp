@@ -59,6 +59,10 @@ void AddPatchCommand(CLI::App& app) {
           "--timecode-type", options->patch.timecodeType,
           "film, 23.98, pal, non-drop-frame, drop-frame, 50, 59.94 or 60; default: what the rate asks for")
       ->needs(timecode);
+  command
+      ->add_option("--rate", options->patch.rate,
+                   "Frames a second for --timecode: 25, 29.97, 30000/1001, where the file says none")
+      ->needs(timecode);
   auto* const captions = command->add_option("--captions", options->captions.file,
                                              "Captions of a .scc or .mcc file; MPEG-2 too");
   command

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <tuple>
 
+#include "qlnmedia/coded_stream.h"
 #include "qlnmedia/mpeg2_units.h"
 
 namespace qlnmedia {
@@ -18,45 +19,20 @@ constexpr int64_t kTemporalReferences = 1024;
 PictureOrder::PictureOrder(const AVStream& stream, bool raw)
     : timeBase_(stream.time_base), raw_(raw), codec_(stream.codecpar->codec_id) {
   if (codec_ == AV_CODEC_ID_MPEG2VIDEO) return;  // a packet holds both fields, and its own order
-  parser_.reset(av_parser_init(codec_));
-  context_.reset(avcodec_alloc_context3(nullptr));
-  if (parser_ == nullptr || context_ == nullptr ||
-      avcodec_parameters_to_context(context_.get(), stream.codecpar) < 0)
-    throw std::bad_alloc();
-  parser_->flags |= PARSER_FLAG_COMPLETE_FRAMES;
-}
-
-bool PictureOrder::IsSecondField() {
-  const int structure = parser_->picture_structure;
-  const bool field =
-      structure == AV_PICTURE_STRUCTURE_TOP_FIELD || structure == AV_PICTURE_STRUCTURE_BOTTOM_FIELD;
-  // In HEVC each field is a picture of its own.
-  if (!field || codec_ != AV_CODEC_ID_H264) {
-    waitingField_ = 0;
-    return false;
-  }
-  const bool second = waitingField_ == structure;
-  waitingField_ = second ? 0 : AV_PICTURE_STRUCTURE_TOP_FIELD + AV_PICTURE_STRUCTURE_BOTTOM_FIELD - structure;
-  return second;
+  const ConfigRecord config = ConfigOf(stream);
+  framing_ = config.framing;
+  tracker_.emplace(codec_ == AV_CODEC_ID_H264 ? Codec::kH264 : Codec::kHevc);
+  for (const Bytes& unit : config.units()) tracker_->TakeSet(unit);
 }
 
 PictureOrder::Key PictureOrder::KeyOfUnits(const AVPacket& packet) {
-  uint8_t* out = nullptr;
-  int outSize = 0;
-  av_parser_parse2(parser_.get(), context_.get(), &out, &outSize, packet.data, packet.size, packet.pts,
-                   packet.dts, packet.pos);
+  const UnitRun run = TakeApart(ByteSpan(packet.data, static_cast<size_t>(packet.size)), framing_);
+  const std::vector<TrackedPicture> pictures = tracker_->Take(run.units);
   const size_t number = packets_++;
-  if (IsSecondField()) return {0, 0, SIZE_MAX};
+  if (pictures.empty() ? raw_ : pictures[0].secondField) return {0, 0, SIZE_MAX};
   if (!raw_) return {0, packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts, number};
-  // Counts begin anew with a picture that starts a sequence.
-  const Codec codec = codec_ == AV_CODEC_ID_H264 ? Codec::kH264 : Codec::kHevc;
-  for (const Unit& unit : TakeApart(ByteSpan(packet.data, static_cast<size_t>(packet.size)), {}).units) {
-    const int type = UnitType(codec, unit.bytes);
-    if (!IsSlice(codec, type)) continue;
-    if (codec == Codec::kH264 ? type == 5 : type >= 16 && type <= 20) ++group_;
-    break;
-  }
-  return {group_, parser_->output_picture_number, number};
+  const OrderCount& order = pictures[0].order;
+  return {order.group, std::min(order.top, order.bottom), number};
 }
 
 PictureOrder::Key PictureOrder::KeyOfMpeg2(ByteSpan data) {

@@ -3,10 +3,11 @@
 #define TOOLS_QLNMEDIA_PICTURE_PLACES_H
 
 #include <cstdint>
-#include <memory>
+#include <optional>
 #include <vector>
 
 #include "qlnmedia/media_file.h"
+#include "qlnmedia/picture_tracker.h"
 #include "qlnmedia/units.h"
 
 namespace qlnmedia {
@@ -36,19 +37,13 @@ class PictureOrder {
   };
   Key KeyOfMpeg2(ByteSpan data);
   Key KeyOfUnits(const AVPacket& packet);
-  bool IsSecondField();
-
-  struct ParserCloser {
-    void operator()(AVCodecParserContext* parser) const { av_parser_close(parser); }
-  };
 
   AVRational timeBase_;
   bool raw_;
   AVCodecID codec_;
-  std::unique_ptr<AVCodecParserContext, ParserCloser> parser_;
-  CodecContextHandle context_;
-  int waitingField_ = 0;  // the field structure that would make the last field a frame; 0 for none
-  int64_t group_ = 0;
+  Framing framing_;
+  std::optional<PictureTracker> tracker_;  // nothing for MPEG-2
+  int64_t group_ = 0;                      // MPEG-2
   int64_t lastOrder_ = 0;
   size_t packets_ = 0;
   std::vector<Key> keys_;

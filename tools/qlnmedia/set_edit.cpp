@@ -5,77 +5,11 @@
 #include <algorithm>
 #include <vector>
 
-#include "qlnutil/qlnbits.h"
+#include "qlnmedia/set_reader.h"
 
 namespace qlnmedia {
 
 namespace {
-
-// A run of bits that takes the place of another.
-struct Splice {
-  uint32_t position;
-  uint32_t removed;
-  std::vector<std::pair<int, uint32_t>> fields;  // width and value
-};
-
-// Reads an unescaped set; `good` falls when it is read past its stop bit.
-class SetReader {
- public:
-  explicit SetReader(ByteSpan unit) : bytes_(Unescape(unit)) {
-    size_t end = bytes_.size();
-    while (end > 0 && bytes_[end - 1] == 0) --end;
-    if (end > 0) {
-      uint32_t stop = static_cast<uint32_t>(end) * 8 - 1;
-      while ((bytes_[stop / 8] >> (7 - stop % 8) & 1) == 0) --stop;
-      stop_ = stop;
-    }
-    bytes_.push_back(0);  // the byte behind the data that the bit functions may look at
-    state_ = {bytes_.data(), static_cast<int32_t>(bytes_.size() - 1), stop_, 0};
-  }
-  SetReader(const SetReader&) = delete;
-  SetReader& operator=(const SetReader&) = delete;
-
-  // Whatever is read past the stop bit is 0, so that no count from behind the end drives a loop.
-  uint32_t u(int count) { return Within(state_.bitPos <= stop_ ? ReadBits(&state_, count) : 0); }
-  bool flag() { return u(1) == 1; }
-  uint32_t ue() { return Within(state_.bitPos <= stop_ ? ReadExponentialGolombCode(&state_) : 0); }
-  int32_t se() {
-    return static_cast<int32_t>(
-        Within(state_.bitPos <= stop_ ? static_cast<uint32_t>(ReadExponentialGolombCodeSigned(&state_)) : 0));
-  }
-  void skip(uint32_t count) { SkipBits(&state_, count); }
-  uint32_t position() const { return state_.bitPos; }
-  uint32_t stop() const { return stop_; }
-  bool good() const { return stop_ != 0 && state_.bitPos <= stop_; }
-
-  // The unit with some bits replaced, escaped.
-  Bytes With(const std::vector<Splice>& splices) {
-    Bytes out(bytes_.size() + 64, 0);
-    QLNBitState to{out.data(), static_cast<int32_t>(out.size()), static_cast<uint32_t>(out.size()) * 8, 0};
-    QLNBitState from{bytes_.data(), state_.size, static_cast<uint32_t>(state_.size) * 8, 0};
-    const auto copyTo = [&](uint32_t end) {
-      while (from.bitPos < end) {
-        const int count = static_cast<int>(std::min<uint32_t>(32, end - from.bitPos));
-        WriteBits(&to, count, ReadBits(&from, count));
-      }
-    };
-    for (const Splice& splice : splices) {
-      copyTo(splice.position);
-      for (const auto& [width, value] : splice.fields) WriteBits(&to, width, value);
-      SkipBits(&from, splice.removed);
-    }
-    copyTo(stop_);
-    WriteBit(&to, 1);
-    out.resize((to.bitPos + 7) / 8);
-    return Escape(out);
-  }
-
- private:
-  uint32_t Within(uint32_t value) const { return state_.bitPos <= stop_ ? value : 0; }
-  Bytes bytes_;
-  uint32_t stop_ = 0;
-  QLNBitState state_{};
-};
 
 // Where the editable elements stand.
 struct Places {
@@ -171,11 +105,12 @@ bool WalkH264(SetReader& in, Walk& walk) {
   if (summary.pocType == 0) {
     summary.log2MaxPocLsb = in.ue() + 4;
   } else if (summary.pocType == 1) {
-    in.skip(1);
-    in.se();
-    in.se();
-    const uint32_t cycle = in.ue();
-    for (uint32_t i = 0; i < cycle && in.good(); ++i) in.se();
+    PocCycle& cycle = summary.pocCycle;
+    cycle.alwaysZero = in.flag();
+    cycle.nonReference = in.se();
+    cycle.topToBottom = in.se();
+    const uint32_t count = in.ue();
+    for (uint32_t i = 0; i < count && in.good(); ++i) cycle.offsets.push_back(in.se());
   }
   in.ue();
   in.skip(1);
@@ -192,6 +127,7 @@ bool WalkH264(SetReader& in, Walk& walk) {
     for (uint64_t& side : cut) side = in.ue();
   }
   const uint32_t arrayType = summary.separateColourPlanes ? 0 : chroma;
+  summary.chromaArrayType = arrayType;
   const uint64_t unitX = arrayType == 1 || arrayType == 2 ? 2 : 1;
   const uint64_t unitY = uint64_t{arrayType == 1 ? 2u : 1u} * (summary.frameMbsOnly ? 1 : 2);
   summary.width = static_cast<uint32_t>(width - std::min(width, unitX * (cut[0] + cut[1])));

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "qlnmedia/units.h"
 
@@ -33,6 +34,15 @@ struct SpsEdit {
   // HEVC: general_progressive_source_flag, general_interlaced_source_flag, field_seq_flag.
   std::optional<std::array<bool, 3>> interlace;
   bool any() const { return colour || fullRange || picStruct || interlace; }
+};
+
+// What H.264 pictures of pic_order_cnt_type 1 are placed by (ITU-T H.264 clause 8.2.1.2).
+struct PocCycle {
+  bool alwaysZero = false;            // delta_pic_order_always_zero_flag
+  int32_t nonReference = 0;           // offset_for_non_ref_pic
+  int32_t topToBottom = 0;            // offset_for_top_to_bottom_field
+  std::vector<int32_t> offsets = {};  // offset_for_ref_frame
+  friend bool operator==(const PocCycle&, const PocCycle&) = default;
 };
 
 // What a set says of the things that can be edited.
@@ -57,6 +67,8 @@ struct SpsSummary {
   uint32_t log2MaxFrameNum = 4;  // H.264
   uint32_t pocType = 0;          // H.264
   uint32_t log2MaxPocLsb = 4;
+  PocCycle pocCycle;             // H.264
+  uint32_t chromaArrayType = 1;  // H.264
   bool separateColourPlanes = false;
   friend bool operator==(const SpsSummary&, const SpsSummary&) = default;
 };

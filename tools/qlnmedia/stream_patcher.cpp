@@ -11,7 +11,6 @@
 #include "qlnmedia/access_unit.h"
 #include "qlnmedia/stream_hdr.h"
 #include "qlnmedia/tool_error.h"
-#include "qlnutil/qlnbits.h"
 
 namespace qlnmedia {
 
@@ -19,8 +18,6 @@ namespace {
 
 constexpr int kMasteringDisplay = 137;
 constexpr int kContentLightLevel = 144;
-constexpr int kPictureTiming = 1;
-constexpr int kTimeCode = 136;
 
 }  // namespace
 
@@ -37,15 +34,8 @@ StreamPatcher::StreamPatcher(const MediaFile& in, unsigned index, Codec codec, c
         codec, ByteSpan(parameters.extradata, static_cast<size_t>(parameters.extradata_size)));
   config_.codec = codec;
   if (!config_.problem.empty()) Fail(config_.problem);
-  for (const Bytes& unit : config_.units()) {
-    if (!IsSps(codec, UnitType(codec, unit))) continue;
-    const std::optional<SpsSummary> summary = ReadSpsSummary(codec, unit);
-    if (summary) TakeSps(*summary);
-  }
   if (!options.timecode.empty()) {
-    if (in.isRawStream())
-      Fail("a raw stream has no times to order its pictures by", "put it into MP4, MOV, MKV or TS first");
-    timecode_ = ParseTimecode(options.timecode, options.timecodeType, stream.avg_frame_rate);
+    timecodes_ = std::make_unique<TimecodePatcher>(in, index, codec, config_, options);
     if (codec == Codec::kH264) edit_.picStruct = true;
   }
   hdrUnit_ = MakeHdrUnit(codec, {options.mastering, options.lightLevel});
@@ -117,8 +107,6 @@ bool StreamPatcher::PatchUnits(std::vector<Unit>& units, bool randomAccess) {
   bool changed = false;
   for (Unit& unit : units) {
     if (!IsSps(codec_, UnitType(codec_, unit.bytes))) continue;
-    const std::optional<SpsSummary> summary = ReadSpsSummary(codec_, unit.bytes);
-    if (summary) TakeSps(*summary);
     if (PatchSet(unit.bytes)) {
       ++setsChanged_;
       changed = true;
@@ -146,13 +134,7 @@ void StreamPatcher::PatchPacket(AVPacket* packet) {
   UnitRun run = TakeApart(ByteSpan(packet->data, static_cast<size_t>(packet->size)), config_.framing);
   const bool randomAccess = (packet->flags & AV_PKT_FLAG_KEY) != 0 || IsRandomAccess(codec_, run.units);
   bool changed = PatchUnits(run.units, randomAccess);
-  if (timecode_) {
-    const uint32_t place = order_.Take();
-    if (FirstPictureUnit(codec_, run.units) < run.units.size()) {
-      PutTimecode(run.units, timecode_->count + place);
-      changed = true;
-    }
-  }
+  if (timecodes_ != nullptr && timecodes_->Patch(run.units)) changed = true;
   if (!changed) return;
   const int lengthBytes = config_.framing.lengthBytes;
   for (const Unit& unit : run.units) {
@@ -161,80 +143,6 @@ void StreamPatcher::PatchPacket(AVPacket* packet) {
                        lengthBytes));
   }
   ReplacePacketData(packet, PutTogether(run, config_.framing));
-}
-
-void StreamPatcher::TakeSps(const SpsSummary& sps) {
-  if (sps_ && sps_->id != sps.id && !options_.timecode.empty() &&
-      (sps_->hrd != sps.hrd || sps_->picStruct != sps.picStruct ||
-       sps_->timeOffsetLength != sps.timeOffsetLength ||
-       sps_->cpbRemovalDelayLength != sps.cpbRemovalDelayLength ||
-       sps_->dpbOutputDelayLength != sps.dpbOutputDelayLength))
-    Fail("has sequence parameter sets that lay out picture timing in different ways", "leave --timecode out");
-  sps_ = sps;
-}
-
-void StreamPatcher::Announce(const AVPacket& packet) {
-  if (!timecode_) return;
-  if (packet.pts == AV_NOPTS_VALUE)
-    Fail("has a picture without a presentation time", "remux it with times first");
-  order_.Add(packet.pts);
-}
-
-// Timecodes go into frames: where single fields are coded, two pictures would share one.
-void StreamPatcher::RequireFrame(const std::vector<Unit>& units) const {
-  if (codec_ == Codec::kHevc) {
-    if (sps_ && sps_->interlace[2]) Fail("codes single fields, which timecodes are not put into");
-    return;
-  }
-  if (sps_->frameMbsOnly) return;
-  for (const Unit& unit : units) {
-    const int type = UnitType(codec_, unit.bytes);
-    if (type != 1 && type != 5) continue;
-    Bytes head = Unescape(ByteSpan(unit.bytes).first(std::min<size_t>(unit.bytes.size(), 64)));
-    head.push_back(0);
-    const auto size = static_cast<uint32_t>(head.size() - 1);
-    QLNBitState state{head.data(), static_cast<int32_t>(size), size * 8, 8};
-    for (int i = 0; i < 3; ++i) ReadExponentialGolombCode(&state);  // first_mb_in_slice, slice_type, PPS
-    if (sps_->separateColourPlanes) SkipBits(&state, 2);
-    SkipBits(&state, sps_->log2MaxFrameNum);
-    if (ReadBit(&state) == 1) Fail("codes single fields, which timecodes are not put into");
-  }
-}
-
-void StreamPatcher::PutTimecode(std::vector<Unit>& units, uint32_t count) {
-  if (!sps_) Fail("a picture comes before its sequence parameter set");
-  RequireFrame(units);
-  ++timecodes_;
-  if (codec_ == Codec::kH264) {
-    PutH264Timecode(units, count);
-    return;
-  }
-  RemoveSei(codec_, units, [](const SeiMessage& message) { return message.type == kTimeCode; });
-  InsertSei(codec_, units, MakeHevcTimecodeUnit(count, timecode_->type));
-}
-
-void StreamPatcher::PutH264Timecode(std::vector<Unit>& units, uint32_t count) {
-  bool found = false;
-  for (Unit& unit : units) {
-    if (!IsSei(codec_, UnitType(codec_, unit.bytes))) continue;
-    bool whole = false;
-    std::vector<SeiMessage> messages = ReadSeiMessages(codec_, unit.bytes, &whole);
-    bool here = false;
-    for (SeiMessage& message : messages) {
-      if (message.type != kPictureTiming) continue;
-      const std::optional<PictureTiming> timing = ReadPictureTiming(message.payload, *sps_);
-      if (!timing || !whole) Fail("a picture timing message breaks off");
-      message.payload = MakePictureTiming(*timing, *sps_, count, timecode_->type);
-      here = true;
-    }
-    if (here) unit.bytes = MakeSeiUnit(ByteSpan(unit.bytes).first(1), messages);
-    found = found || here;
-  }
-  if (found) return;
-  if (sps_->hrd) Fail("has HRD parameters but a picture without picture timing, whose delays nobody knows");
-  const Bytes header{6};
-  InsertSei(codec_, units,
-            MakeSeiUnit(header, {{kPictureTiming, MakePictureTiming({}, *sps_, count, timecode_->type)}}));
 }
 
 std::string StreamPatcher::Summary() const {
@@ -249,7 +157,8 @@ std::string StreamPatcher::Summary() const {
   if (containerColour_) add("container colour set");
   if (seiRemoved_ != 0) add(fmt::format("{} SEI messages taken out", seiRemoved_));
   if (seiAdded_ != 0) add(fmt::format("{} SEI units put in", seiAdded_));
-  if (timecodes_ != 0) add(fmt::format("{} pictures got their timecode", timecodes_));
+  if (timecodes_ != nullptr && timecodes_->count() != 0)
+    add(fmt::format("{} pictures got their timecode", timecodes_->count()));
   return fmt::format("stream {}: {}", index_, text.empty() ? "nothing to change" : text);
 }
 

@@ -3,12 +3,13 @@
 #define TOOLS_QLNMEDIA_STREAM_PATCHER_H
 
 #include <map>
+#include <memory>
 #include <string>
 
 #include "qlnmedia/config_record.h"
 #include "qlnmedia/media_file.h"
 #include "qlnmedia/patch.h"
-#include "qlnmedia/timecode.h"
+#include "qlnmedia/timecode_patcher.h"
 
 namespace qlnmedia {
 
@@ -20,9 +21,11 @@ class StreamPatcher {
   // Changes the parameters of the output's stream: private data, colour, HDR side data.
   void PatchParameters(AVStream* out);
   // Tells a packet that will be patched later, in coding order.
-  void Announce(const AVPacket& packet);
+  void Announce(const AVPacket& packet) {
+    if (timecodes_ != nullptr) timecodes_->Announce(packet);
+  }
   // Whether enough is announced to patch the next packet before the end of the stream.
-  bool Ready() const { return !timecode_ || order_.ready(); }
+  bool Ready() const { return timecodes_ == nullptr || timecodes_->Ready(); }
   // Changes a packet in place, each in the order in which they were announced; untouched packets keep their
   // buffer.
   void PatchPacket(AVPacket* packet);
@@ -32,10 +35,6 @@ class StreamPatcher {
  private:
   bool PatchUnits(std::vector<Unit>& units, bool randomAccess);
   bool PatchSet(Bytes& unit);
-  void TakeSps(const SpsSummary& sps);
-  void PutTimecode(std::vector<Unit>& units, uint32_t count);
-  void PutH264Timecode(std::vector<Unit>& units, uint32_t count);
-  void RequireFrame(const std::vector<Unit>& units) const;
   [[noreturn]] void Fail(const std::string& what, const std::string& advice = {}) const;
 
   const MediaFile& in_;
@@ -44,17 +43,14 @@ class StreamPatcher {
   const PatchOptions& options_;
   SpsEdit edit_;
   ConfigRecord config_;
-  Bytes hdrUnit_;  // the SEI unit that goes in, or nothing
-  std::optional<TimecodeStart> timecode_;
-  PresentationOrder order_;
-  std::optional<SpsSummary> sps_;  // as the source has it
+  Bytes hdrUnit_;                               // the SEI unit that goes in, or nothing
+  std::unique_ptr<TimecodePatcher> timecodes_;  // null where none are asked for
   // Sets rewritten before: streams repeat them.
   std::map<Bytes, Bytes> rewritten_;
   int setsChanged_ = 0;
   int configSetsChanged_ = 0;
   int seiRemoved_ = 0;
   int seiAdded_ = 0;
-  int timecodes_ = 0;
   bool containerColour_ = false;
 };
 

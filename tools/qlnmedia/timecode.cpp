@@ -64,6 +64,12 @@ uint32_t ClockCount(uint32_t picStruct) {
   return picStruct < kCounts.size() ? kCounts[picStruct] : 0;
 }
 
+// ct_type of table D-2 for pictures of a pic_struct; unknown where a field is repeated.
+uint32_t ScanTypeOf(uint32_t picStruct) {
+  if (picStruct >= 1 && picStruct <= 4) return 1;
+  return picStruct == 5 || picStruct == 6 ? 2 : 0;
+}
+
 struct Clock {
   uint8_t hours, minutes, seconds, frames;
 };
@@ -75,7 +81,32 @@ Clock ClockOf(uint32_t count, uint8_t tcType) {
           static_cast<uint8_t>(bytes[3])};
 }
 
+// The elements of a clock timestamp from counting_type to hours_value, which both codecs lay out alike but
+// for the width of n_frames.
+ClockTime ReadClock(QLNBitState* state, int frameBits) {
+  constexpr uint32_t kDropping = 4;
+  ClockTime time;
+  time.drop = ReadBits(state, 5) == kDropping;
+  const bool full = ReadBit(state) == 1;
+  SkipBits(state, 2);  // discontinuity_flag, cnt_dropped_flag
+  time.frames = ReadBits(state, frameBits);
+  if (!full && ReadBit(state) == 0) return time;
+  time.seconds = ReadBits(state, 6);
+  if (!full && ReadBit(state) == 0) return time;
+  time.minutes = ReadBits(state, 6);
+  if (!full && ReadBit(state) == 0) return time;
+  time.hours = ReadBits(state, 5);
+  time.whole = true;
+  return time;
+}
+
 }  // namespace
+
+std::string ClockTime::Text() const {
+  return fmt::format("{:02}:{:02}:{:02}{}{:02}", hours, minutes, seconds, drop ? ';' : ':', frames);
+}
+
+bool IsTimecodeRate(AVRational rate) { return rate.den != 0 && TypeOfRate(av_q2d(rate), false) != 0; }
 
 TimecodeStart ParseTimecode(const std::string& text, const std::string& typeName, AVRational rate) {
   const std::string where = "--timecode " + text;
@@ -88,7 +119,7 @@ TimecodeStart ParseTimecode(const std::string& text, const std::string& typeName
     const double perSecond = rate.den == 0 ? 0 : av_q2d(rate);
     if (TypeOfRate(perSecond, false) == 0)
       throw ToolError(where, fmt::format("no timecode counts {:.5g} frames a second", perSecond),
-                      "name one with --timecode-type");
+                      "say the rate with --rate, or how to count with --timecode-type");
     start.type = TypeOfRate(perSecond, drop);
     if (start.type == 0)
       throw ToolError(where,
@@ -132,18 +163,7 @@ std::optional<PictureTiming> ReadPictureTiming(const Bytes& payload, const SpsSu
       if (!timing.clocks[i]) continue;
       timing.scanTypes[i] = ReadBits(&state, 2);
       timing.fieldBased[i] = ReadBit(&state) == 1;
-      SkipBits(&state, 5);
-      const bool full = ReadBit(&state) == 1;
-      SkipBits(&state, 2 + 8);
-      if (full) {
-        SkipBits(&state, 17);
-      } else if (ReadBit(&state) == 1) {
-        SkipBits(&state, 6);
-        if (ReadBit(&state) == 1) {
-          SkipBits(&state, 6);
-          if (ReadBit(&state) == 1) SkipBits(&state, 5);
-        }
-      }
+      timing.times[i] = ReadClock(&state, 8);
       SkipBits(&state, sps.timeOffsetLength);
     }
   }
@@ -168,8 +188,10 @@ Bytes MakePictureTiming(const PictureTiming& timing, const SpsSummary& sps, uint
     const bool present = timing.clocks[i] || (!any && i == 0);
     WriteBits(&state, 1, present ? 1 : 0);
     if (!present) continue;
-    WriteBits(&state, 2, timing.scanTypes[i]);
-    WriteBits(&state, 1, timing.fieldBased[i] ? 1 : 0);
+    WriteBits(&state, 2, timing.clocks[i] ? timing.scanTypes[i] : ScanTypeOf(timing.picStruct));
+    // A tick is a field: frames are counted by two of them.
+    const bool ticksAreFields = sps.numUnitsInTick != 0;
+    WriteBits(&state, 1, (timing.clocks[i] ? timing.fieldBased[i] : ticksAreFields) ? 1 : 0);
     WriteBits(&state, 5, CountsDrop(tcType) ? 4 : 0);  // counting_type
     WriteBits(&state, 3, 4);                           // full_timestamp_flag; no discontinuity, none dropped
     WriteBits(&state, 8, clock.frames);
@@ -184,8 +206,28 @@ Bytes MakePictureTiming(const PictureTiming& timing, const SpsSummary& sps, uint
   return bytes;
 }
 
-Bytes MakeHevcTimecodeUnit(uint32_t count, uint8_t tcType) {
+std::vector<ClockTime> ReadTimeCode(const Bytes& payload) {
+  Bytes bytes = payload;
+  bytes.push_back(0);
+  QLNBitState state{bytes.data(), static_cast<int32_t>(payload.size()),
+                    static_cast<uint32_t>(payload.size()) * 8, 0};
+  std::vector<ClockTime> times;
+  const uint32_t count = ReadBits(&state, 2);
+  for (uint32_t i = 0; i < count && state.bitPos < state.bitLength; ++i) {
+    if (ReadBit(&state) == 0) continue;  // clock_timestamp_flag
+    SkipBits(&state, 1);                 // units_field_based_flag
+    const ClockTime time = ReadClock(&state, 9);
+    const uint32_t offsetLength = ReadBits(&state, 5);
+    SkipBits(&state, offsetLength);
+    if (state.bitPos > state.bitLength) break;
+    times.push_back(time);
+  }
+  return times;
+}
+
+Bytes MakeHevcTimecodeUnit(uint32_t count, uint8_t tcType, bool field, uint32_t temporalId) {
   // A delimiter and the beginning of a slice; the unit comes to stand between them.
+  constexpr uint8_t kUnitsFieldBased = 0x10;  // behind num_clock_ts and clock_timestamp_flag
   static constexpr uint8_t kFrame[] = {0, 0, 0, 1, 0x46, 0x01, 0x50, 0, 0, 0, 1, 0x26, 0x01, 0xAF, 0x80};
   Bytes data(512);
   std::copy(std::begin(kFrame), std::end(kFrame), data.begin());
@@ -197,23 +239,13 @@ Bytes MakeHevcTimecodeUnit(uint32_t count, uint8_t tcType) {
   frame.timeCodeB = QLN_NO_TIMECODE;
   qlnutilAddHEVCTimeCode(&frame, tcType);
   for (const Unit& unit : TakeApart(ByteSpan(data).first(frame.frameSize), Framing{}).units) {
-    if (UnitType(Codec::kHevc, unit.bytes) == 39) return unit.bytes;
+    if (UnitType(Codec::kHevc, unit.bytes) != 39) continue;
+    std::vector<SeiMessage> messages = ReadSeiMessages(Codec::kHevc, unit.bytes);
+    if (field) messages.at(0).payload.at(0) |= kUnitsFieldBased;
+    const Bytes header{unit.bytes[0], static_cast<uint8_t>(temporalId + 1)};
+    return MakeSeiUnit(header, messages);
   }
   throw std::bad_alloc();
-}
-
-uint32_t PresentationOrder::Take() {
-  const int64_t time = pending_.front();
-  pending_.pop_front();
-  const auto later =
-      std::count_if(taken_.begin(), taken_.end(), [time](int64_t other) { return other > time; });
-  const auto earlier =
-      std::count_if(pending_.begin(), pending_.end(), [time](int64_t other) { return other < time; });
-  const uint32_t place = count_ - static_cast<uint32_t>(later) + static_cast<uint32_t>(earlier);
-  ++count_;
-  taken_.push_back(time);
-  if (taken_.size() > kAhead) taken_.pop_front();
-  return place;
 }
 
 }  // namespace qlnmedia

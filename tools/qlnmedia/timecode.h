@@ -3,9 +3,9 @@
 #define TOOLS_QLNMEDIA_TIMECODE_H
 
 #include <cstdint>
-#include <deque>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "qlnmedia/libav_handles.h"
 #include "qlnmedia/set_edit.h"
@@ -19,10 +19,25 @@ struct TimecodeStart {
   uint8_t type = 0;    // TcType
 };
 
+// True for the rates that timecodes count frames by: 23.98 to 60.
+bool IsTimecodeRate(AVRational rate);
+
 // Reads "HH:MM:SS:FF", ";" in front of the frames for drop-frame. `typeName` is the name of a TcType, or
 // empty for the one that the rate asks for. Throws ToolError for a text that is no timecode, for one that
 // does not exist, and for drop-frame at rates that do not know it.
 TimecodeStart ParseTimecode(const std::string& text, const std::string& typeName, AVRational rate);
+
+// A clock timestamp as a message carries it.
+struct ClockTime {
+  uint32_t hours = 0;
+  uint32_t minutes = 0;
+  uint32_t seconds = 0;
+  uint32_t frames = 0;
+  bool drop = false;   // counting_type 4: the first two numbers of most minutes are left out
+  bool whole = false;  // hours, minutes and seconds are all there
+  // "HH:MM:SS:FF", ";" in front of the frames for drop-frame.
+  std::string Text() const;
+};
 
 // What pic_timing (ITU-T H.264 clause D.1.3) holds beside the clock.
 struct PictureTiming {
@@ -32,6 +47,7 @@ struct PictureTiming {
   bool clocks[3] = {};         // clock_timestamp_flag
   bool fieldBased[3] = {};     // nuit_field_based_flag
   uint32_t scanTypes[3] = {};  // ct_type
+  ClockTime times[3];
 };
 
 // Reads a payload as the SPS says it is laid out; nothing where it breaks off.
@@ -40,25 +56,12 @@ std::optional<PictureTiming> ReadPictureTiming(const Bytes& payload, const SpsSu
 // for an SPS whose pic_struct_present_flag is 1.
 Bytes MakePictureTiming(const PictureTiming& timing, const SpsSummary& sps, uint32_t count, uint8_t tcType);
 
-// A time_code SEI unit of HEVC, made by the library.
-Bytes MakeHevcTimecodeUnit(uint32_t count, uint8_t tcType);
-
-// Gives pictures that come in coding order their place in presentation order, looking a bounded number of
-// pictures ahead: no stream reorders by more.
-class PresentationOrder {
- public:
-  void Add(int64_t time) { pending_.push_back(time); }
-  bool empty() const { return pending_.empty(); }
-  bool ready() const { return pending_.size() > kAhead; }
-  // Place of the picture that was added first, from 0; takes it out.
-  uint32_t Take();
-
- private:
-  static constexpr size_t kAhead = 32;
-  std::deque<int64_t> pending_;
-  std::deque<int64_t> taken_;  // the last kAhead
-  uint32_t count_ = 0;
-};
+// The clock timestamps of a time_code payload (ITU-T H.265 clause D.2.27) that are there; as many as stand in
+// front of the place where it breaks off.
+std::vector<ClockTime> ReadTimeCode(const Bytes& payload);
+// A time_code SEI unit of HEVC for a picture of the given temporal layer, made by the library. Where `field`,
+// the picture is a field, and frames are counted by units of two ticks (ITU-T H.265 clause D.3.27).
+Bytes MakeHevcTimecodeUnit(uint32_t count, uint8_t tcType, bool field = false, uint32_t temporalId = 0);
 
 }  // namespace qlnmedia
 

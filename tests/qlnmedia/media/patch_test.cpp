@@ -6,6 +6,7 @@
 
 #include <filesystem>
 
+#include "qlnmedia/media/media_facts.h"
 #include "qlnmedia/program.h"
 
 namespace qln::test {
@@ -53,39 +54,6 @@ std::string Source(const Kind& kind, const std::string& container) {
   const std::string name = std::string("patch_") + kind.name + "." + Extension(kind, container);
   return MediaFile(name,
                    std::string(kPictures) + (container == "raw" ? "" : kWithSound) + kind.options + " {out}");
-}
-
-std::string Text(const std::string& command) {
-  const CommandResult result = Run(command);
-  EXPECT_EQ(result.exitCode, 0) << command << "\n" << result.output;
-  return result.output;
-}
-
-std::string Decoded(const std::string& file) {
-  return Text("ffmpeg -v error -i '" + file +
-              "' -map 0:v -f framemd5 - | grep -v '^#' | awk -F, '{print $NF}'");
-}
-
-// The bytes of every coded slice unit.
-std::string Slices(const std::string& file, const std::string& codec) {
-  return Text("ffmpeg -v error -i '" + file + "' -map 0:v -c copy -bsf:v " + codec + "_mp4toannexb" +
-              ",filter_units=pass_types=" + (codec == "h264" ? "1-5" : "0-31") + " -f md5 -");
-}
-
-// Times of every packet, stream by stream.
-std::string Times(const std::string& file) {
-  return Text("ffprobe -v error -show_entries packet=stream_index,pts_time,dts_time,flags -of csv=p=0 '" +
-              file + "' | sed 's/side_data.*//; s/,$//' | grep . | sort -s -t, -k1,1n");
-}
-
-std::string OtherStreams(const std::string& file) {
-  return Text("ffmpeg -v error -i '" + file + "' -map 0 -map -0:v -c copy -f streamhash - | sort");
-}
-
-// A stream of a program is listed twice.
-std::string Stream(const std::string& file, const std::string& entries) {
-  return Text("ffprobe -v error -select_streams v:0 -show_entries stream=" + entries + " -of default=nw=1 '" +
-              file + "' | awk '!seen[$0]++'");
 }
 
 std::string Patched(const std::string& name) { return MediaPath("patched_" + name); }
@@ -143,78 +111,6 @@ std::vector<std::tuple<Kind, const char*>> Cases() {
 INSTANTIATE_TEST_SUITE_P(All, PatchEverywhere, testing::ValuesIn(Cases()), [](const auto& test) {
   return std::string(std::get<0>(test.param).name) + "_" + std::get<1>(test.param);
 });
-
-// Timecodes of the decoded frames, in presentation order, one a line.
-std::string Timecodes(const std::string& file) {
-  return Text("ffprobe -v error -select_streams v:0 -show_frames '" + file +
-              "' | grep -aE '^(TAG:)?timecode=' | sed 's/.*timecode=//' | awk '!seen[$0]++'");
-}
-
-class TimecodeEverywhere : public testing::TestWithParam<std::tuple<Kind, const char*>> {};
-
-TEST_P(TimecodeEverywhere, EveryPictureGetsItsOwnInPresentationOrder) {
-  const auto& [kind, container] = GetParam();
-  if (std::string(container) == "raw") return;
-  const std::string in = Source(kind, container);
-  const std::string out = Patched(std::string("tc_") + kind.name + "." + container);
-  const CommandResult patch = Qlnmedia("patch --verify '" + in + "' '" + out + "' --timecode 09:59:59:20");
-  ASSERT_EQ(patch.exitCode, 0) << patch.output;
-  EXPECT_EQ(Decoded(out), Decoded(in));
-  EXPECT_EQ(Times(out), Times(in));
-  std::string expected;
-  for (int frame = 20; frame < 35; ++frame) {
-    char line[32];
-    std::snprintf(line, sizeof line, "%s:%02d\n", frame < 25 ? "09:59:59" : "10:00:00", frame % 25);
-    expected += line;
-  }
-  EXPECT_EQ(Timecodes(out), expected);
-  // An independent reader of every header has nothing to say against it.
-  const std::string trace = Text(
-      "ffmpeg -v warning -i '" + out +
-      "' -map 0:v -c copy -bsf:v trace_headers -f null - 2>&1 | grep -iE 'invalid|failed|error' || true");
-  EXPECT_EQ(trace, "");
-  const std::string again = Patched(std::string("tc_") + kind.name + "_again." + container);
-  ASSERT_EQ(Qlnmedia("patch '" + out + "' '" + again + "' --timecode 09:59:59:20").exitCode, 0);
-  EXPECT_EQ(ReadFile(out), ReadFile(again));
-}
-
-INSTANTIATE_TEST_SUITE_P(All, TimecodeEverywhere, testing::ValuesIn(Cases()), [](const auto& test) {
-  return std::string(std::get<0>(test.param).name) + "_" + std::get<1>(test.param);
-});
-
-TEST(Patch, DropFrameTimecodesSkipTheirNumbers) {
-  for (const char* codec :
-       {"-c:v libx264 -threads 1 -pix_fmt yuv420p",
-        "-c:v libx265 -pix_fmt yuv420p -x265-params pools=1:frame-threads=1:log-level=none"}) {
-    const bool avc = std::string(codec).find("x264") != std::string::npos;
-    const std::string in =
-        MediaFile(avc ? "patch_drop.mp4" : "patch_drop_hevc.mp4",
-                  std::string("ffmpeg -v error -y -f lavfi -i testsrc2=s=64x64:r=30000/1001:d=0.3 ") + codec +
-                      " {out}");
-    const std::string out = Patched("drop.mp4");
-    ASSERT_EQ(Qlnmedia("patch '" + in + "' '" + out + "' --timecode '00:00:59;28'").exitCode, 0);
-    std::string digits = Timecodes(out).substr(0, 36);
-    for (char& c : digits) c = c == ';' ? ':' : c;
-    EXPECT_EQ(digits, "00:00:59:28\n00:00:59:29\n00:01:00:02\n") << codec;
-  }
-}
-
-TEST(Patch, TimecodesThatCannotBe) {
-  const std::string files = "patch '" + Source(kKinds[0], "mp4") + "' '" + Patched("badtc.mp4") + "'";
-  for (const char* bad : {"--timecode 1:2:3", "--timecode 00:00:00:25", "--timecode 00:61:00:00",
-                          "--timecode '00:00:00;00'", "--timecode 00:00:00:00 --timecode-type fast",
-                          "--timecode '00:01:00;00' --timecode-type drop-frame"}) {
-    const CommandResult result = Qlnmedia(files + " " + bad);
-    EXPECT_EQ(result.exitCode, 1) << bad << result.output;
-    EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1) << result.output;
-    EXPECT_THAT(result.output, HasSubstr("--timecode"));
-  }
-  EXPECT_EQ(Qlnmedia(files + " --colour bt709 --timecode-type pal").exitCode, 2);
-  const CommandResult raw = Qlnmedia("patch '" + Source(kKinds[0], "raw") + "' '" + Patched("raw.h264") +
-                                     "' --timecode 00:00:00:00");
-  EXPECT_EQ(raw.exitCode, 1);
-  EXPECT_THAT(raw.output, HasSubstr("a raw stream has no times"));
-}
 
 // Every element of every set, as an independent reader sees it, but for those that were to change.
 TEST(Patch, OnlyTheNamedElementsOfTheSetsChange) {
