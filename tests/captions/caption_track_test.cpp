@@ -25,7 +25,7 @@ CaptionTrack TrackOf(std::string_view text) {
 std::vector<std::pair<int, int>> PairsOf(CaptionPictures pictures, int count) {
   std::vector<std::pair<int, int>> pairs;
   for (int i = 0; i < count; ++i) {
-    for (const Triplet& t : pictures.Next()) {
+    for (const Triplet& t : pictures.Next(i)) {
       if (t.valid && t.type == CcType::kField1 && ((t.first | t.second) & 0x7F) != 0)
         pairs.emplace_back(i, t.first << 8 | t.second);
     }
@@ -72,7 +72,7 @@ TEST(CaptionPictures, AreAsManyAsTheRateAsksFor) {
                                             {Rate::k59_94, 10},  {Rate::k60, 10}};
   for (const auto& [rate, count] : counts) {
     CaptionPictures pictures(track, rate, track.FirstHour());
-    for (int i = 0; i < 120; ++i) ASSERT_EQ(pictures.Next().size(), count) << InfoOf(rate).name;
+    for (int i = 0; i < 120; ++i) ASSERT_EQ(pictures.Next(i).size(), count) << InfoOf(rate).name;
     EXPECT_EQ(pictures.left(), 0u);
   }
 }
@@ -96,16 +96,17 @@ TEST(CaptionPictures, TellWhatIsLost) {
   const CaptionTrack track = TrackOf(kScc);
   CaptionPictures pictures(track, Rate::k29_97, 108011);
   EXPECT_EQ(pictures.early(), 1u);
+  EXPECT_EQ(pictures.left(), 3u);
   EXPECT_EQ(PairsOf(pictures, 1), (std::vector<std::pair<int, int>>{{0, 0x9470}}));
-  pictures.Next();
+  pictures.Next(0);
   EXPECT_EQ(pictures.left(), 2u);
 }
 
 TEST(CaptionPictures, KeepPacketsOfTheSameRateAsTheyAre) {
   const CaptionTrack track = TrackOf(MccText({{"00:00:00:01", Cdp(20)}}));
   CaptionPictures pictures(track, Rate::k29_97, 0);
-  EXPECT_EQ(pictures.Next()[0], (Triplet{true, CcType::kField1, 0x80, 0x80}));
-  const std::vector<Triplet> second = pictures.Next();
+  EXPECT_EQ(pictures.Next(0)[0], (Triplet{true, CcType::kField1, 0x80, 0x80}));
+  const std::vector<Triplet> second = pictures.Next(1);
   ASSERT_EQ(second.size(), 20u);
   EXPECT_EQ(second[0], (Triplet{true, CcType::kField1, 0xC1, 0x41}));
   EXPECT_EQ(second[1], Triplet());
@@ -118,7 +119,7 @@ TEST(CaptionPictures, SpreadBursts) {
   CaptionPictures pictures(track, Rate::k29_97, 0);
   size_t sent = 0;
   for (int i = 0; i < 2; ++i) {
-    const std::vector<Triplet> triplets = pictures.Next();
+    const std::vector<Triplet> triplets = pictures.Next(i);
     EXPECT_EQ(triplets.size(), 20u);
     sent += static_cast<size_t>(std::count(triplets.begin(), triplets.end(), burst.triplets[0]));
   }
@@ -154,17 +155,65 @@ TEST(CaptionTrack, TakesMarksCommentsAndOtherPackets) {
   EXPECT_EQ(TrackOf(text).events.size(), 1u);
 }
 
+TEST(CaptionPictures, GoByTimeWherePicturesAreMissing) {
+  const CaptionTrack track = TrackOf(kScc);
+  CaptionPictures pictures(track, Rate::k29_97, track.FirstHour());
+  // Frames 9 to 11 and 30 have no picture: the pairs of frames 10 to 12 begin at frame 12, one a picture.
+  std::vector<std::pair<int64_t, int>> pairs;
+  for (const int64_t number : {0, 8, 12, 13, 14, 15, 29, 31, 32}) {
+    for (const Triplet& t : pictures.Next(number)) {
+      if (t.valid && t.type == CcType::kField1 && t.first != 0x80)
+        pairs.emplace_back(number, t.first << 8 | t.second);
+    }
+  }
+  EXPECT_EQ(pairs,
+            (std::vector<std::pair<int64_t, int>>{{12, 0x9420}, {13, 0x9470}, {14, 0xC74F}, {31, 0x942C}}));
+}
+
+TEST(CaptionPictures, LoseNothingWherePicturesOfTheSameRateAreMissing) {
+  const CaptionTrack track = TrackOf(
+      MccText({{"00:00:00:00", Cdp(20, 1)}, {"00:00:00:01", Cdp(20, 2)}, {"00:00:00:02", Cdp(20, 4)}}));
+  CaptionPictures pictures(track, Rate::k29_97, 0);
+  std::vector<uint8_t> sent;
+  for (const int64_t number : {0, 2, 3}) {
+    const std::vector<Triplet> triplets = pictures.Next(number);
+    EXPECT_EQ(triplets.size(), 20u);
+    if (triplets[0].first == 0xC1) sent.push_back(triplets[0].second);
+  }
+  EXPECT_EQ(sent, (std::vector<uint8_t>{1, 2, 4}));
+}
+
 TEST(CaptionTrack, IsWrittenAndReadBack) {
   const CaptionTrack track = TrackOf(kScc);
   CaptionPictures pictures(track, Rate::k59_94, track.FirstHour());
+  MccTrackWriter mcc(Rate::k59_94);
+  SccTrackWriter scc(Rate::k59_94);
+  std::string text = mcc.Heading();
   std::vector<std::vector<Triplet>> all;
-  for (int i = 0; i < 120; ++i) all.push_back(pictures.Next());
-  const CaptionTrack again = TrackOf(WriteMccTrack(all, Rate::k59_94));
+  for (int i = 0; i < 120; ++i) {
+    all.push_back(pictures.Next(i));
+    text += mcc.Lines(all.back(), i);
+    scc.Add(all.back(), i);
+  }
+  const CaptionTrack again = TrackOf(text);
   EXPECT_EQ(again.rate, Rate::k59_94);
   ASSERT_EQ(again.events.size(), all.size());
   for (size_t i = 0; i < all.size(); ++i) EXPECT_EQ(again.events[i].triplets, all[i]) << i;
-  EXPECT_EQ(WriteSccTrack(all, Rate::k59_94),
-            "Scenarist_SCC V1.0\n\n00:00:00:10\t9420 9470 c74f\n\n00:00:01:00\t942c\n");
+  EXPECT_EQ(scc.Text(), "Scenarist_SCC V1.0\n\n00:00:00:10\t9420 9470 c74f\n\n00:00:01:00\t942c\n");
+}
+
+TEST(CaptionTrack, WritesBurstsAsSeveralPackets) {
+  std::vector<Triplet> burst;
+  for (int i = 0; i < 70; ++i)
+    burst.push_back({true, CcType::kServiceData, static_cast<uint8_t>(i), static_cast<uint8_t>(i + 1)});
+  MccTrackWriter writer(Rate::k29_97);
+  const std::string lines = writer.Lines(burst, 31);
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 3);
+  const CaptionTrack track = TrackOf(writer.Heading() + lines);
+  ASSERT_EQ(track.events.size(), 1u);
+  EXPECT_EQ(track.events[0].at, 31);
+  EXPECT_EQ(track.events[0].triplets, burst);
+  EXPECT_EQ(writer.Lines({}, 32), "");
 }
 
 }  // namespace

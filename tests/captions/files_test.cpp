@@ -49,6 +49,23 @@ TEST(SccFile, ReadsWhatUsersHave) {
   EXPECT_EQ(file->lines[2], (SccLine{{1, 0, 2, 0}, {}}));
 }
 
+TEST(SccFile, TakesCommentsAndBrokenLines) {
+  std::string reason;
+  const std::optional<SccFile> file = ReadScc(
+      "// made by hand\rScenarist_SCC V1.0\r// a comment\r01:00:00:00\t9420 94ae\r  942c\t942f\r\r9470\r"
+      "01:00:02:00\t942c",
+      &reason);
+  ASSERT_TRUE(file) << reason;
+  ASSERT_EQ(file->lines.size(), 2u);
+  EXPECT_EQ(file->lines[0].pairs, (std::vector<Pair>{0x9420, 0x94AE, 0x942C, 0x942F, 0x9470}));
+  EXPECT_FALSE(ReadScc("Scenarist_SCC V1.0\n9420\n", &reason));
+  EXPECT_EQ(reason, "line 2: no timecode");
+  EXPECT_FALSE(ReadScc("Scenarist_SCC V1.0\n00:00:00:00 9420 94\n20\n", &reason));
+  EXPECT_EQ(reason, "line 2: not groups of four hexadecimal digits");
+  EXPECT_FALSE(ReadScc("Scenarist_SCC V1.0\r\n00:00:00:00 9420\r\n\r\nthe end\r\n", &reason));
+  EXPECT_EQ(reason, "line 4: no timecode");
+}
+
 TEST(SccFile, NamesTheLineThatIsWrong) {
   const std::pair<const char*, const char*> texts[] = {
       {"", "line 0: not the heading of a Scenarist file"},
@@ -190,6 +207,24 @@ TEST(MccFile, ReadsVersionTwo) {
   EXPECT_EQ(file->lines[2], (MccLine{{0, 1, 0, 3}, 0, -1, {0}}));
   EXPECT_EQ(file->lines[3], (MccLine{{0, 1, 0, 4}, -1, -1, {0}}));
   EXPECT_EQ(ReadMcc(WriteMcc(*file), &reason), file);
+}
+
+TEST(MccFile, PutsBrokenLinesTogether) {
+  const std::string head = "File Format=MacCaption_MCC V1.0\nTime Code Rate=30\n";
+  std::string reason;
+  std::vector<int> numbers;
+  const std::optional<MccFile> file =
+      ReadMcc(head + "00:00:00:00\tT01\nA\n// between\nA62\n00:00:00:01\tT\n01AA62\n", &reason, &numbers);
+  ASSERT_TRUE(file) << reason;
+  ASSERT_EQ(file->lines.size(), 2u);
+  EXPECT_EQ(file->lines[0].anc, Hex("61 01 01 AA 62"));
+  EXPECT_EQ(file->lines[1].anc, Hex("61 01 01 AA 62"));
+  EXPECT_EQ(numbers, (std::vector<int>{3, 7}));
+  // The line where the packet began is at fault, whatever stands behind it.
+  EXPECT_FALSE(ReadMcc(head + "00:00:00:00\tT01\nA\n00:00:00:01\tT\n", &reason));
+  EXPECT_EQ(reason, "line 3: not hexadecimal digits and shorthand");
+  EXPECT_FALSE(ReadMcc(head + "AA\n", &reason));
+  EXPECT_EQ(reason, "line 3: no timecode");
 }
 
 TEST(MccFile, NamesTheLineThatIsWrong) {

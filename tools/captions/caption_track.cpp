@@ -5,7 +5,6 @@
 #include <algorithm>
 
 #include "captions/mcc_file.h"
-#include "captions/scc_file.h"
 #include "captions/text_lines.h"
 
 namespace qln::captions {
@@ -113,7 +112,7 @@ std::optional<int64_t> CaptionTrack::FrameOf(std::string_view timecode) const {
 std::optional<CaptionTrack> ReadCaptionTrack(std::string_view text, std::string* reason) {
   TextLines lines(text);
   std::string_view line;
-  while (lines.Next(&line) && line.empty()) {
+  while (lines.Next(&line) && TextLines::SaysNothing(line)) {
   }
   std::optional<CaptionTrack> track;
   if (line.substr(0, 13) == "Scenarist_SCC") {
@@ -149,10 +148,10 @@ bool CaptionPictures::converted() const {
   return from != to && !(track_.line21Only && to == 2 * from);
 }
 
-bool CaptionPictures::IsDue(const CaptionEvent& event) const {
+bool CaptionPictures::IsDue(const CaptionEvent& event, int64_t number) const {
   const SpeedPair speed = SpeedsOf(track_.rate, rate_);
   return (event.at - offset_) * speed.from.denominator * speed.to.numerator <=
-         picture_ * speed.to.denominator * speed.from.numerator;
+         number * speed.to.denominator * speed.from.numerator;
 }
 
 void CaptionPictures::Queue(const CaptionEvent& event) {
@@ -166,58 +165,59 @@ void CaptionPictures::Queue(const CaptionEvent& event) {
   }
 }
 
-std::vector<Triplet> CaptionPictures::Next() {
-  const std::vector<Triplet>* whole = nullptr;
-  for (; next_ < track_.events.size() && IsDue(track_.events[next_]); ++next_) {
-    if (asTheyAre_)
-      whole = &track_.events[next_].triplets;
-    else
-      Queue(track_.events[next_]);
+std::vector<Triplet> CaptionPictures::Next(int64_t number) {
+  const size_t first = next_;
+  while (next_ < track_.events.size() && IsDue(track_.events[next_], number)) ++next_;
+  // Where pictures are missing, several events meet on one, and what they hold is spread anew.
+  const bool whole = asTheyAre_ && next_ - first == 1 && sequencer_.empty();
+  if (!whole) {
+    for (size_t i = first; i < next_; ++i) Queue(track_.events[i]);
   }
-  ++picture_;
   std::vector<Triplet> triplets = sequencer_.NextPicture();
-  return whole != nullptr ? *whole : triplets;
+  return whole ? track_.events[first].triplets : triplets;
 }
 
-std::string WriteMccTrack(const std::vector<std::vector<Triplet>>& pictures, Rate rate) {
+MccTrackWriter::MccTrackWriter(Rate rate) : rate_(rate), nominal_(InfoOf(rate).nominal) {}
+
+std::string MccTrackWriter::Heading() const {
   MccFile file;
-  file.nominal = InfoOf(rate).nominal;
-  file.version = file.nominal > 30 ? 2 : 1;
+  file.nominal = nominal_;
+  file.version = nominal_ > 30 ? 2 : 1;
   file.keys = {{"Creation Program", "qlnmedia"}};
-  uint16_t counter = 0;
-  for (size_t i = 0; i < pictures.size(); ++i) {
-    if (pictures[i].empty()) continue;
-    CaptionPacket packet;
-    packet.rate = rate;
-    packet.counter = counter++;
-    packet.triplets = pictures[i];
-    MccLine line;
-    line.at = TimecodeOf(static_cast<int64_t>(i), file.nominal, false);
-    line.anc = WrapInAnc(WriteCdp(packet));
-    line.anc.push_back(AncChecksum(line.anc));
-    file.lines.push_back(std::move(line));
-  }
   return WriteMcc(file);
 }
 
-std::string WriteSccTrack(const std::vector<std::vector<Triplet>>& pictures, Rate rate) {
-  const SpeedPair speed = SpeedsOf(rate, Rate::k29_97);
-  SccFile file;
-  int64_t free = 0;  // the first frame that has no pair
-  for (size_t i = 0; i < pictures.size(); ++i) {
-    const int64_t frame = static_cast<int64_t>(i) * speed.from.denominator * speed.to.numerator /
-                          (speed.to.denominator * speed.from.numerator);
-    for (const Triplet& t : pictures[i]) {
-      if (!t.valid || t.type != CcType::kField1 || IsNull(t)) continue;
-      if (file.lines.empty() || frame > free) {
-        free = std::max(free, frame);
-        file.lines.push_back({TimecodeOf(free, 30, false), {}});
-      }
-      file.lines.back().pairs.push_back(static_cast<Pair>(t.first << 8 | t.second));
-      ++free;
-    }
+std::string MccTrackWriter::Lines(const std::vector<Triplet>& triplets, int64_t number) {
+  std::string text;
+  for (size_t at = 0; at < triplets.size(); at += kMostTriplets) {
+    CaptionPacket packet;
+    packet.rate = rate_;
+    packet.counter = counter_++;
+    const auto from = triplets.begin() + static_cast<std::ptrdiff_t>(at);
+    packet.triplets.assign(from,
+                           from + static_cast<std::ptrdiff_t>(std::min(kMostTriplets, triplets.size() - at)));
+    MccLine line;
+    line.at = TimecodeOf(number, nominal_, false);
+    line.anc = WrapInAnc(WriteCdp(packet));
+    line.anc.push_back(AncChecksum(line.anc));
+    text += WriteMccLine(line);
   }
-  return WriteScc(file);
+  return text;
+}
+
+void SccTrackWriter::Add(const std::vector<Triplet>& triplets, int64_t number) {
+  const SpeedPair speed = SpeedsOf(rate_, Rate::k29_97);
+  const int64_t frame =
+      number * speed.from.denominator * speed.to.numerator / (speed.to.denominator * speed.from.numerator);
+  for (const Triplet& t : triplets) {
+    if (!t.valid || t.type != CcType::kField1 || IsNull(t)) continue;
+    if (file_.lines.empty() || frame > free_) {
+      free_ = std::max(free_, frame);
+      file_.lines.push_back({TimecodeOf(free_, 30, false), {}});
+    }
+    file_.lines.back().pairs.push_back(static_cast<Pair>(t.first << 8 | t.second));
+    ++free_;
+  }
 }
 
 }  // namespace qln::captions

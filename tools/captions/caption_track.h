@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "captions/cdp.h"
+#include "captions/scc_file.h"
 #include "captions/sequencer.h"
 
 namespace qln::captions {
@@ -43,8 +44,10 @@ class CaptionPictures {
   // `offset`, in frames of the track, is the first picture's time. `track` must outlive this.
   CaptionPictures(const CaptionTrack& track, Rate rate, int64_t offset);
 
-  // The triplets of the next picture in presentation order.
-  std::vector<Triplet> Next();
+  // The triplets of the next picture in presentation order, which stands `number` frames of the stream's rate
+  // behind the first one. Numbers do not fall; a stream whose pictures follow each other steadily counts
+  // them.
+  std::vector<Triplet> Next(int64_t number);
   // Events that begin before the first picture, and are lost.
   size_t early() const { return early_; }
   // Events that no picture has had yet.
@@ -53,7 +56,7 @@ class CaptionPictures {
   bool converted() const;
 
  private:
-  bool IsDue(const CaptionEvent& event) const;
+  bool IsDue(const CaptionEvent& event, int64_t number) const;
   void Queue(const CaptionEvent& event);
 
   const CaptionTrack& track_;
@@ -63,15 +66,36 @@ class CaptionPictures {
   bool asTheyAre_ = false;  // events are whole pictures of this very rate
   size_t next_ = 0;
   size_t early_ = 0;
-  int64_t picture_ = 0;
 };
 
-// The text of a .mcc file from the triplets of pictures in presentation order; pictures without captions have
-// none. The first picture stands at 00:00:00:00.
-std::string WriteMccTrack(const std::vector<std::vector<Triplet>>& pictures, Rate rate);
+// Makes a .mcc file out of pictures in presentation order; the first one stands at 00:00:00:00. Numbers are
+// those of CaptionPictures.
+class MccTrackWriter {
+ public:
+  explicit MccTrackWriter(Rate rate);
+  // What the file begins with.
+  std::string Heading() const;
+  // The lines of the next picture: packets of at most kMostTriplets, none for a picture without captions.
+  std::string Lines(const std::vector<Triplet>& triplets, int64_t number);
 
-// The text of a .scc file from their line 21 pairs of field 1.
-std::string WriteSccTrack(const std::vector<std::vector<Triplet>>& pictures, Rate rate);
+ private:
+  Rate rate_;
+  int nominal_;
+  uint16_t counter_ = 0;
+};
+
+// Makes a .scc file out of the line 21 pairs of field 1 in the same way.
+class SccTrackWriter {
+ public:
+  explicit SccTrackWriter(Rate rate) : rate_(rate) {}
+  void Add(const std::vector<Triplet>& triplets, int64_t number);
+  std::string Text() const { return WriteScc(file_); }
+
+ private:
+  Rate rate_;
+  SccFile file_;
+  int64_t free_ = 0;  // the first frame that has no pair
+};
 
 }  // namespace qln::captions
 

@@ -102,6 +102,29 @@ bool ParsePlace(std::string_view text, MccLine* line) {
   return text.empty();
 }
 
+// The digits of the packet that was met last, until it is clear that no line goes on with them.
+struct PendingPacket {
+  bool open = false;
+  int number = 0;  // of its line
+  std::string text;
+
+  // Gives the last line of `file` its packet; false for text that is none.
+  bool Close(MccFile* file) {
+    if (!open) return true;
+    open = false;
+    std::optional<Bytes> anc = ExpandAnc(text);
+    if (!anc) return false;
+    file->lines.back().anc = std::move(*anc);
+    return true;
+  }
+};
+
+// What a line holds that goes on with the packet of the line before it.
+bool IsDigitsOnly(std::string_view line) {
+  return std::all_of(line.begin(), line.end(),
+                     [](char c) { return HexDigit(c) >= 0 || (c >= 'G' && c <= 'Z'); });
+}
+
 bool StartsWith(const Bytes& bytes, size_t at, const uint8_t* piece, size_t size) {
   return bytes.size() - at >= size && std::memcmp(bytes.data() + at, piece, size) == 0;
 }
@@ -167,10 +190,21 @@ std::optional<MccFile> ReadMcc(std::string_view text, std::string* reason, std::
   };
   MccFile file;
   file.version = 0;
+  PendingPacket pending;
+  const auto close = [&] {
+    if (pending.Close(&file)) return true;
+    *reason = TextLines::PlaceOf(pending.number, "not hexadecimal digits and shorthand");
+    return false;
+  };
   bool rateTold = false;
   int64_t last = -1;
   while (lines.Next(&line)) {
-    if (line.empty() || line.substr(0, 2) == "//") continue;
+    if (TextLines::SaysNothing(line)) continue;
+    if (pending.open && IsDigitsOnly(line)) {
+      pending.text += line;
+      continue;
+    }
+    if (!close()) return std::nullopt;
     const size_t equals = line.find('=');
     if (equals != std::string_view::npos) {
       const std::string_view key = TextLines::Trimmed(line.substr(0, equals));
@@ -197,13 +231,13 @@ std::optional<MccFile> ReadMcc(std::string_view text, std::string* reason, std::
     if (!picture) return refuse("a timecode that does not exist");
     if (*picture < last) return refuse("the time goes back");
     last = *picture;
-    const std::optional<Bytes> anc =
-        ExpandAnc(end == std::string_view::npos ? std::string_view() : TextLines::Trimmed(line.substr(end)));
-    if (!anc) return refuse("not hexadecimal digits and shorthand");
-    entry.anc = *anc;
-    file.lines.push_back(std::move(entry));
+    pending.open = true;
+    pending.text = end == std::string_view::npos ? std::string_view() : TextLines::Trimmed(line.substr(end));
+    pending.number = lines.number();
+    file.lines.push_back(entry);
     if (numbers != nullptr) numbers->push_back(lines.number());
   }
+  if (!close()) return std::nullopt;
   if (file.version == 0) return refuse("not the heading of a MacCaption file");
   return file;
 }
@@ -213,13 +247,15 @@ std::string WriteMcc(const MccFile& file) {
   text += "=" + std::string(kFormats[file.version == 2 ? 1 : 0]) + "\n\n" + std::string(kComment) + "\n";
   for (const auto& [key, value] : file.keys) text += key + "=" + value + "\n";
   text += std::string(kRateKey) + "=" + std::to_string(file.nominal) + (file.dropFrame ? "DF" : "") + "\n\n";
-  for (const MccLine& line : file.lines) {
-    text += FormatTimecode(line.at, false);
-    if (line.field >= 0) text += "." + std::to_string(line.field);
-    if (line.line >= 0) text += "," + std::to_string(line.line);
-    text += "\t" + ShortenAnc(line.anc) + "\n";
-  }
+  for (const MccLine& line : file.lines) text += WriteMccLine(line);
   return text;
+}
+
+std::string WriteMccLine(const MccLine& line) {
+  std::string text = FormatTimecode(line.at, false);
+  if (line.field >= 0) text += "." + std::to_string(line.field);
+  if (line.line >= 0) text += "," + std::to_string(line.line);
+  return text + "\t" + ShortenAnc(line.anc) + "\n";
 }
 
 }  // namespace qln::captions

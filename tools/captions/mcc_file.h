@@ -35,15 +35,19 @@ struct MccFile {
   friend bool operator==(const MccFile&, const MccFile&) = default;
 };
 
-// Reads a file. Comment lines are passed over; shorthand characters stand for bytes as ExpandAnc has them.
-// Nothing, with a reason that names the line, for any other text and for timecodes that go back or do not
-// exist at the file's rate. Packets are not looked into.
-// `numbers`, if given, takes the number of the text's line in which each packet stands.
+// Reads a file. Comment lines are passed over; shorthand characters stand for bytes as ExpandAnc has them. A
+// packet that was broken over several lines, as by a mail program, is put together again. Nothing, with a
+// reason that names the line, for any other text and for timecodes that go back or do not exist at the file's
+// rate. Packets are not looked into. `numbers`, if given, takes the number of the text's line in which each
+// packet stands.
 std::optional<MccFile> ReadMcc(std::string_view text, std::string* reason,
                                std::vector<int>* numbers = nullptr);
 
 // The text of a file, with the comment that the format asks for.
 std::string WriteMcc(const MccFile& file);
+
+// One line of such a text, with its line end.
+std::string WriteMccLine(const MccLine& line);
 
 // Hexadecimal digits with the shorthand: G to O are 1 to 9 times FA 00 00; P, Q and R are FB, FC and FD
 // followed by 80 80; S is 96 69, T 61 01, U E1 00 00 00, Z 00. Nothing for any other character, or a digit

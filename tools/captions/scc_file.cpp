@@ -39,11 +39,15 @@ std::optional<SccFile> ReadScc(std::string_view text, std::string* reason) {
     *reason = lines.Place(what);
     return std::nullopt;
   };
-  if (!lines.Next(&line) || line != kHeading) return refuse("not the heading of a Scenarist file");
+  while (lines.Next(&line) && TextLines::SaysNothing(line)) {
+  }
+  if (line != kHeading) return refuse("not the heading of a Scenarist file");
   SccFile file;
   int64_t last = -1;
   while (lines.Next(&line)) {
-    if (line.empty()) continue;
+    if (TextLines::SaysNothing(line)) continue;
+    const bool goesOn = !file.lines.empty() && line.find(':') == std::string_view::npos;
+    if (goesOn && ParsePairs(line, &file.lines.back().pairs)) continue;
     const size_t end = line.find_first_of(" \t");
     bool dropFrame = false;
     const std::optional<Timecode> at = ParseTimecode(line.substr(0, end), &dropFrame);

@@ -28,9 +28,9 @@ struct SccFile {
 };
 
 // Reads a file: the line "Scenarist_SCC V1.0", then timecode, white space and groups of four hexadecimal
-// digits, on lines that may be apart by empty ones. Either line ending, and a byte order mark, are allowed.
-// Nothing, with a reason that names the line, for any other text, timecodes of both kinds, and times that go
-// back.
+// digits, on lines that may be apart by empty ones. Any line ending, a byte order mark, comment lines, and
+// groups that go on in the next line are allowed. Nothing, with a reason that names the line, for any other
+// text, timecodes of both kinds, and times that go back.
 std::optional<SccFile> ReadScc(std::string_view text, std::string* reason);
 
 // The text of a file, lines apart by an empty one.

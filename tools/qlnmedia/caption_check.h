@@ -10,13 +10,13 @@
 
 namespace qlnmedia {
 
-// Adds findings for pictures without captions in a stream that has some, and for pictures whose number of
-// triplets is not the constant one of their rate; they are counted in presentation order. The file has been
-// checked to hold video.
+// Adds findings for pictures without captions in a stream that has some, for pictures whose number of
+// triplets is not the constant one of their rate, and for bursts, where one picture has the triplets of those
+// around it; frames are counted in presentation order. The file holds a stream that may have captions.
 void CheckCaptions(const std::string& path, std::vector<Finding>& findings);
 
-// Adds the caption services of the stream `index`, and the first lines of their text, if its first packets
-// carry any.
+// Adds the caption services of the stream `index`, and the first lines of each, if its first packets carry
+// any.
 void ReportCaptions(Section& section, const std::string& path, unsigned index);
 
 }  // namespace qlnmedia

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "qlnmedia/access_unit.h"
+#include "qlnmedia/caption_units.h"
 #include "qlnmedia/coded_stream.h"
 #include "qlnmedia/mpeg2_units.h"
 #include "qlnmedia/stream_patcher.h"
@@ -15,24 +16,7 @@ namespace qlnmedia {
 
 namespace captions = qln::captions;
 
-namespace {
-
-bool IsCaptionMessage(const SeiMessage& message) {
-  return message.type == captions::kRegisteredUserData &&
-         captions::ReadRegisteredUserData(message.payload).has_value();
-}
-
-// The header of an SEI unit in front of the given picture: in HEVC it has the picture's temporal layer.
-Bytes SeiHeader(Codec codec, const Unit& slice) {
-  if (codec == Codec::kH264) return {6};
-  const uint8_t temporal = slice.bytes.size() > 1 ? slice.bytes[1] & 7 : 1;
-  return {39 << 1, temporal};
-}
-
-}  // namespace
-
-CaptionPatcher::CaptionPatcher(const std::string& in, const CaptionOptions& options)
-    : path_(in), options_(options) {
+CaptionPatcher::CaptionPatcher(const MediaFile& in, const CaptionOptions& options) : options_(options) {
   std::string reason;
   std::optional<captions::CaptionTrack> track =
       captions::ReadCaptionTrack(ReadTextFile(options.file), &reason);
@@ -47,22 +31,23 @@ CaptionPatcher::CaptionPatcher(const std::string& in, const CaptionOptions& opti
                       "write HH:MM:SS:FF");
     offset = *frame;
   }
-  const StreamCaptions stream = ReadStreamCaptions(in);
-  if (stream.captioned() != 0 && !options.replace)
-    throw ToolError(in,
-                    fmt::format("stream {} has captions on {} pictures", stream.stream, stream.captioned()),
+  survey_ = SurveyCaptions(in.path());
+  if (survey_.captioned() != 0 && !options.replace)
+    throw ToolError(in.path(),
+                    fmt::format("stream {} has captions on {} pictures", survey_.stream, survey_.captioned()),
                     "--replace-captions takes them out first");
-  if (!stream.rate)
-    throw ToolError(in, fmt::format("stream {} has {:.3f} pictures a second, a rate without captions",
-                                    stream.stream, stream.picturesPerSecond));
-  stream_ = stream.stream;
-  rate_ = *stream.rate;
-  places_ = stream.order.places;
-  source_ = std::make_unique<captions::CaptionPictures>(track_, rate_, offset);
+  if (!survey_.pace.rate)
+    throw ToolError(in.path(), fmt::format("stream {} has {:.3f} pictures a second, a rate without captions",
+                                           survey_.stream, survey_.pace.picturesPerSecond));
+  const AVStream& stream = *in.context()->streams[survey_.stream];
+  codec_ = CodecOf(stream);
+  framing_ = ConfigOf(stream).framing;
+  clock_.emplace(survey_.order, survey_.pace);
+  source_.emplace(track_, *survey_.pace.rate, offset);
 }
 
 Triplets CaptionPatcher::TripletsAt(uint32_t place) {
-  for (; made_ <= place; ++made_) waiting_[made_] = source_->Next();
+  for (; made_ <= place; ++made_, clock_->Next()) waiting_[made_] = source_->Next(clock_->number());
   const auto found = waiting_.find(place);
   Triplets triplets = std::move(found->second);
   waiting_.erase(found);
@@ -89,47 +74,45 @@ Bytes CaptionPatcher::PatchMpeg2(ByteSpan data, const Triplets* triplets) {
   return out;
 }
 
-Bytes CaptionPatcher::PatchUnits(Codec codec, ByteSpan data, const ConfigRecord& config,
-                                 const Triplets* triplets) {
-  UnitRun run = TakeApart(data, config.framing);
-  if (options_.replace) removed_ += RemoveSei(codec, run.units, IsCaptionMessage);
-  const size_t first = FirstPictureUnit(codec, run.units);
+Bytes CaptionPatcher::PatchUnits(ByteSpan data, const Triplets* triplets) {
+  UnitRun run = TakeApart(data, framing_);
+  if (options_.replace) removed_ += RemoveSei(*codec_, run.units, IsCaptionMessage);
+  const size_t first = FirstPictureUnit(*codec_, run.units);
   if (triplets != nullptr && first < run.units.size()) {
-    const Bytes header = SeiHeader(codec, run.units[first]);
-    InsertSei(
-        codec, run.units,
-        MakeSeiUnit(header, {{captions::kRegisteredUserData, captions::MakeRegisteredUserData(*triplets)}}));
+    InsertSei(*codec_, run.units, MakeCaptionUnit(*codec_, run.units[first].bytes, *triplets));
     ++added_;
   }
-  const int lengthBytes = config.framing.lengthBytes;
+  const int lengthBytes = framing_.lengthBytes;
   for (const Unit& unit : run.units) {
     if (lengthBytes > 0 && lengthBytes < 4 && unit.bytes.size() >> 8 * lengthBytes != 0)
-      throw ToolError(path_,
+      throw ToolError(survey_.path,
                       fmt::format("stream {}: a unit of {} bytes does not fit its length field of {} bytes",
-                                  stream_, unit.bytes.size(), lengthBytes));
+                                  survey_.stream, unit.bytes.size(), lengthBytes));
   }
-  return PutTogether(run, config.framing);
+  return PutTogether(run, framing_);
 }
 
-void CaptionPatcher::PatchPacket(const AVStream& stream, AVPacket* packet) {
-  if (packets_ >= places_.size()) throw ToolError(path_, "has changed while it was read");
-  const uint32_t place = places_[packets_++];
+void CaptionPatcher::PatchPacket(AVPacket* packet) {
+  const std::vector<uint32_t>& places = survey_.order.places;
+  if (packets_ >= places.size()) throw ToolError(survey_.path, "has changed while it was read");
+  const uint32_t place = places[packets_++];
   Triplets triplets;
   if (place != kNoPlace) triplets = TripletsAt(place);
   const Triplets* const wanted = place != kNoPlace ? &triplets : nullptr;
   if (wanted == nullptr && !options_.replace) return;
   const ByteSpan data(packet->data, static_cast<size_t>(packet->size));
-  const std::optional<Codec> codec = CodecOf(stream);
-  ReplacePacketData(packet,
-                    codec ? PatchUnits(*codec, data, ConfigOf(stream), wanted) : PatchMpeg2(data, wanted));
+  ReplacePacketData(packet, codec_ ? PatchUnits(data, wanted) : PatchMpeg2(data, wanted));
 }
 
 std::vector<std::string> CaptionPatcher::Summary() const {
-  const captions::RateInfo& info = captions::InfoOf(rate_);
+  const captions::RateInfo& info = captions::InfoOf(*survey_.pace.rate);
   std::vector<std::string> lines = {fmt::format("stream {}: captions put into {} pictures, {} triplets each",
-                                                stream_, added_, info.triplets)};
+                                                survey_.stream, added_, info.triplets)};
   if (removed_ != 0) lines.front() += fmt::format(", {} earlier ones taken out", removed_);
   const auto warn = [&lines](std::string text) { lines.push_back("warning: " + std::move(text)); };
+  if (!survey_.pace.steady)
+    warn(fmt::format("pictures are missing or of uneven length: captions go by time, {} pictures a second",
+                     info.name));
   if (source_->converted())
     warn(fmt::format("{} is made for {} pictures a second, the stream has {}: times are converted",
                      options_.file, captions::InfoOf(track_.rate).name, info.name));

@@ -3,9 +3,11 @@
 #include "qlnmedia/caption_reader.h"
 
 #include <algorithm>
-#include <cmath>
+#include <map>
+#include <new>
 
 #include "qlnmedia/access_unit.h"
+#include "qlnmedia/caption_units.h"
 #include "qlnmedia/coded_stream.h"
 #include "qlnmedia/mpeg2_units.h"
 #include "qlnmedia/progress.h"
@@ -23,18 +25,46 @@ void Append(std::optional<Triplets>& all, const std::optional<Triplets>& more) {
   all->insert(all->end(), more->begin(), more->end());
 }
 
-// The known rate that is nearest, within one part in two hundred.
-std::optional<captions::Rate> NearestRate(double picturesPerSecond) {
-  std::optional<captions::Rate> best;
-  double bestDistance = 0.005;
-  for (int i = 0; i < captions::kRateCount; ++i) {
-    const captions::RateInfo& info = captions::InfoOf(static_cast<captions::Rate>(i));
-    const double distance = std::fabs(picturesPerSecond * info.denominator / info.numerator - 1);
-    if (distance >= bestDistance) continue;
-    bestDistance = distance;
-    best = static_cast<captions::Rate>(i);
+// The packets of the first stream that may have captions.
+class CaptionPackets {
+ public:
+  explicit CaptionPackets(const std::string& path) : file_(path), packet_(av_packet_alloc()) {
+    if (packet_ == nullptr) throw std::bad_alloc();
+    file_.RequireVideo();
+    while (index_ < file_.context()->nb_streams && !MayHaveCaptions(stream())) ++index_;
+    if (index_ == file_.context()->nb_streams) throw ToolError(path, "has no H.264, HEVC or MPEG-2 stream");
+    config_ = ConfigOf(stream());
   }
-  return best;
+
+  const MediaFile& file() const { return file_; }
+  unsigned index() const { return index_; }
+  const AVStream& stream() const { return *file_.context()->streams[index_]; }
+  const AVPacket& packet() const { return *packet_; }
+
+  // Goes on to the next packet of that stream; false at the end.
+  bool Next() {
+    do {
+      if (!file_.Read(packet_.get())) return false;
+    } while (packet_->stream_index != static_cast<int>(index_));
+    return true;
+  }
+  std::optional<Triplets> captions() const {
+    return CaptionsOf(stream().codecpar->codec_id,
+                      ByteSpan(packet_->data, static_cast<size_t>(packet_->size)), config_);
+  }
+
+ private:
+  MediaFile file_;
+  unsigned index_ = 0;
+  ConfigRecord config_;
+  PacketHandle packet_;
+};
+
+// Counts of both fields of a frame.
+uint8_t Sum(uint8_t a, uint8_t b) {
+  if (a == CaptionSurvey::kNone) return b;
+  if (b == CaptionSurvey::kNone) return a;
+  return static_cast<uint8_t>(std::min(a + b, CaptionSurvey::kNone - 1));
 }
 
 }  // namespace
@@ -55,71 +85,71 @@ std::optional<Triplets> CaptionsOf(AVCodecID codecId, ByteSpan data, const Confi
   }
   const Codec codec = codecId == AV_CODEC_ID_H264 ? Codec::kH264 : Codec::kHevc;
   for (const Unit& unit : TakeApart(data, config.framing).units) {
-    if (!IsSei(codec, UnitType(codec, unit.bytes))) continue;
-    for (const SeiMessage& message : ReadSeiMessages(codec, unit.bytes)) {
-      if (message.type == captions::kRegisteredUserData)
-        Append(all, captions::ReadRegisteredUserData(message.payload));
-    }
+    if (IsSei(codec, UnitType(codec, unit.bytes))) Append(all, ReadCaptionUnit(codec, unit.bytes));
   }
   return all;
 }
 
-size_t StreamCaptions::captioned() const {
-  return static_cast<size_t>(
-      std::count_if(pictures.begin(), pictures.end(), [](const auto& p) { return p.has_value(); }));
+size_t CaptionSurvey::captioned() const {
+  return counts.size() - static_cast<size_t>(std::count(counts.begin(), counts.end(), kNone));
 }
 
-std::vector<Triplets> StreamCaptions::triplets() const {
-  std::vector<Triplets> all;
-  for (const std::optional<Triplets>& picture : pictures) all.push_back(picture.value_or(Triplets()));
-  return all;
-}
-
-double PictureRate(const AVStream& stream, const PicturePlaces& order) {
-  // Times of a clip of few pictures may be rounded coarsely; a wrong rate is further off than that.
-  for (const AVRational rate : {stream.avg_frame_rate, stream.r_frame_rate}) {
-    if (!captions::RateOf(rate.num, rate.den)) continue;
-    if (order.picturesPerSecond == 0 || std::fabs(order.picturesPerSecond / av_q2d(rate) - 1) < 0.03)
-      return av_q2d(rate);
-  }
-  return order.picturesPerSecond;
-}
-
-StreamCaptions ReadStreamCaptions(const std::string& path, size_t packets) {
-  MediaFile file(path);
-  file.RequireVideo();
-  StreamCaptions result;
-  while (result.stream < file.context()->nb_streams &&
-         !MayHaveCaptions(*file.context()->streams[result.stream]))
-    ++result.stream;
-  if (result.stream == file.context()->nb_streams)
-    throw ToolError(path, "has no H.264, HEVC or MPEG-2 stream");
-  const AVStream& stream = *file.context()->streams[result.stream];
-  const ConfigRecord config = ConfigOf(stream);
-  PictureOrder order(stream, file.isRawStream());
-  std::vector<std::optional<Triplets>> coded;
-  const PacketHandle packet(av_packet_alloc());
-  if (packet == nullptr) throw std::bad_alloc();
-  Progress progress("reading", file.sizeBytes());
-  while (coded.size() < packets && file.Read(packet.get())) {
-    progress.At(packet->pos);
-    if (packet->stream_index != static_cast<int>(result.stream)) continue;
-    order.Add(*packet);
-    coded.push_back(CaptionsOf(stream.codecpar->codec_id,
-                               ByteSpan(packet->data, static_cast<size_t>(packet->size)), config));
+CaptionSurvey SurveyCaptions(const std::string& path, size_t packets) {
+  CaptionPackets in(path);
+  CaptionSurvey survey;
+  survey.path = path;
+  survey.stream = in.index();
+  PictureOrder order(in.stream(), in.file().isRawStream());
+  std::vector<uint8_t> coded;
+  Progress progress("reading", in.file().sizeBytes());
+  while (coded.size() < packets && in.Next()) {
+    progress.At(in.packet().pos);
+    order.Add(in.packet());
+    const std::optional<Triplets> triplets = in.captions();
+    const size_t count =
+        triplets ? std::min<size_t>(triplets->size(), CaptionSurvey::kNone - 1) : CaptionSurvey::kNone;
+    coded.push_back(static_cast<uint8_t>(count));
   }
   progress.Done();
-  result.order = order.Finish();
-  result.picturesPerSecond = PictureRate(stream, result.order);
-  result.rate = NearestRate(result.picturesPerSecond);
-  result.pictures.resize(result.order.pictures);
-  uint32_t frame = 0;
+  survey.order = order.Finish();
+  survey.pace = PaceOf(in.stream(), survey.order);
+  survey.counts.assign(survey.order.pictures, CaptionSurvey::kNone);
+  uint32_t place = kNoPlace;
   for (size_t i = 0; i < coded.size(); ++i) {
     // Captions of a second field belong to its frame.
-    if (result.order.places[i] != kNoPlace) frame = result.order.places[i];
-    if (frame < result.pictures.size()) Append(result.pictures[frame], coded[i]);
+    if (survey.order.places[i] != kNoPlace) place = survey.order.places[i];
+    if (place != kNoPlace) survey.counts[place] = Sum(survey.counts[place], coded[i]);
   }
-  return result;
+  return survey;
+}
+
+void ReadCaptions(const CaptionSurvey& survey, const std::function<void(const CaptionedPicture&)>& take) {
+  CaptionPackets in(survey.path);
+  PictureClock clock(survey.order, survey.pace);
+  std::map<uint32_t, Triplets> waiting;  // pictures that come earlier in coding order
+  uint32_t next = 0;
+  // Pictures are handed over when the one after them in coding order begins: they are whole then.
+  const auto send = [&](uint32_t unfinished) {
+    for (auto front = waiting.begin();
+         front != waiting.end() && front->first == next && front->first != unfinished;
+         front = waiting.erase(front), ++next, clock.Next())
+      take({clock.seconds(), clock.number(), std::move(front->second)});
+  };
+  uint32_t place = kNoPlace;
+  const std::vector<uint32_t>& places = survey.order.places;
+  Progress progress("reading", in.file().sizeBytes());
+  for (size_t i = 0; i < places.size(); ++i) {
+    if (!in.Next()) throw ToolError(survey.path, "has changed while it was read");
+    progress.At(in.packet().pos);
+    if (places[i] != kNoPlace) place = places[i];
+    if (place == kNoPlace) continue;
+    Triplets& triplets = waiting[place];
+    const Triplets more = in.captions().value_or(Triplets());
+    triplets.insert(triplets.end(), more.begin(), more.end());
+    send(place);
+  }
+  send(kNoPlace);
+  progress.Done();
 }
 
 }  // namespace qlnmedia

@@ -1,14 +1,16 @@
-// The captions that a video stream carries, in presentation order.
+// The captions that a video stream carries, in presentation order: a first pass finds the order and counts, a
+// second one reads.
 #ifndef TOOLS_QLNMEDIA_CAPTION_READER_H
 #define TOOLS_QLNMEDIA_CAPTION_READER_H
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "captions/user_data.h"
 #include "qlnmedia/config_record.h"
-#include "qlnmedia/picture_places.h"
+#include "qlnmedia/picture_clock.h"
 
 namespace qlnmedia {
 
@@ -21,23 +23,32 @@ bool MayHaveCaptions(const AVStream& stream);
 // not used for MPEG-2.
 std::optional<Triplets> CaptionsOf(AVCodecID codec, ByteSpan data, const ConfigRecord& config);
 
-struct StreamCaptions {
+// What the first pass finds: some bytes for each picture.
+struct CaptionSurvey {
+  static constexpr uint8_t kNone = 255;  // a picture without captions
+
+  std::string path;
   unsigned stream = 0;
   PicturePlaces order;
-  double picturesPerSecond = 0;
-  std::optional<qln::captions::Rate> rate;        // the one of the known ones that the pictures have
-  std::vector<std::optional<Triplets>> pictures;  // in presentation order
+  Pace pace;
+  std::vector<uint8_t> counts;  // triplets of each picture in presentation order, 254 for more, or kNone
   size_t captioned() const;
-  // Triplets in presentation order, none for a picture without captions.
-  std::vector<Triplets> triplets() const;
 };
 
-// The captions of the first stream that may have some, of its first `packets` packets. Throws ToolError for a
+// Looks at the first stream that may have captions, at its first `packets` packets. Throws ToolError for a
 // file without such a stream.
-StreamCaptions ReadStreamCaptions(const std::string& path, size_t packets = SIZE_MAX);
+CaptionSurvey SurveyCaptions(const std::string& path, size_t packets = SIZE_MAX);
 
-// Pictures a second: what the container says, where the pictures' times bear it out; else those times.
-double PictureRate(const AVStream& stream, const PicturePlaces& order);
+// One picture of the second pass.
+struct CaptionedPicture {
+  double seconds = 0;  // from the first picture
+  int64_t number = 0;  // frames of the stream's pace from the first picture
+  Triplets triplets;   // none for a picture without captions
+};
+
+// Reads what was surveyed once more, and hands over each picture in presentation order. Throws ToolError
+// where the file has changed meanwhile.
+void ReadCaptions(const CaptionSurvey& survey, const std::function<void(const CaptionedPicture&)>& take);
 
 }  // namespace qlnmedia
 

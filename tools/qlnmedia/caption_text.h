@@ -1,11 +1,9 @@
-// Line 21 captions (CTA-608) as text with times.
+// Captions as text with times.
 #ifndef TOOLS_QLNMEDIA_CAPTION_TEXT_H
 #define TOOLS_QLNMEDIA_CAPTION_TEXT_H
 
 #include <string>
 #include <vector>
-
-#include "qlnmedia/caption_reader.h"
 
 namespace qlnmedia {
 
@@ -15,12 +13,14 @@ struct CaptionLine {
   std::string text;  // lines separated by '\n'
 };
 
-// The captions of channel 1 of a line 21 field (1 or 2), decoded by libavcodec.
-std::vector<CaptionLine> DecodeLine21(const std::vector<Triplets>& pictures, double picturesPerSecond,
-                                      int field = 1);
+struct CaptionService {
+  // "CC1" to "CC4", "T1" to "T4", "XDS" for line 21; "service 1" to "service 63" for digital captions
+  std::string name;
+  std::vector<CaptionLine> lines;
+};
 
-// The services that pictures carry, as "CC field 1", "CC field 2", "708 service 1".
-std::vector<std::string> CaptionServices(const std::vector<Triplets>& pictures);
+// Their names, with commas between them.
+std::string NamesOf(const std::vector<CaptionService>& services);
 
 // The text of an .srt file.
 std::string WriteSrt(const std::vector<CaptionLine>& lines);

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "captions/caption_track.h"
-#include "qlnmedia/caption_text.h"
+#include "qlnmedia/caption_decoder.h"
 #include "qlnmedia/commands.h"
 #include "qlnmedia/output.h"
 #include "qlnmedia/text_file.h"
@@ -15,16 +15,55 @@
 
 namespace qlnmedia {
 
+namespace captions = qln::captions;
+
 namespace {
 
 struct Options {
   std::string file;
   std::string out;
-  int field = 1;
+  std::string service;
 };
 
 bool EndsWith(const std::string& path, std::string_view ending) {
   return path.size() > ending.size() && path.compare(path.size() - ending.size(), ending.size(), ending) == 0;
+}
+
+void WriteMccFile(const CaptionSurvey& survey, const std::string& path) {
+  captions::MccTrackWriter writer(*survey.pace.rate);
+  TextFileWriter file(path);
+  file.Write(writer.Heading());
+  ReadCaptions(survey, [&](const CaptionedPicture& picture) {
+    file.Write(writer.Lines(picture.triplets, picture.number));
+  });
+  file.Finish();
+}
+
+void WriteSccFile(const CaptionSurvey& survey, const std::string& path) {
+  captions::SccTrackWriter writer(*survey.pace.rate);
+  ReadCaptions(survey,
+               [&](const CaptionedPicture& picture) { writer.Add(picture.triplets, picture.number); });
+  WriteTextFile(path, writer.Text());
+}
+
+// The lines of the service that was asked for; of the first one that shows text, where none was.
+std::vector<CaptionLine> LinesOf(const std::vector<CaptionService>& services, const Options& options) {
+  for (const CaptionService& service : services) {
+    const bool asked = service.name == options.service || service.name == "service " + options.service;
+    if (asked || (options.service.empty() && !service.lines.empty())) return service.lines;
+  }
+  if (options.service.empty()) return {};
+  throw ToolError(options.file, fmt::format("has no captions of service \"{}\"", options.service),
+                  services.empty() ? "" : fmt::format("it has {}", NamesOf(services)));
+}
+
+void Show(const CaptionSurvey& survey, const std::vector<CaptionService>& services) {
+  const std::string names = NamesOf(services);
+  Print(fmt::format("stream {}: captions on {} of {} pictures: {}\n", survey.stream, survey.captioned(),
+                    survey.counts.size(), names.empty() ? "nothing but padding" : names));
+  for (const CaptionService& service : services) {
+    if (!service.lines.empty()) Print(service.name + ":\n" + WriteCaptionText(service.lines));
+  }
 }
 
 void Run(const Options& options) {
@@ -34,24 +73,23 @@ void Run(const Options& options) {
   if (!options.out.empty() && !mcc && !scc && !srt && !EndsWith(options.out, ".txt"))
     throw ToolError(options.out, "is no kind of caption file that is known",
                     "end it in .mcc, .scc, .srt or .txt");
-  const StreamCaptions captions = ReadStreamCaptions(options.file);
-  if (captions.captioned() == 0)
-    throw ToolError(options.file, fmt::format("stream {} has no captions", captions.stream));
-  const std::vector<Triplets> pictures = captions.triplets();
-  if ((mcc || scc) && !captions.rate)
+  if ((mcc || scc) && !options.service.empty())
+    throw ToolError("--service", "goes with text, not with .mcc and .scc files",
+                    "a .mcc file holds all services, a .scc file line 21 field 1");
+  const CaptionSurvey survey = SurveyCaptions(options.file);
+  if (survey.captioned() == 0)
+    throw ToolError(options.file, fmt::format("stream {} has no captions", survey.stream));
+  if ((mcc || scc) && !survey.pace.rate)
     throw ToolError(options.file,
                     fmt::format("has {:.3f} pictures a second, for which caption files have no rate",
-                                captions.picturesPerSecond));
-  if (mcc) return WriteTextFile(options.out, qln::captions::WriteMccTrack(pictures, *captions.rate));
-  if (scc) return WriteTextFile(options.out, qln::captions::WriteSccTrack(pictures, *captions.rate));
-  const std::vector<CaptionLine> lines = DecodeLine21(pictures, captions.picturesPerSecond, options.field);
-  if (srt) return WriteTextFile(options.out, WriteSrt(lines));
-  if (!options.out.empty()) return WriteTextFile(options.out, WriteCaptionText(lines));
-  const std::vector<std::string> services = CaptionServices(pictures);
-  Print(fmt::format("stream {}: captions on {} of {} pictures: {}\n", captions.stream, captions.captioned(),
-                    captions.pictures.size(),
-                    services.empty() ? "nothing but padding" : fmt::format("{}", fmt::join(services, ", "))));
-  Print(WriteCaptionText(lines));
+                                survey.pace.picturesPerSecond));
+  if (mcc) return WriteMccFile(survey, options.out);
+  if (scc) return WriteSccFile(survey, options.out);
+  std::vector<CaptionService> services = DecodeCaptions(survey);
+  if (options.out.empty() && options.service.empty()) return Show(survey, services);
+  const std::vector<CaptionLine> lines = LinesOf(services, options);
+  if (options.out.empty()) return Print(WriteCaptionText(lines));
+  WriteTextFile(options.out, srt ? WriteSrt(lines) : WriteCaptionText(lines));
 }
 
 }  // namespace
@@ -62,8 +100,10 @@ void AddCaptionsCommand(CLI::App& app) {
   command->add_option("FILE", options->file, "H.264, HEVC or MPEG-2 in any container")->required();
   command->add_option("-o,--output", options->out,
                       "A file whose ending says its form: .mcc, .scc, .srt or .txt");
-  command->add_option("--field", options->field, "Line 21 field whose text is decoded")
-      ->check(CLI::Range(1, 2));
+  command->add_option(
+      "--service", options->service,
+      "Service whose text is taken: CC1 to CC4, or 1 to 63 for digital captions; default: the "
+      "first that shows any");
   command->callback([options] { Run(*options); });
 }
 

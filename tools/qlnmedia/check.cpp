@@ -11,6 +11,7 @@
 
 #include "qlnmedia/access_unit.h"
 #include "qlnmedia/caption_check.h"
+#include "qlnmedia/caption_reader.h"
 #include "qlnmedia/coded_stream.h"
 #include "qlnmedia/hdr_values.h"
 #include "qlnmedia/media_file.h"
@@ -299,13 +300,14 @@ std::vector<Finding> CheckFile(const std::string& path) {
   std::vector<std::unique_ptr<StreamChecker>> checkers(file.context()->nb_streams);
   bool found = false;
   for (unsigned i = 0; i < checkers.size(); ++i) {
-    const std::optional<Codec> codec = CodecOf(*file.context()->streams[i]);
+    const AVStream& stream = *file.context()->streams[i];
+    found = found || MayHaveCaptions(stream);
+    const std::optional<Codec> codec = CodecOf(stream);
     if (!codec) continue;
     checkers[i] = std::make_unique<StreamChecker>(file, i, *codec, findings);
     checkers[i]->LookAtContainerHdr();
-    found = true;
   }
-  if (!found) throw ToolError(path, "has no H.264 or HEVC stream");
+  if (!found) throw ToolError(path, "has no H.264, HEVC or MPEG-2 stream");
   const PacketHandle packet(av_packet_alloc());
   if (packet == nullptr) throw std::bad_alloc();
   Progress progress("checking", file.sizeBytes());

@@ -34,7 +34,7 @@ PatchResult PatchFile(const PatchOptions& options) {
     throw ToolError(options.in, "has no H.264 or HEVC stream");
 
   std::unique_ptr<CaptionPatcher> captions;
-  if (options.captions) captions = std::make_unique<CaptionPatcher>(options.in, *options.captions);
+  if (options.captions) captions = std::make_unique<CaptionPatcher>(in, *options.captions);
 
   MediaWriter out(in, options.out);
   for (unsigned i = 0; i < patchers.size(); ++i) {
@@ -68,8 +68,7 @@ PatchResult PatchFile(const PatchOptions& options) {
   while (in.Read(packet.get())) {
     progress.At(packet->pos);
     const auto index = static_cast<unsigned>(packet->stream_index);
-    if (captions != nullptr && index == captions->stream())
-      captions->PatchPacket(*in.context()->streams[index], packet.get());
+    if (captions != nullptr && index == captions->stream()) captions->PatchPacket(packet.get());
     if (PacketHandle whole = joiner.Take(packet.get())) take(std::move(whole));
   }
   while (PacketHandle whole = joiner.Finish()) take(std::move(whole));

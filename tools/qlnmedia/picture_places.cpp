@@ -13,11 +13,13 @@ namespace qlnmedia {
 namespace {
 
 constexpr int64_t kTemporalReferences = 1024;
+constexpr size_t kSettledAtOnce = 1024;  // with as many behind them, which is more than any stream reorders
 
 }  // namespace
 
 PictureOrder::PictureOrder(const AVStream& stream, bool raw)
-    : timeBase_(stream.time_base), raw_(raw), codec_(stream.codecpar->codec_id) {
+    : timed_(!raw), codec_(stream.codecpar->codec_id) {
+  result_.timeBase = stream.time_base;
   if (codec_ == AV_CODEC_ID_MPEG2VIDEO) return;  // a packet holds both fields, and its own order
   const ConfigRecord config = ConfigOf(stream);
   framing_ = config.framing;
@@ -25,51 +27,77 @@ PictureOrder::PictureOrder(const AVStream& stream, bool raw)
   for (const Bytes& unit : config.units()) tracker_->TakeSet(unit);
 }
 
-PictureOrder::Key PictureOrder::KeyOfUnits(const AVPacket& packet) {
-  const UnitRun run = TakeApart(ByteSpan(packet.data, static_cast<size_t>(packet.size)), framing_);
-  const std::vector<TrackedPicture> pictures = tracker_->Take(run.units);
-  const size_t number = packets_++;
-  if (pictures.empty() ? raw_ : pictures[0].secondField) return {0, 0, SIZE_MAX};
-  if (!raw_) return {0, packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts, number};
-  const OrderCount& order = pictures[0].order;
-  return {order.group, std::min(order.top, order.bottom), number};
+PictureOrder::Key PictureOrder::KeyOfTimes(const AVPacket& packet) {
+  // Decoding times go back only where one recording ends and another begins.
+  if (packet.dts != AV_NOPTS_VALUE) {
+    const bool anew = lastDecoding_ != INT64_MIN &&
+                      static_cast<double>(lastDecoding_ - packet.dts) * av_q2d(result_.timeBase) > 1;
+    if (anew) ++group_;
+    lastDecoding_ = packet.dts;
+  }
+  if (packet.pts != AV_NOPTS_VALUE)
+    lastOrder_ = packet.pts;
+  else if (packet.dts != AV_NOPTS_VALUE)
+    lastOrder_ = packet.dts;
+  return {group_, lastOrder_, result_.places.size()};
 }
 
-PictureOrder::Key PictureOrder::KeyOfMpeg2(ByteSpan data) {
-  const size_t number = packets_++;
+std::optional<PictureOrder::Key> PictureOrder::KeyOfUnits(const AVPacket& packet) {
+  const UnitRun run = TakeApart(ByteSpan(packet.data, static_cast<size_t>(packet.size)), framing_);
+  const std::vector<TrackedPicture> pictures = tracker_->Take(run.units);
+  if (pictures.empty() ? !timed_ : pictures[0].secondField) return {};
+  if (timed_) return KeyOfTimes(packet);
+  const OrderCount& order = pictures[0].order;
+  return Key{order.group, std::min(order.top, order.bottom), result_.places.size()};
+}
+
+std::optional<PictureOrder::Key> PictureOrder::KeyOfMpeg2(ByteSpan data) {
+  timed_ = false;  // for good: the two kinds of order do not mix
   const Mpeg2Picture picture = ReadMpeg2Picture(data);
-  if (!picture.found) return {0, 0, SIZE_MAX};
+  if (!picture.found) return {};
   // References begin anew with a group of pictures, and wrap in streams that have none.
   if (picture.beginsGroup || picture.temporalReference + kTemporalReferences / 2 < lastOrder_) ++group_;
   lastOrder_ = picture.temporalReference;
-  return {group_, picture.temporalReference, number};
+  return Key{group_, picture.temporalReference, result_.places.size()};
 }
 
 void PictureOrder::Add(const AVPacket& packet) {
-  const ByteSpan data(packet.data, static_cast<size_t>(packet.size));
-  Key key{};
+  std::optional<Key> key;
   if (codec_ != AV_CODEC_ID_MPEG2VIDEO)
     key = KeyOfUnits(packet);
-  else if (raw_ || packet.pts == AV_NOPTS_VALUE)
-    key = KeyOfMpeg2(data);
+  else if (!timed_ || packet.pts == AV_NOPTS_VALUE)
+    key = KeyOfMpeg2(ByteSpan(packet.data, static_cast<size_t>(packet.size)));
   else
-    key = {0, packet.pts, packets_++};
-  if (key.packet != SIZE_MAX) keys_.push_back(key);
+    key = KeyOfTimes(packet);
+  result_.places.push_back(kNoPlace);
+  if (key) pending_.push_back(*key);
+  if (pending_.size() >= 2 * kSettledAtOnce) Settle(kSettledAtOnce);
 }
 
-PicturePlaces PictureOrder::Finish() const {
-  std::vector<Key> sorted = keys_;
-  std::sort(sorted.begin(), sorted.end(), [](const Key& a, const Key& b) {
+void PictureOrder::Settle(size_t count) {
+  std::sort(pending_.begin(), pending_.end(), [](const Key& a, const Key& b) {
     return std::tie(a.group, a.order, a.packet) < std::tie(b.group, b.order, b.packet);
   });
-  PicturePlaces result;
-  result.places.assign(packets_, kNoPlace);
-  for (const Key& key : sorted) result.places[key.packet] = result.pictures++;
-  if (!raw_ && sorted.size() > 1 && sorted.back().order > sorted.front().order)
-    result.picturesPerSecond =
-        static_cast<double>(sorted.size() - 1) /
-        (static_cast<double>(sorted.back().order - sorted.front().order) * av_q2d(timeBase_));
-  return result;
+  for (size_t i = 0; i < count; ++i) {
+    const Key& key = pending_[i];
+    result_.places[key.packet] = result_.pictures++;
+    if (settled_ && timed_) {
+      const int64_t step = key.group == settled_->group ? key.order - settled_->order : 0;
+      result_.steps.push_back(static_cast<uint32_t>(std::clamp<int64_t>(step, 0, UINT32_MAX)));
+      total_ += result_.steps.back();
+    }
+    settled_ = key;
+  }
+  pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(count));
+}
+
+PicturePlaces PictureOrder::Finish() {
+  Settle(pending_.size());
+  if (!timed_) result_.steps.clear();
+  if (timed_ && total_ > 0)
+    result_.picturesPerSecond =
+        static_cast<double>(result_.steps.size()) / (static_cast<double>(total_) * av_q2d(result_.timeBase));
+  return std::move(result_);
 }
 
 }  // namespace qlnmedia

@@ -42,21 +42,42 @@ std::string ReadTextFile(const std::string& path) {
   return text;
 }
 
-void WriteTextFile(const std::string& path, const std::string& text) {
+TextFileWriter::TextFileWriter(const std::string& path)
+    : path_(path), beside_(fmt::format("{}.{}.part", path, getpid())) {
   struct stat status {};
   if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
     throw ToolError(path, "is no ordinary file", "name a file for the output");
-  const std::string beside = fmt::format("{}.{}.part", path, getpid());
-  const auto fail = [&](int error) {
-    unlink(beside.c_str());
-    throw ToolError(path, fmt::format("cannot be written: {}", std::strerror(error)));
-  };
-  std::FILE* const file = std::fopen(beside.c_str(), "wbx");
-  if (file == nullptr) throw ToolError(path, fmt::format("cannot be written: {}", std::strerror(errno)));
-  const bool written = std::fwrite(text.data(), 1, text.size(), file) == text.size();
-  const int writeError = errno;
-  if (std::fclose(file) != 0 || !written) fail(written ? errno : writeError);
-  if (std::rename(beside.c_str(), path.c_str()) != 0) fail(errno);
+  file_ = std::fopen(beside_.c_str(), "wbx");
+  if (file_ == nullptr) Fail(errno);
+}
+
+TextFileWriter::~TextFileWriter() {
+  if (file_ == nullptr) return;
+  std::fclose(file_);
+  unlink(beside_.c_str());
+}
+
+void TextFileWriter::Fail(int error) const {
+  throw ToolError(path_, fmt::format("cannot be written: {}", std::strerror(error)));
+}
+
+void TextFileWriter::Write(std::string_view text) {
+  if (std::fwrite(text.data(), 1, text.size(), file_) != text.size()) Fail(errno);
+}
+
+void TextFileWriter::Finish() {
+  std::FILE* const file = file_;
+  file_ = nullptr;
+  if (std::fclose(file) == 0 && std::rename(beside_.c_str(), path_.c_str()) == 0) return;
+  const int error = errno;
+  unlink(beside_.c_str());
+  Fail(error);
+}
+
+void WriteTextFile(const std::string& path, const std::string& text) {
+  TextFileWriter file(path);
+  file.Write(text);
+  file.Finish();
 }
 
 }  // namespace qlnmedia

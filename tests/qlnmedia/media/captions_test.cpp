@@ -6,24 +6,13 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "qlnmedia/program.h"
+#include "qlnmedia/media/caption_media.h"
 
 namespace qln::test {
 namespace {
 
 using testing::HasSubstr;
 using testing::Not;
-
-const char* const kScc =
-    "Scenarist_SCC V1.0\n\n01:00:00:03\t94ae 94ae 9420 9420 9470 9470 c74f 4fc4 20cd 4f52 ce49 cec7 942f 942f"
-    "\n\n01:00:01:00\t942c 942c\n";
-
-struct Kind {
-  const char* name;
-  const char* raw;  // name of the raw form
-  const char* rate;
-  const char* options;
-};
 
 const Kind kKinds[] = {
     {"avc_b", "h264", "30000/1001", "-c:v libx264 -threads 1 -pix_fmt yuv420p -bf 3 -g 12"},
@@ -44,59 +33,6 @@ const Kind kKinds[] = {
     {"mpeg2_p", "m2v", "25", "-c:v mpeg2video -bf 0 -g 9"},
     {"mpeg2_i", "m2v", "30", "-c:v mpeg2video -bf 2 -g 9 -flags +ilme+ildct"},
 };
-
-std::string Text(const std::string& command) {
-  const CommandResult result = Run(command);
-  EXPECT_EQ(result.exitCode, 0) << command << "\n" << result.output;
-  return result.output;
-}
-
-std::string Write(const std::string& name, const std::string& text) {
-  const std::string path = MediaPath(name);
-  WriteFile(path, Bytes(text.begin(), text.end()));
-  return path;
-}
-
-std::string Source(const Kind& kind, const std::string& extension) {
-  const bool raw = extension == kind.raw;
-  return MediaFile(std::string("captions_") + kind.name + "." + extension,
-                   std::string("ffmpeg -v error -y -f lavfi -i testsrc2=s=96x64:d=1.5:r=") + kind.rate + " " +
-                       (raw ? "" : "-f lavfi -i sine=d=1.5 -c:a aac -b:a 32k ") + kind.options + " {out}");
-}
-
-std::string Decoded(const std::string& file) {
-  return Text("ffmpeg -v error -i '" + file +
-              "' -map 0:v -f framemd5 - | grep -v '^#' | awk -F, '{print $NF}'");
-}
-
-std::string Times(const std::string& file) {
-  return Text("ffprobe -v error -show_entries packet=stream_index,pts_time,dts_time,flags -of csv=p=0 '" +
-              file + "' | sed 's/side_data.*//; s/,$//' | grep . | sort -s -t, -k1,1n");
-}
-
-// Pictures, and pictures with captions, as ffprobe counts them.
-std::pair<int, int> Counted(const std::string& file) {
-  const std::string text = Text("ffprobe -v error -select_streams v -show_frames '" + file + "'");
-  const auto count = [&text](const std::string& what) {
-    int n = 0;
-    for (size_t at = 0; (at = text.find(what, at)) != std::string::npos; ++at) ++n;
-    return n;
-  };
-  return {count("[/FRAME]"), count("ATSC A53 Part 4 Closed Captions")};
-}
-
-// The caption triplets that a player gets, in presentation order.
-std::string Triplets(const std::string& file) {
-  return Text("ffmpeg -v error -f lavfi -i 'movie=" + file + "[out+subcc]' -map 0:s -c copy -f md5 -");
-}
-
-std::string Shown(const std::string& file) {
-  return Text("ffmpeg -v error -f lavfi -i 'movie=" + file + "[out+subcc]' -map 0:s -f srt -");
-}
-
-std::string PatchedName(const Kind& kind, const std::string& extension) {
-  return MediaPath(std::string("captions_out_") + kind.name + "." + extension);
-}
 
 class Matrix : public testing::TestWithParam<Kind> {};
 
@@ -208,6 +144,7 @@ TEST(CaptionRead, StreamsOfOtherEncodersAreReadAlike) {
   ASSERT_EQ(
       Qlnmedia("patch '" + Source(kKinds[0], "mp4") + "' '" + out + "' --captions '" + scc + "'").exitCode,
       0);
+  ASSERT_EQ(Qlnmedia("captions '" + out + "' -o '" + out + ".mcc'").exitCode, 0);
   for (const char* coder : {"libx264 -threads 1", "mpeg2video -bf 2"}) {
     const std::string coded = MediaPath("captions_encoded.ts");
     Text("ffmpeg -v error -y -i '" + out + "' -an -c:v " + coder + " '" + coded + "'");
@@ -219,6 +156,8 @@ TEST(CaptionRead, StreamsOfOtherEncodersAreReadAlike) {
         "Scenarist_SCC V1.0\n\n00:00:00:03\t94ae 94ae 9420 9420 9470 9470 c74f 4fc4 20cd 4f52 ce49 cec7 942f "
         "942f\n\n00:00:01:00\t942c 942c\n")
         << coder;
+    ASSERT_EQ(Qlnmedia("captions '" + coded + "' -o '" + coded + ".mcc'").exitCode, 0);
+    EXPECT_EQ(FileText(coded + ".mcc"), FileText(out + ".mcc")) << coder;
   }
 }
 
@@ -234,60 +173,6 @@ TEST(CaptionRead, TextHasItsTimes) {
   // long it stands.
   EXPECT_EQ(std::string(text.begin(), text.end()), "1\n00:00:00,501 --> 00:00:01,002\nGOOD MORNING\n\n");
   EXPECT_THAT(Shown(out), HasSubstr("00:00:00,501 --> 00:00:01,002"));
-}
-
-TEST(CaptionCheck, NamesGapsAndWrongCounts) {
-  const std::string scc = Write("captions_check.scc", kScc);
-  const Kind& kind = kKinds[1];
-  const std::string in = Source(kind, "ts");
-  const std::string out = MediaPath("captions_check.ts");
-  ASSERT_EQ(Qlnmedia("patch '" + in + "' '" + out + "' --captions '" + scc + "'").exitCode, 0);
-  EXPECT_THAT(Qlnmedia("check '" + out + "'").output, Not(HasSubstr("caption")));
-  EXPECT_THAT(Qlnmedia("inspect '" + out + "'").output, HasSubstr("GOOD MORNING"));
-  EXPECT_THAT(Qlnmedia("inspect '" + in + "' --json").output, Not(HasSubstr("\"captions\"")));
-
-  const std::string joined = MediaPath("captions_joined.mp4");
-  Text("ffmpeg -v error -y -i 'concat:" + out + "|" + in + "' -map 0:v -c copy '" + joined + "'");
-  const CommandResult gaps = Qlnmedia("check '" + joined + "'");
-  EXPECT_EQ(gaps.exitCode, 3);
-  EXPECT_THAT(gaps.output, HasSubstr("a picture without captions in a stream that has some"));
-
-  const std::string raw = MediaPath("captions_check.h264");
-  const std::string faster = MediaPath("captions_faster.mp4");
-  Text("ffmpeg -v error -y -i '" + out + "' -map 0:v -c copy '" + raw + "' && ffmpeg -v error -y -r 50 -i '" +
-       raw + "' -c copy '" + faster + "'");
-  EXPECT_THAT(Qlnmedia("check '" + faster + "'").output,
-              HasSubstr("a picture with 24 caption triplets, more than the 12 of its rate"));
-}
-
-TEST(CaptionPatch, BadFilesAreOneLineAndNoOutput) {
-  const std::string in = Source(kKinds[0], "mp4");
-  const std::string out = MediaPath("captions_never.mp4");
-  std::filesystem::remove(out);
-  const std::pair<const char*, const char*> files[] = {
-      {"hello\n", "line 1: neither a Scenarist file"},
-      {"Scenarist_SCC V1.0\n\n00:00:02:00\t9420\n\n00:00:01:00\t9420\n", "line 5: the time goes back"},
-      {"Scenarist_SCC V1.0\r\n\r\n00:00:02:00\t9420 94", "line 3: not groups of four"},
-      {"Scenarist_SCC V1.0\n\n00:00:02:31\t9420\n", "line 3: a timecode that does not exist"},
-  };
-  for (const auto& [text, reason] : files) {
-    const std::string file = Write("captions_bad.scc", text);
-    const CommandResult result = Qlnmedia("patch '" + in + "' '" + out + "' --captions '" + file + "'");
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_THAT(result.output, HasSubstr(reason));
-    EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1) << result.output;
-    EXPECT_FALSE(std::filesystem::exists(out));
-  }
-  const std::string good = Write("captions_good.scc", kScc);
-  EXPECT_THAT(Qlnmedia("patch '" + in + "' '" + out + "' --captions /no/such.scc").output,
-              HasSubstr("No such file"));
-  EXPECT_THAT(
-      Qlnmedia("patch '" + in + "' '" + out + "' --captions '" + good + "' --captions-offset 25:00:00:00")
-          .output,
-      HasSubstr("is no timecode"));
-  EXPECT_THAT(Qlnmedia("captions '" + in + "'").output, HasSubstr("has no captions"));
-  EXPECT_THAT(Qlnmedia("captions '" + in + "' -o x.doc").output, HasSubstr("is no kind of caption file"));
-  EXPECT_FALSE(std::filesystem::exists(out));
 }
 
 }  // namespace
