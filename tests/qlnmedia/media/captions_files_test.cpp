@@ -107,6 +107,29 @@ TEST(CaptionFileForms, TheFirstWholeHourIsTheFirstPicture) {
   EXPECT_NE(Patched(text, "--captions-offset 10:00:00:01"), expected);
 }
 
+TEST(CaptionFileForms, CaptionsOutsideTheStreamAreTold) {
+  const std::string in = Source(kSource, "mp4");
+  const std::string out = MediaPath("captions_outside.mp4");
+  const std::string scc = Write("captions_outside.scc", kScc);
+  const std::string command = "patch '" + in + "' '" + out + "' --captions '" + scc + "' ";
+  EXPECT_THAT(Qlnmedia(command + "--captions-offset 01:00:00:05").output,
+              HasSubstr("warning: 2 frames of captions stand in front of the first picture and are lost"));
+  EXPECT_THAT(Qlnmedia(command + "--captions-offset 00:59:59:15").output,
+              HasSubstr("warning: 2 frames of captions stand behind the last picture and are lost"));
+}
+
+// The .scc file that comes out, read by another program.
+TEST(CaptionFileForms, ScenaristFilesThatComeOutAreReadByOthers) {
+  const std::string out = MediaPath("captions_scc_out.mp4");
+  const std::string scc = Write("captions_scc_in.scc", kScc);
+  ASSERT_EQ(
+      Qlnmedia("patch '" + Source(kSource, "mp4") + "' '" + out + "' --captions '" + scc + "'").exitCode, 0);
+  ASSERT_EQ(Qlnmedia("captions '" + out + "' -o '" + out + ".scc'").exitCode, 0);
+  const std::string srt = Text("ffmpeg -v error -f scc -i '" + out + ".scc' -f srt -");
+  EXPECT_THAT(srt, HasSubstr("GOOD MORNING"));
+  EXPECT_THAT(srt, HasSubstr("00:00:00,"));
+}
+
 TEST(CaptionPatch, BadFilesAreOneLineAndNoOutput) {
   const std::string in = Source(kSource, "mp4");
   const std::string out = MediaPath("captions_never.mp4");
