@@ -63,6 +63,33 @@ TEST(AccessUnit, NewMessagesStandInFrontOfThePicture) {
   }
 }
 
+TEST(AccessUnit, SomeMessagesStayInFrontOfOthers) {
+  struct Case {
+    const char* units;
+    size_t place;
+  };
+  // Types 1 and 5 may stand in front; 7 may not, nor what breaks off.
+  for (const Case& test :
+       {Case{"", 0}, Case{"0901 6701 6801", 3}, Case{"06050180 06010180", 2}, Case{"06050180 06070180", 1},
+        Case{"06070180 6701 06050180 06070180", 3}, Case{"0609 06050180", 0}, Case{"060501AA 06", 0}}) {
+    std::vector<Unit> units;
+    std::string text = test.units;
+    for (size_t at = 0; at < text.size();) {
+      const size_t end = std::min(text.find(' ', at), text.size());
+      std::string one = text.substr(at, end - at);
+      // A payload of one byte behind type and size.
+      if (one.size() == 8 && one.substr(6) == "80") one = one.substr(0, 6) + "CC80";
+      Unit unit;
+      unit.bytes = Hex(one);
+      units.push_back(unit);
+      at = end + 1;
+    }
+    const size_t slice = units.size();
+    units.push_back(H264Units("P").front());
+    EXPECT_EQ(SeiPlace(Codec::kH264, units, 0, slice, {1, 5}), test.place) << test.units;
+  }
+}
+
 TEST(AccessUnit, StartCodesFollowTheirNeighbours) {
   std::vector<Unit> units = H264Units("AUD P");
   units[1].startCodeBytes = 3;

@@ -170,6 +170,71 @@ TEST(SetEdit, HevcWalksEverythingInFrontOfTheVui) {
   EXPECT_EQ(ToHex(EditSps(Codec::kHevc, sps, edit).value()), ToHex(Unit(whole(true, true, true))));
 }
 
+// profile_tier_level() of Main profile with one sub-layer that has a profile and one that has a level only.
+BitBuilder& PutProfiles(BitBuilder& bits, uint32_t general, uint32_t subLayer) {
+  bits.u(8, 1).u(32, 0x60000000).u(4, general).u(44, 0x123).u(8, 93);
+  bits.u(2, 3).u(2, 1).u(12, 0);
+  bits.u(8, 1).u(32, 0x60000000).u(4, subLayer).u(44, 0x456).u(8, 60);
+  return bits.u(8, 90);
+}
+
+TEST(SetEdit, HevcProfilesChangeInBothSetsAndTheirSubLayers) {
+  const auto sps = [](uint32_t general, uint32_t subLayer, uint32_t fieldSeq, uint32_t fieldInfo) {
+    BitBuilder bits;
+    bits.u(16, 0x4201).u(4, 0).u(3, 2).u(1, 1);
+    PutProfiles(bits, general, subLayer);
+    bits.ue(0).ue(1).ue(720).ue(288).u(1, 0).ue(0).ue(0).ue(4).u(1, 0).ue(4).ue(2).ue(0);
+    bits.ue(0).ue(3).ue(0).ue(3).ue(0).ue(0).u(1, 0).u(2, 0).u(1, 0).ue(0).u(1, 0).u(2, 0);
+    bits.u(1, 1).u(1, 1).u(8, 255).u(16, 32).u(16, 64).u(1, 0).u(1, 0).u(1, 0).u(1, 0);
+    bits.u(1, fieldSeq).u(1, fieldInfo).u(1, 0);
+    // Timing with sub-picture HRD: lengths of 12, 7, 24 and 9 bits.
+    bits.u(1, 1).u(32, 1).u(32, 50).u(1, 1).ue(0).u(1, 1).u(1, 0).u(1, 1).u(1, 1);
+    return bits.u(8, 0).u(5, 11).u(1, 1).u(5, 6).u(8, 0).u(4, 0).u(5, 22).u(5, 23).u(5, 8).u(9, 0x155);
+  };
+  const auto vps = [](uint32_t general, uint32_t subLayer) {
+    BitBuilder bits;
+    bits.u(16, 0x4001).u(4, 0).u(2, 3).u(6, 0).u(3, 2).u(1, 1).u(16, 0xFFFF);
+    return PutProfiles(bits, general, subLayer).u(9, 0x0AB);
+  };
+  const SpsSummary summary = ReadSpsSummary(Codec::kHevc, Unit(sps(9, 5, 0, 0))).value();
+  EXPECT_TRUE(summary.interlace[0] && summary.frameOnly);
+  EXPECT_EQ(summary.sarWidth, 32u);
+  EXPECT_EQ(summary.sarHeight, 64u);
+  EXPECT_TRUE(summary.delays.present && summary.delays.subPictures && summary.delays.unitsInPictureTiming);
+  EXPECT_EQ(summary.delays.duIncrement, 12u);
+  EXPECT_EQ(summary.delays.dpbOutputDu, 7u);
+  EXPECT_EQ(summary.delays.cpbRemoval, 24u);
+  EXPECT_EQ(summary.delays.dpbOutput, 9u);
+
+  // progressive, interlaced, non-packed, frame-only: the third stays as it is.
+  SpsEdit edit;
+  edit.interlace = {false, true, true};
+  edit.frameOnly = false;
+  edit.frameFieldInfo = true;
+  EXPECT_EQ(ToHex(EditSps(Codec::kHevc, Unit(sps(9, 2, 0, 0)), edit).value()), ToHex(Unit(sps(4, 2, 1, 1))));
+  EXPECT_EQ(ToHex(EditVps(Unit(vps(11, 2)), edit).value()), ToHex(Unit(vps(6, 2))));
+  edit.subLayers = true;
+  EXPECT_EQ(ToHex(EditSps(Codec::kHevc, Unit(sps(9, 11, 0, 0)), edit).value()), ToHex(Unit(sps(4, 6, 1, 1))));
+  EXPECT_EQ(ToHex(EditVps(Unit(vps(4, 9)), edit).value()), ToHex(Unit(vps(4, 4))));
+  // Nothing to change, and sets that break off.
+  EXPECT_EQ(ToHex(EditVps(Unit(vps(4, 4)), edit).value()), ToHex(Unit(vps(4, 4))));
+  const Bytes whole = Unit(vps(9, 9));
+  for (size_t size = 0; size + 2 < whole.size(); ++size)
+    EXPECT_FALSE(EditVps(ByteSpan(whole).first(size), edit)) << size;
+}
+
+TEST(SetEdit, HevcFieldInfoWithoutAVui) {
+  SpsEdit edit;
+  edit.interlace = {false, true, true};
+  edit.frameFieldInfo = true;
+  // present; no aspect ratio, overscan, signal type, chroma location, neutral chroma; the two; the rest says
+  // nothing
+  const Bytes expected =
+      Unit(HevcFront(true).u(1, 1).u(2, 0).u(1, 0).u(1, 0).u(1, 0).u(1, 1).u(1, 1).u(3, 0).u(1, 0));
+  EXPECT_EQ(ToHex(EditSps(Codec::kHevc, Unit(HevcFront(true).u(1, 0).u(1, 0)), edit).value()),
+            ToHex(expected));
+}
+
 TEST(SetEdit, HevcAddsAWholeVuiWhereThereIsNone) {
   const Bytes sps = Unit(HevcFront(false).u(1, 0).u(1, 0));
   SpsEdit edit;

@@ -10,6 +10,11 @@ namespace {
 
 constexpr int kRecoveryPoint = 6;
 
+// H.264: sequence parameter set extension, subset sequence parameter set.
+bool IsSetExtension(Codec codec, int unitType) {
+  return codec == Codec::kH264 && (unitType == 13 || unitType == 15);
+}
+
 size_t HeaderBytes(Codec codec) { return codec == Codec::kH264 ? 1 : 2; }
 
 }  // namespace
@@ -46,8 +51,30 @@ bool IsRandomAccess(Codec codec, const std::vector<Unit>& units) {
   return false;
 }
 
+size_t SeiPlace(Codec codec, const std::vector<Unit>& units, size_t begin, size_t slice,
+                std::initializer_list<int> inFront) {
+  size_t place = begin;
+  for (size_t i = begin; i < slice; ++i) {
+    const int type = UnitType(codec, units[i].bytes);
+    if (IsParameterSet(codec, type) || IsDelimiter(codec, type) || IsSetExtension(codec, type)) place = i + 1;
+  }
+  for (; place < slice && IsSei(codec, UnitType(codec, units[place].bytes)); ++place) {
+    bool whole = false;
+    const std::vector<SeiMessage> messages = ReadSeiMessages(codec, units[place].bytes, &whole);
+    const bool mayPrecede =
+        whole && std::all_of(messages.begin(), messages.end(), [&](const SeiMessage& message) {
+          return std::find(inFront.begin(), inFront.end(), message.type) != inFront.end();
+        });
+    if (!mayPrecede) break;
+  }
+  return place;
+}
+
 void InsertSei(Codec codec, std::vector<Unit>& units, Bytes bytes) {
-  const size_t at = FirstPictureUnit(codec, units);
+  InsertSei(units, FirstPictureUnit(codec, units), std::move(bytes));
+}
+
+void InsertSei(std::vector<Unit>& units, size_t at, Bytes bytes) {
   Unit unit;
   unit.bytes = std::move(bytes);
   // As the unit that follows. The zero byte that makes the first start code of an access unit a long one may

@@ -4,6 +4,7 @@
 #define TOOLS_QLNMEDIA_ACCESS_UNIT_H
 
 #include <functional>
+#include <initializer_list>
 #include <vector>
 
 #include "qlnmedia/units.h"
@@ -21,8 +22,15 @@ size_t FirstPictureUnit(Codec codec, const std::vector<Unit>& units);
 // True where decoding can start: an IDR or IRAP picture, or one with a recovery point message.
 bool IsRandomAccess(Codec codec, const std::vector<Unit>& units);
 
+// Where an SEI unit goes that may have only certain messages in front of it: behind the delimiter and the
+// parameter sets of [begin, slice), and in front of the first SEI unit there that holds any other message.
+size_t SeiPlace(Codec codec, const std::vector<Unit>& units, size_t begin, size_t slice,
+                std::initializer_list<int> inFront);
+
 // Puts a unit directly in front of the coded picture, behind delimiter, parameter sets and other SEI.
 void InsertSei(Codec codec, std::vector<Unit>& units, Bytes unit);
+// Puts a unit in front of the one at `at`.
+void InsertSei(std::vector<Unit>& units, size_t at, Bytes unit);
 
 // Takes the messages for which `unwanted` holds out of every SEI unit, wherever it stands; a unit that is
 // left empty goes, and units without such messages keep their bytes. Returns how many messages went.

@@ -205,7 +205,7 @@ class StreamChecker {
     for (const auto& [key, set] : sets_) {
       if (!IsSps(codec_, key.first)) continue;
       const std::optional<SpsSummary> sps = ReadSpsSummary(codec_, set.bytes);
-      if (sps && codec_ == Codec::kH264 && !sps->frameMbsOnly) return true;
+      if (sps && (codec_ == Codec::kH264 ? !sps->frameMbsOnly : sps->interlace[2])) return true;
     }
     return false;
   }

@@ -60,6 +60,21 @@ bool BeginsWithBox(const std::string& path) {
                          {"ftyp", "styp", "mdat", "free", "skip", "wide", "pnot", "moov", "uuid"});
 }
 
+// The parsers put what they find in a picture in the place of the container's mark, which gets lost where the
+// picture itself does not say that decoding can start there. The index still has it.
+void RestoreKeyMark(const AVFormatContext& context, AVPacket* packet) {
+  const std::string_view format = context.iformat->name;
+  const bool mov = format.substr(0, 4) == "mov,";
+  if (!mov && format.substr(0, 8) != "matroska") return;
+  const int64_t time = mov ? packet->dts : packet->pts;
+  if ((packet->flags & AV_PKT_FLAG_KEY) != 0 || time == AV_NOPTS_VALUE) return;
+  AVStream* const stream = context.streams[packet->stream_index];
+  const int found = av_index_search_timestamp(stream, time, AVSEEK_FLAG_ANY);
+  const AVIndexEntry* const entry = found < 0 ? nullptr : avformat_index_get_entry(stream, found);
+  if (entry == nullptr || entry->timestamp != time || (mov && entry->pos != packet->pos)) return;
+  if ((entry->flags & AVINDEX_KEYFRAME) != 0) packet->flags |= AV_PKT_FLAG_KEY;
+}
+
 [[noreturn]] void FailNoMedia(const std::string& path) {
   throw ToolError(path, "is no media that can be read",
                   "name a media file such as MP4, MOV, MKV, TS or raw video");
@@ -133,6 +148,7 @@ bool MediaFile::Read(AVPacket* packet) {
   if (result >= 0) {
     if ((packet->flags & AV_PKT_FLAG_CORRUPT) != 0)
       endNote_ = fmt::format("a packet of stream {} is cut off or damaged", packet->stream_index);
+    if (IsVideo(*context_->streams[packet->stream_index])) RestoreKeyMark(*context_, packet);
     return true;
   }
   if (result != AVERROR_EOF) endNote_ = "reading stopped early: " + LibavErrorText(result);

@@ -19,15 +19,21 @@ struct PatchOptions {
   std::optional<bool> fullRange;
   std::optional<MasteringDisplay> mastering;
   std::optional<LightLevel> lightLevel;
-  std::string timecode;      // of the first picture in presentation order; empty for none
-  std::string timecodeType;  // name of a TcType; empty for the one that the rate asks for
-  std::string rate;          // frames a second to count timecodes by; empty for what the file says
+  std::string timecode;            // of the first picture in presentation order; empty for none
+  std::string timecodeType;        // name of a TcType; empty for the one that the rate asks for
+  std::string rate;                // frames a second to count timecodes by; empty for what the file says
+  std::optional<bool> interlaced;  // HEVC: what the stream shall say; false is progressive
+  bool delimiters = false;
+  bool recoveryPoints = false;
   std::optional<CaptionOptions> captions;
   bool dryRun = false;
   bool verify = false;
   bool changesSets() const { return colour || fullRange; }
   // True if anything but captions changes; they alone go into MPEG-2 as well.
-  bool beyondCaptions() const { return changesSets() || mastering || lightLevel || !timecode.empty(); }
+  bool beyondCaptions() const {
+    return changesSets() || mastering || lightLevel || !timecode.empty() || interlaced || delimiters ||
+           recoveryPoints;
+  }
   bool any() const { return beyondCaptions() || captions; }
 };
 

@@ -19,6 +19,8 @@ struct Options {
   std::string lightLevel;
   bool fullRange = false;
   bool limitedRange = false;
+  bool interlaced = false;
+  bool progressive = false;
   CaptionOptions captions;
 };
 
@@ -28,6 +30,7 @@ void Run(Options& options) {
   if (options.fullRange || options.limitedRange) patch.fullRange = options.fullRange;
   if (!options.hdr.empty()) patch.mastering = ParseMasteringDisplay(options.hdr);
   if (!options.lightLevel.empty()) patch.lightLevel = ParseLightLevel(options.lightLevel);
+  if (options.interlaced || options.progressive) patch.interlaced = options.interlaced;
   if (!options.captions.file.empty()) patch.captions = options.captions;
   if (!patch.any())
     throw ToolError("patch", "nothing to do", "name what shall change; qlnmedia patch --help");
@@ -63,6 +66,14 @@ void AddPatchCommand(CLI::App& app) {
       ->add_option("--rate", options->patch.rate,
                    "Frames a second for --timecode: 25, 29.97, 30000/1001, where the file says none")
       ->needs(timecode);
+  auto* const interlaced = command->add_flag("--interlaced", options->interlaced,
+                                             "HEVC that codes each field as a picture: say so");
+  command->add_flag("--progressive", options->progressive, "HEVC that codes progressive frames: say so")
+      ->excludes(interlaced);
+  command->add_flag("--delimiters", options->patch.delimiters,
+                    "An access unit delimiter in front of every picture that lacks it");
+  command->add_flag("--recovery-points", options->patch.recoveryPoints,
+                    "A recovery point where decoding can start at a picture that does not say so");
   auto* const captions = command->add_option("--captions", options->captions.file,
                                              "Captions of a .scc or .mcc file; MPEG-2 too");
   command

@@ -33,7 +33,23 @@ struct SpsEdit {
   std::optional<bool> picStruct;  // H.264 pic_struct_present_flag
   // HEVC: general_progressive_source_flag, general_interlaced_source_flag, field_seq_flag.
   std::optional<std::array<bool, 3>> interlace;
-  bool any() const { return colour || fullRange || picStruct || interlace; }
+  std::optional<bool> frameOnly;       // HEVC general_frame_only_constraint_flag
+  std::optional<bool> frameFieldInfo;  // HEVC frame_field_info_present_flag
+  bool subLayers = false;              // HEVC: the general flags go into the sub-layers' profiles as well
+  bool any() const { return colour || fullRange || picStruct || interlace || frameOnly || frameFieldInfo; }
+};
+
+// How the delays of HEVC picture timing (ITU-T H.265 clause D.2.3) are laid out; lengths in bits, those that
+// do not occur 0.
+struct HevcDelays {
+  bool present = false;  // CpbDpbDelaysPresentFlag, as far as the VUI tells it
+  uint32_t cpbRemoval = 0;
+  uint32_t dpbOutput = 0;
+  bool subPictures = false;           // sub_pic_hrd_params_present_flag
+  uint32_t dpbOutputDu = 0;           // pic_dpb_output_du_delay
+  bool unitsInPictureTiming = false;  // sub_pic_cpb_params_in_pic_timing_sei_flag
+  uint32_t duIncrement = 0;           // du_cpb_removal_delay_increment_minus1
+  friend bool operator==(const HevcDelays&, const HevcDelays&) = default;
 };
 
 // What H.264 pictures of pic_order_cnt_type 1 are placed by (ITU-T H.264 clause 8.2.1.2).
@@ -58,8 +74,12 @@ struct SpsSummary {
   uint32_t dpbOutputDelayLength = 24;
   uint32_t timeOffsetLength = 24;
   std::array<bool, 3> interlace{};  // HEVC: progressive source, interlaced source, field_seq
+  bool frameOnly = false;           // HEVC: general_frame_only_constraint_flag
   bool frameFieldInfo = false;      // HEVC: frame_field_info_present_flag
-  uint32_t numUnitsInTick = 0;      // 0 where there is no timing information
+  HevcDelays delays;                // HEVC
+  uint32_t sarWidth = 0;            // of an extended sample aspect ratio; 0 for all others
+  uint32_t sarHeight = 0;
+  uint32_t numUnitsInTick = 0;  // 0 where there is no timing information
   uint32_t timeScale = 0;
   uint32_t width = 0;  // of the cropped picture
   uint32_t height = 0;
@@ -78,6 +98,10 @@ std::optional<SpsSummary> ReadSpsSummary(Codec codec, ByteSpan sps);
 
 // Edits a set; `sps` itself where nothing changes. Nothing for a set that breaks off.
 std::optional<Bytes> EditSps(Codec codec, ByteSpan sps, const SpsEdit& edit);
+
+// Edits the profile of an HEVC video parameter set: the general flags, and those of the sub-layers where the
+// edit says so. Results as for EditSps.
+std::optional<Bytes> EditVps(ByteSpan vps, const SpsEdit& edit);
 
 }  // namespace qlnmedia
 

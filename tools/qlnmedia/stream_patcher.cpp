@@ -22,7 +22,11 @@ constexpr int kContentLightLevel = 144;
 }  // namespace
 
 StreamPatcher::StreamPatcher(const MediaFile& in, unsigned index, Codec codec, const PatchOptions& options)
-    : in_(in), index_(index), codec_(codec), options_(options) {
+    : in_(in),
+      index_(index),
+      codec_(codec),
+      options_(options),
+      adder_(codec, options.delimiters, options.recoveryPoints) {
   edit_.colour = options.colour;
   edit_.fullRange = options.fullRange;
   const AVStream& stream = *in.context()->streams[index];
@@ -34,6 +38,14 @@ StreamPatcher::StreamPatcher(const MediaFile& in, unsigned index, Codec codec, c
         codec, ByteSpan(parameters.extradata, static_cast<size_t>(parameters.extradata_size)));
   config_.codec = codec;
   if (!config_.problem.empty()) Fail(config_.problem);
+  if (options.interlaced) {
+    if (*options.interlaced && !options.timecode.empty())
+      Fail("fields must be told before they can be given timecodes",
+           "run --interlaced first and --timecode on its output");
+    interlace_.emplace(in.path(), index, codec, *options.interlaced);
+    interlace_->AddTo(edit_);
+  }
+  for (const Bytes& unit : config_.units()) adder_.TakeSet(unit);
   if (!options.timecode.empty()) {
     timecodes_ = std::make_unique<TimecodePatcher>(in, index, codec, config_, options);
     if (codec == Codec::kH264) edit_.picStruct = true;
@@ -48,6 +60,7 @@ void StreamPatcher::Fail(const std::string& what, const std::string& advice) con
 void StreamPatcher::PatchParameters(AVStream* out) {
   const auto patch = [this](Bytes& unit) {
     if (IsSps(codec_, UnitType(codec_, unit)) && PatchSet(unit)) ++configSetsChanged_;
+    if (interlace_) interlace_->PatchVps(unit);
   };
   const auto unwanted = [this](const SeiMessage& message) {
     return (options_.mastering && message.type == kMasteringDisplay) ||
@@ -64,6 +77,12 @@ void StreamPatcher::PatchParameters(AVStream* out) {
   RemoveSei(codec_, config_.startCodeUnits.units, unwanted);
 
   AVCodecParameters& parameters = *out->codecpar;
+  // The muxer counts what it writes. An older count would stay as the highest rate, and go in the next run.
+  parameters.bit_rate = 0;
+  if (interlace_) {
+    interlace_->PatchHead(config_);
+    parameters.field_order = interlace_->fieldOrder();
+  }
   if (!config_.empty()) {
     const Bytes data = WriteConfigRecord(config_);
     auto* const copy = static_cast<uint8_t*>(av_mallocz(data.size() + AV_INPUT_BUFFER_PADDING_SIZE));
@@ -103,6 +122,15 @@ bool StreamPatcher::PatchSet(Bytes& unit) {
   return changed;
 }
 
+bool StreamPatcher::AddUnits(std::vector<Unit>& units, AVPacket* packet) {
+  // Readers of transport streams and raw streams find their marks in the stream itself.
+  const bool byContainer = !in_.isRawStream() && in_.formatName() != "mpegts";
+  const int before = adder_.added();
+  if (adder_.Add(units, {(packet->flags & AV_PKT_FLAG_KEY) != 0, byContainer}))
+    packet->flags |= AV_PKT_FLAG_KEY;
+  return adder_.added() != before;
+}
+
 bool StreamPatcher::PatchUnits(std::vector<Unit>& units, bool randomAccess) {
   bool changed = false;
   for (Unit& unit : units) {
@@ -132,9 +160,14 @@ void StreamPatcher::PatchPacket(AVPacket* packet) {
   if (av_packet_get_side_data(packet, AV_PKT_DATA_NEW_EXTRADATA, nullptr) != nullptr)
     Fail("has several sample descriptions", "split the file where they change");
   UnitRun run = TakeApart(ByteSpan(packet->data, static_cast<size_t>(packet->size)), config_.framing);
+  // Timecodes know the pictures of a packet by the places of its units, so they go in while these are as they
+  // came.
+  bool changed = timecodes_ != nullptr && timecodes_->Patch(run.units);
+  changed = AddUnits(run.units, packet) || changed;
   const bool randomAccess = (packet->flags & AV_PKT_FLAG_KEY) != 0 || IsRandomAccess(codec_, run.units);
-  bool changed = PatchUnits(run.units, randomAccess);
-  if (timecodes_ != nullptr && timecodes_->Patch(run.units)) changed = true;
+  // Picture timing is laid out as the sets of the source say, so it comes in front of them.
+  if (interlace_) changed = interlace_->PatchPacket(run.units) || changed;
+  changed = PatchUnits(run.units, randomAccess) || changed;
   if (!changed) return;
   const int lengthBytes = config_.framing.lengthBytes;
   for (const Unit& unit : run.units) {
@@ -157,6 +190,10 @@ std::string StreamPatcher::Summary() const {
   if (containerColour_) add("container colour set");
   if (seiRemoved_ != 0) add(fmt::format("{} SEI messages taken out", seiRemoved_));
   if (seiAdded_ != 0) add(fmt::format("{} SEI units put in", seiAdded_));
+  if (interlace_) {
+    for (const std::string& piece : interlace_->Summary()) add(piece);
+  }
+  for (const std::string& piece : adder_.Summary()) add(piece);
   if (timecodes_ != nullptr && timecodes_->count() != 0)
     add(fmt::format("{} pictures got their timecode", timecodes_->count()));
   return fmt::format("stream {}: {}", index_, text.empty() ? "nothing to change" : text);

@@ -7,9 +7,11 @@
 #include <string>
 
 #include "qlnmedia/config_record.h"
+#include "qlnmedia/interlace_edit.h"
 #include "qlnmedia/media_file.h"
 #include "qlnmedia/patch.h"
 #include "qlnmedia/timecode_patcher.h"
+#include "qlnmedia/unit_adder.h"
 
 namespace qlnmedia {
 
@@ -33,6 +35,7 @@ class StreamPatcher {
   std::string Summary() const;
 
  private:
+  bool AddUnits(std::vector<Unit>& units, AVPacket* packet);
   bool PatchUnits(std::vector<Unit>& units, bool randomAccess);
   bool PatchSet(Bytes& unit);
   [[noreturn]] void Fail(const std::string& what, const std::string& advice = {}) const;
@@ -43,6 +46,8 @@ class StreamPatcher {
   const PatchOptions& options_;
   SpsEdit edit_;
   ConfigRecord config_;
+  UnitAdder adder_;
+  std::optional<InterlaceEdit> interlace_;
   Bytes hdrUnit_;                               // the SEI unit that goes in, or nothing
   std::unique_ptr<TimecodePatcher> timecodes_;  // null where none are asked for
   // Sets rewritten before: streams repeat them.
