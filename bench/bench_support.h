@@ -5,7 +5,13 @@
 #ifndef BENCH_BENCH_SUPPORT_H
 #define BENCH_BENCH_SUPPORT_H
 
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -27,6 +33,32 @@ std::vector<Bytes> UnitsOf(const Bytes& stream);
 
 // Random bytes that look like coded data: emulation prevention would find next to nothing in them.
 Bytes CodedLikeBytes(size_t count, uint64_t seed = 1);
+
+// The time that this thread has run.
+inline double ThreadSeconds() {
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
+// Times `work` alone, in a case that measures by hand: sets up anew in front of each of a few calls and takes
+// the median for each of them. Of the clock on the wall and that of the thread the shorter counts: the one is
+// exact for a moment, the other does not run while other programs do.
+template <class SetUp, class Work>
+void TimeAlone(benchmark::State& run, SetUp setUp, Work work) {
+  std::array<double, 9> seconds;
+  for (double& taken : seconds) {
+    setUp();
+    const double threadBefore = ThreadSeconds();
+    const auto before = std::chrono::steady_clock::now();
+    work();
+    const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - before;
+    taken = std::min(passed.count(), ThreadSeconds() - threadBefore);
+    benchmark::ClobberMemory();
+  }
+  std::nth_element(seconds.begin(), seconds.begin() + seconds.size() / 2, seconds.end());
+  run.SetIterationTime(seconds[seconds.size() / 2] * seconds.size());
+}
 
 }  // namespace qln::bench
 

@@ -4,7 +4,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <cstring>
 
 extern "C" {
@@ -20,6 +19,7 @@ namespace {
 using qln::bench::Bytes;
 using qln::bench::CodedLikeBytes;
 using qln::bench::Require;
+using qln::bench::TimeAlone;
 
 enum class Prefix { kLength, kLongCode, kShortCode };
 
@@ -48,33 +48,28 @@ Bytes Frame(size_t count, size_t size, Prefix prefix) {
   return frame;
 }
 
-template <class Work>
-void TimeAlone(benchmark::State& run, Work work) {
-  const auto before = std::chrono::steady_clock::now();
-  work();
-  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - before;
-  run.SetIterationTime(taken.count());
-}
-
 // Only the prefixes are set anew, so that they are warm.
 void ToMarker(benchmark::State& run, const Bytes& source, size_t unitSize) {
   Bytes frame = source;
+  uint32_t size = 0;
   for (auto _ : run) {
-    for (size_t at = 0; at < frame.size(); at += 4 + unitSize) std::memcpy(&frame[at], &source[at], 4);
-    uint32_t size = 0;
-    TimeAlone(run,
-              [&] { size = qlnUtilh264SizeToMarker(frame.data(), static_cast<uint32_t>(frame.size())); });
+    TimeAlone(
+        run,
+        [&] {
+          for (size_t at = 0; at < frame.size(); at += 4 + unitSize) std::memcpy(&frame[at], &source[at], 4);
+        },
+        [&] { size = qlnUtilh264SizeToMarker(frame.data(), static_cast<uint32_t>(frame.size())); });
     Require(size == source.size() && frame[3] == 1, "length to start codes");
   }
 }
 
 void ToSize(benchmark::State& run, const Bytes& source, size_t spare) {
   Bytes frame(source.size() + spare);
+  uint32_t size = 0;
   for (auto _ : run) {
-    std::memcpy(frame.data(), source.data(), source.size());
-    uint32_t size = 0;
-    TimeAlone(run,
-              [&] { size = qlnUtilh264MarkerToSize(frame.data(), static_cast<uint32_t>(source.size())); });
+    TimeAlone(
+        run, [&] { std::memcpy(frame.data(), source.data(), source.size()); },
+        [&] { size = qlnUtilh264MarkerToSize(frame.data(), static_cast<uint32_t>(source.size())); });
     Require(size == frame.size() && frame[0] == 0, "start codes to length");
   }
 }
@@ -82,17 +77,17 @@ void ToSize(benchmark::State& run, const Bytes& source, size_t spare) {
 void CopyFrame(benchmark::State& run, const Bytes& source) {
   Bytes frame(source.size());
   for (auto _ : run) {
-    TimeAlone(run, [&] { std::memcpy(frame.data(), source.data(), source.size()); });
-    benchmark::ClobberMemory();
+    TimeAlone(
+        run, [] {}, [&] { std::memcpy(frame.data(), source.data(), source.size()); });
   }
 }
 
 void MoveFrame(benchmark::State& run, const Bytes& source) {
   Bytes frame(source.size() + 1);
   for (auto _ : run) {
-    std::memcpy(frame.data(), source.data(), source.size());
-    TimeAlone(run, [&] { std::memmove(frame.data() + 1, frame.data(), source.size()); });
-    benchmark::ClobberMemory();
+    TimeAlone(
+        run, [&] { std::memcpy(frame.data(), source.data(), source.size()); },
+        [&] { std::memmove(frame.data() + 1, frame.data(), source.size()); });
   }
 }
 
@@ -128,19 +123,13 @@ void SampleToMarker(benchmark::State& run) {
   qlnUtilh264SizeToMarker(frame.data(), static_cast<uint32_t>(frame.size()));
   Require(frame == expected, "a sample with a start code");
   for (auto _ : run) {
-    std::memcpy(frame.data(), source.data(), 4);
-    TimeAlone(run, [&] { qlnUtilh264SizeToMarker(frame.data(), static_cast<uint32_t>(frame.size())); });
+    TimeAlone(
+        run, [&] { std::memcpy(frame.data(), source.data(), 4); },
+        [&] { qlnUtilh264SizeToMarker(frame.data(), static_cast<uint32_t>(frame.size())); });
   }
 }
 
-void CopySample(benchmark::State& run) {
-  const Bytes& source = Mp4Sample();
-  Bytes frame(source.size());
-  for (auto _ : run) {
-    TimeAlone(run, [&] { std::memcpy(frame.data(), source.data(), source.size()); });
-    benchmark::ClobberMemory();
-  }
-}
+void CopySample(benchmark::State& run) { CopyFrame(run, Mp4Sample()); }
 
 // The filter gives a packet of its own.
 void SampleLibav(benchmark::State& run) {
@@ -160,14 +149,18 @@ void SampleLibav(benchmark::State& run) {
   Require(av_new_packet(whole, static_cast<int>(source.size())) == 0, "a packet");
   std::memcpy(whole->data, source.data(), source.size());
   for (auto _ : run) {
-    av_packet_ref(packet, whole);
-    TimeAlone(run, [&] {
-      Require(av_bsf_send_packet(filter, packet) == 0 && av_bsf_receive_packet(filter, packet) == 0,
-              "libavcodec's filter");
-    });
+    TimeAlone(
+        run,
+        [&] {
+          av_packet_unref(packet);
+          av_packet_ref(packet, whole);
+        },
+        [&] {
+          Require(av_bsf_send_packet(filter, packet) == 0 && av_bsf_receive_packet(filter, packet) == 0,
+                  "libavcodec's filter");
+        });
     Require(packet->size == static_cast<int>(expected.size()) && packet->data[4] == expected[4],
             "libavcodec's start code");
-    av_packet_unref(packet);
   }
   av_packet_free(&packet);
   av_packet_free(&whole);
