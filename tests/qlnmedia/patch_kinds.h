@@ -10,7 +10,7 @@
 
 #include "qlnmedia/program.h"
 
-namespace qln::test {
+namespace qln::test::patching {
 
 inline const char* const kPictures = "ffmpeg -v error -y -f lavfi -i testsrc2=s=128x96:r=25:d=0.6 ";
 inline const char* const kWithSound = "-f lavfi -i sine=d=0.6 -c:a aac -b:a 32k ";
@@ -78,6 +78,6 @@ inline std::vector<std::tuple<Kind, const char*>> CasesWithFields() {
   return cases;
 }
 
-}  // namespace qln::test
+}  // namespace qln::test::patching
 
 #endif

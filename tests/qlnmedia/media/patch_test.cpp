@@ -12,6 +12,7 @@
 namespace qln::test {
 namespace {
 
+using namespace patching;
 using testing::HasSubstr;
 using testing::Not;
 

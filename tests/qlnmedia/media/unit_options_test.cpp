@@ -13,6 +13,7 @@
 namespace qln::test {
 namespace {
 
+using namespace patching;
 using testing::HasSubstr;
 using testing::Not;
 
