@@ -72,6 +72,23 @@ TEST(Cdp, ReadsWhatItWrites) {
   }
 }
 
+TEST(Cdp, LeavesOutATimecodeWhoseDigitsAreNone) {
+  CaptionPacket packet = Sample();
+  packet.timecode = Timecode{12, 34, 56, 29};
+  packet.dropFrame = true;
+  const Bytes good = WriteCdp(packet);
+  for (const size_t at : {8u, 9u, 10u, 11u}) {  // hours, minutes, seconds, frames
+    Bytes cdp = good;
+    const uint8_t wrong = static_cast<uint8_t>((cdp[at] & 0xF0) | 0x0A);
+    cdp.back() = static_cast<uint8_t>(cdp.back() + cdp[at] - wrong);
+    cdp[at] = wrong;
+    std::string reason;
+    const std::optional<CaptionPacket> read = ReadCdp(cdp, &reason);
+    ASSERT_TRUE(read) << reason;
+    EXPECT_EQ(*read, Sample()) << at;
+  }
+}
+
 TEST(Cdp, RefusesWhatIsNoPacket) {
   const Bytes good = WriteCdp(Sample());
   std::string reason;

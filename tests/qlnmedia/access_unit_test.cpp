@@ -143,6 +143,28 @@ TEST(AccessUnit, MessagesBehindTheSliceAndSuffixUnitsAreSeen) {
   EXPECT_TRUE(units.empty());
 }
 
+TEST(AccessUnit, UnitsThatOutgrowTheirLengthField) {
+  UnitRun run;
+  run.units.resize(2);
+  run.units[1].bytes.assign(255, 1);
+  EXPECT_EQ(OutgrownUnit(run, Framing{1}), 0u);
+  run.units[1].bytes.push_back(1);
+  EXPECT_EQ(OutgrownUnit(run, Framing{1}), 256u);
+  EXPECT_EQ(OutgrownUnit(run, Framing{2}), 0u);
+  run.units[0].bytes.assign(65536, 1);
+  EXPECT_EQ(OutgrownUnit(run, Framing{2}), 65536u);
+  EXPECT_EQ(OutgrownUnit(run, Framing{4}), 0u);
+  EXPECT_EQ(OutgrownUnit(run, Framing{0}), 0u);
+}
+
+TEST(AccessUnit, Layers) {
+  EXPECT_TRUE(IsBaseLayer(Codec::kHevc, Hex("4201")));
+  EXPECT_FALSE(IsBaseLayer(Codec::kHevc, Hex("4209")));  // nuh_layer_id 1
+  EXPECT_FALSE(IsBaseLayer(Codec::kHevc, Hex("4301")));  // nuh_layer_id 32
+  EXPECT_TRUE(IsBaseLayer(Codec::kHevc, Hex("42")));
+  EXPECT_TRUE(IsBaseLayer(Codec::kH264, Hex("67FF")));
+}
+
 TEST(AccessUnit, RandomAccess) {
   EXPECT_TRUE(IsRandomAccess(Codec::kH264, H264Units("SPS IDR")));
   EXPECT_FALSE(IsRandomAccess(Codec::kH264, H264Units("SPS SEI P")));

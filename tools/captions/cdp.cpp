@@ -23,7 +23,10 @@ constexpr uint8_t kDid = 0x61;
 constexpr uint8_t kSdid = 0x01;
 
 uint8_t Bcd(int value) { return static_cast<uint8_t>(value / 10 << 4 | value % 10); }
-int FromBcd(int digits) { return (digits >> 4) * 10 + (digits & 15); }
+// -1 for digits that are none.
+int FromBcd(int digits) {
+  return (digits >> 4) > 9 || (digits & 15) > 9 ? -1 : (digits >> 4) * 10 + (digits & 15);
+}
 
 void WriteTimeCode(const CaptionPacket& packet, Bytes* out) {
   const Timecode& t = *packet.timecode;
@@ -62,15 +65,17 @@ class Cursor {
   bool short_ = false;
 };
 
-Timecode ReadTimeCode(Cursor& cursor, CaptionPacket* packet) {
+// Leaves out a timecode whose digits are none: the captions beside it are what people want.
+void ReadTimeCode(Cursor& cursor, CaptionPacket* packet) {
   const int hours = cursor.Next() & 0x3F;
   const int minutes = cursor.Next() & 0x7F;
   const int seconds = cursor.Next();
   const int frames = cursor.Next();
-  packet->dropFrame = (frames & 0x80) != 0;
   Timecode t{FromBcd(hours), FromBcd(minutes), FromBcd(seconds & 0x7F), FromBcd(frames & 0x3F)};
+  if (t.hours < 0 || t.minutes < 0 || t.seconds < 0 || t.frames < 0) return;
   if (InfoOf(packet->rate).nominal > 30) t.frames = t.frames * 2 + ((seconds & 0x80) != 0 ? 1 : 0);
-  return t;
+  packet->dropFrame = (frames & 0x80) != 0;
+  packet->timecode = t;
 }
 
 void ReadTriplets(Cursor& cursor, CaptionPacket* packet) {
@@ -133,7 +138,7 @@ std::optional<CaptionPacket> ReadCdp(const Bytes& cdp, std::string* reason) {
   packet.counter = cursor.NextTwo();
   uint8_t section = cursor.Next();
   if (section == kTimeCodeSection) {
-    packet.timecode = ReadTimeCode(cursor, &packet);
+    ReadTimeCode(cursor, &packet);
     section = cursor.Next();
   }
   if (section == kCcDataSection) {

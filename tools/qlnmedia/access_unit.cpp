@@ -27,6 +27,18 @@ bool IsDelimiter(Codec codec, int unitType) { return unitType == (codec == Codec
 
 bool IsSps(Codec codec, int unitType) { return unitType == (codec == Codec::kH264 ? 7 : 33); }
 
+bool IsBaseLayer(Codec codec, ByteSpan unit) {
+  return codec == Codec::kH264 || unit.size() < 2 || ((unit[0] & 1) == 0 && unit[1] >> 3 == 0);
+}
+
+size_t OutgrownUnit(const UnitRun& run, Framing framing) {
+  if (framing.startCodes() || framing.lengthBytes >= 4) return 0;
+  for (const Unit& unit : run.units) {
+    if (unit.bytes.size() >> 8 * framing.lengthBytes != 0) return unit.bytes.size();
+  }
+  return 0;
+}
+
 size_t FirstPictureUnit(Codec codec, const std::vector<Unit>& units) {
   for (size_t i = 0; i < units.size(); ++i) {
     const int type = UnitType(codec, units[i].bytes);

@@ -14,6 +14,11 @@ namespace qlnmedia {
 bool IsSei(Codec codec, int unitType);
 bool IsDelimiter(Codec codec, int unitType);
 bool IsSps(Codec codec, int unitType);
+// False for HEVC units of a layer above the base layer (nuh_layer_id).
+bool IsBaseLayer(Codec codec, ByteSpan unit);
+// The size of the first unit that does not fit its length field, so that PutTogether would damage it; 0 if
+// there is none.
+size_t OutgrownUnit(const UnitRun& run, Framing framing);
 
 // Index of the first unit that belongs to the coded picture itself: its first slice, or the prefix unit in
 // front of it; the number of units if there is none.

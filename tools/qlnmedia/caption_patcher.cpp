@@ -82,13 +82,11 @@ Bytes CaptionPatcher::PatchUnits(ByteSpan data, const Triplets* triplets) {
     InsertSei(*codec_, run.units, MakeCaptionUnit(*codec_, run.units[first].bytes, *triplets));
     ++added_;
   }
-  const int lengthBytes = framing_.lengthBytes;
-  for (const Unit& unit : run.units) {
-    if (lengthBytes > 0 && lengthBytes < 4 && unit.bytes.size() >> 8 * lengthBytes != 0)
-      throw ToolError(survey_.path,
-                      fmt::format("stream {}: a unit of {} bytes does not fit its length field of {} bytes",
-                                  survey_.stream, unit.bytes.size(), lengthBytes));
-  }
+  const size_t outgrown = OutgrownUnit(run, framing_);
+  if (outgrown != 0)
+    throw ToolError(survey_.path,
+                    fmt::format("stream {}: a unit of {} bytes does not fit its {}-byte length field",
+                                survey_.stream, outgrown, framing_.lengthBytes));
   return PutTogether(run, framing_);
 }
 

@@ -16,6 +16,7 @@
 #include "qlnmedia/hdr_values.h"
 #include "qlnmedia/media_file.h"
 #include "qlnmedia/names.h"
+#include "qlnmedia/order_check.h"
 #include "qlnmedia/progress.h"
 #include "qlnmedia/raw_end.h"
 #include "qlnmedia/set_edit.h"
@@ -25,6 +26,10 @@
 namespace qlnmedia {
 
 namespace {
+
+// profile_idc of H.264.
+constexpr uint8_t kBaseline = 66;
+constexpr uint8_t kExtended = 88;
 
 // Values differ, and both sides say something.
 bool Differ(int container, int stream) { return container != 2 && stream != 2 && container != stream; }
@@ -49,10 +54,8 @@ class StreamChecker {
   void Packet(const AVPacket& packet) {
     const UnitRun run = TakeApart(ByteSpan(packet.data, static_cast<size_t>(packet.size)), config_.framing);
     if (run.damaged()) Add("damage", "a length leads past the end of its frame", frames_);
-    for (const Unit& unit : run.units) {
-      if (IsParameterSet(codec_, UnitType(codec_, unit.bytes))) CheckSet(unit.bytes, frames_);
-    }
-    CheckOrder(run.units);
+    for (const Unit& unit : run.units) CheckSet(unit.bytes, frames_);
+    for (std::string& text : OrderFindings(codec_, run.units, rules_)) Add("order", std::move(text), frames_);
     CheckHdr(run.units);
     ++frames_;
   }
@@ -98,11 +101,21 @@ class StreamChecker {
     return std::pair{type, (bits >> (31 - 2 * zeros)) - 1};
   }
 
-  void CheckSet(const Bytes& unit, int64_t frame) {
+  uint32_t MostId(int type) const {
+    if (IsSps(codec_, type)) return codec_ == Codec::kH264 ? 31 : 15;
+    if (type == 32) return 15;
+    return codec_ == Codec::kH264 ? 255 : 63;
+  }
+
+  // Takes any unit; those of higher layers have a syntax of their own and are not looked at.
+  void CheckSet(const Bytes& whole, int64_t frame) {
+    if (!IsParameterSet(codec_, UnitType(codec_, whole)) || !IsBaseLayer(codec_, whole)) return;
+    Bytes unit = whole;
+    while (!unit.empty() && unit.back() == 0) unit.pop_back();  // zero bytes behind a set say nothing
     const auto key = KeyOf(unit);
     const std::string name = UnitTypeName(codec_, UnitType(codec_, unit));
-    if (!key) {
-      Add("damage", fmt::format("a {} breaks off", name), frame);
+    if (!key || key->second > MostId(key->first)) {
+      Add("damage", name + (key ? " has an id that does not exist" : " breaks off"), frame);
       return;
     }
     const auto known = sets_.find(*key);
@@ -114,7 +127,12 @@ class StreamChecker {
           frame);
     }
     sets_[*key] = {unit, frame};
-    if (IsSps(codec_, key->first)) CheckSps(*ReadSpsSummary(codec_, unit), frame);
+    if (!IsSps(codec_, key->first)) return;
+    const SpsSummary sps = *ReadSpsSummary(codec_, unit);
+    rules_.twoFields = rules_.twoFields || (codec_ == Codec::kH264 ? !sps.frameMbsOnly : sps.interlace[2]);
+    rules_.anySliceOrder =
+        rules_.anySliceOrder || (codec_ == Codec::kH264 && (unit[1] == kBaseline || unit[1] == kExtended));
+    CheckSps(sps, frame);
   }
 
   void CheckSps(const SpsSummary& sps, int64_t frame) {
@@ -166,16 +184,21 @@ class StreamChecker {
   }
 
   void CheckRate(const SpsSummary& sps, const std::string& where, int64_t frame) {
-    const AVRational rate = file_.context()->streams[index_]->avg_frame_rate;
+    const AVStream& stream = *file_.context()->streams[index_];
+    const AVRational rate = stream.avg_frame_rate;
     if (file_.isRawStream() || file_.formatName() == "mpegts" || rate.num <= 0 || rate.den <= 0) return;
     if (sps.numUnitsInTick == 0 || sps.timeScale == 0) return;
     const double said =
         static_cast<double>(sps.timeScale) / sps.numUnitsInTick / (codec_ == Codec::kH264 ? 2 : 1);
-    const double is = av_q2d(rate);
-    // Containers average; only what cannot be rounding counts.
-    if (std::abs(said - is) > 0.02 * is)
+    // Containers average, and single pictures may be left out: only a rate that neither the average nor the
+    // distances between pictures show counts.
+    const auto shows = [said](AVRational is) {
+      return is.num > 0 && is.den > 0 && std::abs(said - av_q2d(is)) <= 0.02 * av_q2d(is);
+    };
+    if (!shows(rate) && !shows(stream.r_frame_rate))
       Add("rate",
-          fmt::format("the container runs at {:.5g} frames a second, {} says {:.5g}", is, where, said),
+          fmt::format("the container runs at {:.5g} frames a second, {} says {:.5g}", av_q2d(rate), where,
+                      said),
           frame);
   }
 
@@ -199,55 +222,6 @@ class StreamChecker {
       }
       return;
     }
-  }
-
-  bool MayHoldTwoFields() const {
-    for (const auto& [key, set] : sets_) {
-      if (!IsSps(codec_, key.first)) continue;
-      const std::optional<SpsSummary> sps = ReadSpsSummary(codec_, set.bytes);
-      if (sps && (codec_ == Codec::kH264 ? !sps->frameMbsOnly : sps->interlace[2])) return true;
-    }
-    return false;
-  }
-
-  // Whether a slice is the first of its picture. Baseline and Extended allow slices in any order.
-  bool BeginsPicture(const Bytes& slice) const {
-    for (const auto& [key, set] : sets_) {
-      if (codec_ == Codec::kH264 && IsSps(codec_, key.first) && set.bytes.size() > 1 &&
-          (set.bytes[1] == 66 || set.bytes[1] == 88))
-        return true;
-    }
-    const size_t header = codec_ == Codec::kH264 ? 1 : 2;
-    return slice.size() > header && (slice[header] & 0x80) != 0;
-  }
-
-  void CheckOrder(const std::vector<Unit>& units) {
-    bool slice = false;
-    bool first = true;
-    const bool fields = MayHoldTwoFields();  // the second field is an access unit of its own
-    for (const Unit& unit : units) {
-      const int type = UnitType(codec_, unit.bytes);
-      const std::string name = UnitTypeName(codec_, type);
-      if (IsSlice(codec_, type)) {
-        if (!slice && !BeginsPicture(unit.bytes))
-          Add("order",
-              "a frame does not begin with its picture's first slice: a unit between its slices cut it, "
-              "or slices are missing",
-              frames_);
-        slice = true;
-      } else if (IsDelimiter(codec_, type)) {
-        if (!first && !(fields && slice))
-          Add("order", "an access unit delimiter is not the first unit of its frame", frames_);
-      } else if (slice && !fields && (IsParameterSet(codec_, type) || (IsSei(codec_, type) && type != 40))) {
-        Add("order",
-            fmt::format("{} {} stands behind a slice of its frame", name[0] == 'S' ? "an" : "a", name),
-            frames_);
-      } else if (!slice && codec_ == Codec::kHevc && type == 40) {
-        Add("order", "a suffix SEI stands in front of the slices of its frame", frames_);
-      }
-      first = false;
-    }
-    if (!slice) Add("order", "a frame has no slice", frames_);
   }
 
   void CheckHdr(const std::vector<Unit>& units) {
@@ -285,6 +259,7 @@ class StreamChecker {
   ConfigRecord config_;
   std::string place_;
   std::map<std::pair<int, uint32_t>, KnownSet> sets_;
+  OrderRules rules_;
   StreamHdr containerHdr_;
   std::optional<MasteringDisplay> mastering_;
   std::optional<LightLevel> lightLevel_;

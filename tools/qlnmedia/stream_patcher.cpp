@@ -67,7 +67,10 @@ void StreamPatcher::PatchParameters(AVStream* out) {
            (options_.lightLevel && message.type == kContentLightLevel);
   };
   for (ConfigRecord::List& list : config_.lists) {
-    for (Bytes& unit : list.units) patch(unit);
+    for (Bytes& unit : list.units) {
+      patch(unit);
+      if (unit.size() > 0xFFFF) Fail("a parameter set outgrows the configuration record");
+    }
     std::erase_if(list.units, [&](Bytes& unit) {
       return IsSei(codec_, UnitType(codec_, unit)) &&
              RemoveSeiMessages(codec_, unit, unwanted, &seiRemoved_) == SeiRemoval::kEmptied;
@@ -169,12 +172,10 @@ void StreamPatcher::PatchPacket(AVPacket* packet) {
   if (interlace_) changed = interlace_->PatchPacket(run.units) || changed;
   changed = PatchUnits(run.units, randomAccess) || changed;
   if (!changed) return;
-  const int lengthBytes = config_.framing.lengthBytes;
-  for (const Unit& unit : run.units) {
-    if (lengthBytes > 0 && lengthBytes < 4 && unit.bytes.size() >> 8 * lengthBytes != 0)
-      Fail(fmt::format("a unit of {} bytes does not fit its length field of {} bytes", unit.bytes.size(),
-                       lengthBytes));
-  }
+  const size_t outgrown = OutgrownUnit(run, config_.framing);
+  if (outgrown != 0)
+    Fail(fmt::format("a unit of {} bytes does not fit its {}-byte length field", outgrown,
+                     config_.framing.lengthBytes));
   ReplacePacketData(packet, PutTogether(run, config_.framing));
 }
 

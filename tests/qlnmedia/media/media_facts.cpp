@@ -15,7 +15,7 @@ std::string Text(const std::string& command) {
 }
 
 std::string Decoded(const std::string& file) {
-  return Text("ffmpeg -v error -i '" + file +
+  return Text("ffmpeg -v fatal -i '" + file +
               "' -map 0:v -f framemd5 - | grep -v '^#' | awk -F, '{print $NF}'");
 }
 
