@@ -191,7 +191,7 @@ TEST(CheckPlants, DamagedSetsAndRecords) {
   ExpectFound(Planted(AvcClip(), "mp4", InBand(AvcClip(), 7, [](Bytes& unit) { unit.resize(6); })),
               "damage: SPS breaks off");
   Remake remake;
-  remake.privateData = [](Bytes& data) { data.resize(data.size() - 9); };
+  remake.privateData = [](Bytes& data) { data.erase(data.end() - 9, data.end()); };
   ExpectFound(Planted(HevcClip(), "mkv", remake), "damage: the configuration record breaks off");
 }
 
