@@ -36,8 +36,11 @@ CommandResult Run(const std::string& command, int secondsLimit) {
 }
 
 std::string MediaPath(const std::string& name) {
-  fs::create_directories(QLN_MEDIA_DIR);
-  return std::string(QLN_MEDIA_DIR) + "/" + name;
+  // Shards of one program run at the same time, and its tests write files of the same names.
+  const char* const shard = std::getenv("GTEST_SHARD_INDEX");
+  const std::string folder = QLN_MEDIA_DIR + (shard != nullptr ? "/shard-" + std::string(shard) : "");
+  fs::create_directories(folder);
+  return folder + "/" + name;
 }
 
 std::string MediaFile(const std::string& name, const std::string& command, int secondsLimit) {

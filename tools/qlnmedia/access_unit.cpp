@@ -27,6 +27,12 @@ bool IsDelimiter(Codec codec, int unitType) { return unitType == (codec == Codec
 
 bool IsSps(Codec codec, int unitType) { return unitType == (codec == Codec::kH264 ? 7 : 33); }
 
+bool BeginsAccessUnit(Codec codec, int unitType) {
+  if (codec == Codec::kH264) return (unitType >= 6 && unitType <= 9) || (unitType >= 14 && unitType <= 18);
+  return (unitType >= 32 && unitType <= 35) || unitType == 39 || (unitType >= 41 && unitType <= 44) ||
+         (unitType >= 48 && unitType <= 55);
+}
+
 bool IsBaseLayer(Codec codec, ByteSpan unit) {
   return codec == Codec::kH264 || unit.size() < 2 || ((unit[0] & 1) == 0 && unit[1] >> 3 == 0);
 }

@@ -14,6 +14,9 @@ namespace qlnmedia {
 bool IsSei(Codec codec, int unitType);
 bool IsDelimiter(Codec codec, int unitType);
 bool IsSps(Codec codec, int unitType);
+// True for units that may stand in front of a picture's first slice but not between or behind its slices: the
+// first of them behind a picture begins the next access unit.
+bool BeginsAccessUnit(Codec codec, int unitType);
 // False for HEVC units of a layer above the base layer (nuh_layer_id).
 bool IsBaseLayer(Codec codec, ByteSpan unit);
 // The size of the first unit that does not fit its length field, so that PutTogether would damage it; 0 if

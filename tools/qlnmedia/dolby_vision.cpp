@@ -8,14 +8,6 @@
 
 #include "qlnutil/qlnhevc.h"
 
-extern "C" {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wconversion"
-#pragma GCC diagnostic ignored "-Wpedantic"
-#include <libavutil/dovi_meta.h>
-#pragma GCC diagnostic pop
-}
-
 namespace qlnmedia {
 
 void AddDolbyVisionConfiguration(Section& stream, const AVStream& source) {

@@ -1,4 +1,4 @@
-// Owners of libavformat's and libavcodec's objects.
+// libavformat, libavcodec and libavutil, and owners of their objects.
 #ifndef TOOLS_QLNMEDIA_LIBAV_HANDLES_H
 #define TOOLS_QLNMEDIA_LIBAV_HANDLES_H
 
@@ -9,6 +9,9 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/avutil.h>
+#include <libavutil/dovi_meta.h>
+#include <libavutil/imgutils.h>
+#include <libavutil/mastering_display_metadata.h>
 #pragma GCC diagnostic pop
 }
 

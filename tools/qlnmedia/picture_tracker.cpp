@@ -6,16 +6,6 @@
 
 namespace qlnmedia {
 
-namespace {
-
-// Units that may stand in front of a picture's first slice but not between or behind its slices.
-bool BeginsAccessUnit(Codec codec, int type) {
-  if (codec == Codec::kH264) return (type >= 6 && type <= 9) || (type >= 14 && type <= 18);
-  return (type >= 32 && type <= 35) || type == 39 || (type >= 41 && type <= 44) || (type >= 48 && type <= 55);
-}
-
-}  // namespace
-
 bool PictureTracker::BeginsPicture(const SliceHead& last, const SliceHead& head) const {
   if (codec_ == Codec::kHevc) return head.firstSegment;
   const bool idr = head.unitType == 5;

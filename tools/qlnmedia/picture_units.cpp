@@ -43,11 +43,6 @@ void PictureReader::TakeSet(ByteSpan unit) {
   if (in.good() && id < 64) extraBits_[id] = extraBits;
 }
 
-bool PictureReader::BeginsAccessUnit(int type) const {
-  if (codec_ == Codec::kH264) return (type >= 6 && type <= 9) || (type >= 14 && type <= 18);
-  return (type >= 32 && type <= 35) || type == 39 || (type >= 41 && type <= 44) || (type >= 48 && type <= 55);
-}
-
 bool PictureReader::BeginsPicture(const Unit& unit) const {
   const int type = UnitType(codec_, unit.bytes);
   if (codec_ == Codec::kHevc)  // first_slice_segment_in_pic_flag
@@ -63,7 +58,7 @@ std::vector<CodedPicture> PictureReader::Pictures(const std::vector<Unit>& units
   for (size_t i = 0; i < units.size(); ++i) {
     const int type = UnitType(codec_, units[i].bytes);
     if (!IsSlice(codec_, type)) {
-      if (begin == kNone && BeginsAccessUnit(type)) begin = i;
+      if (begin == kNone && BeginsAccessUnit(codec_, type)) begin = i;
       continue;
     }
     if (pictures.empty() || (BeginsPicture(units[i]) && !anyOrder_)) {

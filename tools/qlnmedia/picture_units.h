@@ -41,7 +41,6 @@ class PictureReader {
   static uint8_t TemporalPlus1(const Unit& slice);
 
  private:
-  bool BeginsAccessUnit(int type) const;
   bool BeginsPicture(const Unit& unit) const;
   unsigned KindOf(const Unit& slice) const;
 

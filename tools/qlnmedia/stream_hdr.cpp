@@ -9,13 +9,6 @@
 #include "qlnmedia/access_unit.h"
 #include "qlnutil/qlninband.h"
 
-extern "C" {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wconversion"
-#include <libavutil/mastering_display_metadata.h>
-#pragma GCC diagnostic pop
-}
-
 namespace qlnmedia {
 
 namespace {

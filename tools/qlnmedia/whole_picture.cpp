@@ -8,14 +8,6 @@
 
 #include "qlnmedia/libav_handles.h"
 
-extern "C" {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wconversion"
-#pragma GCC diagnostic ignored "-Wpedantic"
-#include <libavutil/imgutils.h>
-#pragma GCC diagnostic pop
-}
-
 namespace qlnmedia {
 
 namespace {
