@@ -17,10 +17,9 @@ using qln::test::Hex;
 using qln::test::Join;
 
 Bytes Box(const std::string& type, const Bytes& body) {
-  Bytes box = {0, 0, static_cast<uint8_t>((body.size() + 8) >> 8), static_cast<uint8_t>(body.size() + 8)};
-  box.insert(box.end(), type.begin(), type.end());
-  box.insert(box.end(), body.begin(), body.end());
-  return box;
+  const Bytes size = {0, 0, static_cast<uint8_t>((body.size() + 8) >> 8),
+                      static_cast<uint8_t>(body.size() + 8)};
+  return Join({size, Bytes(type.begin(), type.end()), body});
 }
 
 IsoLayout LayoutOf(const Bytes& file) {
