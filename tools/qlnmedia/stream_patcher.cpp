@@ -184,7 +184,7 @@ std::string StreamPatcher::Summary() const {
   const auto add = [&text](const std::string& piece) { text += (text.empty() ? "" : ", ") + piece; };
   if (setsChanged_ != 0) add(fmt::format("{} sequence parameter sets in the stream changed", setsChanged_));
   if (configSetsChanged_ != 0)
-    add(fmt::format("{} in the {} changed", configSetsChanged_,
+    add(fmt::format("{} sequence parameter sets in the {} changed", configSetsChanged_,
                     !config_.box             ? "private data"
                     : codec_ == Codec::kH264 ? "avcC"
                                              : "hvcC"));
