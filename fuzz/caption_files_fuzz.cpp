@@ -9,7 +9,7 @@
 
 namespace {
 
-using namespace qln::captions;
+using namespace qlnmedia::captions;
 
 void Expect(bool holds) {
   if (!holds) __builtin_trap();

@@ -8,7 +8,7 @@
 
 namespace {
 
-using namespace qln::captions;
+using namespace qlnmedia::captions;
 
 void Expect(bool holds) {
   if (!holds) __builtin_trap();

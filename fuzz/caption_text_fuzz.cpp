@@ -4,16 +4,16 @@
 #include <bit>
 #include <string_view>
 
+#include "captions/decoder.h"
 #include "captions/line21.h"
 #include "captions/sequencer.h"
 #include "captions/service_block.h"
+#include "captions/text.h"
 #include "fuzz_input.h"
-#include "qlnmedia/caption_decoder.h"
-#include "qlnmedia/caption_text.h"
 
 namespace {
 
-using namespace qln::captions;
+using namespace qlnmedia::captions;
 
 void Expect(bool holds) {
   if (!holds) __builtin_trap();

@@ -2,9 +2,9 @@
 // prevention both ways: whatever the bytes are, none is lost and none is made up.
 
 #include "fuzz_input.h"
-#include "qlnmedia/access_unit.h"
-#include "qlnmedia/mpeg2_units.h"
-#include "qlnmedia/units.h"
+#include "units/access_unit.h"
+#include "units/mpeg2.h"
+#include "units/units.h"
 
 namespace {
 

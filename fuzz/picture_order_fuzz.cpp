@@ -4,11 +4,11 @@
 #include <algorithm>
 
 #include "fuzz_input.h"
-#include "qlnmedia/hevc_timing.h"
-#include "qlnmedia/picture_tracker.h"
-#include "qlnmedia/picture_units.h"
-#include "qlnmedia/presentation_order.h"
-#include "qlnmedia/timecode.h"
+#include "pictures/picture_tracker.h"
+#include "pictures/picture_units.h"
+#include "pictures/presentation_order.h"
+#include "timing/hevc_timing.h"
+#include "timing/timecode.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Picture timing payloads under any layout: what was read and written again reads the same.
 
 #include "fuzz_input.h"
-#include "qlnmedia/timecode.h"
+#include "timing/timecode.h"
 
 namespace {
 

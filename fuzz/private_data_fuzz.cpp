@@ -2,7 +2,7 @@
 // byte for byte.
 
 #include "fuzz_input.h"
-#include "qlnmedia/config_record.h"
+#include "units/config_record.h"
 
 namespace {
 

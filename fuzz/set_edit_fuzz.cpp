@@ -2,7 +2,7 @@
 // was, and a set that is edited back is what it was.
 
 #include "fuzz_input.h"
-#include "qlnmedia/set_edit.h"
+#include "sets/set_edit.h"
 
 namespace {
 

@@ -1,4 +1,5 @@
-// Diagnostics: every message of the process goes through one sink, which a host may set.
+// Diagnostics: every message of the process goes through one sink, which a host may set; a thread may have
+// one of its own.
 
 #include <cstdarg>
 #include <cstdio>
@@ -21,7 +22,14 @@ std::mutex sinkMutex;
 KXDiagnosticSink currentSink = WriteToStandardError;
 void* currentContext = nullptr;
 
+struct ThreadSink {
+  KXDiagnosticSink sink = nullptr;
+  void* context = nullptr;
+};
+thread_local ThreadSink threadSink;
+
 void Emit(uint32_t severity, const char* text) {
+  if (threadSink.sink != nullptr) return threadSink.sink(severity, text, threadSink.context);
   const std::lock_guard<std::mutex> lock(sinkMutex);
   currentSink(severity, text, currentContext);
 }
@@ -53,6 +61,13 @@ void kxSetDiagnosticSink(KXDiagnosticSink sink, void* context) {
   const std::lock_guard<std::mutex> lock(sinkMutex);
   currentSink = sink != nullptr ? sink : WriteToStandardError;
   currentContext = context;
+}
+
+void kxSetThreadDiagnosticSink(KXDiagnosticSink sink, void* context, KXDiagnosticSink* previousSink,
+                               void** previousContext) {
+  if (previousSink != nullptr) *previousSink = threadSink.sink;
+  if (previousContext != nullptr) *previousContext = threadSink.context;
+  threadSink = {sink, sink != nullptr ? context : nullptr};
 }
 
 void ErrOut(const char* format, ...) {

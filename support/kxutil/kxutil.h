@@ -209,6 +209,13 @@ typedef void (*KXDiagnosticSink)(uint32_t severity, const char* text, void* cont
 /// line to standard error. Calls of the sink do not overlap. The sink must not emit diagnostics itself.
 KX_API void kxSetDiagnosticSink(KXDiagnosticSink sink, void* context);
 
+/// Sends the diagnostics that the calling thread emits to @p sink instead, until the thread calls this again;
+/// null sends them to the process's sink again. For a caller that wants to know what its own calls say while
+/// other threads go on. @param previousSink, previousContext the thread's sink so far, for whoever puts it
+/// back; may be null.
+KX_API void kxSetThreadDiagnosticSink(KXDiagnosticSink sink, void* context, KXDiagnosticSink* previousSink,
+                                      void** previousContext);
+
 /// Emits a diagnostic line made from a printf format; null emits nothing. Never fails. Safe from any thread.
 KX_API void ErrOut(const char* format, ...) __attribute__((format(printf, 1, 2)));
 

@@ -5,7 +5,9 @@
 
 #include <algorithm>
 
-#include "qlnmedia/format_report.h"
+#include "base/numbers.h"
+#include "inspect/format.h"
+
 #include "qlnmedia/program.h"
 
 namespace qln::test {

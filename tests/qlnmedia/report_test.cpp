@@ -1,6 +1,6 @@
 // The report model: both printers show the same facts.
 
-#include "qlnmedia/report.h"
+#include "report_text.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ Section Sample() {
 }
 
 TEST(Report, TextAlignsFactsAndTables) {
-  EXPECT_EQ(Sample().ToText(Style(false), 100),
+  EXPECT_EQ(ReportText(Sample(), Style(false), 100),
             "clip.mp4\n"
             "  Size            1.2 MB\n"
             "  Container name  mp4\n"
@@ -61,8 +61,8 @@ TEST(Report, JsonKeepsValuesAndOrder) {
 TEST(Report, ShortElementsStandInColumnsReadDownwards) {
   Section report;
   report.AddElements("e", "", {{"aa", 1, ""}, {"b", 22, ""}, {"ccc", 3, ""}, {"d", -4, ""}});
-  EXPECT_EQ(report.ToText(Style(false), 16), "aa   1   ccc  3\nb   22   d   -4\n");
-  EXPECT_EQ(report.ToText(Style(false), 10), "aa   1\nb   22\nccc  3\nd   -4\n");
+  EXPECT_EQ(ReportText(report, Style(false), 16), "aa   1   ccc  3\nb   22   d   -4\n");
+  EXPECT_EQ(ReportText(report, Style(false), 10), "aa   1\nb   22\nccc  3\nd   -4\n");
 }
 
 TEST(Report, LongArraysAreBrokenIntoLinesOfSixteen) {
@@ -70,19 +70,19 @@ TEST(Report, LongArraysAreBrokenIntoLinesOfSixteen) {
   Json list = Json::array();
   for (int i = 0; i < 17; ++i) list.push_back(i);
   report.AddElements("e", "", {{"list", list, ""}});
-  EXPECT_EQ(report.ToText(Style(false), 100),
+  EXPECT_EQ(ReportText(report, Style(false), 100),
             "list \n     0   1   2   3   4   5   6   7   8   9  10  11  12  13  14  15\n    16\n");
 }
 
 TEST(Report, ColoursOnlyWhenAskedFor) {
-  EXPECT_EQ(Sample().ToText(Style(false), 100).find('\x1b'), std::string::npos);
-  EXPECT_THAT(Sample().ToText(Style(true), 100), HasSubstr("\x1b["));
+  EXPECT_EQ(ReportText(Sample(), Style(false), 100).find('\x1b'), std::string::npos);
+  EXPECT_THAT(ReportText(Sample(), Style(true), 100), HasSubstr("\x1b["));
 }
 
 TEST(Report, ForeignControlCharactersAreMadeVisible) {
   Section report;
   report.Add("name", "Name", "a\x1b[31mb");
-  EXPECT_EQ(report.ToText(Style(false), 100), "Name  a\\x1B[31mb\n");
+  EXPECT_EQ(ReportText(report, Style(false), 100), "Name  a\\x1B[31mb\n");
 }
 
 }  // namespace

@@ -21,7 +21,26 @@ ALLOWED = {
     "support/qlnutil/h264": LOW | {"nalstream", "bits"},
     "support/qlnutil/hevc": LOW | {"nalstream", "bits", "h264"},
     "support/qlnutil/inband": LOW | {"nalstream", "bits", "h264", "hevc"},
-    "tools/captions": set(),
+}
+# The rooms of the engine, lowest first, by what they may include beside themselves and the libraries below. LIBRARY
+# stands for libav and its kin: only rooms that have it may include media/container/libav_handles.h or <libav...>.
+BASE = {"base"}
+STREAM = BASE | {"units", "sets", "pictures"}
+SAID = STREAM | {"timing", "hdr", "captions"}
+FILES = SAID | {"edit", "container"}
+ROOMS = {
+    "base": set(),
+    "units": BASE,
+    "sets": BASE | {"units"},
+    "pictures": BASE | {"units", "sets"},
+    "timing": STREAM,
+    "hdr": STREAM,
+    "captions": STREAM | {"timing"},
+    "edit": SAID,
+    "container": BASE | {"units"},
+    "check": FILES,
+    "inspect": FILES,
+    "patch": FILES,
 }
 # The exported header of a family belongs to one folder and may be included wherever that folder may.
 HEADER_HOME = {
@@ -37,8 +56,6 @@ def home_of(include):
     parts = include.split("/")
     if parts[0] == "qlnutil":
         return HEADER_HOME.get(parts[1], "unknown") if len(parts) == 2 else parts[1]
-    if parts[0] == "captions":
-        return "captions"
     return parts[0]
 
 

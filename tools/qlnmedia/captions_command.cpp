@@ -6,16 +6,17 @@
 #include <memory>
 #include <string>
 
+#include "base/error.h"
+#include "base/text_file.h"
 #include "captions/caption_track.h"
-#include "qlnmedia/caption_decoder.h"
-#include "qlnmedia/commands.h"
-#include "qlnmedia/output.h"
-#include "qlnmedia/text_file.h"
-#include "qlnmedia/tool_error.h"
+#include "captions/decoder.h"
+#include "commands.h"
+#include "output.h"
+#include "progress_bar.h"
 
 namespace qlnmedia {
 
-namespace captions = qln::captions;
+namespace captions = qlnmedia::captions;
 
 namespace {
 
@@ -33,16 +34,18 @@ void WriteMccFile(const CaptionSurvey& survey, const std::string& path) {
   captions::MccTrackWriter writer(*survey.pace.rate);
   TextFileWriter file(path);
   file.Write(writer.Heading());
-  ReadCaptions(survey, [&](const CaptionedPicture& picture) {
-    file.Write(writer.Lines(picture.triplets, picture.number));
-  });
+  ReadCaptions(
+      survey,
+      [&](const CaptionedPicture& picture) { file.Write(writer.Lines(picture.triplets, picture.number)); },
+      ProgressBar());
   file.Finish();
 }
 
 void WriteSccFile(const CaptionSurvey& survey, const std::string& path) {
   captions::SccTrackWriter writer(*survey.pace.rate);
-  ReadCaptions(survey,
-               [&](const CaptionedPicture& picture) { writer.Add(picture.triplets, picture.number); });
+  ReadCaptions(
+      survey, [&](const CaptionedPicture& picture) { writer.Add(picture.triplets, picture.number); },
+      ProgressBar());
   WriteTextFile(path, writer.Text());
 }
 
@@ -53,8 +56,8 @@ std::vector<CaptionLine> LinesOf(const std::vector<CaptionService>& services, co
     if (asked || (options.service.empty() && !service.lines.empty())) return service.lines;
   }
   if (options.service.empty()) return {};
-  throw ToolError(options.file, fmt::format("has no captions of service \"{}\"", options.service),
-                  services.empty() ? "" : fmt::format("it has {}", NamesOf(services)));
+  throw Error(options.file, fmt::format("has no captions of service \"{}\"", options.service),
+              services.empty() ? "" : fmt::format("it has {}", NamesOf(services)));
 }
 
 void Show(const CaptionSurvey& survey, const std::vector<CaptionService>& services) {
@@ -71,21 +74,21 @@ void Run(const Options& options) {
   const bool scc = EndsWith(options.out, ".scc");
   const bool srt = EndsWith(options.out, ".srt");
   if (!options.out.empty() && !mcc && !scc && !srt && !EndsWith(options.out, ".txt"))
-    throw ToolError(options.out, "is no kind of caption file that is known",
-                    "end it in .mcc, .scc, .srt or .txt");
+    throw Error(options.out, "is no kind of caption file that is known",
+                "end it in .mcc, .scc, .srt or .txt");
   if ((mcc || scc) && !options.service.empty())
-    throw ToolError("--service", "goes with text, not with .mcc and .scc files",
-                    "a .mcc file holds all services, a .scc file line 21 field 1");
-  const CaptionSurvey survey = SurveyCaptions(options.file);
+    throw Error("--service", "goes with text, not with .mcc and .scc files",
+                "a .mcc file holds all services, a .scc file line 21 field 1");
+  const CaptionSurvey survey = SurveyCaptions(options.file, SIZE_MAX, ProgressBar());
   if (survey.captioned() == 0)
-    throw ToolError(options.file, fmt::format("stream {} has no captions", survey.stream));
+    throw Error(options.file, fmt::format("stream {} has no captions", survey.stream));
   if ((mcc || scc) && !survey.pace.rate)
-    throw ToolError(options.file,
-                    fmt::format("has {:.3f} pictures a second, for which caption files have no rate",
-                                survey.pace.picturesPerSecond));
+    throw Error(options.file,
+                fmt::format("has {:.3f} pictures a second, for which caption files have no rate",
+                            survey.pace.picturesPerSecond));
   if (mcc) return WriteMccFile(survey, options.out);
   if (scc) return WriteSccFile(survey, options.out);
-  std::vector<CaptionService> services = DecodeCaptions(survey);
+  std::vector<CaptionService> services = DecodeCaptions(survey, ProgressBar());
   if (options.out.empty() && options.service.empty()) return Show(survey, services);
   const std::vector<CaptionLine> lines = LinesOf(services, options);
   if (options.out.empty()) return Print(WriteCaptionText(lines));

@@ -5,12 +5,14 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "qlnmedia/check.h"
-#include "qlnmedia/commands.h"
-#include "qlnmedia/messages.h"
-#include "qlnmedia/output.h"
-#include "qlnmedia/report.h"
-#include "qlnmedia/tool_error.h"
+#include "base/error.h"
+#include "base/library_messages.h"
+#include "base/report.h"
+#include "check/check.h"
+#include "commands.h"
+#include "exit_status.h"
+#include "output.h"
+#include "progress_bar.h"
 
 namespace qlnmedia {
 
@@ -23,7 +25,7 @@ struct Options {
 
 void Run(const Options& options) {
   const MessageSink messages;
-  const std::vector<Finding> findings = CheckFile(options.file);
+  const std::vector<Finding> findings = CheckFile(options.file, ProgressBar());
   const Style style = Style::ForStream(stdout);
   Json list = Json::array();
   for (const Finding& finding : findings) {

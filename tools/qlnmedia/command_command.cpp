@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "base/error.h"
+#include "base/library_messages.h"
+#include "commands.h"
 #include "kxutil/kxutil.h"
-#include "qlnmedia/commands.h"
-#include "qlnmedia/messages.h"
-#include "qlnmedia/output.h"
-#include "qlnmedia/tool_error.h"
+#include "output.h"
 #include "qlnutil/mediacmd.h"
 #include "qlnutil/mediacmd/command_json.h"
 #include "qlnutil/mediacmd/command_words.h"
@@ -132,11 +132,11 @@ MediaCmd MakeCommand(const Options& options, const CLI::App& given, uint32_t typ
 std::string ReadText(const std::string& path) {
   constexpr std::streamsize kMost = 64 << 20;
   std::ifstream file(path, std::ios::binary);
-  if (!file) throw ToolError(path, "cannot be opened");
+  if (!file) throw Error(path, "cannot be opened");
   std::string text(static_cast<size_t>(kMost), '\0');
   file.read(text.data(), kMost);
-  if (file.bad() || (file.gcount() == 0 && !file.eof())) throw ToolError(path, "cannot be read");
-  if (file.gcount() == kMost) throw ToolError(path, "is too long for a command");
+  if (file.bad() || (file.gcount() == 0 && !file.eof())) throw Error(path, "cannot be read");
+  if (file.gcount() == kMost) throw Error(path, "is too long for a command");
   text.resize(static_cast<size_t>(file.gcount()));
   return text;
 }
@@ -153,8 +153,8 @@ bool ReadCommand(const std::string& path, uint32_t type, MediaCmd& command) {
   if (!isRead) {
     std::string why;
     for (const LibraryMessage& message : messages.Take()) why += " (" + message.text + ")";
-    throw ToolError(path, "holds no command" + why,
-                    "give XML with the root MediaCmd, or JSON with that key first");
+    throw Error(path, "holds no command" + why,
+                "give XML with the root MediaCmd, or JSON with that key first");
   }
   // The size in the text is a stranger's: a shorter one bounds data, a longer one would reach outside.
   if (command.StructSize > sizeof command) command.StructSize = sizeof command;

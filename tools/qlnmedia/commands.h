@@ -1,5 +1,5 @@
 // The subcommands of qlnmedia. Each stands in a file of its own, which adds its options to the application
-// and a callback that does the work: it prints through output.h, throws ToolError when it fails, and ToolExit
+// and a callback that does the work: it prints through output.h, throws Error when it fails, and ToolExit
 // when another status than success is its result.
 #ifndef TOOLS_QLNMEDIA_COMMANDS_H
 #define TOOLS_QLNMEDIA_COMMANDS_H

@@ -6,9 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "qlnmedia/commands.h"
-#include "qlnmedia/format_report.h"
-#include "qlnmedia/output.h"
+#include "base/numbers.h"
+#include "commands.h"
+#include "inspect/format.h"
+#include "output.h"
+#include "report_text.h"
 
 namespace qlnmedia {
 
@@ -57,7 +59,7 @@ void Run(const Options& options) {
   if (options.json) {
     Print(report.ToJson().dump(2) + "\n");
   } else {
-    Print(report.ToText(Style::ForStream(stdout), OutputWidth(stdout)));
+    Print(ReportText(report, Style::ForStream(stdout), OutputWidth(stdout)));
   }
 }
 

@@ -3,9 +3,10 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "qlnmedia/commands.h"
-#include "qlnmedia/inspect.h"
-#include "qlnmedia/output.h"
+#include "commands.h"
+#include "inspect/inspect.h"
+#include "output.h"
+#include "report_text.h"
 
 namespace qlnmedia {
 
@@ -23,7 +24,7 @@ void Run(const Options& options) {
     // Foreign strings may hold bytes that are no UTF-8.
     Print(report.ToJson().dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
   } else {
-    Print(report.ToText(Style::ForStream(stdout), OutputWidth(stdout)));
+    Print(ReportText(report, Style::ForStream(stdout), OutputWidth(stdout)));
   }
 }
 

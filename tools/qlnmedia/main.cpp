@@ -8,9 +8,10 @@
 #include <cstdio>
 #include <exception>
 
-#include "qlnmedia/commands.h"
-#include "qlnmedia/output.h"
-#include "qlnmedia/tool_error.h"
+#include "base/error.h"
+#include "commands.h"
+#include "exit_status.h"
+#include "output.h"
 
 namespace {
 
@@ -54,7 +55,7 @@ int main(int argc, char** argv) {
     return status;
   } catch (const qlnmedia::ToolExit& exit) {
     return exit.status;
-  } catch (const qlnmedia::ToolError& error) {
+  } catch (const qlnmedia::Error& error) {
     return Fail(error.what(), qlnmedia::kExitFailure);
   } catch (const std::bad_alloc&) {
     return Fail("out of memory", qlnmedia::kExitFailure);

@@ -8,10 +8,10 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "qlnmedia/commands.h"
-#include "qlnmedia/metadata_record.h"
-#include "qlnmedia/output.h"
-#include "qlnmedia/tool_error.h"
+#include "base/error.h"
+#include "commands.h"
+#include "metadata_record.h"
+#include "output.h"
 #include "qlnutil/clipinfo/info_fields.h"
 
 namespace qlnmedia {
@@ -55,7 +55,7 @@ void Get(const Options& options) {
   const MetadataField field = FindField(options.tag);
   const MetadataStore store(options.file, true);
   const std::optional<MetadataValue> value = store.Read(field);
-  if (!value) throw ToolError(store.Name(), std::string(field.name) + " is not set");
+  if (!value) throw Error(store.Name(), std::string(field.name) + " is not set");
   Print(TextOf(*value) + "\n");
 }
 
@@ -86,25 +86,25 @@ void Export(const Options& options) {
   const bool written = file != nullptr &&
                        std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() &&
                        std::fflush(file.get()) == 0;
-  if (!written) throw ToolError(options.path, "cannot be written");
+  if (!written) throw Error(options.path, "cannot be written");
 }
 
 std::string ReadWhole(const std::string& path) {
   const bool fromInput = path == "-";
   FilePointer file(fromInput ? nullptr : std::fopen(path.c_str(), "rb"));
   std::FILE* const input = fromInput ? stdin : file.get();
-  if (input == nullptr) throw ToolError(path, "cannot be opened");
+  if (input == nullptr) throw Error(path, "cannot be opened");
   std::string text;
   char block[4096];
   while (const size_t count = std::fread(block, 1, sizeof block, input)) text.append(block, count);
-  if (std::ferror(input) != 0) throw ToolError(path, "cannot be read");
+  if (std::ferror(input) != 0) throw Error(path, "cannot be read");
   return text;
 }
 
 // All of it is understood before any of it is changed.
 void Import(const Options& options) {
   const auto json = nlohmann::ordered_json::parse(ReadWhole(options.path), nullptr, false);
-  if (json.is_discarded()) throw ToolError(options.path, "is no JSON");
+  if (json.is_discarded()) throw Error(options.path, "is no JSON");
   const auto changes = FromJson(json, options.path);
   MetadataStore store(options.file, false);
   for (const auto& [field, value] : changes) store.Write(field, value);

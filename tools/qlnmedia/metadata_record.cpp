@@ -1,15 +1,15 @@
 // Clip information through the library's record for reading, and key by key for changes: a host must not seed
 // or delete what others wrote.
 
-#include "qlnmedia/metadata_record.h"
+#include "metadata_record.h"
 
 #include <strings.h>
 
 #include <charconv>
 #include <cstring>
 
+#include "base/error.h"
 #include "kxutil/utf8_text.h"
-#include "qlnmedia/tool_error.h"
 #include "qlnutil/clipinfo/info_fields.h"
 #include "qlnutil/qlninfo.h"
 
@@ -102,9 +102,9 @@ MetadataField FindField(const std::string& name) {
   if (found) return *found;
   for (const qln::InfoField& field : qln::kInfoSlots) {
     if (strcasecmp(field.name, name.c_str()) == 0)
-      throw ToolError(name, "belongs to the clip itself and is not stored");
+      throw Error(name, "belongs to the clip itself and is not stored");
   }
-  throw ToolError(name, "no such tag", "metadata list --all names them");
+  throw Error(name, "no such tag", "metadata list --all names them");
 }
 
 MetadataValue ParseValue(const MetadataField& field, const std::string& text) {
@@ -115,18 +115,18 @@ MetadataValue ParseValue(const MetadataField& field, const std::string& text) {
   const char* const end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(begin, end, number, hexadecimal ? 16 : 10);
   if (error != std::errc() || stop != end) {
-    throw ToolError(field.name, "\"" + text + "\" is no number from 0 to 4294967294");
+    throw Error(field.name, "\"" + text + "\" is no number from 0 to 4294967294");
   }
   if (number == QLN_INFO_UNSET)
-    throw ToolError(field.name, text + " means that the field is not set", "use unset");
+    throw Error(field.name, text + " means that the field is not set", "use unset");
   return number;
 }
 
 MetadataStore::MetadataStore(std::string file, bool mustExist) : file_(std::move(file)) {
   if (file_.empty()) return;
-  if (mustExist && kxOSFileExists(file_.c_str()) == 0) throw ToolError(file_, "no such file");
+  if (mustExist && kxOSFileExists(file_.c_str()) == 0) throw Error(file_, "no such file");
   handle_ = kxCFGOpen(file_.c_str(), 0);
-  if (handle_ == 0) throw ToolError(file_, "is no settings file that can be read");
+  if (handle_ == 0) throw Error(file_, "is no settings file that can be read");
 }
 
 MetadataStore::~MetadataStore() {
@@ -172,7 +172,7 @@ void MetadataStore::Save() {
   if (kxCFGClose(std::exchange(handle_, 0), 1) != 0) RefuseWrite();
 }
 
-void MetadataStore::RefuseWrite() const { throw ToolError(Name(), "cannot be written"); }
+void MetadataStore::RefuseWrite() const { throw Error(Name(), "cannot be written"); }
 
 nlohmann::ordered_json ToJson(const std::vector<std::pair<MetadataField, MetadataValue>>& values) {
   nlohmann::ordered_json json = nlohmann::ordered_json::object();
@@ -193,7 +193,7 @@ nlohmann::ordered_json ToJson(const std::vector<std::pair<MetadataField, Metadat
 
 std::vector<std::pair<MetadataField, std::optional<MetadataValue>>> FromJson(
     const nlohmann::ordered_json& json, const std::string& where) {
-  if (!json.is_object()) throw ToolError(where, "holds no JSON object of tags and values");
+  if (!json.is_object()) throw Error(where, "holds no JSON object of tags and values");
   std::vector<std::pair<MetadataField, std::optional<MetadataValue>>> changes;
   for (const auto& [name, value] : json.items()) {
     const MetadataField field = FindField(name);
@@ -203,16 +203,15 @@ std::vector<std::pair<MetadataField, std::optional<MetadataValue>>> FromJson(
       changes.emplace_back(field, ParseValue(field, value.dump()));
     } else if (!field.isNumber && value.is_string()) {
       const std::string text = value.get<std::string>();
-      if (text.find('\0') != std::string::npos) throw ToolError(where, name + " holds a zero character");
+      if (text.find('\0') != std::string::npos) throw Error(where, name + " holds a zero character");
       changes.emplace_back(field, text);
     } else if (!field.isNumber && value.is_object() && value.size() == 1 && value.contains("hex") &&
                value["hex"].is_string()) {
       const std::optional<std::string> bytes = BytesOfHex(value["hex"].get<std::string>());
-      if (!bytes) throw ToolError(where, name + " holds no hexadecimal text");
+      if (!bytes) throw Error(where, name + " holds no hexadecimal text");
       changes.emplace_back(field, *bytes);
     } else {
-      throw ToolError(where,
-                      name + (field.isNumber ? " wants a number from 0 to 4294967294" : " wants a text"));
+      throw Error(where, name + (field.isNumber ? " wants a number from 0 to 4294967294" : " wants a text"));
     }
   }
   return changes;

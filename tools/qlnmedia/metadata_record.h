@@ -22,16 +22,16 @@ struct MetadataField {
   bool isNumber;
 };
 
-// The field of that name, upper and lower case alike. Throws ToolError for a name that no stored field has.
+// The field of that name, upper and lower case alike. Throws Error for a name that no stored field has.
 MetadataField FindField(const std::string& name);
 
-// The value that a text stands for: the text itself, or a number (decimal or 0x). Throws ToolError.
+// The value that a text stands for: the text itself, or a number (decimal or 0x). Throws Error.
 MetadataValue ParseValue(const MetadataField& field, const std::string& text);
 
 // A store that is open while it lives.
 class MetadataStore {
  public:
-  // The default store where `file` is empty. With `mustExist`, a file that is missing is a ToolError.
+  // The default store where `file` is empty. With `mustExist`, a file that is missing is a Error.
   MetadataStore(std::string file, bool mustExist);
   ~MetadataStore();
   MetadataStore(const MetadataStore&) = delete;
@@ -41,10 +41,10 @@ class MetadataStore {
   std::vector<std::pair<MetadataField, MetadataValue>> ReadAll() const;
   std::optional<MetadataValue> Read(const MetadataField& field) const;
 
-  // Sets or (none) removes one key and touches no other. Throws ToolError when the store refuses.
+  // Sets or (none) removes one key and touches no other. Throws Error when the store refuses.
   void Write(const MetadataField& field, const std::optional<MetadataValue>& value);
 
-  // Puts the changes of a user file into place. Throws ToolError when that fails.
+  // Puts the changes of a user file into place. Throws Error when that fails.
   void Save();
 
   // How messages name it.
@@ -60,7 +60,7 @@ class MetadataStore {
 // The record as one JSON object: numbers, texts, and {"hex": ...} for a text that is no UTF-8.
 nlohmann::ordered_json ToJson(const std::vector<std::pair<MetadataField, MetadataValue>>& values);
 
-// The changes that such an object asks for; null removes. Throws ToolError, with `where` in front, for
+// The changes that such an object asks for; null removes. Throws Error, with `where` in front, for
 // anything else.
 std::vector<std::pair<MetadataField, std::optional<MetadataValue>>> FromJson(
     const nlohmann::ordered_json& json, const std::string& where);

@@ -1,6 +1,6 @@
 // Colours, columns, and output whose failure is noticed.
 
-#include "qlnmedia/output.h"
+#include "output.h"
 
 #include <fmt/format.h>
 #include <sys/ioctl.h>
@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "qlnmedia/tool_error.h"
+#include "base/error.h"
 
 namespace qlnmedia {
 
@@ -34,35 +34,6 @@ size_t OutputWidth(std::FILE* stream) {
   winsize size{};
   if (ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col >= 40) return size.ws_col;
   return 100;
-}
-
-size_t ColumnsOf(std::string_view text) {
-  return static_cast<size_t>(std::count_if(text.begin(), text.end(),
-                                           [](char c) { return (static_cast<uint8_t>(c) & 0xC0) != 0x80; }));
-}
-
-std::string PadRight(std::string_view text, size_t width) {
-  std::string padded(text);
-  const size_t columns = ColumnsOf(text);
-  if (columns < width) padded.append(width - columns, ' ');
-  return padded;
-}
-
-std::string PadLeft(std::string_view text, size_t width) {
-  const size_t columns = ColumnsOf(text);
-  return std::string(columns < width ? width - columns : 0, ' ').append(text);
-}
-
-std::string Printable(std::string_view text) {
-  std::string shown;
-  for (const char c : text) {
-    if (static_cast<uint8_t>(c) < 0x20 || c == 0x7F) {
-      shown += fmt::format("\\x{:02X}", static_cast<uint8_t>(c));
-    } else {
-      shown += c;
-    }
-  }
-  return shown;
 }
 
 std::string FormatTable(const std::vector<std::string>& headings,
@@ -91,7 +62,7 @@ std::string FormatTable(const std::vector<std::string>& headings,
 
 namespace {
 [[noreturn]] void FailOutput() {
-  throw ToolError("standard output", fmt::format("cannot be written: {}", std::strerror(errno)));
+  throw Error("standard output", fmt::format("cannot be written: {}", std::strerror(errno)));
 }
 }  // namespace
 

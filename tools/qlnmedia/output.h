@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/text.h"
+
 namespace qlnmedia {
 
 // The version of this build, as "1.0.0".
@@ -37,25 +39,16 @@ class Style {
 // Columns on a terminal: its width, or 100 where there is none to ask.
 size_t OutputWidth(std::FILE* stream);
 
-// `text` filled up with blanks to `width` columns; left alone when it is longer. Bytes that continue a UTF-8
-// character take no column.
-std::string PadRight(std::string_view text, size_t width);
-std::string PadLeft(std::string_view text, size_t width);
-size_t ColumnsOf(std::string_view text);
-
-// `text` with control characters made visible as \xNN, so that foreign strings cannot steer a terminal.
-std::string Printable(std::string_view text);
-
 // Rows of cells under a heading row, each column as wide as its widest cell; numbers (columns named in
 // `rightAligned`) flush right. Every line begins with `indent` blanks.
 std::string FormatTable(const std::vector<std::string>& headings,
                         const std::vector<std::vector<std::string>>& rows,
                         const std::vector<bool>& rightAligned, size_t indent, const Style& style);
 
-// Writes to standard output; throws ToolError when it does not take the text.
+// Writes to standard output; throws Error when it does not take the text.
 void Print(std::string_view text);
 
-// Sends out what is buffered; throws ToolError when standard output does not take it.
+// Sends out what is buffered; throws Error when standard output does not take it.
 void FlushOutput();
 
 }  // namespace qlnmedia

@@ -3,10 +3,11 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "qlnmedia/commands.h"
-#include "qlnmedia/output.h"
-#include "qlnmedia/patch.h"
-#include "qlnmedia/tool_error.h"
+#include "base/error.h"
+#include "commands.h"
+#include "output.h"
+#include "patch/patch.h"
+#include "progress_bar.h"
 
 namespace qlnmedia {
 
@@ -32,8 +33,8 @@ void Run(Options& options) {
   if (!options.lightLevel.empty()) patch.lightLevel = ParseLightLevel(options.lightLevel);
   if (options.interlaced || options.progressive) patch.interlaced = options.interlaced;
   if (!options.captions.file.empty()) patch.captions = options.captions;
-  if (!patch.any())
-    throw ToolError("patch", "nothing to do", "name what shall change; qlnmedia patch --help");
+  if (!patch.any()) throw Error("patch", "nothing to do", "name what shall change; qlnmedia patch --help");
+  patch.progress = ProgressBar();
   const PatchResult result = PatchFile(patch);
   for (const std::string& line : result.lines) Print((patch.dryRun ? "would: " : "") + line + "\n");
 }

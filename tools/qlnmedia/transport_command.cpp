@@ -8,10 +8,11 @@
 #include <optional>
 #include <vector>
 
-#include "qlnmedia/commands.h"
-#include "qlnmedia/output.h"
-#include "qlnmedia/report.h"
+#include "base/report.h"
+#include "commands.h"
+#include "output.h"
 #include "qlnutil/qlntransport.h"
+#include "report_text.h"
 
 namespace qlnmedia {
 
@@ -69,7 +70,7 @@ void Run(const Options& options) {
   if (options.json) {
     Print(report.ToJson().dump(2) + "\n");
   } else {
-    Print(report.ToText(Style::ForStream(stdout), OutputWidth(stdout)));
+    Print(ReportText(report, Style::ForStream(stdout), OutputWidth(stdout)));
   }
 }
 

@@ -160,18 +160,20 @@ TEST(CaptionCheck, LooksAtMpeg2) {
 
 // Line 21 captions in both fields, and two digital services.
 std::string ServicesFile() {
-  captions::Sequencer sequencer(captions::Rate::k29_97);
-  sequencer.AddPairs(1, captions::PopOnCaption("FIRST FIELD"));
-  std::vector<captions::Pair> second;
-  for (const captions::Pair pair : captions::PopOnCaption("SECOND FIELD"))
-    second.push_back(pair >> 8 == 0x94 ? static_cast<captions::Pair>(0x1500 | (pair & 0xFF)) : pair);
+  qlnmedia::captions::Sequencer sequencer(qlnmedia::captions::Rate::k29_97);
+  sequencer.AddPairs(1, qlnmedia::captions::PopOnCaption("FIRST FIELD"));
+  std::vector<qlnmedia::captions::Pair> second;
+  for (const qlnmedia::captions::Pair pair : qlnmedia::captions::PopOnCaption("SECOND FIELD"))
+    second.push_back(pair >> 8 == 0x94 ? static_cast<qlnmedia::captions::Pair>(0x1500 | (pair & 0xFF))
+                                       : pair);
   sequencer.AddPairs(2, second);
   int number = 0;
   for (const auto& [text, service] : {std::pair{"ENGLISH TEXT", 1}, std::pair{"TEXTE", 2}}) {
-    for (const auto& block : captions::ShowText(text, service))
-      sequencer.AddService(captions::TripletsOf(captions::MakeChannelPacket(number++, {block})));
+    for (const auto& block : qlnmedia::captions::ShowText(text, service))
+      sequencer.AddService(
+          qlnmedia::captions::TripletsOf(qlnmedia::captions::MakeChannelPacket(number++, {block})));
   }
-  captions::MccTrackWriter writer(captions::Rate::k29_97);
+  qlnmedia::captions::MccTrackWriter writer(qlnmedia::captions::Rate::k29_97);
   std::string text = writer.Heading();
   for (int64_t i = 0; i < 45; ++i) text += writer.Lines(sequencer.NextPicture(), i);
   return Write("captions_services.mcc", text);

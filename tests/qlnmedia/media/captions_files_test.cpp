@@ -164,10 +164,10 @@ TEST(CaptionPatch, BadMacCaptionFilesAreOneLineAndNoOutput) {
   const std::string in = Source(kSource, "mp4");
   const std::string out = MediaPath("captions_never_mcc.mp4");
   std::filesystem::remove(out);
-  captions::MccTrackWriter writer(captions::Rate::k29_97);
+  qlnmedia::captions::MccTrackWriter writer(qlnmedia::captions::Rate::k29_97);
   const std::string heading = "File Format=MacCaption_MCC V1.0\nTime Code Rate=30\n";
-  const std::vector<captions::Triplet> triplets(
-      20, captions::Triplet{true, captions::CcType::kField1, 0x94, 0x20});
+  const std::vector<qlnmedia::captions::Triplet> triplets(
+      20, qlnmedia::captions::Triplet{true, qlnmedia::captions::CcType::kField1, 0x94, 0x20});
   const std::string first = writer.Lines(triplets, 10);
   const std::string second = writer.Lines(triplets, 9);
   std::string wrongSum = first;

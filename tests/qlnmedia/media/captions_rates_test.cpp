@@ -15,14 +15,14 @@
 namespace qln::test {
 namespace {
 
-using captions::CcType;
-using captions::Triplet;
+using qlnmedia::captions::CcType;
+using qlnmedia::captions::Triplet;
 using testing::HasSubstr;
 using testing::Not;
 
 struct RateCase {
   const char* name;
-  captions::Rate rate;
+  qlnmedia::captions::Rate rate;
   const char* ffmpeg;
   double perSecond;
   size_t triplets;
@@ -30,14 +30,14 @@ struct RateCase {
 };
 
 const RateCase kRates[] = {
-    {"r23_98", captions::Rate::k23_976, "24000/1001", 24000 / 1001.0, 25, true},
-    {"r24", captions::Rate::k24, "24", 24, 25, true},
-    {"r25", captions::Rate::k25, "25", 25, 24, true},
-    {"r29_97", captions::Rate::k29_97, "30000/1001", 30000 / 1001.0, 20, false},
-    {"r30", captions::Rate::k30, "30", 30, 20, false},
-    {"r50", captions::Rate::k50, "50", 50, 12, true},
-    {"r59_94", captions::Rate::k59_94, "60000/1001", 60000 / 1001.0, 10, false},
-    {"r60", captions::Rate::k60, "60", 60, 10, false},
+    {"r23_98", qlnmedia::captions::Rate::k23_976, "24000/1001", 24000 / 1001.0, 25, true},
+    {"r24", qlnmedia::captions::Rate::k24, "24", 24, 25, true},
+    {"r25", qlnmedia::captions::Rate::k25, "25", 25, 24, true},
+    {"r29_97", qlnmedia::captions::Rate::k29_97, "30000/1001", 30000 / 1001.0, 20, false},
+    {"r30", qlnmedia::captions::Rate::k30, "30", 30, 20, false},
+    {"r50", qlnmedia::captions::Rate::k50, "50", 50, 12, true},
+    {"r59_94", qlnmedia::captions::Rate::k59_94, "60000/1001", 60000 / 1001.0, 10, false},
+    {"r60", qlnmedia::captions::Rate::k60, "60", 60, 10, false},
 };
 
 struct Coder {
@@ -132,7 +132,7 @@ std::vector<std::vector<Triplet>> RandomPictures(const RateCase& rate, size_t co
 // file says of each frame.
 std::vector<std::pair<int64_t, std::vector<Triplet>>> Events(const std::string& mcc) {
   std::string reason;
-  const auto track = captions::ReadCaptionTrack(mcc, &reason);
+  const auto track = qlnmedia::captions::ReadCaptionTrack(mcc, &reason);
   EXPECT_TRUE(track) << reason;
   std::vector<std::pair<int64_t, std::vector<Triplet>>> events;
   if (track) {
@@ -146,7 +146,7 @@ TEST_P(Rates, WhatComesOutIsWhatWentIn) {
   const Coder& coder = kCoders[static_cast<size_t>(rate.rate) % 3];
   const std::string in = CleanSource(rate, coder);
   const auto pictures = RandomPictures(rate, static_cast<size_t>(Counted(in).first));
-  captions::MccTrackWriter writer(rate.rate);
+  qlnmedia::captions::MccTrackWriter writer(rate.rate);
   std::string text = writer.Heading();
   Bytes expected;
   for (size_t i = 0; i < pictures.size(); ++i) {

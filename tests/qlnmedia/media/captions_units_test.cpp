@@ -6,9 +6,9 @@
 
 #include <algorithm>
 
-#include "qlnmedia/libav_handles.h"
+#include "container/libav_handles.h"
 #include "qlnmedia/media/caption_media.h"
-#include "qlnmedia/units.h"
+#include "units/units.h"
 
 namespace qln::test {
 namespace {

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
-#include "qlnmedia/libav_handles.h"
+#include "container/libav_handles.h"
 #include "qlnmedia/program.h"
 #include "qlnutil/qlnhevc.h"
 

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "qlnmedia/libav_handles.h"
+#include "container/libav_handles.h"
 #include "support/media.h"
 
 namespace qln::test {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "qlnmedia/libav_handles.h"
+#include "container/libav_handles.h"
 #include "support/test_support.h"
 
 namespace qln::test {

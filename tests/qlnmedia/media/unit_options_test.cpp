@@ -8,7 +8,7 @@
 
 #include "qlnmedia/media/media_facts.h"
 #include "qlnmedia/patch_kinds.h"
-#include "qlnmedia/set_edit.h"
+#include "sets/set_edit.h"
 
 namespace qln::test {
 namespace {

@@ -1,0 +1,122 @@
+// Holds the captions of a stream against what its rate asks for, and says what they are.
+
+#include "check/captions.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "captions/decoder.h"
+
+namespace qlnmedia {
+
+namespace {
+
+constexpr size_t kPacketsInReport = 1800;
+constexpr size_t kLinesInReport = 5;
+
+// Gathers findings about one stream; equal texts count up.
+class CaptionFindings {
+ public:
+  CaptionFindings(const CaptionSurvey& survey, std::vector<Finding>& findings)
+      : survey_(survey),
+        counts_(survey.counts),
+        findings_(findings),
+        first_(findings.size()),
+        wanted_(survey.pace.rate ? static_cast<size_t>(qlnmedia::captions::InfoOf(*survey.pace.rate).triplets)
+                                 : 0) {}
+
+  void Check() {
+    for (size_t i = 0; i < counts_.size();) {
+      if (counts_[i] != CaptionSurvey::kNone) {
+        CheckCount(i++);
+        continue;
+      }
+      const size_t begin = i;
+      while (i < counts_.size() && counts_[i] == CaptionSurvey::kNone) ++i;
+      CheckGap(begin, i);
+    }
+  }
+
+ private:
+  // Pictures whose triplets stand on picture `i`, itself included.
+  size_t Served(size_t i) const {
+    return wanted_ == 0 || counts_[i] == CaptionSurvey::kNone ? 1 : (counts_[i] + wanted_ - 1) / wanted_;
+  }
+  // True for a picture with more than its own, and pictures without any in front of it or behind it.
+  bool IsBurst(size_t i) const {
+    if (Served(i) < 2) return false;
+    return (i > 0 && counts_[i - 1] == CaptionSurvey::kNone) ||
+           (i + 1 < counts_.size() && counts_[i + 1] == CaptionSurvey::kNone);
+  }
+
+  void CheckCount(size_t i) {
+    const size_t count = counts_[i];
+    if (wanted_ == 0 || count == wanted_) return;
+    if (IsBurst(i))
+      return Add(
+          fmt::format("a burst of {} caption triplets on one picture between pictures without any; its "
+                      "rate asks for {} on each",
+                      count, wanted_),
+          i);
+    Add(fmt::format("a picture with {} caption triplets, {} than the {} of its rate", count,
+                    count > wanted_ ? "more" : "fewer", wanted_),
+        i);
+  }
+
+  // Pictures from `begin` to before `end` have no captions. Those whose triplets stand in a burst beside them
+  // are told with it.
+  void CheckGap(size_t begin, size_t end) {
+    const size_t served = std::max(begin > 0 ? Served(begin - 1) : 1, end < counts_.size() ? Served(end) : 1);
+    if (end - begin < served) return;
+    const double seconds = survey_.pace.picturesPerSecond > 0
+                               ? static_cast<double>(end - begin) / survey_.pace.picturesPerSecond
+                               : 0;
+    Add(end - begin == 1
+            ? std::string("a picture without captions in a stream that has some")
+            : fmt::format("a gap of {} pictures ({:.2f} s) without captions in a stream that has some",
+                          end - begin, seconds),
+        begin);
+  }
+
+  void Add(const std::string& text, size_t picture) {
+    for (size_t i = first_; i < findings_.size(); ++i) {
+      if (findings_[i].text != text) continue;
+      ++findings_[i].count;
+      return;
+    }
+    findings_.push_back({survey_.stream, "captions", text, static_cast<int64_t>(picture), 1});
+  }
+
+  const CaptionSurvey& survey_;
+  const std::vector<uint8_t>& counts_;
+  std::vector<Finding>& findings_;
+  size_t first_;
+  size_t wanted_;
+};
+
+}  // namespace
+
+void CheckCaptions(const std::string& path, std::vector<Finding>& findings,
+                   const ProgressCallback& progress) {
+  const CaptionSurvey survey = SurveyCaptions(path, SIZE_MAX, progress);
+  if (survey.captioned() != 0) CaptionFindings(survey, findings).Check();
+}
+
+void ReportCaptions(Section& section, const std::string& path, unsigned index) {
+  const CaptionSurvey survey = SurveyCaptions(path, kPacketsInReport);
+  if (survey.stream != index || survey.captioned() == 0) return;
+  const std::vector<CaptionService> services = DecodeCaptions(survey);
+  Json names = Json::array();
+  for (const CaptionService& service : services) names.push_back(service.name);
+  section.Add("captions", "Captions", names, services.empty() ? "nothing but padding" : NamesOf(services));
+  for (const CaptionService& service : services) {
+    for (size_t i = 0; i < std::min(service.lines.size(), kLinesInReport); ++i) {
+      std::string text = WriteCaptionText({service.lines[i]});
+      text.pop_back();
+      section.AddNote(fmt::format("caption, {}: {}", service.name, text));
+    }
+  }
+}
+
+}  // namespace qlnmedia

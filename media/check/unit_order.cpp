@@ -1,0 +1,94 @@
+// Walks the units of a frame, one access unit after the other.
+
+#include "check/unit_order.h"
+
+#include <fmt/format.h>
+
+#include "units/access_unit.h"
+
+namespace qlnmedia {
+
+namespace {
+
+constexpr int kHevcSuffixSei = 40;
+
+// Whether a slice is the first of its picture: first_mb_in_slice is 0, first_slice_segment_in_pic_flag is 1.
+bool BeginsPicture(Codec codec, const Bytes& slice) {
+  const size_t header = codec == Codec::kH264 ? 1 : 2;
+  return slice.size() > header && (slice[header] & 0x80) != 0;
+}
+
+class AccessUnit {
+ public:
+  AccessUnit(Codec codec, OrderRules rules, std::vector<std::string>& findings)
+      : codec_(codec), rules_(rules), findings_(findings) {}
+
+  bool hasSlice() const { return slice_; }
+
+  void Take(const Bytes& unit) {
+    const int type = UnitType(codec_, unit);
+    if (IsSlice(codec_, type)) {
+      if (!slice_ && !rules_.anySliceOrder && !BeginsPicture(codec_, unit))
+        Add("a frame does not begin with its picture's first slice: a unit between its slices cut it, or "
+            "slices "
+            "are missing");
+      slice_ = true;
+    } else if (IsDelimiter(codec_, type)) {
+      if (delimiter_) {
+        Add("a frame has two access unit delimiters");
+      } else if (any_) {
+        Add("an access unit delimiter is not the first unit of its frame");
+      }
+      delimiter_ = true;
+    } else if (type == kHevcSuffixSei && codec_ == Codec::kHevc) {
+      if (!slice_) Add("a suffix SEI stands in front of the slices of its frame");
+    } else if (slice_ && (IsParameterSet(codec_, type) || IsSei(codec_, type))) {
+      const std::string name = UnitTypeName(codec_, type);
+      Add(fmt::format("{} {} stands behind a slice of its frame", name[0] == 'S' ? "an" : "a", name));
+    }
+    any_ = true;
+  }
+
+ private:
+  void Add(std::string text) { findings_.push_back(std::move(text)); }
+
+  Codec codec_;
+  OrderRules rules_;
+  std::vector<std::string>& findings_;
+  bool any_ = false;
+  bool slice_ = false;
+  bool delimiter_ = false;
+};
+
+// Where the second field's access unit begins: behind the last slice in front of the second picture's first,
+// and the suffix SEI that goes with it.
+size_t SecondFieldAt(Codec codec, const std::vector<const Bytes*>& units) {
+  size_t behindSlice = 0;
+  for (size_t i = 0; i < units.size(); ++i) {
+    const int type = UnitType(codec, *units[i]);
+    if (codec == Codec::kHevc && type == kHevcSuffixSei && i == behindSlice && i != 0) behindSlice = i + 1;
+    if (!IsSlice(codec, type)) continue;
+    if (behindSlice != 0 && BeginsPicture(codec, *units[i])) return behindSlice;
+    behindSlice = i + 1;
+  }
+  return units.size();
+}
+
+}  // namespace
+
+std::vector<std::string> OrderFindings(Codec codec, const std::vector<Unit>& units, OrderRules rules) {
+  std::vector<const Bytes*> base;
+  for (const Unit& unit : units) {
+    if (IsBaseLayer(codec, unit.bytes)) base.push_back(&unit.bytes);
+  }
+  std::vector<std::string> findings;
+  const size_t second = rules.twoFields ? SecondFieldAt(codec, base) : base.size();
+  AccessUnit first(codec, rules, findings);
+  for (size_t i = 0; i < second; ++i) first.Take(*base[i]);
+  AccessUnit field(codec, rules, findings);
+  for (size_t i = second; i < base.size(); ++i) field.Take(*base[i]);
+  if (!first.hasSlice()) findings.emplace_back("a frame has no slice");
+  return findings;
+}
+
+}  // namespace qlnmedia

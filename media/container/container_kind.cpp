@@ -1,0 +1,98 @@
+// Tells kinds of containers apart, by demuxer and by file name.
+
+#include "container/container_kind.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstring>
+#include <fstream>
+
+#include "base/error.h"
+#include "container/iso_layout.h"
+
+namespace qlnmedia {
+
+namespace {
+
+struct Kind {
+  const char* format;   // the muxer
+  const char* name;     // as people call it
+  const char* endings;  // blanks around each; the usual one first
+};
+
+constexpr Kind kKinds[] = {
+    {"mp4", "MP4", " mp4 m4v m4a 3gp 3g2 f4v cmfv "},     {"mov", "MOV", " mov qt "},
+    {"matroska", "MKV", " mkv mk3d mka mks webm "},       {"mpegts", "TS", " ts m2ts mts m2t trp "},
+    {"h264", "raw H.264", " h264 264 avc 26l jvt "},      {"hevc", "raw HEVC", " hevc h265 265 hvc "},
+    {"mpeg2video", "raw MPEG-2", " m2v mpv mpeg2video "},
+};
+
+// Of a file's name, in small letters; a dot in front of a name makes no ending.
+std::string EndingOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const size_t name = slash == std::string::npos ? 0 : slash + 1;
+  const size_t dot = path.rfind('.');
+  if (dot == std::string::npos || dot <= name) return {};
+  std::string ending = path.substr(dot + 1);
+  std::transform(ending.begin(), ending.end(), ending.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return ending;
+}
+
+}  // namespace
+
+std::string OutputFormatOf(const MediaFile& in) {
+  const std::string_view name = in.formatName();
+  if (name.substr(0, 4) == "mov,") {
+    // The box and not the tag, which a MOV may have among its keys.
+    const std::string brand = ReadIsoLayout(in.path()).brand;
+    return brand.empty() || brand == "qt  " ? "mov" : "mp4";
+  }
+  if (name.substr(0, 8) == "matroska") return "matroska";
+  if (name == "mpegvideo") return "mpeg2video";
+  if (name == "mpegts" && !HasPlainTransportPackets(in.path()))
+    throw Error(in.path(), "is a transport stream with bytes around its packets, which cannot be written",
+                "remux it to packets of 188 bytes");
+  if (name == "mpegts" || name == "h264" || name == "hevc") return std::string(name);
+  throw Error(in.path(), fmt::format("containers of the kind {} cannot be written", name),
+              "use MP4, MOV, MKV, TS, raw H.264 or raw HEVC");
+}
+
+void RequireEndingOf(const std::string& format, const MediaFile& in, const std::string& path) {
+  const std::string ending = EndingOf(path);
+  if (ending.empty() || ending == EndingOf(in.path())) return;
+  const Kind* named = nullptr;
+  const Kind* is = nullptr;
+  for (const Kind& kind : kKinds) {
+    if (std::strstr(kind.endings, (" " + ending + " ").c_str()) != nullptr) named = &kind;
+    if (format == kind.format) is = &kind;
+  }
+  if (named == nullptr || is == nullptr || named == is) return;
+  const std::string usual(is->endings + 1, std::strcspn(is->endings + 1, " "));
+  throw Error(path,
+              fmt::format("is named as {}, but the output is {} as the input is", named->name, is->name),
+              "name it ." + usual);
+}
+
+bool HasPlainTransportPackets(const std::string& path) {
+  constexpr size_t kPacket = 188;
+  constexpr size_t kLooked = 4 * kPacket;
+  constexpr char kSync = 0x47;
+  std::ifstream file(path, std::ios::binary);
+  std::array<char, 4096> head{};
+  file.read(head.data(), head.size());
+  const auto size = static_cast<size_t>(file.gcount());
+  // Some bytes may stand in front of the first packet.
+  for (size_t first = 0; first + kPacket <= size; ++first) {
+    bool all = true;
+    for (size_t at = first; at < std::min(size, first + kLooked); at += kPacket)
+      all = all && head[at] == kSync;
+    if (all) return true;
+  }
+  return false;
+}
+
+}  // namespace qlnmedia

@@ -1,0 +1,23 @@
+// The kind of container that an output has: the input's, also where its name says another.
+#ifndef MEDIA_CONTAINER_CONTAINER_KIND_H
+#define MEDIA_CONTAINER_CONTAINER_KIND_H
+
+#include <string>
+
+#include "container/media_file.h"
+
+namespace qlnmedia {
+
+// The muxer that writes the kind of container that `in` is; throws Error where there is none.
+std::string OutputFormatOf(const MediaFile& in);
+
+// Throws Error where the ending of `path` is known for another kind of container than `format`, a muxer's
+// name. An ending that `in` has itself is always taken, and so is one that is not known.
+void RequireEndingOf(const std::string& format, const MediaFile& in, const std::string& path);
+
+// Whether a transport stream has packets of 188 bytes, and nothing in front of or behind each.
+bool HasPlainTransportPackets(const std::string& path);
+
+}  // namespace qlnmedia
+
+#endif

@@ -1,0 +1,46 @@
+// libavformat, libavcodec and libavutil, and owners of their objects.
+#ifndef MEDIA_CONTAINER_LIBAV_HANDLES_H
+#define MEDIA_CONTAINER_LIBAV_HANDLES_H
+
+extern "C" {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wconversion"
+#pragma GCC diagnostic ignored "-Wpedantic"
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/avutil.h>
+#include <libavutil/dovi_meta.h>
+#include <libavutil/imgutils.h>
+#include <libavutil/mastering_display_metadata.h>
+#pragma GCC diagnostic pop
+}
+
+#include <memory>
+#include <string>
+
+namespace qlnmedia {
+
+struct InputCloser {
+  void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
+};
+struct PacketFreer {
+  void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+};
+struct CodecContextFreer {
+  void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+};
+struct FrameFreer {
+  void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
+
+using InputHandle = std::unique_ptr<AVFormatContext, InputCloser>;
+using PacketHandle = std::unique_ptr<AVPacket, PacketFreer>;
+using CodecContextHandle = std::unique_ptr<AVCodecContext, CodecContextFreer>;
+using FrameHandle = std::unique_ptr<AVFrame, FrameFreer>;
+
+// The text of an error number of libav, as "No such file or directory".
+std::string LibavErrorText(int error);
+
+}  // namespace qlnmedia
+
+#endif

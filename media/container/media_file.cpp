@@ -1,0 +1,177 @@
+// Opens media with libavformat and words its failures.
+
+#include "container/media_file.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+
+#include "base/error.h"
+#include "base/text.h"
+
+namespace qlnmedia {
+
+namespace {
+
+// The errors that libav logs, kept for the line that a failure prints instead of going to standard error.
+std::mutex logMutex;
+std::vector<std::string>& LogLines() {
+  static std::vector<std::string> lines;
+  return lines;
+}
+
+void KeepLog(void* object, int level, const char* format, va_list arguments) {
+  if (level > AV_LOG_ERROR) return;
+  std::array<char, 512> line{};
+  int prefix = 0;
+  av_log_format_line2(object, level, format, arguments, line.data(), static_cast<int>(line.size()), &prefix);
+  const std::lock_guard<std::mutex> lock(logMutex);
+  if (LogLines().size() < 100) LogLines().emplace_back(line.data());
+}
+
+bool LogMentions(std::string_view text) {
+  const std::lock_guard<std::mutex> lock(logMutex);
+  return std::any_of(LogLines().begin(), LogLines().end(),
+                     [&](const std::string& line) { return line.find(text) != std::string::npos; });
+}
+
+bool IsOneOf(std::string_view name, std::initializer_list<std::string_view> names) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// Demuxers that take any text or a single picture for media.
+bool IsNoMedia(std::string_view format) {
+  return IsOneOf(format, {"tty", "image2", "concat", "ffmetadata", "hls"}) ||
+         (format.size() > 5 && format.substr(format.size() - 5) == "_pipe");
+}
+
+// Whether a file begins with a box of the ISO base media format, so that its index can be missed.
+bool BeginsWithBox(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::array<char, 8> head{};
+  file.read(head.data(), head.size());
+  return file && IsOneOf(std::string_view(head.data() + 4, 4),
+                         {"ftyp", "styp", "mdat", "free", "skip", "wide", "pnot", "moov", "uuid"});
+}
+
+// The parsers put what they find in a picture in the place of the container's mark, which gets lost where the
+// picture itself does not say that decoding can start there. The index still has it.
+void RestoreKeyMark(const AVFormatContext& context, AVPacket* packet) {
+  const std::string_view format = context.iformat->name;
+  const bool mov = format.substr(0, 4) == "mov,";
+  if (!mov && format.substr(0, 8) != "matroska") return;
+  const int64_t time = mov ? packet->dts : packet->pts;
+  if ((packet->flags & AV_PKT_FLAG_KEY) != 0 || time == AV_NOPTS_VALUE) return;
+  AVStream* const stream = context.streams[packet->stream_index];
+  const int found = av_index_search_timestamp(stream, time, AVSEEK_FLAG_ANY);
+  const AVIndexEntry* const entry = found < 0 ? nullptr : avformat_index_get_entry(stream, found);
+  if (entry == nullptr || entry->timestamp != time || (mov && entry->pos != packet->pos)) return;
+  if ((entry->flags & AVINDEX_KEYFRAME) != 0) packet->flags |= AV_PKT_FLAG_KEY;
+}
+
+[[noreturn]] void FailNoMedia(const std::string& path) {
+  throw Error(path, "is no media that can be read",
+              "name a media file such as MP4, MOV, MKV, TS or raw video");
+}
+
+}  // namespace
+
+std::string LibavErrorText(int error) {
+  std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
+  av_strerror(error, text.data(), text.size());
+  return text.data();
+}
+
+MediaFile::MediaFile(const std::string& path) : path_(path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) throw Error(path, std::strerror(errno), "check the path");
+  if (S_ISDIR(status.st_mode)) throw Error(path, "is a directory", "name a media file");
+  sizeBytes_ = status.st_size;
+  if (S_ISREG(status.st_mode) && sizeBytes_ == 0) throw Error(path, "is empty");
+
+  av_log_set_callback(KeepLog);
+  {
+    const std::lock_guard<std::mutex> lock(logMutex);
+    LogLines().clear();
+  }
+  AVDictionary* options = nullptr;
+  av_dict_set(&options, "protocol_whitelist", "file", 0);
+  AVFormatContext* opened = nullptr;
+  // With the protocol named, a colon in a file name is a colon.
+  const int result = avformat_open_input(&opened, ("file:" + path).c_str(), nullptr, &options);
+  av_dict_free(&options);
+  if (result < 0) {
+    if (LogMentions("moov atom not found") && BeginsWithBox(path))
+      throw Error(path, "does not open because it is cut off: its index (moov) is missing",
+                  "copy or record it again");
+    if (result == AVERROR_INVALIDDATA || result == AVERROR_EOF) FailNoMedia(path);
+    throw Error(path, "cannot be opened: " + LibavErrorText(result));
+  }
+  context_.reset(opened);
+  if (IsNoMedia(formatName())) FailNoMedia(path);
+
+  for (unsigned i = 0; i < context_->nb_streams; ++i) {
+    const AVCodecParameters& parameters = *context_->streams[i]->codecpar;
+    colours_.push_back({parameters.color_primaries, parameters.color_trc, parameters.color_space,
+                        parameters.color_range, parameters.width, parameters.height, parameters.field_order});
+  }
+  const int found = avformat_find_stream_info(context_.get(), nullptr);
+  if (found == AVERROR_INVALIDDATA) FailNoMedia(path);
+  if (found < 0) throw Error(path, "its streams cannot be read: " + LibavErrorText(found));
+  colours_.resize(context_->nb_streams);  // streams that only their packets make known
+  if (context_->nb_streams == 0) FailNoMedia(path);
+}
+
+bool MediaFile::isRawStream() const { return IsOneOf(formatName(), {"h264", "hevc", "mpegvideo", "m4v"}); }
+
+bool MediaFile::IsVideo(const AVStream& stream) {
+  return stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
+         (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) == 0;
+}
+
+void MediaFile::RequireVideo() const {
+  for (unsigned i = 0; i < context_->nb_streams; ++i) {
+    if (IsVideo(*context_->streams[i])) return;
+  }
+  throw Error(path_, "has no video stream");
+}
+
+bool MediaFile::Read(AVPacket* packet) {
+  av_packet_unref(packet);
+  const int result = av_read_frame(context_.get(), packet);
+  if (result >= 0) {
+    if ((packet->flags & AV_PKT_FLAG_CORRUPT) != 0)
+      endNote_ = fmt::format("a packet of stream {} is cut off or damaged", packet->stream_index);
+    if (IsVideo(*context_->streams[packet->stream_index])) RestoreKeyMark(*context_, packet);
+    return true;
+  }
+  if (result != AVERROR_EOF) endNote_ = "reading stopped early: " + LibavErrorText(result);
+  return false;
+}
+
+std::string MediaFile::TruncationNote() const {
+  int64_t indexEnd = 0;
+  for (unsigned i = 0; i < context_->nb_streams; ++i) {
+    AVStream* const stream = context_->streams[i];
+    const int entries = avformat_index_get_entries_count(stream);
+    for (int n = 0; n < entries; ++n) {
+      const AVIndexEntry* const entry = avformat_index_get_entry(stream, n);
+      if (entry != nullptr && entry->size > 0) indexEnd = std::max(indexEnd, entry->pos + entry->size);
+    }
+  }
+  if (formatName().substr(0, 3) == "mov" && sizeBytes_ > 0 && indexEnd > sizeBytes_)
+    return fmt::format("the file ends early: its index names data up to byte {}, the file has {} bytes",
+                       indexEnd, sizeBytes_);
+  if (formatName() == "mpegts" && sizeBytes_ > 0 && sizeBytes_ % 188 != 0 && sizeBytes_ % 192 != 0 &&
+      sizeBytes_ % 204 != 0)
+    return "the file ends early: its last transport packet is cut off";
+  return endNote_;
+}
+
+}  // namespace qlnmedia

@@ -1,0 +1,293 @@
+// Remuxes with libavformat: same kind of container, all streams, times as they were.
+
+#include "container/media_writer.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "base/error.h"
+#include "container/container_kind.h"
+#include "container/same_streams.h"
+
+namespace qlnmedia {
+
+namespace {
+
+// The unfinished output, for the handler of an interruption.
+std::array<char, 4096> unfinishedPath{};
+
+extern "C" void RemoveUnfinished(int signal) {
+  if (unfinishedPath[0] != 0) unlink(unfinishedPath.data());
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
+void RememberUnfinished(const std::string& path) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    // A signal that whoever started us ignores stays ignored.
+    if (std::signal(signal, RemoveUnfinished) == SIG_IGN) std::signal(signal, SIG_IGN);
+  }
+  const size_t size = std::min(path.size(), unfinishedPath.size() - 1);
+  std::memcpy(unfinishedPath.data() + 1, path.data() + 1, size - 1);
+  unfinishedPath[size] = 0;
+  unfinishedPath[0] = path[0];
+}
+
+bool IsIso(std::string_view format) { return format == "mp4" || format == "mov"; }
+
+bool SameFile(const std::string& a, const std::string& b) {
+  struct stat first {};
+  struct stat second {};
+  return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
+         first.st_ino == second.st_ino;
+}
+
+// A name in the directory of `path` that nothing else has; a long one is cut so that it stays a name.
+std::string NameBeside(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const std::string directory = slash == std::string::npos ? "" : path.substr(0, slash + 1);
+  const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+  return fmt::format("{}.{}.{}.part", directory, name.substr(0, 200), getpid());
+}
+
+}  // namespace
+
+MediaWriter::MediaWriter(const MediaFile& in, const std::string& path)
+    : in_(in), path_(path), beside_(NameBeside(path)) {
+  if (SameFile(in.path(), path)) throw Error(path, "is the input itself", "name another file for the output");
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) {
+    if (errno != ENOENT) throw Error(path, fmt::format("cannot be written: {}", std::strerror(errno)));
+  } else if (!S_ISREG(status.st_mode)) {
+    throw Error(path, "is no ordinary file", "name a file for the output");
+  }
+  const std::string format = OutputFormatOf(in);
+  RequireEndingOf(format, in, path);
+  try {
+    Open(format);
+  } catch (...) {
+    avformat_free_context(context_);
+    context_ = nullptr;
+    throw;
+  }
+}
+
+MediaWriter::~MediaWriter() {
+  if (context_ != nullptr) {
+    if (context_->pb != nullptr) avio_closep(&context_->pb);
+    avformat_free_context(context_);
+  }
+  if (!inPlace_ && unfinishedPath[0] != 0) unlink(beside_.c_str());
+  unfinishedPath[0] = 0;
+}
+
+void MediaWriter::Fail(const std::string& what, int error) const {
+  throw Error(path_, fmt::format("{}: {}", what, LibavErrorText(error)));
+}
+
+void MediaWriter::Open(const std::string& format) {
+  int result = avformat_alloc_output_context2(&context_, nullptr, format.c_str(), beside_.c_str());
+  if (result < 0) Fail("cannot be written", result);
+  // Nothing is to be shifted, filtered or added on the way.
+  context_->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
+  context_->flags &= ~AVFMT_FLAG_AUTO_BSF;
+  context_->flags |= AVFMT_FLAG_BITEXACT;
+  av_dict_copy(&context_->metadata, in_.context()->metadata, 0);
+  if (IsIso(format)) {
+    layout_ = ReadIsoLayout(in_.path());
+    RequireIsoCarriable(in_, layout_);
+    // Fields of the file type box and no tags.
+    for (const char* brands : {"major_brand", "minor_version", "compatible_brands"})
+      av_dict_set(&context_->metadata, brands, nullptr, 0);
+  }
+  PlanStreams();
+  CopyStreams();
+  CopyPrograms();
+  CopyChapters();
+}
+
+void MediaWriter::PlanStreams() {
+  const std::string_view format = context_->oformat->name;
+  const AVFormatContext& in = *in_.context();
+  packetsOfMuxer_.resize(in.nb_streams);
+  lastDts_.resize(in.nb_streams, AV_NOPTS_VALUE);
+  for (unsigned i = 0; i < in.nb_streams; ++i) {
+    const AVStream& stream = *in.streams[i];
+    Way way = Way::kPackets;
+    if (format == "matroska" && (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0)
+      way = Way::kAttachment;
+    if (IsIso(format) && IsMadeByIsoMuxer(stream, format == "mp4")) way = Way::kMadeByMuxer;
+    // The muxer adds its own behind all others.
+    if (way != Way::kMadeByMuxer && !ways_.empty() && ways_.back() == Way::kMadeByMuxer)
+      throw Error(in_.path(), fmt::format("stream {} (chapters or timecode) stands in front of other streams "
+                                          "and cannot be carried over there",
+                                          i - 1));
+    ways_.push_back(way);
+  }
+}
+
+void MediaWriter::CopyStreams() {
+  for (unsigned i = 0; i < ways_.size(); ++i) {
+    if (ways_[i] != Way::kMadeByMuxer) CopyStream(i);
+  }
+}
+
+void MediaWriter::CopyStream(unsigned index) {
+  const AVStream& from = *in_.context()->streams[index];
+  if (from.codecpar->codec_type != AVMEDIA_TYPE_ATTACHMENT && from.codecpar->codec_tag == 0 &&
+      avformat_query_codec(context_->oformat, from.codecpar->codec_id, FF_COMPLIANCE_EXPERIMENTAL) == 0)
+    throw Error(in_.path(), fmt::format("stream {} ({}) cannot be carried over unchanged", index,
+                                        avcodec_get_name(from.codecpar->codec_id)));
+  AVStream* const to = avformat_new_stream(context_, nullptr);
+  if (to == nullptr) throw std::bad_alloc();
+  const int result = avcodec_parameters_copy(to->codecpar, from.codecpar);
+  if (result < 0) Fail("cannot be prepared", result);
+  if (IsIso(context_->oformat->name)) CleanTextDescription(*to->codecpar);
+  to->id = from.id;
+  to->time_base = from.time_base;
+  to->disposition = from.disposition;
+  to->sample_aspect_ratio = from.sample_aspect_ratio;
+  to->avg_frame_rate = from.avg_frame_rate;
+  to->r_frame_rate = from.r_frame_rate;
+  to->discard = from.discard;
+  av_dict_copy(&to->metadata, from.metadata, 0);
+  for (int n = 0; n < from.nb_side_data; ++n) {
+    const AVPacketSideData& side = from.side_data[n];
+    uint8_t* const copy = av_stream_new_side_data(to, side.type, side.size);
+    if (copy == nullptr) throw std::bad_alloc();
+    std::memcpy(copy, side.data, side.size);
+  }
+  // What the container itself said of the colour, not what the search found in the stream.
+  const ContainerColour& colour = in_.containerColour(index);
+  to->codecpar->color_primaries = static_cast<AVColorPrimaries>(colour.primaries);
+  to->codecpar->color_trc = static_cast<AVColorTransferCharacteristic>(colour.transfer);
+  to->codecpar->color_space = static_cast<AVColorSpace>(colour.matrix);
+  to->codecpar->color_range = static_cast<AVColorRange>(colour.range);
+  if (ways_[index] != Way::kAttachment) return;
+  // The picture's one packet is the attached file.
+  const AVPacket& picture = from.attached_pic;
+  auto* const file =
+      static_cast<uint8_t*>(av_mallocz(static_cast<size_t>(picture.size) + AV_INPUT_BUFFER_PADDING_SIZE));
+  if (file == nullptr) throw std::bad_alloc();
+  if (picture.size > 0) std::memcpy(file, picture.data, static_cast<size_t>(picture.size));
+  av_freep(&to->codecpar->extradata);
+  to->codecpar->extradata = file;
+  to->codecpar->extradata_size = picture.size;
+  to->codecpar->codec_type = AVMEDIA_TYPE_ATTACHMENT;
+}
+
+void MediaWriter::CopyPrograms() {
+  for (unsigned i = 0; i < in_.context()->nb_programs; ++i) {
+    const AVProgram& from = *in_.context()->programs[i];
+    AVProgram* const to = av_new_program(context_, from.id);
+    if (to == nullptr) throw std::bad_alloc();
+    av_dict_copy(&to->metadata, from.metadata, 0);
+    to->program_num = from.program_num;
+    to->pmt_pid = from.pmt_pid;
+    for (unsigned n = 0; n < from.nb_stream_indexes; ++n)
+      av_program_add_stream_index(context_, from.id, from.stream_index[n]);
+  }
+}
+
+void MediaWriter::CopyChapters() {
+  const AVFormatContext& from = *in_.context();
+  if (from.nb_chapters == 0) return;
+  context_->chapters = static_cast<AVChapter**>(av_calloc(from.nb_chapters, sizeof(AVChapter*)));
+  if (context_->chapters == nullptr) throw std::bad_alloc();
+  for (unsigned i = 0; i < from.nb_chapters; ++i) {
+    auto* const chapter = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
+    if (chapter == nullptr) throw std::bad_alloc();
+    chapter->id = from.chapters[i]->id;
+    chapter->time_base = from.chapters[i]->time_base;
+    chapter->start = from.chapters[i]->start;
+    chapter->end = from.chapters[i]->end;
+    av_dict_copy(&chapter->metadata, from.chapters[i]->metadata, 0);
+    context_->chapters[context_->nb_chapters++] = chapter;
+  }
+}
+
+void MediaWriter::Begin() {
+  // Made new, with the rights that a file made by the user has.
+  const int file = open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666);
+  if (file < 0) throw Error(path_, fmt::format("cannot be written: {}", std::strerror(errno)));
+  close(file);
+  RememberUnfinished(beside_);
+  int result = avio_open(&context_->pb, ("file:" + beside_).c_str(), AVIO_FLAG_WRITE);
+  if (result < 0) Fail("cannot be written", result);
+  WriteHeader();
+}
+
+void MediaWriter::WriteHeader() {
+  AVDictionary* options = nullptr;
+  const std::string_view format = context_->oformat->name;
+  if (format == "mpegts") av_dict_set(&options, "mpegts_copyts", "1", 0);
+  if (IsIso(format)) AddIsoOptions(in_, layout_, *context_, &options);
+  int result = avformat_init_output(context_, &options);
+  av_dict_free(&options);
+  if (result >= 0) {
+    // The preparation takes the input's tag away, so that it can put its own there.
+    const AVDictionaryEntry* const encoder = av_dict_get(in_.context()->metadata, "encoder", nullptr, 0);
+    if (encoder != nullptr) av_dict_set(&context_->metadata, encoder->key, encoder->value, 0);
+    if (IsIso(format)) context_->flags &= ~AVFMT_FLAG_BITEXACT;  // MP4 does not write the tag otherwise
+    result = avformat_write_header(context_, nullptr);
+  }
+  if (result < 0) Fail("the container cannot take these streams", result);
+}
+
+void MediaWriter::Write(AVPacket* packet) {
+  const auto index = static_cast<unsigned>(packet->stream_index);
+  if (index >= ways_.size()) {  // a stream that came up behind the start of the file
+    av_packet_unref(packet);
+    throw Error(in_.path(), fmt::format("stream {} begins in the middle of the file", index),
+                "such files cannot be patched");
+  }
+  if (ways_[index] != Way::kPackets) {
+    av_packet_unref(packet);
+    // The muxer makes one sample from the first one's tag.
+    if (ways_[index] == Way::kMadeByMuxer && ++packetsOfMuxer_[index] > 1)
+      throw Error(in_.path(),
+                  fmt::format("stream {}: its timecode changes, which cannot be carried over", index));
+    return;
+  }
+  for (int flushes = cutter_.FlushesBefore(packet->pos); flushes > 0; --flushes) {
+    const int flushed = av_write_frame(context_, nullptr);
+    if (flushed < 0) Fail("writing failed", flushed);
+  }
+  av_packet_rescale_ts(packet, in_.context()->streams[index]->time_base, context_->streams[index]->time_base);
+  packet->pos = -1;
+  const int64_t dts = packet->dts;
+  // A transport stream hands out a packet when the next one of its stream begins, so that its order says
+  // little: time alone decides there. Everywhere else the order of the input is kept.
+  const bool byTime = std::string_view(context_->oformat->name) == "mpegts";
+  const int result = byTime ? av_interleaved_write_frame(context_, packet) : av_write_frame(context_, packet);
+  av_packet_unref(packet);
+  if (result == AVERROR(EINVAL) && lastDts_[index] != AV_NOPTS_VALUE && dts <= lastDts_[index])
+    throw Error(in_.path(), fmt::format("stream {}: its times go back, which cannot be written", index),
+                "cut the file there");
+  lastDts_[index] = dts;
+  if (result < 0) Fail("writing failed", result);
+  if (context_->pb->error < 0) Fail("writing failed", context_->pb->error);
+}
+
+void MediaWriter::Finish() {
+  int result = av_write_trailer(context_);
+  if (result >= 0 && context_->pb->error < 0) result = context_->pb->error;
+  const int closed = avio_closep(&context_->pb);
+  if (result < 0) Fail("writing failed", result);
+  if (closed < 0) Fail("writing failed", closed);
+  if (!in_.isRawStream()) RequireSameStreams(in_, beside_);
+  if (std::rename(beside_.c_str(), path_.c_str()) != 0)
+    throw Error(path_, fmt::format("cannot be put in place: {}", std::strerror(errno)));
+  inPlace_ = true;
+}
+
+}  // namespace qlnmedia

@@ -1,0 +1,171 @@
+// Looks at the last units of a raw stream and puts its last picture to a decoder.
+
+#include "container/raw_end.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <optional>
+
+#include "base/error.h"
+#include "container/coded_stream.h"
+#include "container/whole_picture.h"
+#include "units/access_unit.h"
+
+namespace qlnmedia {
+
+namespace {
+
+constexpr int kHevcSuffixSei = 40;
+
+// Pictures of other layers and views do not count.
+bool IsBaseSlice(Codec codec, const Unit& unit) {
+  if (!IsSlice(codec, UnitType(codec, unit.bytes))) return false;
+  return codec == Codec::kH264 || ((unit.bytes[0] & 1) == 0 && unit.bytes[1] >> 3 == 0);
+}
+
+// first_mb_in_slice of 0, first_slice_segment_in_pic_flag: the first bit behind the header in both.
+bool BeginsPicture(Codec codec, const Unit& unit) {
+  const size_t header = codec == Codec::kH264 ? 1 : 2;
+  return IsBaseSlice(codec, unit) && unit.bytes.size() > header && (unit.bytes[header] & 0x80) != 0;
+}
+
+// Whether decoding can begin at a slice's picture: IDR, BLA and CRA.
+bool IsEntry(Codec codec, const Unit& unit) {
+  const int type = UnitType(codec, unit.bytes);
+  return codec == Codec::kH264 ? type == 5 : type >= 16 && type <= 21;
+}
+
+// Whether a unit may stand behind the last picture of a stream (ITU-T H.264 clause 7.4.1.2.3, H.265 clause
+// 7.4.2.4.4); all others announce another picture.
+bool MayEndStream(Codec codec, int type) {
+  if (IsSlice(codec, type)) return true;
+  if (codec == Codec::kH264) return (type >= 10 && type <= 12) || (type >= 19 && type <= 31);
+  return (type >= 36 && type <= 38) || type == kHevcSuffixSei || (type >= 45 && type <= 47) || type >= 56;
+}
+
+// Whether a unit that may end a stream lacks its own end, as far as its form alone shows that.
+bool BreaksOff(Codec codec, const Bytes& unit) {
+  const int type = UnitType(codec, unit);
+  const size_t header = codec == Codec::kH264 ? 1 : 2;
+  if (IsSlice(codec, type)) return unit.size() == header;
+  if (type == (codec == Codec::kH264 ? 12 : 38)) return unit.back() != 0x80;  // filler data
+  if (codec != Codec::kHevc || type != kHevcSuffixSei) return false;
+  bool whole = false;
+  ReadSeiMessages(codec, unit, &whole);
+  return !whole;
+}
+
+// The units of the picture whose first slice is at `first`, that slice and the following ones.
+size_t EndOfPicture(Codec codec, const std::vector<Unit>& units, size_t first) {
+  size_t end = first + 1;
+  for (size_t i = end; i < units.size() && !BeginsPicture(codec, units[i]); ++i) {
+    if (IsBaseSlice(codec, units[i])) end = i + 1;
+  }
+  return end;
+}
+
+// Parameter sets of a run, and its SEI: decoders know encoders by it.
+void AppendHeaders(Codec codec, const std::vector<Unit>& units, size_t from, size_t end,
+                   std::vector<Unit>& out) {
+  for (size_t i = from; i < end; ++i) {
+    const int type = UnitType(codec, units[i].bytes);
+    if (IsParameterSet(codec, type) || IsSei(codec, type)) out.push_back(units[i]);
+  }
+}
+
+// The slices of one picture alone. A leading picture that is skipped where decoding begins behind its
+// reference has the syntax of a trailing one.
+std::vector<Unit> Slices(Codec codec, const std::vector<Unit>& units, size_t first, size_t end) {
+  std::vector<Unit> slices;
+  for (size_t i = first; i < end; ++i) {
+    if (!IsBaseSlice(codec, units[i])) continue;
+    slices.push_back(units[i]);
+    const int type = UnitType(codec, units[i].bytes);
+    if (codec == Codec::kHevc && (type == 8 || type == 9))
+      slices.back().bytes[0] = static_cast<uint8_t>((type - 8) << 1);
+  }
+  return slices;
+}
+
+// Where a run's first picture begins; its size if it has none.
+size_t FirstPicture(Codec codec, const std::vector<Unit>& units) {
+  size_t first = 0;
+  while (first < units.size() && !BeginsPicture(codec, units[first])) ++first;
+  return first;
+}
+
+// The last picture, and one to decode it behind: the nearest entry in front of it, else the stream's first
+// picture. The picture is empty where the units do not hold it.
+PictureTrial LastPicture(Codec codec, const std::vector<Unit>& head, const std::vector<Unit>& tail) {
+  PictureTrial trial;
+  trial.codec = codec;
+  size_t last = tail.size();
+  while (last > 0 && !BeginsPicture(codec, tail[last - 1])) --last;
+  if (last-- == 0) return trial;
+  size_t entry = last;
+  while (entry > 0 && !(BeginsPicture(codec, tail[entry - 1]) && IsEntry(codec, tail[entry - 1]))) --entry;
+  const size_t first = FirstPicture(codec, head);
+
+  std::vector<Unit> sets;
+  AppendHeaders(codec, head, 0, first, sets);
+  std::vector<Unit> picture;
+  if (entry > 0) {
+    AppendHeaders(codec, tail, 0, entry, sets);
+    trial.reference = ToMarkerForm(Slices(codec, tail, entry - 1, EndOfPicture(codec, tail, entry - 1)));
+  } else if (first < head.size() && head[first].bytes != tail[last].bytes) {
+    trial.reference = ToMarkerForm(Slices(codec, head, first, EndOfPicture(codec, head, first)));
+  }
+  AppendHeaders(codec, tail, entry, last, picture);
+  for (Unit& unit : Slices(codec, tail, last, tail.size())) picture.push_back(std::move(unit));
+  trial.sets = ToMarkerForm(sets);
+  trial.picture = ToMarkerForm(picture);
+  return trial;
+}
+
+Bytes ReadPart(const std::string& path, std::ifstream& file, uint64_t from, uint64_t size) {
+  Bytes bytes(size);
+  file.seekg(static_cast<std::streamoff>(from));
+  file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(size));
+  if (!file) throw Error(path, "cannot be read to its end", "copy it again");
+  return bytes;
+}
+
+}  // namespace
+
+std::string RawEndNote(ByteSpan head, ByteSpan tail, Codec codec) {
+  const std::vector<Unit> units = TakeApart(tail, Framing{}).units;
+  if (units.empty()) return "";
+  const Bytes& end = units.back().bytes;
+  const int type = UnitType(codec, end);
+  if (type < 0) return "the file ends early: behind its last start code there is no unit";
+  const std::string name = UnitTypeName(codec, type);
+  if (!MayEndStream(codec, type))
+    return fmt::format("the file ends early: its last unit ({}) has no picture behind it", name);
+  if (BreaksOff(codec, end)) return fmt::format("the file ends early: its last unit ({}) breaks off", name);
+  const std::vector<Unit> first = TakeApart(head, Framing{}).units;
+  const PictureTrial trial = LastPicture(codec, first, units);
+  if (trial.picture.empty() || TryPicture(trial) != Wholeness::kCutOff) return "";
+  return "the file ends early: its last picture is cut off";
+}
+
+std::string EndNote(const MediaFile& file) {
+  constexpr uint64_t kHeadBytes = uint64_t{8} << 20;
+  constexpr uint64_t kTailBytes = uint64_t{16} << 20;
+  const std::string note = file.TruncationNote();
+  const std::optional<Codec> codec = CodecOf(*file.context()->streams[0]);
+  if (!note.empty() || !file.isRawStream() || !codec) return note;
+  std::ifstream data(file.path(), std::ios::binary | std::ios::ate);
+  if (!data) throw Error(file.path(), std::strerror(errno));
+  const auto size = static_cast<uint64_t>(data.tellg());
+  if (size <= kTailBytes) {
+    const Bytes all = ReadPart(file.path(), data, 0, size);
+    return RawEndNote(all, all, *codec);
+  }
+  const Bytes head = ReadPart(file.path(), data, 0, kHeadBytes);
+  return RawEndNote(head, ReadPart(file.path(), data, size - kTailBytes, kTailBytes), *codec);
+}
+
+}  // namespace qlnmedia

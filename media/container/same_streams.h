@@ -1,0 +1,18 @@
+// What a container says of its streams, held against what it said before.
+#ifndef MEDIA_CONTAINER_SAME_STREAMS_H
+#define MEDIA_CONTAINER_SAME_STREAMS_H
+
+#include <string>
+
+#include "container/media_file.h"
+
+namespace qlnmedia {
+
+// Throws Error, naming the stream and what would be lost, where the file `written` does not hold the
+// streams, programs and chapters of `in` as they are there: codec, container tag, disposition, language,
+// pixel shape, orientation. What a muxer leaves out without a word shows here.
+void RequireSameStreams(const MediaFile& in, const std::string& written);
+
+}  // namespace qlnmedia
+
+#endif

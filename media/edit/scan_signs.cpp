@@ -1,0 +1,92 @@
+// Looks for signs of frames and of fields.
+
+#include "edit/scan_signs.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "units/access_unit.h"
+
+namespace qlnmedia {
+
+namespace {
+
+constexpr int kPictureTiming = 1;
+
+void Keep(std::string& sign, std::string text) {
+  if (sign.empty()) sign = std::move(text);
+}
+
+// Rasters that only fields have: half the lines of the interlaced systems.
+bool IsFieldRaster(uint32_t width, uint32_t height) {
+  struct Raster {
+    uint32_t width;
+    uint32_t height;
+  };
+  static constexpr Raster kRasters[] = {{1920, 540}, {1920, 544}, {1440, 540}, {1440, 544}, {720, 288},
+                                        {720, 240},  {720, 243},  {704, 288},  {704, 240}};
+  return std::any_of(std::begin(kRasters), std::end(kRasters),
+                     [&](const Raster& raster) { return raster.width == width && raster.height == height; });
+}
+
+}  // namespace
+
+std::optional<PictureTimingPlace> FindPictureTiming(const std::vector<Unit>& units,
+                                                    const CodedPicture& picture) {
+  for (size_t i = picture.begin; i < picture.slice; ++i) {
+    if (!IsSei(Codec::kHevc, UnitType(Codec::kHevc, units[i].bytes))) continue;
+    const std::vector<SeiMessage> messages = ReadSeiMessages(Codec::kHevc, units[i].bytes);
+    for (size_t n = 0; n < messages.size(); ++n) {
+      if (messages[n].type == kPictureTiming) return PictureTimingPlace{i, n, messages[n]};
+    }
+  }
+  return {};
+}
+
+void ScanSigns::TakeSps(const SpsSummary& sps) {
+  sps_ = sps;
+  if (sps.interlace[2]) Keep(fields_, "the sequence parameter set says field_seq_flag 1");
+  const ContainerColour& container = file_.containerColour(index_);
+  if (!file_.isRawStream() && container.height > 0 && sps.height > 0 &&
+      static_cast<uint32_t>(container.height) == 2 * sps.height)
+    Keep(fields_,
+         fmt::format("the container's picture has {} lines, a coded one {}", container.height, sps.height));
+  const AVRational rate = file_.context()->streams[index_]->avg_frame_rate;
+  if (!file_.isRawStream() && file_.formatName() != "mpegts" && rate.num > 0 && rate.den > 0 &&
+      sps.numUnitsInTick != 0) {
+    const double said = static_cast<double>(sps.timeScale) / sps.numUnitsInTick;
+    const double is = av_q2d(rate);
+    // Containers average; only what cannot be rounding counts.
+    if (std::abs(is - 2 * said) < 0.02 * is)
+      Keep(fields_, fmt::format("there are two pictures in each frame time: {:.5g} a second where the "
+                                "sequence parameter set says {:.5g}",
+                                is, said));
+  }
+  if (IsFieldRaster(sps.width, sps.height))
+    Keep(likelyFields_, fmt::format("{} x {} is the raster of a field", sps.width, sps.height));
+  if (sps.sarWidth != 0 && sps.sarHeight == 2 * sps.sarWidth)
+    Keep(likelyFields_, "its samples are twice as high as wide");
+}
+
+void ScanSigns::TakePacket(const std::vector<Unit>& units) {
+  for (const Unit& unit : units) {
+    reader_.TakeSet(unit.bytes);
+    if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit.bytes))) continue;
+    if (const std::optional<SpsSummary> sps = ReadSpsSummary(Codec::kHevc, unit.bytes)) TakeSps(*sps);
+  }
+  const std::vector<CodedPicture> pictures = reader_.Pictures(units);
+  if (pictures.size() == 2) Keep(fields_, "a packet holds two pictures");
+  for (const CodedPicture& picture : pictures) {
+    const std::optional<PictureTimingPlace> timing = FindPictureTiming(units, picture);
+    std::optional<FrameFieldInfo> info;
+    if (timing && sps_ && sps_->frameFieldInfo) info = ReadFrameFieldInfo(timing->content.payload);
+    everyPictureTold_ = everyPictureTold_ && info;
+    if (!info) continue;
+    const bool field = IsFieldPicStruct(info->picStruct);
+    Keep(field ? fields_ : frames_, fmt::format("picture timing says pic_struct {}", info->picStruct));
+  }
+}
+
+}  // namespace qlnmedia

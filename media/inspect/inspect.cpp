@@ -1,0 +1,36 @@
+// Gathers the report of `qlnmedia inspect`: container, streams, and the coded side of each video stream.
+
+#include "inspect/inspect.h"
+
+#include "base/library_messages.h"
+#include "captions/reader.h"
+#include "check/captions.h"
+#include "container/coded_stream.h"
+#include "container/media_file.h"
+#include "container/raw_end.h"
+#include "inspect/codec.h"
+#include "inspect/stream.h"
+
+namespace qlnmedia {
+
+Section InspectFile(const std::string& path, const InspectOptions& options) {
+  MessageSink messages;
+  MediaFile file(path);
+  file.RequireVideo();
+  const std::vector<CodedStream> coded = ReadCodedStreams(file, options.frames);
+  Section report;
+  AddContainer(report, file);
+  for (unsigned i = 0; i < file.context()->nb_streams; ++i) {
+    Section& section = AddStream(report, file, i);
+    if (MayHaveCaptions(*file.context()->streams[i])) ReportCaptions(section, path, i);
+    for (const CodedStream& stream : coded) {
+      if (stream.index == i && stream.codec == Codec::kH264) ReportH264(section, stream, options, messages);
+      if (stream.index == i && stream.codec == Codec::kHevc) ReportHevc(section, stream, options, messages);
+    }
+  }
+  const std::string note = EndNote(file);
+  if (!note.empty()) report.AddNote(note);
+  return report;
+}
+
+}  // namespace qlnmedia

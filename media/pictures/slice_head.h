@@ -1,0 +1,73 @@
+// What a stream's slice headers and picture parameter sets say of the order of pictures.
+#ifndef MEDIA_PICTURES_SLICE_HEAD_H
+#define MEDIA_PICTURES_SLICE_HEAD_H
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+
+#include "sets/set_edit.h"
+#include "units/units.h"
+
+namespace qlnmedia {
+
+// The elements of a slice header (ITU-T H.264 clause 7.3.3, H.265 clause 7.3.6.1) that tell its picture from
+// others and give its place.
+struct SliceHead {
+  std::shared_ptr<const SpsSummary> sps;
+  int unitType = 0;
+  uint32_t ppsId = 0;
+  uint32_t pocLsb = 0;
+
+  // H.264 only.
+  uint32_t refIdc = 0;
+  uint32_t frameNum = 0;
+  bool field = false;
+  bool bottom = false;
+  uint32_t idrPicId = 0;
+  int32_t deltaPocBottom = 0;
+  std::array<int32_t, 2> deltaPoc{};
+  bool resetsOrder = false;  // memory_management_control_operation 5
+
+  // HEVC only.
+  bool firstSegment = false;  // first_slice_segment_in_pic_flag
+  uint32_t temporalId = 0;
+};
+
+// Reads slice headers by the parameter sets that it was shown.
+class SliceHeadReader {
+ public:
+  explicit SliceHeadReader(Codec codec) : codec_(codec) {}
+  // Any unit; those that are no SPS or PPS, or break off, are passed over.
+  void TakeSet(ByteSpan unit);
+  // The head of a slice of the base layer and view. Nothing for other units, where the header breaks off, and
+  // where it names sets that were not there.
+  std::optional<SliceHead> Read(ByteSpan unit) const;
+
+ private:
+  struct Pps {
+    uint32_t spsId = 0;
+    bool fieldOrder = false;               // H.264 bottom_field_pic_order_in_frame_present_flag
+    std::array<uint32_t, 2> references{};  // H.264 num_ref_idx_lX_default_active_minus1 + 1
+    bool weightedP = false;                // H.264
+    uint32_t weightedB = 0;
+    bool redundant = false;   // H.264 redundant_pic_cnt_present_flag
+    bool outputFlag = false;  // HEVC
+    uint32_t extraBits = 0;   // HEVC num_extra_slice_header_bits
+  };
+  static bool ReadH264Pps(class SetReader& in, Pps& pps);
+  std::optional<SliceHead> ReadH264(ByteSpan unit) const;
+  std::optional<SliceHead> ReadHevc(ByteSpan unit) const;
+  // The PPS of that number whose SPS is there too; null if there is none.
+  const Pps* Find(uint32_t id) const;
+
+  Codec codec_;
+  std::map<uint32_t, std::shared_ptr<const SpsSummary>> sps_;
+  std::map<uint32_t, Pps> pps_;
+};
+
+}  // namespace qlnmedia
+
+#endif

@@ -1,0 +1,96 @@
+// Finds the pace of pictures by what the container says and by their times.
+
+#include "timing/picture_clock.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+namespace qlnmedia {
+
+namespace captions = qlnmedia::captions;
+
+namespace {
+
+constexpr double kSameRate = 0.005;
+// Times of a clip of few pictures, and times in milliseconds, are rounded coarsely; a wrong rate is further
+// off than that.
+constexpr double kCoarse = 0.03;
+constexpr size_t kStepsLookedAt = 65536;
+
+// The known rate that is nearest.
+std::optional<captions::Rate> NearestRate(double picturesPerSecond, double tolerance) {
+  std::optional<captions::Rate> best;
+  double bestDistance = tolerance;
+  for (int i = 0; i < captions::kRateCount; ++i) {
+    const captions::RateInfo& info = captions::InfoOf(static_cast<captions::Rate>(i));
+    const double distance = std::fabs(picturesPerSecond * info.denominator / info.numerator - 1);
+    if (distance >= bestDistance) continue;
+    bestDistance = distance;
+    best = static_cast<captions::Rate>(i);
+  }
+  return best;
+}
+
+// The first of the container's two rates that is a known one and near `seen`; 0 if there is none. A `seen` of
+// 0 tells nothing.
+double ToldRate(const AVStream& stream, double seen) {
+  for (const AVRational rate : {stream.avg_frame_rate, stream.r_frame_rate}) {
+    if (!captions::RateOf(rate.num, rate.den)) continue;
+    if (seen == 0 || std::fabs(seen / av_q2d(rate) - 1) < kCoarse) return av_q2d(rate);
+  }
+  return 0;
+}
+
+// True if each step is nearer to one frame than to none or two.
+bool IsSteady(const PicturePlaces& order, double picturesPerSecond) {
+  const double frame = 1 / (picturesPerSecond * av_q2d(order.timeBase));
+  return std::all_of(order.steps.begin(), order.steps.end(),
+                     [frame](uint32_t step) { return step > 0.5 * frame - 1 && step < 1.5 * frame + 1; });
+}
+
+// Pictures a second by the step that stands in the middle of all.
+double UsualRate(const PicturePlaces& order) {
+  const size_t count = std::min(order.steps.size(), kStepsLookedAt);
+  std::vector<uint32_t> steps(order.steps.begin(), order.steps.begin() + static_cast<std::ptrdiff_t>(count));
+  const auto middle = steps.begin() + static_cast<std::ptrdiff_t>(count / 2);
+  std::nth_element(steps.begin(), middle, steps.end());
+  return *middle == 0 ? 0 : 1 / (*middle * av_q2d(order.timeBase));
+}
+
+}  // namespace
+
+Pace PaceOf(const AVStream& stream, const PicturePlaces& order) {
+  Pace pace;
+  const double seen = order.picturesPerSecond;
+  const double told = ToldRate(stream, seen);
+  pace.picturesPerSecond = told != 0 ? told : seen;
+  pace.rate = NearestRate(pace.picturesPerSecond, kSameRate);
+  if (seen == 0 || IsSteady(order, pace.picturesPerSecond)) return pace;
+  pace.steady = false;
+  const double usual = UsualRate(order);
+  const double toldUsual = usual == 0 ? 0 : ToldRate(stream, usual);
+  pace.rate = NearestRate(toldUsual != 0 ? toldUsual : usual, kCoarse);
+  if (pace.rate) {
+    const captions::RateInfo& info = captions::InfoOf(*pace.rate);
+    pace.picturesPerSecond = static_cast<double>(info.numerator) / info.denominator;
+  }
+  return pace;
+}
+
+double PictureClock::seconds() const {
+  if (!pace_.steady) return static_cast<double>(ticks_) * av_q2d(order_.timeBase);
+  return pace_.picturesPerSecond > 0 ? static_cast<double>(index_) / pace_.picturesPerSecond : 0;
+}
+
+int64_t PictureClock::number() const {
+  if (pace_.steady) return static_cast<int64_t>(index_);
+  return std::llround(seconds() * pace_.picturesPerSecond);
+}
+
+void PictureClock::Next() {
+  if (index_ < order_.steps.size()) ticks_ += order_.steps[index_];
+  ++index_;
+}
+
+}  // namespace qlnmedia

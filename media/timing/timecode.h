@@ -1,0 +1,68 @@
+// Timecodes for pictures: what people write, and the SEI messages that carry it.
+#ifndef MEDIA_TIMING_TIMECODE_H
+#define MEDIA_TIMING_TIMECODE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "container/libav_handles.h"
+#include "sets/set_edit.h"
+#include "units/units.h"
+
+namespace qlnmedia {
+
+// The timecode of a stream's first picture.
+struct TimecodeStart {
+  uint32_t count = 0;  // frames
+  uint8_t type = 0;    // TcType
+};
+
+// True for the rates that timecodes count frames by: 23.98 to 60.
+bool IsTimecodeRate(AVRational rate);
+
+// Reads "HH:MM:SS:FF", ";" in front of the frames for drop-frame. `typeName` is the name of a TcType, or
+// empty for the one that the rate asks for. Throws Error for a text that is no timecode, for one that
+// does not exist, and for drop-frame at rates that do not know it.
+TimecodeStart ParseTimecode(const std::string& text, const std::string& typeName, AVRational rate);
+
+// A clock timestamp as a message carries it.
+struct ClockTime {
+  uint32_t hours = 0;
+  uint32_t minutes = 0;
+  uint32_t seconds = 0;
+  uint32_t frames = 0;
+  bool drop = false;   // counting_type 4: the first two numbers of most minutes are left out
+  bool whole = false;  // hours, minutes and seconds are all there
+  // "HH:MM:SS:FF", ";" in front of the frames for drop-frame.
+  std::string Text() const;
+};
+
+// What pic_timing (ITU-T H.264 clause D.1.3) holds beside the clock.
+struct PictureTiming {
+  uint32_t cpbRemovalDelay = 0;
+  uint32_t dpbOutputDelay = 0;
+  uint32_t picStruct = 0;
+  bool clocks[3] = {};         // clock_timestamp_flag
+  bool fieldBased[3] = {};     // nuit_field_based_flag
+  uint32_t scanTypes[3] = {};  // ct_type
+  ClockTime times[3];
+};
+
+// Reads a payload as the SPS says it is laid out; nothing where it breaks off.
+std::optional<PictureTiming> ReadPictureTiming(const Bytes& payload, const SpsSummary& sps);
+// A payload with the clock of `count` in every timestamp that `timing` has, or in the first if it has none;
+// for an SPS whose pic_struct_present_flag is 1.
+Bytes MakePictureTiming(const PictureTiming& timing, const SpsSummary& sps, uint32_t count, uint8_t tcType);
+
+// The clock timestamps of a time_code payload (ITU-T H.265 clause D.2.27) that are there; as many as stand in
+// front of the place where it breaks off.
+std::vector<ClockTime> ReadTimeCode(const Bytes& payload);
+// A time_code SEI unit of HEVC for a picture of the given temporal layer, made by the library. Where `field`,
+// the picture is a field, and frames are counted by units of two ticks (ITU-T H.265 clause D.3.27).
+Bytes MakeHevcTimecodeUnit(uint32_t count, uint8_t tcType, bool field = false, uint32_t temporalId = 0);
+
+}  // namespace qlnmedia
+
+#endif

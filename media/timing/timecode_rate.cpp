@@ -1,0 +1,105 @@
+// Chooses between the rates of container, VUI and user.
+
+#include "timing/timecode_rate.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+
+#include "base/error.h"
+#include "base/numbers.h"
+#include "timing/timecode.h"
+
+namespace qlnmedia {
+
+namespace {
+
+// 30 and 29.97 are one part in a thousand apart: a VUI tells them from each other, the average of a
+// container's rounded times does not.
+constexpr double kVuiTolerance = 0.0005;
+constexpr double kAverageTolerance = 0.01;
+constexpr double kShortClipTolerance = 0.1;
+
+bool IsKnown(AVRational rate) { return rate.num > 0 && rate.den > 0; }
+
+bool Near(AVRational a, AVRational b, double tolerance) {
+  return std::abs(av_q2d(a) / av_q2d(b) - 1) <= tolerance;
+}
+
+AVRational Half(AVRational rate) { return av_mul_q(rate, {1, 2}); }
+
+// Bounded, since a VUI may hold any two numbers of 32 bits.
+AVRational Reduced(uint64_t numerator, uint64_t denominator) {
+  AVRational rate{0, 1};
+  if (numerator != 0 && denominator != 0)
+    av_reduce(&rate.num, &rate.den, static_cast<int64_t>(numerator), static_cast<int64_t>(denominator),
+              1 << 30);
+  return rate;
+}
+
+AVRational ParseAsked(const std::string& text) {
+  const std::optional<RationalRate> parsed = ParseRate(text);
+  if (!parsed) throw Error("--rate " + text, "is no rate", "write 25, 29.97 or 30000/1001");
+  return Reduced(parsed->rate, parsed->scale);
+}
+
+}  // namespace
+
+AVRational VuiFrameRate(Codec codec, const SpsSummary& sps) {
+  // A tick is a field in H.264. In HEVC it is a picture, and a picture is a field where the stream says so.
+  const bool fields = codec == Codec::kH264 || sps.interlace[2];
+  return Reduced(sps.timeScale, uint64_t{sps.numUnitsInTick} * (fields ? 2 : 1));
+}
+
+KnownRates RatesOf(const AVStream& stream, bool raw, Codec codec, const std::optional<SpsSummary>& sps) {
+  KnownRates known;
+  if (!raw) {
+    known.container = stream.avg_frame_rate;
+    known.guess = stream.r_frame_rate;
+  }
+  if (!sps) return known;
+  known.stream = VuiFrameRate(codec, *sps);
+  known.halves = codec == Codec::kH264 ? !sps->frameMbsOnly : sps->interlace[2];
+  // Every picture of such a HEVC stream is a field, and has a packet of its own.
+  if (codec == Codec::kHevc && known.halves && IsKnown(known.container))
+    known.container = Half(known.container);
+  return known;
+}
+
+namespace {
+
+AVRational Choose(const KnownRates& known) {
+  const AVRational average = known.container;
+  if (!IsKnown(average)) return known.stream;
+  if (known.halves && IsKnown(known.stream) && Near(Half(average), known.stream, kAverageTolerance))
+    return known.stream;  // a packet a field
+  if (IsTimecodeRate(average)) return average;
+  for (const AVRational rate : {known.stream, known.guess}) {
+    if (IsTimecodeRate(rate) && (Near(average, rate, kShortClipTolerance) ||
+                                 (known.halves && Near(Half(average), rate, kShortClipTolerance))))
+      return rate;
+  }
+  return average;
+}
+
+}  // namespace
+
+AVRational TimecodeRate(const KnownRates& known, const std::string& asked) {
+  const AVRational rate = Choose(known);
+  if (asked.empty()) {
+    if (!IsKnown(rate))
+      throw Error("--timecode", "neither container nor stream says how many frames a second there are",
+                  "say it with --rate, as --rate 25");
+    return rate;
+  }
+  const AVRational wanted = ParseAsked(asked);
+  const double tolerance = IsKnown(known.container) ? kAverageTolerance : kVuiTolerance;
+  const bool agrees = !IsTimecodeRate(rate) || Near(wanted, rate, tolerance) ||
+                      (known.halves && Near(wanted, Half(rate), tolerance));
+  if (!agrees)
+    throw Error("--rate " + asked, fmt::format("the file says {:.5g} frames a second", av_q2d(rate)),
+                "leave it out, or name how to count with --timecode-type");
+  return wanted;
+}
+
+}  // namespace qlnmedia

@@ -1,0 +1,127 @@
+// Puts units into access units and takes messages out of them.
+
+#include "units/access_unit.h"
+
+#include <algorithm>
+
+namespace qlnmedia {
+
+namespace {
+
+constexpr int kRecoveryPoint = 6;
+
+// H.264: sequence parameter set extension, subset sequence parameter set.
+bool IsSetExtension(Codec codec, int unitType) {
+  return codec == Codec::kH264 && (unitType == 13 || unitType == 15);
+}
+
+size_t HeaderBytes(Codec codec) { return codec == Codec::kH264 ? 1 : 2; }
+
+}  // namespace
+
+bool IsSei(Codec codec, int unitType) {
+  return codec == Codec::kH264 ? unitType == 6 : unitType == 39 || unitType == 40;
+}
+
+bool IsDelimiter(Codec codec, int unitType) { return unitType == (codec == Codec::kH264 ? 9 : 35); }
+
+bool IsSps(Codec codec, int unitType) { return unitType == (codec == Codec::kH264 ? 7 : 33); }
+
+bool BeginsAccessUnit(Codec codec, int unitType) {
+  if (codec == Codec::kH264) return (unitType >= 6 && unitType <= 9) || (unitType >= 14 && unitType <= 18);
+  return (unitType >= 32 && unitType <= 35) || unitType == 39 || (unitType >= 41 && unitType <= 44) ||
+         (unitType >= 48 && unitType <= 55);
+}
+
+bool IsBaseLayer(Codec codec, ByteSpan unit) {
+  return codec == Codec::kH264 || unit.size() < 2 || ((unit[0] & 1) == 0 && unit[1] >> 3 == 0);
+}
+
+size_t OutgrownUnit(const UnitRun& run, Framing framing) {
+  if (framing.startCodes() || framing.lengthBytes >= 4) return 0;
+  for (const Unit& unit : run.units) {
+    if (unit.bytes.size() >> 8 * framing.lengthBytes != 0) return unit.bytes.size();
+  }
+  return 0;
+}
+
+size_t FirstPictureUnit(Codec codec, const std::vector<Unit>& units) {
+  for (size_t i = 0; i < units.size(); ++i) {
+    const int type = UnitType(codec, units[i].bytes);
+    if (IsSlice(codec, type) || (codec == Codec::kH264 && (type == 14 || type == 20))) return i;
+  }
+  return units.size();
+}
+
+bool IsRandomAccess(Codec codec, const std::vector<Unit>& units) {
+  for (const Unit& unit : units) {
+    const int type = UnitType(codec, unit.bytes);
+    if (codec == Codec::kHevc) {
+      if (type >= 16 && type <= 23) return true;
+    } else if (type == 5) {
+      return true;
+    } else if (type == 6) {
+      for (const SeiMessage& message : ReadSeiMessages(codec, unit.bytes)) {
+        if (message.type == kRecoveryPoint) return true;
+      }
+    }
+  }
+  return false;
+}
+
+size_t SeiPlace(Codec codec, const std::vector<Unit>& units, size_t begin, size_t slice,
+                std::initializer_list<int> inFront) {
+  size_t place = begin;
+  for (size_t i = begin; i < slice; ++i) {
+    const int type = UnitType(codec, units[i].bytes);
+    if (IsParameterSet(codec, type) || IsDelimiter(codec, type) || IsSetExtension(codec, type)) place = i + 1;
+  }
+  for (; place < slice && IsSei(codec, UnitType(codec, units[place].bytes)); ++place) {
+    bool whole = false;
+    const std::vector<SeiMessage> messages = ReadSeiMessages(codec, units[place].bytes, &whole);
+    const bool mayPrecede =
+        whole && std::all_of(messages.begin(), messages.end(), [&](const SeiMessage& message) {
+          return std::find(inFront.begin(), inFront.end(), message.type) != inFront.end();
+        });
+    if (!mayPrecede) break;
+  }
+  return place;
+}
+
+void InsertSei(Codec codec, std::vector<Unit>& units, Bytes bytes) {
+  InsertSei(units, FirstPictureUnit(codec, units), std::move(bytes));
+}
+
+void InsertSei(std::vector<Unit>& units, size_t at, Bytes bytes) {
+  Unit unit;
+  unit.bytes = std::move(bytes);
+  // As the unit that follows. The zero byte that makes the first start code of an access unit a long one may
+  // stand at the end of the packet in front.
+  unit.startCodeBytes = at == units.size() ? 4 : units[at].startCodeBytes;
+  units.insert(units.begin() + static_cast<std::ptrdiff_t>(at), std::move(unit));
+}
+
+SeiRemoval RemoveSeiMessages(Codec codec, Bytes& unit, const std::function<bool(const SeiMessage&)>& unwanted,
+                             int* removed) {
+  bool whole = false;
+  std::vector<SeiMessage> messages = ReadSeiMessages(codec, unit, &whole);
+  const size_t before = messages.size();
+  std::erase_if(messages, unwanted);
+  // A unit that breaks off would lose what stands behind its last whole message.
+  if (messages.size() == before || !whole) return SeiRemoval::kUntouched;
+  *removed += static_cast<int>(before - messages.size());
+  if (messages.empty()) return SeiRemoval::kEmptied;
+  unit = MakeSeiUnit(ByteSpan(unit).first(HeaderBytes(codec)), messages);
+  return SeiRemoval::kChanged;
+}
+
+int RemoveSei(Codec codec, std::vector<Unit>& units, const std::function<bool(const SeiMessage&)>& unwanted) {
+  int removed = 0;
+  std::erase_if(units, [&](Unit& unit) {
+    return IsSei(codec, UnitType(codec, unit.bytes)) &&
+           RemoveSeiMessages(codec, unit.bytes, unwanted, &removed) == SeiRemoval::kEmptied;
+  });
+  return removed;
+}
+
+}  // namespace qlnmedia

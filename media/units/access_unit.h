@@ -1,0 +1,53 @@
+// Changes to the units of one access unit, by the order rules of the standards (ITU-T H.264 clause 7.4.1.2.3,
+// H.265 clause 7.4.2.4.4): delimiter, parameter sets, SEI, slices.
+#ifndef MEDIA_UNITS_ACCESS_UNIT_H
+#define MEDIA_UNITS_ACCESS_UNIT_H
+
+#include <functional>
+#include <initializer_list>
+#include <vector>
+
+#include "units/units.h"
+
+namespace qlnmedia {
+
+bool IsSei(Codec codec, int unitType);
+bool IsDelimiter(Codec codec, int unitType);
+bool IsSps(Codec codec, int unitType);
+// True for units that may stand in front of a picture's first slice but not between or behind its slices: the
+// first of them behind a picture begins the next access unit.
+bool BeginsAccessUnit(Codec codec, int unitType);
+// False for HEVC units of a layer above the base layer (nuh_layer_id).
+bool IsBaseLayer(Codec codec, ByteSpan unit);
+// The size of the first unit that does not fit its length field, so that PutTogether would damage it; 0 if
+// there is none.
+size_t OutgrownUnit(const UnitRun& run, Framing framing);
+
+// Index of the first unit that belongs to the coded picture itself: its first slice, or the prefix unit in
+// front of it; the number of units if there is none.
+size_t FirstPictureUnit(Codec codec, const std::vector<Unit>& units);
+
+// True where decoding can start: an IDR or IRAP picture, or one with a recovery point message.
+bool IsRandomAccess(Codec codec, const std::vector<Unit>& units);
+
+// Where an SEI unit goes that may have only certain messages in front of it: behind the delimiter and the
+// parameter sets of [begin, slice), and in front of the first SEI unit there that holds any other message.
+size_t SeiPlace(Codec codec, const std::vector<Unit>& units, size_t begin, size_t slice,
+                std::initializer_list<int> inFront);
+
+// Puts a unit directly in front of the coded picture, behind delimiter, parameter sets and other SEI.
+void InsertSei(Codec codec, std::vector<Unit>& units, Bytes unit);
+// Puts a unit in front of the one at `at`.
+void InsertSei(std::vector<Unit>& units, size_t at, Bytes unit);
+
+// Takes the messages for which `unwanted` holds out of every SEI unit, wherever it stands; a unit that is
+// left empty goes, and units without such messages keep their bytes. Returns how many messages went.
+int RemoveSei(Codec codec, std::vector<Unit>& units, const std::function<bool(const SeiMessage&)>& unwanted);
+// The same for one unit: nothing to do, changed, or emptied.
+enum class SeiRemoval { kUntouched, kChanged, kEmptied };
+SeiRemoval RemoveSeiMessages(Codec codec, Bytes& unit, const std::function<bool(const SeiMessage&)>& unwanted,
+                             int* removed);
+
+}  // namespace qlnmedia
+
+#endif

@@ -1,0 +1,220 @@
+// Caption files as events by time, and events spread over pictures.
+
+#include "captions/caption_track.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "captions/mcc_file.h"
+#include "captions/scc_file.h"
+
+namespace qlnmedia::captions {
+namespace {
+
+const char* const kScc = "Scenarist_SCC V1.0\n\n01:00:00:10\t9420 9470 c74f\n\n01:00:01:00\t942c\n";
+
+CaptionTrack TrackOf(std::string_view text) {
+  std::string reason;
+  std::optional<CaptionTrack> track = ReadCaptionTrack(text, &reason);
+  EXPECT_TRUE(track) << reason;
+  return track.value_or(CaptionTrack());
+}
+
+// The pairs of field 1 that say something, by picture.
+std::vector<std::pair<int, int>> PairsOf(CaptionPictures pictures, int count) {
+  std::vector<std::pair<int, int>> pairs;
+  for (int i = 0; i < count; ++i) {
+    for (const Triplet& t : pictures.Next(i)) {
+      if (t.valid && t.type == CcType::kField1 && ((t.first | t.second) & 0x7F) != 0)
+        pairs.emplace_back(i, t.first << 8 | t.second);
+    }
+  }
+  return pairs;
+}
+
+std::string MccText(const std::vector<std::pair<const char*, Bytes>>& lines, const char* rate = "30") {
+  std::string text = std::string("File Format=MacCaption_MCC V1.0\n\nTime Code Rate=") + rate + "\n\n";
+  for (const auto& [at, cdp] : lines) {
+    Bytes anc = WrapInAnc(cdp);
+    anc.push_back(AncChecksum(anc));
+    text += std::string(at) + "\t" + ShortenAnc(anc) + "\n";
+  }
+  return text;
+}
+
+Bytes Cdp(size_t triplets, uint8_t text = 0x41) {
+  CaptionPacket packet;
+  packet.triplets.assign(triplets, Triplet{});
+  if (triplets != 0) packet.triplets[0] = {true, CcType::kField1, 0xC1, text};
+  return WriteCdp(packet);
+}
+
+TEST(CaptionTrack, BeginsAtItsWholeHour) {
+  const CaptionTrack track = TrackOf(kScc);
+  EXPECT_EQ(track.FirstHour(), 108000);
+  EXPECT_EQ(track.FrameOf("01:00:00:10"), 108010);
+  EXPECT_FALSE(track.FrameOf("01:00:00:30"));
+  EXPECT_FALSE(track.FrameOf("noon"));
+  EXPECT_EQ(PairsOf(CaptionPictures(track, Rate::k29_97, track.FirstHour()), 60),
+            (std::vector<std::pair<int, int>>{{10, 0x9420}, {11, 0x9470}, {12, 0xC74F}, {30, 0x942C}}));
+}
+
+TEST(CaptionTrack, CountsDropFrames) {
+  const CaptionTrack track = TrackOf("Scenarist_SCC V1.0\n\n00:01:00;02\t9420\n");
+  EXPECT_EQ(track.events.front().at, 1800);
+}
+
+TEST(CaptionPictures, AreAsManyAsTheRateAsksFor) {
+  const CaptionTrack track = TrackOf(kScc);
+  const std::pair<Rate, size_t> counts[] = {{Rate::k23_976, 25}, {Rate::k24, 25}, {Rate::k25, 24},
+                                            {Rate::k29_97, 20},  {Rate::k30, 20}, {Rate::k50, 12},
+                                            {Rate::k59_94, 10},  {Rate::k60, 10}};
+  for (const auto& [rate, count] : counts) {
+    CaptionPictures pictures(track, rate, track.FirstHour());
+    for (int i = 0; i < 120; ++i) ASSERT_EQ(pictures.Next(i).size(), count) << InfoOf(rate).name;
+    EXPECT_EQ(pictures.left(), 0u);
+  }
+}
+
+TEST(CaptionPictures, AreConvertedByTime) {
+  const CaptionTrack track = TrackOf(kScc);
+  // Frame 10 of 29.97 is picture 8 of 23.976, and the first picture of 25 that is not before it is the ninth.
+  for (const auto& [rate, first, last] : {std::tuple{Rate::k23_976, 8, 24}, std::tuple{Rate::k25, 9, 26},
+                                          std::tuple{Rate::k59_94, 20, 60}, std::tuple{Rate::k30, 10, 30}}) {
+    const auto pairs = PairsOf(CaptionPictures(track, rate, track.FirstHour()), 100);
+    ASSERT_EQ(pairs.size(), 4u);
+    EXPECT_EQ(pairs.front(), (std::pair{first, 0x9420})) << InfoOf(rate).name;
+    EXPECT_EQ(pairs.back(), (std::pair{last, 0x942C})) << InfoOf(rate).name;
+  }
+  EXPECT_TRUE(CaptionPictures(track, Rate::k25, 0).converted());
+  EXPECT_FALSE(CaptionPictures(track, Rate::k29_97, 0).converted());
+  EXPECT_FALSE(CaptionPictures(track, Rate::k59_94, 0).converted());
+}
+
+TEST(CaptionPictures, TellWhatIsLost) {
+  const CaptionTrack track = TrackOf(kScc);
+  CaptionPictures pictures(track, Rate::k29_97, 108011);
+  EXPECT_EQ(pictures.early(), 1u);
+  EXPECT_EQ(pictures.left(), 3u);
+  EXPECT_EQ(PairsOf(pictures, 1), (std::vector<std::pair<int, int>>{{0, 0x9470}}));
+  pictures.Next(0);
+  EXPECT_EQ(pictures.left(), 2u);
+}
+
+TEST(CaptionPictures, KeepPacketsOfTheSameRateAsTheyAre) {
+  const CaptionTrack track = TrackOf(MccText({{"00:00:00:01", Cdp(20)}}));
+  CaptionPictures pictures(track, Rate::k29_97, 0);
+  EXPECT_EQ(pictures.Next(0)[0], (Triplet{true, CcType::kField1, 0x80, 0x80}));
+  const std::vector<Triplet> second = pictures.Next(1);
+  ASSERT_EQ(second.size(), 20u);
+  EXPECT_EQ(second[0], (Triplet{true, CcType::kField1, 0xC1, 0x41}));
+  EXPECT_EQ(second[1], Triplet());
+}
+
+TEST(CaptionPictures, SpreadBursts) {
+  CaptionPacket burst;
+  burst.triplets.assign(31, Triplet{true, CcType::kServiceData, 1, 2});
+  const CaptionTrack track = TrackOf(MccText({{"00:00:00:00", WriteCdp(burst)}}));
+  CaptionPictures pictures(track, Rate::k29_97, 0);
+  size_t sent = 0;
+  for (int i = 0; i < 2; ++i) {
+    const std::vector<Triplet> triplets = pictures.Next(i);
+    EXPECT_EQ(triplets.size(), 20u);
+    sent += static_cast<size_t>(std::count(triplets.begin(), triplets.end(), burst.triplets[0]));
+  }
+  EXPECT_EQ(sent, 31u);
+}
+
+TEST(CaptionTrack, NamesTheLineThatIsWrong) {
+  const std::string good = MccText({{"00:00:00:01", Cdp(20)}});
+  std::string broken = good;
+  broken.replace(broken.size() - 3, 2, "00");
+  const std::pair<std::string, const char*> texts[] = {
+      {"", "line 0: neither a Scenarist file (.scc) nor a MacCaption file (.mcc)"},
+      {"hello\n", "line 1: neither a Scenarist file (.scc) nor a MacCaption file (.mcc)"},
+      {"Scenarist_SCC V1.0\n\n", "holds no captions"},
+      {"Scenarist_SCC V1.0\n\n00:00:02:00\t9420\n\n00:00:01:00\t9420\n", "line 5: the time goes back"},
+      {"Scenarist_SCC V1.0\n\n00:00:02:00\t9420 94", "line 3: not groups of four hexadecimal digits"},
+      {MccText({{"00:00:00:02", Cdp(20)}, {"00:00:00:01", Cdp(20)}}), "line 6: the time goes back"},
+      {broken, "line 5: the ANC checksum is wrong"},
+      {good.substr(0, good.size() - 4), "line 5: not hexadecimal digits and shorthand"},
+      {MccText({{"00:00:00:01", Bytes{0x96, 0x69, 4, 0x4F}}}),
+       "line 5: the packet is too short for its sections"},
+  };
+  for (const auto& [text, expected] : texts) {
+    std::string reason;
+    EXPECT_FALSE(ReadCaptionTrack(text, &reason)) << text;
+    EXPECT_EQ(reason, expected) << text;
+  }
+}
+
+TEST(CaptionTrack, TakesMarksCommentsAndOtherPackets) {
+  const std::string good = MccText({{"00:00:00:01", Cdp(20)}});
+  std::string text = "\xEF\xBB\xBF" + good + "// the end\r\n00:00:00:02\t61020300000066\r\n";
+  EXPECT_EQ(TrackOf(text).events.size(), 1u);
+}
+
+TEST(CaptionPictures, GoByTimeWherePicturesAreMissing) {
+  const CaptionTrack track = TrackOf(kScc);
+  CaptionPictures pictures(track, Rate::k29_97, track.FirstHour());
+  // Frames 9 to 11 and 30 have no picture: the pairs of frames 10 to 12 begin at frame 12, one a picture.
+  std::vector<std::pair<int64_t, int>> pairs;
+  for (const int64_t number : {0, 8, 12, 13, 14, 15, 29, 31, 32}) {
+    for (const Triplet& t : pictures.Next(number)) {
+      if (t.valid && t.type == CcType::kField1 && t.first != 0x80)
+        pairs.emplace_back(number, t.first << 8 | t.second);
+    }
+  }
+  EXPECT_EQ(pairs,
+            (std::vector<std::pair<int64_t, int>>{{12, 0x9420}, {13, 0x9470}, {14, 0xC74F}, {31, 0x942C}}));
+}
+
+TEST(CaptionPictures, LoseNothingWherePicturesOfTheSameRateAreMissing) {
+  const CaptionTrack track = TrackOf(
+      MccText({{"00:00:00:00", Cdp(20, 1)}, {"00:00:00:01", Cdp(20, 2)}, {"00:00:00:02", Cdp(20, 4)}}));
+  CaptionPictures pictures(track, Rate::k29_97, 0);
+  std::vector<uint8_t> sent;
+  for (const int64_t number : {0, 2, 3}) {
+    const std::vector<Triplet> triplets = pictures.Next(number);
+    EXPECT_EQ(triplets.size(), 20u);
+    if (triplets[0].first == 0xC1) sent.push_back(triplets[0].second);
+  }
+  EXPECT_EQ(sent, (std::vector<uint8_t>{1, 2, 4}));
+}
+
+TEST(CaptionTrack, IsWrittenAndReadBack) {
+  const CaptionTrack track = TrackOf(kScc);
+  CaptionPictures pictures(track, Rate::k59_94, track.FirstHour());
+  MccTrackWriter mcc(Rate::k59_94);
+  SccTrackWriter scc(Rate::k59_94);
+  std::string text = mcc.Heading();
+  std::vector<std::vector<Triplet>> all;
+  for (int i = 0; i < 120; ++i) {
+    all.push_back(pictures.Next(i));
+    text += mcc.Lines(all.back(), i);
+    scc.Add(all.back(), i);
+  }
+  const CaptionTrack again = TrackOf(text);
+  EXPECT_EQ(again.rate, Rate::k59_94);
+  ASSERT_EQ(again.events.size(), all.size());
+  for (size_t i = 0; i < all.size(); ++i) EXPECT_EQ(again.events[i].triplets, all[i]) << i;
+  EXPECT_EQ(scc.Text(), "Scenarist_SCC V1.0\n\n00:00:00:10\t9420 9470 c74f\n\n00:00:01:00\t942c\n");
+}
+
+TEST(CaptionTrack, WritesBurstsAsSeveralPackets) {
+  std::vector<Triplet> burst;
+  for (int i = 0; i < 70; ++i)
+    burst.push_back({true, CcType::kServiceData, static_cast<uint8_t>(i), static_cast<uint8_t>(i + 1)});
+  MccTrackWriter writer(Rate::k29_97);
+  const std::string lines = writer.Lines(burst, 31);
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 3);
+  const CaptionTrack track = TrackOf(writer.Heading() + lines);
+  ASSERT_EQ(track.events.size(), 1u);
+  EXPECT_EQ(track.events[0].at, 31);
+  EXPECT_EQ(track.events[0].triplets, burst);
+  EXPECT_EQ(writer.Lines({}, 32), "");
+}
+
+}  // namespace
+}  // namespace qlnmedia::captions
