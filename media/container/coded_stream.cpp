@@ -22,6 +22,28 @@ std::optional<Codec> CodecOf(const AVStream& stream) {
   return {};
 }
 
+StreamDescription DescribeStream(const AVStream& stream, bool raw) {
+  StreamDescription described;
+  const AVCodecParameters& parameters = *stream.codecpar;
+  if (MediaFile::IsVideo(stream)) {
+    if (parameters.codec_id == AV_CODEC_ID_H264) described.codec = VideoCodec::kH264;
+    if (parameters.codec_id == AV_CODEC_ID_HEVC) described.codec = VideoCodec::kHevc;
+    if (parameters.codec_id == AV_CODEC_ID_MPEG2VIDEO) described.codec = VideoCodec::kMpeg2;
+  }
+  if (parameters.extradata_size > 0)
+    described.privateData.assign(parameters.extradata, parameters.extradata + parameters.extradata_size);
+  described.timeBase = FromLibav(stream.time_base);
+  described.averageRate = FromLibav(stream.avg_frame_rate);
+  described.baseRate = FromLibav(stream.r_frame_rate);
+  described.raw = raw;
+  return described;
+}
+
+PacketView ViewOf(const AVPacket& packet) {
+  return {ByteSpan(packet.data, static_cast<size_t>(packet.size)), packet.pts, packet.dts,
+          (packet.flags & AV_PKT_FLAG_KEY) != 0, packet.pos};
+}
+
 ConfigRecord ConfigOf(const AVStream& stream) {
   const std::optional<Codec> codec = CodecOf(stream);
   const AVCodecParameters& parameters = *stream.codecpar;

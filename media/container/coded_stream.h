@@ -9,6 +9,7 @@
 #include "base/library_messages.h"
 #include "base/report.h"
 #include "container/media_file.h"
+#include "units/coded_stream.h"
 #include "units/config_record.h"
 
 namespace qlnmedia {
@@ -36,6 +37,11 @@ struct CodedStream {
 
 // The codec of a stream that the library parses; nothing for all others.
 std::optional<Codec> CodecOf(const AVStream& stream);
+
+// A stream in plain types; `raw` as MediaFile::isRawStream tells it.
+StreamDescription DescribeStream(const AVStream& stream, bool raw);
+// A packet in plain types, valid as long as the packet.
+PacketView ViewOf(const AVPacket& packet);
 
 // The configuration record of a stream; an empty one where the library does not parse it.
 ConfigRecord ConfigOf(const AVStream& stream);

@@ -18,6 +18,8 @@ extern "C" {
 #include <memory>
 #include <string>
 
+#include "units/coded_stream.h"
+
 namespace qlnmedia {
 
 struct InputCloser {
@@ -37,6 +39,9 @@ using InputHandle = std::unique_ptr<AVFormatContext, InputCloser>;
 using PacketHandle = std::unique_ptr<AVPacket, PacketFreer>;
 using CodecContextHandle = std::unique_ptr<AVCodecContext, CodecContextFreer>;
 using FrameHandle = std::unique_ptr<AVFrame, FrameFreer>;
+
+inline Rational FromLibav(AVRational value) { return {value.num, value.den}; }
+static_assert(AV_NOPTS_VALUE == kNoTime);
 
 // The text of an error number of libav, as "No such file or directory".
 std::string LibavErrorText(int error);
