@@ -2,12 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "kxutil/kxutil.h"
+#include "support/cpu_time.h"
+#include "support/test_support.h"
 
 namespace qln::test {
 namespace {
@@ -85,6 +88,36 @@ TEST(FourccClasses, OtherCodesAreInNone) {
        {0u, 1u, 2u, 3u, 0xFFFFFFFFu, Code("ap4h"), Code("apch"), Code("AVdn"), Code("mp4v"), Code("CFHD"),
         Code("hdv1"), Code("xd5b"), Code("vp08"), Code("svc1"), Code("    ")}) {
     EXPECT_EQ(ClassesOf(code), std::vector<std::string>{}) << code;
+  }
+}
+
+TEST(FourccClasses, RandomCodesAreHardlyEverInAClass) {
+  Random random(18);
+  size_t found = 0;
+  for (int i = 0; i < 200000; ++i) found += ClassesOf(static_cast<uint32_t>(random.next())).size();
+  EXPECT_EQ(found, 0u);
+}
+
+TEST(FourccClasses, AQuestionCostsNoMoreThanASearch) {
+  // A search by halves in a table of that size is the measure.
+  Random random(19);
+  std::vector<uint32_t> table(250);
+  for (uint32_t& code : table) code = static_cast<uint32_t>(random.next());
+  std::sort(table.begin(), table.end());
+  std::vector<uint32_t> questions(20000);
+  for (size_t i = 0; i < questions.size(); ++i) {
+    // The same few over and over, so that nothing is measured of how a processor guesses.
+    questions[i] = i < 50 ? static_cast<uint32_t>(random.next()) : questions[i - 50];
+  }
+  volatile int32_t sink = 0;
+  const double search = LeastCpuSeconds(7, [&] {
+    for (const uint32_t code : questions) sink = std::binary_search(table.begin(), table.end(), code) ? 1 : 0;
+  });
+  for (const auto& [name, is] : kClasses) {
+    const double asked = LeastCpuSeconds(7, [&, is = is] {
+      for (const uint32_t code : questions) sink = is(code);
+    });
+    EXPECT_LT(asked, search) << name;
   }
 }
 
