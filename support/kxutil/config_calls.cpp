@@ -16,8 +16,6 @@ namespace {
 
 constexpr int32_t kDone = 0;
 constexpr int32_t kFailed = -1;
-constexpr uint32_t kReadMode = 0;
-constexpr uint32_t kWriteMode = 1;
 
 // The named stores that are open, so that a handle that is none is refused.
 struct OpenStores {
@@ -116,7 +114,7 @@ int32_t kxCFGClose(KXConfigHandle handle, uint32_t save) {
       store = std::move(found->second);
       opened.stores.erase(found);
     }
-    return save == 0 || store->Save() ? kDone : kFailed;
+    return save == KX_CONFIG_DISCARD || store->Save() ? kDone : kFailed;
   });
 }
 
@@ -127,8 +125,8 @@ int32_t kxCFGValueDword(KXConfigHandle handle, const char* section, const char* 
     const std::shared_ptr<qln::ConfigStore> store = qln::StoreOf(handle);
     if (store == nullptr) return kFailed;
     const qln::ConfigName name{section, key};
-    if (mode == qln::kReadMode) return qln::ReadDword(*store, name, value);
-    if (mode != qln::kWriteMode || value == nullptr) return kFailed;
+    if (mode == KX_CONFIG_READ) return qln::ReadDword(*store, name, value);
+    if (mode != KX_CONFIG_WRITE || value == nullptr) return kFailed;
     return store->Write(name, *value) ? kDone : kFailed;
   });
 }
@@ -140,8 +138,8 @@ int32_t kxCFGValueString(KXConfigHandle handle, const char* section, const char*
     const std::shared_ptr<qln::ConfigStore> store = qln::StoreOf(handle);
     if (store == nullptr) return kFailed;
     const qln::ConfigName name{section, key};
-    if (mode == qln::kReadMode) return qln::ReadString(*store, name, buffer, size);
-    if (mode != qln::kWriteMode || buffer == nullptr) return kFailed;
+    if (mode == KX_CONFIG_READ) return qln::ReadString(*store, name, buffer, size);
+    if (mode != KX_CONFIG_WRITE || buffer == nullptr) return kFailed;
     const size_t length = size != nullptr ? strnlen(buffer, *size) : std::strlen(buffer);
     return store->Write(name, std::string(buffer, length)) ? kDone : kFailed;
   });

@@ -151,37 +151,52 @@ typedef intptr_t KXConfigHandle;
 /// The process-wide default store; never opened or closed.
 #define KX_DEFAULT_STORE ((KXConfigHandle)-1)
 
+/* What kxCFGValueDword and kxCFGValueString do. */
+#define KX_CONFIG_READ 0u
+#define KX_CONFIG_WRITE 1u
+
+/* What kxCFGClose does with the changes. */
+#define KX_CONFIG_DISCARD 0u
+#define KX_CONFIG_SAVE 1u
+
 /// Opens the store that stands in a file such as "UserMetadata.xml". A missing file opens as an empty store.
 /// Changes stay in memory until kxCFGClose.
-/// @param name a file name, copied. @param reserved 0; not looked at.
+/// @param name a file name, copied; a relative one counts from the working folder of this call, also for the
+/// save. @param reserved 0; not looked at.
 /// @return a handle for kxCFGClose; 0 for a file that is no such store (with a message; the file is never
 /// overwritten) and for a null or empty name.
 KX_API KXConfigHandle kxCFGOpen(const char* name, uint32_t reserved);
 
-/// Closes a store; the handle is gone whatever the result. With @p save 1 its changed keys are applied to the
-/// file as it is by then, under a lock, and the file is replaced in one step; with 0 they are dropped. Where
-/// nothing changed, nothing is written.
+/// Closes a store; the handle is gone whatever the result. With KX_CONFIG_SAVE (any value but 0) its changed
+/// keys are applied to the file as it is by then, under a lock, and the file is replaced in one step; with
+/// KX_CONFIG_DISCARD they are dropped. Where nothing changed, nothing is written. Over symbolic links the
+/// file behind them is replaced, or made.
+///
+/// The new file has the owner, group, permissions, access control list and "user." attributes of the old one.
+/// Where the caller may not give it the owner, it still gets the group; where it may not give the group
+/// either, the group's rights are those of all others, and the list does not come along. Security labels and
+/// capabilities are made anew by the system.
 /// @return 0 on success (also for the default store, which stays open); non-zero when the file could not be
 /// written, with a message, and for a handle that is none.
 KX_API int32_t kxCFGClose(KXConfigHandle handle, uint32_t save);
 
-/// Reads (mode 0) or writes (mode 1) a 32-bit number.
+/// Reads (KX_CONFIG_READ) or writes (KX_CONFIG_WRITE) a 32-bit number.
 /// @param section path with backslashes, as "Tarnwick\Advanced". @param key any text.
-/// @param value in or out; null with mode 0 only tests whether the key is there, number or text.
+/// @param value in or out; null only tests, in a read, whether the key is there, number or text.
 /// @return 0 on success; non-zero if the key is absent or is no number, if the store cannot be written, and
 /// for any other mode and a null section or key. @p value is then left alone.
 KX_API int32_t kxCFGValueDword(KXConfigHandle handle, const char* section, const char* key, uint32_t* value,
                                uint32_t mode);
 
-/// Reads (mode 0) or writes (mode 1) a text of any bytes.
-/// Mode 0 with a null @p buffer stores the size needed, terminator included, in @p size: 0 for an absent key
-/// and for an empty text. Mode 0 with a buffer of *size bytes fills it, terminator included, and stores the
+/// Reads (KX_CONFIG_READ) or writes (KX_CONFIG_WRITE) a text of any bytes.
+/// A read with a null @p buffer stores the size needed, terminator included, in @p size: 0 for an absent key
+/// and for an empty text. A read with a buffer of *size bytes fills it, terminator included, and stores the
 /// same size (so 0 for an empty text, which still takes the byte of its terminator); a buffer too small
-/// fails, is left alone, and the size that would do is told. Mode 1 writes the text up to its terminator, or
+/// fails, is left alone, and the size that would do is told. A write takes the text up to its terminator, or
 /// up to *size bytes if that comes first (a null @p size: to the terminator).
 /// @return 0 on success; non-zero if the key is absent or is a number (@p buffer and, with a buffer, @p size
-/// are then left alone), if the store cannot be written, for a null section, key, or @p size with mode 0, for
-/// a null buffer with mode 1, and for any other mode.
+/// are then left alone), if the store cannot be written, for a null section, key, or @p size in a read, for
+/// a null buffer in a write, and for any other mode.
 KX_API int32_t kxCFGValueString(KXConfigHandle handle, const char* section, const char* key, char* buffer,
                                 uint32_t* size, uint32_t mode);
 

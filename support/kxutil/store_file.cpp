@@ -9,12 +9,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <system_error>
-#include <utility>
 
+#include "kxutil/file_replacement.h"
 #include "kxutil/kxutil.h"
+#include "kxutil/open_file.h"
 
 namespace qln {
 namespace {
@@ -26,51 +25,24 @@ constexpr uint32_t kLockPollMs = 5;
 std::string TextOf(int error) { return std::generic_category().message(error); }
 std::string LastProblem() { return TextOf(static_cast<int>(kxOSGetLastError())); }
 
-std::string FolderOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-class OpenFile {
+// A descriptor of a file, for what the file calls do not have; it closes when it goes.
+class Descriptor {
  public:
-  explicit OpenFile(KXFileHandle handle) : handle_(handle) {}
-  ~OpenFile() { Close(); }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-
-  bool valid() const { return handle_ != KX_INVALID_FILE_HANDLE; }
-  KXFileHandle handle() const { return handle_; }
-  bool Close() {
-    const KXFileHandle handle = std::exchange(handle_, KX_INVALID_FILE_HANDLE);
-    return handle == KX_INVALID_FILE_HANDLE || kxOSCloseFile(handle) != 0;
+  explicit Descriptor(const std::string& path)
+      : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC)), error_(descriptor_ < 0 ? errno : 0) {}
+  ~Descriptor() {
+    if (descriptor_ >= 0) close(descriptor_);
   }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int get() const { return descriptor_; }
+  int error() const { return error_; }  // 0 if the file is open
 
  private:
-  KXFileHandle handle_;
+  int descriptor_;
+  int error_;
 };
-
-// Flushes a file or folder to the disk.
-bool Flush(const std::string& path, int flags) {
-  const int descriptor = open(path.c_str(), flags | O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) return false;
-  const bool flushed = fsync(descriptor) == 0;
-  const int error = errno;
-  close(descriptor);
-  errno = error;
-  return flushed;
-}
-
-// The owner and permissions of the file that is to be replaced. Another's file keeps its owner if we may.
-bool TakeOver(const struct stat& old, const std::string& path) {
-  struct stat made;
-  if (stat(path.c_str(), &made) != 0) return false;
-  if ((made.st_uid != old.st_uid || made.st_gid != old.st_gid) &&
-      chown(path.c_str(), old.st_uid, old.st_gid) != 0 && errno != EPERM) {
-    return false;
-  }
-  return chmod(path.c_str(), old.st_mode & 07777) == 0;
-}
 
 bool WriteBeside(const std::string& target, const std::string& beside, std::string_view text,
                  std::string& problem) {
@@ -80,24 +52,25 @@ bool WriteBeside(const std::string& target, const std::string& beside, std::stri
     problem = TextOf(errno);
     return false;
   }
-  OpenFile file(
-      kxOSCreateFile(beside.c_str(), KX_ACCESS_WRITE, KX_SHARE_READ, nullptr, KX_CREATE_NEW, 0, nullptr));
-  if (!file.valid()) {
+  OpenFile file;
+  if (!file.Make(beside.c_str())) {
     problem = LastProblem();
     return false;
   }
-  if (replaces && !TakeOver(old, beside)) {
+  const Descriptor made(beside);
+  if (replaces && made.error() == 0 && !TakeOver(target, old, made.get())) {
     problem = TextOf(errno);
     return false;
   }
-  uint32_t written = 0;
-  const uint32_t size = static_cast<uint32_t>(text.size());
-  if (kxOSWriteFile(file.handle(), text.data(), size, &written, nullptr) == 0 || written != size ||
-      !file.Close()) {
+  if (!file.Write(text.data(), static_cast<uint32_t>(text.size())) || !file.Close()) {
     problem = LastProblem();
     return false;
   }
-  if (!Flush(beside, 0) || rename(beside.c_str(), target.c_str()) != 0) {
+  if (made.error() != 0) {
+    problem = TextOf(made.error());
+    return false;
+  }
+  if (fsync(made.get()) != 0 || rename(beside.c_str(), target.c_str()) != 0) {
     problem = TextOf(errno);
     return false;
   }
@@ -122,9 +95,8 @@ StoreFileState ReadStoreFile(const std::string& path, StoreText& text, std::stri
     problem = "it is no plain file";
     return StoreFileState::kUnreadable;
   }
-  OpenFile file(
-      kxOSCreateFile(path.c_str(), KX_ACCESS_READ, KX_SHARE_READ, nullptr, KX_OPEN_EXISTING, 0, nullptr));
-  if (!file.valid()) {
+  OpenFile file;
+  if (!file.Open(path.c_str())) {
     if (kxOSGetLastError() == ENOENT) return StoreFileState::kMissing;
     problem = LastProblem();
     return StoreFileState::kUnreadable;
@@ -152,9 +124,8 @@ StoreFileState ReadStoreFile(const std::string& path, StoreText& text, std::stri
   return StoreFileState::kRead;
 }
 
-StoreFolderLock::StoreFolderLock(const std::string& path, std::string& problem) : target_(path) {
-  char resolved[PATH_MAX];
-  if (realpath(path.c_str(), resolved) != nullptr) target_ = resolved;
+StoreFolderLock::StoreFolderLock(const std::string& path, std::string& problem)
+    : target_(FileBehindLinks(path)) {
   const int folder = open(FolderOf(target_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (folder < 0) {
     problem = TextOf(errno);
@@ -190,7 +161,7 @@ bool ReplaceStoreFile(const std::string& target, std::string_view text, std::str
     return false;
   }
   // The new file stands; that its name is flushed too is for the case of a power cut.
-  Flush(FolderOf(target), O_DIRECTORY);
+  FlushFolder(FolderOf(target));
   return true;
 }
 

@@ -42,7 +42,7 @@ class StoreFolderLock {
   StoreFolderLock& operator=(const StoreFolderLock&) = delete;
 
   bool held() const { return descriptor_ >= 0; }
-  // The file itself, where the path is a symbolic link.
+  // The file itself, where the path is a symbolic link; it need not be there yet.
   const std::string& target() const { return target_; }
 
  private:
@@ -50,8 +50,9 @@ class StoreFolderLock {
   std::string target_;
 };
 
-// Writes the text beside the file, flushes it, gives it the file's owner and permissions, and puts it in the
-// file's place. The lock must be held. False with a text in `problem`; the file then stays as it was.
+// Writes the text beside the file, gives it the file's owner, group, permissions, access control list and
+// user attributes as far as the user may, flushes it, and puts it in the file's place. The lock must be held.
+// False with a text in `problem`; the file then stays as it was.
 bool ReplaceStoreFile(const std::string& target, std::string_view text, std::string& problem);
 
 }  // namespace qln

@@ -2,6 +2,9 @@
 
 #include "kxutil/xml_store.h"
 
+#include <filesystem>
+#include <system_error>
+
 #include "kxutil/kxutil.h"
 #include "kxutil/store_file.h"
 #include "kxutil/xml_store_document.h"
@@ -25,16 +28,31 @@ bool Load(const std::string& path, XmlStoreDocument& document, std::string& prob
   return false;
 }
 
+// The path from the root on. False with a text in `problem` if the working folder is gone.
+bool MakeAbsolute(std::string& path, std::string& problem) {
+  if (path.starts_with('/')) return true;
+  std::error_code error;
+  const std::filesystem::path folder = std::filesystem::current_path(error);
+  if (error) {
+    problem = error.message();
+    return false;
+  }
+  path = (folder / path).string();
+  return true;
+}
+
 }  // namespace
 
-std::unique_ptr<XmlStore> XmlStore::Open(const std::string& path) {
-  std::unique_ptr<XmlStore> store(new XmlStore(path));
-  XmlStoreDocument document;
+std::unique_ptr<XmlStore> XmlStore::Open(const std::string& name) {
+  std::string path = name;
   std::string problem;
-  if (!Load(path, document, problem)) {
+  XmlStoreDocument document;
+  const bool loaded = MakeAbsolute(path, problem) && Load(path, document, problem);
+  if (!loaded) {
     ErrOut("Settings file %s cannot be opened: %s", path.c_str(), problem.c_str());
     return nullptr;
   }
+  std::unique_ptr<XmlStore> store(new XmlStore(path));
   store->values_ = document.Values();
   return store;
 }

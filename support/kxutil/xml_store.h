@@ -13,8 +13,9 @@ namespace qln {
 
 class XmlStore : public ConfigStore {
  public:
-  // Opens the store in a file; a missing file is an empty store. Null, with a message, for a file that cannot
-  // be read or is no settings document.
+  // Opens the store in a file; a missing file is an empty store. A relative path counts from the working
+  // folder of this moment, also for the save. Null, with a message, for a file that cannot be read or is no
+  // settings document.
   static std::unique_ptr<XmlStore> Open(const std::string& path);
 
   std::optional<ConfigValue> Read(const ConfigName& name) override;
@@ -28,7 +29,7 @@ class XmlStore : public ConfigStore {
  private:
   explicit XmlStore(std::string path) : path_(std::move(path)) {}
 
-  std::string path_;
+  std::string path_;  // absolute
   std::map<ConfigName, ConfigValue> values_;
   std::map<ConfigName, std::optional<ConfigValue>> changes_;  // none: removed
 };

@@ -136,17 +136,19 @@ std::map<ConfigName, ConfigValue> XmlStoreDocument::Values() const {
 
 bool XmlStoreDocument::Apply(const Changes& changes) {
   Changes left = changes;
-  bool changed = ApplyToPresent(left);
+  Sections sections;
+  bool changed = ApplyToPresent(left, sections);
   for (const auto& [name, value] : left) {
     if (!value) continue;
-    Append(name, *value);
+    Append(name, *value, sections);
     changed = true;
   }
   return changed;
 }
 
-// Changes the elements that are there, each in its place, and leaves in `changes` what found none.
-bool XmlStoreDocument::ApplyToPresent(Changes& changes) {
+// Changes the elements that are there, each in its place, and leaves in `changes` what found none. Gives all
+// sections on the way.
+bool XmlStoreDocument::ApplyToPresent(Changes& changes, Sections& sections) {
   TiXmlElement* const root = document_.RootElement();
   if (root == nullptr) return false;
   bool changed = false;
@@ -154,6 +156,7 @@ bool XmlStoreDocument::ApplyToPresent(Changes& changes) {
   for (TiXmlElement* section = root->FirstChildElement(kSectionName); section != nullptr;
        section = section->NextSiblingElement(kSectionName)) {
     const std::optional<std::string> path = ReadText(*section, kPath);
+    if (path) sections.emplace(*path, section);
     TiXmlElement* next = path ? section->FirstChildElement(kValueName) : nullptr;
     while (next != nullptr) {
       TiXmlElement* const element = next;
@@ -183,14 +186,10 @@ TiXmlElement& XmlStoreDocument::Root() {
   return *document_.LinkEndChild(new TiXmlElement(kRootName))->ToElement();
 }
 
-void XmlStoreDocument::Append(const ConfigName& name, const ConfigValue& value) {
-  TiXmlElement& root = Root();
-  TiXmlElement* section = root.FirstChildElement(kSectionName);
-  while (section != nullptr && ReadText(*section, kPath) != name.section) {
-    section = section->NextSiblingElement(kSectionName);
-  }
+void XmlStoreDocument::Append(const ConfigName& name, const ConfigValue& value, Sections& sections) {
+  TiXmlElement*& section = sections[name.section];
   if (section == nullptr) {
-    section = root.LinkEndChild(new TiXmlElement(kSectionName))->ToElement();
+    section = Root().LinkEndChild(new TiXmlElement(kSectionName))->ToElement();
     WriteText(*section, kPath, name.section);
   }
   TiXmlElement* const element = section->LinkEndChild(new TiXmlElement(kValueName))->ToElement();

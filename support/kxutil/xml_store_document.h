@@ -37,9 +37,12 @@ class XmlStoreDocument {
  private:
   using Changes = std::map<ConfigName, std::optional<ConfigValue>>;
 
+  // The section elements by their paths; the first of a path counts.
+  using Sections = std::map<std::string, TiXmlElement*>;
+
   TiXmlElement& Root();
-  bool ApplyToPresent(Changes& changes);
-  void Append(const ConfigName& name, const ConfigValue& value);
+  bool ApplyToPresent(Changes& changes, Sections& sections);
+  void Append(const ConfigName& name, const ConfigValue& value, Sections& sections);
 
   TiXmlDocument document_;
 };

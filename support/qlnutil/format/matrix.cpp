@@ -23,9 +23,9 @@ uint32_t ReadForcedVideoRange() {
   static constexpr const char* kSection = "Tarnwick\\Advanced";
   static constexpr const char* kKey = "ForceVideoRangeMatrix";
   uint32_t value = 0;
-  if (kxCFGValueDword(KX_DEFAULT_STORE, kSection, kKey, &value, 0) != 0) {
+  if (kxCFGValueDword(KX_DEFAULT_STORE, kSection, kKey, &value, KX_CONFIG_READ) != 0) {
     value = 0;
-    kxCFGValueDword(KX_DEFAULT_STORE, kSection, kKey, &value, 1);
+    kxCFGValueDword(KX_DEFAULT_STORE, kSection, kKey, &value, KX_CONFIG_WRITE);
   }
   return value;
 }
