@@ -100,14 +100,23 @@ class CKXProjectToXML {
   /// stored path, or has none, is looked for under its own name in the project's folder, and if it is not
   /// there either, it is made there from "Data", unless that is missing or empty. Both '/' and '\' part
   /// folders. A file that exists is never written, nothing is written elsewhere, and a failure to write goes
-  /// unsaid. A path that would become longer than 259 characters is not changed and nothing is written.
+  /// unsaid; the file is then not there at all, since it is written under another name (".project-", process
+  /// and number) and gets its own when it is whole. A path that would become longer than 259 characters is
+  /// not changed and nothing is written.
   ///
   /// Of the document, at most 1000 elements in each other and 10,000 attributes of one element are read.
   /// @return non-zero when the document was read without an error, 0 when it was not.
   QLN_API uint32_t LoadXMLFile(const char* path);
 
   /// Saves the document under the XML name. The file is replaced in one step, so a failure leaves the old
-  /// one.
+  /// one; over symbolic links the file behind them is replaced, or made. It is on the disk, with its name,
+  /// when the call returns. What killed processes left in its folder (".project-", process and number) is
+  /// removed.
+  ///
+  /// The new file has the owner, group, permissions, access control list and "user." attributes of the old
+  /// one. Where the caller may not give it the owner, it still gets the group; where it may not give the
+  /// group either, the group's rights are those of all others, and the list does not come along. Security
+  /// labels and capabilities are made anew by the system.
   /// @return non-zero on success, 0 on failure.
   QLN_API uint32_t SaveXMLFile() const;
 

@@ -71,6 +71,10 @@ class Project : public testing::Test {
     Write(In("p.xml"), document);
     return project.LoadXMLFile(In("p.xml").c_str());
   }
+  // The making of a file that is to be put in its place when it is whole.
+  std::string Beside() const {
+    return "create " + In(".project-" + std::to_string(getpid()) + "-0") + " 40000000 1 1";
+  }
   size_t FilesInFolder() const {
     return static_cast<size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
   }
@@ -301,10 +305,9 @@ TEST_F(Project, AFileMissingEverywhereIsMadeBesideTheProject) {
   EXPECT_NE(Load("<ClipList FileName=\"/gone/clips.txt\" Data=\"a&#x0A;b\"/>"
                  "<EdlList EdlName=\"D:\\cuts\\last.edl\" Data=\"edl\"/>"),
             0u);
-  EXPECT_EQ(calls.TakeLog(), (Texts{"exists /gone/clips.txt", "exists " + In("clips.txt"),
-                                    "create " + In("clips.txt") + " 40000000 1 1", "write 3", "close",
-                                    "exists D:\\cuts\\last.edl", "exists " + In("last.edl"),
-                                    "create " + In("last.edl") + " 40000000 1 1", "write 3", "close"}));
+  EXPECT_EQ(calls.TakeLog(),
+            (Texts{"exists /gone/clips.txt", "exists " + In("clips.txt"), Beside(), "write 3", "close",
+                   "exists D:\\cuts\\last.edl", "exists " + In("last.edl"), Beside(), "write 3", "close"}));
   EXPECT_EQ(ClipFile(project), In("clips.txt"));
   EXPECT_EQ(EdlName(project), In("last.edl"));
   EXPECT_EQ(TextOfFile(In("clips.txt")), "a\nb");
@@ -314,6 +317,8 @@ TEST_F(Project, AFileMissingEverywhereIsMadeBesideTheProject) {
     calls.failing = failing;
     EXPECT_NE(project.LoadXMLFile(In("p.xml").c_str()), 0u);
     EXPECT_EQ(ClipFile(project), In("clips.txt"));
+    EXPECT_FALSE(fs::exists(In("clips.txt"))) << failing;
+    EXPECT_EQ(FilesInFolder(), 3u) << failing;
   }
 }
 

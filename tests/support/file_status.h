@@ -59,19 +59,25 @@ inline struct stat StatusOf(const std::string& path) {
   return status;
 }
 
-// Runs an action in a process of another user with these groups, the first one being its own. The action's
-// result; 99 if the process may not become that user.
+// Runs an action in a process of its own. The action's result; 1000 and the signal if one ended it.
 template <typename Action>
-int ResultAs(uid_t user, const std::vector<gid_t>& groups, Action action) {
+int ResultInChild(Action action) {
   const pid_t child = fork();
-  if (child == 0) {
-    if (setgroups(groups.size(), groups.data()) != 0 || setgid(groups[0]) != 0 || setuid(user) != 0)
-      _exit(99);
-    _exit(action());
-  }
+  if (child == 0) _exit(action());
   int status = 0;
   waitpid(child, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+}
+
+// The same as another user with these groups, the first one being its own; 99 if the process may not become
+// that user.
+template <typename Action>
+int ResultAs(uid_t user, const std::vector<gid_t>& groups, Action action) {
+  return ResultInChild([&] {
+    if (setgroups(groups.size(), groups.data()) != 0 || setgid(groups[0]) != 0 || setuid(user) != 0)
+      return 99;
+    return action();
+  });
 }
 
 }  // namespace qln::test

@@ -10,13 +10,16 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "kxutil/file_replacement.h"
 #include "kxutil/utf8_text.h"
 #include "kxutil/xml_prescan.h"
+#include "qlnutil/files/file_beside.h"
 #include "qlnutil/kxprojecttoxml.h"
 
 namespace qln {
@@ -32,33 +35,34 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
-// The bytes of a plain file. False if there is none or it cannot be read.
-bool ReadPlainFile(const char* path, std::string& bytes) {
+// The text of a plain file, up to its first zero byte. False if there is none or it cannot be read. Read in
+// pieces, since the size of a file with holes says nothing about how much there is in it.
+bool ReadPlainFile(const char* path, std::string& text) {
   // Opened without waiting, in case it is a pipe.
   const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (descriptor < 0) return false;
-  File file(fdopen(descriptor, "rb"));
+  const File file(fdopen(descriptor, "rb"));
   if (file == nullptr) {
     close(descriptor);
     return false;
   }
   struct stat status;
   if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return false;
-  size_t room = static_cast<size_t>(status.st_size) + 1;
-  while (bytes.size() <= kLargestDocument) {
-    const size_t have = bytes.size();
-    room = std::min(std::max(room, size_t{4096}), kLargestDocument + 1 - have);
-    bytes.resize(have + room);
-    bytes.resize(have + std::fread(bytes.data() + have, 1, room, file.get()));
-    if (bytes.size() < have + room) return std::ferror(file.get()) == 0;
+  char piece[size_t{1} << 16];
+  while (text.size() <= kLargestDocument) {
+    const size_t count = std::fread(piece, 1, sizeof piece, file.get());
+    const size_t length = strnlen(piece, count);
+    text.append(piece, length);
+    if (length < count) return true;
+    if (count < sizeof piece) return std::ferror(file.get()) == 0;
   }
   return false;  // too large
 }
 
-// Line ends as XML wants them: CR LF and CR are LF. The text ends at a zero byte.
+// Line ends as XML wants them: CR LF and CR are LF.
 void NormalizeText(std::string& text) {
   size_t to = 0;
-  for (size_t from = 0; from < text.size() && text[from] != '\0'; ++from) {
+  for (size_t from = 0; from < text.size(); ++from) {
     if (text[from] == '\r') {
       text[to++] = '\n';
       if (from + 1 < text.size() && text[from + 1] == '\n') ++from;
@@ -128,73 +132,32 @@ std::string WithHexReferencesHidden(const std::string& text) {
   return hidden.append(text, from);
 }
 
-bool WriteDocument(const TiXmlDocument& document, std::FILE* file) {
-  return document.SaveFile(file) && std::fflush(file) == 0 && std::ferror(file) == 0;
+// Writes the document and closes the file. False if not all of it went out.
+bool WriteDocument(const TiXmlDocument& document, File file) {
+  if (file == nullptr) return false;
+  const bool written = document.SaveFile(file.get()) && std::ferror(file.get()) == 0;
+  return std::fclose(file.release()) == 0 && written;
 }
 
-// A new file in the folder of another, which is gone again unless it has been put in its place.
-class FileBeside {
- public:
-  explicit FileBeside(const std::string& target) : target_(target) {
-    const std::string folder = target.substr(0, target.rfind('/') + 1);  // empty if there is no slash
-    int descriptor = -1;
-    for (int attempt = 0; attempt < 100 && descriptor < 0; ++attempt) {
-      path_ = folder + ".project-" + std::to_string(getpid()) + "-" + std::to_string(attempt);
-      descriptor = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-      if (descriptor < 0 && errno != EEXIST) break;
-    }
-    if (descriptor < 0) {
-      path_.clear();
-      return;
-    }
-    file_.reset(fdopen(descriptor, "wb"));
-    if (file_ == nullptr) close(descriptor);
-  }
-  ~FileBeside() {
-    if (!path_.empty()) unlink(path_.c_str());
-  }
-  FileBeside(const FileBeside&) = delete;
-  FileBeside& operator=(const FileBeside&) = delete;
-
-  // Null if it could not be made.
-  std::FILE* file() const { return file_.get(); }
-
-  // Owner and permissions of the file that is replaced; another's file keeps its owner if we may give it.
-  bool TakeOver(const struct stat& old) const {
-    const int descriptor = fileno(file_.get());
-    if (fchown(descriptor, old.st_uid, old.st_gid) != 0 && errno != EPERM) return false;
-    return fchmod(descriptor, old.st_mode & 07777) == 0;
-  }
-
-  bool PutInPlace() {
-    const bool flushed = fsync(fileno(file_.get())) == 0;
-    const bool closed = std::fclose(file_.release()) == 0;
-    if (!flushed || !closed || rename(path_.c_str(), target_.c_str()) != 0) return false;
-    path_.clear();
-    return true;
-  }
-
- private:
-  std::string target_;
-  std::string path_;
-  File file_;
-};
-
-// Replaces a plain file in one step, the file behind a symbolic link included; a device or pipe is written
-// to.
+// Replaces a plain file in one step, the file behind symbolic links included, also if it is not there yet; a
+// device or pipe is written to.
 bool WriteFile(const TiXmlDocument& document, const char* path) {
+  const std::string target = FileBehindLinks(path);
   struct stat old;
-  const bool exists = stat(path, &old) == 0;
-  if (exists && !S_ISREG(old.st_mode)) {
-    const File file(std::fopen(path, "wb"));
-    return file != nullptr && WriteDocument(document, file.get());
-  }
-  if (exists && access(path, W_OK) != 0) return false;
-  const std::unique_ptr<char, void (*)(void*)> resolved(exists ? realpath(path, nullptr) : nullptr,
-                                                        std::free);
-  FileBeside beside(resolved != nullptr ? resolved.get() : path);
-  return beside.file() != nullptr && (!exists || beside.TakeOver(old)) &&
-         WriteDocument(document, beside.file()) && beside.PutInPlace();
+  const bool exists = stat(target.c_str(), &old) == 0;
+  if (exists && !S_ISREG(old.st_mode)) return WriteDocument(document, File(std::fopen(path, "wb")));
+  if (exists && access(target.c_str(), W_OK) != 0) return false;
+  File file;
+  FileBeside beside(target, [&file, exists](const char* name) {
+    // For nobody else's eyes until it has the rights of the file that it replaces.
+    const int descriptor = open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, exists ? 0600 : 0666);
+    if (descriptor < 0) return errno;
+    file.reset(fdopen(descriptor, "wb"));
+    if (file == nullptr) close(descriptor);
+    return 0;
+  });
+  return beside.made() && (!exists || TakeOver(target, old, beside.descriptor())) &&
+         WriteDocument(document, std::move(file)) && beside.Replace();
 }
 
 }  // namespace

@@ -1,11 +1,14 @@
 // CKXProjectToXML: the names, what the document holds of them, and where the files are found again.
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
 
+#include "kxutil/open_file.h"
 #include "kxutil/tinyxml_header.h"
+#include "qlnutil/files/file_beside.h"
 #include "qlnutil/files/project_document.h"
 #include "qlnutil/kxprojecttoxml.h"
 
@@ -38,24 +41,6 @@ TiXmlElement* FindElement(TiXmlDocument* document, const char* name) {
   return node != nullptr ? node->ToElement() : nullptr;
 }
 
-// Closes a file when it goes.
-class OpenFile {
- public:
-  OpenFile(const char* path, uint32_t access, uint32_t disposition)
-      : handle_(kxOSCreateFile(path, access, KX_SHARE_READ, nullptr, disposition, 0, nullptr)) {}
-  ~OpenFile() {
-    if (IsOpen()) kxOSCloseFile(handle_);
-  }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-
-  bool IsOpen() const { return handle_ != KX_INVALID_FILE_HANDLE; }
-  KXFileHandle handle() const { return handle_; }
-
- private:
-  KXFileHandle handle_;
-};
-
 // A text block of the utility layer; null without memory.
 class TextBlock {
  public:
@@ -75,8 +60,8 @@ class TextBlock {
 // Sets "Data" to the text of a file, up to its first zero byte; leaves it alone where there is none to be
 // had.
 void TakeTextOver(TiXmlElement& element, const char* path) {
-  const OpenFile file(path, KX_ACCESS_READ, KX_OPEN_EXISTING);
-  if (!file.IsOpen()) return;
+  qln::OpenFile file;
+  if (!file.Open(path)) return;
   const uint32_t size = kxOSGetFileSize(file.handle(), nullptr);
   if (size == 0 || size > KX_PROJECT_LARGEST_TEXT) return;
   const TextBlock block(size_t{size} + 1);
@@ -88,14 +73,19 @@ void TakeTextOver(TiXmlElement& element, const char* path) {
   element.SetAttribute(kData, block.get());
 }
 
-// Makes the file if it is new.
+// Makes the file if it is new: whole or not at all, as a file that is there is never written again. May throw
+// std::bad_alloc.
 void WriteTextOut(const char* path, const char* text) {
   const size_t length = std::strlen(text);
   if (length > UINT32_MAX) return;
-  const OpenFile file(path, KX_ACCESS_WRITE, KX_CREATE_NEW);
-  if (!file.IsOpen()) return;
-  uint32_t written = 0;
-  kxOSWriteFile(file.handle(), text, static_cast<uint32_t>(length), &written, nullptr);
+  qln::OpenFile file;
+  qln::FileBeside beside(path, [&file](const char* name) {
+    if (file.Make(name)) return 0;
+    const int error = static_cast<int>(kxOSGetLastError());
+    return error != 0 ? error : EIO;
+  });
+  const bool written = beside.made() && file.Write(text, static_cast<uint32_t>(length));
+  if (file.Close() && written) beside.PutWhereNothingIs();
 }
 
 // A path in its pieces.
@@ -287,7 +277,11 @@ void CKXProjectToXML::FindCarriedFile(const CarriedFile& file, const TiXmlElemen
 
   const char* const text = element.Attribute(kData);
   const bool isFolder = pieces.NameLength() == 0;
-  if (text != nullptr && *text != '\0' && !isFolder) WriteTextOut(name, text);
+  if (text == nullptr || *text == '\0' || isFolder) return;
+  try {
+    WriteTextOut(name, text);
+  } catch (...) {  // without memory nothing is made
+  }
 }
 
 uint32_t CKXProjectToXML::LoadXMLFile(const char* path) {
