@@ -228,6 +228,58 @@ TEST(SetFrameInterlaced, KeepsAnInterlacedSource) {
   const Result result = Rewrite(Join({first, kInterSlice}), {.secondField = static_cast<int>(first.size())});
   EXPECT_EQ(result.frame, Join({VpsUnit(kInterlaced), SpsOf(sps), Timing(11, 0), TimeCode(), kInterSlice,
                                 Timing(10, 0), TimeCode(), kInterSlice}));
+  // All eight settings of the other three source flags: what a rewrite gives is among them.
+  for (uint64_t others = 0; others < 8; ++others) {
+    const uint64_t constraints = others << 44;
+    const Bytes sets = Join({VpsUnit(constraints), SpsOf({.constraints = constraints, .height = 544})});
+    EXPECT_EQ(Rewrite(sets, {.secondField = static_cast<int>(sets.size())}).frame, sets) << others;
+  }
+}
+
+TEST(SetFrameInterlaced, ChangesTheFlagsOfAProgressiveVpsOnly) {
+  // Progressive, interlaced and frame-only become 0, 1 and 0; the packing constraint stays in a VPS.
+  for (uint64_t others = 0; others < 8; ++others) {
+    const Bytes vps = VpsUnit(0x800000000000 | others << 44);
+    const uint64_t nonPacked = others << 44 & 0x200000000000;
+    EXPECT_EQ(Rewrite(vps, {.secondField = static_cast<int>(vps.size())}).frame,
+              VpsUnit(kInterlaced | nonPacked))
+        << others;
+    EXPECT_EQ(Rewrite(vps).frame, vps) << others;
+  }
+}
+
+// A set that the writer has no room for goes on as it came.
+TEST(SetFrameInterlaced, CopiesASetThatCannotBeWritten) {
+  SpsParts parts;
+  parts.shortTerm = [](BitBuilder& b) {
+    b.ue(64);
+    for (int set = 0; set < 64; ++set) {
+      if (set > 0) b.u(1, 0);
+      b.ue(16).ue(16);
+      for (int i = 0; i < 32; ++i) b.ue(1000).u(1, 1);
+    }
+  };
+  const Bytes sps = WithStartCode(Escaped(Sps(parts)));
+  ASSERT_GT(sps.size(), 2 * size_t{QLN_HEVC_UNIT_SIZE});
+  EXPECT_EQ(Rewrite(Join({sps, kInterSlice})).frame, Join({sps, Timing(0, 1), TimeCode(), kInterSlice}));
+  const Bytes shortCode(sps.begin() + 1, sps.end());
+  EXPECT_EQ(Rewrite(Join({sps, shortCode})).frame, Join({sps, shortCode}));
+}
+
+TEST(SetFrameInterlaced, CopiesWhatStandsInFrontOfAStartCode) {
+  // At the front of a pass, and as zero bytes between units; the type is that of the unit that is found.
+  const Bytes timing = Join({Timing(0, 1), TimeCode()});
+  EXPECT_EQ(Rewrite(Join({Hex("11 22 33"), kAud, kInterSlice})).frame,
+            Join({Hex("11 22 33"), kAud, timing, kInterSlice}));
+  EXPECT_EQ(Rewrite(Join({Hex("11 22 33"), kInterSlice})).frame,
+            Join({timing, Hex("11 22 33"), kInterSlice}));
+  EXPECT_EQ(Rewrite(Join({Hex("00"), kAud, Hex("00"), kInterSlice, Hex("00 00"), kInterSlice})).frame,
+            Join({Hex("00"), kAud, timing, Hex("00"), kInterSlice, Hex("00 00"), kInterSlice}));
+  // A set is written anew, so that what stands in front of it does not come along; a prefix SEI is read.
+  EXPECT_EQ(
+      Rewrite(Join({Hex("00"), VpsUnit(kProgressive), Hex("00"), SpsOf({}), Hex("00"), PpsUnit()})).frame,
+      Join({VpsUnit(kProgressive), SpsOf({.fieldInfo = 1}), PpsUnit()}));
+  EXPECT_EQ(Rewrite(Join({Hex("55"), VpsUnit(kProgressive)})).frame, VpsUnit(kProgressive));
 }
 
 TEST(SetFrameInterlaced, GivesTheWindowTo1920By544Only) {
@@ -253,8 +305,8 @@ TEST(SetFrameInterlaced, SuppliesColourByRaster) {
     uint32_t width, height, depthMinus8, sourceColor, primaries, transfer, matrix;
   };
   const Case cases[] = {
-      {720, 576, 0, 0, 5, 5, 5},         {1912, 576, 0, 0, 5, 5, 5},        {720, 568, 0, 0, 6, 6, 6},
-      {1920, 1080, 0, 0, 1, 1, 1},       {1920, 64, 2, 0, 1, 1, 1},         {3832, 2160, 2, 0, 1, 1, 1},
+      {720, 576, 0, 0, 5, 5, 5},         {1919, 576, 0, 0, 5, 5, 5},        {720, 575, 0, 0, 6, 6, 6},
+      {1920, 1080, 0, 0, 1, 1, 1},       {1920, 64, 2, 0, 1, 1, 1},         {3839, 2160, 2, 0, 1, 1, 1},
       {3840, 2160, 2, 0, 9, 14, 9},      {3840, 2160, 0, 0, 9, 16, 9},      {3840, 2160, 2, 0x20, 9, 16, 9},
       {3840, 2160, 2, 0x2000, 9, 16, 9}, {3840, 2160, 2, 0x001C, 9, 14, 9}, {7680, 4320, 2, 0, 9, 14, 9},
   };
@@ -458,6 +510,19 @@ TEST(SetFrameInterlaced, CarriesTheDelaysOver) {
             Join({expected.bytes(), TimeCode(), kInterSlice}));
 }
 
+TEST(SetFrameInterlaced, ReadsTheDelaysBehindAZeroByteAndAShortCode) {
+  BitBuilder timing;
+  timing.u(16, 0x4E01).u(8, 1).u(8, 6).u(4, 0).u(3, 2).u(24, 0x123456).u(16, 0x789A).trailing().trailing();
+  BitBuilder expected;
+  expected.u(32, 1).u(16, 0x4E01).u(8, 1).u(8, 6).u(4, 0).u(2, 1).u(1, 0).u(24, 0x123456).u(16, 0x789A);
+  expected.trailing().trailing();
+  Situation setup;
+  setup.host = HrdHost();
+  const Bytes out = Join({expected.bytes(), TimeCode(), kInterSlice});
+  EXPECT_EQ(Rewrite(Join({Hex("00"), WithStartCode(timing.bytes()), kInterSlice}), setup).frame, out);
+  EXPECT_EQ(Rewrite(Join({WithStartCode(timing.bytes(), 3), kInterSlice}), setup).frame, out);
+}
+
 TEST(SetFrameInterlaced, KeepsTheDelaysForTheSecondField) {
   BitBuilder timing;
   timing.u(16, 0x4E01).u(8, 1).u(8, 6).u(4, 0).u(3, 2).u(24, 0x123456).u(16, 0x789A).trailing().trailing();
@@ -565,6 +630,43 @@ TEST(SetFrameInterlaced, CutsTheSecondFieldToTheFrame) {
   EXPECT_EQ(result.secondFieldOffset, out.size());
   setup.secondField = 0;
   EXPECT_EQ(Rewrite(kInterSlice, setup).frame, Join({Timing(10, 0), TimeCode(), kInterSlice}));
+}
+
+TEST(SetFrameInterlaced, LeavesTheSecondFieldsPlaceWhereTheFirstDoesNotFit) {
+  const Bytes first = Join({kAud, kInterSlice});
+  const Bytes firstOut = Join({kAud, Timing(11, 0), TimeCode(), kInterSlice});
+  Situation setup;
+  setup.secondField = static_cast<int>(first.size());
+  setup.capacity = static_cast<uint32_t>(firstOut.size()) - 1;
+  const Result none = Rewrite(Join({first, kInterSlice}), setup);
+  EXPECT_EQ(none.secondFieldOffset, 0xABCDu);
+  EXPECT_EQ(none.count, 1u);  // the delimiter
+  // A first field that fits to the byte has a second one behind it, of which nothing goes in.
+  setup.capacity = static_cast<uint32_t>(firstOut.size());
+  const Result full = Rewrite(Join({first, kInterSlice}), setup);
+  EXPECT_EQ(full.secondFieldOffset, firstOut.size());
+  EXPECT_EQ(full.frame, firstOut);
+  EXPECT_EQ(full.count, 2u);
+}
+
+// A set behind a start code of three bytes is read one byte late. At the end of the first field that byte is
+// 0, whatever the second field begins with.
+TEST(SetFrameInterlaced, TakesBytesBehindThePassForZeros) {
+  Bytes pps = Escaped(test::Pps(PpsParts{}));
+  pps.pop_back();
+  Bytes withZero = pps;
+  withZero.push_back(0);
+  const Bytes late =
+      Join({Hex("00 00 01 44"), pps});  // the header once more, so that the late reading is one
+  const auto written = [](const Bytes& first, const Bytes& second) {
+    const Bytes frame = Rewrite(Join({first, second}), {.secondField = static_cast<int>(first.size())}).frame;
+    return Bytes(frame.begin(), frame.begin() + std::min<std::ptrdiff_t>(frame.end() - frame.begin(), 12));
+  };
+  Bytes expected = Rewrite(WithStartCode(withZero)).frame;
+  expected.erase(expected.begin());
+  expected.resize(12);
+  EXPECT_EQ(written(late, Hex("FF FF FF FF")), expected);
+  EXPECT_EQ(written(late, {}), expected);
 }
 
 TEST(SetFrameInterlaced, StopsInFrontOfAUnitThatDoesNotFit) {

@@ -62,14 +62,15 @@ class Output {
   bool full_ = false;
 };
 
-// A unit of the source, from the walk's place on: start code, header and payload.
+// A unit of the source. The walk stands on its start code, or on bytes in front of that.
 struct Unit {
-  const uint8_t* begin;
-  uint32_t codeBytes;  // 3 or 4
-  uint32_t size;       // without what stands in front of it
+  const uint8_t* begin;  // the walk's place: what is copied begins there, so that no byte is lost
+  uint32_t codeBytes;    // 3 where the walk stands on a start code of three bytes, else 4
+  const uint8_t* header;
+  uint32_t size;  // from the header on
   const uint8_t* end;
 
-  uint32_t type() const { return HevcUnitType(begin[codeBytes]); }
+  uint32_t type() const { return HevcUnitType(*header); }
   size_t wholeSize() const { return static_cast<size_t>(end - begin); }
 };
 
@@ -104,7 +105,8 @@ class Rewrite {
           place, static_cast<int>(std::min<std::ptrdiff_t>(end - place, INT32_MAX)), &start, &behind);
       if (unitSize <= 0) return;
       const bool shortCode = place[0] == 0 && place[1] == 0 && place[2] == 1;
-      Take({place, shortCode ? 3u : 4u, static_cast<uint32_t>(unitSize), place + behind}, end, mode);
+      const uint8_t* const header = place + start;
+      Take({place, shortCode ? 3u : 4u, header, static_cast<uint32_t>(unitSize), place + behind}, end, mode);
       if (output_.full()) return;
       ++count_;
       place += behind;
@@ -124,7 +126,7 @@ class Rewrite {
         output_.Append(unit.begin, unit.wholeSize());
         break;
       case kHevcNalPrefixSei:
-        ReadPictureDelays(unit.begin + unit.codeBytes, unit.size, host_, &delays_);
+        ReadPictureDelays(unit.header, unit.size, host_, &delays_);
         break;
       default:
         if (IsHevcSlice(type)) TakeSlice(unit, mode);
@@ -132,9 +134,8 @@ class Rewrite {
   }
 
   void TakeParameterSet(const Unit& unit, const uint8_t* passEnd, uint32_t type) {
-    // The readers begin behind four bytes, also where the start code has three; what lies behind the pass is
-    // zero.
-    const uint8_t* data = unit.begin + 4;
+    // Behind a start code of three bytes the readers begin one byte late; what lies behind the pass is zero.
+    const uint8_t* data = unit.header + (4 - unit.codeBytes);
     const auto there = static_cast<size_t>(passEnd - data);
     PrivateCopy padded(there < unit.size ? unit.size : 0);
     if (there < unit.size) {
