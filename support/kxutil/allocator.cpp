@@ -98,7 +98,9 @@ uintptr_t AddressOf(const void* block) { return reinterpret_cast<uintptr_t>(bloc
 void* KXAlloc(size_t size) {
   if (size == 0) size = 1;
   void* const block = std::malloc(size);
-  if (block == nullptr || ShardOf(AddressOf(block)).Insert(AddressOf(block), size)) return block;
+  // Not AddressOf: unoptimised, GCC takes a pointer to constant bytes for a read of what nobody has set yet.
+  const auto address = reinterpret_cast<uintptr_t>(block);
+  if (block == nullptr || ShardOf(address).Insert(address, size)) return block;
   std::free(block);
   return nullptr;
 }
