@@ -168,7 +168,7 @@ TEST(AvccReader, TheExtensionIsReadForItsProfilesOnly) {
     const Bytes box = Box({Sps(1, profile)}, {Pps(5)}, Hex("FD F8 F8 03 80 00"));
     const Read read = ReadBox(box);
     EXPECT_EQ(read.result, 0u);
-    EXPECT_EQ(capture.texts().size(), extended ? 1u : 0u) << profile;
+    ASSERT_EQ(capture.texts().size(), extended ? 1u : 0u) << profile;
     if (extended) {
       EXPECT_EQ(capture.texts()[0], "Extended pps_count 3. Ignoring");
     }
@@ -208,6 +208,17 @@ TEST(AvccReader, OneEntryIsReadAsTheTailOfAPps) {
   EXPECT_EQ(ReadBox(cut).bitPos, (cut.size() - 3) * 8);
 }
 
+TEST(AvccReader, AnExtensionFlagPastTheEndCountsAsSet) {
+  // The box ends behind the count: the transform flag is the bit at the limit, behind the bytes, so 0; the
+  // matrix flag is -1, and so are the present flags of its six lists of 16 deltas, a bit each.
+  const Bytes box = Box({Sps(1, 100)}, {Pps(5)}, Hex("FD F8 F8 01"));
+  EXPECT_EQ(ReadBox(box).bitPos, box.size() * 8 + 1 + 1 + 6 * (1 + 16) + 1);
+  // With one byte more both are read, and only the offset's code runs past the end: 0 0 and six zeros.
+  const Bytes more = Box({Sps(1, 100)}, {Pps(5)}, Hex("FD F8 F8 01 00"));
+  EXPECT_GT(ReadBox(more).bitPos, more.size() * 8);
+  EXPECT_LT(ReadBox(more).bitPos, more.size() * 8 + 16);
+}
+
 TEST(AvccReader, LengthsPastTheEndEndTheLoops) {
   // The SPS length begins past the end: nothing stored, no extension, result 0.
   Bytes box = Hex("00 00 00 20 61 76 63 43 01 64 00 1E FF E2");
@@ -235,9 +246,21 @@ TEST(AvccReader, BytesPastTheEndAreOnes) {
 TEST(AvccReader, EveryTruncationIsSafe) {
   MessageCapture capture;
   const Bytes box = Box({Sps(2, 100), Sps(3)}, {Pps(5), Pps(6)}, Hex("FD F8 F8 01 C5 12 34"));
+  const size_t firstSps = 14 + 2 + Sps(2, 100).size();
+  const size_t ppsCount = firstSps + 2 + Sps(3).size();
+  const size_t firstPps = ppsCount + 1 + 2 + Pps(5).size();
   for (size_t size = 0; size <= box.size(); ++size) {
-    const Read read = ReadBox(Bytes(box.begin(), box.begin() + static_cast<std::ptrdiff_t>(size)));
+    const Read read = ReadBox(Bytes(box.begin(), box.begin() + static_cast<std::ptrdiff_t>(size)), 0x77);
     EXPECT_EQ(read.result, 0u) << size;
+    // A set whose length lies inside the box is handed out, whole or filled up with ones.
+    EXPECT_EQ(SameWords(read.sps, Filled<H264SpsRecord>(0x77)), size < 16) << size;
+    EXPECT_EQ(SameWords(read.pps, Filled<H264PpsRecord>(0x77)), size < ppsCount + 3) << size;
+    if (size >= firstSps) {
+      EXPECT_EQ(read.sps.seq_parameter_set_id, 2u) << size;
+    }
+    if (size >= firstPps) {
+      EXPECT_EQ(read.pps.num_ref_idx_l0_default_active_minus1, 5u) << size;
+    }
   }
 }
 

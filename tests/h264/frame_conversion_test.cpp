@@ -177,6 +177,26 @@ TEST(SizeToMarker, ALengthThatCutsIntoItsPrefixPassesAndEndsTheWalk) {
   }
 }
 
+TEST(SizeToMarker, ALengthMayBeTheLastFourBytes) {
+  uint32_t result;
+  const Bytes unit = Hex("00 00 00 02 67 42");
+  const Bytes marked = Hex("00 00 00 01 67 42");
+  // 3 is below the 4 bytes that are left, 4 is not; 0 ends the frame in front of it.
+  EXPECT_EQ(SizeToMarker(Join({unit, Hex("00 00 00 03")}), &result), Join({marked, Hex("00 00 00 01")}));
+  EXPECT_EQ(result, 10u);
+  EXPECT_EQ(SizeToMarker(Join({unit, Hex("00 00 00 04")}), &result), Join({marked, Hex("00 00 00 04")}));
+  EXPECT_EQ(result, 10u);
+  EXPECT_EQ(SizeToMarker(Join({unit, Hex("00 00 00 00")}), &result), Join({marked, Hex("00 00 00 00")}));
+  EXPECT_EQ(result, 6u);
+}
+
+TEST(MarkerToSize, AMarkerMayBeTheLastFourBytes) {
+  // A code of three bytes with its one byte behind, and one of four with none.
+  EXPECT_EQ(MarkerToSize(Hex("00 00 00 01 67 00 00 01 68")), Hex("00 00 00 01 67 00 00 00 01 68"));
+  EXPECT_EQ(MarkerToSize(Hex("00 00 01 67 00 00 00 01")), Hex("00 00 00 01 67 00 00 00 00"));
+  EXPECT_EQ(MarkerToSize(Hex("00 00 01 67 11 00 00 01")), Hex("00 00 00 05 67 11 00 00 01"));
+}
+
 TEST(SizeToMarker, FewerThanFourBytesAtALengthStay) {
   uint32_t result;
   for (const Bytes& tail : {Hex("00"), Hex("00 00"), Hex("00 00 00"), Hex("FF FF FF")}) {

@@ -201,7 +201,7 @@ TEST(FrameScan, AnSeiIsSteppedOverByItsFirstMessagesSize) {
   EXPECT_EQ(on.count, 2u);
   EXPECT_EQ(on.sps.seq_parameter_set_id, 3u);
   // The size byte behind the frame's end is 0.
-  EXPECT_EQ(ScanFrame(Hex("00 00 00 02 06 01")).count, 1u + 0u);
+  EXPECT_EQ(ScanFrame(Hex("00 00 00 02 06 01")).count, 1u);
 }
 
 TEST(FrameScan, ADelimiterTellsThePrefixOfTheRest) {
@@ -281,7 +281,45 @@ TEST(FrameScan, LengthsOfZeroMoveByThePrefix) {
   const Scan scan = ScanFrame(Join({Hex("00 00 00 00 68 00 00 00 00"), Hex("1F 00 00")}));
   EXPECT_EQ(scan.ppsSize, 0u);
   EXPECT_EQ(scan.pps.nal_ref_idc, 0xFFFFFFFFu);  // parsed as a unit without a byte
-  EXPECT_GE(scan.count, 2u);
+  EXPECT_EQ(scan.count, 2u);                     // the second one's length is 68 00 00 00, cut to the frame
+}
+
+TEST(FrameScan, AnSpsOfLengthZeroIsNotParsed) {
+  // Where a PPS without a byte is read as all ones, the SPS reader refuses a size of 0; the copy is empty.
+  const Scan scan = ScanFrame(Hex("00 00 00 00 67 00 00 00 00 1F 00 00"));
+  EXPECT_TRUE(SameWords(scan.sps, H264SpsRecord{}));
+  EXPECT_EQ(scan.spsSize, 0u);
+  EXPECT_EQ(scan.spsBytes, Bytes(1024, 0x77));
+  EXPECT_EQ(scan.count, 2u);
+}
+
+// A set counts as soon as its first byte is there: what was read in front of the cut is in the records, and
+// the copy is what is left behind the length, with its own four bytes counted in.
+TEST(FrameScan, ACutFrameShowsTheSetsInFrontOfTheCut) {
+  const Bytes sps = Sps(3);
+  const Bytes whole = Join({WithLength(sps), WithLength(Pps()), WithLength(Slice(0))});
+  const size_t ppsAt = 4 + sps.size();
+  const size_t sliceAt = ppsAt + 4 + Pps().size();
+  for (size_t size = 0; size <= whole.size(); ++size) {
+    const Scan scan = ScanFrame(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)));
+    const size_t units = (size > 4 ? 1u : 0u) + (size > ppsAt + 4 ? 1u : 0u) + (size > sliceAt + 4 ? 1u : 0u);
+    ASSERT_EQ(scan.count, units) << size;
+    if (units == 0) {
+      EXPECT_EQ(scan.spsSize, kUntouched);
+    } else {
+      EXPECT_EQ(scan.spsSize, std::min(sps.size(), size)) << size;
+    }
+    if (units >= 2) {
+      EXPECT_EQ(scan.sps.seq_parameter_set_id, 3u);
+      EXPECT_EQ(scan.SpsCopy(), sps);
+      EXPECT_EQ(scan.ppsSize, std::min(Pps().size(), size - ppsAt)) << size;
+    } else {
+      EXPECT_EQ(scan.ppsSize, kUntouched);
+    }
+    if (units == 3) {
+      EXPECT_EQ(scan.PpsCopy(), Pps());
+    }
+  }
 }
 
 TEST(FrameScan, EveryTruncationIsSafe) {

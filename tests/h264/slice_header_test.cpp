@@ -392,6 +392,31 @@ TEST(SliceHeaderReader, UnescapesUnitsOfSixBytesAndMore) {
   EXPECT_EQ(frameNum(Hex("41 B8 80 00 00 0C FF")), 0x01000000u);
 }
 
+// A header of 2040 bits, so that the bit behind it is the first of the last byte that an escape leaves of the
+// 256 that are copied: that byte again where the unit ends there, the zero that stands for the rest where it
+// goes on.
+TEST(SliceHeaderReader, AZeroMovesInBehindTheCopyOfALongerUnit) {
+  BitBuilder bits = NalHeader(1, 0);
+  bits.ue(0).ue(0).ue(0).u(32, 0).u(1, 1).ue(0).u(1, 1);
+  while (bits.bits() < 2030) bits.ue(1).ue(0);
+  bits.ue(0).ue(0).ue(0).ue(0).ue(3).se(0);
+  ASSERT_EQ(bits.bits(), 2040u);
+  Bytes unit = bits.bytes();
+  ASSERT_EQ(unit.back() & 0x80, 0x80);
+  ASSERT_EQ(Bytes(unit.begin() + 3, unit.begin() + 5), Hex("00 00"));
+  unit.insert(unit.begin() + 5, 3);
+  ASSERT_EQ(unit.size(), 256u);
+  for (const size_t size : {size_t{256}, size_t{257}, size_t{300}, size_t{5000}}) {
+    unit.resize(size, 0xFF);
+    Slice slice;
+    slice.sps.log2_max_frame_num_minus4 = 28;
+    slice.Read(unit, 1);
+    EXPECT_EQ(slice.header.frame_num, 0u);
+    EXPECT_EQ(slice.header.reordering_of_pic_nums_idc, 3u);
+    EXPECT_EQ(slice.pps.rbsp_stop_one_bit, size == 256 ? 1u : 0u) << size;
+  }
+}
+
 TEST(SliceHeaderReader, CopiesNoMoreThanTheFirst256Bytes) {
   // A reordering loop that runs on "1 1" (idc 0, difference 0) to the end of what is copied.
   const Bytes ones(600, 0xFF);

@@ -171,6 +171,29 @@ TEST(HevcFrameScan, AnEndOfSequenceStep) {
   EXPECT_EQ(pps.ppsSize, 777u);
 }
 
+TEST(HevcFrameScan, TheExtraStepIsTheZerosAndOneByte) {
+  // The cursor comes to 10, behind the second start code: the type is that of the byte four on, 44 (a PPS),
+  // and the copy begins there. The unit that the search finds behind the third start code ends with what is
+  // left, 4 bytes behind the frame: 8 bytes.
+  auto scan = Scan(Hex("00 00 00 01 4A 01 00 00 00 01 7C 01 11 22 44 01 C1 62 00 00 00 01 26 01 AF 09"));
+  EXPECT_EQ(scan.count, 2u);
+  EXPECT_EQ(scan.ppsCopy(), Hex("44 01 C1 62 00 00 00 01"));
+}
+
+TEST(HevcFrameScan, AUnitThatEndsWithTheFrameTakesAllThatIsLeft) {
+  // Codes of three bytes: behind the first unit the cursor is 3 bytes ahead of the count of what is left. Not
+  // one of those 3 is counted as a unit of its own.
+  EXPECT_EQ(Scan(Hex("00 00 01 4A 01 00 00 01 26 01 AF 00 00 01 26 01 BF CF")).count, 2u);
+}
+
+TEST(HevcFrameScan, AStartCodeInTheLastThreeBytesCountsWithTheBytesBehind) {
+  // Behind the extra step three bytes are there, and four more count as left: a unit of these.
+  EXPECT_EQ(Scan(Hex("00 00 00 01 4A 01 00 00 00 01 00 00 01")).count, 2u);
+  // Bytes behind the frame neither begin nor end a start code.
+  EXPECT_EQ(Scan(Hex("00 00 00 01 4A 01 00 00 00 01 00 00")).count, 1u);
+  EXPECT_EQ(Scan(Hex("00 00 00 01 4A 01 00 00 00 01 11 00 00")).count, 1u);
+}
+
 TEST(HevcFrameScan, LastBytes) {
   const Bytes frame = Join({Four(SpsUnit())});
   EXPECT_EQ(Scan(frame).count, 1u);
@@ -223,7 +246,53 @@ TEST(HevcFrameScan, RecordsWithoutAUnitAreNotTouched) {
   EXPECT_EQ(pps.init_qp_minus26, -3);
 }
 
-TEST(HevcFrameScan, RandomFramesStayInside) {
+// The walk told plainly: over a copy with bytes behind the frame that begin and end nothing, and with no more
+// than the types and places of its units.
+struct PlainWalk {
+  uint32_t count = 0;
+  int64_t lastPps = -1;  // where the last PPS was taken to stand
+};
+
+PlainWalk WalkPlainly(const Bytes& frame) {
+  PlainWalk walk;
+  const auto byteAt = [&](uint64_t i) { return i < frame.size() ? int{frame[i]} : -1; };
+  const auto codeAt = [&](uint64_t i, int third) {
+    return byteAt(i) == 0 && byteAt(i + 1) == 0 && byteAt(i + 2) == third;
+  };
+  uint64_t cursor = 0;
+  uint64_t left = frame.size();
+  while (left != 0) {
+    uint64_t start = 0;
+    uint64_t end = 0;
+    if (left >= 4) {
+      while (start + 3 <= left && !codeAt(cursor + start, 1)) ++start;
+      if (start + 3 > left) return walk;
+      start += 3;
+      end = start;
+      while (end < left && !codeAt(cursor + end, 0) && !codeAt(cursor + end, 1)) ++end;
+      if (end + 3 > left) end = left;
+      if (end == start) return walk;
+    }
+    const uint64_t prefix = codeAt(cursor, 1) ? 3 : 4;
+    const int header = end == start ? 0 : std::max(byteAt(cursor + prefix), 0);
+    const int type = header >> 1 & 63;
+    if (type == 34) walk.lastPps = static_cast<int64_t>(cursor);
+    if (type == 36 || type == 37 || type == 38 || type == 40) {
+      while (byteAt(cursor) == 0) ++cursor;
+      ++cursor;
+    }
+    cursor += end - start + prefix;
+    left -= end;
+    if (end == start) {
+      ++cursor;
+      --left;
+    }
+    ++walk.count;
+  }
+  return walk;
+}
+
+TEST(HevcFrameScan, RandomFramesAgreeWithThePlainWalk) {
   Random random(87);
   for (int round = 0; round < 3000; ++round) {
     Bytes frame;
@@ -234,7 +303,16 @@ TEST(HevcFrameScan, RandomFramesStayInside) {
       frame = Join({frame, WithStartCode(unit, 3 + static_cast<int>(random.below(2)))});
     }
     auto scan = Scan(frame);
-    EXPECT_LE(scan.count, frame.size());
+    const PlainWalk plain = WalkPlainly(frame);
+    ASSERT_EQ(scan.count, plain.count) << ToHex(frame);
+    ASSERT_EQ(scan.ppsSize == 777u, plain.lastPps < 0) << ToHex(frame);
+    if (plain.lastPps < 0 || scan.ppsSize == 0) continue;
+    Bytes expected(scan.ppsSize, 0);
+    for (size_t i = 0; i < expected.size(); ++i) {
+      const size_t at = static_cast<size_t>(plain.lastPps) + 4 + i;
+      if (at < frame.size()) expected[i] = frame[at];
+    }
+    ASSERT_EQ(scan.ppsCopy(), expected) << ToHex(frame);
   }
 }
 

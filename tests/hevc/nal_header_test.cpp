@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+
 #include "support/test_support.h"
 
 namespace qln::test {
@@ -166,12 +168,23 @@ TEST_F(HevcNalReading, AgreesWithTheRuleAByteAtATime) {
 }
 
 TEST_F(HevcNalReading, LongUnitsTakeLinearTime) {
-  Bytes unit(20 << 20, 0);
-  unit[0] = 0x4E;
-  EXPECT_EQ(Read(unit), -1);
-  for (uint8_t& byte : unit) byte = 0xFF;
-  unit[0] = 0x4E;
-  EXPECT_EQ(Read(unit), -1);
+  constexpr int32_t kSize = 20 << 20;
+  const auto reads = [&](Bytes unit, int32_t result) {
+    unit[0] = 0x4E;
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(Read(unit), result);
+    // What is quadratic here takes hours.
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+  };
+  reads(Bytes(kSize, 0), -1);
+  reads(Bytes(kSize, 0xFF), -1);  // one run of a payload type that does not end
+  Bytes messages(kSize, 1);       // messages of three bytes each
+  messages.back() = 0x80;
+  reads(messages, kSize);
+  // An escape in every third place.
+  Bytes escapes(kSize, 0);
+  for (size_t i = 1; i + 2 < escapes.size(); i += 3) escapes[i + 2] = 3;
+  reads(escapes, -1);
 }
 
 }  // namespace

@@ -176,6 +176,55 @@ TEST(WriteColorimetry, TakesTheFirstSpsOnly) {
             Join({WithStartCode(Described(9, 1, 1).Unit(), 3), WithStartCode(kSlice, 3)}));
 }
 
+// The bits around the type do not count: nal_ref_idc and the forbidden bit, or the layer's highest bit.
+TEST(WriteColorimetry, KnowsAnSpsByItsTypeAlone) {
+  for (int first = 0; first < 256; ++first) {
+    const auto header = static_cast<uint8_t>(first);
+    Bytes avc = Described(1, 1, 1).Unit();
+    avc[0] = header;
+    if (header != 0) {
+      EXPECT_EQ(Rewrite(Join({WithStartCode(avc), WithStartCode(kSlice)}), kPrimaries, kAvc).replaced,
+                (first & 31) == 7 ? 1u : 0u)
+          << first;
+    }
+    Bytes hevc = Escaped(Sps(SpsParts{}));
+    hevc[0] = header;
+    if (header != 0) {
+      EXPECT_EQ(Rewrite(Join({WithStartCode(hevc), WithStartCode(kSlice)}), kPrimaries, kHevc).replaced,
+                (first & 0x7E) == 66 ? 1u : 0u)
+          << first;
+    }
+  }
+}
+
+// A writer that gives nothing leaves the unit where it is.
+TEST(WriteColorimetry, LeavesAnSpsThatCannotBeWritten) {
+  SpsParts parts;
+  parts.shortTerm = [](BitBuilder& b) {
+    b.ue(64);
+    for (int set = 0; set < 64; ++set) {
+      if (set > 0) b.u(1, 0);
+      b.ue(16).ue(16);
+      for (int i = 0; i < 32; ++i) b.ue(1000).u(1, 1);
+    }
+  };
+  // An order count cycle of 200,000 offsets, none of which is there.
+  BitBuilder cycle;
+  cycle.u(8, 0x67).u(8, 66).u(8, 0xC0).u(8, 30).ue(0).ue(0).ue(1).u(1, 0).se(0).se(0).ue(200000).trailing();
+  const Bytes avc = test::Escaped(cycle.bytes());
+  for (const bool lengths : {false, true}) {
+    const auto framed = [&](const Bytes& unit) { return lengths ? WithLength(unit) : WithStartCode(unit); };
+    const Bytes hevcFrame = Join({framed(Escaped(Sps(parts))), framed(kSlice)});
+    const Result hevc = Rewrite(hevcFrame, kPrimaries, kHevc, 20000);
+    EXPECT_EQ(hevc.replaced, 0u);
+    EXPECT_EQ(hevc.frame, hevcFrame);
+    const Bytes avcFrame = Join({framed(avc), framed(kSlice)});
+    const Result result = Rewrite(avcFrame, kPrimaries, kAvc, 20000);
+    EXPECT_EQ(result.replaced, 0u);
+    EXPECT_EQ(result.frame, avcFrame);
+  }
+}
+
 TEST(WriteColorimetry, RefusesWithoutTouching) {
   const Bytes bytes = AvcFrame(Described(1, 1, 1));
   for (const uint32_t flags : {0u, 0x3DE0u, 0xFFFFFFE3u}) {

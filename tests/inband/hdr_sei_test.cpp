@@ -130,20 +130,25 @@ TEST(WriteHdrSei, ConvertsDoublesByDefinedArithmetic) {
 
 TEST(WriteHdrSei, KnowsSlices) {
   for (int type = 0; type < 64; ++type) {
-    const Bytes unit = WithStartCode({static_cast<uint8_t>(type << 1), 0x01, 0xAF, 0x11, 0x22});
     const Bytes slice = WithStartCode(kHevcSlice);
     const Bytes sei = WithStartCode(HevcUnit(Hex("90 04 04 B3 00 00")));
-    EXPECT_EQ(Add(Join({unit, slice}), 0x1000, kHevc).frame,
-              type <= 21 ? Join({sei, unit, slice}) : Join({unit, sei, slice}))
-        << type;
+    for (const int otherBits : {0x00, 0x01, 0x80, 0x81}) {
+      const Bytes unit = WithStartCode({static_cast<uint8_t>(type << 1 | otherBits), 0x01, 0xAF, 0x11, 0x22});
+      EXPECT_EQ(Add(Join({unit, slice}), 0x1000, kHevc).frame,
+                type <= 21 ? Join({sei, unit, slice}) : Join({unit, sei, slice}))
+          << type << " " << otherBits;
+    }
   }
   for (int type = 0; type < 32; ++type) {
-    const Bytes unit = WithStartCode({static_cast<uint8_t>(0x60 | type), 0x01, 0xAF, 0x11, 0x22});
     const Bytes slice = WithStartCode(kAvcSlice);
     const Bytes sei = WithStartCode(AvcUnit(Hex("90 04 04 B3 00 00")));
-    EXPECT_EQ(Add(Join({unit, slice}), 0x1000, kAvc).frame,
-              type >= 1 && type <= 5 ? Join({sei, unit, slice}) : Join({unit, sei, slice}))
-        << type;
+    for (const int otherBits : {0x60, 0x20, 0x40, 0x80, 0xE0, 0x00}) {
+      if ((type | otherBits) == 0) continue;  // a zero byte belongs to what stands in front
+      const Bytes unit = WithStartCode({static_cast<uint8_t>(otherBits | type), 0x01, 0xAF, 0x11, 0x22});
+      EXPECT_EQ(Add(Join({unit, slice}), 0x1000, kAvc).frame,
+                type >= 1 && type <= 5 ? Join({sei, unit, slice}) : Join({unit, sei, slice}))
+          << type << " " << otherBits;
+    }
   }
 }
 
@@ -175,6 +180,25 @@ TEST(WriteHdrSei, LeavesAFrameWithoutASlice) {
   // An empty unit ends the walk.
   const Bytes empty = Join({kAvcHead, WithStartCode({}), WithStartCode(kAvcSlice)});
   EXPECT_EQ(Add(empty, 0x1000, kAvc).frame, empty);
+}
+
+// The way back is made whatever was found: a start code inside a unit then begins a unit of its own.
+TEST(WriteHdrSei, ConvertsAFrameWithoutASliceBack) {
+  const Bytes bytes = Join({WithLength(Join({kAvcSps, Hex("00 00 01 09 10")})), WithLength(kAvcPps)});
+  const Result result = Add(bytes, 0x1000, kAvc);
+  EXPECT_EQ(result.added, 0u);
+  EXPECT_EQ(result.frame, Join({WithLength(kAvcSps), WithLength(Hex("09 10")), WithLength(kAvcPps)}));
+  EXPECT_THAT(result.messages, IsEmpty());
+}
+
+// Such a frame does not begin with a start code. It is taken for one in length form whose first length is 0,
+// so that nothing is turned into start codes and nothing back; the slice is found all the same.
+TEST(WriteHdrSei, GoesBehindAZeroByteInFrontOfALongStartCode) {
+  const Bytes slice = WithStartCode(kAvcSlice);
+  const Bytes sei = WithStartCode(AvcUnit(Hex("90 04 04 B3 00 00")));
+  const Result result = Add(Join({Hex("00"), kAvcHead, slice}), 0x1000, kAvc);
+  EXPECT_EQ(result.added, 12u);
+  EXPECT_EQ(result.frame, Join({Hex("00"), kAvcHead, sei, slice}));
 }
 
 TEST(WriteHdrSei, NeedsRoom) {
@@ -359,6 +383,12 @@ TEST(FindColorSei, DropsEmulationPreventionAsTheStandardHasIt) {
   EXPECT_EQ(found.light.max_content_light_level, 0u);
   const Found twelve = Find(WithStartCode(HevcUnit(Hex("90 05 00 00 0C 00 22"))));
   EXPECT_EQ(twelve.light.max_pic_average_light_level, 0x0C00u);
+  // In the first three bytes too: a message of type 0 without a byte, and a 3 that is no type.
+  for (const Bytes& unit :
+       {HevcUnit(Join({Hex("00 00 03"), kLight})), AvcUnit(Join({Hex("00 00 03"), kLight})),
+        HevcUnit(Join({Hex("05 01 00 00 03 00"), kLight}))}) {
+    EXPECT_EQ(Find(WithStartCode(unit)).light.max_content_light_level, 1203u) << test::ToHex(unit);
+  }
 }
 
 }  // namespace
