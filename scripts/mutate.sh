@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Changes the library one place at a time and lists the changes that no test notices.
+#
+# scripts/mutate.sh [FOLDER] [N]: N mutants (default all) of support/qlnutil/FOLDER or support/FOLDER, spread over its
+# files, against the tests of that folder; without FOLDER every folder in turn. Survivors come out with their lines;
+# those that docs/mutants.md knows are counted apart. What was found stays in build/mutants/FOLDER.txt.
+# QLN_MUTANT_BUILDS: mutants that take a build of their own, at most (default 20); QLN_MUTANT_JOBS: processes (1).
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+scripts/setup.sh python3-clang-14
+exec nice -n 19 /usr/bin/python3 scripts/mutants/run.py "$@"
