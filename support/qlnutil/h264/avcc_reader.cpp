@@ -48,7 +48,7 @@ bool ReadSet(BitReader& bits, uint32_t length, Reader reader, FirstSet<Record>* 
 
 // The one entry that is read behind the extension header, taken for the tail of a PPS. Nothing of it is kept.
 void ReadExtensionEntry(BitReader& bits) {
-  SyntaxReader coder{bits};
+  H264SetReader coder{{bits}};
   H264PpsRecord entry;
   std::memset(&entry, 0, sizeof entry);
   coder.Flag(entry.transform_8x8_mode_flag);

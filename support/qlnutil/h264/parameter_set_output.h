@@ -14,7 +14,7 @@ namespace qln {
 // Bits of the longest code that the bit writer makes, for a value of 31 bits.
 inline constexpr uint64_t kLongestCode = 2 * (31 + 24) - 1;
 
-// Builds a unit with `writeUnit` (on a SyntaxWriter) in at most `scratchSize` bytes of scratch memory, and
+// Builds a unit with `writeUnit` (on a H264SetWriter) in at most `scratchSize` bytes of scratch memory, and
 // appends it to `output` with emulation prevention. needed: a bound for the unit's bytes, so that no more
 // than that is allocated, however large the told scratch is. False, with nothing written, when the unit
 // does not fit the scratch or the output, and without memory.
@@ -23,7 +23,7 @@ bool AppendUnit(uint64_t scratchSize, uint64_t needed, BitWriter& output, WriteU
   const uint64_t room = std::min(scratchSize, needed);
   PrivateCopy scratch(room);
   if (!scratch.ok()) return false;
-  SyntaxWriter coder{BitWriter(scratch.data(), room)};
+  H264SetWriter coder{{BitWriter(scratch.data(), room)}};
   writeUnit(coder);
   coder.bits.AlignZero();
   if (coder.bits.Overflowed()) return false;

@@ -21,7 +21,7 @@ constexpr int32_t GroupIdWidth(uint32_t groups) {
 
 }  // namespace
 
-void SliceGroupsSyntax(SyntaxReader& coder, H264PpsRecord& pps) {
+void SliceGroupsSyntax(H264SetReader& coder, H264PpsRecord& pps) {
   BitReader& bits = coder.bits;
   const uint64_t groups = InclusiveRounds(pps.num_slice_groups_minus1);
   switch (pps.slice_group_map_type) {
@@ -64,7 +64,7 @@ void SliceGroupsSyntax(SyntaxReader& coder, H264PpsRecord& pps) {
 
 // The 7 bits behind the next one, in place of more_rbsp_data(): a stop bit among them counts as data. The
 // word is not cleared first, so a record once seen with data stays so.
-void LookAheadForData(const SyntaxReader& coder, H264PpsRecord& pps) {
+void LookAheadForData(const H264SetReader& coder, H264PpsRecord& pps) {
   for (uint32_t k = 1; k <= 7; ++k) {
     if (uint64_t{coder.bits.bitPos} + k >= coder.bits.bitLength) return;
     if (pps.more_rbsp_data_present != 0) return;
@@ -78,7 +78,7 @@ bool ReadPps(const UnitBytes& unit, uint32_t bitLength, uint32_t* bitPos, H264Pp
   unit.CopyTo(copy.data(), unit.size);
   RemoveEmulationPrevention(copy.data(), copy.data(), unit.size, kRemovalH264Pps);
 
-  SyntaxReader coder{BitReader(copy.data(), unit.size, bitLength, *bitPos, kCopySlack)};
+  H264SetReader coder{{BitReader(copy.data(), unit.size, bitLength, *bitPos, kCopySlack)}};
   PpsSyntax(coder, *pps);
   *bitPos = (coder.bits.bitPos + 7) & ~7u;
   return true;

@@ -11,12 +11,12 @@
 namespace qln {
 
 // What slice_group_map_type calls for; reader and writer differ in types 2 and 6.
-void SliceGroupsSyntax(SyntaxReader& coder, H264PpsRecord& pps);
-void SliceGroupsSyntax(SyntaxWriter& coder, const H264PpsRecord& pps);
+void SliceGroupsSyntax(H264SetReader& coder, H264PpsRecord& pps);
+void SliceGroupsSyntax(H264SetWriter& coder, const H264PpsRecord& pps);
 
 // Decides whether data follows the elements that every PPS has; the writer goes by the record.
-void LookAheadForData(const SyntaxReader& coder, H264PpsRecord& pps);
-inline void LookAheadForData(const SyntaxWriter& /*coder*/, const H264PpsRecord& /*pps*/) {}
+void LookAheadForData(const H264SetReader& coder, H264PpsRecord& pps);
+inline void LookAheadForData(const H264SetWriter& /*coder*/, const H264PpsRecord& /*pps*/) {}
 
 // 6 or 8, whatever the chroma format; a host's record may hold other words in the flag.
 constexpr int32_t PpsScalingListCount(uint32_t transform_8x8_mode_flag) {

@@ -16,7 +16,7 @@ uint32_t GroupEntry(const uint32_t (&entries)[kCount], uint64_t i) {
 
 }  // namespace
 
-void SliceGroupsSyntax(SyntaxWriter& coder, const H264PpsRecord& pps) {
+void SliceGroupsSyntax(H264SetWriter& coder, const H264PpsRecord& pps) {
   const uint64_t groups = InclusiveRounds(pps.num_slice_groups_minus1);
   switch (pps.slice_group_map_type) {
     case 0:
@@ -50,7 +50,7 @@ bool WritePps(const H264PpsRecord& pps, uint64_t scratchSize, BitWriter& output)
   // Every word once, and two codes of one bit for each group that the record does not hold.
   const uint64_t needed =
       sizeof pps / 4 * kLongestCode / 8 + InclusiveRounds(pps.num_slice_groups_minus1) / 4 + 1;
-  return AppendUnit(scratchSize, needed, output, [&](SyntaxWriter& coder) { PpsSyntax(coder, pps); });
+  return AppendUnit(scratchSize, needed, output, [&](H264SetWriter& coder) { PpsSyntax(coder, pps); });
 }
 
 }  // namespace qln

@@ -105,7 +105,7 @@ int32_t WidthMinus4(uint32_t word) { return static_cast<int32_t>(word + 4u); }
 void WalkSliceHeader(SyntaxReader& coder, H264SliceHeaderRecord& header, const H264SpsRecord& sps,
                      H264PpsRecord& pps, uint32_t nalUnitType, const SliceWalkRules& rules) {
   const bool idr = nalUnitType == 5;
-  SyntaxWindow in{BitWindow(coder.bits)};
+  SyntaxWindow in{{BitWindow(coder.bits)}};
   in.Ue(header.first_mb_in_slice);
   in.Ue(header.slice_type);
   const uint32_t kind = header.slice_type > 4 ? header.slice_type - 5 : header.slice_type;

@@ -12,7 +12,7 @@ bool ReadSps(const UnitBytes& unit, uint32_t bitLength, uint32_t* bitPos, H264Sp
   unit.CopyTo(copy.data(), unit.size);
   RemoveEmulationPrevention(copy.data(), copy.data(), unit.size, kRemovalH264Sps);
 
-  SyntaxReader coder{BitReader(copy.data(), unit.size, bitLength, *bitPos, kCopySlack)};
+  H264SetReader coder{{BitReader(copy.data(), unit.size, bitLength, *bitPos, kCopySlack)}};
   SpsSyntax(coder, *sps);
   coder.Flag(sps->rbsp_stop_one_bit);
   // A failed read moves the position too, and then the way to the boundary ends there.

@@ -24,12 +24,12 @@ inline constexpr uint32_t kExtendedSar = 255;
 
 // What a profile without the high-profile elements has in their place. The depths are told as 8, where the
 // elements would count from 8 bits on; hosts know which branch ran.
-inline void HighProfileDefaults(SyntaxReader& /*coder*/, H264SpsRecord& sps) {
+inline void HighProfileDefaults(H264SetReader& /*coder*/, H264SpsRecord& sps) {
   sps.chroma_format_idc = 1;
   sps.bit_depth_luma_minus8 = 8;
   sps.bit_depth_chroma_minus8 = 8;
 }
-inline void HighProfileDefaults(SyntaxWriter& /*coder*/, const H264SpsRecord& /*sps*/) {}
+inline void HighProfileDefaults(H264SetWriter& /*coder*/, const H264SpsRecord& /*sps*/) {}
 
 template <class Coder, class Hrd>
 void HrdSyntax(Coder& coder, Hrd& hrd) {

@@ -11,7 +11,7 @@ bool WriteSps(const H264SpsRecord& sps, uint64_t scratchSize, BitWriter& output)
   const uint64_t cycle =
       static_cast<uint64_t>(std::max(static_cast<int32_t>(sps.num_ref_frames_in_pic_order_cnt_cycle), 0));
   const uint64_t needed = (sizeof sps / 4 + cycle) * kLongestCode / 8 + 1;
-  return AppendUnit(scratchSize, needed, output, [&](SyntaxWriter& coder) {
+  return AppendUnit(scratchSize, needed, output, [&](H264SetWriter& coder) {
     SpsSyntax(coder, sps);
     coder.Flag(1);  // the stop bit, whatever the record holds
   });

@@ -1,5 +1,5 @@
-// The two ways through an H.264 syntax table: a reader that fills a record's words and a writer that puts
-// them into a stream. Each table is written once, as a template over these.
+// What the coders of H.264 parameter sets add to those of every syntax table, and the syntax that several
+// tables have in common.
 #ifndef QLNUTIL_H264_SYNTAX_CODERS_H
 #define QLNUTIL_H264_SYNTAX_CODERS_H
 
@@ -7,23 +7,13 @@
 #include <cstdint>
 #include <span>
 
-#include "qlnutil/bits/bit_reader.h"
-#include "qlnutil/bits/bit_window.h"
-#include "qlnutil/bits/bit_writer.h"
 #include "qlnutil/bits/counted_rounds.h"
+#include "qlnutil/bits/syntax_coders.h"
 #include "qlnutil/qlnh264.h"
 
 namespace qln {
 
-struct SyntaxReader {
-  static constexpr bool kReads = true;
-  BitReader bits;
-
-  void U(int32_t count, uint32_t& word) { word = bits.ReadBits(count); }
-  void Flag(uint32_t& word) { word = bits.ReadBit(); }
-  void Ue(uint32_t& word) { word = bits.ReadUe(); }
-  void Se(int32_t& word) { word = bits.ReadSe(); }
-
+struct H264SetReader : SyntaxReader {
   // scaling_list() of clause 7.3.2.1.1.1. A list that asks for the default matrix comes out as all 8, and
   // the flag that says so is left to the record's owner.
   void ScalingList(std::span<int32_t> list, uint32_t& /*useDefault*/) {
@@ -47,34 +37,7 @@ struct SyntaxReader {
   }
 };
 
-// The reader of single elements for a table that is one long chain of them; lists and loops go through a
-// SyntaxReader.
-struct SyntaxWindow {
-  BitWindow bits;
-
-  [[gnu::always_inline]] void U(int32_t count, uint32_t& word) { word = bits.ReadBits(count); }
-  [[gnu::always_inline]] void Flag(uint32_t& word) { word = bits.ReadBit(); }
-  [[gnu::always_inline]] void Ue(uint32_t& word) { word = bits.ReadUe(); }
-  [[gnu::always_inline]] void Se(int32_t& word) { word = bits.ReadSe(); }
-
-  // Runs table(coder) over a plain reader at this position. Returns the window behind it.
-  template <class Table>
-  [[gnu::always_inline]] SyntaxWindow Behind(Table table) const {
-    SyntaxReader coder{bits.reader()};
-    table(coder);
-    return {BitWindow(coder.bits)};
-  }
-};
-
-struct SyntaxWriter {
-  static constexpr bool kReads = false;
-  BitWriter bits;
-
-  void U(int32_t count, uint32_t word) { bits.WriteBits(count, word); }
-  void Flag(uint32_t word) { bits.WriteBit(word); }
-  void Ue(uint32_t word) { bits.WriteUe(word); }
-  void Se(int32_t word) { bits.WriteSe(static_cast<uint32_t>(word)); }
-
+struct H264SetWriter : SyntaxWriter {
   // The entries themselves, not their differences: hosts that build records write them so.
   void ScalingList(std::span<const int32_t> list, uint32_t useDefault) {
     for (const int32_t entry : list) Se(useDefault != 0 ? 0 : entry);

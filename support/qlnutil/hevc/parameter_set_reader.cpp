@@ -57,14 +57,14 @@ void HevcUnit::CheckTrailingBits() {
   }
 }
 
-uint64_t HevcUnit::Done(QLNBitState* state) const {
+HevcRead HevcUnit::Done(QLNBitState* state) const {
   state->bitPos += lengthBits_;
-  return bits_->bitPos / 8;
+  return {HevcRead::End::kRead, bits_->bitPos / 8};
 }
 
-uint64_t HevcUnit::Refuse(QLNBitState* state) const {
+HevcRead HevcUnit::Refuse(QLNBitState* state) const {
   state->bitPos = bits_->bitPos;
-  return QLN_HEVC_REFUSED;
+  return {HevcRead::End::kRefused};
 }
 
 }  // namespace qln

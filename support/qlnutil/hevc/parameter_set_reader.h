@@ -9,6 +9,7 @@
 #include "qlnutil/bits/bit_reader.h"
 #include "qlnutil/bits/emulation_prevention.h"
 #include "qlnutil/bits/private_copy.h"
+#include "qlnutil/hevc/parameter_sets.h"
 #include "qlnutil/qlnhevc.h"
 
 namespace qln {
@@ -35,13 +36,18 @@ class HevcUnit {
   uint32_t nalType() const { return nalType_; }
   uint32_t lengthBits() const { return lengthBits_; }  // as it was before unescaping
 
+  // The same behind the header, whose last nine bits are not looked at.
+  BitReader& BehindHeader() {
+    bits_->bitPos = 16;
+    return *bits_;
+  }
+
   // Reads the stop bit and its alignment, and reports where they are not the end of the unit.
   void CheckTrailingBits();
 
-  // End of a read: moves the state by the unit's length, or to the position where the reader refused. Both
-  // return the reader's result.
-  uint64_t Done(QLNBitState* state) const;
-  uint64_t Refuse(QLNBitState* state) const;
+  // Ends of a read: they move the state by the unit's length, or to the position where the reader refused.
+  HevcRead Done(QLNBitState* state) const;
+  HevcRead Refuse(QLNBitState* state) const;
 
  private:
   const HevcReaderPolicy& policy_;
@@ -51,19 +57,18 @@ class HevcUnit {
   std::optional<BitReader> bits_;
 };
 
-// True where a reader has nothing to do and returns 0.
-inline bool NothingToRead(const QLNBitState* state, const void* record) {
-  return state == nullptr || record == nullptr || state->size == 0;
-}
-
-// True when a reader that was to begin at bit 0 had no memory for its copy: other refusals move the position.
-inline bool HadNoMemory(uint64_t result, const QLNBitState& state) {
-  return result == QLN_HEVC_REFUSED && state.bitPos == 0;
-}
-
-// What max_sub_layers_minus1 means to a loop: a word that was read past the end counts as 0.
-inline uint32_t SubLayersForLoops(uint32_t maxSubLayersMinus1) {
-  return maxSubLayersMinus1 == 0xFFFFFFFFu ? 0 : maxSubLayersMinus1;
+// The frame around a reader: readBody(unit) reads from the NAL header to the last syntax element, and is
+// false when it refuses the unit.
+template <class ReadBody>
+[[gnu::always_inline]] inline HevcRead ReadSetUnit(QLNBitState* state, const void* record,
+                                                   uint32_t lengthBits, const HevcReaderPolicy& policy,
+                                                   ReadBody readBody) {
+  if (state == nullptr || record == nullptr || state->size == 0) return {HevcRead::End::kNothingToRead};
+  HevcUnit unit(*state, lengthBits, policy);
+  if (!unit.ok()) return {HevcRead::End::kNoMemory};
+  if (!readBody(unit)) return unit.Refuse(state);
+  unit.CheckTrailingBits();
+  return unit.Done(state);
 }
 
 }  // namespace qln

@@ -8,12 +8,12 @@
 
 namespace qln {
 
-uint32_t HevcUnitWriter::Finish(uint8_t* output) {
-  bits_.WriteTrailingBits();
-  if (bits_.Overflowed()) return 0;
+uint32_t HevcUnitWriter::Finish(BitWriter bits, uint8_t* output) const {
+  bits.WriteTrailingBits();
+  if (bits.Overflowed()) return 0;
   uint8_t escaped[QLN_HEVC_UNIT_SIZE];
   const size_t size =
-      InsertEmulationPrevention(escaped, sizeof escaped, area_, bits_.BytePos(), kInsertionHevcWriter);
+      InsertEmulationPrevention(escaped, sizeof escaped, area_, bits.BytePos(), kInsertionHevcWriter);
   if (size == kDoesNotFit) return 0;
   std::memcpy(output, escaped, size);
   return static_cast<uint32_t>(size);

@@ -16,19 +16,20 @@ namespace qln {
 class HevcUnitWriter {
  public:
   // Writes the header: the type, layer 0, temporal id 0.
-  explicit HevcUnitWriter(HevcNalType type) : bits_(area_, sizeof area_) {
-    bits_.WriteBits(16, static_cast<uint32_t>(type) << 9 | 1u);
+  explicit HevcUnitWriter(HevcNalType type) {
+    BitWriter(area_, sizeof area_).WriteBits(kHeaderBits, static_cast<uint32_t>(type) << 9 | 1u);
   }
 
-  BitWriter& bits() { return bits_; }
+  // A writer behind the header.
+  BitWriter bits() { return BitWriter(area_, sizeof area_, kHeaderBits); }
 
-  // Ends the unit with its trailing bits and copies it to output with emulation prevention in place. Returns
-  // its size in bytes; 0, with nothing put out, where it does not fit.
-  uint32_t Finish(uint8_t* output);
+  // Ends the unit at the writer's position with its trailing bits and copies it to output with emulation
+  // prevention in place. Returns its size in bytes; 0, with nothing put out, where it does not fit.
+  uint32_t Finish(BitWriter bits, uint8_t* output) const;
 
  private:
+  static constexpr int32_t kHeaderBits = 16;
   uint8_t area_[QLN_HEVC_UNIT_SIZE] = {};
-  BitWriter bits_;
 };
 
 }  // namespace qln

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "qlnutil/hevc/nal_header.h"
-#include "qlnutil/hevc/parameter_set_reader.h"
+#include "qlnutil/hevc/parameter_sets.h"
 
 namespace qln {
 namespace {
@@ -18,11 +18,11 @@ constexpr uint32_t kExtendedSar = 255;
 bool InterlaceSets::Read(uint32_t type, const uint8_t* data, uint32_t size, Records* records) {
   const uint32_t bytes = std::min<uint32_t>(size, INT32_MAX / 8);  // so that the bits can be counted
   QLNBitState state{const_cast<uint8_t*>(data), static_cast<int32_t>(bytes), bytes * 8, 0};
-  uint64_t result = 0;
-  if (type == kHevcNalVps) result = qlnutilRead_HEVC_VPS(&state, &records->vps, nullptr, 0);
-  if (type == kHevcNalSps) result = qlnutilRead_HEVC_SPS(&state, &records->sps, nullptr, 0);
-  if (type == kHevcNalPps) result = qlnutilRead_HEVC_PPS(&state, &records->pps, nullptr, 0);
-  return !HadNoMemory(result, state);
+  HevcRead read{HevcRead::End::kNothingToRead};
+  if (type == kHevcNalVps) read = HevcReadVps(&state, &records->vps, nullptr, 0);
+  if (type == kHevcNalSps) read = HevcReadSps(&state, &records->sps, nullptr, 0);
+  if (type == kHevcNalPps) read = HevcReadPps(&state, &records->pps, nullptr, 0);
+  return read.end != HevcRead::End::kNoMemory;
 }
 
 uint32_t InterlaceSets::Rewrite(uint32_t type, const uint8_t* data, uint32_t size, const DFrame& source,

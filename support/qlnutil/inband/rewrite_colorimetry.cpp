@@ -7,7 +7,7 @@
 #include "qlnutil/h264/frame_conversion.h"
 #include "qlnutil/h264/parameter_sets.h"
 #include "qlnutil/hevc/nal_header.h"
-#include "qlnutil/hevc/parameter_set_reader.h"
+#include "qlnutil/hevc/parameter_sets.h"
 #include "qlnutil/inband/codec_form.h"
 #include "qlnutil/inband/marker_copy.h"
 #include "qlnutil/inband/unit_walk.h"
@@ -54,8 +54,8 @@ uint64_t RewriteAvcSps(const DFrame& frame, QLNBitState* unit, uint8_t* output) 
 uint64_t RewriteHevcSps(const DFrame& frame, QLNBitState* unit, uint8_t* output) {
   HevcSpsRecord sps = {};
   // A refusal is not 0: what was read up to there is written. Without memory nothing was read.
-  const uint64_t result = qlnutilRead_HEVC_SPS(unit, &sps, nullptr, unit->bitLength);
-  if (result == 0 || HadNoMemory(result, *unit)) return 0;
+  const HevcRead read = HevcReadSps(unit, &sps, nullptr, unit->bitLength);
+  if (read.Exported() == 0 || read.end == HevcRead::End::kNoMemory) return 0;
   SetColour(frame, &sps, &HevcSpsRecord::matrix_coeffs);
   return qlnutilWrite_HEVC_SPS(&sps, output, kLongestSps);
 }
