@@ -153,6 +153,20 @@ int32_t kxCFGDeleteValue(KXConfigHandle handle, const char* section, const char*
   });
 }
 
+int32_t kxCFGBegin(KXConfigHandle handle) {
+  return qln::Guarded([=] {
+    const std::shared_ptr<qln::ConfigStore> store = qln::StoreOf(handle);
+    return store != nullptr && store->Begin() ? kDone : kFailed;
+  });
+}
+
+int32_t kxCFGEnd(KXConfigHandle handle) {
+  return qln::Guarded([=] {
+    const std::shared_ptr<qln::ConfigStore> store = qln::StoreOf(handle);
+    return store != nullptr && store->End() ? kDone : kFailed;
+  });
+}
+
 void kxCFGSetDefaultStore(const char* path) {
   qln::Guarded([=] {
     qln::SetDefaultStorePath(path != nullptr ? path : "");

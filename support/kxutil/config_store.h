@@ -1,5 +1,4 @@
-// What the two kinds of configuration store have in common: names, values, and the three things done with
-// them.
+// What the two kinds of configuration store have in common: names, values, and what is done with them.
 #ifndef KXUTIL_CONFIG_STORE_H
 #define KXUTIL_CONFIG_STORE_H
 
@@ -32,6 +31,10 @@ class ConfigStore {
 
   // Removes a key; true also if it was not there.
   virtual bool Remove(const ConfigName& name) = 0;
+
+  // Between the two the changes of the calling thread are gathered; the end makes them all, or none.
+  virtual bool Begin() = 0;
+  virtual bool End() = 0;
 };
 
 }  // namespace qln

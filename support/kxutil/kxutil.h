@@ -149,6 +149,16 @@ KX_API int32_t MulDiv(int32_t number, int32_t numerator, int32_t denominator);
 typedef intptr_t KXConfigHandle;
 
 /// The process-wide default store; never opened or closed.
+///
+/// It stands in a database file that is never changed in place: a change writes a new file, flushes it, and
+/// puts it in the old one's place, so that a reader never waits, a copy of the file is whole at any moment,
+/// and a process that is killed leaves the old values or the new ones. Writers wait for each other, for half
+/// a minute at most. Other tools may read the file, but should not keep it open.
+///
+/// A value that is damaged counts as absent, with one message. A store that could not be read for another
+/// reason than an absent key takes no changes from this process until a read of it has succeeded: they fail.
+/// A change that finds the store damaged beyond single values renames it to a name with ".damaged-" and the
+/// time, with one message; the next change begins a new store.
 #define KX_DEFAULT_STORE ((KXConfigHandle)-1)
 
 /* What kxCFGValueDword and kxCFGValueString do. */
@@ -204,10 +214,27 @@ KX_API int32_t kxCFGValueString(KXConfigHandle handle, const char* section, cons
 /// written or the handle is none.
 KX_API int32_t kxCFGDeleteValue(KXConfigHandle handle, const char* section, const char* key);
 
+/// Begins and ends a group of changes of the calling thread: between the two, kxCFGValueDword,
+/// kxCFGValueString and kxCFGDeleteValue gather what they are to change, and the end makes all of it in one
+/// durable step, or nothing. Others see the store as it was before or as it is afterwards; the thread itself
+/// reads what it has written. In between, the result of a change only says that it was taken. Groups may be
+/// nested; the outermost end counts. A thread that ends in between changes nothing. The changes of a store in
+/// a file wait for kxCFGClose in any case, so that for such a store the two do nothing.
+///
+/// The two are optional in a host's own layer: libqlnutil does without where they are not there, and calls
+/// them around its writes where they are.
+/// @return 0 on success; non-zero for a handle that is none, for an end without a beginning, and where the
+/// changes could not be made (the store then holds what it held).
+/// @{
+KX_API int32_t kxCFGBegin(KXConfigHandle handle);
+KX_API int32_t kxCFGEnd(KXConfigHandle handle);
+/// @}
+
 /// Sets the place of the default store's database for this process; null or "" goes back to the user's own,
-/// $XDG_CONFIG_HOME/tarnwick/settings.db or ~/.config/tarnwick/settings.db. The file is made on first use
-/// with its folders, for its owner alone. To be called before the default store is used by other threads.
-/// @param path copied.
+/// $XDG_CONFIG_HOME/tarnwick/settings.db or ~/.config/tarnwick/settings.db. The file is made by the first
+/// change, with its folders, for its owner alone. To be called before the default store is used by other
+/// threads.
+/// @param path copied; a relative one counts from the working folder of this call.
 KX_API void kxCFGSetDefaultStore(const char* path);
 
 /* ---- Diagnostics -------------------------------------------------------------------------------------- */

@@ -1,216 +1,205 @@
-// Settings in an SQLite table, one row a key. Every change is a transaction of its own with a rollback
-// journal, so that a reader needs no right to write and a killed process leaves the old value or the new one.
+// SQLite behind a thin face: open, run, copy, and the trouble told as a code and a text.
 
 #include "kxutil/sqlite_connection.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 
 namespace qln {
 namespace {
 
-// Names and texts are blobs, since their bytes need not be UTF-8; numbers are integers.
-constexpr char kMakeTable[] =
-    "CREATE TABLE IF NOT EXISTS settings (section BLOB NOT NULL, key BLOB NOT NULL, value NOT NULL, "
-    "PRIMARY KEY (section, key)) WITHOUT ROWID";
-constexpr char kSelect[] = "SELECT value FROM settings WHERE section = ?1 AND key = ?2";
-// An equal value is left alone: nothing is written for it.
-constexpr char kUpsert[] =
-    "INSERT INTO settings (section, key, value) VALUES (?1, ?2, ?3) ON CONFLICT (section, key) DO UPDATE SET "
-    "value = excluded.value WHERE value IS NOT excluded.value";
-constexpr char kRemove[] = "DELETE FROM settings WHERE section = ?1 AND key = ?2";
-
-constexpr int kBusyMilliseconds = 30000;
-
-// A database from a stranger may hold more than a table; no call runs longer than this.
+// No call runs longer than so many steps of SQLite's machine.
 constexpr int kStepsPerCheck = 10000;
 constexpr int kMostChecks = 2000;
 
-int CheckSteps(void* checks) { return ++*static_cast<int*>(checks) > kMostChecks; }
+constexpr int kLongestValue = 64 << 20;
 
-// Makes the folders above a file, for their owner alone.
-void MakeFoldersOf(const std::string& path) {
-  for (size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
-    mkdir(path.substr(0, slash).c_str(), 0700);
+// A path as a file URI: what has a meaning in a URI is written as %XX.
+std::string UriOf(const std::string& path) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string uri = "file:";
+  for (const char c : path) {
+    const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                       std::strchr("/-._~", c) != nullptr;
+    if (plain) {
+      uri.push_back(c);
+    } else {
+      uri.push_back('%');
+      uri.push_back(kDigits[static_cast<unsigned char>(c) >> 4]);
+      uri.push_back(kDigits[static_cast<unsigned char>(c) & 15]);
+    }
   }
+  return uri + "?immutable=1";
 }
-
-// A file that is there is not opened: closing it again would drop the locks of this process's connections.
-void MakeFile(const std::string& path) {
-  struct stat status;
-  if (stat(path.c_str(), &status) == 0) return;
-  MakeFoldersOf(path);
-  const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  if (descriptor >= 0) close(descriptor);
-}
-
-class ResetAtEnd {
- public:
-  explicit ResetAtEnd(sqlite3_stmt* statement) : statement_(statement) {}
-  ~ResetAtEnd() {
-    sqlite3_reset(statement_);
-    sqlite3_clear_bindings(statement_);
-  }
-
- private:
-  sqlite3_stmt* statement_;
-};
 
 }  // namespace
 
-std::unique_ptr<SqliteConnection> SqliteConnection::Open(const std::string& path, std::string& problem) {
-  if (path.empty()) {
-    problem = "the user has no home folder";
-    return nullptr;
-  }
-  MakeFile(path);
-  std::unique_ptr<SqliteConnection> connection(new SqliteConnection);
-  connection->path_ = path;
-  connection->process_ = getpid();
-  const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE;
-  if (sqlite3_open_v2(path.c_str(), &connection->database_, flags, nullptr) != SQLITE_OK) {
-    connection->Fail();
-  } else if (connection->Configure()) {
-    struct stat status;
-    if (stat(path.c_str(), &status) == 0) {
-      connection->device_ = status.st_dev;
-      connection->inode_ = status.st_ino;
-    }
-    return connection;
-  }
-  problem = connection->problem_;
-  return nullptr;
+SqliteConnection::~SqliteConnection() { sqlite3_close(database_); }
+
+bool SqliteConnection::OpenFile(const std::string& path, std::optional<Deadline> deadline) {
+  deadline_ = deadline;
+  if (!Open(path.c_str(), SQLITE_OPEN_READWRITE) || !Configure()) return false;
+  if (deadline) sqlite3_busy_handler(database_, WaitForLock, this);
+  return true;
 }
 
-SqliteConnection::~SqliteConnection() {
-  // A connection that came through a fork belongs to the parent, and closing it would disturb the parent's.
-  if (process_ != getpid()) return;
-  sqlite3_finalize(select_);
-  sqlite3_finalize(upsert_);
-  sqlite3_finalize(remove_);
-  sqlite3_close(database_);
+bool SqliteConnection::OpenUnlocked(const std::string& path) {
+  return Open(UriOf(path).c_str(), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
 }
 
-bool SqliteConnection::IsFor(const std::string& path) const {
-  struct stat status;
-  return process_ == getpid() && path == path_ && stat(path.c_str(), &status) == 0 &&
-         status.st_dev == device_ && status.st_ino == inode_;
+bool SqliteConnection::OpenImage(std::string_view bytes) {
+  if (!Open(":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) || !Configure()) return false;
+  if (bytes.empty()) return true;
+  unsigned char* const copy = static_cast<unsigned char*>(sqlite3_malloc64(bytes.size()));
+  if (copy == nullptr) {
+    code_ = SQLITE_NOMEM;
+    problem_ = "no memory";
+    return false;
+  }
+  std::memcpy(copy, bytes.data(), bytes.size());
+  const sqlite3_int64 size = static_cast<sqlite3_int64>(bytes.size());
+  // The copy is SQLite's from here on, also on a failure.
+  if (sqlite3_deserialize(database_, "main", copy, size, size,
+                          SQLITE_DESERIALIZE_FREEONCLOSE | SQLITE_DESERIALIZE_RESIZEABLE) != SQLITE_OK) {
+    return Fail();
+  }
+  sqlite3_int64 limit = 2 * static_cast<sqlite3_int64>(kLargestStore);
+  sqlite3_file_control(database_, "main", SQLITE_FCNTL_SIZE_LIMIT, &limit);
+  return true;
+}
+
+bool SqliteConnection::Open(const char* name, int flags) {
+  flags |= SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE;
+  return sqlite3_open_v2(name, &database_, flags, nullptr) == SQLITE_OK || Fail();
 }
 
 bool SqliteConnection::Configure() {
-  sqlite3_extended_result_codes(database_, 1);
-  sqlite3_busy_timeout(database_, kBusyMilliseconds);
-  sqlite3_progress_handler(database_, kStepsPerCheck, CheckSteps, &steps_);
+  sqlite3_progress_handler(database_, kStepsPerCheck, CheckSteps, this);
+  sqlite3_limit(database_, SQLITE_LIMIT_LENGTH, kLongestValue);
   sqlite3_db_config(database_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
   sqlite3_db_config(database_, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
   sqlite3_db_config(database_, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
   sqlite3_db_config(database_, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
-  if (!Run("PRAGMA synchronous = EXTRA") || !Run("PRAGMA temp_store = MEMORY")) return false;
-  if (!Prepare(kSelect, &select_)) {
-    // A new file, or one that another process is just making.
-    if (sqlite3_errcode(database_) != SQLITE_ERROR || !MakeTable() || !Prepare(kSelect, &select_))
-      return false;
-  }
-  return Prepare(kUpsert, &upsert_) && Prepare(kRemove, &remove_);
+  // The constraints of a stranger's tables are a program too.
+  return Run("PRAGMA temp_store = MEMORY") && Run("PRAGMA ignore_check_constraints = ON");
 }
 
-bool SqliteConnection::Prepare(const char* text, sqlite3_stmt** statement) {
-  steps_ = 0;
-  return sqlite3_prepare_v3(database_, text, -1, SQLITE_PREPARE_PERSISTENT, statement, nullptr) ==
-             SQLITE_OK ||
-         Fail();
+int SqliteConnection::CheckSteps(void* connection) {
+  return ++static_cast<SqliteConnection*>(connection)->checks_ > kMostChecks;
 }
 
-bool SqliteConnection::MakeTable() {
-  if (!Run("BEGIN IMMEDIATE")) return false;
-  if (Run(kMakeTable) && Run("COMMIT")) return true;
-  if (sqlite3_get_autocommit(database_) == 0) sqlite3_exec(database_, "ROLLBACK", nullptr, nullptr, nullptr);
-  return false;
+int SqliteConnection::WaitForLock(void* connection, int calls) {
+  if (std::chrono::steady_clock::now() >= *static_cast<SqliteConnection*>(connection)->deadline_) return 0;
+  // Short waits that differ from process to process, so that none is left behind by the others.
+  usleep(static_cast<useconds_t>(500 + (calls * 37 + getpid()) % 16 * 300));
+  return 1;
 }
 
 bool SqliteConnection::Run(const char* text) {
-  steps_ = 0;
+  AllowSteps();
   return sqlite3_exec(database_, text, nullptr, nullptr, nullptr) == SQLITE_OK || Fail();
 }
 
-bool SqliteConnection::Bind(sqlite3_stmt* statement, const ConfigName& name) {
-  // A null pointer would bind NULL, which an empty std::string never gives.
-  return (sqlite3_bind_blob64(statement, 1, name.section.data(), name.section.size(), SQLITE_STATIC) ==
-              SQLITE_OK &&
-          sqlite3_bind_blob64(statement, 2, name.key.data(), name.key.size(), SQLITE_STATIC) == SQLITE_OK) ||
-         Fail();
+bool SqliteConnection::Ask(const char* text, std::string& answer) {
+  SqliteStatement statement;
+  if (!statement.Prepare(*this, text)) return false;
+  answer = statement.Step() ? std::string(statement.Bytes(0)) : "";
+  return !statement.failed();
 }
 
-bool SqliteConnection::Read(const ConfigName& name, std::optional<ConfigValue>& value) {
-  const ResetAtEnd reset(select_);
-  if (!Bind(select_, name)) return false;
-  steps_ = 0;
-  const int result = sqlite3_step(select_);
-  if (result == SQLITE_DONE) return true;
-  if (result != SQLITE_ROW) return Fail();
-  switch (sqlite3_column_type(select_, 0)) {
-    case SQLITE_INTEGER: {
-      const sqlite3_int64 number = sqlite3_column_int64(select_, 0);
-      if (number >= 0 && number <= 0xFFFFFFFF) value = static_cast<uint32_t>(number);
-      return true;
-    }
-    case SQLITE_BLOB:
-    case SQLITE_TEXT: {
-      const void* const bytes = sqlite3_column_blob(select_, 0);
-      const size_t size = static_cast<size_t>(sqlite3_column_bytes(select_, 0));
-      if (bytes == nullptr && size != 0) return Fail();
-      const char* const text = static_cast<const char*>(bytes);
-      value = size != 0 ? std::string(text, strnlen(text, size)) : std::string();
-      return true;
-    }
-    default:
-      return true;
-  }
-}
-
-bool SqliteConnection::Write(const ConfigName& name, const ConfigValue& value) {
-  const ResetAtEnd reset(upsert_);
-  if (!Bind(upsert_, name)) return false;
-  const std::string* const text = std::get_if<std::string>(&value);
-  const int bound = text != nullptr
-                        ? sqlite3_bind_blob64(upsert_, 3, text->data(), text->size(), SQLITE_STATIC)
-                        : sqlite3_bind_int64(upsert_, 3, std::get<uint32_t>(value));
-  return bound == SQLITE_OK ? Change(upsert_) : Fail();
-}
-
-bool SqliteConnection::Remove(const ConfigName& name) {
-  // Most removals find nothing; that needs no lock.
-  {
-    const ResetAtEnd reset(select_);
-    if (!Bind(select_, name)) return false;
-    steps_ = 0;
-    const int result = sqlite3_step(select_);
-    if (result == SQLITE_DONE) return true;
-    if (result != SQLITE_ROW) return Fail();
-  }
-  const ResetAtEnd reset(remove_);
-  return Bind(remove_, name) && Change(remove_);
-}
-
-bool SqliteConnection::Change(sqlite3_stmt* statement) {
-  if (!Run("BEGIN IMMEDIATE")) return false;
-  steps_ = 0;
-  if ((sqlite3_step(statement) == SQLITE_DONE || Fail()) && sqlite3_reset(statement) == SQLITE_OK &&
-      Run("COMMIT")) {
+bool SqliteConnection::Serialize(std::string& bytes) {
+  AllowSteps();
+  sqlite3_int64 size = 0;
+  unsigned char* const copy = sqlite3_serialize(database_, "main", &size, 0);
+  if (copy == nullptr) {
+    // An empty database has no bytes, and so no copy.
+    std::string pages;
+    if (!Ask("PRAGMA page_count", pages)) return false;
+    if (pages != "0") return Fail();
+    bytes.clear();
     return true;
   }
-  sqlite3_reset(statement);
-  if (sqlite3_get_autocommit(database_) == 0) sqlite3_exec(database_, "ROLLBACK", nullptr, nullptr, nullptr);
-  return false;
+  bytes.assign(reinterpret_cast<const char*>(copy), static_cast<size_t>(size));
+  sqlite3_free(copy);
+  return true;
+}
+
+bool SqliteConnection::RawSize(uint64_t& size) {
+  sqlite3_file* file = nullptr;
+  sqlite3_int64 bytes = 0;
+  if (sqlite3_file_control(database_, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK ||
+      file == nullptr || file->pMethods == nullptr || file->pMethods->xFileSize(file, &bytes) != SQLITE_OK) {
+    code_ = SQLITE_IOERR;
+    problem_ = "disk I/O error";
+    return false;
+  }
+  size = static_cast<uint64_t>(bytes);
+  return true;
+}
+
+bool SqliteConnection::ReadRaw(uint64_t offset, char* bytes, size_t size) {
+  sqlite3_file* file = nullptr;
+  if (sqlite3_file_control(database_, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK ||
+      file == nullptr || file->pMethods == nullptr ||
+      file->pMethods->xRead(file, bytes, static_cast<int>(size), static_cast<sqlite3_int64>(offset)) !=
+          SQLITE_OK) {
+    code_ = SQLITE_IOERR;
+    problem_ = "disk I/O error";
+    return false;
+  }
+  return true;
 }
 
 bool SqliteConnection::Fail() {
+  code_ = database_ != nullptr ? sqlite3_errcode(database_) & 0xFF : SQLITE_NOMEM;
+  if (code_ == SQLITE_OK) code_ = SQLITE_ERROR;
   problem_ = database_ != nullptr ? sqlite3_errmsg(database_) : "no memory";
   return false;
+}
+
+bool SqliteStatement::Prepare(SqliteConnection& connection, const char* text) {
+  sqlite3_finalize(statement_);
+  statement_ = nullptr;
+  connection_ = &connection;
+  connection.AllowSteps();
+  failed_ = sqlite3_prepare_v3(connection.database(), text, -1, SQLITE_PREPARE_PERSISTENT, &statement_,
+                               nullptr) != SQLITE_OK;
+  return !failed_ || connection.Fail();
+}
+
+void SqliteStatement::Reset() {
+  failed_ = false;
+  if (statement_ == nullptr) return;
+  sqlite3_reset(statement_);
+  sqlite3_clear_bindings(statement_);
+}
+
+bool SqliteStatement::BindBytes(int index, std::string_view bytes) {
+  // A null pointer would bind NULL and not an empty blob.
+  const char* const data = bytes.data() != nullptr ? bytes.data() : "";
+  return sqlite3_bind_blob64(statement_, index, data, bytes.size(), SQLITE_STATIC) == SQLITE_OK ||
+         connection_->Fail();
+}
+
+bool SqliteStatement::BindNumber(int index, int64_t number) {
+  return sqlite3_bind_int64(statement_, index, number) == SQLITE_OK || connection_->Fail();
+}
+
+bool SqliteStatement::Step() {
+  connection_->AllowSteps();
+  const int result = sqlite3_step(statement_);
+  if (result == SQLITE_ROW) return true;
+  failed_ = result != SQLITE_DONE;
+  if (failed_) connection_->Fail();
+  return false;
+}
+
+std::string_view SqliteStatement::Bytes(int column) {
+  const void* const bytes = sqlite3_column_blob(statement_, column);
+  const int size = sqlite3_column_bytes(statement_, column);
+  if (bytes == nullptr || size <= 0) return {};
+  return {static_cast<const char*>(bytes), static_cast<size_t>(size)};
 }
 
 }  // namespace qln

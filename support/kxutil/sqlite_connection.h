@@ -1,56 +1,101 @@
-// One connection to a settings database, for one thread at a time.
+// One connection to an SQLite database, in a file or in memory, for one thread at a time. A stranger's
+// database is data and not a program: triggers, views and untrusted functions are off, and a call has a step
+// limit.
 #ifndef KXUTIL_SQLITE_CONNECTION_H
 #define KXUTIL_SQLITE_CONNECTION_H
 
 #include <sqlite3.h>
-#include <sys/types.h>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
-
-#include "kxutil/config_store.h"
+#include <string_view>
 
 namespace qln {
 
+// No settings store is larger; a larger one is not taken into memory.
+constexpr uint64_t kLargestStore = 256u << 20;
+
+using Deadline = std::chrono::steady_clock::time_point;
+
 class SqliteConnection {
  public:
-  // Opens the database, which is made with its folder if it is not there (mode 0600). Null with a text in
-  // `problem` if that cannot be done, or if the file is something else.
-  static std::unique_ptr<SqliteConnection> Open(const std::string& path, std::string& problem);
+  SqliteConnection() = default;
   ~SqliteConnection();
   SqliteConnection(const SqliteConnection&) = delete;
   SqliteConnection& operator=(const SqliteConnection&) = delete;
 
-  // Whether it still leads to the file of that name, and this process opened it.
-  bool IsFor(const std::string& path) const;
+  // Each is false on a trouble, which code() and problem() then tell.
 
-  // Each is false on a trouble, with a text in problem(). An absent key is none.
-  bool Read(const ConfigName& name, std::optional<ConfigValue>& value);
-  bool Write(const ConfigName& name, const ConfigValue& value);
-  bool Remove(const ConfigName& name);
-  const std::string& problem() const { return problem_; }
+  // Opens a file that is there. Locks are waited for up to the deadline; without one they are not waited for.
+  bool OpenFile(const std::string& path, std::optional<Deadline> deadline);
+  // Opens a file without any lock, for ReadRaw and RawSize only.
+  bool OpenUnlocked(const std::string& path);
+  // A database in memory: empty, or a copy of the bytes of a database file.
+  bool OpenImage(std::string_view bytes);
 
- private:
-  SqliteConnection() = default;
-  bool Configure();
-  bool Prepare(const char* text, sqlite3_stmt** statement);
-  bool MakeTable();
   bool Run(const char* text);
-  bool Bind(sqlite3_stmt* statement, const ConfigName& name);
-  bool Change(sqlite3_stmt* statement);
+  // The first column of the first row, as a text; "" without a row.
+  bool Ask(const char* text, std::string& answer);
+  // The whole database as the current transaction sees it.
+  bool Serialize(std::string& bytes);
+
+  // The bytes of the file, past all locks and caches. They go through SQLite's own handle, since closing
+  // another one would drop this process's locks on the file.
+  bool RawSize(uint64_t& size);
+  bool ReadRaw(uint64_t offset, char* bytes, size_t size);
+
+  sqlite3* database() { return database_; }
+  void AllowSteps() { checks_ = 0; }
+  // Takes over the trouble that SQLite tells.
   bool Fail();
 
+  int code() const { return code_; }  // a primary result code
+  const std::string& problem() const { return problem_; }
+  // What is in the file is wrong, as against a file that cannot be got at.
+  bool damaged() const { return code_ == SQLITE_CORRUPT || code_ == SQLITE_NOTADB; }
+
+ private:
+  bool Open(const char* name, int flags);
+  bool Configure();
+  static int CheckSteps(void* connection);
+  static int WaitForLock(void* connection, int calls);
+
   sqlite3* database_ = nullptr;
-  sqlite3_stmt* select_ = nullptr;
-  sqlite3_stmt* upsert_ = nullptr;
-  sqlite3_stmt* remove_ = nullptr;
-  int steps_ = 0;
-  pid_t process_ = 0;
-  std::string path_;
-  dev_t device_ = 0;
-  ino_t inode_ = 0;
+  int checks_ = 0;
+  std::optional<Deadline> deadline_;
+  int code_ = SQLITE_OK;
   std::string problem_;
+};
+
+// A prepared statement that is reset when a use of it ends.
+class SqliteStatement {
+ public:
+  SqliteStatement() = default;
+  ~SqliteStatement() { sqlite3_finalize(statement_); }
+  SqliteStatement(const SqliteStatement&) = delete;
+  SqliteStatement& operator=(const SqliteStatement&) = delete;
+
+  bool Prepare(SqliteConnection& connection, const char* text);
+  void Reset();
+
+  // The bytes are used up to the next Reset and not copied.
+  bool BindBytes(int index, std::string_view bytes);
+  bool BindNumber(int index, int64_t number);
+  // True with a row; false at the end, and on a trouble (failed() tells which).
+  bool Step();
+  bool failed() const { return failed_; }
+
+  int Type(int column) { return sqlite3_column_type(statement_, column); }
+  int64_t Number(int column) { return sqlite3_column_int64(statement_, column); }
+  // Valid up to the next step.
+  std::string_view Bytes(int column);
+
+ private:
+  SqliteConnection* connection_ = nullptr;
+  sqlite3_stmt* statement_ = nullptr;
+  bool failed_ = false;
 };
 
 }  // namespace qln

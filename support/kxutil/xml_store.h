@@ -21,6 +21,9 @@ class XmlStore : public ConfigStore {
   std::optional<ConfigValue> Read(const ConfigName& name) override;
   bool Write(const ConfigName& name, const ConfigValue& value) override;
   bool Remove(const ConfigName& name) override;
+  // Changes stay in memory up to the save in any case.
+  bool Begin() override { return true; }
+  bool End() override { return true; }
 
   // Applies what was changed since the opening to the file as it is by now. Where nothing changed, nothing is
   // written. False, with a message, if that cannot be done; the file then stays as it is.

@@ -6,6 +6,10 @@
 #include "qlnutil/clipinfo/info_fields.h"
 #include "qlnutil/qlninfo.h"
 
+// A host's own layer need not have the two; each change is then a step of its own.
+extern "C" int32_t kxCFGBegin(KXConfigHandle store) __attribute__((weak));
+extern "C" int32_t kxCFGEnd(KXConfigHandle store) __attribute__((weak));
+
 namespace qln {
 namespace {
 
@@ -58,6 +62,22 @@ void WriteText(KXConfigHandle store, const InfoField& field, const void* text) {
   KXFree(copy);
 }
 
+// Makes the changes of its lifetime one step, so that others see the record whole, and flushed once.
+class ChangeGroup {
+ public:
+  explicit ChangeGroup(KXConfigHandle store)
+      : store_(store), begun_(kxCFGBegin != nullptr && kxCFGEnd != nullptr && kxCFGBegin(store) == 0) {}
+  ~ChangeGroup() {
+    if (begun_) kxCFGEnd(store_);
+  }
+  ChangeGroup(const ChangeGroup&) = delete;
+  ChangeGroup& operator=(const ChangeGroup&) = delete;
+
+ private:
+  const KXConfigHandle store_;
+  const bool begun_;
+};
+
 // Runs an action on the user file's store, if that file is there.
 template <typename Action>
 void WithUserFile(Action action) {
@@ -82,6 +102,7 @@ uint32_t qlnInfoReadRegSet(KXConfigHandle store, QLNInfo* info) {
 }
 
 uint32_t qlnInfoWriteRegSet(KXConfigHandle store, const QLNInfo* info) {
+  const qln::ChangeGroup group(store);
   for (const qln::InfoField& field : qln::kInfoSlots) {
     if (field.persistence == qln::Persistence::kNone) continue;
     if (const void* const text = qln::SlotOf(*info, field)) {

@@ -1,0 +1,225 @@
+// One change of the settings, step by step. The lock is SQLite's own on the file as it stands, so that other
+// tools are kept off as well; the copy is replaced under it.
+
+#include "kxutil/settings_writer.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <mutex>
+#include <vector>
+
+#include "kxutil/committed_copy.h"
+#include "kxutil/database_file.h"
+
+namespace qln {
+namespace {
+
+constexpr std::chrono::seconds kLongestWait{30};
+constexpr useconds_t kPause = 2000;
+constexpr size_t kMostKnownFiles = 16;
+
+// Files that this process has checked, or written, as they then were: their structure is sound.
+class SoundFiles {
+ public:
+  bool Knows(const FileState& state) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return std::find(states_.begin(), states_.end(), state) != states_.end();
+  }
+  void Add(const FileState& state) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (states_.size() >= kMostKnownFiles) states_.erase(states_.begin());
+    states_.push_back(state);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<FileState> states_;
+};
+
+SoundFiles& Sound() {
+  static SoundFiles* const files = new SoundFiles;
+  return *files;
+}
+
+enum class Step { kGoOn, kFailed, kDamaged, kAgain };
+
+class Change {
+ public:
+  // Without changes it only looks for damage.
+  Change(std::string path, const ConfigChanges* changes)
+      : path_(TargetOf(path)),
+        changes_(changes),
+        deadline_(std::chrono::steady_clock::now() + kLongestWait) {}
+
+  ChangeReport Run() {
+    for (;;) {
+      switch (Attempt()) {
+        case Step::kGoOn:
+          report_.done = true;
+          return report_;
+        case Step::kFailed:
+          return report_;
+        case Step::kDamaged:
+          // A new store that is damaged as well is no matter of the file.
+          if (!report_.setAside.empty() || !PutAside() || changes_ == nullptr) return report_;
+          break;
+        case Step::kAgain:
+          if (std::chrono::steady_clock::now() < deadline_) {
+            usleep(kPause);
+            break;
+          }
+          report_.problem = "database is locked";
+          return report_;
+      }
+    }
+  }
+
+ private:
+  // From the lock to the new file. What each step finds is in report_.
+  Step Attempt() {
+    if (changes_ != nullptr && !MakeFile(path_, report_.problem)) return Step::kFailed;
+    if (!LookAt(path_, state_, report_.problem)) return Step::kFailed;
+    if (!state_.exists) return changes_ != nullptr ? Step::kAgain : Step::kFailed;
+    SqliteConnection file;
+    std::string bytes;
+    Step step = Lock(file);
+    if (step == Step::kGoOn) step = Load(file, bytes);
+    SqliteConnection image;
+    SettingsTable table(image);
+    if (step == Step::kGoOn) step = Open(image, table, bytes);
+    if (step == Step::kGoOn && changes_ == nullptr) {
+      report_.problem = "it could not be read";
+      return Step::kFailed;
+    }
+    if (step == Step::kGoOn) step = MakeChanges(image, table, bytes);
+    if (step != Step::kGoOn) return step;
+    FileState made;
+    if (!ReplaceFile(path_, state_, bytes, made, report_.problem)) return Step::kFailed;
+    Sound().Add(made);
+    return Step::kGoOn;
+  }
+
+  // Keeps other writers off the file, and makes sure that it is still the one of that name.
+  Step Lock(SqliteConnection& file) {
+    FileForm form;
+    if (!FormOfFile(path_, form, report_.problem)) return Step::kFailed;
+    if (form == FileForm::kNoDatabase) return Fail("file is not a database");
+    if (form == FileForm::kWithLog) {
+      const Step step = WorkLogIn();
+      if (step != Step::kGoOn) return step;
+    }
+    if (!file.OpenFile(path_, deadline_) || !file.Run("BEGIN IMMEDIATE")) return Trouble(file);
+    FileState now;
+    if (!LookAt(path_, now, report_.problem)) return Step::kFailed;
+    if (!now.SameFile(state_)) return Step::kAgain;
+    state_ = now;
+    return Step::kGoOn;
+  }
+
+  // A log that were left beside the new file would be taken for its own. A damaged file is found out first,
+  // while it is as it was.
+  Step WorkLogIn() {
+    std::string bytes;
+    if (!CommittedCopy(path_, bytes, report_.problem)) return Step::kFailed;
+    SqliteConnection image;
+    SettingsTable table(image);
+    const Step step = Open(image, table, bytes);
+    if (step != Step::kGoOn || changes_ == nullptr) return step;
+    for (;;) {
+      SqliteConnection file;
+      std::string mode;
+      const bool asked = file.OpenFile(path_, deadline_) && file.Ask("PRAGMA journal_mode = DELETE", mode);
+      if (asked && mode == "delete") return Step::kGoOn;
+      if (!asked && file.code() != SQLITE_BUSY && file.code() != SQLITE_LOCKED) return Trouble(file);
+      if (std::chrono::steady_clock::now() >= deadline_) return Fail("database is locked");
+      usleep(kPause);
+    }
+  }
+
+  Step Load(SqliteConnection& file, std::string& bytes) {
+    if (static_cast<uint64_t>(state_.size) > kLargestStore) return Fail("it is too large");
+    return file.Serialize(bytes) ? Step::kGoOn : Trouble(file);
+  }
+
+  // The copy in memory, whose structure is checked unless this process knows it.
+  Step Open(SqliteConnection& image, SettingsTable& table, const std::string& bytes) {
+    if (!image.OpenImage(bytes)) return Trouble(image);
+    switch (table.Attach()) {
+      case TableState::kReady:
+        break;
+      case TableState::kDamaged:
+        return Damaged(table.problem());
+      case TableState::kForeign:
+      case TableState::kFailed:
+        return Fail(table.problem());
+    }
+    if (bytes.empty() || (changes_ != nullptr && Sound().Knows(state_))) return Step::kGoOn;
+    switch (table.Check()) {
+      case CheckResult::kSound:
+      case CheckResult::kDamagedValues:  // each is told, and absent, when it is read
+        return Step::kGoOn;
+      case CheckResult::kDamaged:
+        return Damaged("database disk image is malformed");
+      case CheckResult::kFailed:
+        break;
+    }
+    return Trouble(image);
+  }
+
+  Step MakeChanges(SqliteConnection& image, SettingsTable& table, std::string& bytes) {
+    if (!image.Run("BEGIN") || !table.Make() || !table.Apply(*changes_)) return Trouble(image);
+    if (!table.Holds(*changes_)) return Damaged("a change does not read back");
+    if (!image.Run("COMMIT") || !image.Serialize(bytes)) return Trouble(image);
+    if (bytes.size() > kLargestStore) return Fail("it would become too large");
+    // The very bytes that will stand in the file are read once more.
+    SqliteConnection copy;
+    SettingsTable written(copy);
+    if (!copy.OpenImage(bytes)) return Trouble(copy);
+    if (written.Attach() != TableState::kReady || !written.Holds(*changes_))
+      return Damaged("a change does not read back");
+    return Step::kGoOn;
+  }
+
+  bool PutAside() {
+    std::string problem;
+    const std::string name = SetAside(path_, state_, problem);
+    if (!name.empty()) {
+      report_.setAside = name;
+      report_.damage = report_.problem;
+    } else if (!problem.empty()) {
+      report_.problem += ", and it cannot be set aside: " + problem;
+      return false;
+    }
+    // Otherwise another process was faster.
+    return true;
+  }
+
+  Step Fail(const std::string& problem) {
+    report_.problem = problem;
+    return Step::kFailed;
+  }
+  Step Damaged(const std::string& problem) {
+    report_.problem = problem;
+    return Step::kDamaged;
+  }
+  Step Trouble(SqliteConnection& connection) {
+    return connection.damaged() ? Damaged(connection.problem()) : Fail(connection.problem());
+  }
+
+  const std::string path_;
+  const ConfigChanges* const changes_;
+  const Deadline deadline_;
+  FileState state_;
+  ChangeReport report_;
+};
+
+}  // namespace
+
+ChangeReport ChangeSettings(const std::string& path, const ConfigChanges& changes) {
+  return Change(path, &changes).Run();
+}
+
+ChangeReport SetAsideIfDamaged(const std::string& path) { return Change(path, nullptr).Run(); }
+
+}  // namespace qln

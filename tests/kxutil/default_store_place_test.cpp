@@ -1,0 +1,193 @@
+// Where the default store stands: folders and files that refuse, journals that others left, links, owners.
+
+#include <grp.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include <cstring>
+
+#include "kxutil/child_process.h"
+#include "kxutil/default_store_support.h"
+
+namespace qln::test {
+namespace {
+
+class DefaultStorePlace : public DefaultStoreTest {
+ protected:
+  // Another tool is killed: in the middle of a change, or with a log that is not worked in.
+  void KillATool(const std::string& statements) {
+    const pid_t child = InChild([&] {
+      Tool tool(path());
+      if (!tool.Run(statements)) return 1;
+      kill(getpid(), SIGKILL);
+      return 2;
+    });
+    ASSERT_EQ(ExitCodeOf(child), 1000 + SIGKILL);
+  }
+  void MakeManyKeys() {
+    std::vector<std::string> keys;
+    for (int i = 0; i < 300; ++i) keys.push_back("K" + std::to_string(i));
+    MakeEarlierStore(keys);
+  }
+  static bool AllKeysAre(uint32_t offset) {
+    for (uint32_t i = 0; i < 300; ++i) {
+      if (Get(("K" + std::to_string(i)).c_str()) != i + offset) return false;
+    }
+    return true;
+  }
+  // All can be read by someone who can change nothing, and nothing in the folder changes by it.
+  void ExpectAllReadWhereNothingMayChange(uint32_t offset) {
+    const std::set<std::string> names = NamesInFolder();
+    for (const std::string& name : names) chmod((folder_ / name).c_str(), 0444);
+    chmod(folder_.path().c_str(), 0555);
+    const Bytes before = ReadFile(path());
+    const int code = ExitCodeAsNobody([&] {
+      MessageCapture capture;
+      if (!AllKeysAre(offset)) return 1;
+      if (Get("Never")) return 2;
+      if (!capture.messages().empty()) return 3;
+      if (Set("K0", 5) == 0) return 4;
+      if (!AllKeysAre(offset)) return 5;
+      return capture.messages().size() == 1 ? 0 : 6;
+    });
+    EXPECT_EQ(NamesInFolder(), names);
+    EXPECT_EQ(ReadFile(path()), before);
+    chmod(folder_.path().c_str(), 0700);
+    for (const std::string& name : names) chmod((folder_ / name).c_str(), 0600);
+    if (code == kCannotDropRights) GTEST_SKIP() << "rights cannot be dropped here";
+    EXPECT_EQ(code, 0);
+  }
+  // Once the folder lets it, a change cleans up and loses nothing.
+  void ExpectTheNextChangeCleansUp(uint32_t offset) {
+    Reopen();
+    EXPECT_TRUE(AllKeysAre(offset));
+    EXPECT_EQ(Set("New", 1), 0);
+    EXPECT_EQ(NamesInFolder(), std::set<std::string>{"settings.db"});
+    EXPECT_TRUE(AllKeysAre(offset));
+    EXPECT_EQ(Get("New"), 1u);
+    EXPECT_EQ(Tool(path()).Ask("PRAGMA integrity_check"), "ok");
+  }
+};
+
+constexpr char kHalfAChange[] =
+    "PRAGMA cache_size = 1; PRAGMA cache_spill = 1; BEGIN EXCLUSIVE; UPDATE settings SET value = value + "
+    "1000";
+constexpr char kChangeInALog[] =
+    "PRAGMA journal_mode = WAL; UPDATE settings SET value = value + 1000; UPDATE settings SET value = value "
+    "+ 1";
+
+TEST_F(DefaultStorePlace, AJournalLeftByAKillIsReadPastInAReadOnlyFolder) {
+  MakeManyKeys();
+  const Bytes before = ReadFile(path());
+  KillATool(kHalfAChange);
+  ASSERT_NE(ReadFile(path()), before);  // half of a change is in the file
+  ASSERT_EQ(NamesInFolder(), (std::set<std::string>{"settings.db", "settings.db-journal"}));
+  ExpectAllReadWhereNothingMayChange(1);
+  ExpectTheNextChangeCleansUp(1);
+}
+
+TEST_F(DefaultStorePlace, ALogLeftByAKillIsReadInAReadOnlyFolder) {
+  MakeManyKeys();
+  KillATool(kChangeInALog);
+  ASSERT_TRUE(NamesInFolder().contains("settings.db-wal"));
+  ExpectAllReadWhereNothingMayChange(1002);
+  ExpectTheNextChangeCleansUp(1002);
+}
+
+TEST_F(DefaultStorePlace, ALogWithoutItsIndexIsReadInAReadOnlyFolder) {
+  MakeManyKeys();
+  KillATool(kChangeInALog);
+  std::filesystem::remove(path() + "-shm");
+  ExpectAllReadWhereNothingMayChange(1002);
+  ExpectTheNextChangeCleansUp(1002);
+}
+
+TEST_F(DefaultStorePlace, ADatabaseForALogIsReadWithoutOne) {
+  MakeManyKeys();
+  ASSERT_TRUE(Tool(path()).Run("PRAGMA journal_mode = WAL; UPDATE settings SET value = value + 1000"));
+  ASSERT_EQ(NamesInFolder(), std::set<std::string>{"settings.db"});
+  ExpectAllReadWhereNothingMayChange(1001);
+  ExpectTheNextChangeCleansUp(1001);
+}
+
+TEST_F(DefaultStorePlace, ReadingPutsNothingBesideTheFile) {
+  MakeManyKeys();
+  EXPECT_TRUE(AllKeysAre(1));
+  EXPECT_EQ(Get("Never"), std::nullopt);
+  EXPECT_EQ(NamesInFolder(), std::set<std::string>{"settings.db"});
+  std::filesystem::remove(path());
+  EXPECT_EQ(Get("K0"), std::nullopt);
+  EXPECT_TRUE(NamesInFolder().empty());
+}
+
+TEST_F(DefaultStorePlace, ALinkIsFollowedAndStays) {
+  const std::string target = folder_ / "elsewhere.db";
+  std::filesystem::create_symlink("elsewhere.db", path());  // dangling at first
+  EXPECT_EQ(Get("A"), std::nullopt);
+  EXPECT_EQ(Set("A", 1), 0);
+  EXPECT_EQ(Set("A", 2), 0);
+  EXPECT_TRUE(std::filesystem::is_symlink(path()));
+  EXPECT_TRUE(std::filesystem::is_regular_file(target));
+  EXPECT_EQ(Get("A"), 2u);
+}
+
+TEST_F(DefaultStorePlace, ARelativeNameCountsFromTheFolderOfItsCall) {
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(folder_.path());
+  kxCFGSetDefaultStore("relative.db");
+  std::filesystem::current_path(before);
+  EXPECT_EQ(Set("A", 1), 0);
+  EXPECT_EQ(NamesInFolder(), std::set<std::string>{"relative.db"});
+  EXPECT_EQ(Get("A"), 1u);
+}
+
+TEST_F(DefaultStorePlace, OddNamesAreNames) {
+  for (const char* const name : {"a b%20?c=d#e&f.db", "file:x.db", "\xC3\xA4;'\".db", ":memory:"}) {
+    kxCFGSetDefaultStore((folder_ / name).c_str());
+    EXPECT_EQ(Set("A", 1), 0) << name;
+    EXPECT_EQ(Get("A"), 1u) << name;
+    EXPECT_TRUE(NamesInFolder().contains(name));
+  }
+}
+
+TEST_F(DefaultStorePlace, OwnerGroupAndPermissionsAreKept) {
+  ASSERT_EQ(Set("A", 1), 0);
+  if (chown(path().c_str(), 1234, 2345) != 0) GTEST_SKIP() << "only root gives files away";
+  chmod(path().c_str(), 0640);
+  const bool hasAttributes = setxattr(path().c_str(), "user.kept", "yes", 3, 0) == 0;
+  ASSERT_EQ(Set("A", 2), 0);
+  struct stat status;
+  ASSERT_EQ(stat(path().c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, 1234u);
+  EXPECT_EQ(status.st_gid, 2345u);
+  EXPECT_EQ(status.st_mode & 07777, 0640u);
+  char value[8] = {};
+  if (hasAttributes) {
+    EXPECT_EQ(getxattr(path().c_str(), "user.kept", value, sizeof value), 3);
+    EXPECT_STREQ(value, "yes");
+  }
+}
+
+// Who may not give a file away may still give it to a group of theirs; another group gets no rights by a
+// save.
+TEST_F(DefaultStorePlace, AUserKeepsTheGroupOfAFile) {
+  ASSERT_EQ(Set("A", 1), 0);
+  chmod(folder_.path().c_str(), 0777);
+  constexpr gid_t kShared = 2345;
+  for (const gid_t member : {kShared, gid_t{7777}}) {
+    if (chown(path().c_str(), 1234, kShared) != 0) GTEST_SKIP() << "only root gives files away";
+    chmod(path().c_str(), 0676);
+    const int code = ExitCodeAsNobody([&] { return Set("A", member) == 0 ? 0 : 1; }, member);
+    if (code == kCannotDropRights) GTEST_SKIP() << "rights cannot be dropped here";
+    EXPECT_EQ(code, 0);
+    struct stat status;
+    ASSERT_EQ(stat(path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, kNobody);
+    EXPECT_EQ(status.st_gid, member == kShared ? kShared : gid_t{kNobody});
+    EXPECT_EQ(status.st_mode & 07777, member == kShared ? 0676u : 0666u);
+  }
+}
+
+}  // namespace
+}  // namespace qln::test
