@@ -1,11 +1,13 @@
-// Store files as bytes: the first byte chooses a settings file in XML or the default store's database; both
-// are read, changed and saved.
+// Store files as bytes: the first byte chooses a settings file in XML or the default store's database, and
+// for the latter a journal or a log beside it; all are read, changed and saved.
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -15,9 +17,11 @@ namespace {
 
 void DropMessage(uint32_t, const char*, void*) {}
 
-std::string ScratchFile(const char* name) {
-  const bool inMemory = access("/dev/shm", W_OK) == 0;
-  return std::string(inMemory ? "/dev/shm/" : "/tmp/") + name + std::to_string(getpid());
+// Emptied for each input.
+const std::string& ScratchFolder() {
+  static const std::string folder = std::string(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp") +
+                                    "/kxutil_fuzz_" + std::to_string(getpid());
+  return folder;
 }
 
 void Write(const std::string& path, const uint8_t* data, size_t size) {
@@ -25,6 +29,15 @@ void Write(const std::string& path, const uint8_t* data, size_t size) {
   if (file == nullptr) std::abort();
   if (size != 0 && std::fwrite(data, 1, size, file) != size) std::abort();
   std::fclose(file);
+}
+
+std::vector<uint8_t> Read(const std::string& path) {
+  std::FILE* const file = std::fopen(path.c_str(), "rb");
+  if (file == nullptr) std::abort();
+  std::vector<uint8_t> bytes(std::filesystem::file_size(path));
+  if (!bytes.empty() && std::fread(bytes.data(), 1, bytes.size(), file) != bytes.size()) std::abort();
+  std::fclose(file);
+  return bytes;
 }
 
 void ReadKey(KXConfigHandle store, const char* section, const char* key) {
@@ -36,16 +49,63 @@ void ReadKey(KXConfigHandle store, const char* section, const char* key) {
   kxCFGValueString(store, section, key, text.data(), &size, 0);
 }
 
+bool Holds(KXConfigHandle store, uint32_t expected) {
+  uint32_t number = ~expected;
+  return kxCFGValueDword(store, "S", "K", &number, 0) == 0 && number == expected;
+}
+
+// What is told as done is there.
 void Use(KXConfigHandle store) {
   ReadKey(store, "Tarnwick\\MetaData\\Default", "Title");
   ReadKey(store, "S", "K");
   uint32_t number = 7;
   char text[] = "text";
-  const bool wrote = kxCFGValueDword(store, "S", "K", &number, 1) == 0;
-  number = 0;
-  if (wrote && (kxCFGValueDword(store, "S", "K", &number, 0) != 0 || number != 7)) std::abort();
+  if (kxCFGValueDword(store, "S", "K", &number, 1) == 0 && !Holds(store, 7)) std::abort();
+  if (kxCFGBegin(store) != 0) std::abort();
+  number = 8;
+  kxCFGValueDword(store, "S", "K", &number, 1);
   kxCFGValueString(store, "Tarnwick\\MetaData\\Default", "Title", text, nullptr, 1);
-  kxCFGDeleteValue(store, "S", "K");
+  if (kxCFGEnd(store) == 0 && !Holds(store, 8)) std::abort();
+  if (kxCFGDeleteValue(store, "S", "K") == 0 && (Holds(store, 7) || Holds(store, 8))) std::abort();
+}
+
+void UseXml(const uint8_t* data, size_t size) {
+  const std::string path = ScratchFolder() + "/User.xml";
+  Write(path, data, size);
+  const KXConfigHandle store = kxCFGOpen(path.c_str(), 0);
+  if (store == 0) return;
+  Use(store);
+  kxCFGClose(store, 1);
+  // What was saved opens again.
+  const KXConfigHandle saved = kxCFGOpen(path.c_str(), 0);
+  if (saved == 0) std::abort();
+  kxCFGClose(saved, 0);
+}
+
+// With a journal or a log, two bytes say how much of the rest is the database.
+void UseDatabase(unsigned kind, const uint8_t* data, size_t size) {
+  const std::string path = ScratchFolder() + "/settings.db";
+  size_t database = size;
+  if (kind != 0 && size >= 2) {
+    database = std::min<size_t>(size - 2, data[0] + 256u * data[1]);
+    data += 2;
+    size -= 2;
+    Write(path + (kind == 1 ? "-journal" : "-wal"), data + database, size - database);
+  }
+  Write(path, data, database);
+  kxCFGSetDefaultStore(path.c_str());
+  // First as a process that only reads, or else as one that begins with a change.
+  if (kind != 2) ReadKey(KX_DEFAULT_STORE, "S", "K");
+  Use(KX_DEFAULT_STORE);
+  kxCFGSetDefaultStore(path.c_str());
+  Use(KX_DEFAULT_STORE);
+  kxCFGSetDefaultStore(nullptr);
+  if (kind != 0) return;
+  // A store that was set aside is as it came.
+  for (const auto& entry : std::filesystem::directory_iterator(ScratchFolder())) {
+    if (entry.path().filename().string().find(".damaged-") == std::string::npos) continue;
+    if (Read(entry.path()) != std::vector<uint8_t>(data, data + database)) std::abort();
+  }
 }
 
 }  // namespace
@@ -53,27 +113,12 @@ void Use(KXConfigHandle store) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
   kxSetDiagnosticSink(DropMessage, nullptr);
+  std::filesystem::create_directory(ScratchFolder());
   if ((data[0] & 1) == 0) {
-    const std::string path = ScratchFile("kxutil_fuzz_xml_");
-    Write(path, data + 1, size - 1);
-    const KXConfigHandle store = kxCFGOpen(path.c_str(), 0);
-    if (store != 0) {
-      Use(store);
-      kxCFGClose(store, 1);
-      // What was saved opens again.
-      const KXConfigHandle saved = kxCFGOpen(path.c_str(), 0);
-      if (saved == 0) std::abort();
-      kxCFGClose(saved, 0);
-    }
-    unlink(path.c_str());
+    UseXml(data + 1, size - 1);
   } else {
-    const std::string path = ScratchFile("kxutil_fuzz_db_");
-    Write(path, data + 1, size - 1);
-    kxCFGSetDefaultStore(path.c_str());
-    Use(KX_DEFAULT_STORE);
-    kxCFGSetDefaultStore(nullptr);
-    unlink(path.c_str());
-    unlink((path + "-journal").c_str());
+    UseDatabase(data[0] >> 1 & 3u, data + 1, size - 1);
   }
+  std::filesystem::remove_all(ScratchFolder());
   return 0;
 }

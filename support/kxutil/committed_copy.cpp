@@ -180,7 +180,13 @@ bool FormOfFile(const std::string& path, FileForm& form, std::string& problem) {
     return false;
   }
   form = FileForm::kPlain;
-  if (size == 0) return true;
+  if (size == 0) {
+    // SQLite takes a single byte for an empty file.
+    FileState state;
+    if (!LookAt(path, state, problem)) return false;
+    if (state.size == 1) form = FileForm::kNoDatabase;
+    return true;
+  }
   size_t same = 0, zeros = 0;
   for (size_t i = 0; i < sizeof kMagic; ++i) {
     if (header[i] == kMagic[i]) ++same;

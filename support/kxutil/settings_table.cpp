@@ -59,20 +59,18 @@ int64_t SumOf(std::string_view section, std::string_view key, std::string_view t
 
 bool IsText(int type) { return type == SQLITE_BLOB || type == SQLITE_TEXT; }
 
-// The checksum that the value in this column should have; none for a value of another kind.
-std::optional<int64_t> SumOfRow(SqliteStatement& row, int column, std::string_view section,
-                                std::string_view key) {
+// The checksum that a row should have.
+int64_t SumOfRow(SqliteStatement& row, int column, std::string_view section, std::string_view key) {
   const int type = row.Type(column);
   if (type == SQLITE_INTEGER) return SumOf(section, key, static_cast<uint64_t>(row.Number(column)));
   if (IsText(type)) return SumOf(section, key, row.Bytes(column));
-  return std::nullopt;
+  return static_cast<int64_t>(SumOfNames(section, key).value());  // no setting; counts as absent
 }
 
-// A row from before there were checksums, or from another tool, has none.
-bool SumHolds(SqliteStatement& row, int valueColumn, std::string_view section, std::string_view key) {
-  const int type = row.Type(valueColumn + 1);
-  if (type == SQLITE_NULL) return true;
-  return type == SQLITE_INTEGER && SumOfRow(row, valueColumn, section, key) == row.Number(valueColumn + 1);
+// Whether the row is what was written, with the checksum in the column behind the value.
+bool SumHolds(SqliteStatement& row, int column, std::string_view section, std::string_view key) {
+  return row.Type(column + 1) == SQLITE_INTEGER &&
+         row.Number(column + 1) == SumOfRow(row, column, section, key);
 }
 
 // A text ends at its first NUL, as all texts of a store do.
@@ -127,7 +125,7 @@ RowState SettingsTable::Read(const ConfigName& name, std::optional<ConfigValue>&
   if (select_.BindBytes(1, name.section) && select_.BindBytes(2, name.key)) {
     if (!select_.Step()) {
       if (!select_.failed()) state = RowState::kAbsent;
-    } else if (!SumHolds(select_, 0, name.section, name.key)) {
+    } else if (form_ == Form::kWithChecksums && !SumHolds(select_, 0, name.section, name.key)) {
       state = RowState::kDamaged;
     } else if (std::optional<ConfigValue> found = ValueOfRow(select_, 0)) {
       value = std::move(found);
@@ -150,12 +148,16 @@ CheckResult SettingsTable::Check() {
   if (form_ == Form::kNone) return CheckResult::kSound;
   SqliteStatement scan;
   if (!scan.Prepare(connection_, form_ == Form::kWithChecksums ? kScan : kEarlierScan)) return troubled();
-  // Rows out of order are whole as pages, but a search misses them. Names that are no blobs are no settings.
+  // Rows out of order are whole as pages, but a search misses them. Names that are no blobs are no settings,
+  // and were none before there were checksums.
   ConfigName last;
   bool first = true;
   bool allHold = true;
   while (scan.Step()) {
-    if (scan.Type(0) != SQLITE_BLOB || scan.Type(1) != SQLITE_BLOB) continue;
+    if (scan.Type(0) != SQLITE_BLOB || scan.Type(1) != SQLITE_BLOB) {
+      allHold = false;
+      continue;
+    }
     ConfigName name{std::string(scan.Bytes(0)), std::string(scan.Bytes(1))};
     if (!first && name <= last) return CheckResult::kDamaged;
     allHold = allHold && SumHolds(scan, 2, name.section, name.key);
@@ -163,7 +165,7 @@ CheckResult SettingsTable::Check() {
     first = false;
   }
   if (scan.failed()) return troubled();
-  return allHold ? CheckResult::kSound : CheckResult::kDamagedValues;
+  return allHold || form_ == Form::kWithoutChecksums ? CheckResult::kSound : CheckResult::kDamagedValues;
 }
 
 bool SettingsTable::Make() {
@@ -184,8 +186,8 @@ bool SettingsTable::AddChecksums() {
   if (!scan.Prepare(connection_, kEarlierScan)) return false;
   while (scan.Step()) {
     if (scan.Type(0) != SQLITE_BLOB || scan.Type(1) != SQLITE_BLOB) continue;
-    const std::optional<int64_t> sum = SumOfRow(scan, 2, scan.Bytes(0), scan.Bytes(1));
-    if (sum) sums.push_back({std::string(scan.Bytes(0)), std::string(scan.Bytes(1)), *sum});
+    const int64_t sum = SumOfRow(scan, 2, scan.Bytes(0), scan.Bytes(1));
+    sums.push_back({std::string(scan.Bytes(0)), std::string(scan.Bytes(1)), sum});
   }
   if (scan.failed() || !connection_.Run(kAddColumn)) return false;
   SqliteStatement set;

@@ -64,6 +64,28 @@ TEST(InfoStoreCalls, WritingAFullRecordWritesAllKeysInOrder) {
   EXPECT_EQ(texts, expectedTexts);
 }
 
+TEST(InfoStoreCalls, AllChangesOfARecordAreOneGroup) {
+  for (const int32_t beginResult : {0, -1}) {
+    Record record;
+    Fill(record);
+    record.info.UserBits = 0xFFFFFFFF;
+    ScriptedStore store;
+    qlnInfoWriteRegSet(42, &record.info);
+    std::vector<std::string> expected = store.calls;
+    EXPECT_EQ(expected.size(), 93u + 49);
+    expected.insert(expected.begin(), "begin 42");
+    if (beginResult == 0) expected.push_back("end 42");  // what did not begin has no end
+    store.calls.clear();
+    store.beginResult = beginResult;
+    store.writeResult = -1;
+    EXPECT_EQ(qlnInfoWriteRegSet(42, &record.info), 0u);
+    EXPECT_EQ(store.calls, expected);
+    store.calls.clear();
+    qlnInfoReadRegSet(42, &record.info);
+    EXPECT_FALSE(std::count(store.calls.begin(), store.calls.end(), "begin 42"));
+  }
+}
+
 TEST(InfoStoreCalls, ReadingAsksForEachSizeThenForTheText) {
   Record record;
   ScriptedStore store;

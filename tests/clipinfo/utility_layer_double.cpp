@@ -103,3 +103,16 @@ int32_t kxCFGDeleteValue(KXConfigHandle handle, const char* section, const char*
   scripted->calls.push_back("delete " + Where(handle, section, key));
   return scripted->writeResult;
 }
+
+int32_t kxCFGBegin(KXConfigHandle handle) {
+  if (scripted == nullptr) return QLN_REAL(kxCFGBegin)(handle);
+  if (!scripted->beginResult) return -1;
+  scripted->calls.push_back("begin " + std::to_string(handle));
+  return *scripted->beginResult;
+}
+
+int32_t kxCFGEnd(KXConfigHandle handle) {
+  if (scripted == nullptr) return QLN_REAL(kxCFGEnd)(handle);
+  scripted->calls.push_back("end " + std::to_string(handle));
+  return scripted->writeResult;
+}

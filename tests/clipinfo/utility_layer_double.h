@@ -45,6 +45,7 @@ struct ScriptedStore {
   KXConfigHandle openResult = 0;
   bool fileExists = false;
   int32_t writeResult = 0;
+  std::optional<int32_t> beginResult;  // none: groups of changes are neither known nor written down
 };
 
 }  // namespace qln::test

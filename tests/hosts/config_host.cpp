@@ -1,5 +1,9 @@
-// A host with a configuration store of its own: the library reads and writes there.
+// A host with a configuration store of its own: the library reads and writes there. It has no groups of
+// changes; the utility layer's, which are found instead, must then do nothing.
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
@@ -57,6 +61,10 @@ int32_t kxCFGDeleteValue(KXConfigHandle, const char* section, const char* key) {
 void kxCFGSetDefaultStore(const char*) {}
 
 int main() {
+  // Where the utility layer's own default store would stand.
+  char folder[] = "/tmp/config_host.XXXXXX";
+  HOST_CHECK(mkdtemp(folder) != nullptr);
+  HOST_CHECK(setenv("XDG_CONFIG_HOME", folder, 1) == 0);
   const auto alloc = &KXUTIL_CALL(KXAlloc);
   QLNInfo info = {};
   info.Title = static_cast<char*>(alloc(5));
@@ -70,6 +78,8 @@ int main() {
   Texts()["Tarnwick\\MetaData\\Default|Title"] = "Dusk";
   QLNUTIL_CALL(qlnInfoReadReg)(&info, 1, 0);
   HOST_CHECK(std::strcmp(info.Title, "Dusk") == 0);
+  QLNUTIL_CALL(qlnInfoWriteReg)(&info, 1, 0);
   QLNUTIL_CALL(qlnInfoDelete)(&info);
+  HOST_CHECK(rmdir(folder) == 0);  // nothing stands in it
   return 0;
 }
