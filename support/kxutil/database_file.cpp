@@ -23,6 +23,9 @@ namespace {
 
 constexpr int kMostLinks = 40;
 constexpr int kMostNames = 1000;
+constexpr int kMostLockAttempts = 500;
+constexpr useconds_t kLockPause = 10000;
+constexpr size_t kLargestAttribute = 64 << 10;
 
 std::string TextOf(int error) { return std::generic_category().message(error); }
 
@@ -52,15 +55,17 @@ bool FlushFolder(const std::string& path) {
   return errno != EIO && errno != ENOSPC && errno != EDQUOT;
 }
 
+// What this user may not set, or the file system does not have, stays behind.
 void TakeAttributes(const std::string& from, int to) {
-  std::vector<char> names(64 << 10), value(64 << 10);
+  const ssize_t room = listxattr(from.c_str(), nullptr, 0);
+  if (room <= 0) return;
+  std::vector<char> names(static_cast<size_t>(room)), value(kLargestAttribute);
   const ssize_t length = listxattr(from.c_str(), names.data(), names.size());
   for (ssize_t at = 0; at < length;) {
-    const char* const name = names.data() + at;
-    const ssize_t size = getxattr(from.c_str(), name, value.data(), value.size());
-    // What this user may not set, or the file system does not have, stays behind.
-    if (size >= 0 && fsetxattr(to, name, value.data(), static_cast<size_t>(size), 0) != 0) errno = 0;
-    at += static_cast<ssize_t>(std::string_view(name).size()) + 1;
+    const std::string name = names.data() + at;
+    const ssize_t size = getxattr(from.c_str(), name.c_str(), value.data(), value.size());
+    if (size >= 0) static_cast<void>(fsetxattr(to, name.c_str(), value.data(), static_cast<size_t>(size), 0));
+    at += static_cast<ssize_t>(name.size()) + 1;
   }
 }
 
@@ -115,6 +120,15 @@ bool PutInPlace(const std::string& path, const FileState& old, const std::string
     return false;
   }
   return true;
+}
+
+bool LockSoon(int descriptor) {
+  for (int i = 0; i < kMostLockAttempts; ++i) {
+    if (flock(descriptor, LOCK_EX | LOCK_NB) == 0) return true;
+    if (errno != EWOULDBLOCK && errno != EINTR) return false;
+    usleep(kLockPause);
+  }
+  return false;
 }
 
 // Renames without taking a name that is there. 0 or an error number.
@@ -208,7 +222,7 @@ std::string SetAside(const std::string& path, const FileState& old, std::string&
   // Of two processes that find the same damage, one renames and the other then sees another file.
   const std::string folder = FolderOf(path);
   const Descriptor lock(open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (lock.number() < 0 || flock(lock.number(), LOCK_EX) != 0) {
+  if (lock.number() < 0 || !LockSoon(lock.number())) {
     problem = TextOf(errno);
     return "";
   }

@@ -25,13 +25,17 @@ ReadOutcome SettingsReader::Read(const ConfigName& name, std::optional<ConfigVal
     const ReadOutcome outcome = ReadFile(name, state, value);
     if (outcome != ReadOutcome::kFailed) return outcome;
   }
-  return ReadCopy(name, value);
+  const ReadOutcome outcome = ReadCopy(name, value);
+  // Removed in between, it has no keys.
+  std::string ignored;
+  const bool gone = outcome == ReadOutcome::kFailed && LookAt(path_, state, ignored) && !state.exists;
+  return gone ? ReadOutcome::kDone : outcome;
 }
 
 // Anything but data and damage (a lock, a journal, a right that is missing) is left to the copy.
 ReadOutcome SettingsReader::ReadFile(const ConfigName& name, const FileState& state,
                                      std::optional<ConfigValue>& value) {
-  if (file_ == nullptr || !state.SameFile(fileState_)) {
+  if (file_ == nullptr || !state.SameFile(fileState_) || file_->connection.HasMoved()) {
     file_.reset();
     FileForm form;
     if (!FormOfFile(path_, form, problem_)) return ReadOutcome::kFailed;

@@ -84,6 +84,7 @@ class Change {
     SqliteConnection file;
     std::string bytes;
     Step step = Lock(file);
+    if (step == Step::kFailed && changes_ != nullptr && IsGone()) return Step::kAgain;
     if (step == Step::kGoOn) step = Load(file, bytes);
     SqliteConnection image;
     SettingsTable table(image);
@@ -100,21 +101,28 @@ class Change {
     return Step::kGoOn;
   }
 
+  // Another process may just have set it aside.
+  bool IsGone() const {
+    FileState now;
+    std::string ignored;
+    return LookAt(path_, now, ignored) && !now.exists;
+  }
+
   // Keeps other writers off the file, and makes sure that it is still the one of that name.
   Step Lock(SqliteConnection& file) {
     FileForm form;
     if (!FormOfFile(path_, form, report_.problem)) return Step::kFailed;
     if (form == FileForm::kNoDatabase) return Fail("file is not a database");
     if (form == FileForm::kWithLog) {
-      const Step step = WorkLogIn();
-      if (step != Step::kGoOn) return step;
+      const Step worked = WorkLogIn();
+      if (worked != Step::kGoOn) return worked;
     }
-    if (!file.OpenFile(path_, deadline_) || !file.Run("BEGIN IMMEDIATE")) return Trouble(file);
-    FileState now;
-    if (!LookAt(path_, now, report_.problem)) return Step::kFailed;
-    if (!now.SameFile(state_)) return Step::kAgain;
-    state_ = now;
-    return Step::kGoOn;
+    const bool locked = file.OpenFile(path_, deadline_) && file.Run("BEGIN IMMEDIATE");
+    const Step step = locked ? Step::kGoOn : Trouble(file);
+    if (step == Step::kFailed) return step;
+    if (file.HasMoved()) return Step::kAgain;
+    if (!LookAt(path_, state_, report_.problem)) return Step::kFailed;
+    return step;
   }
 
   // A log that were left beside the new file would be taken for its own. A damaged file is found out first,

@@ -151,6 +151,11 @@ bool SqliteConnection::ReadRaw(uint64_t offset, char* bytes, size_t size) {
   return true;
 }
 
+bool SqliteConnection::HasMoved() {
+  int moved = 1;
+  return sqlite3_file_control(database_, "main", SQLITE_FCNTL_HAS_MOVED, &moved) != SQLITE_OK || moved != 0;
+}
+
 bool SqliteConnection::Fail() {
   code_ = database_ != nullptr ? sqlite3_errcode(database_) & 0xFF : SQLITE_NOMEM;
   if (code_ == SQLITE_OK) code_ = SQLITE_ERROR;

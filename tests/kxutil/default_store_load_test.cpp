@@ -1,5 +1,6 @@
 // The default store under many hands: readers beside writers and locks, kills, groups of changes.
 
+#include <fcntl.h>
 #include <signal.h>
 
 #include <algorithm>
@@ -13,6 +14,19 @@
 
 namespace qln::test {
 namespace {
+
+// Whether another process would get the lock that SQLite's writers hold: a byte behind the first gigabyte.
+bool OthersCanLock(const std::string& path) {
+  return ExitCodeOf(InChild([&] {
+           const int file = open(path.c_str(), O_RDWR);
+           struct flock lock = {};
+           lock.l_type = F_WRLCK;
+           lock.l_whence = SEEK_SET;
+           lock.l_start = 0x40000001;
+           lock.l_len = 1;
+           return fcntl(file, F_SETLK, &lock) == 0 ? 0 : 1;
+         })) == 0;
+}
 
 using DefaultStoreLoad = DefaultStoreTest;
 
@@ -61,6 +75,22 @@ TEST_F(DefaultStoreLoad, AReadDoesNotWaitForALock) {
       ASSERT_EQ(Get("Never"), std::nullopt);
     }
     EXPECT_TRUE(capture.messages().empty());
+    ASSERT_TRUE(tool.Run("ROLLBACK"));
+  }
+}
+
+// A file that is opened and closed again loses the process its locks on it; reading must not do that to a
+// writer in another thread.
+TEST_F(DefaultStoreLoad, AReadDropsNoLockOfItsProcess) {
+  ASSERT_EQ(Set("A", 1), 0);
+  Tool tool(path());
+  ASSERT_TRUE(OthersCanLock(path()));
+  for (const char* const lock : {"BEGIN IMMEDIATE", "BEGIN EXCLUSIVE"}) {
+    ASSERT_TRUE(tool.Run(lock));
+    Reopen();
+    EXPECT_EQ(Get("A"), 1u);
+    EXPECT_EQ(Get("Never"), std::nullopt);
+    EXPECT_FALSE(OthersCanLock(path()));
     ASSERT_TRUE(tool.Run("ROLLBACK"));
   }
 }
