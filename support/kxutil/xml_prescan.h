@@ -1,8 +1,9 @@
 // A scan in front of the XML parser: how much of a text it can take without running deep or long.
 //
-// TinyXML goes one call deeper for each nested element and compares every attribute with all others of its
-// element, so a hostile text can exhaust the stack or the clock. This scan follows the parser's own rules
-// byte for byte (its tolerance, entities and encodings included) and tells where a text has to end.
+// TinyXML goes one call deeper for each nested element, walks up to the document from every node, and
+// compares every attribute with all others of its element, so a hostile text can exhaust the stack or the
+// clock. This scan follows the parser's own rules byte for byte (its tolerance, entities and encodings
+// included) and tells where a text has to end.
 #ifndef KXUTIL_XML_PRESCAN_H
 #define KXUTIL_XML_PRESCAN_H
 
@@ -14,10 +15,16 @@
 
 namespace qln {
 
+// What is parsed of a text. Beside the two limits there is one to the sum of the parser's steps, which else
+// would grow with the product of size and depth or attributes: up to the document from each node, and over
+// the attributes in front of each attribute. Each of these two sums may reach what a text that is as deep, or
+// an element that is as wide, as the limit allows takes by itself, and for each byte of the text
+// kXmlStepsAByte more. A usual text takes less than one step a byte.
 struct XmlLimits {
-  size_t depth = 1000;        // elements in elements, the root counted
-  size_t attributes = 10000;  // of one element
+  size_t depth = 1000;       // elements in elements, the root counted
+  size_t attributes = 2000;  // of one element
 };
+inline constexpr size_t kXmlStepsAByte = 8;
 
 class XmlPrescan {
  public:
@@ -25,7 +32,9 @@ class XmlPrescan {
       : text_(text),
         size_(size),
         encoding_(legacyEncoding ? Encoding::kLegacy : Encoding::kUnknown),
-        limits_(limits) {}
+        limits_(limits),
+        depthSteps_(limits.depth * limits.depth + size * kXmlStepsAByte),
+        attributeSteps_(limits.attributes * limits.attributes / 2 + size * kXmlStepsAByte) {}
 
   // The offset at which the text has to end; its size if it may stay whole. Where the parser gives up, so
   // does the scan, or it goes on over text that the parser never reaches.
@@ -90,13 +99,24 @@ class XmlPrescan {
     return false;
   }
 
-  // One node, or one end tag. False where the parser ends.
+  // Takes steps from what is left of them. False if there are too few.
+  static bool Take(size_t steps, size_t& left) {
+    if (steps > left) return false;
+    left -= steps;
+    return true;
+  }
+
+  // One node, or one end tag. False where the parser ends, or where the text has to.
   bool NextNode() {
-    if (At(p_) != '<') return depth_ != 0 && SkipCharacters('<', nullptr);
-    if (depth_ != 0 && At(p_ + 1) == '/') {
+    if (depth_ != 0 && At(p_) == '<' && At(p_ + 1) == '/') {
       --depth_;  // a tag of another name ends the parse
       return SkipBehind(2, ">");
     }
+    if (!Take(depth_, depthSteps_)) {
+      end_ = p_;
+      return false;
+    }
+    if (At(p_) != '<') return depth_ != 0 && SkipCharacters('<', nullptr);
     if (StartsWithAnyCase("<?xml")) return SkipDeclaration();
     if (StartsWith("<!--")) return SkipBehind(4, "-->");
     if (StartsWith("<![CDATA[")) return SkipBehind(9, "]]>");
@@ -123,7 +143,7 @@ class XmlPrescan {
         ++depth_;
         return true;
       }
-      if (attributes == limits_.attributes && At(p_) != 0) {
+      if (At(p_) != 0 && (attributes == limits_.attributes || !Take(attributes, attributeSteps_))) {
         end_ = p_ + 1;  // one byte of it stays: the parser drops an attribute with nothing behind it
         return false;
       }
@@ -258,15 +278,16 @@ class XmlPrescan {
   size_t size_;
   Encoding encoding_;
   XmlLimits limits_;
+  size_t depthSteps_;      // left
+  size_t attributeSteps_;  // left
   size_t p_ = 0;
   size_t depth_ = 0;
   size_t end_ = kNoEnd;
 };
 
-// How many of a text's bytes may go to the parser: all of them, or those in front of the element that would
-// lie deeper than 1000, or behind the first byte of the attribute that would be its element's 10,001st. The
-// caller parses a copy cut there, with at least four zero bytes behind it. `legacyEncoding` if the parser is
-// told that encoding.
+// How many of a text's bytes may go to the parser: all of them, or those in front of the node that would pass
+// a limit, or behind the first byte of the attribute that would. The caller parses a copy cut there, with at
+// least four zero bytes behind it. `legacyEncoding` if the parser is told that encoding.
 inline size_t SafeXmlLength(const char* text, size_t size, bool legacyEncoding = false,
                             XmlLimits limits = {}) {
   // No element and no attribute takes fewer than three bytes: a short text reaches neither limit.

@@ -196,8 +196,10 @@ QLN_API uint32_t MediaCmdToXMLString(char** text, MediaCmd* command, uint32_t tc
 QLN_API uint32_t MediaCmdFreeXMLString(char** text);
 
 /// Reads a command from XML text: initialises the record with `Cmd` 0, then goes on as MediaCmdFromXML. Text
-/// that breaks off counts as far as it goes; elements deeper than 1000, and what follows an element's
-/// 10,000th attribute, count as broken off.
+/// that breaks off counts as far as it goes; elements deeper than 1000, and what follows an element's 2000th
+/// attribute, count as broken off, and so does what takes more time than grows with the text's size: nodes
+/// times their depth may come to 1,000,000, and attributes times those in front of them in their element to
+/// 2,000,000, with 8 more for each byte.
 /// @param[out] command a whole record of 4188 bytes. @param tcType timecode type of points that are given as
 /// text only; null for drop-frame. @param text NUL-terminated; stays as it is.
 /// @return 0; 0xFFFFFFFF for a null command; 0xFFFFFFFE without a root "MediaCmd" or "ClipInfo", for null

@@ -13,8 +13,8 @@
 #include "qlnutil/kxprojecttoxml.h"
 #include "support/cpu_time.h"
 #include "support/file_status.h"
-#include "support/media.h"
 #include "support/sync_calls.h"
+#include "support/temporary_folder.h"
 
 namespace qln {
 namespace {
@@ -35,11 +35,6 @@ void Write(const std::string& path, const std::string& text) {
 
 class ProjectFiles : public testing::Test {
  protected:
-  ProjectFiles() : folder(test::MediaPath("project-files-" + std::to_string(getpid()))) {
-    fs::remove_all(folder);
-    fs::create_directories(folder);
-  }
-  ~ProjectFiles() override { fs::remove_all(folder); }
   std::string In(const std::string& name) const { return folder + "/" + name; }
   // Saves a project with one setting.
   static uint32_t SaveTo(const std::string& path, uint32_t value) {
@@ -68,7 +63,8 @@ class ProjectFiles : public testing::Test {
     std::sort(names.begin(), names.end());
     return names;
   }
-  std::string folder;
+  test::TemporaryFolder temporary;
+  const std::string& folder = temporary.path();
 };
 
 // No file of this process grows beyond a limit while one lives.
@@ -266,11 +262,9 @@ TEST_F(ProjectFiles, TheGroupIsKeptByAUserWhoMayOnlySetTheGroup) {
   constexpr uid_t kUser = 3000;
   constexpr uid_t kOther = 3001;
   constexpr gid_t kShared = 4000;
-  char pattern[] = "/tmp/project-group.XXXXXX";  // where other users get to
-  const std::string place = mkdtemp(pattern);
-  const std::string path = place + "/p.xml";
+  const std::string path = In("p.xml");
   ASSERT_NE(SaveTo(path, 1), 0u);
-  ASSERT_EQ(chown(place.c_str(), kUser, kUser), 0);
+  ASSERT_EQ(chown(folder.c_str(), kUser, kUser), 0);
   ASSERT_EQ(chown(path.c_str(), kOther, kShared), 0);
   ASSERT_EQ(chmod(path.c_str(), 0664), 0);
   EXPECT_EQ(test::ResultAs(kUser, {kUser, kShared}, [&] { return SaveTo(path, 2) != 0 ? 0 : 1; }), 0);
@@ -278,7 +272,6 @@ TEST_F(ProjectFiles, TheGroupIsKeptByAUserWhoMayOnlySetTheGroup) {
   EXPECT_EQ(StatusOf(path).st_uid, kUser);
   EXPECT_EQ(StatusOf(path).st_gid, kShared);
   EXPECT_EQ(StatusOf(path).st_mode & 07777u, 0664u);
-  fs::remove_all(place);
 }
 
 TEST_F(ProjectFiles, AReplacedFileKeepsItsRightsAndANewOneHasThoseOfTheProcess) {
@@ -306,6 +299,23 @@ TEST_F(ProjectFiles, AFileWithHolesTakesNoMoreMemoryThanItsText) {
     return after.ru_maxrss - before.ru_maxrss < kMostKilobytes ? 0 : 2;
   });
   EXPECT_EQ(result, 0);
+}
+
+TEST_F(ProjectFiles, HostileDocumentsTakeHardlyLongerThanPlainOnes) {
+  constexpr size_t kSize = 2000000;
+  const auto seconds = [this](const std::string& start, const std::string& piece) {
+    std::string text = start;
+    while (text.size() < kSize) text += piece;
+    Write(In("p.xml"), text);
+    return test::LeastCpuSeconds(1, [this] { ValueIn(In("p.xml")); });
+  };
+  std::string wide = "<a";
+  for (int i = 0; i < 10000; ++i) wide += " a" + std::to_string(i) + "='1'";
+  std::string deep;
+  for (int i = 0; i < 900; ++i) deep += "<a>";
+  const double plain = seconds("<a>", "<b/>");
+  EXPECT_LT(seconds(deep, "<b/>"), 5 * plain);
+  EXPECT_LT(seconds("<a>", wide + "/>"), 5 * plain);
 }
 
 }  // namespace

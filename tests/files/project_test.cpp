@@ -13,7 +13,7 @@
 
 #include "files/file_calls.h"
 #include "qlnutil/kxprojecttoxml.h"
-#include "support/media.h"
+#include "support/temporary_folder.h"
 
 namespace qln {
 namespace {
@@ -55,11 +55,7 @@ std::string Config(const CKXProjectToXML& p, const char* key) {
 
 class Project : public testing::Test {
  protected:
-  Project() : folder(test::MediaPath("project-" + std::to_string(getpid()))) {
-    fs::remove_all(folder);
-    fs::create_directories(folder + "/elsewhere");
-  }
-  ~Project() override { fs::remove_all(folder); }
+  Project() : folder(temporary.path()) { fs::create_directories(folder + "/elsewhere"); }
   std::string In(const std::string& name) const { return folder + "/" + name; }
   std::string Save() {
     EXPECT_EQ(project.SetXMLName(In("p.xml").c_str()), 0u);
@@ -79,6 +75,7 @@ class Project : public testing::Test {
     return static_cast<size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
   }
 
+  test::TemporaryFolder temporary;
   std::string folder;
   CKXProjectToXML project;
 };

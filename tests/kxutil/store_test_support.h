@@ -1,42 +1,17 @@
-// What the store tests share: a folder of their own, and both kinds of store behind one handle.
+// What the store tests share: both kinds of store behind one handle.
 #ifndef TESTS_KXUTIL_STORE_TEST_SUPPORT_H
 #define TESTS_KXUTIL_STORE_TEST_SUPPORT_H
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "kxutil/kxutil.h"
+#include "support/temporary_folder.h"
 
 namespace qln::test {
-
-// A folder that is gone with everything in it at the end.
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    // In memory where there is such a place: a store flushes every write.
-    const char* const memory = "/dev/shm";
-    const bool inMemory = std::filesystem::is_directory(memory);
-    std::string name =
-        (inMemory ? memory : std::filesystem::temp_directory_path().string()) + "/kxutil.XXXXXX";
-    path_ = mkdtemp(name.data()) != nullptr ? name : "";
-  }
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  const std::string& path() const { return path_; }
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
 
 inline std::optional<std::string> GetText(KXConfigHandle handle, const char* section, const char* key) {
   uint32_t size = 0;

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <string>
 
+#include "support/cpu_time.h"
 #include "support/test_support.h"
 
 namespace qln {
@@ -81,14 +82,93 @@ TEST(XmlPrescan, CountsDepthAndNotElements) {
   EXPECT_EQ(SafeLength(text), text.size());
 }
 
-TEST(XmlPrescan, AllowsTenThousandAttributesAndEndsInFrontOfTheNext) {
+// An element with so many attributes, its tag not yet closed.
+std::string WideTag(size_t count) {
   std::string text = "<a";
-  for (int i = 0; i < 10000; ++i) text += " a" + std::to_string(i) + "=1";
-  EXPECT_EQ(SafeLength(text + "/>"), text.size() + 2);
-  EXPECT_EQ(SafeLength(text + " b=2/>"), text.size() + 2);
-  EXPECT_EQ(Parse(text + " b=2/>").measure.attributes, 10001u);
-  EXPECT_EQ(Parse(text + " b").measure.attributes, 10000u);
-  EXPECT_EQ(SafeLength(text + "><c d='1'/></a>"), text.size() + 15);
+  for (size_t i = 0; i < count; ++i) text += " a" + std::to_string(i) + "=1";
+  return text;
+}
+
+TEST(XmlPrescan, AllowsAsManyAttributesAsTheLimitAndEndsInFrontOfTheNext) {
+  for (const size_t limit : {2000u, 10000u}) {
+    const XmlLimits limits = {.attributes = limit};
+    const std::string text = WideTag(limit);
+    EXPECT_EQ(SafeLength(text + "/>", limits), text.size() + 2);
+    EXPECT_EQ(SafeLength(text + " b=2/>", limits), text.size() + 2);
+    EXPECT_EQ(SafeLength(text + "><c d='1'/></a>", limits), text.size() + 15);
+  }
+  EXPECT_EQ(Parse(WideTag(2000) + " b=2/>").measure.attributes, 2001u);
+  EXPECT_EQ(Parse(WideTag(2000) + " b").measure.attributes, 2000u);
+  EXPECT_EQ(XmlLimits().attributes, 2000u);
+}
+
+// What the parser does a node's depth and an attribute's place often.
+struct Steps {
+  size_t depth = 0;
+  size_t attributes = 0;
+};
+
+void CountSteps(const TiXmlNode& node, size_t depth, Steps& steps) {
+  if (const TiXmlElement* element = node.ToElement()) {
+    size_t before = 0;
+    for (const TiXmlAttribute* a = element->FirstAttribute(); a != nullptr; a = a->Next()) {
+      steps.attributes += before++;
+    }
+  }
+  for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
+    steps.depth += depth;
+    CountSteps(*child, depth + 1, steps);
+  }
+}
+
+Steps StepsOf(std::string text) {
+  text.append(4, '\0');
+  TiXmlDocument document;
+  document.Parse(text.c_str());
+  Steps steps;
+  CountSteps(document, 0, steps);
+  return steps;
+}
+
+TEST(XmlPrescan, StepsGrowWithTheSizeOnly) {
+  // As the limits told for a text of no size, and eight a byte.
+  const auto mostDepth = [](const std::string& text) { return 1000u * 1000u + 8 * text.size(); };
+  const auto mostAttributes = [](const std::string& text) { return 2000u * 2000u / 2 + 8 * text.size(); };
+  std::string deep = Repeat("<a>", 900);
+  for (const char* const piece : {"<b/>", "<b>x</b>", "<!---->", "y<c></c>", "<![CDATA[z]]>", "<!x>"}) {
+    const std::string text = deep + Repeat(piece, 20000);
+    const size_t safe = SafeLength(text);
+    EXPECT_LT(safe, text.size()) << piece;
+    const std::string kept = text.substr(0, safe);
+    EXPECT_LE(StepsOf(kept).depth, mostDepth(text)) << piece;
+    EXPECT_GE(StepsOf(kept + piece).depth + 2000, mostDepth(text)) << piece << ": no sooner than need be";
+  }
+  const std::string wide = "<r>" + Repeat(WideTag(1900) + "/>", 5) + "</r>";
+  const size_t safe = SafeLength(wide);
+  EXPECT_LT(safe, wide.size());
+  EXPECT_LE(StepsOf(wide.substr(0, safe)).attributes, mostAttributes(wide));
+  EXPECT_GE(StepsOf(wide.substr(0, safe)).attributes + 2000, mostAttributes(wide)) << "no sooner";
+}
+
+TEST(XmlPrescan, UsualTextsOfAnySizeStayWhole) {
+  const std::string wide = "<r>" + Repeat(WideTag(60) + "/>", 3000) + "</r>";
+  EXPECT_EQ(SafeLength(wide), wide.size());
+  const std::string deep =
+      Repeat("<level>", 60) + Repeat("<value key='K' number='1'/>\n", 30000) + Repeat("</level>", 60);
+  EXPECT_EQ(SafeLength(deep), deep.size());
+}
+
+TEST(XmlPrescan, HostileTextsTakeTheParserHardlyLongerThanPlainOnes) {
+  const auto secondsOf = [](const std::string& text) {
+    return test::LeastCpuSeconds(2, [&] { Parse(text.substr(0, SafeLength(text))); });
+  };
+  constexpr size_t kSize = 800000;
+  const auto filled = [](const std::string& start, const std::string& piece) {
+    return start + Repeat(piece, kSize / piece.size());
+  };
+  const double plain = secondsOf(filled("<r>", "<b/>"));
+  EXPECT_LT(secondsOf(filled(Repeat("<a>", 900), "<b/>")), 5 * plain);
+  EXPECT_LT(secondsOf(filled("<r>", WideTag(1999) + "/>")), 5 * plain);
 }
 
 TEST(XmlPrescan, WhatHidesAnEndTagDoesNotLowerTheDepth) {

@@ -90,7 +90,8 @@ bool LoadProjectDocument(TiXmlDocument& document, const char* path) {
   if (legacy && text.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
     text.erase(0, kByteOrderMark.size());
   }
-  text.resize(SafeXmlLength(text.data(), text.size(), legacy));
+  const XmlLimits limits = {.attributes = KX_PROJECT_LARGEST_SETTINGS};
+  text.resize(SafeXmlLength(text.data(), text.size(), legacy, limits));
   text.append(4, '\0');  // the parser may step a few bytes over the end
   document.Parse(text.c_str(), nullptr, legacy ? TIXML_ENCODING_LEGACY : TIXML_DEFAULT_ENCODING);
   return !document.Error();
