@@ -9,6 +9,8 @@
 #include "qlnutil/bits/emulation_prevention.h"
 #include "qlnutil/bits/private_copy.h"
 #include "qlnutil/hevc/nal_header.h"
+#include "qlnutil/hevc/parameter_sets.h"
+#include "qlnutil/hevc/walk_memo.h"
 #include "qlnutil/qlnhevc.h"
 #include "qlnutil/qlnvidutil.h"
 
@@ -58,77 +60,67 @@ bool ReadHead(BitReader& in, HevcConfigRecord& config) {
   return true;
 }
 
-// The records that a walk fills, and the position and marks that steer it.
-struct Walk {
-  BitReader in;
-  int32_t size;
-  HevcConfigRecord* config;
-  HevcVpsRecord* vps;
-  HevcSpsRecord* sps;
-  HevcPpsRecord* pps;
-  uint64_t end = 0;  // of the last unit parsed or skipped for its type, in bits
-  bool vpsSeen = false;
-  bool spsSeen = false;
-  bool ppsSeen = false;
+// Rounds of an array that are run, with their messages, before any are left out.
+constexpr uint32_t kRoundsInFull = 64;
 
-  bool SamePlace(const Walk& other) const {
-    return in.bitPos == other.in.bitPos && end == other.end && vpsSeen == other.vpsSeen &&
-           spsSeen == other.spsSeen && ppsSeen == other.ppsSeen;
-  }
-};
-
-// Where a walk stood at an earlier round of an array, records included.
-//
-// A refused unit sends the walk back to a small position, from where it may come by the same units again and
-// again, up to 65535 times in each of 255 arrays. A round depends on nothing but what stands here, so once a
-// state comes back the walk is periodic and whole periods can be left out.
-class Snapshot {
+// The walk over the arrays.
+class Walk {
  public:
-  explicit Snapshot(const Walk& walk) : walk_(walk), config_(*walk.config) {
-    Keep(vps_, walk.vps);
-    Keep(sps_, walk.sps);
-    Keep(pps_, walk.pps);
-  }
+  BitReader in;
 
-  bool Equals(const Walk& walk) const {
-    return ok_ && walk_.SamePlace(walk) && std::memcmp(&config_, walk.config, sizeof config_) == 0 &&
-           Same(vps_, walk.vps) && Same(sps_, walk.sps) && Same(pps_, walk.pps);
+  Walk(const BitReader& reader, int32_t size, HevcConfigRecord* config, HevcVpsRecord* vps,
+       HevcSpsRecord* sps, HevcPpsRecord* pps)
+      : in(reader), size_(size), config_(config), vps_(vps), sps_(sps), pps_(pps) {}
+
+  // The units of one array. False when one runs past the data.
+  bool Array(uint32_t type, uint32_t count);
+
+  // Brings the records up to date. Returns the end of the last unit parsed or passed for its type, in bits.
+  uint64_t Finish() {
+    if (memo_ != nullptr) memo_->Restore(state_);
+    return state_.end;
   }
 
  private:
-  Walk walk_;
-  HevcConfigRecord config_;
-  std::unique_ptr<HevcVpsRecord> vps_;
-  std::unique_ptr<HevcSpsRecord> sps_;
-  std::unique_ptr<HevcPpsRecord> pps_;
-  bool ok_ = true;  // false without memory: then nothing is left out
+  const int32_t size_;
+  HevcConfigRecord* const config_;
+  HevcVpsRecord* const vps_;
+  HevcSpsRecord* const sps_;
+  HevcPpsRecord* const pps_;
+  WalkState state_;  // the position is the reader's, but while the memo works on it
+  // From the first time on that the walk goes back: in front of it, every round is a new one.
+  std::unique_ptr<WalkMemo> memo_;
+  bool remembers_ = true;  // until there is no memory for it
+  // The states of an array's rounds from one of them on, which is moved on at growing distances.
+  WalkMemo::Cycle trail_;
+  uint32_t trailRound_ = 0;
+  uint32_t trailGeneration_ = 0;
 
-  template <class Record>
-  void Keep(std::unique_ptr<Record>& copy, const Record* record) {
-    if (record == nullptr) return;
-    copy.reset(new (std::nothrow) Record(*record));
-    ok_ = ok_ && copy != nullptr;
-  }
-
-  template <class Record>
-  static bool Same(const std::unique_ptr<Record>& copy, const Record* record) {
-    return record == nullptr || std::memcmp(copy.get(), record, sizeof(Record)) == 0;
+  bool Unit(WalkKind kind);
+  bool IsEmpty(WalkKind kind) const;
+  void Read(WalkKind kind, uint32_t bits);
+  void ReadNow(WalkKind kind, uint32_t bits, HevcReports& reports);
+  bool LeavesOutTheRest(WalkKind kind, uint32_t round, uint32_t count);
+  void Remember();
+  void DropMemo() {
+    memo_.reset();
+    remembers_ = false;
   }
 };
 
-// Hands the unit of `bits` bits at the position to its reader. The reader's result is not looked at: a
-// refusal leaves its own small position, which the caller reports.
-template <class Record>
-void ReadUnit(Walk& walk, Record* record, uint32_t bits,
-              uint64_t (*reader)(QLNBitState*, Record*, HevcConfigRecord*, uint32_t)) {
-  QLNBitState unit{const_cast<uint8_t*>(walk.in.data()), walk.size, walk.in.bitLength, walk.in.bitPos};
-  reader(&unit, record, walk.config, bits);
-  walk.in.bitPos = unit.bitPos;
+bool Walk::Array(uint32_t type, uint32_t count) {
+  const uint32_t number = type - kHevcNalVps;
+  const WalkKind kind = number < kWalkOther ? static_cast<WalkKind>(number) : kWalkOther;
+  trail_.clear();
+  for (uint32_t i = 0; i < count; ++i) {
+    if (memo_ != nullptr && i >= kRoundsInFull && LeavesOutTheRest(kind, i, count)) return true;
+    if (!Unit(kind)) return false;
+  }
+  return true;
 }
 
 // One unit of an array. False when it runs past the data.
-bool WalkUnit(Walk& walk, uint32_t type) {
-  BitReader& in = walk.in;
+bool Walk::Unit(WalkKind kind) {
   const uint64_t bits = uint64_t{in.ReadBits(16)} * 8;
   const uint64_t unitEnd = in.bitPos + bits;
   if (unitEnd > in.bitLength) {
@@ -136,37 +128,20 @@ bool WalkUnit(Walk& walk, uint32_t type) {
     return false;
   }
   const auto length = static_cast<uint32_t>(bits);
-  // Not yet filled: each kind of record has its own sign of it. A PPS gives way to later ones until one
-  // has more than one column of tiles.
-  const auto take = [&](auto* record, bool empty, auto reader, bool& seen) {
-    if (length == 0) return;
-    if (record != nullptr && empty) {
-      ReadUnit(walk, record, length, reader);
-      walk.end = unitEnd;
+  if (kind == kWalkOther) {
+    // Behind the three kinds there is no way past another unit; nothing depends on what follows.
+    if (!(state_.seen[kWalkVps] && state_.seen[kWalkSps] && state_.seen[kWalkPps])) {
+      state_.end = unitEnd;
+      in.SkipBits(length);
+    }
+  } else if (length != 0) {
+    if (IsEmpty(kind)) {
+      Read(kind, length);
+      state_.end = unitEnd;
     } else {
       in.SkipBits(length);
     }
-    seen = true;
-  };
-  switch (type) {
-    case kHevcNalVps:
-      take(walk.vps, walk.vps != nullptr && walk.vps->profile_tier_level.general_level_idc == 0,
-           qlnutilRead_HEVC_VPS, walk.vpsSeen);
-      break;
-    case kHevcNalSps:
-      take(walk.sps, walk.sps != nullptr && walk.sps->profile_tier_level.general_level_idc == 0,
-           qlnutilRead_HEVC_SPS, walk.spsSeen);
-      break;
-    case kHevcNalPps:
-      take(walk.pps, walk.pps != nullptr && walk.pps->num_tile_columns_minus1 == 0, qlnutilRead_HEVC_PPS,
-           walk.ppsSeen);
-      break;
-    default:
-      // Behind the three kinds there is no way past another unit; nothing depends on what follows.
-      if (!(walk.vpsSeen && walk.spsSeen && walk.ppsSeen)) {
-        walk.end = unitEnd;
-        in.SkipBits(length);
-      }
+    state_.seen[kind] = true;
   }
   if (in.bitPos != unitEnd) {
     ErrOutLocated("Hevc read is not the same length as entry size (%d <> %d) %s %d", in.bitPos,
@@ -175,29 +150,75 @@ bool WalkUnit(Walk& walk, uint32_t type) {
   return true;
 }
 
-// Rounds of an array whose messages all go out before periods are looked for.
-constexpr uint32_t kRoundsInFull = 64;
+// Not yet filled: each kind of record has its own sign of it. A PPS gives way to later ones until one has
+// more than one column of tiles.
+bool Walk::IsEmpty(WalkKind kind) const {
+  if (memo_ != nullptr) return memo_->IsEmpty(kind, state_);
+  if (kind == kWalkVps) return vps_ != nullptr && vps_->profile_tier_level.general_level_idc == 0;
+  if (kind == kWalkSps) return sps_ != nullptr && sps_->profile_tier_level.general_level_idc == 0;
+  return pps_ != nullptr && pps_->num_tile_columns_minus1 == 0;
+}
 
-// The units of one array. False when one runs past the data.
-bool WalkArray(Walk& walk, uint32_t type, uint32_t count) {
-  std::unique_ptr<Snapshot> snapshot;
-  uint32_t snapshotRound = 0;
-  bool looking = true;
-  for (uint32_t i = 0; i < count; ++i) {
-    if (looking && i >= kRoundsInFull) {
-      if (snapshot != nullptr && snapshot->Equals(walk)) {
-        const uint32_t period = i - snapshotRound;
-        i += (count - i) / period * period;
-        looking = false;
-        if (i >= count) break;
-      } else if (snapshot == nullptr || i >= 2 * snapshotRound) {
-        snapshot.reset(new (std::nothrow) Snapshot(walk));
-        snapshotRound = i;
-      }
-    }
-    if (!WalkUnit(walk, type)) return false;
+// Hands the unit of `bits` bits at the position to its reader. The reader's result is not looked at: a
+// refusal leaves its own small position, which the caller reports.
+void Walk::ReadNow(WalkKind kind, uint32_t bits, HevcReports& reports) {
+  QLNBitState unit{const_cast<uint8_t*>(in.data()), size_, in.bitLength, in.bitPos};
+  if (kind == kWalkVps) HevcReadVps(&unit, vps_, config_, bits, reports);
+  if (kind == kWalkSps) HevcReadSps(&unit, sps_, config_, bits, reports);
+  if (kind == kWalkPps) HevcReadPps(&unit, pps_, config_, bits, reports);
+  in.bitPos = unit.bitPos;
+}
+
+void Walk::Read(WalkKind kind, uint32_t bits) {
+  HevcReports reports{};
+  const uint32_t from = in.bitPos;
+  if (memo_ == nullptr) {
+    ReadNow(kind, bits, reports);
+    if (in.bitPos < from && remembers_) Remember();
+  } else {
+    state_.bitPos = in.bitPos;
+    const bool kept = memo_->ReadUnit(kind, state_, reports, [&](WalkState& state, HevcReports& said) {
+      ReadNow(kind, bits, said);
+      state.bitPos = in.bitPos;
+    });
+    in.bitPos = state_.bitPos;
+    if (!kept) DropMemo();
   }
-  return true;
+  reports.Give();
+}
+
+void Walk::Remember() {
+  try {
+    memo_ = std::make_unique<WalkMemo>(config_, vps_, sps_, pps_);
+    memo_->Begin(state_);
+  } catch (const std::bad_alloc&) {
+    DropMemo();
+  }
+}
+
+// Once a state comes back, the rounds from it on repeat themselves to the end of the array, and every later
+// array of the kind that comes to one of their states goes the same way. True where that is so, with the walk
+// moved to where the rounds would lead.
+bool Walk::LeavesOutTheRest(WalkKind kind, uint32_t round, uint32_t count) {
+  state_.bitPos = in.bitPos;
+  try {
+    if (trailGeneration_ != memo_->generation()) trail_.clear();
+    if (!trail_.empty() && trail_.front() == state_) memo_->Learn(kind, trail_);
+    if (memo_->Advance(kind, state_, count - round)) {
+      in.bitPos = state_.bitPos;
+      return true;
+    }
+    if (trail_.empty() || round >= 2 * trailRound_) {
+      trail_.clear();
+      trailRound_ = round;
+      trailGeneration_ = memo_->generation();
+    }
+    trail_.push_back(state_);
+  } catch (const std::bad_alloc&) {
+    memo_->Restore(state_);
+    DropMemo();
+  }
+  return false;
 }
 
 }  // namespace
@@ -213,8 +234,8 @@ uint32_t qlnutilRead_HEVC_CR(QLNBitState* state, HevcConfigRecord* config, HevcV
   if (!copy.ok()) return QLN_HEVC_REFUSED;
   std::memcpy(copy.data(), state->data, size);
 
-  Walk walk{
-      BitReader(copy.data(), size, state->bitLength, state->bitPos), state->size, config, vps, sps, pps};
+  Walk walk(BitReader(copy.data(), size, state->bitLength, state->bitPos), state->size, config, vps, sps,
+            pps);
   BitReader& in = walk.in;
   if (!ReadHead(in, *config)) {
     // Some files went through an escaping step as a whole, which damages the head: a second attempt reads
@@ -237,11 +258,12 @@ uint32_t qlnutilRead_HEVC_CR(QLNBitState* state, HevcConfigRecord* config, HevcV
     }
     const uint32_t type = in.ReadBits(6);
     const uint32_t count = in.ReadBits(16);
-    if (!WalkArray(walk, type, count)) {
+    if (!walk.Array(type, count)) {
+      walk.Finish();
       state->bitPos = in.bitPos;
       return QLN_HEVC_REFUSED;
     }
   }
   state->bitPos = in.bitPos;
-  return static_cast<uint32_t>(walk.end / 8);
+  return static_cast<uint32_t>(walk.Finish() / 8);
 }

@@ -21,8 +21,10 @@ uint64_t BytesPresent(const QLNBitState& state, uint32_t lengthBits) {
 
 }  // namespace
 
-HevcUnit::HevcUnit(const QLNBitState& state, uint32_t lengthBits, const HevcReaderPolicy& policy)
+HevcUnit::HevcUnit(const QLNBitState& state, uint32_t lengthBits, const HevcReaderPolicy& policy,
+                   HevcReports& reports)
     : policy_(policy),
+      reports_(reports),
       lengthBits_(lengthBits != 0 ? lengthBits : state.bitLength),
       copy_(BytesPresent(state, lengthBits_)) {
   if (state.size < 0 || !copy_.ok()) return;
@@ -50,11 +52,29 @@ void HevcUnit::CheckTrailingBits() {
     const uint32_t left = std::min(lengthBits_ - position, 64u);
     const uint64_t rest = in.ReadBits64(static_cast<int32_t>(left));
     in.bitPos = position;
-    ErrOut(policy_.lengthMessage, stopBit, padding, position, lengthBits_, static_cast<uint32_t>(rest),
-           static_cast<uint32_t>(rest >> 32));
+    Report(HevcReports::Shape::kSixNumbers, policy_.lengthMessage,
+           {stopBit, padding, position, lengthBits_, static_cast<uint32_t>(rest),
+            static_cast<uint32_t>(rest >> 32)});
   } else if (stopBit == 0 || padding != 0) {
-    ErrOut(policy_.alignmentMessage, stopBit, padding, position, lengthBits_);
+    Report(HevcReports::Shape::kFourNumbers, policy_.alignmentMessage,
+           {stopBit, padding, position, lengthBits_});
   }
+}
+
+void HevcUnit::Report(HevcReports::Shape shape, const char* format, std::initializer_list<uint32_t> numbers) {
+  reports_.shape = shape;
+  reports_.format = format;
+  std::copy(numbers.begin(), numbers.end(), reports_.numbers);
+}
+
+void HevcUnit::Report(LocatedFormat message) {
+  Report(HevcReports::Shape::kLocated, message.format, {});
+  reports_.line = message.line;
+}
+
+void HevcUnit::Report(LocatedFormat message, uint32_t number) {
+  Report(HevcReports::Shape::kLocatedNumber, message.format, {number});
+  reports_.line = message.line;
 }
 
 HevcRead HevcUnit::Done(QLNBitState* state) const {
@@ -65,6 +85,27 @@ HevcRead HevcUnit::Done(QLNBitState* state) const {
 HevcRead HevcUnit::Refuse(QLNBitState* state) const {
   state->bitPos = bits_->bitPos;
   return {HevcRead::End::kRefused};
+}
+
+void HevcReports::Give() const {
+  for (uint32_t i = 0; i < reservedPairs; ++i) ErrOutLocated("Hevc Reserved bits incorrect %s %d");
+  const uint32_t(&n)[6] = numbers;
+  switch (shape) {
+    case Shape::kNone:
+      break;
+    case Shape::kLocated:
+      ErrOut(format, kSourcePath, line);
+      break;
+    case Shape::kLocatedNumber:
+      ErrOut(format, n[0], kSourcePath, line);
+      break;
+    case Shape::kFourNumbers:
+      ErrOut(format, n[0], n[1], n[2], n[3]);
+      break;
+    case Shape::kSixNumbers:
+      ErrOut(format, n[0], n[1], n[2], n[3], n[4], n[5]);
+      break;
+  }
 }
 
 }  // namespace qln

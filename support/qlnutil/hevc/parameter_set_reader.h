@@ -4,6 +4,7 @@
 #define QLNUTIL_HEVC_PARAMETER_SET_READER_H
 
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 
 #include "qlnutil/bits/bit_reader.h"
@@ -11,6 +12,7 @@
 #include "qlnutil/bits/private_copy.h"
 #include "qlnutil/hevc/parameter_sets.h"
 #include "qlnutil/qlnhevc.h"
+#include "qlnutil/qlnvidutil.h"
 
 namespace qln {
 
@@ -27,7 +29,8 @@ class HevcUnit {
  public:
   // Takes the unit at state.data + state.bitPos / 8 into a private copy and unescapes it. lengthBits as the
   // readers take it: 0 stands for state.bitLength. The position is behind the six bits of nal_unit_type.
-  HevcUnit(const QLNBitState& state, uint32_t lengthBits, const HevcReaderPolicy& policy);
+  HevcUnit(const QLNBitState& state, uint32_t lengthBits, const HevcReaderPolicy& policy,
+           HevcReports& reports);
 
   // False when there was no memory, or the state has a negative size.
   bool ok() const { return bits_.has_value(); }
@@ -42,6 +45,11 @@ class HevcUnit {
     return *bits_;
   }
 
+  // What the unit is refused with.
+  void Report(LocatedFormat message);
+  void Report(LocatedFormat message, uint32_t number);
+  HevcReports& reports() { return reports_; }
+
   // Reads the stop bit and its alignment, and reports where they are not the end of the unit.
   void CheckTrailingBits();
 
@@ -50,7 +58,10 @@ class HevcUnit {
   HevcRead Refuse(QLNBitState* state) const;
 
  private:
+  void Report(HevcReports::Shape shape, const char* format, std::initializer_list<uint32_t> numbers);
+
   const HevcReaderPolicy& policy_;
+  HevcReports& reports_;
   const uint32_t lengthBits_;
   uint32_t nalType_ = 0;
   PrivateCopy copy_;
@@ -62,9 +73,9 @@ class HevcUnit {
 template <class ReadBody>
 [[gnu::always_inline]] inline HevcRead ReadSetUnit(QLNBitState* state, const void* record,
                                                    uint32_t lengthBits, const HevcReaderPolicy& policy,
-                                                   ReadBody readBody) {
+                                                   HevcReports& reports, ReadBody readBody) {
   if (state == nullptr || record == nullptr || state->size == 0) return {HevcRead::End::kNothingToRead};
-  HevcUnit unit(*state, lengthBits, policy);
+  HevcUnit unit(*state, lengthBits, policy, reports);
   if (!unit.ok()) return {HevcRead::End::kNoMemory};
   if (!readBody(unit)) return unit.Refuse(state);
   unit.CheckTrailingBits();

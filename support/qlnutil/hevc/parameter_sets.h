@@ -1,5 +1,6 @@
 // The parameter set readers behind the exported ones, for callers inside the library: they tell a refused
-// unit from a failure that left everything as it was.
+// unit from a failure that left everything as it was, and hand out what they have to report instead of saying
+// it.
 #ifndef QLNUTIL_HEVC_PARAMETER_SETS_H
 #define QLNUTIL_HEVC_PARAMETER_SETS_H
 
@@ -8,6 +9,18 @@
 #include "qlnutil/qlnhevc.h"
 
 namespace qln {
+
+// What a reader has to report: reserved bits of the profile first, then at most one message more.
+struct HevcReports {
+  enum class Shape : uint8_t { kNone, kLocated, kLocatedNumber, kFourNumbers, kSixNumbers };
+  uint32_t reservedPairs = 0;  // pairs of reserved bits that are not 00
+  Shape shape = Shape::kNone;  // of the message; what it has is set, the rest is not
+  int line;                    // of its source location, in the located shapes
+  const char* format;
+  uint32_t numbers[6];
+
+  void Give() const;
+};
 
 // How a reader ended.
 struct HevcRead {
@@ -27,10 +40,13 @@ struct HevcRead {
   }
 };
 
-// As the exported readers.
-HevcRead HevcReadVps(QLNBitState* state, HevcVpsRecord* vps, HevcConfigRecord* config, uint32_t lengthBits);
-HevcRead HevcReadSps(QLNBitState* state, HevcSpsRecord* sps, HevcConfigRecord* config, uint32_t lengthBits);
-HevcRead HevcReadPps(QLNBitState* state, HevcPpsRecord* pps, HevcConfigRecord* config, uint32_t lengthBits);
+// As the exported readers, but for the messages, which the caller gives.
+HevcRead HevcReadVps(QLNBitState* state, HevcVpsRecord* vps, HevcConfigRecord* config, uint32_t lengthBits,
+                     HevcReports& reports);
+HevcRead HevcReadSps(QLNBitState* state, HevcSpsRecord* sps, HevcConfigRecord* config, uint32_t lengthBits,
+                     HevcReports& reports);
+HevcRead HevcReadPps(QLNBitState* state, HevcPpsRecord* pps, HevcConfigRecord* config, uint32_t lengthBits,
+                     HevcReports& reports);
 
 }  // namespace qln
 

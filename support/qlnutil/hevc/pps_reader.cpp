@@ -4,7 +4,6 @@
 #include "qlnutil/hevc/parameter_set_reader.h"
 #include "qlnutil/hevc/parameter_sets.h"
 #include "qlnutil/hevc/pps_syntax.h"
-#include "qlnutil/qlnvidutil.h"
 
 namespace qln {
 namespace {
@@ -18,7 +17,7 @@ constexpr HevcReaderPolicy kPpsReader{
 // False when the unit is refused.
 bool ReadBody(HevcUnit& unit, HevcPpsRecord& pps) {
   if (unit.nalType() != kHevcNalPps) {
-    ErrOutLocated("Not a pps NAL (%d) %s %d", unit.nalType());
+    unit.Report("Not a pps NAL (%d) %s %d", unit.nalType());
     return false;
   }
   HevcSetReader<BitWindow> coder{{{BitWindow(unit.BehindHeader())}}};
@@ -37,9 +36,10 @@ uint32_t ParallelismType(const HevcPpsRecord& pps) {
 
 }  // namespace
 
-HevcRead HevcReadPps(QLNBitState* state, HevcPpsRecord* pps, HevcConfigRecord* config, uint32_t lengthBits) {
-  const HevcRead read =
-      ReadSetUnit(state, pps, lengthBits, kPpsReader, [&](HevcUnit& unit) { return ReadBody(unit, *pps); });
+HevcRead HevcReadPps(QLNBitState* state, HevcPpsRecord* pps, HevcConfigRecord* config, uint32_t lengthBits,
+                     HevcReports& reports) {
+  const HevcRead read = ReadSetUnit(state, pps, lengthBits, kPpsReader, reports,
+                                    [&](HevcUnit& unit) { return ReadBody(unit, *pps); });
   if (read.end == HevcRead::End::kRead && config != nullptr) config->parallelismType = ParallelismType(*pps);
   return read;
 }
@@ -48,5 +48,8 @@ HevcRead HevcReadPps(QLNBitState* state, HevcPpsRecord* pps, HevcConfigRecord* c
 
 uint64_t qlnutilRead_HEVC_PPS(QLNBitState* state, HevcPpsRecord* pps, HevcConfigRecord* config,
                               uint32_t lengthBits) {
-  return qln::HevcReadPps(state, pps, config, lengthBits).Exported();
+  qln::HevcReports reports;
+  const qln::HevcRead read = qln::HevcReadPps(state, pps, config, lengthBits, reports);
+  reports.Give();
+  return read.Exported();
 }

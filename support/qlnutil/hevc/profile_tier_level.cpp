@@ -5,7 +5,6 @@
 #include <algorithm>
 
 #include "qlnutil/hevc/syntax_coders.h"
-#include "qlnutil/qlnvidutil.h"
 
 namespace qln {
 namespace {
@@ -25,8 +24,10 @@ struct ProfileReader : HevcElementReader<BitReader&> {
     ptl.general_non_packed_constraint_flag = flags >> kNonPackedBit & 1;
     ptl.general_frame_only_constraint_flag = flags >> kFrameOnlyBit & 1;
   }
+  uint32_t& reservedPairs;
+
   void ReservedPair() {
-    if (bits.ReadBits(2) != 0) ErrOutLocated("Hevc Reserved bits incorrect %s %d");
+    if (bits.ReadBits(2) != 0) ++reservedPairs;
   }
 };
 
@@ -100,8 +101,8 @@ void Fold(const HevcProfileTierLevel& block, HevcConfigRecord& config) {
 }  // namespace
 
 int32_t HevcReadProfileTierLevel(BitReader& in, uint32_t maxSubLayersMinus1, HevcConfigRecord* config,
-                                 HevcProfileTierLevel& block) {
-  ProfileReader coder{{{in}}};
+                                 HevcProfileTierLevel& block, uint32_t& reservedPairs) {
+  ProfileReader coder{{{in}}, reservedPairs};
   ProfileTierLevelSyntax(coder, maxSubLayersMinus1, block);
   if (config != nullptr) Fold(block, *config);
   return 0;

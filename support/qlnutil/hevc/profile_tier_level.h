@@ -12,10 +12,10 @@ namespace qln {
 
 // Reads the block and folds it into config (null allowed): the greatest tier, profile and level so far, this
 // block's profile space, compatibility and constraint flags. maxSubLayersMinus1: 0 to 7, or 0xFFFFFFFF (read
-// past the end), which counts as 0. Each reserved pair of bits that is not 00 is reported by "Hevc Reserved
-// bits incorrect %s %d". Returns 0.
+// past the end), which counts as 0. reservedPairs grows by the reserved pairs of bits that are not 00, each
+// of which the caller reports. Returns 0.
 int32_t HevcReadProfileTierLevel(BitReader& in, uint32_t maxSubLayersMinus1, HevcConfigRecord* config,
-                                 HevcProfileTierLevel& block);
+                                 HevcProfileTierLevel& block, uint32_t& reservedPairs);
 
 // Writes the block. The four words of the general source flags are folded into the record's 48-bit member
 // first, so that a caller changes the stream's flags by those words alone. The 44 bits behind a sub-layer's

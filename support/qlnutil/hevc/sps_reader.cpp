@@ -6,7 +6,6 @@
 #include "qlnutil/hevc/parameter_set_reader.h"
 #include "qlnutil/hevc/parameter_sets.h"
 #include "qlnutil/hevc/sps_syntax.h"
-#include "qlnutil/qlnvidutil.h"
 
 namespace qln {
 
@@ -66,11 +65,13 @@ struct SpsReader : HevcSetReader<BitReader&> {
 // False when the unit is refused.
 bool ReadBody(HevcUnit& unit, HevcSpsRecord& sps, HevcConfigRecord* config) {
   if (unit.nalType() != kHevcNalSps) {
-    ErrOutLocated("Not a sps NAL %s %d");
+    unit.Report("Not a sps NAL %s %d");
     return false;
   }
   SpsReader coder{{{{unit.BehindHeader()}}}};
-  return SpsSyntax(coder, sps, config);
+  const bool accepted = SpsSyntax(coder, sps, config);
+  unit.reports().reservedPairs = coder.reservedPairs;
+  return accepted;
 }
 
 void Fold(const HevcSpsRecord& sps, HevcConfigRecord& config) {
@@ -89,8 +90,9 @@ void Fold(const HevcSpsRecord& sps, HevcConfigRecord& config) {
 
 }  // namespace
 
-HevcRead HevcReadSps(QLNBitState* state, HevcSpsRecord* sps, HevcConfigRecord* config, uint32_t lengthBits) {
-  const HevcRead read = ReadSetUnit(state, sps, lengthBits, kSpsReader,
+HevcRead HevcReadSps(QLNBitState* state, HevcSpsRecord* sps, HevcConfigRecord* config, uint32_t lengthBits,
+                     HevcReports& reports) {
+  const HevcRead read = ReadSetUnit(state, sps, lengthBits, kSpsReader, reports,
                                     [&](HevcUnit& unit) { return ReadBody(unit, *sps, config); });
   if (read.end == HevcRead::End::kRead && config != nullptr) Fold(*sps, *config);
   return read;
@@ -100,5 +102,8 @@ HevcRead HevcReadSps(QLNBitState* state, HevcSpsRecord* sps, HevcConfigRecord* c
 
 uint64_t qlnutilRead_HEVC_SPS(QLNBitState* state, HevcSpsRecord* sps, HevcConfigRecord* config,
                               uint32_t lengthBits) {
-  return qln::HevcReadSps(state, sps, config, lengthBits).Exported();
+  qln::HevcReports reports;
+  const qln::HevcRead read = qln::HevcReadSps(state, sps, config, lengthBits, reports);
+  reports.Give();
+  return read.Exported();
 }

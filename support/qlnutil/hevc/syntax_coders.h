@@ -49,6 +49,8 @@ using HevcLoopCoder = HevcElementReader<LoopReader>;
 
 template <class Bits>
 struct HevcSetReader : HevcElementReader<Bits> {
+  uint32_t reservedPairs = 0;  // of the profile, that are not 00
+
   // Runs table(coder) for a loop whose count comes from the stream.
   template <class Table>
   [[gnu::always_inline]] void InLoop(Table table) {
@@ -65,7 +67,7 @@ struct HevcSetReader : HevcElementReader<Bits> {
 
   int32_t ProfileTierLevel(uint32_t maxSubLayersMinus1, HevcProfileTierLevel& block,
                            HevcConfigRecord* config) {
-    return HevcReadProfileTierLevel(this->bits, maxSubLayersMinus1, config, block);
+    return HevcReadProfileTierLevel(this->bits, maxSubLayersMinus1, config, block, reservedPairs);
   }
 
  private:

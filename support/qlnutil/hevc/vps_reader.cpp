@@ -5,7 +5,6 @@
 #include "qlnutil/hevc/parameter_set_reader.h"
 #include "qlnutil/hevc/parameter_sets.h"
 #include "qlnutil/hevc/vps_syntax.h"
-#include "qlnutil/qlnvidutil.h"
 
 namespace qln {
 namespace {
@@ -17,11 +16,11 @@ constexpr HevcReaderPolicy kVpsReader{
     "\nqlnutilRead_HEVC_VPS failed allignment bit = %d padding = %d current bit %d bit length %d"};
 
 struct VpsReader : HevcSetReader<BitReader&> {
-  uint32_t lengthBits;  // of the unit before unescaping
+  HevcUnit& unit;
 
   // vps_base_layer_internal_flag, vps_base_layer_available_flag: a base layer from outside is not supported.
   bool BaseLayerFlags() { return Accepts(bits.ReadBits(2) == 3); }
-  static bool AcceptsReserved(uint32_t word) { return Accepts(word == 65535); }
+  bool AcceptsReserved(uint32_t word) { return Accepts(word == 65535); }
 
   void LayerIdIncludedFlags(const HevcVpsRecord& vps) {
     Pass(vps.vps_num_layer_sets_minus1 * (vps.vps_max_layer_id + 1));
@@ -50,12 +49,13 @@ struct VpsReader : HevcSetReader<BitReader&> {
     Flag(vps.vps_extension_flag);
     if (vps.vps_extension_flag != 1) return;
     bits.bitPos = (bits.bitPos + 7) & ~7u;
-    if (bits.bitPos <= lengthBits) Pass((lengthBits - bits.bitPos) / 8 * 8);
+    const uint32_t length = unit.lengthBits();
+    if (bits.bitPos <= length) Pass((length - bits.bitPos) / 8 * 8);
   }
 
  private:
-  static bool Accepts(bool right) {
-    if (!right) ErrOutLocated("Vps Reserved bits incorrect %s %d");
+  bool Accepts(bool right) {
+    if (!right) unit.Report("Vps Reserved bits incorrect %s %d");
     return right;
   }
 };
@@ -63,17 +63,20 @@ struct VpsReader : HevcSetReader<BitReader&> {
 // False when the unit is refused.
 bool ReadBody(HevcUnit& unit, HevcVpsRecord& vps, HevcConfigRecord* config) {
   if (unit.nalType() != kHevcNalVps) {
-    ErrOutLocated("Not a vps NAL %s %d");
+    unit.Report("Not a vps NAL %s %d");
     return false;
   }
-  VpsReader coder{{{{unit.BehindHeader()}}}, unit.lengthBits()};
-  return VpsSyntax(coder, vps, config);
+  VpsReader coder{{{{unit.BehindHeader()}}}, unit};
+  const bool accepted = VpsSyntax(coder, vps, config);
+  unit.reports().reservedPairs = coder.reservedPairs;
+  return accepted;
 }
 
 }  // namespace
 
-HevcRead HevcReadVps(QLNBitState* state, HevcVpsRecord* vps, HevcConfigRecord* config, uint32_t lengthBits) {
-  return ReadSetUnit(state, vps, lengthBits, kVpsReader,
+HevcRead HevcReadVps(QLNBitState* state, HevcVpsRecord* vps, HevcConfigRecord* config, uint32_t lengthBits,
+                     HevcReports& reports) {
+  return ReadSetUnit(state, vps, lengthBits, kVpsReader, reports,
                      [&](HevcUnit& unit) { return ReadBody(unit, *vps, config); });
 }
 
@@ -81,5 +84,8 @@ HevcRead HevcReadVps(QLNBitState* state, HevcVpsRecord* vps, HevcConfigRecord* c
 
 uint64_t qlnutilRead_HEVC_VPS(QLNBitState* state, HevcVpsRecord* vps, HevcConfigRecord* config,
                               uint32_t lengthBits) {
-  return qln::HevcReadVps(state, vps, config, lengthBits).Exported();
+  qln::HevcReports reports;
+  const qln::HevcRead read = qln::HevcReadVps(state, vps, config, lengthBits, reports);
+  reports.Give();
+  return read.Exported();
 }

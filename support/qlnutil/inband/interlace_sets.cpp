@@ -19,9 +19,11 @@ bool InterlaceSets::Read(uint32_t type, const uint8_t* data, uint32_t size, Reco
   const uint32_t bytes = std::min<uint32_t>(size, INT32_MAX / 8);  // so that the bits can be counted
   QLNBitState state{const_cast<uint8_t*>(data), static_cast<int32_t>(bytes), bytes * 8, 0};
   HevcRead read{HevcRead::End::kNothingToRead};
-  if (type == kHevcNalVps) read = HevcReadVps(&state, &records->vps, nullptr, 0);
-  if (type == kHevcNalSps) read = HevcReadSps(&state, &records->sps, nullptr, 0);
-  if (type == kHevcNalPps) read = HevcReadPps(&state, &records->pps, nullptr, 0);
+  HevcReports reports;
+  if (type == kHevcNalVps) read = HevcReadVps(&state, &records->vps, nullptr, 0, reports);
+  if (type == kHevcNalSps) read = HevcReadSps(&state, &records->sps, nullptr, 0, reports);
+  if (type == kHevcNalPps) read = HevcReadPps(&state, &records->pps, nullptr, 0, reports);
+  reports.Give();
   return read.end != HevcRead::End::kNoMemory;
 }
 

@@ -54,7 +54,9 @@ uint64_t RewriteAvcSps(const DFrame& frame, QLNBitState* unit, uint8_t* output) 
 uint64_t RewriteHevcSps(const DFrame& frame, QLNBitState* unit, uint8_t* output) {
   HevcSpsRecord sps = {};
   // A refusal is not 0: what was read up to there is written. Without memory nothing was read.
-  const HevcRead read = HevcReadSps(unit, &sps, nullptr, unit->bitLength);
+  HevcReports reports;
+  const HevcRead read = HevcReadSps(unit, &sps, nullptr, unit->bitLength, reports);
+  reports.Give();
   if (read.Exported() == 0 || read.end == HevcRead::End::kNoMemory) return 0;
   SetColour(frame, &sps, &HevcSpsRecord::matrix_coeffs);
   return qlnutilWrite_HEVC_SPS(&sps, output, kLongestSps);
