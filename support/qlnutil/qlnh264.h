@@ -330,9 +330,12 @@ QLN_API uint32_t qlnutilRead_PPS(QLNBitState* state, H264PpsRecord* record);
 
 /// Writes one picture parameter set with emulation prevention, without start code or length.
 ///
-/// Map type 6 is written without its group ids, scaling list entries as they stand instead of as differences,
-/// and the stop bit as rbsp_stop_one_bit says: a record that was not read from a stream needs it set to 1.
-/// Further conditions as for qlnutilWrite_SPS.
+/// What is read back is not always the record. Map type 6 is written without its group ids, map type 2 with
+/// num_slice_groups_minus1 rectangles, one fewer than the reader takes, and scaling list entries as they
+/// stand instead of as differences. Emulation prevention is the standard's, while the reader also takes the
+/// 0C out of 00 00 0C. The stop bit is as rbsp_stop_one_bit says: a record that was not read from a stream
+/// needs it set to 1. Where transform_8x8_mode_flag is neither 0 nor 1 there are 6 lists and twice the flag,
+/// as a signed number, more: 12 at most. Further conditions as for qlnutilWrite_SPS.
 ///
 /// @param state  Output, as for qlnutilWrite_SPS.
 /// @param record Read only; null is refused.
@@ -414,7 +417,7 @@ QLN_API uint32_t qlnutilGetAvcc(const DFrame* frame, uint8_t* output);
 /// four bytes too long. An SEI message is stepped over by the size of its first message, which in practice
 /// ends the walk there; parameter sets stand in front of it.
 ///
-/// @param frame    Read only.
+/// @param frame    Read only. Null, or null data, gives 0; the box of @p avcc is read all the same.
 /// @param sps      Filled, not cleared first. Null: SPS units are copied and counted, slices are counted.
 /// @param pps      Filled, not cleared first; slices store into rbsp_stop_one_bit. Null as for @p sps.
 /// @param avcc     First byte of a whole avcC box, or null. Read before the frame, as qlnutilReadAvcc does,
@@ -437,11 +440,13 @@ QLN_API uint32_t qlnutilFindNalUnits(const DFrame* frame, H264SpsRecord* sps, H2
 /// @param mode     0: length form. Else marker form: a unit ends where any of the next three bytes is 0, or
 ///                 the one behind them is 1, so that its size comes out short.
 /// @param header   The wanted NAL header byte, nal_ref_idc included.
-/// @param unit     Out: the unit's prefix inside @p buffer; null when none was found.
+/// @param unit     Out: the unit's prefix inside @p buffer; null when none was found. A null pointer gives 0
+///                 and touches nothing.
 /// @param unitSize Out: its size with the prefix; 0 when none was found. A last unit in length form has the
 ///                 size that its length says, also beyond the buffer (low 32 bits); a last unit in marker
-///                 form comes out 4 bytes short.
-/// @return 1 if found, else 0.
+///                 form comes out 4 bytes short. A null pointer gives 0 and touches nothing.
+/// @return 1 if found with a size other than 0, else 0. A last unit in length form with a length of
+///         0xFFFFFFFC has a size whose low 32 bits are 0: the result is 0, and @p unit is set.
 QLN_API uint32_t qlnUtilFindSpecificNAL(uint8_t* buffer, uint32_t size, int32_t mode, uint8_t header,
                                         uint8_t** unit, uint32_t* unitSize);
 

@@ -438,13 +438,15 @@ QLN_STATIC_ASSERT(offsetof(HevcConfigRecord, numOfArrays) == 76, "configuration 
 /// null record or a `size` of 0, with nothing touched; QLN_HEVC_REFUSED without memory or for a negative
 /// `size`, with nothing touched, and for
 /// - a unit of another type: "Not a sps NAL %s %d", `bitPos` 7;
-/// - `num_short_term_ref_pic_sets` above 64: no message, the word is then 0.
+/// - `num_short_term_ref_pic_sets` above 64 as a signed number: no message, the word is then 0. One from 2^31
+///   on is taken as no sets and stays in the word.
 ///
 /// A unit that does not end in its trailing bits is reported by "\nqlnutilRead_HEVC_SPS failed bit length is
 /// wrong = ..." or "... failed allignment bit = ...", and non-zero reserved bits of the profile by "Hevc
-/// Reserved bits incorrect %s %d"; neither changes the result. Truncated data is read as all ones.
-/// `vui_parameters_present_flag`, `sps_extension_present_flag` and the scaling list data flag count as clear
-/// when they lie past the end.
+/// Reserved bits incorrect %s %d"; neither changes the result. Behind the end of truncated data a field or
+/// flag is read as all ones, and an Exp-Golomb code as 0; a code that the end cuts is a number as large as
+/// its zeros make it. `vui_parameters_present_flag`, `sps_extension_present_flag` and the scaling list data
+/// flag count as clear when they lie past the end.
 QLN_API uint64_t qlnutilRead_HEVC_SPS(QLNBitState* state, HevcSpsRecord* sps, HevcConfigRecord* config,
                                       uint32_t lengthBits);
 

@@ -161,18 +161,23 @@ QLN_API uint32_t qlnUtilAddSeiATC(uint8_t* output, uint8_t flags);
 /// (QLN_TWO_FIELDS in the source's `fieldFlags`) comes out as fields, any other as progressive.
 ///
 /// - Parameter sets are read into records and written back: source flags, field and frame flags, a sample
-/// aspect
-///   ratio of 1:2 for fields, a window of 540 lines for fields of 1920x544 without one, and a colour
+///   aspect ratio of 1:2 for fields, a window of 540 lines for fields of 1920x544 without one, and a colour
 ///   description by raster where there is none. HRD parameters leave the SPS. The readers' and writers' forms
 ///   apply (see qlnhevc.h), emulation prevention included; a set that a writer does not write is copied as it
 ///   stands. Behind a start code of 3 bytes the sets are read one byte late, so hosts use codes of 4.
 /// - A delimiter is copied. Prefix SEI are dropped, and so is everything else but slices.
 /// - In front of the first slice of each field: picture timing (with the delays of the source's own), a
-/// time_code
-///   with the destination's timecode, and in an intra picture of a destination without HDR flags the "DTG1"
-///   user data, with mastering display metadata where the host's SPS says transfer 16. The host's SPS gives
-///   the syntax of these units.
+///   time_code with the destination's timecode, and in an intra picture of a destination without HDR flags
+///   the "DTG1" user data, with mastering display metadata where the host's SPS says transfer 16. The host's
+///   SPS gives the syntax of these units.
 /// - Slices leave with 4-byte start codes.
+/// - What stands between a unit's end and the start code behind it, such as a zero byte in front of a code of
+///   four bytes, belongs to the unit behind: it is copied with a delimiter or a slice, and goes with
+///   everything else. A parameter set is read from its header on then.
+///
+/// A frame in length form is not told apart. Units are where its bytes happen to hold 00 00 01, inside a unit
+/// too; without that the count is 0, or 1 to 3 for a frame of so many bytes, and nothing is written. A host
+/// converts such a frame first with qlnUtilh264SizeToMarker.
 ///
 /// A two-field source has its first field in front of `secondFieldOffset` (at most `frameSize` counts), and
 /// the destination's `secondFieldOffset` is set; it stays in a frame of one field. `fieldFlags`, `frameType`,
@@ -230,6 +235,11 @@ QLN_STATIC_ASSERT(offsetof(MasteringDisplayRecord, minLuminance) == 32, "masteri
 /// A frame in length form comes back in length form. Length form is told from start codes by the first bytes,
 /// so a first unit of 256 to 511 bytes looks like a start code of 3; a frame that begins with a 3-byte code
 /// may have that code read as a length. A host that must be sure hands in marker form with 4-byte codes.
+///
+/// The way back is made whether or not there is a slice: 00 00 01 inside a unit of a length form frame then
+/// begins a unit of its own, and `frameSize` grows by one for each such place although the result is 0. A
+/// frame with a zero byte in front of a 4-byte start code counts as one in length form that ends at once: no
+/// form is changed, and the SEI unit, which has a start code, goes in front of the first slice that is found.
 ///
 /// @param frame in and out; `frameSize` grows. @param fourcc the codec; HEVC and Dolby Vision, or H.264 and
 /// AVC-Intra, take part.

@@ -388,6 +388,10 @@ TEST(FindSpecificNal, RefusesWhatIsTooShort) {
   EXPECT_EQ(qlnUtilFindSpecificNAL(frame.data(), 3, 0, 0x67, &unit, &size), 0u);
   EXPECT_EQ(unit, before);
   EXPECT_EQ(size, 5u);
+  EXPECT_EQ(qlnUtilFindSpecificNAL(frame.data(), 6, 0, 0x67, nullptr, &size), 0u);
+  EXPECT_EQ(qlnUtilFindSpecificNAL(frame.data(), 6, 0, 0x67, &unit, nullptr), 0u);
+  EXPECT_EQ(unit, before);
+  EXPECT_EQ(size, 5u);
   EXPECT_EQ(qlnUtilFindSpecificNAL(frame.data(), 4, 0, 0x67, &unit, &size), 0u);
   EXPECT_EQ(unit, nullptr);
   EXPECT_EQ(size, 0u);

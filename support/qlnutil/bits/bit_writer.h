@@ -14,7 +14,7 @@
 
 namespace qln {
 
-// Length in bits of the code that WriteUe gives to a value; the 50 extra bits from 0xFFFFFF up are required.
+// Length in bits of the code that WriteUe gives to a value; the 48 extra bits from 0xFFFFFF up are required.
 constexpr uint32_t UeCodeLength(int32_t value) {
   const int64_t code = static_cast<int64_t>(value) + 1;  // 0 for -1
   if (code == 0) return 1;

@@ -24,8 +24,9 @@ void RunCountedRounds(BitReader& reader, uint64_t count, uint64_t storing, Round
   // Past the limit a round takes fewer bits than this. One that begins closer to the end of all positions may
   // wrap inside and still end behind its start, so that it tells nothing of those behind it.
   constexpr uint64_t kLongestRound = 1024;
-  // Under a limit near 2^32 the position may wrap, again and again. A round depends on its position alone, so
-  // a position that comes back after a wrap begins a cycle; it is looked for at growing distances.
+  // The position may wrap, again and again: under a limit near 2^32 that has zero bits up to it, and past any
+  // limit where the count has that many rounds. A round depends on its position alone, so a position that
+  // comes back after a wrap begins a cycle; it is looked for at growing distances.
   uint64_t anchor = kPositions;
   uint64_t anchorRound = 0;
   uint64_t wraps = 0;

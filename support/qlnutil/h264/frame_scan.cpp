@@ -164,7 +164,7 @@ uint32_t qlnutilFindNalUnits(const DFrame* frame, H264SpsRecord* sps, H264PpsRec
 
 uint32_t qlnUtilFindSpecificNAL(uint8_t* buffer, uint32_t size, int32_t mode, uint8_t header, uint8_t** unit,
                                 uint32_t* unitSize) {
-  if (buffer == nullptr || size < 4) return 0;
+  if (buffer == nullptr || size < 4 || unit == nullptr || unitSize == nullptr) return 0;
   *unit = nullptr;
   *unitSize = 0;
   const uint64_t limit = size - 4u;
