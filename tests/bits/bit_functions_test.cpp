@@ -55,6 +55,19 @@ TEST(ReadBits, CountBelowOneMovesNothing) {
   EXPECT_EQ(s.state.bitPos, 3u);
 }
 
+// Positions have 32 bits. Where the end of a read would be above them nothing is there to be read.
+TEST(ReadBits, AReadWhoseEndWrapsIsAllOnes) {
+  Bytes bytes = Hex("00 00 00 00");
+  for (const uint32_t limit : {0xFFFFFFFFu, 0xFFFFFFF7u, 32u}) {
+    QLNBitState state{bytes.data(), 4, limit, 0xFFFFFFF8u};
+    EXPECT_EQ(ReadBits(&state, 9), 0xFFFFFFFFu) << limit;
+    EXPECT_EQ(state.bitPos, 1u);
+    state.bitPos = 0xFFFFFFFFu;
+    EXPECT_EQ(ReadBits(&state, 32), 0xFFFFFFFFu) << limit;
+    EXPECT_EQ(state.bitPos, 31u);
+  }
+}
+
 TEST(ReadBits, RunningPastTheLimitIsAllOnes) {
   State s(Hex("00"), 4);
   EXPECT_EQ(ReadBits(&s.state, 8), 0xFFFFFFFFu);

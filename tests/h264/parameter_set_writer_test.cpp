@@ -372,7 +372,16 @@ TEST(PpsWriter, ScalingListsFollowTheTransformWord) {
   EXPECT_EQ(lists(1), 8);
   EXPECT_EQ(lists(0xFFFFFFFF), 4);
   EXPECT_EQ(lists(3), 12);
+  EXPECT_EQ(lists(2), 10);
   EXPECT_EQ(lists(1000), 12);
+  // The product does not wrap.
+  EXPECT_EQ(lists(0x3FFFFFFD), 12);
+  EXPECT_EQ(lists(0x40000000), 12);
+  EXPECT_EQ(lists(0x7FFFFFFF), 12);
+  EXPECT_EQ(lists(0xFFFFFFFD), 0);
+  EXPECT_EQ(lists(0xFFFFFFFC), 0);
+  EXPECT_EQ(lists(0x80000001), 0);
+  EXPECT_EQ(lists(0x80000000), 0);
 }
 
 TEST(PpsWriter, WritesEntriesAsTheyStandAndSignedValuesByThePublishedMapping) {

@@ -18,9 +18,11 @@ void SliceGroupsSyntax(H264SetWriter& coder, const H264PpsRecord& pps);
 void LookAheadForData(const H264SetReader& coder, H264PpsRecord& pps);
 inline void LookAheadForData(const H264SetWriter& /*coder*/, const H264PpsRecord& /*pps*/) {}
 
-// 6 or 8, whatever the chroma format; a host's record may hold other words in the flag.
+// 6 or 8, whatever the chroma format. A host's record may hold other words in the flag; they count with their
+// sign, and a record has 12 lists.
 constexpr int32_t PpsScalingListCount(uint32_t transform_8x8_mode_flag) {
-  return std::min(static_cast<int32_t>(6u + 2u * transform_8x8_mode_flag), 12);
+  const int64_t flag = static_cast<int32_t>(transform_8x8_mode_flag);
+  return static_cast<int32_t>(std::clamp<int64_t>(6 + 2 * flag, 0, 12));
 }
 
 template <class Coder, class Pps>
