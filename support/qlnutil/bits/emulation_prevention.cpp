@@ -24,8 +24,6 @@ size_t RemoveEmulationPrevention(uint8_t* destination, const uint8_t* source, si
   };
   for (const uint8_t* p = source + std::min<size_t>(policy.firstIndex, size); (p = next(p)) != end;
        p = copied) {
-    const size_t landsAt = static_cast<size_t>(p + 2 - source) - removed;
-    if (policy.lastByteExempt && landsAt + 2 > size) break;
     const size_t block = static_cast<size_t>(p + 2 - copied);
     std::memmove(out, copied, block);
     out += block;

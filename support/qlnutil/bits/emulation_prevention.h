@@ -13,27 +13,26 @@ namespace qln {
 
 struct EmulationRemoval {
   uint32_t firstIndex;  // a triple 00 00 03 that begins in front of this index stays
-  bool lastByteExempt;  // the third byte of a triple must not land in the last byte of the run as it stands
-                        // then
   bool removesTwelve;   // 00 00 0C loses its last byte as well
   bool keepsSize;  // the run keeps its size: stale copies of the last byte stand at its end; otherwise the
                    // run shrinks and zero bytes stand there
 };
 
-// H.264 SPS: the tail of the unit is read as it was left, and a triple at the very end stays.
-inline constexpr EmulationRemoval kRemovalH264Sps{3, true, false, true};
-// H.264 PPS: also removes 00 00 0C, and a triple at the very end.
-inline constexpr EmulationRemoval kRemovalH264Pps{3, false, true, true};
+// H.264 SPS: the tail of the unit is read as it was left. A triple 00 00 03 at the very end comes out as it
+// was, since its last byte takes its own place.
+inline constexpr EmulationRemoval kRemovalH264Sps{3, false, true};
+// H.264 PPS: also removes 00 00 0C.
+inline constexpr EmulationRemoval kRemovalH264Pps{3, true, true};
 // H.264 slice header.
-inline constexpr EmulationRemoval kRemovalH264Slice{3, false, false, true};
+inline constexpr EmulationRemoval kRemovalH264Slice{3, false, true};
 // HEVC VPS: looks from the first byte on.
-inline constexpr EmulationRemoval kRemovalHevcVps{0, false, false, false};
+inline constexpr EmulationRemoval kRemovalHevcVps{0, false, false};
 // HEVC SPS and PPS.
-inline constexpr EmulationRemoval kRemovalHevcSpsPps{3, false, false, false};
+inline constexpr EmulationRemoval kRemovalHevcSpsPps{3, false, false};
 // A whole HEVC configuration box whose bytes went through an escaping step: its size stays.
-inline constexpr EmulationRemoval kRemovalHevcBox{3, false, false, true};
+inline constexpr EmulationRemoval kRemovalHevcBox{3, false, true};
 // The standard's rule, for an SEI payload behind its NAL header.
-inline constexpr EmulationRemoval kRemovalSeiPayload{0, false, false, false};
+inline constexpr EmulationRemoval kRemovalSeiPayload{0, false, false};
 
 // Removes emulation prevention from `size` bytes at `source` into `destination`, which has room for `size`
 // bytes and is either `source` itself or does not overlap it. All `size` bytes of the destination are
