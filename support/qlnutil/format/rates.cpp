@@ -46,6 +46,35 @@ const TcRow& TcRowOf(uint32_t tcType) {
   return kTcDefault;
 }
 
+// The rates that a measured one is taken for, each with its rational form and the timecode type that counts
+// it. The ranges overlap; the first that holds decides.
+struct RateClass {
+  RateRange range;
+  uint32_t rate;
+  uint32_t scale;
+  uint32_t tcType;
+};
+
+constexpr RateClass kRateClasses[] = {
+    {{24.9, false, 25.1}, 25, 1, QLN_TC_PAL},
+    {{23.0, true, 24.0}, 24000, 1001, QLN_TC_FILM_DROP},
+    {{24.0, true, 25.0}, 24, 1, QLN_TC_FILM},
+    {{47.0, true, 49.0}, 48, 1, QLN_TC_FILM},
+    {{60.0, true, kNoRateLimit}, 60, 1, QLN_TC_60},
+    {{59.0, true, 60.0}, 60000, 1001, QLN_TC_59_94},
+    {{50.0, true, 59.0}, 50, 1, QLN_TC_50},
+    {{29.0, false, 30.0}, 30000, 1001, QLN_TC_DROP_FRAME},
+    {{30.0, true, 30.9}, 30, 1, QLN_TC_NON_DROP_FRAME},
+};
+
+// The class of a folded rate; null for one between the ranges.
+const RateClass* RateClassOf(double r) {
+  for (const RateClass& rateClass : kRateClasses) {
+    if (rateClass.range.Contains(r)) return &rateClass;
+  }
+  return nullptr;
+}
+
 // Truncated toward zero; `otherwise` where the result does not fit.
 uint32_t TruncateTo32(double value, uint32_t otherwise) {
   return value > -1.0 && value < 4294967296.0 ? static_cast<uint32_t>(value) : otherwise;
@@ -69,15 +98,7 @@ int32_t vidRateScaleFromFPS(double framesPerSecond, uint32_t* rate, uint32_t* sc
     return 0;
   };
   const double r = FoldToBaseRate(framesPerSecond);
-  if (r > 24.9 && r < 25.1) return give(25, 1);
-  if (r >= 23.0 && r < 24.0) return give(24000, 1001);
-  if (r >= 24.0 && r < 25.0) return give(24, 1);
-  if (r >= 47.0 && r < 49.0) return give(48, 1);
-  if (r >= 60.0) return give(60, 1);
-  if (r >= 59.0) return give(60000, 1001);
-  if (r >= 50.0) return give(50, 1);
-  if (r > 29.0 && r < 30.0) return give(30000, 1001);
-  if (r >= 30.0 && r < 30.9) return give(30, 1);
+  if (const RateClass* const rateClass = RateClassOf(r)) return give(rateClass->rate, rateClass->scale);
   const bool fits = r > -2147483649.0 && r < 2147483648.0;
   give(fits ? static_cast<uint32_t>(static_cast<int32_t>(r)) * 100u : 0u, 100);
   return 1;
@@ -136,14 +157,6 @@ uint32_t vidTCMsPerFrame(uint32_t tcType) { return TruncateTo32(vidTCMsPerFrameD
 uint32_t vidGetTCType(double framesPerSecond) {
   const double r = FoldToBaseRate(framesPerSecond);
   if (r < 23.0 || r > 60.0) return QLN_TC_NON_DROP_FRAME;
-  // The ranges overlap; the first that holds decides.
-  if (r > 24.9 && r < 25.1) return QLN_TC_PAL;
-  if (r >= 23.0 && r < 24.0) return QLN_TC_FILM_DROP;
-  if (r >= 24.0 && r < 25.0) return QLN_TC_FILM;
-  if (r >= 47.0 && r < 49.0) return QLN_TC_FILM;
-  if (r >= 60.0) return QLN_TC_60;
-  if (r >= 59.0) return QLN_TC_59_94;
-  if (r >= 50.0) return QLN_TC_50;
-  if (r > 29.0 && r < 30.0) return QLN_TC_DROP_FRAME;
-  return QLN_TC_NON_DROP_FRAME;
+  const RateClass* const rateClass = RateClassOf(r);
+  return rateClass != nullptr ? rateClass->tcType : QLN_TC_NON_DROP_FRAME;
 }

@@ -3,6 +3,7 @@
 #define QLNUTIL_FORMAT_RATES_H
 
 #include <cstdint>
+#include <limits>
 
 namespace qln {
 
@@ -10,6 +11,18 @@ namespace qln {
 inline constexpr uint32_t kRateFieldMask = 0x1FF;
 // The rate field that says that the rate is none of those with a field value.
 inline constexpr uint32_t kRateFieldNone = 256;
+
+// A range of rates in frames per second.
+struct RateRange {
+  double from;
+  bool fromIncluded;
+  double below;  // or kNoRateLimit
+
+  constexpr bool Contains(double r) const { return (fromIncluded ? r >= from : r > from) && !(r >= below); }
+};
+
+// No rate, the infinite one included, is at or above not-a-number.
+inline constexpr double kNoRateLimit = std::numeric_limits<double>::quiet_NaN();
 
 // Brings half, double, triple and quadruple rates to the rate that the same timecode counts at.
 double FoldToBaseRate(double framesPerSecond);

@@ -208,29 +208,18 @@ constexpr Rule kRules30[] = {
 
 // ---- The blocks: they overlap, and one whose rules all fail leaves the raster to the next. ----
 
-enum class From { kIncluded, kExcluded };
-
 struct RateBlock {
-  double from;
-  From fromEnd;
-  double below;
+  qln::RateRange rates;
   std::span<const Rule> rules;
-
-  bool Contains(double r) const {
-    return (fromEnd == From::kIncluded ? r >= from : r > from) && !(r >= below);
-  }
 };
 
-// No rate, the infinite one included, is at or above not-a-number.
-constexpr double kNoLimit = std::numeric_limits<double>::quiet_NaN();
-
 constexpr RateBlock kBlocks[] = {
-    {14.0, From::kIncluded, 15.0, kRules14}, {15.0, From::kIncluded, 16.0, kRules15},
-    {24.9, From::kExcluded, 25.1, kRules25}, {24.0, From::kIncluded, 25.0, kRules24},
-    {23.0, From::kIncluded, 24.0, kRules23}, {60.0, From::kIncluded, kNoLimit, kRules60},
-    {59.0, From::kIncluded, 60.0, kRules59}, {50.0, From::kIncluded, 59.0, kRules50},
-    {48.0, From::kIncluded, 50.0, kRules48}, {47.0, From::kIncluded, 48.0, kRules47},
-    {29.0, From::kExcluded, 30.0, kRules29}, {30.0, From::kIncluded, 30.9, kRules30},
+    {{14.0, true, 15.0}, kRules14},  {{15.0, true, 16.0}, kRules15},
+    {{24.9, false, 25.1}, kRules25}, {{24.0, true, 25.0}, kRules24},
+    {{23.0, true, 24.0}, kRules23},  {{60.0, true, qln::kNoRateLimit}, kRules60},
+    {{59.0, true, 60.0}, kRules59},  {{50.0, true, 59.0}, kRules50},
+    {{48.0, true, 50.0}, kRules48},  {{47.0, true, 48.0}, kRules47},
+    {{29.0, false, 30.0}, kRules29}, {{30.0, true, 30.9}, kRules30},
 };
 
 constexpr uint32_t kFirstOpenRate = 60;  // from here on only the block without a limit is left
@@ -241,7 +230,8 @@ constexpr auto kBlocksByWholePart = [] {
   std::array<uint16_t, kFirstOpenRate + 1> blocks{};
   for (uint32_t whole = 0; whole <= kFirstOpenRate; ++whole) {
     for (size_t i = 0; i < std::size(kBlocks); ++i) {
-      if (kBlocks[i].from < whole + 1 && !(kBlocks[i].below <= whole))
+      const qln::RateRange& rates = kBlocks[i].rates;
+      if (rates.from < whole + 1 && !(rates.below <= whole))
         blocks[whole] = static_cast<uint16_t>(blocks[whole] | 1u << i);
     }
   }
@@ -298,6 +288,14 @@ constexpr auto kWidthKinds = MakeKinds<kLastNamedWidth / kWidthStep + 1>(
 // Heights from here on differ at two borders only.
 constexpr uint32_t kTabledHeights = 1600;
 constexpr uint32_t kHeightBorders[] = {2160, 4320};
+
+// No range begins or ends at another height above them.
+static_assert(std::all_of(std::begin(kHeightRanges), std::end(kHeightRanges), [](const SizeRange& range) {
+  const auto isTold = [](uint32_t size) {
+    return size <= kTabledHeights || std::ranges::find(kHeightBorders, size) != std::end(kHeightBorders);
+  };
+  return isTold(range.first) && (range.last == kNoEnd || isTold(range.last + 1));
+}));
 
 constexpr auto kHeightKinds = MakeKinds<kTabledHeights + 1 + std::size(kHeightBorders)>(
     [](uint32_t index) {
@@ -409,7 +407,7 @@ QLNSignalFormat vidGetSignalFormat(uint32_t rate, uint32_t scale, uint32_t width
   const size_t heightKind = HeightKind(h);
   for (uint32_t blocks = BlocksNear(r); blocks != 0; blocks &= blocks - 1) {
     const auto block = static_cast<size_t>(std::countr_zero(blocks));
-    if (!kBlocks[block].Contains(r)) continue;
+    if (!kBlocks[block].rates.Contains(r)) continue;
     const uint32_t matches =
         kAllowedRules[block].ofWidth[widthKind] & kAllowedRules[block].ofHeight[heightKind];
     if (matches != 0) {

@@ -22,13 +22,13 @@ constexpr uint32_t kLongestUnit = 1024;
 constexpr uint8_t kUnitHead[] = {0, 0, 0, 1, 0x4E, 0x01, 0x04, 0, 0xB5, 0x00, 0x31, 'G', 'A', '9', '4', 0x03};
 constexpr uint32_t kUnitSize = 7;  // offset of the payload size
 
-// cc_count of the packet, cut to the triplets that are there.
-uint32_t TripletCount(const DFrame& frame, uint32_t triplets) {
+// cc_count of the packet, which stands in front of the triplets, cut to those that are there.
+uint32_t TripletCount(const DFrame& frame, uint32_t tripletsAt) {
   const uint32_t size = frame.captionSize;
-  BitReader reader(frame.captionData, size, size * 8, (triplets - 1) * 8);
+  BitReader reader(frame.captionData, size, size * 8, (tripletsAt - 1) * 8);
   reader.SkipBits(3);
   const uint32_t count = reader.ReadBits(5);
-  const uint32_t fitting = size > triplets ? (size - triplets) / 3 : 0;
+  const uint32_t fitting = size > tripletsAt ? (size - tripletsAt) / 3 : 0;
   if (count <= fitting) return count;
   ErrOut("\nCC count is wrong %d actual %d", count, fitting);
   return fitting;
@@ -43,8 +43,8 @@ uint32_t BuildUnit(const DFrame& frame, uint8_t* unit) {
   }
   if (CheckCaptionPacketOf(frame) != 0) return 0;
   const bool timeCode = (frame.captionData[kPacketFlags] & 0x80u) != 0;
-  const uint32_t triplets = kPacketTriplets + (timeCode ? kTimeCodeSection : 0);
-  const uint32_t count = TripletCount(frame, triplets);
+  const uint32_t tripletsAt = kPacketTriplets + (timeCode ? kTimeCodeSection : 0);
+  const uint32_t count = TripletCount(frame, tripletsAt);
 
   uint8_t scratch[512] = {};
   QLNBitState source{scratch, sizeof scratch, sizeof scratch * 8, 0};
@@ -52,7 +52,7 @@ uint32_t BuildUnit(const DFrame& frame, uint8_t* unit) {
   writer.WriteBytes(kUnitHead, sizeof kUnitHead);
   writer.WriteBits(8, 0xC0u | count);  // process_cc_data_flag, cc_count
   writer.WriteBits(8, 0xFF);           // em_data
-  writer.WriteBytes(frame.captionData + triplets, 3 * count);
+  writer.WriteBytes(frame.captionData + tripletsAt, 3 * count);
   writer.WriteBits(8, 0xFF);  // marker_bits
   source.bitPos = static_cast<uint32_t>(writer.bitPos);
 

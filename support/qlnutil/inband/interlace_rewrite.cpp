@@ -21,7 +21,6 @@
 namespace qln {
 namespace {
 
-constexpr uint32_t kHdrFlags = QLN_COLOR_MASTERING | QLN_COLOR_MAX_CLL | QLN_COLOR_MAX_FALL;
 constexpr uint32_t kFrameTypeMask = 0xB0000000u;
 constexpr uint32_t kIntra = 0x10000000u;
 constexpr uint32_t kTransferPq = 16;

@@ -6,11 +6,11 @@
 
 #include "qlnutil/hevc/nal_header.h"
 #include "qlnutil/hevc/parameter_sets.h"
+#include "qlnutil/inband/mastering_display.h"
 
 namespace qln {
 namespace {
 
-constexpr uint32_t kHdrFlags = QLN_COLOR_MASTERING | QLN_COLOR_MAX_CLL | QLN_COLOR_MAX_FALL;
 constexpr uint32_t kExtendedSar = 255;
 
 }  // namespace

@@ -9,6 +9,9 @@
 
 namespace qln {
 
+// The flags of a frame that has HDR metadata of any kind.
+inline constexpr uint32_t kHdrFlags = QLN_COLOR_MASTERING | QLN_COLOR_MAX_CLL | QLN_COLOR_MAX_FALL;
+
 inline constexpr uint8_t kMasteringDisplayPayload = 137;
 inline constexpr uint32_t kMasteringDisplayBytes = 24;
 inline constexpr uint8_t kContentLightPayload = 144;

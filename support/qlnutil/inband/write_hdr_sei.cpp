@@ -15,7 +15,6 @@ namespace qln {
 namespace {
 
 constexpr uint32_t kUnitRoom = 84;  // the longest unit has 39 bytes before emulation prevention
-constexpr uint32_t kAnyMetadata = QLN_COLOR_MASTERING | QLN_COLOR_MAX_CLL | QLN_COLOR_MAX_FALL;
 
 uint32_t BuildUnit(const DFrame& frame, CodecForm form, uint8_t (&unit)[kUnitRoom]) {
   uint8_t scratch[kUnitRoom] = {};
@@ -62,6 +61,8 @@ bool FindFirstSlice(const uint8_t* data, uint32_t size, CodecForm form, uint32_t
   return false;
 }
 
+void ReportNoRoom() { ErrOut("No room to Add HDR SEI to dframe"); }
+
 uint32_t InsertIntoMarkerForm(DFrame* frame, CodecForm form, const uint8_t* unit, uint32_t length) {
   qlnUtilh264SizeToMarker(frame->frameData, frame->frameSize);
   uint32_t place;
@@ -83,7 +84,7 @@ uint32_t InsertIntoLengthForm(DFrame* frame, CodecForm form, const uint8_t* unit
     inserted = length;
   }
   if (copy.PutBack(frame, frame->frameSize + inserted)) return inserted;
-  ErrOut("No room to Add HDR SEI to dframe");
+  ReportNoRoom();
   return 0;
 }
 
@@ -94,13 +95,13 @@ uint64_t qlnutilWrite_HDR_WCG_SEI_Packet(DFrame* frame, uint32_t fourcc) {
   using namespace qln;
   const CodecForm form = CodecFormOf(fourcc, false);
   if (frame == nullptr || frame->frameData == nullptr || frame->frameSize < kSmallestFrame ||
-      form == CodecForm::kNone || (frame->colorFlags & kAnyMetadata) == 0) {
+      form == CodecForm::kNone || (frame->colorFlags & kHdrFlags) == 0) {
     return 0;
   }
   uint8_t unit[kUnitRoom] = {};
   const uint32_t length = BuildUnit(*frame, form, unit);
   if (frame->frameCapacity < uint64_t{frame->frameSize} + length) {
-    ErrOut("No room to Add HDR SEI to dframe");
+    ReportNoRoom();
     return 0;
   }
   return BeginsWithStartCode(frame->frameData, frame->frameSize)
