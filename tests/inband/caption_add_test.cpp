@@ -84,6 +84,11 @@ TEST(CheckCaptionPacket, ComparesTheCounters) {
   EXPECT_EQ(Check(packet), -2);
   EXPECT_THAT(capture.texts(), ElementsAre("ERROR: mfcc, counts don't match 0x0A 0xFE != 0x00 0xFE  "));
   capture.clear();
+  Bytes low = CaptionPacket(Triplets(2), {.counter = 0x00FE});
+  low[13] = 0x0A;
+  EXPECT_EQ(Check(low), -2);
+  EXPECT_THAT(capture.texts(), ElementsAre("ERROR: mfcc, counts don't match 0x00 0x0A != 0x00 0xFE  "));
+  capture.clear();
   // A packet that is short as well says both and is no packet.
   packet.pop_back();
   EXPECT_EQ(Check(packet), -1);

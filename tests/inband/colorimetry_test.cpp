@@ -84,6 +84,9 @@ TEST(WriteColorimetry, SetsUnspecifiedWhereNothingWasTold) {
   AvcSps noType = Described(2, 16, 2);
   noType.videoFormat = 0;  // which an SPS without a signal type leaves at 0
   EXPECT_EQ(Rewrite(AvcFrame({}), kTransfer, kAvc).frame, AvcFrame(noType));
+  AvcSps primaries = Described(9, 2, 2);
+  primaries.videoFormat = 0;
+  EXPECT_EQ(Rewrite(AvcFrame({}), kPrimaries, kAvc).frame, AvcFrame(primaries));
   // A signal type without a description keeps its format.
   EXPECT_EQ(Rewrite(AvcFrame({.signalType = true}), kTransfer, kAvc).frame, AvcFrame(Described(2, 16, 2)));
 }

@@ -300,6 +300,33 @@ TEST(SetFrameInterlaced, GivesTheWindowTo1920By544Only) {
   EXPECT_EQ(fieldSps({.width = 1440, .height = 544}), SpsOf(after));
 }
 
+TEST(SetFrameInterlaced, WritesAWholeVuiAndWindowForFields) {
+  // An SPS without VUI gets one, and of the window of an SPS in front nothing is left.
+  const Bytes bare = SpsOf({.height = 544, .vui = false, .description = false});
+  const SpsForm after{
+      .constraints = kInterlaced, .height = 544, .sar = true, .fieldSeq = 1, .fieldInfo = 1, .window = 2};
+  EXPECT_EQ(Rewrite(bare, {.secondField = static_cast<int>(bare.size())}).frame, SpsOf(after));
+  SpsParts parts;
+  parts.window = [](BitBuilder& b) { b.u(1, 1).ue(1).ue(2).ue(3).ue(4); };
+  const Bytes windowed = WithStartCode(Escaped(Sps(parts)));
+  const Bytes both = Join({windowed, bare});
+  const Bytes out = Rewrite(both, {.secondField = static_cast<int>(both.size())}).frame;
+  // The description that the first one got by its raster is one for the second, which has none of its own.
+  SpsForm second = after;
+  second.primaries = second.transfer = second.matrix = 6;
+  const Bytes expected = SpsOf(second);
+  ASSERT_GT(out.size(), expected.size());
+  EXPECT_EQ(Bytes(out.end() - static_cast<std::ptrdiff_t>(expected.size()), out.end()), expected);
+}
+
+TEST(SetFrameInterlaced, BeginsAnewInADestinationThatHoldsBytes) {
+  const HevcSpsRecord host = Host();
+  TestFrame source(kAud, kAud.size());
+  TestFrame destination(Hex("11 22 33"), 100);
+  EXPECT_EQ(qlnutilSetFrameInterlaced(source.get(), destination.get(), &host, 0), 1u);
+  EXPECT_EQ(destination.bytes(), kAud);
+}
+
 TEST(SetFrameInterlaced, SuppliesColourByRaster) {
   struct Case {
     uint32_t width, height, depthMinus8, sourceColor, primaries, transfer, matrix;
