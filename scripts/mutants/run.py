@@ -17,11 +17,13 @@ from instrument import Finder, Instrumented  # noqa: E402
 ROOT = Path(__file__).resolve().parent.parent.parent
 WORK = ROOT / "build" / "mutants"
 TREE = WORK / "tree"  # a copy of the project, whose sources are the instrumented ones
-BUILD = WORK / "build"
+BUILD = WORK / ("build" if not os.environ.get("QLN_MUTANT_SANITIZE") else "build_sanitized")
 FOLDERS = ["bits", "format", "transport", "mediacmd", "clipinfo", "files", "h264", "hevc", "inband", "aac", "nalstream",
            "timecode", "kxutil"]
 JOBS = int(os.environ.get("QLN_MUTANT_JOBS", "1"))
 MOST_BUILDS = int(os.environ.get("QLN_MUTANT_BUILDS", "20"))
+AGAIN = os.environ.get("QLN_MUTANT_AGAIN", "") not in ("", "0")
+SANITIZE = os.environ.get("QLN_MUTANT_SANITIZE", "")
 SLOWEST_TEST = float(os.environ.get("QLN_MUTANT_SLOWEST", "20"))  # seconds; tests that take longer are left out
 
 
@@ -30,7 +32,8 @@ def Run(arguments, seconds=3600, env=None, cwd=None):
 
     def Limit():
         os.setsid()
-        resource.setrlimit(resource.RLIMIT_AS, (6 << 30, 6 << 30))
+        if not SANITIZE:
+            resource.setrlimit(resource.RLIMIT_AS, (6 << 30, 6 << 30))
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
         resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 30, 1 << 30))
 
@@ -71,7 +74,7 @@ def CopyTree():
 def Configure():
     flags = f"-O1 -w -fpermissive -Wno-narrowing -include {ROOT / 'scripts/mutants/switch.h'}"
     status, output = Run(["cmake", "-S", TREE, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
-                          f"-DCMAKE_CXX_FLAGS_DEBUG={flags}", "-DCMAKE_C_FLAGS_DEBUG=-O1 -w", "-DQLN_TESTS=ON"])
+                          f"-DCMAKE_CXX_FLAGS_DEBUG={flags}", "-DCMAKE_C_FLAGS_DEBUG=-O1 -w", "-DQLN_TESTS=ON", f"-DQLN_SANITIZE={SANITIZE}"])
     if status != 0:
         sys.exit(output)
 
@@ -133,7 +136,7 @@ class Folder:
     def Environment(self, **more):
         scratch = WORK / "scratch"
         scratch.mkdir(parents=True, exist_ok=True)
-        return {"TMPDIR": str(scratch), **more}
+        return {"TMPDIR": str(scratch), "ASAN_OPTIONS": "allocator_may_return_null=1:detect_leaks=0", **more}
 
     def Tests(self):
         _, output = Run([self.program, "--gtest_list_tests"])
@@ -231,9 +234,20 @@ def Report(folder, counts, survivors, unreached):
     return fresh
 
 
+def LastSurvivors(folder):
+    """Those of the last run over the folder, as (file, line, column, change)."""
+    page = (WORK / f"{folder.name}.txt").read_text()
+    rows = re.findall(r"^(?:survives|not reached)(?: \(known\))?: (\S+):(\d+):(\d+): (.+?) \| ", page, re.M)
+    return {(name, int(line), int(column), what) for name, line, column, what in rows}
+
+
 def Mutate(name, most):
     folder = Folder(name)
     folder.Find()
+    if AGAIN:
+        last = LastSurvivors(folder)
+        folder.mutants = [m for m in folder.mutants
+                          if (str(Path(m.path).relative_to(ROOT / "support")), m.line, m.column, m.what) in last]
     folder.BuildInstrumented()
     folder.Reach()
     pick = random.Random(1)

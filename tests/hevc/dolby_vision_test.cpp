@@ -123,12 +123,69 @@ TEST(DolbyVisionSearch, StartCodeFormIsCoarse) {
   EXPECT_EQ(stop.rpuSize, 9u - 5);
 }
 
+// The search told plainly, for 4 bytes and more.
+Found SearchPlainly(const Bytes& bytes, int32_t mode) {
+  Found found;
+  const auto limit = static_cast<uint32_t>(bytes.size()) - 4;
+  uint32_t c = 0;
+  const auto close = [&] {
+    if (found.sei >= 0 && found.seiSize == 0) found.seiSize = c - static_cast<uint32_t>(found.sei);
+    if (found.rpu >= 0 && found.rpuSize == 0) found.rpuSize = c - static_cast<uint32_t>(found.rpu);
+  };
+  while (c < limit) {
+    close();
+    if (bytes[c + 4] == 0x4E) {
+      found.sei = c + 5;
+      found.seiSize = 0;
+    }
+    if (bytes[c + 4] == 0x7C) {
+      found.rpu = c + 5;
+      found.rpuSize = 0;
+    }
+    if (mode == 0) {
+      c += 4 + (uint32_t{bytes[c]} << 24 | uint32_t{bytes[c + 1]} << 16 | uint32_t{bytes[c + 2]} << 8 |
+                bytes[c + 3]);
+    } else {
+      c += 4;
+      while (c < limit && bytes[c] != 0 && bytes[c + 1] != 0 && bytes[c + 2] != 0 && bytes[c + 3] != 1) ++c;
+    }
+  }
+  close();
+  found.result = found.seiSize != 0 || found.rpuSize != 0 ? 1 : 0;
+  return found;
+}
+
+void ExpectPlainSearch(const Bytes& bytes) {
+  for (const int32_t mode : {0, 1}) {
+    const Found found = Search(bytes, mode);
+    const Found plain = SearchPlainly(bytes, mode);
+    ASSERT_EQ(found.result, plain.result) << ToHex(bytes) << " " << mode;
+    ASSERT_EQ(found.sei, plain.sei) << ToHex(bytes) << " " << mode;
+    ASSERT_EQ(found.seiSize, plain.seiSize) << ToHex(bytes) << " " << mode;
+    ASSERT_EQ(found.rpu, plain.rpu) << ToHex(bytes) << " " << mode;
+    ASSERT_EQ(found.rpuSize, plain.rpuSize) << ToHex(bytes) << " " << mode;
+  }
+}
+
 TEST(DolbyVisionSearch, EveryTruncation) {
   const Bytes bytes =
       Join({WithStartCode(Filled(0x4E, 9)), WithStartCode(Filled(0x7C, 12)), WithLength(Filled(0x7C, 5))});
-  for (size_t n = 0; n <= bytes.size(); ++n) {
-    Search(Head(bytes, n), 0);
-    Search(Head(bytes, n), 1);
+  for (size_t n = 4; n <= bytes.size(); ++n) ExpectPlainSearch(Head(bytes, n));
+}
+
+TEST(DolbyVisionSearch, AgreesWithThePlainSearch) {
+  Random random(88);
+  for (int round = 0; round < 30000 && !HasFatalFailure(); ++round) {
+    Bytes bytes;
+    while (bytes.size() < 4 || random.below(4) != 0) {
+      Bytes unit = random.bytes(random.below(12));
+      for (uint8_t& byte : unit) {
+        if (random.below(8) == 0) byte = Hex("00 01 4E 7C")[random.below(4)];
+      }
+      unit.insert(unit.begin(), Hex("4E 7C 26 00")[random.below(4)]);
+      bytes = Join({bytes, random.below(2) == 0 ? WithStartCode(unit) : WithLength(unit)});
+    }
+    ExpectPlainSearch(bytes);
   }
 }
 
