@@ -12,15 +12,15 @@ void Expect(bool holds) {
 }
 
 // Any layout that a sequence parameter set can ask for.
-SpsSummary LayoutOf(qln::fuzz::Input& input) {
-  SpsSummary sps;
+SpsFacts LayoutOf(qln::fuzz::Input& input) {
+  SpsFacts sps;
   const uint32_t flags = input.Number(1);
-  sps.hrd = (flags & 1) != 0;
-  sps.picStruct = (flags & 2) != 0;
-  if (sps.hrd) {
-    sps.cpbRemovalDelayLength = input.Number(1) % 32 + 1;
-    sps.dpbOutputDelayLength = input.Number(1) % 32 + 1;
-    sps.timeOffsetLength = input.Number(1) % 32;
+  sps.h264.hrd = (flags & 1) != 0;
+  sps.h264.picStruct = (flags & 2) != 0;
+  if (sps.h264.hrd) {
+    sps.h264.cpbRemovalDelayLength = input.Number(1) % 32 + 1;
+    sps.h264.dpbOutputDelayLength = input.Number(1) % 32 + 1;
+    sps.h264.timeOffsetLength = input.Number(1) % 32;
   }
   return sps;
 }
@@ -29,14 +29,14 @@ SpsSummary LayoutOf(qln::fuzz::Input& input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   qln::fuzz::Input input(data, size);
-  SpsSummary sps = LayoutOf(input);
+  SpsFacts sps = LayoutOf(input);
   constexpr uint8_t kTypes[] = {1, 2, 4, 8, 16, 32, 64, 132};
   const uint8_t type = kTypes[input.Number(1) % std::size(kTypes)];
   const uint32_t count = input.Number(3);
   const Bytes payload(input.data(), input.data() + input.left());
   const std::optional<PictureTiming> was = ReadPictureTiming(payload, sps);
   if (!was) return 0;
-  sps.picStruct = true;
+  sps.h264.picStruct = true;
   const Bytes made = MakePictureTiming(*was, sps, count, type);
   const std::optional<PictureTiming> is = ReadPictureTiming(made, sps);
   Expect(is && is->cpbRemovalDelay == was->cpbRemovalDelay && is->dpbOutputDelay == was->dpbOutputDelay &&

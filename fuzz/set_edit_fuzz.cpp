@@ -27,27 +27,28 @@ SpsEdit EditOf(qln::fuzz::Input& input) {
 }
 
 // What a set must say behind an edit.
-SpsSummary Edited(Codec codec, SpsSummary summary, const SpsEdit& edit) {
+SpsFacts Edited(Codec codec, SpsFacts summary, const SpsEdit& edit) {
   const bool signal = (edit.colour && edit.colour != summary.colour) ||
                       (edit.fullRange && *edit.fullRange != summary.fullRange);
-  const bool flags = codec == Codec::kH264 ? edit.picStruct && *edit.picStruct != summary.picStruct
-                                           : edit.interlace && (*edit.interlace)[2] != summary.interlace[2];
+  const bool flags = codec == Codec::kH264
+                         ? edit.picStruct && *edit.picStruct != summary.h264.picStruct
+                         : edit.interlace && (*edit.interlace)[2] != summary.hevc.interlace[2];
   summary.vui = summary.vui || signal || flags;
   summary.signalType = summary.signalType || signal;
   if (edit.colour) summary.colour = edit.colour;
   if (edit.fullRange) summary.fullRange = *edit.fullRange;
-  if (codec == Codec::kH264 && edit.picStruct) summary.picStruct = *edit.picStruct;
-  if (codec == Codec::kHevc && edit.interlace) summary.interlace = *edit.interlace;
+  if (codec == Codec::kH264 && edit.picStruct) summary.h264.picStruct = *edit.picStruct;
+  if (codec == Codec::kHevc && edit.interlace) summary.hevc.interlace = *edit.interlace;
   return summary;
 }
 
 // The edit that takes every element back to what `summary` says.
-SpsEdit Reverse(Codec codec, const SpsSummary& summary) {
+SpsEdit Reverse(Codec codec, const SpsFacts& summary) {
   SpsEdit edit;
   edit.colour = summary.colour;
   edit.fullRange = summary.fullRange;
-  if (codec == Codec::kH264) edit.picStruct = summary.picStruct;
-  if (codec == Codec::kHevc) edit.interlace = summary.interlace;
+  if (codec == Codec::kH264) edit.picStruct = summary.h264.picStruct;
+  if (codec == Codec::kHevc) edit.interlace = summary.hevc.interlace;
   return edit;
 }
 
@@ -67,11 +68,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   qln::fuzz::Block block(input.data(), input.left(), input.left());
   const ByteSpan set(block.data(), block.size);
 
-  const std::optional<SpsSummary> was = ReadSpsSummary(codec, set);
+  const std::optional<SpsFacts> was = ReadSpsFacts(codec, set);
   const std::optional<Bytes> edited = EditSps(codec, set, edit);
   Expect(was.has_value() == edited.has_value());
   if (!was) return 0;
-  const std::optional<SpsSummary> is = ReadSpsSummary(codec, *edited);
+  const std::optional<SpsFacts> is = ReadSpsFacts(codec, *edited);
   Expect(is && *is == Edited(codec, *was, edit));
   const std::optional<Bytes> same = EditSps(codec, *edited, edit);
   Expect(same && *same == *edited);

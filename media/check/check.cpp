@@ -19,7 +19,7 @@
 #include "hdr/stream_hdr.h"
 #include "hdr/values.h"
 #include "sets/names.h"
-#include "sets/set_edit.h"
+#include "sets/sps_facts.h"
 #include "units/access_unit.h"
 
 namespace qlnmedia {
@@ -83,7 +83,7 @@ class StreamChecker {
   std::optional<std::pair<int, uint32_t>> KeyOf(const Bytes& unit) const {
     const int type = UnitType(codec_, unit);
     if (IsSps(codec_, type)) {
-      const std::optional<SpsSummary> summary = ReadSpsSummary(codec_, unit);
+      const std::optional<SpsFacts> summary = ReadSpsFacts(codec_, unit);
       if (!summary) return {};
       return std::pair{type, summary->id};
     }
@@ -127,14 +127,15 @@ class StreamChecker {
     }
     sets_[*key] = {unit, frame};
     if (!IsSps(codec_, key->first)) return;
-    const SpsSummary sps = *ReadSpsSummary(codec_, unit);
-    rules_.twoFields = rules_.twoFields || (codec_ == Codec::kH264 ? !sps.frameMbsOnly : sps.interlace[2]);
+    const SpsFacts sps = *ReadSpsFacts(codec_, unit);
+    rules_.twoFields =
+        rules_.twoFields || (codec_ == Codec::kH264 ? !sps.h264.frameMbsOnly : sps.hevc.interlace[2]);
     rules_.anySliceOrder =
         rules_.anySliceOrder || (codec_ == Codec::kH264 && (unit[1] == kBaseline || unit[1] == kExtended));
     CheckSps(sps, frame);
   }
 
-  void CheckSps(const SpsSummary& sps, int64_t frame) {
+  void CheckSps(const SpsFacts& sps, int64_t frame) {
     const std::string where = frame < 0 ? place_ : "the stream";
     const ContainerColour& container = file_.containerColour(index_);
     const bool described = !file_.isRawStream() && file_.formatName() != "mpegts";
@@ -174,15 +175,15 @@ class StreamChecker {
     CheckRate(sps, where, frame);
     const bool interlacedContainer = container.fieldOrder > AV_FIELD_PROGRESSIVE;
     if (described && interlacedContainer &&
-        (codec_ == Codec::kH264 ? sps.frameMbsOnly && !sps.picStruct
-                                : !sps.interlace[2] && sps.interlace[0] && !sps.interlace[1]))
+        (codec_ == Codec::kH264 ? sps.h264.frameMbsOnly && !sps.h264.picStruct
+                                : !sps.hevc.interlace[2] && sps.hevc.interlace[0] && !sps.hevc.interlace[1]))
       Add("interlace", fmt::format("the container says fields, {} progressive frames", where), frame);
     if (described && container.fieldOrder == AV_FIELD_PROGRESSIVE && codec_ == Codec::kHevc &&
-        sps.interlace[2])
+        sps.hevc.interlace[2])
       Add("interlace", fmt::format("the container says progressive, {} fields", where), frame);
   }
 
-  void CheckRate(const SpsSummary& sps, const std::string& where, int64_t frame) {
+  void CheckRate(const SpsFacts& sps, const std::string& where, int64_t frame) {
     const AVStream& stream = *file_.context()->streams[index_];
     const AVRational rate = stream.avg_frame_rate;
     if (file_.isRawStream() || file_.formatName() == "mpegts" || rate.num <= 0 || rate.den <= 0) return;

@@ -45,7 +45,7 @@ void InterlaceEdit::LookAhead(const ProgressCallback& progress) {
   ScanSigns signs(file, index_);
   for (const Bytes& unit : config.units()) {
     if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit))) continue;
-    if (const std::optional<SpsSummary> sps = ReadSpsSummary(Codec::kHevc, unit)) {
+    if (const std::optional<SpsFacts> sps = ReadSpsFacts(Codec::kHevc, unit)) {
       signs.TakeSps(*sps);
       TakeSps(*sps);
     }
@@ -110,9 +110,9 @@ AVFieldOrder InterlaceEdit::fieldOrder() const {
   return bottomFirst_ ? AV_FIELD_BB : AV_FIELD_TT;
 }
 
-void InterlaceEdit::TakeSps(const SpsSummary& sps) {
+void InterlaceEdit::TakeSps(const SpsFacts& sps) {
   if (sps_ && sps_->id != sps.id &&
-      (sps_->frameFieldInfo != sps.frameFieldInfo || !(sps_->delays == sps.delays)))
+      (sps_->hevc.frameFieldInfo != sps.hevc.frameFieldInfo || !(sps_->hevc.delays == sps.hevc.delays)))
     Fail("has sequence parameter sets that lay out picture timing in different ways",
          "split the stream where they change");
   sps_ = sps;
@@ -128,7 +128,7 @@ bool InterlaceEdit::PatchPacket(std::vector<Unit>& units) {
   for (const Unit& unit : units) {
     reader_.TakeSet(unit.bytes);
     if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit.bytes))) continue;
-    if (const std::optional<SpsSummary> sps = ReadSpsSummary(Codec::kHevc, unit.bytes)) TakeSps(*sps);
+    if (const std::optional<SpsFacts> sps = ReadSpsFacts(Codec::kHevc, unit.bytes)) TakeSps(*sps);
   }
   bool changed = false;
   for (Unit& unit : units) changed = PatchVps(unit.bytes) || changed;
@@ -144,9 +144,9 @@ bool InterlaceEdit::PatchPacket(std::vector<Unit>& units) {
 
 bool InterlaceEdit::PatchPicture(std::vector<Unit>& units, const CodedPicture& picture, uint32_t picStruct) {
   const std::optional<PictureTimingPlace> timing = FindPictureTiming(units, picture);
-  if (!interlaced_ && !(timing && sps_->frameFieldInfo)) return false;
+  if (!interlaced_ && !(timing && sps_->hevc.frameFieldInfo)) return false;
   if (!timing) {
-    if (sps_->delays.present)
+    if (sps_->hevc.delays.present)
       Fail("has HRD parameters but a picture without picture timing, whose delays nobody knows");
     InsertSei(
         units,
@@ -156,14 +156,14 @@ bool InterlaceEdit::PatchPicture(std::vector<Unit>& units, const CodedPicture& p
     return true;
   }
   FrameFieldInfo info{picStruct, 0, false};
-  if (sps_->frameFieldInfo) {
+  if (sps_->hevc.frameFieldInfo) {
     const std::optional<FrameFieldInfo> was = ReadFrameFieldInfo(timing->content.payload);
     if (!was) Fail("a picture timing message breaks off");
     info = *was;
   }
   info.sourceScanType = interlaced_ ? kInterlacedScan : kProgressiveScan;
   std::optional<Bytes> payload =
-      WithFrameFieldInfo(timing->content.payload, sps_->frameFieldInfo, sps_->delays, info);
+      WithFrameFieldInfo(timing->content.payload, sps_->hevc.frameFieldInfo, sps_->hevc.delays, info);
   if (!payload)
     Fail(
         "a picture timing message breaks off, or is laid out in a way that the sequence parameter set does "

@@ -31,7 +31,7 @@ class InterlaceEdit {
   AVFieldOrder fieldOrder() const;
 
   // A sequence parameter set as the source has it.
-  void TakeSps(const SpsSummary& sps);
+  void TakeSps(const SpsFacts& sps);
   // Changes the picture timing of the next packet, while its parameter sets still are those of the source.
   // Returns true where something changed.
   bool PatchPacket(std::vector<Unit>& units);
@@ -52,7 +52,7 @@ class InterlaceEdit {
   bool interlaced_;
   bool bottomFirst_ = false;
   PictureReader reader_;
-  std::optional<SpsSummary> sps_;
+  std::optional<SpsFacts> sps_;
   std::vector<uint32_t> places_;  // of each packet in presentation order; empty where nobody asks
   size_t packets_ = 0;
   int setsChanged_ = 0;

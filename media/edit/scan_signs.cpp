@@ -45,9 +45,9 @@ std::optional<PictureTimingPlace> FindPictureTiming(const std::vector<Unit>& uni
   return {};
 }
 
-void ScanSigns::TakeSps(const SpsSummary& sps) {
+void ScanSigns::TakeSps(const SpsFacts& sps) {
   sps_ = sps;
-  if (sps.interlace[2]) Keep(fields_, "the sequence parameter set says field_seq_flag 1");
+  if (sps.hevc.interlace[2]) Keep(fields_, "the sequence parameter set says field_seq_flag 1");
   const ContainerColour& container = file_.containerColour(index_);
   if (!file_.isRawStream() && container.height > 0 && sps.height > 0 &&
       static_cast<uint32_t>(container.height) == 2 * sps.height)
@@ -74,14 +74,14 @@ void ScanSigns::TakePacket(const std::vector<Unit>& units) {
   for (const Unit& unit : units) {
     reader_.TakeSet(unit.bytes);
     if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit.bytes))) continue;
-    if (const std::optional<SpsSummary> sps = ReadSpsSummary(Codec::kHevc, unit.bytes)) TakeSps(*sps);
+    if (const std::optional<SpsFacts> sps = ReadSpsFacts(Codec::kHevc, unit.bytes)) TakeSps(*sps);
   }
   const std::vector<CodedPicture> pictures = reader_.Pictures(units);
   if (pictures.size() == 2) Keep(fields_, "a packet holds two pictures");
   for (const CodedPicture& picture : pictures) {
     const std::optional<PictureTimingPlace> timing = FindPictureTiming(units, picture);
     std::optional<FrameFieldInfo> info;
-    if (timing && sps_ && sps_->frameFieldInfo) info = ReadFrameFieldInfo(timing->content.payload);
+    if (timing && sps_ && sps_->hevc.frameFieldInfo) info = ReadFrameFieldInfo(timing->content.payload);
     everyPictureTold_ = everyPictureTold_ && info;
     if (!info) continue;
     const bool field = IsFieldPicStruct(info->picStruct);

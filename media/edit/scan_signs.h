@@ -28,7 +28,7 @@ class ScanSigns {
  public:
   ScanSigns(const MediaFile& file, unsigned index) : file_(file), index_(index), reader_(Codec::kHevc) {}
 
-  void TakeSps(const SpsSummary& sps);
+  void TakeSps(const SpsFacts& sps);
   // The units of one packet, its parameter sets first.
   void TakePacket(const std::vector<Unit>& units);
 
@@ -43,7 +43,7 @@ class ScanSigns {
   const MediaFile& file_;
   unsigned index_;
   PictureReader reader_;
-  std::optional<SpsSummary> sps_;
+  std::optional<SpsFacts> sps_;
   std::string fields_;
   std::string frames_;
   std::string likelyFields_;

@@ -26,8 +26,8 @@ uint32_t PicStructOf(const TrackedPicture& picture) {
 }
 
 // pic_struct of an HEVC picture; nothing where no picture timing says it.
-std::optional<int> HevcPicStruct(const std::vector<Unit>& units, const SpsSummary& sps) {
-  if (!sps.frameFieldInfo) return {};
+std::optional<int> HevcPicStruct(const std::vector<Unit>& units, const SpsFacts& sps) {
+  if (!sps.hevc.frameFieldInfo) return {};
   for (const Unit& unit : units) {
     if (UnitType(Codec::kHevc, unit.bytes) != 39) continue;
     for (const SeiMessage& message : ReadSeiMessages(Codec::kHevc, unit.bytes)) {
@@ -47,10 +47,10 @@ TimecodePatcher::TimecodePatcher(const MediaFile& in, unsigned index, Codec code
       framing_(config.framing),
       raw_(in.isRawStream()),
       tracker_(codec) {
-  std::optional<SpsSummary> first;
+  std::optional<SpsFacts> first;
   for (const Bytes& unit : config.units()) {
     tracker_.TakeSet(unit);
-    if (!first && IsSps(codec, UnitType(codec, unit))) first = ReadSpsSummary(codec, unit);
+    if (!first && IsSps(codec, UnitType(codec, unit))) first = ReadSpsFacts(codec, unit);
   }
   AVRational rate{0, 1};
   if (options.timecodeType.empty() || !options.rate.empty())
@@ -107,7 +107,7 @@ uint32_t TimecodePatcher::FrameOf(const TrackedPicture& picture, const std::vect
   if (picture.secondField) return frame_;
   frame_ = order_.Take();
   if (codec_ == Codec::kH264) return frame_;
-  const bool field = picture.head.sps->interlace[2];
+  const bool field = picture.head.sps->hevc.interlace[2];
   if (field != fields_.value_or(field))
     Fail("changes between frames and single fields", "leave --timecode out");
   fields_ = field;
@@ -142,13 +142,13 @@ void TimecodePatcher::PutTimecode(std::vector<Unit>& units, const TrackedPicture
   }
   RemoveSei(codec_, units, [](const SeiMessage& message) { return message.type == kTimeCode; });
   InsertSei(codec_, units,
-            MakeHevcTimecodeUnit(start_.count + frame, start_.type, picture.head.sps->interlace[2],
+            MakeHevcTimecodeUnit(start_.count + frame, start_.type, picture.head.sps->hevc.interlace[2],
                                  picture.head.temporalId));
 }
 
 void TimecodePatcher::PutH264Timecode(std::vector<Unit>& units, const TrackedPicture& picture,
                                       uint32_t count) {
-  const SpsSummary& sps = *picture.head.sps;
+  const SpsFacts& sps = *picture.head.sps;
   const uint32_t picStruct = PicStructOf(picture);
   bool found = false;
   for (Unit& unit : units) {
@@ -160,7 +160,7 @@ void TimecodePatcher::PutH264Timecode(std::vector<Unit>& units, const TrackedPic
       if (message.type != kPictureTiming) continue;
       std::optional<PictureTiming> timing = ReadPictureTiming(message.payload, sps);
       if (!timing || !whole) Fail("a picture timing message breaks off");
-      if (!sps.picStruct) timing->picStruct = picStruct;
+      if (!sps.h264.picStruct) timing->picStruct = picStruct;
       message.payload = MakePictureTiming(*timing, sps, count, start_.type);
       here = true;
     }
@@ -168,7 +168,8 @@ void TimecodePatcher::PutH264Timecode(std::vector<Unit>& units, const TrackedPic
     found = found || here;
   }
   if (found) return;
-  if (sps.hrd) Fail("has HRD parameters but a picture without picture timing, whose delays nobody knows");
+  if (sps.h264.hrd)
+    Fail("has HRD parameters but a picture without picture timing, whose delays nobody knows");
   PictureTiming timing;
   timing.picStruct = picStruct;
   const Bytes header{6};

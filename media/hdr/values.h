@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "sets/set_edit.h"
+#include "sets/sps_facts.h"
 
 namespace qlnmedia {
 

@@ -12,7 +12,7 @@
 #include "qlnutil/hevc/record_fields.h"
 #include "qlnutil/qlnhevc.h"
 #include "sets/names.h"
-#include "sets/set_edit.h"
+#include "sets/sps_facts.h"
 
 namespace qlnmedia {
 
@@ -103,7 +103,7 @@ std::string KnownDeparture(const HevcSpsRecord& sps) {
 
 // Whether the record agrees with a walk of the set by the published syntax.
 bool InStep(const HevcSpsRecord& sps, const Bytes& unit) {
-  const std::optional<SpsSummary> walk = ReadSpsSummary(Codec::kHevc, unit);
+  const std::optional<SpsFacts> walk = ReadSpsFacts(Codec::kHevc, unit);
   if (!walk) return true;  // nothing to hold it against
   const PictureSize size = CroppedSize(sps);
   const bool vui = sps.vui_parameters_present_flag == 1;

@@ -39,7 +39,7 @@ StreamTimecodes::StreamTimecodes(const CodedStream& stream) : codec_(stream.code
   }
 }
 
-std::optional<ClockTime> StreamTimecodes::Read(const std::vector<Unit>& units, const SpsSummary& sps) const {
+std::optional<ClockTime> StreamTimecodes::Read(const std::vector<Unit>& units, const SpsFacts& sps) const {
   for (const Unit& unit : units) {
     if (!IsSei(codec_, UnitType(codec_, unit.bytes))) continue;
     for (const SeiMessage& message : ReadSeiMessages(codec_, unit.bytes)) {

@@ -22,7 +22,7 @@ class StreamTimecodes {
   void AddToFrame(Section& frame, size_t number) const;
 
  private:
-  std::optional<ClockTime> Read(const std::vector<Unit>& units, const SpsSummary& sps) const;
+  std::optional<ClockTime> Read(const std::vector<Unit>& units, const SpsFacts& sps) const;
 
   Codec codec_;
   std::vector<std::optional<ClockTime>> times_;  // of each packet

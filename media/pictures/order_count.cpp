@@ -41,16 +41,16 @@ OrderCount OrderCounter::CountOfTypes12(const SliceHead& head) {
   if (head.unitType == 5) {
     frameNumOffset_ = 0;
   } else if (previousFrameNum_ > head.frameNum) {
-    frameNumOffset_ += int64_t{1} << head.sps->log2MaxFrameNum;
+    frameNumOffset_ += int64_t{1} << head.sps->h264.log2MaxFrameNum;
   }
   previousFrameNum_ = head.frameNum;
   int64_t number = frameNumOffset_ + head.frameNum;
   OrderCount count;
-  if (head.sps->pocType == 2) {
+  if (head.sps->h264.pocType == 2) {
     count.top = count.bottom = head.unitType == 5 ? 0 : 2 * number - (head.refIdc == 0 ? 1 : 0);
     return count;
   }
-  const PocCycle& cycle = head.sps->pocCycle;
+  const PocCycle& cycle = head.sps->h264.pocCycle;
   int64_t expected = 0;
   if (cycle.offsets.empty()) number = 0;
   if (head.refIdc == 0 && number > 0) --number;
@@ -70,7 +70,7 @@ OrderCount OrderCounter::CountOfTypes12(const SliceHead& head) {
 }
 
 OrderCount OrderCounter::NextH264(const SliceHead& head) {
-  OrderCount count = head.sps->pocType == 0 ? CountOfType0(head) : CountOfTypes12(head);
+  OrderCount count = head.sps->h264.pocType == 0 ? CountOfType0(head) : CountOfTypes12(head);
   if (!head.resetsOrder) return count;
   // As memory_management_control_operation 5 leaves the picture for those behind it.
   const int64_t first = std::min(count.top, count.bottom);

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "sets/set_reader.h"
+#include "sets/rbsp_reader.h"
 #include "units/access_unit.h"
 
 namespace qlnmedia {
@@ -34,7 +34,7 @@ void PictureReader::TakeSet(ByteSpan unit) {
     return;
   }
   if (type != kPps) return;
-  SetReader in(unit);
+  RbspReader in(unit);
   in.skip(16);
   const uint32_t id = in.ue();
   in.ue();
@@ -73,7 +73,7 @@ std::vector<CodedPicture> PictureReader::Pictures(const std::vector<Unit>& units
 
 unsigned PictureReader::KindOf(const Unit& slice) const {
   const int type = UnitType(codec_, slice.bytes);
-  SetReader in(Head(slice));
+  RbspReader in(Head(slice));
   if (codec_ == Codec::kH264) {
     in.skip(8);
     in.ue();

@@ -1,10 +1,10 @@
-// Walks slice headers and PPS by the published syntax, as far as the order of pictures needs them.
+// Walks slice headers by the published syntax, as far as the order of pictures needs them.
 
 #include "pictures/slice_head.h"
 
 #include <algorithm>
 
-#include "sets/set_reader.h"
+#include "sets/rbsp_reader.h"
 #include "units/access_unit.h"
 
 namespace qlnmedia {
@@ -17,36 +17,14 @@ constexpr uint32_t kMostReferences = 32;
 
 bool IsPps(Codec codec, int type) { return type == (codec == Codec::kH264 ? 8 : 34); }
 
-// Bits that hold a number below `count`.
-int BitsFor(uint32_t count) {
-  int bits = 0;
-  while (bits < 32 && (uint64_t{1} << bits) < count) ++bits;
-  return bits;
-}
-
-void SkipSliceGroups(SetReader& in, uint32_t groups) {
-  const uint32_t type = in.ue();
-  if (type == 0) {
-    for (uint32_t i = 0; i < groups; ++i) in.ue();
-  } else if (type == 2) {
-    for (uint32_t i = 0; i < 2 * (groups - 1); ++i) in.ue();
-  } else if (type >= 3 && type <= 5) {
-    in.skip(1);
-    in.ue();
-  } else if (type == 6) {
-    const uint32_t units = in.ue();
-    for (uint32_t i = 0; i <= units && in.good(); ++i) in.skip(static_cast<uint32_t>(BitsFor(groups)));
-  }
-}
-
 // ref_pic_list_modification() for one list.
-void SkipListModification(SetReader& in) {
+void SkipListModification(RbspReader& in) {
   if (!in.flag()) return;
   while (in.good() && in.ue() != 3) in.ue();
 }
 
 // pred_weight_table() of clause 7.3.3.2.
-void SkipWeights(SetReader& in, const std::array<uint32_t, 2>& references, int lists, bool chroma) {
+void SkipWeights(RbspReader& in, const std::array<uint32_t, 2>& references, int lists, bool chroma) {
   in.ue();
   if (chroma) in.ue();
   for (int list = 0; list < lists; ++list) {
@@ -62,7 +40,7 @@ void SkipWeights(SetReader& in, const std::array<uint32_t, 2>& references, int l
 }
 
 // dec_ref_pic_marking() of clause 7.3.3.3 of a picture that is no IDR picture: whether operation 5 is there.
-bool ReadMarking(SetReader& in) {
+bool ReadMarking(RbspReader& in) {
   bool resets = false;
   if (!in.flag()) return false;
   for (uint32_t operation = in.ue(); operation != 0 && in.good(); operation = in.ue()) {
@@ -75,47 +53,21 @@ bool ReadMarking(SetReader& in) {
 
 }  // namespace
 
-bool SliceHeadReader::ReadH264Pps(SetReader& in, Pps& pps) {
-  in.skip(1);
-  pps.fieldOrder = in.flag();
-  const uint32_t groups = in.ue() + 1;
-  if (groups > 8) return false;
-  if (groups > 1) SkipSliceGroups(in, groups);
-  for (uint32_t& count : pps.references) count = in.ue() + 1;
-  pps.weightedP = in.flag();
-  pps.weightedB = in.u(2);
-  for (int i = 0; i < 3; ++i) in.se();
-  in.skip(2);
-  pps.redundant = in.flag();
-  return in.good();
-}
-
 void SliceHeadReader::TakeSet(ByteSpan unit) {
   const int type = UnitType(codec_, unit);
   if (IsSps(codec_, type)) {
-    std::optional<SpsSummary> sps = ReadSpsSummary(codec_, unit);
+    std::optional<SpsFacts> sps = ReadSpsFacts(codec_, unit);
     // Longer counters than the standards allow are nobody's.
-    const bool known = sps && sps->id < 32 && sps->log2MaxFrameNum <= 16 && sps->log2MaxPocLsb <= 16;
-    if (known) sps_[sps->id] = std::make_shared<const SpsSummary>(std::move(*sps));
+    const bool known = sps && sps->id < 32 && sps->h264.log2MaxFrameNum <= 16 && sps->log2MaxPocLsb <= 16;
+    if (known) sps_[sps->id] = std::make_shared<const SpsFacts>(std::move(*sps));
     return;
   }
   if (!IsPps(codec_, type)) return;
-  SetReader in(unit);
-  in.skip(codec_ == Codec::kH264 ? 8 : 16);
-  const uint32_t id = in.ue();
-  Pps pps;
-  pps.spsId = in.ue();
-  if (codec_ == Codec::kH264) {
-    if (!ReadH264Pps(in, pps)) return;
-  } else {
-    in.skip(1);
-    pps.outputFlag = in.flag();
-    pps.extraBits = in.u(3);
-  }
-  if (in.good() && id < 256) pps_[id] = pps;
+  const std::optional<PpsFacts> pps = ReadPpsFacts(codec_, unit);
+  if (pps && pps->id < 256) pps_[pps->id] = *pps;
 }
 
-const SliceHeadReader::Pps* SliceHeadReader::Find(uint32_t id) const {
+const PpsFacts* SliceHeadReader::Find(uint32_t id) const {
   const auto pps = pps_.find(id);
   return pps != pps_.end() && sps_.count(pps->second.spsId) != 0 ? &pps->second : nullptr;
 }
@@ -133,24 +85,24 @@ std::optional<SliceHead> SliceHeadReader::ReadH264(ByteSpan unit) const {
   if (head.unitType == 3 || head.unitType == 4) return {};  // partitions without a header
   head.refIdc = unit[0] >> 5 & 3;
   const bool idr = head.unitType == 5;
-  SetReader in(unit);
+  RbspReader in(unit);
   in.skip(8);
   in.ue();  // first_mb_in_slice
   const uint32_t sliceType = in.ue() % 5;
   head.ppsId = in.ue();
-  const Pps* const pps = Find(head.ppsId);
+  const PpsFacts* const pps = Find(head.ppsId);
   if (pps == nullptr) return {};
   head.sps = sps_.at(pps->spsId);
-  const SpsSummary& sps = *head.sps;
+  const SpsFacts& sps = *head.sps;
   if (sps.separateColourPlanes) in.skip(2);
-  head.frameNum = in.u(static_cast<int>(sps.log2MaxFrameNum));
-  if (!sps.frameMbsOnly) head.field = in.flag();
+  head.frameNum = in.u(static_cast<int>(sps.h264.log2MaxFrameNum));
+  if (!sps.h264.frameMbsOnly) head.field = in.flag();
   if (head.field) head.bottom = in.flag();
   if (idr) head.idrPicId = in.ue();
-  if (sps.pocType == 0) {
+  if (sps.h264.pocType == 0) {
     head.pocLsb = in.u(static_cast<int>(sps.log2MaxPocLsb));
     if (pps->fieldOrder && !head.field) head.deltaPocBottom = in.se();
-  } else if (sps.pocType == 1 && !sps.pocCycle.alwaysZero) {
+  } else if (sps.h264.pocType == 1 && !sps.h264.pocCycle.alwaysZero) {
     head.deltaPoc[0] = in.se();
     if (pps->fieldOrder && !head.field) head.deltaPoc[1] = in.se();
   }
@@ -169,7 +121,7 @@ std::optional<SliceHead> SliceHeadReader::ReadH264(ByteSpan unit) const {
   for (uint32_t& count : references) count = std::min(count, kMostReferences);
   for (int i = 0; i < lists; ++i) SkipListModification(in);
   if ((predicted && pps->weightedP) || (bipredicted && pps->weightedB == 1))
-    SkipWeights(in, references, lists, sps.chromaArrayType != 0);
+    SkipWeights(in, references, lists, sps.h264.chromaArrayType != 0);
   head.resetsOrder = ReadMarking(in);
   return head;
 }
@@ -180,12 +132,12 @@ std::optional<SliceHead> SliceHeadReader::ReadHevc(ByteSpan unit) const {
   const bool baseLayer = (unit[0] & 1) == 0 && unit[1] >> 3 == 0;  // nuh_layer_id
   if (!baseLayer || (unit[1] & 7) == 0) return {};
   head.temporalId = (unit[1] & 7u) - 1;
-  SetReader in(unit);
+  RbspReader in(unit);
   in.skip(16);
   head.firstSegment = in.flag();
   if (head.unitType >= 16 && head.unitType <= 23) in.skip(1);  // no_output_of_prior_pics_flag
   head.ppsId = in.ue();
-  const Pps* const pps = Find(head.ppsId);
+  const PpsFacts* const pps = Find(head.ppsId);
   if (pps == nullptr) return {};
   head.sps = sps_.at(pps->spsId);
   // Behind an address of a length that nobody asks for, later segments repeat what the first one says.

@@ -8,7 +8,7 @@
 #include <memory>
 #include <optional>
 
-#include "sets/set_edit.h"
+#include "sets/sps_facts.h"
 #include "units/units.h"
 
 namespace qlnmedia {
@@ -16,7 +16,7 @@ namespace qlnmedia {
 // The elements of a slice header (ITU-T H.264 clause 7.3.3, H.265 clause 7.3.6.1) that tell its picture from
 // others and give its place.
 struct SliceHead {
-  std::shared_ptr<const SpsSummary> sps;
+  std::shared_ptr<const SpsFacts> sps;
   int unitType = 0;
   uint32_t ppsId = 0;
   uint32_t pocLsb = 0;
@@ -47,25 +47,14 @@ class SliceHeadReader {
   std::optional<SliceHead> Read(ByteSpan unit) const;
 
  private:
-  struct Pps {
-    uint32_t spsId = 0;
-    bool fieldOrder = false;               // H.264 bottom_field_pic_order_in_frame_present_flag
-    std::array<uint32_t, 2> references{};  // H.264 num_ref_idx_lX_default_active_minus1 + 1
-    bool weightedP = false;                // H.264
-    uint32_t weightedB = 0;
-    bool redundant = false;   // H.264 redundant_pic_cnt_present_flag
-    bool outputFlag = false;  // HEVC
-    uint32_t extraBits = 0;   // HEVC num_extra_slice_header_bits
-  };
-  static bool ReadH264Pps(class SetReader& in, Pps& pps);
   std::optional<SliceHead> ReadH264(ByteSpan unit) const;
   std::optional<SliceHead> ReadHevc(ByteSpan unit) const;
   // The PPS of that number whose SPS is there too; null if there is none.
-  const Pps* Find(uint32_t id) const;
+  const PpsFacts* Find(uint32_t id) const;
 
   Codec codec_;
-  std::map<uint32_t, std::shared_ptr<const SpsSummary>> sps_;
-  std::map<uint32_t, Pps> pps_;
+  std::map<uint32_t, std::shared_ptr<const SpsFacts>> sps_;
+  std::map<uint32_t, PpsFacts> pps_;
 };
 
 }  // namespace qlnmedia

@@ -1,29 +1,28 @@
-// Edits single elements of a sequence parameter set and leaves every other bit as it is.
+// Edits single elements of a parameter set and leaves every other bit as it is.
 //
 // The library rewrites a set from its record, which is exact for the sets of most encoders but changes others
 // (scaling lists, sub-layer values, predicted reference sets, extensions). This editor is for those: it finds
-// the places of a few elements by walking the published syntax (ITU-T H.264 clauses 7.3.2.1.1 and E.1.1,
-// H.265 clauses 7.3.2.2 and E.2.1), copies the bits in front of them and behind them, and escapes by the
-// standards' full rule.
+// the places of a few elements by the published syntax, copies the bits in front of them and behind them, and
+// escapes by the standards' full rule.
 #ifndef MEDIA_SETS_SET_EDIT_H
 #define MEDIA_SETS_SET_EDIT_H
 
 #include <array>
 #include <cstdint>
 #include <optional>
-#include <string>
-#include <vector>
 
+#include "sets/sps_facts.h"
 #include "units/units.h"
 
 namespace qlnmedia {
 
-// Codes of ITU-T H.273.
-struct ColourCodes {
-  uint8_t primaries = 2;
-  uint8_t transfer = 2;
-  uint8_t matrix = 2;
-  friend bool operator==(const ColourCodes&, const ColourCodes&) = default;
+// Timing information of the VUI: pictures a second, numerator and denominator.
+struct VuiTiming {
+  uint32_t numerator = 0;
+  uint32_t denominator = 0;
+  std::optional<bool>
+      fixed;  // H.264 fixed_frame_rate_flag; where it is not set, it stays, or is 0 if it is new
+  friend bool operator==(const VuiTiming&, const VuiTiming&) = default;
 };
 
 // What shall be changed; what is not set stays.
@@ -36,71 +35,26 @@ struct SpsEdit {
   std::optional<bool> frameOnly;       // HEVC general_frame_only_constraint_flag
   std::optional<bool> frameFieldInfo;  // HEVC frame_field_info_present_flag
   bool subLayers = false;              // HEVC: the general flags go into the sub-layers' profiles as well
-  bool any() const { return colour || fullRange || picStruct || interlace || frameOnly || frameFieldInfo; }
+
+  std::optional<SampleAspect> aspect;      // 16 bits each; 0:0 for unspecified
+  std::optional<uint32_t> level;           // ten times the level's number, up to 85; 9 for level 1b of H.264
+  std::optional<bool> highTier;            // HEVC general_tier_flag
+  std::optional<VuiTiming> timing;         // in H.264 and HEVC sets, and in a VPS that has timing information
+  std::optional<uint32_t> chromaLocation;  // 0 to 5, for both fields; of pictures in 4:2:0 only
+  std::optional<Cropping> cropping;
+
+  bool any() const {
+    return colour || fullRange || picStruct || interlace || frameOnly || frameFieldInfo || aspect || level ||
+           highTier || timing || chromaLocation || cropping;
+  }
 };
 
-// How the delays of HEVC picture timing (ITU-T H.265 clause D.2.3) are laid out; lengths in bits, those that
-// do not occur 0.
-struct HevcDelays {
-  bool present = false;  // CpbDpbDelaysPresentFlag, as far as the VUI tells it
-  uint32_t cpbRemoval = 0;
-  uint32_t dpbOutput = 0;
-  bool subPictures = false;           // sub_pic_hrd_params_present_flag
-  uint32_t dpbOutputDu = 0;           // pic_dpb_output_du_delay
-  bool unitsInPictureTiming = false;  // sub_pic_cpb_params_in_pic_timing_sei_flag
-  uint32_t duIncrement = 0;           // du_cpb_removal_delay_increment_minus1
-  friend bool operator==(const HevcDelays&, const HevcDelays&) = default;
-};
-
-// What H.264 pictures of pic_order_cnt_type 1 are placed by (ITU-T H.264 clause 8.2.1.2).
-struct PocCycle {
-  bool alwaysZero = false;            // delta_pic_order_always_zero_flag
-  int32_t nonReference = 0;           // offset_for_non_ref_pic
-  int32_t topToBottom = 0;            // offset_for_top_to_bottom_field
-  std::vector<int32_t> offsets = {};  // offset_for_ref_frame
-  friend bool operator==(const PocCycle&, const PocCycle&) = default;
-};
-
-// What a set says of the things that can be edited.
-struct SpsSummary {
-  uint32_t id = 0;
-  bool vui = false;
-  bool signalType = false;              // video_signal_type_present_flag
-  bool fullRange = false;               // the inferred value where it is absent
-  std::optional<ColourCodes> colour;    // nothing where it is absent
-  bool picStruct = false;               // H.264: pic_struct_present_flag
-  bool hrd = false;                     // H.264: NAL or VCL HRD parameters
-  uint32_t cpbRemovalDelayLength = 24;  // H.264: bits, inferred where there is no HRD
-  uint32_t dpbOutputDelayLength = 24;
-  uint32_t timeOffsetLength = 24;
-  std::array<bool, 3> interlace{};  // HEVC: progressive source, interlaced source, field_seq
-  bool frameOnly = false;           // HEVC: general_frame_only_constraint_flag
-  bool frameFieldInfo = false;      // HEVC: frame_field_info_present_flag
-  HevcDelays delays;                // HEVC
-  uint32_t sarWidth = 0;            // of an extended sample aspect ratio; 0 for all others
-  uint32_t sarHeight = 0;
-  uint32_t numUnitsInTick = 0;  // 0 where there is no timing information
-  uint32_t timeScale = 0;
-  uint32_t width = 0;  // of the cropped picture
-  uint32_t height = 0;
-  bool frameMbsOnly = true;      // H.264
-  uint32_t log2MaxFrameNum = 4;  // H.264
-  uint32_t pocType = 0;          // H.264
-  uint32_t log2MaxPocLsb = 4;
-  PocCycle pocCycle;             // H.264
-  uint32_t chromaArrayType = 1;  // H.264
-  bool separateColourPlanes = false;
-  friend bool operator==(const SpsSummary&, const SpsSummary&) = default;
-};
-
-// Reads a set; nothing for one that breaks off.
-std::optional<SpsSummary> ReadSpsSummary(Codec codec, ByteSpan sps);
-
-// Edits a set; `sps` itself where nothing changes. Nothing for a set that breaks off.
+// Edits a set; `sps` itself where nothing changes. Nothing for a set that breaks off, and where the edit does
+// not fit the set: cropping that goes by no whole steps or leaves no picture, values out of their ranges.
 std::optional<Bytes> EditSps(Codec codec, ByteSpan sps, const SpsEdit& edit);
 
-// Edits the profile of an HEVC video parameter set: the general flags, and those of the sub-layers where the
-// edit says so. Results as for EditSps.
+// Edits an HEVC video parameter set: the flags of the general profile, and those of the sub-layers where the
+// edit says so; level, tier and timing. Results as for EditSps.
 std::optional<Bytes> EditVps(ByteSpan vps, const SpsEdit& edit);
 
 }  // namespace qlnmedia

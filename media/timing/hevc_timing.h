@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "sets/set_edit.h"
+#include "sets/sps_facts.h"
 #include "units/units.h"
 
 namespace qlnmedia {

@@ -145,17 +145,17 @@ TimecodeStart ParseTimecode(const std::string& text, const std::string& typeName
   return start;
 }
 
-std::optional<PictureTiming> ReadPictureTiming(const Bytes& payload, const SpsSummary& sps) {
+std::optional<PictureTiming> ReadPictureTiming(const Bytes& payload, const SpsFacts& sps) {
   Bytes bytes = payload;
   bytes.push_back(0);
   QLNBitState state{bytes.data(), static_cast<int32_t>(payload.size()),
                     static_cast<uint32_t>(payload.size()) * 8, 0};
   PictureTiming timing;
-  if (sps.hrd) {
-    timing.cpbRemovalDelay = ReadBits(&state, static_cast<int32_t>(sps.cpbRemovalDelayLength));
-    timing.dpbOutputDelay = ReadBits(&state, static_cast<int32_t>(sps.dpbOutputDelayLength));
+  if (sps.h264.hrd) {
+    timing.cpbRemovalDelay = ReadBits(&state, static_cast<int32_t>(sps.h264.cpbRemovalDelayLength));
+    timing.dpbOutputDelay = ReadBits(&state, static_cast<int32_t>(sps.h264.dpbOutputDelayLength));
   }
-  if (sps.picStruct) {
+  if (sps.h264.picStruct) {
     timing.picStruct = ReadBits(&state, 4);
     for (uint32_t i = 0; i < ClockCount(timing.picStruct) && state.bitPos <= state.bitLength; ++i) {
       timing.clocks[i] = ReadBit(&state) == 1;
@@ -163,20 +163,20 @@ std::optional<PictureTiming> ReadPictureTiming(const Bytes& payload, const SpsSu
       timing.scanTypes[i] = ReadBits(&state, 2);
       timing.fieldBased[i] = ReadBit(&state) == 1;
       timing.times[i] = ReadClock(&state, 8);
-      SkipBits(&state, sps.timeOffsetLength);
+      SkipBits(&state, sps.h264.timeOffsetLength);
     }
   }
   if (state.bitPos > state.bitLength) return {};
   return timing;
 }
 
-Bytes MakePictureTiming(const PictureTiming& timing, const SpsSummary& sps, uint32_t count, uint8_t tcType) {
+Bytes MakePictureTiming(const PictureTiming& timing, const SpsFacts& sps, uint32_t count, uint8_t tcType) {
   Bytes bytes(64);
   QLNBitState state{bytes.data(), static_cast<int32_t>(bytes.size()), static_cast<uint32_t>(bytes.size()) * 8,
                     0};
-  if (sps.hrd) {
-    WriteBits(&state, static_cast<int32_t>(sps.cpbRemovalDelayLength), timing.cpbRemovalDelay);
-    WriteBits(&state, static_cast<int32_t>(sps.dpbOutputDelayLength), timing.dpbOutputDelay);
+  if (sps.h264.hrd) {
+    WriteBits(&state, static_cast<int32_t>(sps.h264.cpbRemovalDelayLength), timing.cpbRemovalDelay);
+    WriteBits(&state, static_cast<int32_t>(sps.h264.dpbOutputDelayLength), timing.dpbOutputDelay);
   }
   WriteBits(&state, 4, timing.picStruct);
   const uint32_t clocks = ClockCount(timing.picStruct);
@@ -198,7 +198,7 @@ Bytes MakePictureTiming(const PictureTiming& timing, const SpsSummary& sps, uint
     WriteBits(&state, 6, clock.minutes);
     WriteBits(&state, 5, clock.hours);
     // time_offset is there also where no HRD tells its length: 24 bits then.
-    if (sps.timeOffsetLength > 0) WriteBits(&state, static_cast<int32_t>(sps.timeOffsetLength), 0);
+    if (sps.h264.timeOffsetLength > 0) WriteBits(&state, static_cast<int32_t>(sps.h264.timeOffsetLength), 0);
   }
   if (state.bitPos % 8 != 0) WriteBit(&state, 1);
   bytes.resize((state.bitPos + 7) / 8);

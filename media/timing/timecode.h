@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "container/libav_handles.h"
-#include "sets/set_edit.h"
+#include "sets/sps_facts.h"
 #include "units/units.h"
 
 namespace qlnmedia {
@@ -51,10 +51,10 @@ struct PictureTiming {
 };
 
 // Reads a payload as the SPS says it is laid out; nothing where it breaks off.
-std::optional<PictureTiming> ReadPictureTiming(const Bytes& payload, const SpsSummary& sps);
+std::optional<PictureTiming> ReadPictureTiming(const Bytes& payload, const SpsFacts& sps);
 // A payload with the clock of `count` in every timestamp that `timing` has, or in the first if it has none;
 // for an SPS whose pic_struct_present_flag is 1.
-Bytes MakePictureTiming(const PictureTiming& timing, const SpsSummary& sps, uint32_t count, uint8_t tcType);
+Bytes MakePictureTiming(const PictureTiming& timing, const SpsFacts& sps, uint32_t count, uint8_t tcType);
 
 // The clock timestamps of a time_code payload (ITU-T H.265 clause D.2.27) that are there; as many as stand in
 // front of the place where it breaks off.

@@ -45,13 +45,13 @@ AVRational ParseAsked(const std::string& text) {
 
 }  // namespace
 
-AVRational VuiFrameRate(Codec codec, const SpsSummary& sps) {
+AVRational VuiFrameRate(Codec codec, const SpsFacts& sps) {
   // A tick is a field in H.264. In HEVC it is a picture, and a picture is a field where the stream says so.
-  const bool fields = codec == Codec::kH264 || sps.interlace[2];
+  const bool fields = codec == Codec::kH264 || sps.hevc.interlace[2];
   return Reduced(sps.timeScale, uint64_t{sps.numUnitsInTick} * (fields ? 2 : 1));
 }
 
-KnownRates RatesOf(const AVStream& stream, bool raw, Codec codec, const std::optional<SpsSummary>& sps) {
+KnownRates RatesOf(const AVStream& stream, bool raw, Codec codec, const std::optional<SpsFacts>& sps) {
   KnownRates known;
   if (!raw) {
     known.container = stream.avg_frame_rate;
@@ -59,7 +59,7 @@ KnownRates RatesOf(const AVStream& stream, bool raw, Codec codec, const std::opt
   }
   if (!sps) return known;
   known.stream = VuiFrameRate(codec, *sps);
-  known.halves = codec == Codec::kH264 ? !sps->frameMbsOnly : sps->interlace[2];
+  known.halves = codec == Codec::kH264 ? !sps->h264.frameMbsOnly : sps->hevc.interlace[2];
   // Every picture of such a HEVC stream is a field, and has a packet of its own.
   if (codec == Codec::kHevc && known.halves && IsKnown(known.container))
     known.container = Half(known.container);

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "container/libav_handles.h"
-#include "sets/set_edit.h"
+#include "sets/sps_facts.h"
 
 namespace qlnmedia {
 
@@ -20,10 +20,10 @@ struct KnownRates {
 
 // The rate that a VUI gives: of frames, also where pictures are fields; 0/1 where it gives none (ITU-T H.264
 // clause E.2.1, H.265 clause E.3.1).
-AVRational VuiFrameRate(Codec codec, const SpsSummary& sps);
+AVRational VuiFrameRate(Codec codec, const SpsFacts& sps);
 
 // The rates of a stream; a raw one has no container's. `sps` is the first of the stream, if it is known.
-KnownRates RatesOf(const AVStream& stream, bool raw, Codec codec, const std::optional<SpsSummary>& sps);
+KnownRates RatesOf(const AVStream& stream, bool raw, Codec codec, const std::optional<SpsFacts>& sps);
 
 // The rate to count by: the container's; where that is no rate that timecodes count by, as the average of a
 // short clip may be, a near one that is. `asked` is the text of --rate, empty if it was not given. Throws

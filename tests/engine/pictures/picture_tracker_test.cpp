@@ -19,9 +19,9 @@ using qln::test::MakeFieldPictures;
 
 using Counts = std::vector<std::array<int64_t, 3>>;  // group, top, bottom
 
-SliceHead Head(const SpsSummary& sps, int unitType, uint32_t refIdc) {
+SliceHead Head(const SpsFacts& sps, int unitType, uint32_t refIdc) {
   SliceHead head;
-  head.sps = std::make_shared<const SpsSummary>(sps);
+  head.sps = std::make_shared<const SpsFacts>(sps);
   head.unitType = unitType;
   head.refIdc = refIdc;
   return head;
@@ -30,7 +30,7 @@ SliceHead Head(const SpsSummary& sps, int unitType, uint32_t refIdc) {
 std::array<int64_t, 3> Flat(const OrderCount& count) { return {count.group, count.top, count.bottom}; }
 
 TEST(OrderCounter, H264Type0WrapsInBothDirections) {
-  SpsSummary sps;
+  SpsFacts sps;
   sps.log2MaxPocLsb = 4;
   struct Step {
     int type;
@@ -51,11 +51,11 @@ TEST(OrderCounter, H264Type0WrapsInBothDirections) {
 }
 
 TEST(OrderCounter, H264Type1AddsTheOffsetsOfItsCycle) {
-  SpsSummary sps;
-  sps.pocType = 1;
-  sps.pocCycle.nonReference = -3;
-  sps.pocCycle.topToBottom = 1;
-  sps.pocCycle.offsets = {2, 4};
+  SpsFacts sps;
+  sps.h264.pocType = 1;
+  sps.h264.pocCycle.nonReference = -3;
+  sps.h264.pocCycle.topToBottom = 1;
+  sps.h264.pocCycle.offsets = {2, 4};
   OrderCounter counter(Codec::kH264);
   const auto next = [&](int type, uint32_t refIdc, uint32_t frameNum, std::array<int32_t, 2> delta) {
     SliceHead head = Head(sps, type, refIdc);
@@ -79,8 +79,8 @@ TEST(OrderCounter, H264Type1AddsTheOffsetsOfItsCycle) {
 }
 
 TEST(OrderCounter, H264Type2FollowsCodingOrder) {
-  SpsSummary sps;
-  sps.pocType = 2;
+  SpsFacts sps;
+  sps.h264.pocType = 2;
   OrderCounter counter(Codec::kH264);
   int64_t expected = 0;
   for (uint32_t i = 0; i < 40; ++i) {
@@ -95,7 +95,7 @@ TEST(OrderCounter, H264Type2FollowsCodingOrder) {
 }
 
 TEST(OrderCounter, H264Operation5BeginsAnew) {
-  SpsSummary sps;
+  SpsFacts sps;
   sps.log2MaxPocLsb = 4;
   OrderCounter counter(Codec::kH264);
   counter.Next(Head(sps, 5, 1), false);
@@ -110,7 +110,7 @@ TEST(OrderCounter, H264Operation5BeginsAnew) {
 }
 
 TEST(OrderCounter, HevcCountsFromPicturesThatOthersMayCountFrom) {
-  SpsSummary sps;
+  SpsFacts sps;
   sps.log2MaxPocLsb = 4;
   OrderCounter counter(Codec::kHevc);
   const auto next = [&](int type, uint32_t lsb, uint32_t temporalId = 0) {

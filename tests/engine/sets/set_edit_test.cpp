@@ -60,13 +60,13 @@ TEST(SetEdit, KeepsTheBitsAroundWhatChanges) {
     return bits.u(1, 1).u(1, 1).ue(0).ue(0).ue(11).ue(11).ue(2).ue(4);
   };
   const Bytes sps = Unit(vui(false, false, false));
-  const SpsSummary summary = ReadSpsSummary(Codec::kH264, sps).value();
-  EXPECT_TRUE(summary.vui && summary.hrd && summary.signalType);
+  const SpsFacts summary = ReadSpsFacts(Codec::kH264, sps).value();
+  EXPECT_TRUE(summary.vui && summary.h264.hrd && summary.signalType);
   EXPECT_EQ(summary.width, 128u);
   EXPECT_EQ(summary.height, 96u);
-  EXPECT_EQ(summary.cpbRemovalDelayLength, 18u);
-  EXPECT_EQ(summary.dpbOutputDelayLength, 10u);
-  EXPECT_EQ(summary.timeOffsetLength, 24u);
+  EXPECT_EQ(summary.h264.cpbRemovalDelayLength, 18u);
+  EXPECT_EQ(summary.h264.dpbOutputDelayLength, 10u);
+  EXPECT_EQ(summary.h264.timeOffsetLength, 24u);
   EXPECT_EQ(summary.timeScale, 60000u);
   SpsEdit edit;
   edit.colour = ColourCodes{1, 1, 1};
@@ -102,7 +102,7 @@ TEST(SetEdit, ReadsPastScalingListsAndOrderCycles) {
   bits.u(5, 0);
   bits.ue(0).ue(1).u(1, 0).se(-5).se(6).ue(2).se(1).se(-1).ue(1).u(1, 0);
   bits.ue(7).ue(5).u(1, 1).u(1, 1).u(1, 1).ue(0).ue(4).ue(0).ue(3).u(1, 0);
-  const SpsSummary summary = ReadSpsSummary(Codec::kH264, Unit(bits)).value();
+  const SpsFacts summary = ReadSpsFacts(Codec::kH264, Unit(bits)).value();
   EXPECT_EQ(summary.id, 3u);
   EXPECT_EQ(summary.width, 120u);
   EXPECT_EQ(summary.height, 90u);
@@ -157,13 +157,13 @@ TEST(SetEdit, HevcWalksEverythingInFrontOfTheVui) {
     return bits.u(1, 1).u(32, 1).u(32, 50).u(1, 0).u(1, 0).u(1, 0).u(1, 0);
   };
   const Bytes sps = Unit(whole(false, false, false));
-  const SpsSummary summary = ReadSpsSummary(Codec::kHevc, sps).value();
+  const SpsFacts summary = ReadSpsFacts(Codec::kHevc, sps).value();
   EXPECT_EQ(summary.id, 2u);
   EXPECT_EQ(summary.width, 120u);
   EXPECT_EQ(summary.height, 90u);
   EXPECT_EQ(summary.timeScale, 50u);
   EXPECT_EQ(summary.numUnitsInTick, 1u);
-  EXPECT_TRUE(summary.interlace[0]);
+  EXPECT_TRUE(summary.hevc.interlace[0]);
   SpsEdit edit;
   edit.colour = ColourCodes{9, 16, 9};
   edit.interlace = {false, true, true};
@@ -196,15 +196,16 @@ TEST(SetEdit, HevcProfilesChangeInBothSetsAndTheirSubLayers) {
     bits.u(16, 0x4001).u(4, 0).u(2, 3).u(6, 0).u(3, 2).u(1, 1).u(16, 0xFFFF);
     return PutProfiles(bits, general, subLayer).u(9, 0x0AB);
   };
-  const SpsSummary summary = ReadSpsSummary(Codec::kHevc, Unit(sps(9, 5, 0, 0))).value();
-  EXPECT_TRUE(summary.interlace[0] && summary.frameOnly);
+  const SpsFacts summary = ReadSpsFacts(Codec::kHevc, Unit(sps(9, 5, 0, 0))).value();
+  EXPECT_TRUE(summary.hevc.interlace[0] && summary.hevc.frameOnly);
   EXPECT_EQ(summary.sarWidth, 32u);
   EXPECT_EQ(summary.sarHeight, 64u);
-  EXPECT_TRUE(summary.delays.present && summary.delays.subPictures && summary.delays.unitsInPictureTiming);
-  EXPECT_EQ(summary.delays.duIncrement, 12u);
-  EXPECT_EQ(summary.delays.dpbOutputDu, 7u);
-  EXPECT_EQ(summary.delays.cpbRemoval, 24u);
-  EXPECT_EQ(summary.delays.dpbOutput, 9u);
+  EXPECT_TRUE(summary.hevc.delays.present && summary.hevc.delays.subPictures &&
+              summary.hevc.delays.unitsInPictureTiming);
+  EXPECT_EQ(summary.hevc.delays.duIncrement, 12u);
+  EXPECT_EQ(summary.hevc.delays.dpbOutputDu, 7u);
+  EXPECT_EQ(summary.hevc.delays.cpbRemoval, 24u);
+  EXPECT_EQ(summary.hevc.delays.dpbOutput, 9u);
 
   // progressive, interlaced, non-packed, frame-only: the third stays as it is.
   SpsEdit edit;
@@ -280,7 +281,7 @@ TEST(SetEdit, RandomBytesDoNoHarm) {
     for (const Codec codec : {Codec::kH264, Codec::kHevc}) {
       const std::optional<Bytes> edited = EditSps(codec, bytes, edit);
       if (!edited) continue;
-      const std::optional<SpsSummary> read = ReadSpsSummary(codec, *edited);
+      const std::optional<SpsFacts> read = ReadSpsFacts(codec, *edited);
       ASSERT_TRUE(read.has_value()) << ToHex(bytes);
       ASSERT_EQ(read->colour, edit.colour);
     }

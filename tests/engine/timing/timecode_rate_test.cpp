@@ -14,13 +14,13 @@ double Rate(const KnownRates& known, const std::string& asked = {}) {
 }
 
 TEST(TimecodeRate, AVuiCountsFields) {
-  SpsSummary sps;
+  SpsFacts sps;
   EXPECT_EQ(VuiFrameRate(Codec::kH264, sps).num, 0);
   sps.numUnitsInTick = 1001;
   sps.timeScale = 60000;
   EXPECT_DOUBLE_EQ(av_q2d(VuiFrameRate(Codec::kH264, sps)), 30000.0 / 1001);
   EXPECT_DOUBLE_EQ(av_q2d(VuiFrameRate(Codec::kHevc, sps)), 60000.0 / 1001);
-  sps.interlace[2] = true;  // field_seq_flag
+  sps.hevc.interlace[2] = true;  // field_seq_flag
   EXPECT_DOUBLE_EQ(av_q2d(VuiFrameRate(Codec::kHevc, sps)), 30000.0 / 1001);
   sps.numUnitsInTick = 0xFFFFFFFF;
   sps.timeScale = 0xFFFFFFFF;

@@ -63,7 +63,7 @@ TEST(PictureTimecode, AGroupFollowsTheOneInFrontOfIt) {
 }
 
 TEST(PictureTimecode, ANewMessageHoldsOneFullTimestamp) {
-  SpsSummary sps;  // no HRD: 24 bits of time offset
+  SpsFacts sps;  // no HRD: 24 bits of time offset
   // pic_struct 0, clock, ct_type 0, no field units, counting 0, full, no discontinuity, none dropped.
   const auto expected = BitBuilder()
                             .u(4, 0)
@@ -85,8 +85,8 @@ TEST(PictureTimecode, ANewMessageHoldsOneFullTimestamp) {
 
 // A field has one clock, of an interlaced scan; where a tick is told it is a field, and frames count two.
 TEST(PictureTimecode, AFieldsMessageSaysWhichFieldItIs) {
-  SpsSummary sps;
-  sps.timeOffsetLength = 0;
+  SpsFacts sps;
+  sps.h264.timeOffsetLength = 0;
   sps.numUnitsInTick = 1;
   sps.timeScale = 50;
   for (const uint32_t picStruct : {1u, 2u}) {
@@ -109,12 +109,12 @@ TEST(PictureTimecode, AFieldsMessageSaysWhichFieldItIs) {
 }
 
 TEST(PictureTimecode, AnExistingMessageKeepsAllButItsClock) {
-  SpsSummary sps;
-  sps.hrd = true;
-  sps.picStruct = true;
-  sps.cpbRemovalDelayLength = 10;
-  sps.dpbOutputDelayLength = 7;
-  sps.timeOffsetLength = 0;
+  SpsFacts sps;
+  sps.h264.hrd = true;
+  sps.h264.picStruct = true;
+  sps.h264.cpbRemovalDelayLength = 10;
+  sps.h264.dpbOutputDelayLength = 7;
+  sps.h264.timeOffsetLength = 0;
   // pic_struct 3: two clocks, of which only the second is there, not a full one.
   const auto before = BitBuilder()
                           .u(10, 777)
@@ -157,8 +157,8 @@ TEST(PictureTimecode, AnExistingMessageKeepsAllButItsClock) {
 }
 
 TEST(PictureTimecode, ClocksAreReadBack) {
-  SpsSummary sps;
-  sps.picStruct = true;
+  SpsFacts sps;
+  sps.h264.picStruct = true;
   const auto timing = ReadPictureTiming(MakePictureTiming({}, sps, 1800, 4), sps);
   ASSERT_TRUE(timing.has_value());
   EXPECT_TRUE(timing->times[0].whole);

@@ -1,8 +1,8 @@
-// Reads the elements of an unescaped parameter set, and writes the set again with some of its bits replaced.
-#ifndef MEDIA_SETS_SET_READER_H
-#define MEDIA_SETS_SET_READER_H
+// Reads the bits of an unescaped unit up to its stop bit, and writes the unit again with some of its bits
+// replaced.
+#ifndef MEDIA_SETS_RBSP_READER_H
+#define MEDIA_SETS_RBSP_READER_H
 
-#include <algorithm>
 #include <cstdint>
 #include <utility>
 #include <vector>
@@ -12,17 +12,21 @@
 
 namespace qlnmedia {
 
+// Widths and values of elements that stand one behind the other; a width of 0 puts nothing.
+using BitFields = std::vector<std::pair<int, uint32_t>>;
+
 // A run of bits that takes the place of another.
 struct Splice {
   uint32_t position;
   uint32_t removed;
-  std::vector<std::pair<int, uint32_t>> fields;  // width and value
+  BitFields fields;
 };
 
-// Reads an unescaped set; `good` falls when it is read past its stop bit.
-class SetReader {
+// Positions count bits from the unit's first byte, NAL header included, emulation prevention removed. `good`
+// falls when a unit is read past its stop bit.
+class RbspReader {
  public:
-  explicit SetReader(ByteSpan unit) : bytes_(Unescape(unit)) {
+  explicit RbspReader(ByteSpan unit) : bytes_(Unescape(unit)) {
     size_t end = bytes_.size();
     while (end > 0 && bytes_[end - 1] == 0) --end;
     if (end > 0) {
@@ -33,8 +37,8 @@ class SetReader {
     bytes_.push_back(0);  // the byte behind the data that the bit functions may look at
     state_ = {bytes_.data(), static_cast<int32_t>(bytes_.size() - 1), stop_, 0};
   }
-  SetReader(const SetReader&) = delete;
-  SetReader& operator=(const SetReader&) = delete;
+  RbspReader(const RbspReader&) = delete;
+  RbspReader& operator=(const RbspReader&) = delete;
 
   // Whatever is read past the stop bit is 0, so that no count from behind the end drives a loop.
   uint32_t u(int count) { return Within(state_.bitPos <= stop_ ? ReadBits(&state_, count) : 0); }
@@ -46,32 +50,13 @@ class SetReader {
   }
   void skip(uint32_t count) { SkipBits(&state_, count); }
   uint32_t position() const { return state_.bitPos; }
-  // A bit that was passed before.
-  bool bitAt(uint32_t position) const { return (bytes_[position / 8] >> (7 - position % 8) & 1) != 0; }
+  // The position of the stop bit; 0 for a unit without one.
   uint32_t stop() const { return stop_; }
   bool good() const { return stop_ != 0 && state_.bitPos <= stop_; }
 
-  // The unit with some bits replaced, escaped.
-  Bytes With(const std::vector<Splice>& splices) {
-    Bytes out(bytes_.size() + 64, 0);
-    QLNBitState to{out.data(), static_cast<int32_t>(out.size()), static_cast<uint32_t>(out.size()) * 8, 0};
-    QLNBitState from{bytes_.data(), state_.size, static_cast<uint32_t>(state_.size) * 8, 0};
-    const auto copyTo = [&](uint32_t end) {
-      while (from.bitPos < end) {
-        const int count = static_cast<int>(std::min<uint32_t>(32, end - from.bitPos));
-        WriteBits(&to, count, ReadBits(&from, count));
-      }
-    };
-    for (const Splice& splice : splices) {
-      copyTo(splice.position);
-      for (const auto& [width, value] : splice.fields) WriteBits(&to, width, value);
-      SkipBits(&from, splice.removed);
-    }
-    copyTo(stop_);
-    WriteBit(&to, 1);
-    out.resize((to.bitPos + 7) / 8);
-    return Escape(out);
-  }
+  // The unit with some bits replaced, escaped; `splices` in order of their positions. Where the reader stands
+  // is of no matter.
+  Bytes With(const std::vector<Splice>& splices) const;
 
  private:
   uint32_t Within(uint32_t value) const { return state_.bitPos <= stop_ ? value : 0; }
