@@ -1,6 +1,9 @@
-"""Installs the library into a folder and builds and runs consumers of it: find_package, pkg-config, sub-project."""
+"""Installs everything into a folder, moves it, and builds and runs consumers: find_package, pkg-config, sub-project.
+
+No consumer is helped to find its libraries: they start, or they do not."""
 import glob
 import os
+import shlex
 import shutil
 import subprocess
 import sys
@@ -17,26 +20,35 @@ def run(*command, **environment):
 
 
 shutil.rmtree(work, ignore_errors=True)
-prefix = f"{work}/prefix"
-run(cmake, "--install", build, "--prefix", prefix)
+os.environ.pop("LD_LIBRARY_PATH", None)
+prefix = f"{work}/moved here"
+run(cmake, "--install", build, "--prefix", f"{work}/installed")
+os.rename(f"{work}/installed", prefix)
 library_dir = os.path.dirname(glob.glob(f"{prefix}/lib*/**/libqlnutil.so", recursive=True)[0])
-run_path = {"LD_LIBRARY_PATH": library_dir}
 
-# find_package
-run(cmake, "-S", f"{here}/package", "-B", f"{work}/package", "-G", "Ninja", f"-DCMAKE_PREFIX_PATH={prefix}",
-    f"-DCMAKE_C_COMPILER={c_compiler}", f"-DCMAKE_CXX_COMPILER={cxx_compiler}")
-run(cmake, "--build", f"{work}/package")
-for program in ("consumer_c", "consumer_cxx"):
-    run(f"{work}/package/{program}", **run_path)
+# find_package, at the language levels that hosts use and with both compilers
+compilers = [(c_compiler, cxx_compiler), ("clang-14", "clang++-14")]
+for c, cxx in compilers:
+    for standard in ("17", "20"):
+        folder = f"{work}/package-{os.path.basename(cxx)}-{standard}"
+        run(cmake, "-S", f"{here}/package", "-B", folder, "-G", "Ninja", f"-DCMAKE_PREFIX_PATH={prefix}",
+            f"-DCMAKE_C_COMPILER={c}", f"-DCMAKE_CXX_COMPILER={cxx}", f"-DCMAKE_CXX_STANDARD={standard}")
+        run(cmake, "--build", folder)
+        for program in ("consumer_c", "consumer_cxx"):
+            run(f"{folder}/{program}")
 
 # pkg-config, naming nothing but qlnutil
 package_path = {"PKG_CONFIG_PATH": f"{library_dir}/pkgconfig"}
-flags = run("pkg-config", f"--define-variable=prefix={prefix}", "--cflags", "--libs", "qlnutil", **package_path).split()
+flags = shlex.split(run("pkg-config", "--cflags", "--libs", "qlnutil", **package_path))
+flags.append(f"-Wl,-rpath,{library_dir}")
 strict = ["-Wall", "-Wextra", "-Wpedantic", "-Werror"]
 run(c_compiler, "-std=c11", *strict, f"{here}/consumer.c", "-o", f"{work}/with_pkgconfig_c", *flags)
-run(cxx_compiler, "-std=c++20", *strict, f"{here}/consumer.cpp", "-o", f"{work}/with_pkgconfig_cxx", *flags)
+run(cxx_compiler, "-std=c++17", *strict, f"{here}/consumer.cpp", "-o", f"{work}/with_pkgconfig_cxx", *flags)
 for program in ("with_pkgconfig_c", "with_pkgconfig_cxx"):
-    run(f"{work}/{program}", **run_path)
+    run(f"{work}/{program}")
+
+# the tool, from where it lies
+run(f"{prefix}/bin/qlnmedia", "--version")
 
 # sub-project: tests, tools and benchmarks are off by themselves
 run(cmake, "-S", f"{here}/subproject", "-B", f"{work}/subproject", "-G", "Ninja", f"-DQLNUTIL_SOURCE={source}",
