@@ -4,39 +4,41 @@
 #include <cstring>
 
 #include "timecode/kxtimecode.h"
+#include "timecode/timecode_types.h"
 
 namespace {
 
 constexpr size_t kMostDigits = 10;  // of a count, and so of its hours
 
-// A rate, and the frame numbers that are skipped at the start of each minute but each tenth. They are
-// constants, so that no division by them is one.
-template <uint32_t kRate, uint32_t kSkipped>
+// How a type counts. The numbers are constants, so that no division by them is one.
+template <uint8_t kType>
 struct Counting {
-  static constexpr uint32_t framesPerSecond = kRate;
-  static constexpr uint32_t dropped = kSkipped;
+  static constexpr uint32_t framesPerSecond = qln::FindTimecodeType(kType)->numbers;
+  static constexpr uint32_t dropped = qln::FindTimecodeType(kType)->skipped;
 };
 
-// Calls `action` with the counting of a timecode type.
+// Calls `action` with the counting of a timecode type; unknown ones count as those without skipped numbers.
 template <class Action>
 auto WithCountingOf(uint32_t type, Action action) {
   switch (type) {
-    case 1:
-    case 128:
-    case 132:
-      return action(Counting<24, 0>());
-    case 4:
-      return action(Counting<30, 2>());
-    case 8:
-      return action(Counting<25, 0>());
-    case 16:
-      return action(Counting<50, 0>());
-    case 32:
-      return action(Counting<60, 4>());
-    case 64:
-      return action(Counting<60, 0>());
+    case qln::kTcFilm:
+      return action(Counting<qln::kTcFilm>());
+    case qln::kTcFilmDrop:
+      return action(Counting<qln::kTcFilmDrop>());
+    case qln::kTc23_98:
+      return action(Counting<qln::kTc23_98>());
+    case qln::kTcDropFrame:
+      return action(Counting<qln::kTcDropFrame>());
+    case qln::kTcPal:
+      return action(Counting<qln::kTcPal>());
+    case qln::kTc50:
+      return action(Counting<qln::kTc50>());
+    case qln::kTc59_94:
+      return action(Counting<qln::kTc59_94>());
+    case qln::kTc60:
+      return action(Counting<qln::kTc60>());
     default:
-      return action(Counting<30, 0>());
+      return action(Counting<qln::kTcNonDropFrame>());
   }
 }
 

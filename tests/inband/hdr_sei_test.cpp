@@ -7,7 +7,7 @@
 #include <limits>
 
 #include "inband/test_frame.h"
-#include "qlnutil/inband/fixed_point.h"
+#include "qlnutil/inband/colour_units.h"
 #include "qlnutil/qlninband.h"
 
 namespace qln {

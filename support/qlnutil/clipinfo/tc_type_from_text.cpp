@@ -4,18 +4,14 @@
 
 #include <cstring>
 
+#include "timecode/timecode_types.h"
+
 namespace qln {
 namespace {
 
-struct TypeWord {
-  const char* word;
-  uint32_t type;
-};
-
-// In this order: the first that the value begins with counts.
-constexpr TypeWord kTypeWords[] = {{"frames", 0}, {"23.98", 132},    {"film-drop", 128},    {"film", 1},
-                                   {"pal", 8},    {"drop-frame", 4}, {"non-drop-frame", 4}, {"50", 16},
-                                   {"59.94", 32}, {"60", 64}};
+// In this order: the first whose word the value begins with counts.
+constexpr uint8_t kTypes[] = {kTcFrames,    kTc23_98,        kTcFilmDrop, kTcFilm,  kTcPal,
+                              kTcDropFrame, kTcNonDropFrame, kTc50,       kTc59_94, kTc60};
 
 constexpr const char* kSpellings[] = {"TcType=", "tctype=", "TCTYPE="};
 constexpr size_t kValueOffset = 8;  // the spelling and its quote
@@ -29,9 +25,9 @@ const char* FindAttribute(const char* text) {
 
 char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-bool BeginsWith(const char* text, const char* lowerWord) {
-  for (; *lowerWord != '\0'; ++text, ++lowerWord) {
-    if (Lower(*text) != *lowerWord) return false;
+bool BeginsWith(const char* text, std::string_view lowerWord) {
+  for (const char c : lowerWord) {
+    if (Lower(*text++) != c) return false;
   }
   return true;
 }
@@ -42,8 +38,9 @@ uint32_t QLNInfoTcTypeFromText(const char* text) {
   if (text == nullptr) return 0;
   const char* const attribute = FindAttribute(text);
   if (attribute == nullptr || attribute[kValueOffset - 1] == '\0') return 0;
-  for (const TypeWord& candidate : kTypeWords) {
-    if (BeginsWith(attribute + kValueOffset, candidate.word)) return candidate.type;
+  for (const uint8_t type : kTypes) {
+    if (!BeginsWith(attribute + kValueOffset, FindTimecodeType(type)->word)) continue;
+    return type == kTcNonDropFrame ? kTcDropFrame : type;
   }
   return 0;
 }

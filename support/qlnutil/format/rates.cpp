@@ -2,13 +2,11 @@
 
 #include "qlnutil/format/rates.h"
 
+#include "qlnutil/format/tc_type.h"
 #include "qlnutil/qlnformat.h"
 
 namespace qln {
 namespace {
-
-constexpr double kDefaultFramesPerSecond = 29.97002997002997;
-constexpr double kDefaultMsPerFrame = 33.36666666666667;
 
 struct RateRow {
   uint32_t field;
@@ -19,31 +17,10 @@ struct RateRow {
 constexpr RateRow kRatesOver1001[] = {{14, 15000}, {23, 24000}, {29, 30000},  {47, 48000},
                                       {59, 60000}, {71, 72000}, {119, 120000}};
 
-struct TcRow {
-  uint32_t type;
-  double framesPerSecond;
-  double msPerFrame;
-};
-
-// Type 2 keeps the milliseconds of type 4: hosts pace both by the same clock.
-constexpr TcRow kTcRows[] = {
-    {QLN_TC_FILM, 24.0, 41.666666666666664},
-    {QLN_TC_NON_DROP_FRAME, 30.0, kDefaultMsPerFrame},
-    {QLN_TC_DROP_FRAME, kDefaultFramesPerSecond, kDefaultMsPerFrame},
-    {QLN_TC_PAL, 25.0, 40.0},
-    {QLN_TC_50, 50.0, 20.0},
-    {QLN_TC_59_94, 59.94005994005994, 16.68333333333333},
-    {QLN_TC_60, 60.0, 16.66666666666667},
-    {QLN_TC_FILM_DROP, 23.976023976023978, 41.708333333333336},
-    {QLN_TC_23_98, 23.976023976023978, 41.708333333333336},
-};
-constexpr TcRow kTcDefault = {QLN_TC_FRAMES, kDefaultFramesPerSecond, kDefaultMsPerFrame};
-
-const TcRow& TcRowOf(uint32_t tcType) {
-  for (const TcRow& row : kTcRows) {
-    if (row.type == (tcType & 0xFF)) return row;
-  }
-  return kTcDefault;
+// What is not known counts as a plain count does.
+const TimecodeType& TcRowOf(uint32_t tcType) {
+  const TimecodeType* const type = FindTimecodeType(tcType);
+  return type != nullptr ? *type : *FindTimecodeType(kTcFrames);
 }
 
 // The rates that a measured one is taken for, each with its rational form and the timecode type that counts
@@ -135,7 +112,7 @@ int32_t vidRateScaleFromSize(uint32_t width, uint32_t height, uint32_t* rate, ui
 
 double vidFramesPerSecD(QLNSignalFormat format, uint32_t rate, uint32_t scale) {
   if (rate == 0 || scale == 0) {
-    if (vidRateScale(format, &rate, &scale) != 0) return kDefaultFramesPerSecond;
+    if (vidRateScale(format, &rate, &scale) != 0) return kNtscFramesPerSecond;
   }
   return static_cast<double>(rate) / static_cast<double>(scale);
 }

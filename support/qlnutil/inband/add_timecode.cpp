@@ -75,18 +75,18 @@ uint32_t WriteAvcPicTiming(uint8_t (&output)[256], const TimeDigits& digits, uin
   // Start code, NAL header, payload type and size.
   constexpr uint8_t kHead[] = {0, 0, 0, 1, kAvcSei, kPicTiming, 0};
   writer.WriteBytes(kHead, sizeof kHead);
-  writer.WriteBits(4, 0);                                                           // pic_struct: frame
-  writer.WriteBits(1, 1);                                                           // clock_timestamp_flag
-  writer.WriteBits(2, 0);                                                           // ct_type
-  writer.WriteBits(1, 0);                                                           // nuit_field_based_flag
-  writer.WriteBits(5, tcType == kTcDropFrame || tcType == kTcDropFrame60 ? 4 : 0);  // counting_type
-  writer.WriteBits(1, 1);                                                           // full_timestamp_flag
-  writer.WriteBits(1, 0);                                                           // discontinuity_flag
-  writer.WriteBits(1, 0);                                                           // cnt_dropped_flag
-  writer.WriteBits(8, digits.frames);                                               // n_frames
-  writer.WriteBits(6, digits.seconds);                                              // seconds_value
-  writer.WriteBits(6, digits.minutes);                                              // minutes_value
-  writer.WriteBits(5, digits.hours);                                                // hours_value
+  writer.WriteBits(4, 0);                             // pic_struct: frame
+  writer.WriteBits(1, 1);                             // clock_timestamp_flag
+  writer.WriteBits(2, 0);                             // ct_type
+  writer.WriteBits(1, 0);                             // nuit_field_based_flag
+  writer.WriteBits(5, SkipsNumbers(tcType) ? 4 : 0);  // counting_type
+  writer.WriteBits(1, 1);                             // full_timestamp_flag
+  writer.WriteBits(1, 0);                             // discontinuity_flag
+  writer.WriteBits(1, 0);                             // cnt_dropped_flag
+  writer.WriteBits(8, digits.frames);                 // n_frames
+  writer.WriteBits(6, digits.seconds);                // seconds_value
+  writer.WriteBits(6, digits.minutes);                // minutes_value
+  writer.WriteBits(5, digits.hours);                  // hours_value
   QLNBitState source{scratch, sizeof scratch, sizeof scratch * 8, static_cast<uint32_t>(writer.bitPos)};
   QLNBitState destination{output, sizeof output, sizeof output * 8, 0};
   WriteSeiPacket(&source, &destination, sizeof kHead - 1, false);

@@ -6,12 +6,9 @@
 
 #include "qlnutil/qlnframe.h"
 #include "timecode/kxtimecode.h"
+#include "timecode/timecode_types.h"
 
 namespace qln {
-
-// Timecode types by which counting differs here.
-inline constexpr uint8_t kTcDropFrame = 4;
-inline constexpr uint8_t kTcDropFrame60 = 32;
 
 // The frame's timecode as a count of frames: the first choice that is one.
 inline uint32_t FrameTimeCode(const DFrame& frame) {

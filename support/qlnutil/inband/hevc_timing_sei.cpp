@@ -38,7 +38,7 @@ class Unit {
 // counting_type of table D.2
 uint32_t CountingType(uint8_t tcType) {
   if (tcType == kTcDropFrame) return 4;
-  return tcType == kTcDropFrame60 ? 6 : 0;
+  return tcType == kTc59_94 ? 6 : 0;
 }
 
 uint8_t TimeCodeTypeOf(const HevcSpsRecord& sps) {
@@ -47,17 +47,17 @@ uint8_t TimeCodeTypeOf(const HevcSpsRecord& sps) {
   switch (rate) {
     case 23:
     case 24:
-      return 1;
+      return kTcFilm;
     case 25:
-      return 8;
+      return kTcPal;
     case 30:
-      return 2;
+      return kTcNonDropFrame;
     case 50:
-      return fieldMark ? 8 : 16;
+      return fieldMark ? kTcPal : kTc50;
     case 59:
-      return fieldMark ? kTcDropFrame : kTcDropFrame60;
+      return fieldMark ? kTcDropFrame : kTc59_94;
     case 60:
-      return fieldMark ? 2 : 64;
+      return fieldMark ? kTcNonDropFrame : kTc60;
     default:
       return kTcDropFrame;
   }

@@ -4,7 +4,7 @@
 #define QLNUTIL_INBAND_MASTERING_DISPLAY_H
 
 #include "qlnutil/bits/bit_writer.h"
-#include "qlnutil/inband/fixed_point.h"
+#include "qlnutil/inband/colour_units.h"
 #include "qlnutil/qlnframe.h"
 
 namespace qln {

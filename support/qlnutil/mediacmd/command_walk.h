@@ -36,7 +36,7 @@ class CommandWalk {
   CommandWalk(MediaCmd& record, uint8_t tcType, Emitter& emitter)
       : command_(record),
         view_(record),
-        tcType_(tcType == kTcTypeUnset ? kTcTypeFrames : tcType),
+        tcType_(tcType == kTcUnset ? kTcFrames : tcType),
         emitter_(emitter) {}
 
   // Returns false where memory for an encoded text was missing; what was emitted until then stands.
@@ -125,7 +125,7 @@ class CommandWalk {
 
   void WritePoint(std::string_view name, int32_t value, uint32_t typeWord, uint32_t offsetFlag) {
     const NumberText text =
-        tcType_ == kTcTypeFrames ? NumberText::Decimal(value) : NumberText::Timecode(value, typeWord);
+        tcType_ == kTcFrames ? NumberText::Decimal(value) : NumberText::Timecode(value, typeWord);
     emitter_.BeginTimecode(name, value, TcTypeWord(tcType_), text.view());
     if (Has(offsetFlag)) emitter_.Flag("IsOffset");
     WriteFlags(kPointFlags);

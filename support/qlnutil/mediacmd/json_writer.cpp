@@ -25,7 +25,7 @@ class JsonEmitter {
     out_.Append('"', name, "\": {\"Value\":", value, ",\"String\":\"", text, "\",");
   }
   void BeginTimecode(std::string_view name, int32_t value, std::string_view type, std::string_view text) {
-    if (type.empty()) type = TcTypeWord(kTcTypeDropFrame);
+    if (type.empty()) type = TcTypeWord(kTcDropFrame);
     out_.Append('"', name, "\": {\"Value\":", static_cast<uint32_t>(value), ",\"TcType\":\"", type,
                 "\",\"TcString\":\"", text, "\",");
   }

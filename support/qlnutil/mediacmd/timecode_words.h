@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "timecode/kxtimecode.h"
+#include "timecode/timecode_types.h"
 
 namespace qln {
 
@@ -18,36 +19,12 @@ inline constexpr uint32_t kReadTimecode = 0x100;
 // Asked for as a whole, whatever the type, where a point counts in the time of a queue or a service.
 inline constexpr uint32_t kServiceTimecode = 0xB2140;
 
-inline constexpr uint8_t kTcTypeFrames = 0;
-inline constexpr uint8_t kTcTypeDropFrame = 4;
-inline constexpr uint8_t kTcTypeUnset = 255;  // written like frames
+inline constexpr uint8_t kTcUnset = 255;  // written like frames
 
 // The word of a timecode type; empty for a type that has none.
 constexpr std::string_view TcTypeWord(uint8_t type) {
-  switch (type) {
-    case 0:
-      return "frames";
-    case 1:
-      return "film";
-    case 2:
-      return "non-drop-frame";
-    case 4:
-      return "drop-frame";
-    case 8:
-      return "pal";
-    case 16:
-      return "50";
-    case 32:
-      return "59.94";
-    case 64:
-      return "60";
-    case 128:
-      return "film-drop";
-    case 132:
-      return "23.98";
-    default:
-      return {};
-  }
+  const TimecodeType* const found = FindTimecodeType(type);
+  return found != nullptr ? found->word : std::string_view();
 }
 
 // A short text that is made of a number; it lives as long as this object.

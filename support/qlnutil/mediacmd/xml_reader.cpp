@@ -214,7 +214,7 @@ uint32_t ReadDocument(MediaCmd* command, const uint32_t* tcType, const TiXmlDocu
   if (root == nullptr) root = document.FirstChild("ClipInfo");
   if (root == nullptr) return kNoRoot;
   if (root->ToElement() == nullptr) return kRootIsNoElement;
-  XmlReader(*command, tcType != nullptr ? *tcType : kTcTypeDropFrame, *root->ToElement()).Read();
+  XmlReader(*command, tcType != nullptr ? *tcType : kTcDropFrame, *root->ToElement()).Read();
   return kRead;
 }
 

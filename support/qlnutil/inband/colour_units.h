@@ -1,7 +1,7 @@
 // Colour values as the streams carry them: whole numbers out of doubles, by arithmetic that is defined for
 // all.
-#ifndef QLNUTIL_INBAND_FIXED_POINT_H
-#define QLNUTIL_INBAND_FIXED_POINT_H
+#ifndef QLNUTIL_INBAND_COLOUR_UNITS_H
+#define QLNUTIL_INBAND_COLOUR_UNITS_H
 
 #include <cstdint>
 
