@@ -9,6 +9,7 @@
 #include "captions/sequencer.h"
 #include "captions/service_block.h"
 #include "captions/text.h"
+#include "container/line21_channel.h"
 #include "fuzz_input.h"
 
 namespace {
@@ -41,7 +42,7 @@ void TakeText(std::string_view text, int row, int service) {
 }
 
 void TakeTriplets(qln::fuzz::Input input) {
-  qlnmedia::CaptionDecoder decoder;
+  qlnmedia::CaptionDecoder decoder(qlnmedia::MakeLine21Channel);
   int pictures = 0;
   for (; input.left() != 0 && pictures < 200; ++pictures) {
     qlnmedia::Triplets triplets;

@@ -5,7 +5,6 @@
 
 #include "fuzz_input.h"
 #include "pictures/picture_tracker.h"
-#include "pictures/picture_units.h"
 #include "pictures/presentation_order.h"
 #include "timing/hevc_timing.h"
 #include "timing/timecode.h"
@@ -18,22 +17,16 @@ void Expect(bool holds) {
   if (!holds) __builtin_trap();
 }
 
-void TakePacket(PictureTracker& tracker, PictureReader& reader, const std::vector<Unit>& units,
-                PresentationOrder& order) {
-  size_t begin = 0;
-  for (const TrackedPicture& picture : tracker.Take(units)) {
-    Expect(picture.begin >= begin && picture.begin < units.size() && picture.head.sps != nullptr);
-    begin = picture.begin;
-    if (!picture.secondField)
-      order.Add({picture.order.group, std::min(picture.order.top, picture.order.bottom)});
-  }
-  for (const Unit& unit : units) reader.TakeSet(unit.bytes);
+void TakePacket(PictureTracker& tracker, const std::vector<Unit>& units, PresentationOrder& order) {
   size_t end = 0;
-  for (const CodedPicture& picture : reader.Pictures(units)) {
+  for (const CodedPicture& picture : tracker.Take(units)) {
     Expect(picture.begin >= end && picture.begin <= picture.slice && picture.slice < picture.end &&
            picture.end <= units.size());
     end = picture.end;
-    Expect(reader.SlicesOf(units, picture) <= (kSliceI | kSliceP | kSliceB | kSliceSwitching));
+    Expect(tracker.SlicesOf(units, picture) <= (kSliceI | kSliceP | kSliceB | kSliceSwitching));
+    if (!picture.head) continue;
+    Expect(picture.head->sps != nullptr);
+    if (!picture.secondField) order.Add(KeyOfHeader(picture));
   }
 }
 
@@ -64,12 +57,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   const std::vector<Unit> all = TakeApart(ByteSpan(input.data(), input.left()), Framing{}).units;
   PictureTracker tracker(codec);
-  PictureReader reader(codec);
   PresentationOrder order;
   for (size_t from = 0; from < all.size(); from += perPacket) {
     const size_t to = std::min(all.size(), from + perPacket);
     TakePacket(
-        tracker, reader,
+        tracker,
         {all.begin() + static_cast<std::ptrdiff_t>(from), all.begin() + static_cast<std::ptrdiff_t>(to)},
         order);
   }

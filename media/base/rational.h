@@ -1,24 +1,14 @@
-// Exact fractions: rates, and the units in which times are counted.
+// Exact fractions, and how large ones are made to fit.
 #ifndef MEDIA_BASE_RATIONAL_H
 #define MEDIA_BASE_RATIONAL_H
 
-#include <cstdint>
+#include "qlnmedia/rational.h"
 
 namespace qlnmedia {
 
-// `numerator` / `denominator`; 0 / 1 is "not known" for a rate.
-struct Rational {
-  int32_t numerator = 0;
-  int32_t denominator = 1;
-
-  double value() const {
-    return denominator == 0 ? 0 : static_cast<double>(numerator) / static_cast<double>(denominator);
-  }
-  // Equal in value; fractions need not be reduced.
-  friend bool operator==(const Rational& a, const Rational& b) {
-    return int64_t{a.numerator} * b.denominator == int64_t{b.numerator} * a.denominator;
-  }
-};
+// The fraction in its lowest terms. Where a term is above `most`, the nearest one of the fractions that fit.
+// `most` is at least 1 and fits an int32_t; a denominator of 0 gives 0 / 1.
+Rational Reduced(uint64_t numerator, uint64_t denominator, uint32_t most = 1u << 30);
 
 }  // namespace qlnmedia
 

@@ -56,18 +56,4 @@ std::vector<CaptionService> CaptionDecoder::services() const {
   return services;
 }
 
-std::vector<CaptionService> DecodeCaptions(const CaptionSurvey& survey, const ProgressCallback& progress) {
-  CaptionDecoder decoder;
-  PictureClock clock(survey.order, survey.pace);
-  ReadCaptions(
-      survey,
-      [&](const CaptionedPicture& picture) {
-        decoder.Add(picture.triplets, picture.seconds);
-        clock.Next();
-      },
-      progress);
-  decoder.Finish(clock.seconds());  // where a picture behind the last one would begin
-  return decoder.services();
-}
-
 }  // namespace qlnmedia

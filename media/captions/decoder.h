@@ -15,6 +15,7 @@ namespace qlnmedia {
 
 class CaptionDecoder {
  public:
+  explicit CaptionDecoder(const Line21ChannelMaker& make) : fields_{{1, make}, {2, make}} {}
   // Takes the triplets of the next picture in presentation order.
   void Add(const Triplets& triplets, double seconds);
   // Ends what stands on the screen.
@@ -31,14 +32,10 @@ class CaptionDecoder {
     void Show(std::string text, double seconds);
   };
 
-  Line21Field fields_[2] = {Line21Field(1), Line21Field(2)};
+  Line21Field fields_[2];
   qlnmedia::captions::ServiceReader reader_;
   std::map<int, Digital> digital_;  // by service
 };
-
-// All services of what was surveyed.
-std::vector<CaptionService> DecodeCaptions(const CaptionSurvey& survey,
-                                           const ProgressCallback& progress = {});
 
 }  // namespace qlnmedia
 

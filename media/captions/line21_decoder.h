@@ -4,36 +4,34 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "captions/text.h"
-#include "container/libav_handles.h"
 
 namespace qlnmedia {
 
-// One caption channel, decoded by libavcodec.
+// Decodes one caption channel. The decoder stands outside: see MakeLine21Channel of the containers' room.
 class Line21Channel {
  public:
+  virtual ~Line21Channel() = default;
   // Takes a pair of channel 1; `field` is 1 or 2.
-  void Add(int field, uint8_t first, uint8_t second, double seconds);
+  virtual void Add(int field, uint8_t first, uint8_t second, double seconds) = 0;
   // Ends what stands on the screen.
-  void Finish(double seconds);
-  const std::vector<CaptionLine>& lines() const { return lines_; }
-
- private:
-  void Open();
-  void Feed();
-
-  CodecContextHandle context_;
-  PacketHandle packet_;
-  std::vector<CaptionLine> lines_;
+  virtual void Finish(double seconds) = 0;
+  virtual const std::vector<CaptionLine>& lines() const = 0;
 };
+
+// Makes the decoder of a channel that is met; throws Error where there is none.
+using Line21ChannelMaker = std::function<std::unique_ptr<Line21Channel>()>;
 
 // A field with its two caption channels, its two text channels, and, in field 2, extended data services.
 class Line21Field {
  public:
-  explicit Line21Field(int field) : field_(field) {}
+  Line21Field(int field, Line21ChannelMaker make) : field_(field), make_(std::move(make)) {}
 
   void Add(uint8_t first, uint8_t second, double seconds);
   void Finish(double seconds);
@@ -44,11 +42,11 @@ class Line21Field {
   void TakeControl(uint8_t code, uint8_t parameter);
 
   int field_;
-  size_t channel_ = 0;  // that control codes spoke of last
-  bool text_ = false;   // what follows is for the text channel
-  bool data_ = false;   // what follows is for extended data services
-  std::array<Line21Channel, 2> channels_;
-  std::array<bool, 2> captionsMet_{};
+  Line21ChannelMaker make_;
+  size_t channel_ = 0;                                      // that control codes spoke of last
+  bool text_ = false;                                       // what follows is for the text channel
+  bool data_ = false;                                       // what follows is for extended data services
+  std::array<std::unique_ptr<Line21Channel>, 2> channels_;  // those that were met
   std::array<bool, 2> textMet_{};
   bool dataMet_ = false;
 };

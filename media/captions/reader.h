@@ -4,42 +4,55 @@
 #define MEDIA_CAPTIONS_READER_H
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "base/progress.h"
 #include "captions/user_data.h"
 #include "timing/picture_clock.h"
-#include "units/config_record.h"
+#include "units/coded_stream.h"
 
 namespace qlnmedia {
 
 using Triplets = std::vector<qlnmedia::captions::Triplet>;
 
 // True for H.264, HEVC and MPEG-2 pictures.
-bool MayHaveCaptions(const AVStream& stream);
+inline bool MayHaveCaptions(VideoCodec codec) { return codec != VideoCodec::kOther; }
 
-// The caption triplets of one packet, all its messages after each other; nothing if it has none. `config` is
+// The caption triplets of one packet, all its messages after each other; nothing if it has none. `framing` is
 // not used for MPEG-2.
-std::optional<Triplets> CaptionsOf(AVCodecID codec, ByteSpan data, const ConfigRecord& config);
+std::optional<Triplets> CaptionsOf(VideoCodec codec, ByteSpan data, Framing framing);
 
 // What the first pass finds: some bytes for each picture.
 struct CaptionSurvey {
   static constexpr uint8_t kNone = 255;  // a picture without captions
 
-  std::string path;
-  unsigned stream = 0;
+  std::string path;     // of the file, where there is one
+  unsigned stream = 0;  // its index there
   PicturePlaces order;
   Pace pace;
   std::vector<uint8_t> counts;  // triplets of each picture in presentation order, 254 for more, or kNone
   size_t captioned() const;
 };
 
-// Looks at the first stream that may have captions, at its first `packets` packets. Throws Error for a
-// file without such a stream.
-CaptionSurvey SurveyCaptions(const std::string& path, size_t packets = SIZE_MAX,
-                             const ProgressCallback& progress = {});
+// Makes a survey of one stream out of its packets in coding order.
+class CaptionCounter {
+ public:
+  // A stream that may have captions.
+  explicit CaptionCounter(StreamDescription stream);
+  void Add(const PacketView& packet);
+  // Packets that were added.
+  size_t packets() const { return coded_.size(); }
+  // The survey of all that was added; the object is used up.
+  CaptionSurvey Finish();
+
+ private:
+  StreamDescription stream_;
+  Framing framing_;
+  OrderSurvey order_;
+  std::vector<uint8_t> coded_;  // counts of each packet
+};
 
 // One picture of the second pass.
 struct CaptionedPicture {
@@ -48,10 +61,31 @@ struct CaptionedPicture {
   Triplets triplets;   // none for a picture without captions
 };
 
-// Reads what was surveyed once more, and hands over each picture in presentation order. Throws Error
-// where the file has changed meanwhile.
-void ReadCaptions(const CaptionSurvey& survey, const std::function<void(const CaptionedPicture&)>& take,
-                  const ProgressCallback& progress = {});
+// The second pass over the packets that were surveyed: hands over each picture in presentation order, as soon
+// as those in front of it are whole.
+class CaptionSorter {
+ public:
+  // `survey` must outlive this.
+  CaptionSorter(const CaptionSurvey& survey, const StreamDescription& stream,
+                std::function<void(const CaptionedPicture&)> take);
+  // Whether packets are missing of those that were surveyed; no more may be added.
+  bool missing() const { return packets_ < survey_.order.places.size(); }
+  void Add(const PacketView& packet);
+  void Finish() { Send(kNoPlace); }
+
+ private:
+  void Send(uint32_t unfinished);
+
+  const CaptionSurvey& survey_;
+  VideoCodec codec_;
+  Framing framing_;
+  std::function<void(const CaptionedPicture&)> take_;
+  PictureClock clock_;
+  std::map<uint32_t, Triplets> waiting_;  // pictures that come earlier in coding order
+  size_t packets_ = 0;
+  uint32_t place_ = kNoPlace;  // of the last packet's picture
+  uint32_t next_ = 0;          // place that is handed over next
+};
 
 }  // namespace qlnmedia
 

@@ -7,6 +7,7 @@
 
 #include "captions/cdp.h"
 #include "qlnutil/qlninband.h"
+#include "units/library_frame.h"
 
 namespace qlnmedia {
 
@@ -15,53 +16,33 @@ namespace captions = qlnmedia::captions;
 namespace {
 
 constexpr size_t kMostOfTheLibrary = 10;  // triplets that its H.264 maker takes, and always takes
-constexpr size_t kRoom = 1024;
-constexpr size_t kPacketHead = 16;  // of a caption packet, in front of its triplets
-constexpr size_t kPacketTail = 3;   // footer and checksums of the library's reader
+constexpr size_t kPacketHead = 16;        // of a caption packet, in front of its triplets
+constexpr size_t kPacketTail = 3;         // footer and checksums of the library's reader
 
-// A frame of the library with start codes: the given units, and the captions as a packet.
-class CaptionFrame {
- public:
-  CaptionFrame(const std::vector<Bytes>& units, const std::vector<captions::Triplet>& triplets) {
-    for (const Bytes& unit : units) {
-      data_.insert(data_.end(), {0, 0, 0, 1});
-      data_.insert(data_.end(), unit.begin(), unit.end());
-    }
-    captions::CaptionPacket packet;
-    packet.triplets = triplets;
-    const Bytes caption = captions::FramePacket(captions::WrapInAnc(captions::WriteCdp(packet)));
-    frame_.frameSize = static_cast<uint32_t>(data_.size());
-    data_.resize(data_.size() + kRoom);
-    frame_.frameData = data_.data();
-    frame_.frameCapacity = static_cast<uint32_t>(data_.size());
-    std::copy(caption.begin(), caption.end(), frame_.captionData);
-    frame_.captionSize = static_cast<uint32_t>(caption.size());
-  }
-
-  DFrame* frame() { return &frame_; }
-  // The units that stand in it.
-  std::vector<Unit> units() const {
-    return TakeApart(ByteSpan(data_.data(), frame_.frameSize), Framing{}).units;
-  }
-
- private:
-  Bytes data_;
-  DFrame frame_{};
-};
+// Gives a frame the captions as a packet.
+void PutCaptions(DFrame& frame, const std::vector<captions::Triplet>& triplets) {
+  captions::CaptionPacket packet;
+  packet.triplets = triplets;
+  const Bytes caption = captions::FramePacket(captions::WrapInAnc(captions::WriteCdp(packet)));
+  std::copy(caption.begin(), caption.end(), frame.captionData);
+  frame.captionSize = static_cast<uint32_t>(caption.size());
+}
 
 // A unit of the library's, between parameter sets and the slice; the least of each.
 Bytes FromH264Maker(const std::vector<captions::Triplet>& triplets) {
-  CaptionFrame frame({{0x67, 0x42}, {0x68, 0x80}, {0x65, 0x80}}, triplets);
-  if (qlnutilAddAVCCaptions(frame.frame(), frame.frame()->captionData, frame.frame()->captionSize, 0) != 0)
-    return {};
-  const std::vector<Unit> units = frame.units();
+  LibraryFrame made({{0x67, 0x42}, {0x68, 0x80}, {0x65, 0x80}});
+  DFrame& frame = made.frame();
+  PutCaptions(frame, triplets);
+  if (qlnutilAddAVCCaptions(&frame, frame.captionData, frame.captionSize, 0) != 0) return {};
+  const std::vector<Unit> units = made.units();
   return units.size() == 4 ? units[2].bytes : Bytes();
 }
 
 Bytes FromHevcMaker(const std::vector<captions::Triplet>& triplets) {
-  CaptionFrame frame({{0x26, 0x01, 0x80}}, triplets);
-  frame.frame()->frameSize += qlnUtilAddHevcCaptions(frame.frame(), 0);
-  const std::vector<Unit> units = frame.units();
+  LibraryFrame made({SliceStub(Codec::kHevc)});
+  PutCaptions(made.frame(), triplets);
+  made.frame().frameSize += qlnUtilAddHevcCaptions(&made.frame(), 0);
+  const std::vector<Unit> units = made.units();
   return units.size() == 2 ? units[0].bytes : Bytes();
 }
 

@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-#include "captions/decoder.h"
+#include "container/file_captions.h"
 
 namespace qlnmedia {
 

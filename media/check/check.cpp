@@ -10,13 +10,13 @@
 #include <optional>
 
 #include "base/error.h"
-#include "captions/reader.h"
 #include "check/captions.h"
 #include "check/unit_order.h"
 #include "container/coded_stream.h"
+#include "container/file_captions.h"
+#include "container/hdr_side_data.h"
 #include "container/media_file.h"
 #include "container/raw_end.h"
-#include "hdr/stream_hdr.h"
 #include "hdr/values.h"
 #include "sets/names.h"
 #include "sets/sps_facts.h"

@@ -12,12 +12,6 @@ namespace {
 
 constexpr int kHevcSuffixSei = 40;
 
-// Whether a slice is the first of its picture: first_mb_in_slice is 0, first_slice_segment_in_pic_flag is 1.
-bool BeginsPicture(Codec codec, const Bytes& slice) {
-  const size_t header = codec == Codec::kH264 ? 1 : 2;
-  return slice.size() > header && (slice[header] & 0x80) != 0;
-}
-
 class AccessUnit {
  public:
   AccessUnit(Codec codec, OrderRules rules, std::vector<std::string>& findings)
@@ -28,7 +22,7 @@ class AccessUnit {
   void Take(const Bytes& unit) {
     const int type = UnitType(codec_, unit);
     if (IsSlice(codec_, type)) {
-      if (!slice_ && !rules_.anySliceOrder && !BeginsPicture(codec_, unit))
+      if (!slice_ && !rules_.anySliceOrder && !IsFirstSlice(codec_, unit))
         Add("a frame does not begin with its picture's first slice: a unit between its slices cut it, or "
             "slices "
             "are missing");
@@ -68,7 +62,7 @@ size_t SecondFieldAt(Codec codec, const std::vector<const Bytes*>& units) {
     const int type = UnitType(codec, *units[i]);
     if (codec == Codec::kHevc && type == kHevcSuffixSei && i == behindSlice && i != 0) behindSlice = i + 1;
     if (!IsSlice(codec, type)) continue;
-    if (behindSlice != 0 && BeginsPicture(codec, *units[i])) return behindSlice;
+    if (behindSlice != 0 && IsFirstSlice(codec, *units[i])) return behindSlice;
     behindSlice = i + 1;
   }
   return units.size();

@@ -39,6 +39,16 @@ StreamDescription DescribeStream(const AVStream& stream, bool raw) {
   return described;
 }
 
+StreamDescription DescribeStream(const MediaFile& file, unsigned index) {
+  StreamDescription described = DescribeStream(*file.context()->streams[index], file.isRawStream());
+  // Readers of transport streams and raw streams find their marks in the stream itself.
+  described.ownMarks = !described.raw && file.formatName() != "mpegts";
+  const ContainerColour& container = file.containerColour(index);
+  if (container.height > 0) described.height = static_cast<uint32_t>(container.height);
+  described.bottomFirst = container.fieldOrder == AV_FIELD_BB || container.fieldOrder == AV_FIELD_TB;
+  return described;
+}
+
 PacketView ViewOf(const AVPacket& packet) {
   return {ByteSpan(packet.data, static_cast<size_t>(packet.size)), packet.pts, packet.dts,
           (packet.flags & AV_PKT_FLAG_KEY) != 0, packet.pos};

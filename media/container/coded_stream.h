@@ -40,6 +40,8 @@ std::optional<Codec> CodecOf(const AVStream& stream);
 
 // A stream in plain types; `raw` as MediaFile::isRawStream tells it.
 StreamDescription DescribeStream(const AVStream& stream, bool raw);
+// The same with all that the container says of it.
+StreamDescription DescribeStream(const MediaFile& file, unsigned index);
 // A packet in plain types, valid as long as the packet.
 PacketView ViewOf(const AVPacket& packet);
 

@@ -9,6 +9,8 @@
 
 #include "captions/caption_track.h"
 #include "captions/reader.h"
+#include "container/file_captions.h"
+#include "container/media_file.h"
 #include "edit/options.h"
 
 namespace qlnmedia {

@@ -25,7 +25,7 @@ constexpr size_t kConstraintFlags = 6;  // byte of an hvcC with general_progress
 
 InterlaceEdit::InterlaceEdit(const std::string& path, unsigned index, Codec codec, bool interlaced,
                              const ProgressCallback& progress)
-    : path_(path), index_(index), interlaced_(interlaced), reader_(Codec::kHevc) {
+    : path_(path), index_(index), interlaced_(interlaced), tracker_(Codec::kHevc) {
   if (codec != Codec::kHevc)
     Fail(fmt::format("is H.264, whose slices say themselves whether they are fields: --{} is for HEVC",
                      interlaced ? "interlaced" : "progressive"));
@@ -50,8 +50,8 @@ void InterlaceEdit::LookAhead(const ProgressCallback& progress) {
       TakeSps(*sps);
     }
   }
-  std::optional<PictureOrder> places;
-  if (interlaced_) places.emplace(stream, file.isRawStream());
+  std::optional<OrderSurvey> places;
+  if (interlaced_) places.emplace(DescribeStream(file, index_));
   const PacketHandle packet(av_packet_alloc());
   if (packet == nullptr) throw std::bad_alloc();
   Progress meter(progress, "reading", file.sizeBytes());
@@ -60,7 +60,7 @@ void InterlaceEdit::LookAhead(const ProgressCallback& progress) {
     if (packet->stream_index != static_cast<int>(index_)) continue;
     const ByteSpan data(packet->data, static_cast<size_t>(packet->size));
     signs.TakePacket(TakeApart(data, config.framing).units);
-    if (places) places->Add(*packet);
+    if (places) places->Add(ViewOf(*packet));
   }
   meter.Done();
   RequireSigns(signs);
@@ -126,14 +126,13 @@ uint32_t InterlaceEdit::PicStructOf(size_t number, size_t count, uint32_t place)
 
 bool InterlaceEdit::PatchPacket(std::vector<Unit>& units) {
   for (const Unit& unit : units) {
-    reader_.TakeSet(unit.bytes);
     if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit.bytes))) continue;
     if (const std::optional<SpsFacts> sps = ReadSpsFacts(Codec::kHevc, unit.bytes)) TakeSps(*sps);
   }
   bool changed = false;
   for (Unit& unit : units) changed = PatchVps(unit.bytes) || changed;
   const size_t packet = packets_++;
-  const std::vector<CodedPicture> pictures = reader_.Pictures(units);
+  const std::vector<CodedPicture> pictures = tracker_.Take(units);
   if (pictures.size() > 2) Fail("a packet holds more than two pictures");
   if (!pictures.empty() && !sps_) Fail("a picture comes before its sequence parameter set");
   const uint32_t place = packet < places_.size() ? places_[packet] : 0;
@@ -151,7 +150,7 @@ bool InterlaceEdit::PatchPicture(std::vector<Unit>& units, const CodedPicture& p
     InsertSei(
         units,
         SeiPlace(Codec::kHevc, units, picture.begin, picture.slice, {kActiveParameterSets, kBufferingPeriod}),
-        MakeFieldTimingUnit(picStruct, PictureReader::TemporalPlus1(units[picture.slice])));
+        MakeFieldTimingUnit(picStruct, TemporalPlus1(units[picture.slice].bytes)));
     ++timingsAdded_;
     return true;
   }

@@ -7,8 +7,9 @@
 #include <vector>
 
 #include "base/progress.h"
+#include "container/libav_handles.h"
 #include "edit/scan_signs.h"
-#include "pictures/picture_places.h"
+#include "pictures/order_survey.h"
 #include "units/config_record.h"
 
 namespace qlnmedia {
@@ -51,7 +52,7 @@ class InterlaceEdit {
   unsigned index_;
   bool interlaced_;
   bool bottomFirst_ = false;
-  PictureReader reader_;
+  PictureTracker tracker_;
   std::optional<SpsFacts> sps_;
   std::vector<uint32_t> places_;  // of each packet in presentation order; empty where nobody asks
   size_t packets_ = 0;

@@ -72,11 +72,10 @@ void ScanSigns::TakeSps(const SpsFacts& sps) {
 
 void ScanSigns::TakePacket(const std::vector<Unit>& units) {
   for (const Unit& unit : units) {
-    reader_.TakeSet(unit.bytes);
     if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit.bytes))) continue;
     if (const std::optional<SpsFacts> sps = ReadSpsFacts(Codec::kHevc, unit.bytes)) TakeSps(*sps);
   }
-  const std::vector<CodedPicture> pictures = reader_.Pictures(units);
+  const std::vector<CodedPicture> pictures = tracker_.Take(units);
   if (pictures.size() == 2) Keep(fields_, "a packet holds two pictures");
   for (const CodedPicture& picture : pictures) {
     const std::optional<PictureTimingPlace> timing = FindPictureTiming(units, picture);

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "container/media_file.h"
-#include "pictures/picture_units.h"
+#include "pictures/picture_tracker.h"
 #include "timing/hevc_timing.h"
 
 namespace qlnmedia {
@@ -26,7 +26,7 @@ std::optional<PictureTimingPlace> FindPictureTiming(const std::vector<Unit>& uni
 // Collects signs. Of each kind the first one is kept, as a text that ends "... because".
 class ScanSigns {
  public:
-  ScanSigns(const MediaFile& file, unsigned index) : file_(file), index_(index), reader_(Codec::kHevc) {}
+  ScanSigns(const MediaFile& file, unsigned index) : file_(file), index_(index), tracker_(Codec::kHevc) {}
 
   void TakeSps(const SpsFacts& sps);
   // The units of one packet, its parameter sets first.
@@ -42,7 +42,7 @@ class ScanSigns {
  private:
   const MediaFile& file_;
   unsigned index_;
-  PictureReader reader_;
+  PictureTracker tracker_;
   std::optional<SpsFacts> sps_;
   std::string fields_;
   std::string frames_;

@@ -9,7 +9,7 @@
 #include <new>
 
 #include "base/error.h"
-#include "hdr/stream_hdr.h"
+#include "container/hdr_side_data.h"
 #include "units/access_unit.h"
 
 namespace qlnmedia {

@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "base/error.h"
+#include "container/coded_stream.h"
 #include "timing/timecode_rate.h"
 #include "units/access_unit.h"
 
@@ -19,8 +20,8 @@ constexpr int kPictureTiming = 1;
 constexpr int kTimeCode = 136;
 
 // pic_struct of a picture by table D-1 of ITU-T H.264.
-uint32_t PicStructOf(const TrackedPicture& picture) {
-  if (picture.head.field) return picture.head.bottom ? 2 : 1;
+uint32_t PicStructOf(const CodedPicture& picture) {
+  if (picture.head->field) return picture.head->bottom ? 2 : 1;
   const OrderCount& order = picture.order;
   return order.top == order.bottom ? 0 : order.top < order.bottom ? 3 : 4;
 }
@@ -52,9 +53,9 @@ TimecodePatcher::TimecodePatcher(const MediaFile& in, unsigned index, Codec code
     tracker_.TakeSet(unit);
     if (!first && IsSps(codec, UnitType(codec, unit))) first = ReadSpsFacts(codec, unit);
   }
-  AVRational rate{0, 1};
+  Rational rate;
   if (options.timecodeType.empty() || !options.rate.empty())
-    rate = TimecodeRate(RatesOf(*in.context()->streams[index], raw_, codec, first), options.rate);
+    rate = TimecodeRate(RatesOf(DescribeStream(in, index), codec, first), options.rate);
   start_ = ParseTimecode(options.timecode, options.timecodeType, rate);
 }
 
@@ -65,25 +66,25 @@ void TimecodePatcher::Fail(const std::string& what, const std::string& advice) c
 void TimecodePatcher::Announce(const AVPacket& packet) {
   const ByteSpan data(packet.data, static_cast<size_t>(packet.size));
   announced_.push_back(tracker_.Take(TakeApart(data, framing_).units));
+  std::erase_if(announced_.back(), [](const CodedPicture& picture) { return !picture.head; });
   int frames = 0;
-  for (const TrackedPicture& picture : announced_.back()) {
+  for (const CodedPicture& picture : announced_.back()) {
     if (picture.secondField) continue;
     if (++frames > 1) Fail("has two frames in one packet, which would share one time");
     if (!raw_ && packet.pts == AV_NOPTS_VALUE)
       Fail("has a picture without a presentation time", "remux it with times first");
-    order_.Add(raw_ ? PresentationKey{picture.order.group, std::min(picture.order.top, picture.order.bottom)}
-                    : PresentationKey{0, packet.pts});
+    order_.Add(raw_ ? KeyOfHeader(picture) : PresentationKey{0, packet.pts});
   }
 }
 
 bool TimecodePatcher::Ready() const {
   if (order_.ready()) return true;
-  const auto waits = [](const TrackedPicture& picture) { return !picture.secondField; };
+  const auto waits = [](const CodedPicture& picture) { return !picture.secondField; };
   return !announced_.empty() && std::none_of(announced_.front().begin(), announced_.front().end(), waits);
 }
 
 bool TimecodePatcher::Patch(std::vector<Unit>& units) {
-  const std::vector<TrackedPicture> pictures = std::move(announced_.front());
+  const std::vector<CodedPicture> pictures = std::move(announced_.front());
   announced_.pop_front();
   if (pictures.empty()) {
     if (FirstPictureUnit(codec_, units) < units.size())
@@ -92,10 +93,10 @@ bool TimecodePatcher::Patch(std::vector<Unit>& units) {
   }
   std::vector<Unit> patched;
   for (size_t i = 0; i < pictures.size(); ++i) {
+    const size_t begin = i == 0 ? 0 : pictures[i].begin;
     const size_t end = i + 1 < pictures.size() ? pictures[i + 1].begin : units.size();
-    std::vector<Unit> own(
-        std::make_move_iterator(units.begin() + static_cast<std::ptrdiff_t>(pictures[i].begin)),
-        std::make_move_iterator(units.begin() + static_cast<std::ptrdiff_t>(end)));
+    std::vector<Unit> own(std::make_move_iterator(units.begin() + static_cast<std::ptrdiff_t>(begin)),
+                          std::make_move_iterator(units.begin() + static_cast<std::ptrdiff_t>(end)));
     PutTimecode(own, pictures[i], FrameOf(pictures[i], own));
     patched.insert(patched.end(), std::make_move_iterator(own.begin()), std::make_move_iterator(own.end()));
   }
@@ -103,11 +104,11 @@ bool TimecodePatcher::Patch(std::vector<Unit>& units) {
   return true;
 }
 
-uint32_t TimecodePatcher::FrameOf(const TrackedPicture& picture, const std::vector<Unit>& units) {
+uint32_t TimecodePatcher::FrameOf(const CodedPicture& picture, const std::vector<Unit>& units) {
   if (picture.secondField) return frame_;
   frame_ = order_.Take();
   if (codec_ == Codec::kH264) return frame_;
-  const bool field = picture.head.sps->hevc.interlace[2];
+  const bool field = picture.head->sps->hevc.interlace[2];
   if (field != fields_.value_or(field))
     Fail("changes between frames and single fields", "leave --timecode out");
   fields_ = field;
@@ -120,9 +121,9 @@ uint32_t TimecodePatcher::FrameOf(const TrackedPicture& picture, const std::vect
 
 // Two fields make a frame of an HEVC stream when they follow each other in output order, top and bottom
 // (ITU-T H.265 clause D.3.3). A field without its other half would put all that follow into wrong frames.
-void TimecodePatcher::CheckParity(uint32_t place, const TrackedPicture& picture,
+void TimecodePatcher::CheckParity(uint32_t place, const CodedPicture& picture,
                                   const std::vector<Unit>& units) {
-  const std::optional<int> picStruct = HevcPicStruct(units, *picture.head.sps);
+  const std::optional<int> picStruct = HevcPicStruct(units, *picture.head->sps);
   const bool top = picStruct == 1 || picStruct == 9 || picStruct == 11;
   const bool bottom = picStruct == 2 || picStruct == 10 || picStruct == 12;
   if (!top && !bottom)
@@ -134,7 +135,7 @@ void TimecodePatcher::CheckParity(uint32_t place, const TrackedPicture& picture,
          "leave --timecode out");
 }
 
-void TimecodePatcher::PutTimecode(std::vector<Unit>& units, const TrackedPicture& picture, uint32_t frame) {
+void TimecodePatcher::PutTimecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t frame) {
   ++count_;
   if (codec_ == Codec::kH264) {
     PutH264Timecode(units, picture, start_.count + frame);
@@ -142,13 +143,12 @@ void TimecodePatcher::PutTimecode(std::vector<Unit>& units, const TrackedPicture
   }
   RemoveSei(codec_, units, [](const SeiMessage& message) { return message.type == kTimeCode; });
   InsertSei(codec_, units,
-            MakeHevcTimecodeUnit(start_.count + frame, start_.type, picture.head.sps->hevc.interlace[2],
-                                 picture.head.temporalId));
+            MakeHevcTimecodeUnit(start_.count + frame, start_.type, picture.head->sps->hevc.interlace[2],
+                                 picture.head->temporalId));
 }
 
-void TimecodePatcher::PutH264Timecode(std::vector<Unit>& units, const TrackedPicture& picture,
-                                      uint32_t count) {
-  const SpsFacts& sps = *picture.head.sps;
+void TimecodePatcher::PutH264Timecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t count) {
+  const SpsFacts& sps = *picture.head->sps;
   const uint32_t picStruct = PicStructOf(picture);
   bool found = false;
   for (Unit& unit : units) {

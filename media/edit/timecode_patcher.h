@@ -36,10 +36,10 @@ class TimecodePatcher {
   int count() const { return count_; }
 
  private:
-  uint32_t FrameOf(const TrackedPicture& picture, const std::vector<Unit>& units);
-  void CheckParity(uint32_t place, const TrackedPicture& picture, const std::vector<Unit>& units);
-  void PutTimecode(std::vector<Unit>& units, const TrackedPicture& picture, uint32_t frame);
-  void PutH264Timecode(std::vector<Unit>& units, const TrackedPicture& picture, uint32_t count);
+  uint32_t FrameOf(const CodedPicture& picture, const std::vector<Unit>& units);
+  void CheckParity(uint32_t place, const CodedPicture& picture, const std::vector<Unit>& units);
+  void PutTimecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t frame);
+  void PutH264Timecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t count);
   [[noreturn]] void Fail(const std::string& what, const std::string& advice = {}) const;
 
   std::string path_;
@@ -50,10 +50,10 @@ class TimecodePatcher {
   TimecodeStart start_;
   PictureTracker tracker_;
   PresentationOrder order_;
-  std::deque<std::vector<TrackedPicture>> announced_;  // the pictures of each packet
-  uint32_t frame_ = 0;                                 // of the last picture
-  std::optional<bool> fields_;                         // HEVC: whether pictures are fields
-  std::optional<bool> evenIsBottom_;                   // of those fields: what the even places are
+  std::deque<std::vector<CodedPicture>> announced_;  // the pictures of each packet
+  uint32_t frame_ = 0;                               // of the last picture
+  std::optional<bool> fields_;                       // HEVC: whether pictures are fields
+  std::optional<bool> evenIsBottom_;                 // of those fields: what the even places are
   int count_ = 0;
 };
 

@@ -11,6 +11,7 @@
 
 #include "qlnutil/qlnh264.h"
 #include "units/access_unit.h"
+#include "units/library_frame.h"
 
 namespace qlnmedia {
 
@@ -29,22 +30,16 @@ constexpr uint32_t kIntraFrame = 0x10000000u;
 constexpr uint32_t kFirstInterFrame = 0x80000000u;
 constexpr uint32_t kSecondInterFrame = 0x20000000u;
 
-// Lets the library put one unit in front of a frame that holds nothing but the beginning of a slice, and
-// takes it out.
+// Lets the library put one unit in front of a slice.
 Bytes MakeByLibrary(uint32_t frameType, bool delimiter, bool recoveryPoint) {
-  static constexpr uint8_t kStub[] = {0, 0, 0, 1, 0x65, 0x88, 0x80};
-  Bytes data(512);
-  std::copy(std::begin(kStub), std::end(kStub), data.begin());
-  DFrame frame{};
-  frame.frameData = data.data();
-  frame.frameSize = sizeof kStub;
-  frame.frameCapacity = static_cast<uint32_t>(data.size());
-  frame.frameType = frameType;
+  LibraryFrame made({SliceStub(Codec::kH264)});
+  made.frame().frameType = frameType;
   // A recovery point says nothing that depends on the set, but is not made without one.
   const auto sps = std::make_unique<H264SpsRecord>();
-  qlnutilAddNalUnits(&frame, sps.get(), -1, delimiter ? 1 : 0, 0, recoveryPoint ? 1 : 0, 0, 0, 0, 0, 0, 0);
-  if (frame.frameSize == sizeof kStub) throw std::bad_alloc();
-  return TakeApart(ByteSpan(data).first(frame.frameSize), Framing{}).units.front().bytes;
+  qlnutilAddNalUnits(&made.frame(), sps.get(), -1, delimiter ? 1 : 0, 0, recoveryPoint ? 1 : 0, 0, 0, 0, 0, 0,
+                     0);
+  if (made.frame().frameSize == made.sizeBefore()) throw std::bad_alloc();
+  return made.units().front().bytes;
 }
 
 bool HasMessage(Codec codec, const Unit& unit, int type) {
@@ -89,11 +84,10 @@ bool UnitAdder::HasDelimiter(const std::vector<Unit>& units, const CodedPicture&
 }
 
 Unit UnitAdder::MakeDelimiter(const std::vector<Unit>& units, const CodedPicture& picture) const {
-  const unsigned kinds = reader_.SlicesOf(units, picture);
+  const unsigned kinds = tracker_.SlicesOf(units, picture);
   Unit unit;
-  unit.bytes = codec_ == Codec::kH264
-                   ? MakeH264Delimiter(kinds)
-                   : MakeHevcDelimiter(kinds, PictureReader::TemporalPlus1(units[picture.slice]));
+  unit.bytes = codec_ == Codec::kH264 ? MakeH264Delimiter(kinds)
+                                      : MakeHevcDelimiter(kinds, TemporalPlus1(units[picture.slice].bytes));
   return unit;
 }
 
@@ -106,7 +100,7 @@ bool UnitAdder::NeedsRecoveryPoint(const std::vector<Unit>& units, const CodedPi
   }
   const int type = UnitType(codec_, units[picture.slice].bytes);
   if (codec_ == Codec::kHevc) return type == kCra;
-  if (type == 5 || reader_.SlicesOf(units, picture) != kSliceI) return false;
+  if (type == 5 || tracker_.SlicesOf(units, picture) != kSliceI) return false;
   // A picture of intra slices alone is none: what follows may still refer to what stands in front of it.
   if (mark.byContainer ? mark.key : ownSps) return true;
   ++intraLeft_;
@@ -115,8 +109,7 @@ bool UnitAdder::NeedsRecoveryPoint(const std::vector<Unit>& units, const CodedPi
 
 bool UnitAdder::Add(std::vector<Unit>& units, PacketMark mark) {
   if (!delimiters_ && !recoveryPoints_) return false;
-  for (const Unit& unit : units) reader_.TakeSet(unit.bytes);
-  const std::vector<CodedPicture> pictures = reader_.Pictures(units);
+  const std::vector<CodedPicture> pictures = tracker_.Take(units);
   bool starts = false;
   // From the last to the first, so that the places of those in front stay.
   for (size_t n = pictures.size(); n-- > 0;) {
@@ -128,9 +121,8 @@ bool UnitAdder::Add(std::vector<Unit>& units, PacketMark mark) {
       InsertSei(units,
                 SeiPlace(codec_, units, picture.begin, picture.slice,
                          {kActiveParameterSets, kBufferingPeriod, kPictureTiming, kDecodingUnitInfo}),
-                codec_ == Codec::kH264
-                    ? MakeH264RecoveryPoint()
-                    : MakeHevcRecoveryPoint(PictureReader::TemporalPlus1(units[picture.slice])));
+                codec_ == Codec::kH264 ? MakeH264RecoveryPoint()
+                                       : MakeHevcRecoveryPoint(TemporalPlus1(units[picture.slice].bytes)));
       ++recoveryPointsAdded_;
       starts = true;
     }

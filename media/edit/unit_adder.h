@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "pictures/picture_units.h"
+#include "pictures/picture_tracker.h"
 
 namespace qlnmedia {
 
@@ -20,10 +20,10 @@ struct PacketMark {
 class UnitAdder {
  public:
   UnitAdder(Codec codec, bool delimiters, bool recoveryPoints)
-      : codec_(codec), delimiters_(delimiters), recoveryPoints_(recoveryPoints), reader_(codec) {}
+      : codec_(codec), delimiters_(delimiters), recoveryPoints_(recoveryPoints), tracker_(codec) {}
 
   // Shows it a parameter set that stands outside the packets.
-  void TakeSet(ByteSpan unit) { reader_.TakeSet(unit); }
+  void TakeSet(ByteSpan unit) { tracker_.TakeSet(unit); }
 
   // Adds what is missing in the units of one packet. Returns true where decoding can start at the packet and
   // that had to be said: a recovery point went in.
@@ -42,7 +42,7 @@ class UnitAdder {
   Codec codec_;
   bool delimiters_;
   bool recoveryPoints_;
-  PictureReader reader_;
+  PictureTracker tracker_;
   int delimitersAdded_ = 0;
   int recoveryPointsAdded_ = 0;
   int intraLeft_ = 0;  // intra pictures of which nothing says that decoding can start there

@@ -1,11 +1,10 @@
-// Static HDR metadata of a container's stream and of a frame's SEI.
+// Static HDR metadata of a stream, and the SEI that carry it.
 #ifndef MEDIA_HDR_STREAM_HDR_H
 #define MEDIA_HDR_STREAM_HDR_H
 
 #include <optional>
 #include <vector>
 
-#include "container/libav_handles.h"
 #include "hdr/values.h"
 #include "units/units.h"
 
@@ -15,12 +14,6 @@ struct StreamHdr {
   std::optional<MasteringDisplay> mastering;
   std::optional<LightLevel> lightLevel;
 };
-
-// What the container's boxes say.
-StreamHdr ContainerHdr(const AVStream& stream);
-// Sets the container's side data.
-void SetContainerMastering(AVStream* stream, const MasteringDisplay& display);
-void SetContainerLightLevel(AVStream* stream, const LightLevel& level);
 
 // What a frame's SEI say, found by the library.
 StreamHdr HdrOf(Codec codec, const std::vector<Unit>& units);

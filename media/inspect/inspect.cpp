@@ -3,9 +3,9 @@
 #include "inspect/inspect.h"
 
 #include "base/library_messages.h"
-#include "captions/reader.h"
 #include "check/captions.h"
 #include "container/coded_stream.h"
+#include "container/file_captions.h"
 #include "container/media_file.h"
 #include "container/raw_end.h"
 #include "inspect/codec.h"

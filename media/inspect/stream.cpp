@@ -6,7 +6,7 @@
 
 #include <fmt/format.h>
 
-#include "hdr/stream_hdr.h"
+#include "container/hdr_side_data.h"
 #include "inspect/codec.h"
 #include "inspect/dolby_vision.h"
 #include "inspect/format.h"
@@ -28,7 +28,7 @@ std::string DurationText(double seconds) {
   return fmt::format("{}:{:02}:{:02}.{:03}", ms / 3600000, ms / 60000 % 60, ms / 1000 % 60, ms % 1000);
 }
 
-Json RationalJson(AVRational value) { return Json{{"numerator", value.num}, {"denominator", value.den}}; }
+Json FractionJson(AVRational value) { return Json{{"numerator", value.num}, {"denominator", value.den}}; }
 
 std::string FourccText(uint32_t tag) {
   std::string text;
@@ -99,7 +99,7 @@ Section& AddStream(Section& report, const MediaFile& file, unsigned index) {
     section.Add("width", "Width", parameters.width);
     section.Add("height", "Height", parameters.height);
     if (stream.avg_frame_rate.num > 0 && stream.avg_frame_rate.den > 0) {
-      section.Add("average_frame_rate", "Frame rate", RationalJson(stream.avg_frame_rate),
+      section.Add("average_frame_rate", "Frame rate", FractionJson(stream.avg_frame_rate),
                   fmt::format("{:.5g}", av_q2d(stream.avg_frame_rate)));
       AddSignalFormat(section, RasterOf(stream));
     }
@@ -110,7 +110,7 @@ Section& AddStream(Section& report, const MediaFile& file, unsigned index) {
                 fmt::format("{} Hz", parameters.sample_rate));
     section.Add("channels", "Channels", parameters.ch_layout.nb_channels);
   }
-  section.Add("time_base", "Time base", RationalJson(stream.time_base),
+  section.Add("time_base", "Time base", FractionJson(stream.time_base),
               fmt::format("{}/{}", stream.time_base.num, stream.time_base.den));
   if (stream.duration > 0)
     section.Add("duration", "Duration", static_cast<double>(stream.duration) * av_q2d(stream.time_base),

@@ -27,12 +27,12 @@ StreamTimecodes::StreamTimecodes(const CodedStream& stream) : codec_(stream.code
   std::optional<PresentationKey> firstKey;
   for (const CodedPacket& packet : stream.packets) {
     const UnitRun run = TakeApart(packet.data, stream.config.framing);
-    const std::vector<TrackedPicture> pictures = tracker.Take(run.units);
+    const std::vector<CodedPicture> pictures = tracker.Take(run.units);
     times_.emplace_back();
-    if (pictures.empty()) continue;
-    times_.back() = Read(run.units, *pictures[0].head.sps);
-    const OrderCount& order = pictures[0].order;
-    const PresentationKey key{order.group, std::min(order.top, order.bottom)};
+    const CodedPicture* const first = FirstPlaced(pictures);
+    if (first == nullptr) continue;
+    times_.back() = Read(run.units, *first->head->sps);
+    const PresentationKey key = KeyOfHeader(*first);
     if (!times_.back() || (firstKey && *firstKey < key)) continue;
     firstKey = key;
     first_ = times_.back();

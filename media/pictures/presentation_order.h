@@ -6,6 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <optional>
+
+#include "pictures/picture_tracker.h"
+#include "units/coded_stream.h"
 
 namespace qlnmedia {
 
@@ -17,9 +21,38 @@ struct PresentationKey {
   friend auto operator<=>(const PresentationKey&, const PresentationKey&) = default;
 };
 
+// That of a picture whose place is known, by what its header says.
+PresentationKey KeyOfHeader(const CodedPicture& picture);
+
+// Gives the packets of one stream their keys, in coding order: by their times, or where they have none, as in
+// raw streams, by picture order counts, or the temporal references of MPEG-2.
+class PresentationKeys {
+ public:
+  explicit PresentationKeys(const StreamDescription& stream);
+  // The key of a packet; nothing where it begins no picture: the second field of a frame. `pictures` are
+  // those of the packet, of no meaning for MPEG-2, whose packets hold both fields, and their own order.
+  std::optional<PresentationKey> Next(const PacketView& packet, const std::vector<CodedPicture>& pictures);
+  // Whether keys are times. MPEG-2 without times in one packet is ordered by references from there on: the
+  // two kinds of order do not mix.
+  bool timed() const { return timed_; }
+
+ private:
+  PresentationKey NextOfTimes(const PacketView& packet);
+  std::optional<PresentationKey> NextOfReferences(ByteSpan data);
+
+  bool timed_;
+  bool mpeg2_;
+  double unit_;        // seconds in one of the times
+  int64_t group_ = 0;  // of times, and of MPEG-2
+  int64_t last_ = 0;
+  int64_t lastDecoding_ = kNoTime;
+};
+
 // Gives pictures their place, looking a bounded number of pictures ahead: no stream reorders by more.
 class PresentationOrder {
  public:
+  static constexpr size_t kAhead = 32;
+
   void Add(PresentationKey key) { pending_.push_back(key); }
   bool empty() const { return pending_.empty(); }
   bool ready() const { return pending_.size() > kAhead; }
@@ -27,7 +60,6 @@ class PresentationOrder {
   uint32_t Take();
 
  private:
-  static constexpr size_t kAhead = 32;
   std::deque<PresentationKey> pending_;
   std::deque<PresentationKey> taken_;  // the last kAhead
   uint32_t count_ = 0;

@@ -13,6 +13,7 @@ namespace {
 
 // Of a slice: reference lists and weights of 32 pictures stand in front of the last element read.
 constexpr size_t kHeadBytes = 1024;
+constexpr size_t kTypeBytes = 64;  // more than the elements in front of the type can fill
 constexpr uint32_t kMostReferences = 32;
 
 bool IsPps(Codec codec, int type) { return type == (codec == Codec::kH264 ? 8 : 34); }
@@ -77,6 +78,23 @@ std::optional<SliceHead> SliceHeadReader::Read(ByteSpan unit) const {
   if (!IsSlice(codec_, type)) return {};
   const ByteSpan front = unit.first(std::min(unit.size(), kHeadBytes));
   return codec_ == Codec::kH264 ? ReadH264(front) : ReadHevc(front);
+}
+
+std::optional<uint32_t> SliceHeadReader::ReadType(ByteSpan unit) const {
+  const int type = UnitType(codec_, unit);
+  RbspReader in(unit.first(std::min(unit.size(), kTypeBytes)));
+  if (codec_ == Codec::kH264) {
+    in.skip(8);
+    in.ue();  // first_mb_in_slice
+  } else {
+    in.skip(16 + 1 + (type >= 16 && type <= 23 ? 1 : 0));
+    const auto pps = pps_.find(in.ue());
+    if (!in.good() || pps == pps_.end()) return {};
+    in.skip(pps->second.extraBits);
+  }
+  const uint32_t sliceType = in.ue();
+  if (!in.good() || sliceType > (codec_ == Codec::kH264 ? 9u : 2u)) return {};
+  return sliceType;
 }
 
 std::optional<SliceHead> SliceHeadReader::ReadH264(ByteSpan unit) const {

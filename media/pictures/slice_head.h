@@ -45,6 +45,9 @@ class SliceHeadReader {
   // The head of a slice of the base layer and view. Nothing for other units, where the header breaks off, and
   // where it names sets that were not there.
   std::optional<SliceHead> Read(ByteSpan unit) const;
+  // slice_type of the first slice of a picture, 0 to 9 for H.264, 0 to 2 for HEVC; nothing where the header
+  // breaks off, or says anything else. H.264 needs no set for it, HEVC the PPS.
+  std::optional<uint32_t> ReadType(ByteSpan unit) const;
 
  private:
   std::optional<SliceHead> ReadH264(ByteSpan unit) const;

@@ -8,6 +8,7 @@
 
 #include "qlnutil/qlnbits.h"
 #include "qlnutil/qlninband.h"
+#include "units/library_frame.h"
 
 namespace qlnmedia {
 
@@ -121,23 +122,16 @@ std::optional<Bytes> WithFrameFieldInfo(const Bytes& payload, bool hadInfo, cons
 
 Bytes MakeFieldTimingUnit(uint32_t picStruct, uint8_t temporalPlus1) {
   // A frame of two fields, each the beginning of a slice; the units come to stand in front of them.
-  static constexpr uint8_t kField[] = {0, 0, 0, 1, 0x02, 0x01, 0xD0, 0x80};
-  Bytes from;
-  for (int i = 0; i < 2; ++i) from.insert(from.end(), std::begin(kField), std::end(kField));
-  Bytes to(512);
-  DFrame source{};
-  source.frameData = from.data();
-  source.frameSize = source.frameCapacity = static_cast<uint32_t>(from.size());
-  source.fieldFlags = QLN_TWO_FIELDS;
-  source.secondFieldOffset = sizeof kField;
-  DFrame destination{};
-  destination.frameData = to.data();
-  destination.frameCapacity = static_cast<uint32_t>(to.size());
+  const Bytes field = {0x02, 0x01, 0xD0, 0x80};
+  LibraryFrame from({field, field});
+  from.frame().fieldFlags = QLN_TWO_FIELDS;
+  from.frame().secondFieldOffset = from.sizeBefore() / 2;
+  LibraryFrame to({});
   // The stream as the library is to know it: the flag makes picture timing begin with frame and field info.
   const auto sps = std::make_unique<HevcSpsRecord>();
   sps->frame_field_info_present_flag = 1;
-  qlnutilSetFrameInterlaced(&source, &destination, sps.get(), 0);
-  for (const Unit& unit : TakeApart(ByteSpan(to).first(destination.frameSize), Framing{}).units) {
+  qlnutilSetFrameInterlaced(&from.frame(), &to.frame(), sps.get(), 0);
+  for (const Unit& unit : to.units()) {
     if (UnitType(Codec::kHevc, unit.bytes) != kPrefixSei) continue;
     std::vector<SeiMessage> messages = ReadSeiMessages(Codec::kHevc, unit.bytes);
     if (messages.empty() || messages.front().type != kPictureTiming) continue;

@@ -34,17 +34,17 @@ std::optional<captions::Rate> NearestRate(double picturesPerSecond, double toler
 
 // The first of the container's two rates that is a known one and near `seen`; 0 if there is none. A `seen` of
 // 0 tells nothing.
-double ToldRate(const AVStream& stream, double seen) {
-  for (const AVRational rate : {stream.avg_frame_rate, stream.r_frame_rate}) {
-    if (!captions::RateOf(rate.num, rate.den)) continue;
-    if (seen == 0 || std::fabs(seen / av_q2d(rate) - 1) < kCoarse) return av_q2d(rate);
+double ToldRate(const StreamDescription& stream, double seen) {
+  for (const Rational rate : {stream.averageRate, stream.baseRate}) {
+    if (!captions::RateOf(rate.numerator, rate.denominator)) continue;
+    if (seen == 0 || std::fabs(seen / rate.value() - 1) < kCoarse) return rate.value();
   }
   return 0;
 }
 
 // True if each step is nearer to one frame than to none or two.
 bool IsSteady(const PicturePlaces& order, double picturesPerSecond) {
-  const double frame = 1 / (picturesPerSecond * av_q2d(order.timeBase));
+  const double frame = 1 / (picturesPerSecond * order.timeBase.value());
   return std::all_of(order.steps.begin(), order.steps.end(),
                      [frame](uint32_t step) { return step > 0.5 * frame - 1 && step < 1.5 * frame + 1; });
 }
@@ -55,12 +55,12 @@ double UsualRate(const PicturePlaces& order) {
   std::vector<uint32_t> steps(order.steps.begin(), order.steps.begin() + static_cast<std::ptrdiff_t>(count));
   const auto middle = steps.begin() + static_cast<std::ptrdiff_t>(count / 2);
   std::nth_element(steps.begin(), middle, steps.end());
-  return *middle == 0 ? 0 : 1 / (*middle * av_q2d(order.timeBase));
+  return *middle == 0 ? 0 : 1 / (*middle * order.timeBase.value());
 }
 
 }  // namespace
 
-Pace PaceOf(const AVStream& stream, const PicturePlaces& order) {
+Pace PaceOf(const StreamDescription& stream, const PicturePlaces& order) {
   Pace pace;
   const double seen = order.picturesPerSecond;
   const double told = ToldRate(stream, seen);
@@ -79,7 +79,7 @@ Pace PaceOf(const AVStream& stream, const PicturePlaces& order) {
 }
 
 double PictureClock::seconds() const {
-  if (!pace_.steady) return static_cast<double>(ticks_) * av_q2d(order_.timeBase);
+  if (!pace_.steady) return static_cast<double>(ticks_) * order_.timeBase.value();
   return pace_.picturesPerSecond > 0 ? static_cast<double>(index_) / pace_.picturesPerSecond : 0;
 }
 

@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "captions/frame_rate.h"
-#include "pictures/picture_places.h"
+#include "pictures/order_survey.h"
 
 namespace qlnmedia {
 
@@ -18,7 +18,7 @@ struct Pace {
 
 // The pace of a stream: what its container says, where the pictures' times bear it out; else those times. In
 // a stream that is not steady it is that of most pictures.
-Pace PaceOf(const AVStream& stream, const PicturePlaces& order);
+Pace PaceOf(const StreamDescription& stream, const PicturePlaces& order);
 
 // Goes through the pictures in presentation order. Where they are steady, or have no times, each stands one
 // frame behind the one before; else their times count.

@@ -14,6 +14,7 @@
 #include "qlnutil/qlnbits.h"
 #include "qlnutil/qlninband.h"
 #include "timecode/kxtimecode.h"
+#include "units/library_frame.h"
 
 namespace qlnmedia {
 
@@ -106,9 +107,9 @@ std::string ClockTime::Text() const {
   return fmt::format("{:02}:{:02}:{:02}{}{:02}", hours, minutes, seconds, drop ? ';' : ':', frames);
 }
 
-bool IsTimecodeRate(AVRational rate) { return rate.den != 0 && TypeOfRate(av_q2d(rate), false) != 0; }
+bool IsTimecodeRate(Rational rate) { return rate.denominator != 0 && TypeOfRate(rate.value(), false) != 0; }
 
-TimecodeStart ParseTimecode(const std::string& text, const std::string& typeName, AVRational rate) {
+TimecodeStart ParseTimecode(const std::string& text, const std::string& typeName, Rational rate) {
   const std::string where = "--timecode " + text;
   const bool shape = text.size() == 11 && DigitsOf(text).size() == 8 && text[2] == ':' && text[5] == ':' &&
                      (text[8] == ':' || text[8] == ';');
@@ -116,7 +117,7 @@ TimecodeStart ParseTimecode(const std::string& text, const std::string& typeName
   const bool drop = text[8] == ';';
   TimecodeStart start;
   if (typeName.empty()) {
-    const double perSecond = rate.den == 0 ? 0 : av_q2d(rate);
+    const double perSecond = rate.value();
     if (TypeOfRate(perSecond, false) == 0)
       throw Error(where, fmt::format("no timecode counts {:.5g} frames a second", perSecond),
                   "say the rate with --rate, or how to count with --timecode-type");
@@ -225,19 +226,13 @@ std::vector<ClockTime> ReadTimeCode(const Bytes& payload) {
 }
 
 Bytes MakeHevcTimecodeUnit(uint32_t count, uint8_t tcType, bool field, uint32_t temporalId) {
-  // A delimiter and the beginning of a slice; the unit comes to stand between them.
   constexpr uint8_t kUnitsFieldBased = 0x10;  // behind num_clock_ts and clock_timestamp_flag
-  static constexpr uint8_t kFrame[] = {0, 0, 0, 1, 0x46, 0x01, 0x50, 0, 0, 0, 1, 0x26, 0x01, 0xAF, 0x80};
-  Bytes data(512);
-  std::copy(std::begin(kFrame), std::end(kFrame), data.begin());
-  DFrame frame{};
-  frame.frameData = data.data();
-  frame.frameSize = sizeof kFrame;
-  frame.frameCapacity = static_cast<uint32_t>(data.size());
-  frame.timeCodeA = count;
-  frame.timeCodeB = QLN_NO_TIMECODE;
-  qlnutilAddHEVCTimeCode(&frame, tcType);
-  for (const Unit& unit : TakeApart(ByteSpan(data).first(frame.frameSize), Framing{}).units) {
+  // The unit comes to stand between a delimiter and the slice.
+  LibraryFrame made({{0x46, 0x01, 0x50}, {0x26, 0x01, 0xAF, 0x80}});
+  made.frame().timeCodeA = count;
+  made.frame().timeCodeB = QLN_NO_TIMECODE;
+  qlnutilAddHEVCTimeCode(&made.frame(), tcType);
+  for (const Unit& unit : made.units()) {
     if (UnitType(Codec::kHevc, unit.bytes) != 39) continue;
     std::vector<SeiMessage> messages = ReadSeiMessages(Codec::kHevc, unit.bytes);
     if (field) messages.at(0).payload.at(0) |= kUnitsFieldBased;

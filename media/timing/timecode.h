@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "container/libav_handles.h"
+#include "base/rational.h"
 #include "sets/sps_facts.h"
 #include "units/units.h"
 
@@ -20,12 +20,12 @@ struct TimecodeStart {
 };
 
 // True for the rates that timecodes count frames by: 23.98 to 60.
-bool IsTimecodeRate(AVRational rate);
+bool IsTimecodeRate(Rational rate);
 
 // Reads "HH:MM:SS:FF", ";" in front of the frames for drop-frame. `typeName` is the name of a TcType, or
 // empty for the one that the rate asks for. Throws Error for a text that is no timecode, for one that
 // does not exist, and for drop-frame at rates that do not know it.
-TimecodeStart ParseTimecode(const std::string& text, const std::string& typeName, AVRational rate);
+TimecodeStart ParseTimecode(const std::string& text, const std::string& typeName, Rational rate);
 
 // A clock timestamp as a message carries it.
 struct ClockTime {

@@ -20,24 +20,19 @@ constexpr double kVuiTolerance = 0.0005;
 constexpr double kAverageTolerance = 0.01;
 constexpr double kShortClipTolerance = 0.1;
 
-bool IsKnown(AVRational rate) { return rate.num > 0 && rate.den > 0; }
+bool IsKnown(Rational rate) { return rate.numerator > 0 && rate.denominator > 0; }
 
-bool Near(AVRational a, AVRational b, double tolerance) {
-  return std::abs(av_q2d(a) / av_q2d(b) - 1) <= tolerance;
+bool Near(Rational a, Rational b, double tolerance) {
+  return std::abs(a.value() / b.value() - 1) <= tolerance;
 }
 
-AVRational Half(AVRational rate) { return av_mul_q(rate, {1, 2}); }
-
-// Bounded, since a VUI may hold any two numbers of 32 bits.
-AVRational Reduced(uint64_t numerator, uint64_t denominator) {
-  AVRational rate{0, 1};
-  if (numerator != 0 && denominator != 0)
-    av_reduce(&rate.num, &rate.den, static_cast<int64_t>(numerator), static_cast<int64_t>(denominator),
-              1 << 30);
-  return rate;
+// Of a known rate.
+Rational Half(Rational rate) {
+  return Reduced(static_cast<uint64_t>(rate.numerator), uint64_t{2} * static_cast<uint32_t>(rate.denominator),
+                 INT32_MAX);
 }
 
-AVRational ParseAsked(const std::string& text) {
+Rational ParseAsked(const std::string& text) {
   const std::optional<RationalRate> parsed = ParseRate(text);
   if (!parsed) throw Error("--rate " + text, "is no rate", "write 25, 29.97 or 30000/1001");
   return Reduced(parsed->rate, parsed->scale);
@@ -45,17 +40,17 @@ AVRational ParseAsked(const std::string& text) {
 
 }  // namespace
 
-AVRational VuiFrameRate(Codec codec, const SpsFacts& sps) {
+Rational VuiFrameRate(Codec codec, const SpsFacts& sps) {
   // A tick is a field in H.264. In HEVC it is a picture, and a picture is a field where the stream says so.
   const bool fields = codec == Codec::kH264 || sps.hevc.interlace[2];
   return Reduced(sps.timeScale, uint64_t{sps.numUnitsInTick} * (fields ? 2 : 1));
 }
 
-KnownRates RatesOf(const AVStream& stream, bool raw, Codec codec, const std::optional<SpsFacts>& sps) {
+KnownRates RatesOf(const StreamDescription& stream, Codec codec, const std::optional<SpsFacts>& sps) {
   KnownRates known;
-  if (!raw) {
-    known.container = stream.avg_frame_rate;
-    known.guess = stream.r_frame_rate;
+  if (!stream.raw) {
+    known.container = stream.averageRate;
+    known.guess = stream.baseRate;
   }
   if (!sps) return known;
   known.stream = VuiFrameRate(codec, *sps);
@@ -68,13 +63,13 @@ KnownRates RatesOf(const AVStream& stream, bool raw, Codec codec, const std::opt
 
 namespace {
 
-AVRational Choose(const KnownRates& known) {
-  const AVRational average = known.container;
+Rational Choose(const KnownRates& known) {
+  const Rational average = known.container;
   if (!IsKnown(average)) return known.stream;
   if (known.halves && IsKnown(known.stream) && Near(Half(average), known.stream, kAverageTolerance))
     return known.stream;  // a packet a field
   if (IsTimecodeRate(average)) return average;
-  for (const AVRational rate : {known.stream, known.guess}) {
+  for (const Rational rate : {known.stream, known.guess}) {
     if (IsTimecodeRate(rate) && (Near(average, rate, kShortClipTolerance) ||
                                  (known.halves && Near(Half(average), rate, kShortClipTolerance))))
       return rate;
@@ -84,20 +79,20 @@ AVRational Choose(const KnownRates& known) {
 
 }  // namespace
 
-AVRational TimecodeRate(const KnownRates& known, const std::string& asked) {
-  const AVRational rate = Choose(known);
+Rational TimecodeRate(const KnownRates& known, const std::string& asked) {
+  const Rational rate = Choose(known);
   if (asked.empty()) {
     if (!IsKnown(rate))
       throw Error("--timecode", "neither container nor stream says how many frames a second there are",
                   "say it with --rate, as --rate 25");
     return rate;
   }
-  const AVRational wanted = ParseAsked(asked);
+  const Rational wanted = ParseAsked(asked);
   const double tolerance = IsKnown(known.container) ? kAverageTolerance : kVuiTolerance;
   const bool agrees = !IsTimecodeRate(rate) || Near(wanted, rate, tolerance) ||
                       (known.halves && Near(wanted, Half(rate), tolerance));
   if (!agrees)
-    throw Error("--rate " + asked, fmt::format("the file says {:.5g} frames a second", av_q2d(rate)),
+    throw Error("--rate " + asked, fmt::format("the file says {:.5g} frames a second", rate.value()),
                 "leave it out, or name how to count with --timecode-type");
   return wanted;
 }

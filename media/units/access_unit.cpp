@@ -27,6 +27,11 @@ bool IsDelimiter(Codec codec, int unitType) { return unitType == (codec == Codec
 
 bool IsSps(Codec codec, int unitType) { return unitType == (codec == Codec::kH264 ? 7 : 33); }
 
+bool IsFirstSlice(Codec codec, ByteSpan slice) {
+  const size_t header = HeaderBytes(codec);
+  return slice.size() > header && slice[header] >> 7 != 0;  // both are a single bit that is 1
+}
+
 bool BeginsAccessUnit(Codec codec, int unitType) {
   if (codec == Codec::kH264) return (unitType >= 6 && unitType <= 9) || (unitType >= 14 && unitType <= 18);
   return (unitType >= 32 && unitType <= 35) || unitType == 39 || (unitType >= 41 && unitType <= 44) ||

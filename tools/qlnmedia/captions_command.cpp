@@ -9,8 +9,8 @@
 #include "base/error.h"
 #include "base/text_file.h"
 #include "captions/caption_track.h"
-#include "captions/decoder.h"
 #include "commands.h"
+#include "container/file_captions.h"
 #include "output.h"
 #include "progress_bar.h"
 

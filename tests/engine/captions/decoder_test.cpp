@@ -6,6 +6,7 @@
 
 #include "captions/line21.h"
 #include "captions/service_block.h"
+#include "container/line21_channel.h"
 
 namespace qlnmedia {
 namespace {
@@ -42,7 +43,7 @@ class Stream {
   }
 
  private:
-  CaptionDecoder decoder_;
+  CaptionDecoder decoder_{MakeLine21Channel};
   int picture_ = 0;
   int sequence_ = 0;
 };

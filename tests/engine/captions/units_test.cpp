@@ -65,12 +65,12 @@ TEST(CaptionsOf, TakesEmulationPreventionOut) {
   const Bytes h264 = Hex("06 04 11 B5 00 31 47 41 39 34 03 42 00 00 03 00 00 04 94 20 FF 80");
   Bytes data = {0, 0, 0, 1};
   data.insert(data.end(), h264.begin(), h264.end());
-  EXPECT_EQ(CaptionsOf(AV_CODEC_ID_H264, data, {}), kZeros);
+  EXPECT_EQ(CaptionsOf(VideoCodec::kH264, data, {}), kZeros);
   data = Hex("00 00 01 4E 01 04 11 B5 00 31 47 41 39 34 03 42 00 00 03 00 00 04 94 20 FF 80");
-  EXPECT_EQ(CaptionsOf(AV_CODEC_ID_HEVC, data, {}), kZeros);
+  EXPECT_EQ(CaptionsOf(VideoCodec::kHevc, data, {}), kZeros);
   // MPEG-2 has no such bytes: its user data has the markers, or it would break off.
   data = Hex("00 00 01 00 00 0F FF F8 00 00 01 B2 47 41 39 34 03 42 FF F8 00 00 FC 94 20 FF 00 00 01 01 22");
-  EXPECT_EQ(CaptionsOf(AV_CODEC_ID_MPEG2VIDEO, data, {}), kZeros);
+  EXPECT_EQ(CaptionsOf(VideoCodec::kMpeg2, data, {}), kZeros);
 }
 
 TEST(CaptionsOf, TakesAllMessagesOfAPicture) {
@@ -82,11 +82,11 @@ TEST(CaptionsOf, TakesAllMessagesOfAPicture) {
           "05 11 00 11 22 33 44 55 66 77 88 99 AA BB CC DD EE FF 55"
           "04 0E B5 00 31 47 41 39 34 03 41 FF FC 94 2F FF 80"
           "00 00 01 06 04 0E B5 00 31 47 41 39 34 03 41 FF FE 12 34 FF 80 00 00 01 65 88");
-  EXPECT_EQ(CaptionsOf(AV_CODEC_ID_H264, data, {}),
+  EXPECT_EQ(CaptionsOf(VideoCodec::kH264, data, {}),
             (std::vector<Triplet>{{true, CcType::kField1, 0x94, 0x20},
                                   {true, CcType::kField1, 0x94, 0x2F},
                                   {true, CcType::kServiceData, 0x12, 0x34}}));
-  EXPECT_FALSE(CaptionsOf(AV_CODEC_ID_H264, Hex("00 00 01 06 04 09 B5 00 31 44 54 47 31 41 F8 80"), {}));
+  EXPECT_FALSE(CaptionsOf(VideoCodec::kH264, Hex("00 00 01 06 04 09 B5 00 31 44 54 47 31 41 F8 80"), {}));
 }
 
 TEST(CaptionsOf, ReadsEveryLengthField) {
@@ -95,9 +95,8 @@ TEST(CaptionsOf, ReadsEveryLengthField) {
     Bytes data(lengthBytes, 0);
     data.back() = static_cast<uint8_t>(unit.size());
     data.insert(data.end(), unit.begin(), unit.end());
-    ConfigRecord config;
-    config.framing.lengthBytes = static_cast<int>(lengthBytes);
-    EXPECT_EQ(CaptionsOf(AV_CODEC_ID_H264, data, config),
+    const Framing framing{static_cast<int>(lengthBytes)};
+    EXPECT_EQ(CaptionsOf(VideoCodec::kH264, data, framing),
               (std::vector<Triplet>{{true, CcType::kField1, 0x94, 0x20}}));
   }
 }
@@ -107,7 +106,7 @@ TEST(CaptionsOf, TakesCutPackets) {
       "00 00 01 06 05 02 41 42 04 11 B5 00 31 47 41 39 34 03 42 FF FC 94 20 FA 00 00 FF 80 00 00 01 65 88");
   for (size_t size = 0; size <= whole.size(); ++size) {
     qln::test::ExactCopy copy(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)));
-    const auto triplets = CaptionsOf(AV_CODEC_ID_H264, {copy.data(), copy.size()}, {});
+    const auto triplets = CaptionsOf(VideoCodec::kH264, {copy.data(), copy.size()}, {});
     EXPECT_EQ(triplets.has_value(), size >= 27) << size;
   }
 }

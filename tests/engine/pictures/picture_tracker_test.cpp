@@ -135,11 +135,11 @@ TEST(OrderCounter, HevcCountsFromPicturesThatOthersMayCountFrom) {
 }
 
 // Every picture of a stream, a packet each or both fields of a frame in one.
-std::vector<TrackedPicture> Track(const std::vector<CodedFrame>& frames,
-                                  const qln::test::FieldStreamOptions& options, bool bothInOnePacket) {
+std::vector<CodedPicture> Track(const std::vector<CodedFrame>& frames,
+                                const qln::test::FieldStreamOptions& options, bool bothInOnePacket) {
   const std::vector<Bytes> pictures = MakeFieldPictures(frames, options);
   PictureTracker tracker(Codec::kH264);
-  std::vector<TrackedPicture> tracked;
+  std::vector<CodedPicture> tracked;
   size_t next = 0;
   for (const CodedFrame& frame : frames) {
     std::vector<Bytes> packets = {pictures[next++]};
@@ -150,7 +150,7 @@ std::vector<TrackedPicture> Track(const std::vector<CodedFrame>& frames,
     }
     for (const Bytes& packet : packets) {
       const auto units = TakeApart(packet, Framing{}).units;
-      for (const TrackedPicture& picture : tracker.Take(units)) tracked.push_back(picture);
+      for (const CodedPicture& picture : tracker.Take(units)) tracked.push_back(picture);
     }
   }
   return tracked;
@@ -172,18 +172,18 @@ TEST(PictureTracker, PlacesFieldsAndFrames) {
         const int64_t top = 2 * frame.place + (frame.bottomFirst ? 1 : 0);
         const int64_t bottom = 2 * frame.place + (frame.bottomFirst ? 0 : 1);
         ASSERT_LT(next, tracked.size());
-        const TrackedPicture& first = tracked[next++];
+        const CodedPicture& first = tracked[next++];
         EXPECT_FALSE(first.secondField);
-        EXPECT_EQ(first.head.field, frame.fields);
+        EXPECT_EQ(first.head->field, frame.fields);
         if (!frame.fields) {
           EXPECT_EQ(Flat(first.order), (std::array<int64_t, 3>{group, top, bottom})) << pocType;
           continue;
         }
         ASSERT_LT(next, tracked.size());
-        const TrackedPicture& second = tracked[next++];
+        const CodedPicture& second = tracked[next++];
         EXPECT_TRUE(second.secondField);
-        EXPECT_EQ(first.head.bottom, frame.bottomFirst);
-        EXPECT_EQ(second.head.bottom, !frame.bottomFirst);
+        EXPECT_EQ(first.head->bottom, frame.bottomFirst);
+        EXPECT_EQ(second.head->bottom, !frame.bottomFirst);
         EXPECT_EQ(second.begin != 0, bothInOnePacket);
         const int64_t own = frame.bottomFirst ? bottom : top;
         const int64_t other = frame.bottomFirst ? top : bottom;

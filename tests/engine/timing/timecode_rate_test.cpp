@@ -10,21 +10,21 @@ namespace qlnmedia {
 namespace {
 
 double Rate(const KnownRates& known, const std::string& asked = {}) {
-  return av_q2d(TimecodeRate(known, asked));
+  return TimecodeRate(known, asked).value();
 }
 
 TEST(TimecodeRate, AVuiCountsFields) {
   SpsFacts sps;
-  EXPECT_EQ(VuiFrameRate(Codec::kH264, sps).num, 0);
+  EXPECT_EQ(VuiFrameRate(Codec::kH264, sps).numerator, 0);
   sps.numUnitsInTick = 1001;
   sps.timeScale = 60000;
-  EXPECT_DOUBLE_EQ(av_q2d(VuiFrameRate(Codec::kH264, sps)), 30000.0 / 1001);
-  EXPECT_DOUBLE_EQ(av_q2d(VuiFrameRate(Codec::kHevc, sps)), 60000.0 / 1001);
+  EXPECT_DOUBLE_EQ(VuiFrameRate(Codec::kH264, sps).value(), 30000.0 / 1001);
+  EXPECT_DOUBLE_EQ(VuiFrameRate(Codec::kHevc, sps).value(), 60000.0 / 1001);
   sps.hevc.interlace[2] = true;  // field_seq_flag
-  EXPECT_DOUBLE_EQ(av_q2d(VuiFrameRate(Codec::kHevc, sps)), 30000.0 / 1001);
+  EXPECT_DOUBLE_EQ(VuiFrameRate(Codec::kHevc, sps).value(), 30000.0 / 1001);
   sps.numUnitsInTick = 0xFFFFFFFF;
   sps.timeScale = 0xFFFFFFFF;
-  EXPECT_NEAR(av_q2d(VuiFrameRate(Codec::kH264, sps)), 0.5, 1e-6);
+  EXPECT_NEAR(VuiFrameRate(Codec::kH264, sps).value(), 0.5, 1e-6);
 }
 
 TEST(TimecodeRate, TheContainerGoesFirst) {

@@ -1,0 +1,95 @@
+// Reads a file twice for its captions: for their order, and for themselves.
+
+#include "container/file_captions.h"
+
+#include <new>
+
+#include "base/error.h"
+#include "captions/decoder.h"
+#include "container/coded_stream.h"
+#include "container/line21_channel.h"
+
+namespace qlnmedia {
+
+namespace {
+
+// The packets of the first stream that may have captions.
+class CaptionPackets {
+ public:
+  explicit CaptionPackets(const std::string& path) : file_(path), packet_(av_packet_alloc()) {
+    if (packet_ == nullptr) throw std::bad_alloc();
+    file_.RequireVideo();
+    while (index_ < file_.context()->nb_streams && !MayHaveCaptions(*file_.context()->streams[index_]))
+      ++index_;
+    if (index_ == file_.context()->nb_streams) throw Error(path, "has no H.264, HEVC or MPEG-2 stream");
+  }
+
+  int64_t sizeBytes() const { return file_.sizeBytes(); }
+  unsigned index() const { return index_; }
+  StreamDescription stream() const { return DescribeStream(file_, index_); }
+  PacketView packet() const { return ViewOf(*packet_); }
+
+  // Goes on to the next packet of that stream; false at the end.
+  bool Next() {
+    do {
+      if (!file_.Read(packet_.get())) return false;
+    } while (packet_->stream_index != static_cast<int>(index_));
+    return true;
+  }
+
+ private:
+  MediaFile file_;
+  unsigned index_ = 0;
+  PacketHandle packet_;
+};
+
+}  // namespace
+
+bool MayHaveCaptions(const AVStream& stream) { return MayHaveCaptions(DescribeStream(stream, false).codec); }
+
+CaptionSurvey SurveyCaptions(const std::string& path, size_t packets, const ProgressCallback& progress) {
+  CaptionPackets in(path);
+  CaptionCounter counter(in.stream());
+  Progress meter(progress, "reading", in.sizeBytes());
+  while (counter.packets() < packets && in.Next()) {
+    const PacketView packet = in.packet();
+    meter.At(packet.position);
+    counter.Add(packet);
+  }
+  meter.Done();
+  CaptionSurvey survey = counter.Finish();
+  survey.path = path;
+  survey.stream = in.index();
+  return survey;
+}
+
+void ReadCaptions(const CaptionSurvey& survey, const std::function<void(const CaptionedPicture&)>& take,
+                  const ProgressCallback& progress) {
+  CaptionPackets in(survey.path);
+  CaptionSorter sorter(survey, in.stream(), take);
+  Progress meter(progress, "reading", in.sizeBytes());
+  while (sorter.missing()) {
+    if (!in.Next()) throw Error(survey.path, "has changed while it was read");
+    const PacketView packet = in.packet();
+    meter.At(packet.position);
+    sorter.Add(packet);
+  }
+  sorter.Finish();
+  meter.Done();
+}
+
+std::vector<CaptionService> DecodeCaptions(const CaptionSurvey& survey, const ProgressCallback& progress) {
+  CaptionDecoder decoder(MakeLine21Channel);
+  PictureClock clock(survey.order, survey.pace);
+  ReadCaptions(
+      survey,
+      [&](const CaptionedPicture& picture) {
+        decoder.Add(picture.triplets, picture.seconds);
+        clock.Next();
+      },
+      progress);
+  decoder.Finish(clock.seconds());  // where a picture behind the last one would begin
+  return decoder.services();
+}
+
+}  // namespace qlnmedia

@@ -1,0 +1,35 @@
+// The captions of a file's first video stream that may have some.
+#ifndef MEDIA_CONTAINER_FILE_CAPTIONS_H
+#define MEDIA_CONTAINER_FILE_CAPTIONS_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "base/progress.h"
+#include "captions/reader.h"
+#include "captions/text.h"
+#include "container/libav_handles.h"
+
+namespace qlnmedia {
+
+// True for H.264, HEVC and MPEG-2 pictures.
+bool MayHaveCaptions(const AVStream& stream);
+
+// Looks at the first stream that may have captions, at its first `packets` packets. Throws Error for a
+// file without such a stream.
+CaptionSurvey SurveyCaptions(const std::string& path, size_t packets = SIZE_MAX,
+                             const ProgressCallback& progress = {});
+
+// Reads what was surveyed once more, and hands over each picture in presentation order. Throws Error
+// where the file has changed meanwhile.
+void ReadCaptions(const CaptionSurvey& survey, const std::function<void(const CaptionedPicture&)>& take,
+                  const ProgressCallback& progress = {});
+
+// All services of what was surveyed.
+std::vector<CaptionService> DecodeCaptions(const CaptionSurvey& survey,
+                                           const ProgressCallback& progress = {});
+
+}  // namespace qlnmedia
+
+#endif

@@ -1,0 +1,18 @@
+// Static HDR metadata as containers keep it beside a stream.
+#ifndef MEDIA_CONTAINER_HDR_SIDE_DATA_H
+#define MEDIA_CONTAINER_HDR_SIDE_DATA_H
+
+#include "container/libav_handles.h"
+#include "hdr/stream_hdr.h"
+
+namespace qlnmedia {
+
+// What the container's boxes say.
+StreamHdr ContainerHdr(const AVStream& stream);
+// Sets the container's side data.
+void SetContainerMastering(AVStream* stream, const MasteringDisplay& display);
+void SetContainerLightLevel(AVStream* stream, const LightLevel& level);
+
+}  // namespace qlnmedia
+
+#endif
