@@ -10,6 +10,8 @@
 #include "container/libav_handles.h"
 #include "edit/scan_signs.h"
 #include "pictures/order_survey.h"
+#include "sets/set_edit.h"
+#include "sets/sps_facts.h"
 #include "units/config_record.h"
 
 namespace qlnmedia {

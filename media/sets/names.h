@@ -31,7 +31,10 @@ std::string VideoFormatName(uint32_t video_format);
 struct SampleAspect {
   uint32_t width = 0;
   uint32_t height = 0;
+  friend bool operator==(const SampleAspect&, const SampleAspect&) = default;
 };
+// The last aspect_ratio_idc that stands for a ratio.
+inline constexpr uint32_t kLastSampleAspect = 16;
 SampleAspect SampleAspectRatio(uint32_t aspect_ratio_idc, uint32_t sar_width, uint32_t sar_height);
 
 // "25", "29.97 (30000/1001)".

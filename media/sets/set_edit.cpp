@@ -127,9 +127,9 @@ struct VuiChanges {
 };
 
 BitFields AspectFields(const SampleAspect& aspect) {
-  const auto known = std::find(kSampleAspects.begin(), kSampleAspects.end(), aspect);
-  if (known != kSampleAspects.end())
-    return {{1, 1}, {8, static_cast<uint32_t>(known - kSampleAspects.begin())}};
+  for (uint32_t idc = 0; idc <= kLastSampleAspect; ++idc) {
+    if (aspect == SampleAspectRatio(idc, 0, 0)) return {{1, 1}, {8, idc}};
+  }
   return {{1, 1}, {8, kExtendedSar}, {16, aspect.width}, {16, aspect.height}};
 }
 

@@ -181,8 +181,7 @@ std::optional<PpsFacts> ReadPpsFacts(Codec codec, ByteSpan unit) {
 }
 
 SampleAspect SampleAspectOf(const SpsFacts& sps) {
-  if (sps.aspectRatioIdc == kExtendedSar) return {sps.sarWidth, sps.sarHeight};
-  return sps.aspectRatioIdc < kSampleAspects.size() ? kSampleAspects[sps.aspectRatioIdc] : SampleAspect{};
+  return SampleAspectRatio(sps.aspectRatioIdc, sps.sarWidth, sps.sarHeight);
 }
 
 }  // namespace qlnmedia

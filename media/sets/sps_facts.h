@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "sets/names.h"
 #include "units/units.h"
 
 namespace qlnmedia {
@@ -136,30 +137,6 @@ struct PpsFacts {
 // Nothing for a set that ends before the last element that these facts come from.
 std::optional<PpsFacts> ReadPpsFacts(Codec codec, ByteSpan pps);
 
-// The table of sample aspect ratios of ITU-T H.264 (table E-1) and H.265 (table E.1): width and height of
-// aspect_ratio_idc 0, unspecified, to 16.
-struct SampleAspect {
-  uint32_t width = 0;
-  uint32_t height = 0;
-  friend bool operator==(const SampleAspect&, const SampleAspect&) = default;
-};
-inline constexpr std::array<SampleAspect, 17> kSampleAspects = {{{0, 0},
-                                                                 {1, 1},
-                                                                 {12, 11},
-                                                                 {10, 11},
-                                                                 {16, 11},
-                                                                 {40, 33},
-                                                                 {24, 11},
-                                                                 {20, 11},
-                                                                 {32, 11},
-                                                                 {80, 33},
-                                                                 {18, 11},
-                                                                 {15, 11},
-                                                                 {64, 33},
-                                                                 {160, 99},
-                                                                 {4, 3},
-                                                                 {3, 2},
-                                                                 {2, 1}}};
 // What a set says of the shape of its samples; 0:0 for unspecified and for reserved codes.
 SampleAspect SampleAspectOf(const SpsFacts& sps);
 
