@@ -1,0 +1,225 @@
+// Reads a track's samples one by one; of what comes back only the bytes that differ are kept.
+
+#include "container/mp4/sample_pass.h"
+
+#include <algorithm>
+#include <deque>
+
+namespace qlnmedia::mp4 {
+
+namespace {
+
+class Returns final : public SampleReturns {
+ public:
+  Returns(Edit& edit, uint32_t trackId) : edit_(edit), trackId_(trackId) {}
+
+  void Given(const Sample& sample, const Bytes* bytes) {
+    // Numbers only count upwards: behind the last that came back nothing in front of it is asked for.
+    while (!waiting_.empty() && waiting_.front().number < next_) waiting_.pop_front();
+    waiting_.push_back(sample);
+    current_ = bytes;
+  }
+  void NoCurrent() { current_ = nullptr; }
+
+  void Replace(uint64_t number, ByteSpan bytes) override {
+    const auto found = std::find_if(waiting_.begin(), waiting_.end(),
+                                    [=](const Sample& sample) { return sample.number == number; });
+    if (number < next_ || found == waiting_.end()) {
+      throw ToolError(edit_.source.name(), Name(number) + " came back out of order");
+    }
+    const Sample sample = *found;
+    waiting_.erase(waiting_.begin(), found + 1);
+    next_ = number + 1;
+    const bool isCurrent = current_ != nullptr && waiting_.empty();
+    const Bytes& old = isCurrent ? *current_ : Load(sample);
+    if (std::equal(old.begin(), old.end(), bytes.begin(), bytes.end())) return;
+    if (old.empty() || bytes.empty()) {
+      throw edit_.source.Error(sample.offset, Name(number) + " is empty, or would become so");
+    }
+    if (sample.encrypted) {
+      throw edit_.source.Error(sample.offset, Name(number) + " is encrypted and cannot be changed");
+    }
+    if (bytes.size() > UINT32_MAX)
+      throw edit_.source.Error(sample.offset, Name(number) + " would pass 4 GiB");
+    edit_.samples.AddDifference(sample.offset, old, bytes);
+    ++changed_;
+  }
+
+  uint64_t changed() const { return changed_; }
+
+ private:
+  std::string Name(uint64_t number) const {
+    return "sample " + std::to_string(number + 1) + " of track " + std::to_string(trackId_);
+  }
+
+  const Bytes& Load(const Sample& sample) {
+    loaded_.resize(sample.size);
+    edit_.source.Read(sample.offset, loaded_);
+    return loaded_;
+  }
+
+  Edit& edit_;
+  uint32_t trackId_;
+  std::deque<Sample> waiting_;
+  const Bytes* current_ = nullptr;
+  Bytes loaded_;
+  uint64_t next_ = 0;
+  uint64_t changed_ = 0;
+};
+
+// Marks splices, each of which must belong to one sample or chunk only.
+class Claims {
+ public:
+  explicit Claims(const Edit& edit) : edit_(edit), taken_(edit.samples.size()) {}
+
+  void TakeSample(uint64_t begin, uint64_t end, uint32_t trackId) {
+    for (size_t i = edit_.samples.FirstFrom(begin); i < taken_.size() && edit_.samples.At(i).at < end; ++i) {
+      if (taken_[i]) {
+        throw edit_.source.Error(
+            begin, "a changed sample shares its bytes with another of track " + std::to_string(trackId));
+      }
+      taken_[i] = true;
+    }
+  }
+
+  void RequireNoneIn(uint64_t begin, uint64_t end, uint32_t trackId) const {
+    const size_t first = edit_.samples.FirstFrom(begin);
+    if (first < taken_.size() && edit_.samples.At(first).at < end) {
+      throw edit_.source.Error(begin, "a changed sample overlaps data of track " + std::to_string(trackId));
+    }
+  }
+
+ private:
+  const Edit& edit_;
+  std::vector<bool> taken_;
+};
+
+void RequireInMediaData(const Edit& edit) {
+  Reader reader(edit.source);
+  size_t next = 0;
+  BoxLevel level = BoxLevel::Top(reader);
+  for (Box box; level.Next(box) && next < edit.samples.size();) {
+    if (box.type != FourCc("mdat")) continue;
+    for (; next < edit.samples.size(); ++next) {
+      const Splices::Splice splice = edit.samples.At(next);
+      if (splice.at >= box.end) break;
+      if (splice.at < box.body || splice.at + splice.removed > box.end) {
+        throw edit.source.Error(splice.at, "a changed sample is outside the media data ('mdat')");
+      }
+    }
+  }
+  if (next < edit.samples.size()) {
+    throw edit.source.Error(edit.samples.At(next).at, "a changed sample is outside the media data ('mdat')");
+  }
+}
+
+void RequireChunksApart(const Edit& edit, const Track& track, const Claims& claims) {
+  track.Require();
+  ChunkCursor chunks(edit.source, track);
+  SizeCursor sizes(edit.source, track);
+  for (Chunk chunk; chunks.Next(chunk) && chunk.firstSample < track.sizes.samples;) {
+    if (!track.IsSelfContained(chunk.description)) continue;
+    const uint64_t bytes = sizes.Sum(chunk.firstSample, chunk.samples);
+    if (chunk.offset > UINT64_MAX - bytes) continue;
+    claims.RequireNoneIn(chunk.offset, chunk.offset + bytes, track.id);
+  }
+}
+
+}  // namespace
+
+SampleCounts RunSampleEditor(Edit& edit, uint32_t trackId, SampleEditor& editor,
+                             const std::function<void(uint64_t)>& read) {
+  TrackSamples samples(edit.source, edit.layout, trackId);
+  Returns returns(edit, trackId);
+  SampleCounts counts;
+  Bytes bytes;
+  uint64_t done = 0;
+  for (Sample sample; samples.Next(sample); ++counts.samples) {
+    const uint64_t size = edit.source.size();
+    if (!sample.inFile) {
+      throw edit.source.Error(0, "samples of track " + std::to_string(trackId) + " stand in another file");
+    }
+    if (sample.offset > size || sample.size > size - sample.offset) {
+      throw edit.source.Error(sample.offset, "sample " + std::to_string(sample.number + 1) + " of track " +
+                                                 std::to_string(trackId) + " is outside the file");
+    }
+    bytes.resize(sample.size);
+    edit.source.Read(sample.offset, bytes);
+    returns.Given(sample, &bytes);
+    editor.Take(sample, bytes, returns);
+    done += sample.size;
+    read(done);
+  }
+  returns.NoCurrent();
+  editor.End(returns);
+  counts.changed = returns.changed();
+  if (counts.changed != 0) edit.changedTracks.insert(trackId);
+  return counts;
+}
+
+void RequireApart(const Edit& edit, const std::set<uint32_t>& edited) {
+  if (edit.samples.empty()) return;
+  RequireInMediaData(edit);
+  Claims claims(edit);
+  for (const uint32_t trackId : edited) {
+    TrackSamples samples(edit.source, edit.layout, trackId);
+    for (Sample sample; samples.Next(sample);) {
+      claims.TakeSample(sample.offset, sample.offset + sample.size, trackId);
+    }
+  }
+  for (const Movie& movie : edit.layout.movies) {
+    for (const Track& track : movie.tracks) {
+      if (edited.count(track.id) == 0) RequireChunksApart(edit, track, claims);
+    }
+  }
+  Reader reader(edit.source);
+  for (const uint64_t at : edit.layout.fragments) {
+    const Fragment fragment = ReadFragment(reader, at, edit.layout.MovieOf(at));
+    for (const TrackFragment& track : fragment.tracks) {
+      if (edited.count(track.trackId) != 0) continue;
+      for (const Run& run : track.runs) {
+        if (run.dataAt < 0) continue;
+        const auto begin = static_cast<uint64_t>(run.dataAt);
+        claims.RequireNoneIn(begin, begin + run.dataBytes, track.trackId);
+      }
+    }
+  }
+}
+
+BitRates MeasureBitRates(const Edit& edit, const Track& track, bool after) {
+  __extension__ using Wide = unsigned __int128;
+  const auto bytesOf = [&](const Sample& sample) -> uint64_t {
+    return after ? edit.SampleSize(sample.offset, sample.size) : sample.size;
+  };
+  BitRates rates;
+  uint64_t total = 0;
+  uint64_t duration = 0;
+  uint64_t second = 0;  // bytes from `oldest` to here
+  uint64_t most = 0;
+  TrackSamples samples(edit.source, edit.layout, track.id);
+  TrackSamples behind(edit.source, edit.layout, track.id);
+  Sample oldest;
+  bool any = behind.Next(oldest);
+  for (Sample sample; any && samples.Next(sample);) {
+    const uint64_t bytes = bytesOf(sample);
+    rates.buffer = std::max(rates.buffer, static_cast<uint32_t>(bytes));
+    total += bytes;
+    duration += sample.duration;
+    second += bytes;
+    while (oldest.number < sample.number && oldest.decodeTime <= sample.decodeTime &&
+           static_cast<uint64_t>(sample.decodeTime) - static_cast<uint64_t>(oldest.decodeTime) >=
+               track.timescale) {
+      second -= bytesOf(oldest);
+      behind.Next(oldest);
+    }
+    most = std::max(most, second);
+  }
+  rates.most = static_cast<uint32_t>(std::min<uint64_t>(most * 8, UINT32_MAX));
+  if (duration != 0) {
+    const Wide average = Wide{total} * 8 * track.timescale / duration;
+    rates.average = static_cast<uint32_t>(std::min<Wide>(average, UINT32_MAX));
+  }
+  return rates;
+}
+
+}  // namespace qlnmedia::mp4
