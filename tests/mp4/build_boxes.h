@@ -55,7 +55,7 @@ struct MovieSpec {
   std::vector<Bytes> moovBoxes = {};  // more in moov
   Bytes behindMoov = {};              // boxes that stand directly behind it
   Bytes behindAll = {};
-  Bytes gap = {};               // bytes in front of each chunk that no table names
+  Bytes gap = {};          // bytes in front of each chunk that no table names
   bool mdatToEnd = false;  // a size of 0; the file then ends with it
   bool mdatWide = false;
   bool twoMdats = false;  // every second chunk in a media data box of its own
@@ -69,17 +69,17 @@ Bytes BuildInit(const MovieSpec& spec, uint32_t defaultSize = 0);
 struct TrafSpec {
   uint32_t trackId = 1;
   std::vector<std::vector<Bytes>> runs = {};  // samples of each
-  bool explicitBase = false;             // tfhd names a place
+  bool explicitBase = false;                  // tfhd names a place
   bool baseIsMoof = true;
   uint32_t defaultSize = 0;  // in tfhd, where it is not 0
   bool sizes = true;         // in the runs
   bool durations = false;
   bool firstFlags = false;
   bool timeOffsets = false;
-  bool offsets = true;        // of the data, in the first run
-  bool offsetsInAll = false;  // and in the others
-  int64_t decodeTime = -1;    // tfdt, where it is said
-  std::vector<Bytes> boxes = {};   // more
+  bool offsets = true;            // of the data, in the first run
+  bool offsetsInAll = false;      // and in the others
+  int64_t decodeTime = -1;        // tfdt, where it is said
+  std::vector<Bytes> boxes = {};  // more
   // More that names a place, counted from the base, at which the first sample stands.
   std::function<Bytes(uint64_t)> placeBox = {};
 };

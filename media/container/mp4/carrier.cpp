@@ -118,10 +118,11 @@ void Carrier::PrepareDescriptions(Counts& counts) {
       }
       for (uint32_t number = 1; number <= track->descriptions.size(); ++number) {
         const Description& description = track->descriptions[number - 1];
-        if (description.boxesAt == description.entry.end && description.entry.bodySize() < 78) continue;
-        if (!track->video()) {
+        const bool visual = track->video() && description.entry.bodySize() >= kVisualSampleEntryBytes;
+        if (!visual) {
           if (!wished) continue;
-          throw source_.Error(track->box.at, "track " + std::to_string(track->id) + " is no video track");
+          throw source_.Error(description.entry.at,
+                              "track " + std::to_string(track->id) + " is no video track");
         }
         const auto fresh = EditDescription(source_, layout_, *track, number, change,
                                            before ? &*before : nullptr, after ? &*after : nullptr);

@@ -23,6 +23,9 @@ struct Table {
   bool there() const { return box.type != 0; }
 };
 
+// Fields of a visual sample entry behind its head (ISO/IEC 14496-12 clause 12.1.3, QuickTime alike).
+constexpr uint64_t kVisualSampleEntryBytes = 78;
+
 // One entry of `stsd`.
 struct Description {
   Box entry;
@@ -57,6 +60,7 @@ struct Track {
   std::vector<Box> auxiliaryOffsets;  // saio
   std::vector<Box> subSamples;        // subs
   std::vector<Box> metas;
+  std::vector<uint32_t> hinted;  // tracks whose samples this one tells a server how to send (tref, 'hint')
   // Why what the track holds cannot be relied on; empty where it can. Throw through Require.
   std::string problem;
 

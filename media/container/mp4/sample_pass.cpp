@@ -113,6 +113,21 @@ void RequireInMediaData(const Edit& edit) {
   }
 }
 
+// Packets of a hint track are made of parts of samples, by place and length, and would no longer be true.
+void RequireNotHinted(const Edit& edit) {
+  for (const Movie& movie : edit.layout.movies) {
+    for (const Track& track : movie.tracks) {
+      for (const uint32_t hinted : track.hinted) {
+        if (track.handler != FourCc("hint") || edit.changedTracks.count(hinted) == 0) continue;
+        throw edit.source.Error(track.box.at,
+                                "track " + std::to_string(track.id) +
+                                    " is a hint track that names parts of the samples of track " +
+                                    std::to_string(hinted));
+      }
+    }
+  }
+}
+
 void RequireChunksApart(const Edit& edit, const Track& track, const Claims& claims) {
   track.Require();
   ChunkCursor chunks(edit.source, track);
@@ -160,6 +175,7 @@ SampleCounts RunSampleEditor(Edit& edit, uint32_t trackId, SampleEditor& editor,
 void RequireApart(const Edit& edit, const std::set<uint32_t>& edited) {
   if (edit.samples.empty()) return;
   RequireInMediaData(edit);
+  RequireNotHinted(edit);
   Claims claims(edit);
   for (const uint32_t trackId : edited) {
     TrackSamples samples(edit.source, edit.layout, trackId);

@@ -8,8 +8,6 @@ namespace qlnmedia::mp4 {
 
 namespace {
 
-// Fields of a visual sample entry behind its head (ISO/IEC 14496-12 clause 12.1.3, QuickTime alike).
-constexpr uint64_t kVisualSampleEntryBytes = 78;
 // More are lies: a description is named by 32 bits, but each takes 16 bytes and more of every file seen.
 constexpr size_t kMostDescriptions = 1024;
 
@@ -49,6 +47,12 @@ class TrackReader {
       RequireBody(reader_, box, 0);
       track_.media = box;
       ForEach(box, 0, [this](const Box& inner) { TakeOfMedia(inner); });
+    } else if (box.type == FourCc("tref")) {
+      const auto hint = FindBox(reader_, box, FourCc("hint"));
+      for (uint64_t at = hint ? hint->body : 0; hint && hint->end - at >= 4 && track_.hinted.size() < 64;
+           at += 4) {
+        track_.hinted.push_back(reader_.U32(at));
+      }
     } else if (box.type == FourCc("meta")) {
       track_.metas.push_back(box);
     } else if (box.type == FourCc("udta")) {

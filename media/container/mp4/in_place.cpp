@@ -1,0 +1,300 @@
+// Finds where a change fits, writes the journal, then the file.
+
+#include "container/mp4/in_place.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "container/mp4/journal.h"
+
+namespace qlnmedia::mp4 {
+
+namespace {
+
+// The file, open for writing, and nobody else's while this lives.
+class LockedFile {
+ public:
+  explicit LockedFile(const std::string& path) : descriptor_(open(path.c_str(), O_RDWR | O_CLOEXEC)) {
+    if (descriptor_ < 0) throw ToolError(path, std::strerror(errno));
+    if (flock(descriptor_, LOCK_EX | LOCK_NB) == 0) return;
+    const bool busy = errno == EWOULDBLOCK;
+    const std::string reason = busy ? "another run is changing it" : std::strerror(errno);
+    close(descriptor_);
+    throw ToolError(path, reason);
+  }
+  ~LockedFile() { close(descriptor_); }
+  LockedFile(const LockedFile&) = delete;
+  LockedFile& operator=(const LockedFile&) = delete;
+  int descriptor() const { return descriptor_; }
+
+ private:
+  int descriptor_;
+};
+
+// New bytes for a stretch of the file: those of the splices over [from, to), in front and behind what is
+// told.
+struct Stretch {
+  uint64_t at = 0;  // where it is written
+  Bytes front;
+  uint64_t from = 0, to = 0;
+  Bytes back;
+  uint64_t bytes = 0;  // all of it
+};
+
+struct Layup {
+  std::vector<Stretch> stretches;  // in the order of the file
+  uint64_t size = 0;               // of the file afterwards
+  InPlaceResult::Movie movie = InPlaceResult::Movie::kStays;
+};
+
+// Writes at a place of the file, piece by piece.
+class PlaceSink final : public Sink {
+ public:
+  PlaceSink(Disk& disk, int descriptor, uint64_t at, const std::string& path)
+      : disk_(disk), descriptor_(descriptor), at_(at), path_(path) {}
+  void Write(ByteSpan bytes) override {
+    WriteAll(disk_, descriptor_, bytes, at_, path_);
+    at_ += bytes.size();
+  }
+  void Copy(const Source&, uint64_t, uint64_t) override {
+    throw ToolError(path_, "a stretch of it was to be read while it is written");
+  }
+
+ private:
+  Disk& disk_;
+  int descriptor_;
+  uint64_t at_;
+  const std::string& path_;
+};
+
+// Gathers a stretch's bytes, since what it is made of is overwritten by it.
+class SpoolSink final : public Sink {
+ public:
+  explicit SpoolSink(Spool& spool) : spool_(spool) {}
+  void Write(ByteSpan bytes) override { spool_.Append(bytes); }
+  void Copy(const Source& source, uint64_t at, uint64_t bytes) override {
+    Bytes piece;
+    for (uint64_t end = at + bytes; at < end; at += piece.size()) {
+      piece.resize(static_cast<size_t>(std::min<uint64_t>(size_t{1} << 16, end - at)));
+      source.Read(at, piece);
+      spool_.Append(piece);
+    }
+  }
+
+ private:
+  Spool& spool_;
+};
+
+class Placer {
+ public:
+  explicit Placer(const Carrier& carrier) : carrier_(carrier), source_(carrier.source()), reader_(source_) {}
+
+  Layup Place() {
+    out_.size = source_.size();
+    RequireOthersFit();
+    if (growth_ == 0 && !splicesOfMovieGrow_) {
+      for (size_t i = 0; i < carrier_.splices().size(); ++i) AddSplice(carrier_.splices().At(i));
+      return std::move(out_);
+    }
+    const Box& movie = carrier_.layout().movies.front().box;
+    for (size_t i = 0; i < carrier_.splices().size(); ++i) {
+      const auto splice = carrier_.splices().At(i);
+      if (splice.at < movie.at || splice.at >= movie.end) AddSplice(splice);
+    }
+    PlaceMovie(movie);
+    std::sort(out_.stretches.begin(), out_.stretches.end(),
+              [](const Stretch& a, const Stretch& b) { return a.at < b.at; });
+    return std::move(out_);
+  }
+
+ private:
+  [[noreturn]] void Refuse(int64_t missing) const {
+    throw ToolError(source_.name(),
+                    "the change does not fit in place: " + std::to_string(missing) + " bytes are missing",
+                    "write it to another file");
+  }
+
+  // Growth is only for the one movie; what grows elsewhere would move the file.
+  void RequireOthersFit() {
+    const auto& movies = carrier_.layout().movies;
+    int64_t missing = 0;
+    bool uneven = false;
+    for (size_t i = 0; i < carrier_.splices().size(); ++i) {
+      const auto splice = carrier_.splices().At(i);
+      const int64_t growth = int64_t{splice.inserted} - int64_t{splice.removed};
+      const bool ofMovie =
+          movies.size() == 1 && splice.at >= movies[0].box.at && splice.at < movies[0].box.end;
+      if (ofMovie) {
+        growth_ += growth;
+        splicesOfMovieGrow_ = splicesOfMovieGrow_ || growth != 0;
+      } else {
+        missing += growth;
+        uneven = uneven || growth != 0;
+      }
+    }
+    if (uneven) Refuse(missing);
+  }
+
+  void AddSplice(const Splices::Splice& splice) {
+    if (splice.removed == 0) return;
+    out_.stretches.push_back({splice.at, {}, splice.at, splice.at + splice.removed, {}, splice.removed});
+  }
+
+  // Where the movie's first changed byte is: what is in front of it may stay.
+  uint64_t FirstChange(const Box& movie) const {
+    return carrier_.splices().At(carrier_.splices().FirstFrom(movie.at)).at;
+  }
+
+  void PlaceMovie(const Box& movie) {
+    if (movie.overruns || movie.toEnd) throw source_.Error(movie.at, "box 'moov' is open at its end");
+    const uint64_t size = movie.size() + static_cast<uint64_t>(growth_);
+    const uint64_t from = FirstChange(movie);
+    if (growth_ == 0) return AddMovie(from, movie.end, {}, size - (from - movie.at));
+    uint64_t free = 0;
+    bool last = true;
+    bool open = false;  // at the end of the file
+    BoxLevel level = BoxLevel::Top(reader_);
+    bool behind = false;
+    bool gap = true;
+    for (Box box; level.Next(box);) {
+      open = box.toEnd || box.overruns;
+      if (behind) {
+        last = false;
+        gap = gap && (box.type == FourCc("free") || box.type == FourCc("skip")) && !open;
+        if (gap && !Fits(free)) free += box.size();
+      }
+      behind = behind || box.at == movie.at;
+    }
+    const bool whole = !open && level.at() == source_.size();
+    if (last && whole) {
+      out_.movie = InPlaceResult::Movie::kGrowsAtTheEnd;
+      AddMovie(from, movie.end, {}, size - (from - movie.at));
+      out_.size = movie.at + size;
+    } else if (Fits(free)) {
+      out_.movie = InPlaceResult::Movie::kGrowsIntoFreeSpace;
+      const uint64_t rest = free - static_cast<uint64_t>(growth_);
+      Bytes head;
+      // What was inside the free space may stay there.
+      if (rest != 0) head = FreeHead(rest);
+      AddMovie(from, movie.end, head, size - (from - movie.at) + head.size());
+    } else if (whole && carrier_.layout().fragments.empty()) {
+      out_.movie = InPlaceResult::Movie::kMovesToTheEnd;
+      out_.stretches.push_back({movie.at + 4, NumberBytes(FourCc("free"), 4), 0, 0, {}, 4});
+      out_.stretches.push_back({source_.size(), {}, movie.at, movie.end, {}, size});
+      out_.size = source_.size() + size;
+    } else {
+      Refuse(growth_ - static_cast<int64_t>(free));
+    }
+  }
+
+  // True where `free` bytes behind the movie take its growth, and what is left of them can be a box.
+  bool Fits(uint64_t free) const {
+    const int64_t rest = static_cast<int64_t>(free) - growth_;
+    return rest == 0 || (rest >= 8 && (rest <= UINT32_MAX));
+  }
+
+  static Bytes FreeHead(uint64_t size) {
+    Bytes head = NumberBytes(size, 4);
+    PutNumber(head, FourCc("free"), 4);
+    return head;
+  }
+
+  void AddMovie(uint64_t from, uint64_t to, Bytes back, uint64_t bytes) {
+    out_.stretches.push_back({from, {}, from, to, std::move(back), bytes});
+  }
+
+  const Carrier& carrier_;
+  const Source& source_;
+  Reader reader_;
+  Layup out_;
+  int64_t growth_ = 0;
+  bool splicesOfMovieGrow_ = false;
+};
+
+uint64_t WriteStretches(const Carrier& carrier, const Layup& layup, int descriptor, const std::string& path,
+                        const CarrierOptions& options, Disk& disk) {
+  // All of it is put together before the first byte is overwritten.
+  Spool spool(options.scratchFolder);
+  SpoolSink gather(spool);
+  std::vector<Region> regions;
+  for (const Stretch& stretch : layup.stretches) {
+    const uint64_t from = spool.size();
+    gather.Write(stretch.front);
+    carrier.splices().Apply(carrier.source(), stretch.from, stretch.to, gather, [](uint64_t) {});
+    gather.Write(stretch.back);
+    if (spool.size() - from != stretch.bytes)
+      throw ToolError(path, "a stretch came out in another size; nothing was written");
+    regions.push_back({stretch.at, stretch.bytes});
+  }
+  // What is cut off the file's end has to come back as well.
+  if (layup.size < carrier.source().size())
+    regions.push_back({layup.size, carrier.source().size() - layup.size});
+  WriteJournal(JournalPath(path), carrier.source(), regions, disk);
+  uint64_t at = 0;
+  Bytes piece;
+  for (const Stretch& stretch : layup.stretches) {
+    PlaceSink sink(disk, descriptor, stretch.at, path);
+    for (uint64_t left = stretch.bytes; left > 0; left -= piece.size()) {
+      piece.resize(static_cast<size_t>(std::min<uint64_t>(size_t{1} << 16, left)));
+      spool.Read(at, piece);
+      sink.Write(piece);
+      at += piece.size();
+    }
+  }
+  if (layup.size < carrier.source().size() && disk.Truncate(descriptor, layup.size) != 0) {
+    throw ToolError(path, std::string("cannot be made shorter: ") + std::strerror(errno));
+  }
+  FlushFile(disk, descriptor, path);
+  return at;
+}
+
+Recovered RecoverLocked(const std::string& path, int descriptor, Disk& disk) {
+  const std::string journal = JournalPath(path);
+  const JournalState state = PutBack(journal, path, descriptor, disk);
+  if (!state.there) return Recovered::kNothing;
+  RemoveJournal(journal, disk);
+  return state.whole ? Recovered::kPutBack : Recovered::kUntouched;
+}
+
+}  // namespace
+
+std::string JournalPath(const std::string& path) { return path + ".qlnmedia-journal"; }
+
+Recovered Recover(const std::string& path, Disk& disk) {
+  if (access(JournalPath(path).c_str(), F_OK) != 0) {
+    if (access(path.c_str(), F_OK) != 0) throw ToolError(path, std::strerror(errno));
+    return Recovered::kNothing;
+  }
+  const LockedFile file(path);
+  return RecoverLocked(path, file.descriptor(), disk);
+}
+
+InPlaceResult ChangeInPlace(const std::string& path, const Change& change, const CarrierOptions& options,
+                            Disk& disk) {
+  const LockedFile file(path);
+  RecoverLocked(path, file.descriptor(), disk);
+  const FileSource source(path);
+  Carrier carrier(source, options);
+  InPlaceResult result;
+  result.counts = carrier.Prepare(change, true);
+  if (carrier.changesNothing()) return result;
+  const Layup layup = Placer(carrier).Place();
+  result.movie = layup.movie;
+  try {
+    result.bytesWritten = WriteStretches(carrier, layup, file.descriptor(), path, options, disk);
+    RemoveJournal(JournalPath(path), disk);
+  } catch (const ToolError&) {
+    // The journal stays where this cannot be done either, for the next run.
+    RecoverLocked(path, file.descriptor(), disk);
+    throw;
+  }
+  return result;
+}
+
+}  // namespace qlnmedia::mp4

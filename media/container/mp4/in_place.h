@@ -1,0 +1,41 @@
+// A change written into the file itself, where it fits: the time is that of the bytes that change.
+//
+// Before the first byte is overwritten a journal beside the file (its name and ".qlnmedia-journal") holds all
+// that will be, with a checksum, and is on disk. Whatever ends the work in between, Recover puts the file
+// back as it was; a journal that is not whole says that nothing was overwritten yet.
+#ifndef MEDIA_CONTAINER_MP4_IN_PLACE_H
+#define MEDIA_CONTAINER_MP4_IN_PLACE_H
+
+#include <string>
+
+#include "container/mp4/carrier.h"
+#include "container/mp4/disk.h"
+
+namespace qlnmedia::mp4 {
+
+struct InPlaceResult {
+  Carrier::Counts counts;
+  uint64_t bytesWritten = 0;  // into the file; 0 where nothing changes
+  enum class Movie { kStays, kGrowsIntoFreeSpace, kGrowsAtTheEnd, kMovesToTheEnd } movie = Movie::kStays;
+};
+
+// Changes the file at `path`. A journal that stands beside it is recovered first. Throws ToolError, with the
+// file as it was, where the change does not fit, and says how many bytes are missing; and where another run
+// is at work on the file.
+InPlaceResult ChangeInPlace(const std::string& path, const Change& change, const CarrierOptions& options = {},
+                            Disk& disk = Disk::System());
+
+enum class Recovered {
+  kNothing,    // there is no journal
+  kUntouched,  // the journal was not whole: nothing had been overwritten
+  kPutBack,    // the file is as it was before the change
+};
+
+// Puts the file back where a change was cut off. Throws ToolError where the journal is not of this file.
+Recovered Recover(const std::string& path, Disk& disk = Disk::System());
+
+std::string JournalPath(const std::string& path);
+
+}  // namespace qlnmedia::mp4
+
+#endif
