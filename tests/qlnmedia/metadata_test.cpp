@@ -26,9 +26,9 @@ class Metadata : public testing::TestWithParam<bool> {
   }
   void TearDown() override { std::filesystem::remove_all(folder_); }
   // Runs one action on the store under test; the arguments are shell text.
-  CommandResult Do(const std::string& arguments) {
+  CommandResult Do(const std::string& arguments, const std::string& before = "true") {
     const std::string file = GetParam() ? " --file " + folder_ + "/UserMetadata.xml" : "";
-    return test::Run("cd " + folder_ + " && XDG_CONFIG_HOME=" + folder_ +
+    return test::Run("cd " + folder_ + " && " + before + " && XDG_CONFIG_HOME=" + folder_ +
                      "/config '" QLNMEDIA_PROGRAM "' metadata " + arguments + file);
   }
   void Expect(const std::string& arguments, const std::string& output) {
@@ -80,6 +80,20 @@ TEST_P(Metadata, ExportAndImport) {
   Expect("import - < remove.json", "");
   ExpectFailure("get Title", "is not set");
   Expect("get UserBits", "7\n");
+}
+
+TEST_P(Metadata, AnExportThatFailsKeepsTheOldFile) {
+  Expect("set Title new", "");
+  const std::string old = "{\"Title\": \"old\"}\n";
+  WriteFile(folder_ + "/out.json", Bytes(old.begin(), old.end()));
+  // A limit on what the program may write stands for a full disk.
+  const CommandResult full = Do("export out.json", "ulimit -f 0");
+  EXPECT_EQ(full.exitCode, 1) << full.output;
+  EXPECT_THAT(full.output, HasSubstr("out.json: cannot be written"));
+  EXPECT_EQ(ReadFile(folder_ + "/out.json"), Bytes(old.begin(), old.end()));
+  ExpectFailure("export /dev/full", "/dev/full: cannot be written");
+  Expect("export out.json", "");
+  EXPECT_EQ(Do("export /dev/stdout").output, Do("export -").output);
 }
 
 TEST_P(Metadata, AWrongImportChangesNothing) {

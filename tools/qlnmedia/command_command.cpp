@@ -1,9 +1,9 @@
 // qlnmedia command: makes the text of a transport command, and turns such texts from one form into the other.
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <cmath>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -129,15 +129,18 @@ MediaCmd MakeCommand(const Options& options, const CLI::App& given, uint32_t typ
   return command;
 }
 
+// Piece by piece: what is read and not what could be read is what it costs.
 std::string ReadText(const std::string& path) {
-  constexpr std::streamsize kMost = 64 << 20;
+  constexpr size_t kMost = size_t{64} << 20;
   std::ifstream file(path, std::ios::binary);
   if (!file) throw Error(path, "cannot be opened");
-  std::string text(static_cast<size_t>(kMost), '\0');
-  file.read(text.data(), kMost);
-  if (file.bad() || (file.gcount() == 0 && !file.eof())) throw Error(path, "cannot be read");
-  if (file.gcount() == kMost) throw Error(path, "is too long for a command");
-  text.resize(static_cast<size_t>(file.gcount()));
+  std::string text;
+  std::array<char, 65536> piece{};
+  while (file.read(piece.data(), piece.size()), file.gcount() != 0) {
+    text.append(piece.data(), static_cast<size_t>(file.gcount()));
+    if (text.size() >= kMost) throw Error(path, "is too long for a command");
+  }
+  if (file.bad() || !file.eof()) throw Error(path, "cannot be read");
   return text;
 }
 

@@ -4,11 +4,13 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "base/error.h"
+#include "base/text_file.h"
 #include "commands.h"
 #include "metadata_record.h"
 #include "output.h"
@@ -79,14 +81,21 @@ struct CloseFile {
 };
 using FilePointer = std::unique_ptr<std::FILE, CloseFile>;
 
+// True for a pipe or a device, which takes bytes as they come and has no name to give to a whole file.
+bool IsStream(const std::string& path) {
+  std::error_code none;
+  const std::filesystem::file_status status = std::filesystem::status(path, none);
+  return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status) &&
+         !std::filesystem::is_directory(status);
+}
+
 void Export(const Options& options) {
   const std::string text = ToJson(MetadataStore(options.file, true).ReadAll()).dump(2) + "\n";
   if (options.path == "-") return Print(text);
+  if (!IsStream(options.path)) return WriteTextFile(options.path, text);
   FilePointer file(std::fopen(options.path.c_str(), "wb"));
-  const bool written = file != nullptr &&
-                       std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() &&
-                       std::fflush(file.get()) == 0;
-  if (!written) throw Error(options.path, "cannot be written");
+  const bool written = file != nullptr && std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
+  if (!written || std::fclose(file.release()) != 0) throw Error(options.path, "cannot be written");
 }
 
 std::string ReadWhole(const std::string& path) {
