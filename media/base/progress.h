@@ -4,30 +4,11 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <string>
-#include <string_view>
 
-#include "base/error.h"
+#include "qlnmedia/progress.h"
 
 namespace qlnmedia {
-
-struct ProgressStep {
-  std::string_view what;  // "reading", "patching"
-  int64_t done = 0;       // bytes of the input
-  int64_t total = 0;      // 0 or below for unknown
-  bool finished = false;  // the last step of this piece of work, also where it fails
-};
-
-// Takes a step; called in the thread that does the work, at most ten times a second. Returns false to call
-// the work off: it then ends with Cancelled, and nothing of its output stays.
-using ProgressCallback = std::function<bool(const ProgressStep&)>;
-
-// Thrown where the callback returned false.
-class Cancelled : public Error {
- public:
-  Cancelled() : Error({}, "called off") {}
-};
 
 // One piece of work, from its beginning to its end.
 class Progress {

@@ -6,23 +6,17 @@
 
 #include <algorithm>
 
-#include "container/file_captions.h"
-
 namespace qlnmedia {
 
 namespace {
 
-constexpr size_t kPacketsInReport = 1800;
-constexpr size_t kLinesInReport = 5;
-
 // Gathers findings about one stream; equal texts count up.
 class CaptionFindings {
  public:
-  CaptionFindings(const CaptionSurvey& survey, std::vector<Finding>& findings)
+  CaptionFindings(const CaptionSurvey& survey, FindingList& findings)
       : survey_(survey),
         counts_(survey.counts),
         findings_(findings),
-        first_(findings.size()),
         wanted_(survey.pace.rate ? static_cast<size_t>(qlnmedia::captions::InfoOf(*survey.pace.rate).triplets)
                                  : 0) {}
 
@@ -79,44 +73,25 @@ class CaptionFindings {
         begin);
   }
 
-  void Add(const std::string& text, size_t picture) {
-    for (size_t i = first_; i < findings_.size(); ++i) {
-      if (findings_[i].text != text) continue;
-      ++findings_[i].count;
-      return;
-    }
-    findings_.push_back({survey_.stream, "captions", text, static_cast<int64_t>(picture), 1});
+  void Add(std::string text, size_t picture) {
+    findings_.Add(
+        {survey_.stream, FindingKind::kCaptions, std::move(text), static_cast<int64_t>(picture), 1});
   }
 
   const CaptionSurvey& survey_;
   const std::vector<uint8_t>& counts_;
-  std::vector<Finding>& findings_;
-  size_t first_;
+  FindingList& findings_;
   size_t wanted_;
 };
 
 }  // namespace
 
-void CheckCaptions(const std::string& path, std::vector<Finding>& findings,
-                   const ProgressCallback& progress) {
-  const CaptionSurvey survey = SurveyCaptions(path, SIZE_MAX, progress);
+void CheckCaptions(const CaptionSurvey& survey, FindingList& findings) {
   if (survey.captioned() != 0) CaptionFindings(survey, findings).Check();
 }
 
-void ReportCaptions(Section& section, const std::string& path, unsigned index) {
-  const CaptionSurvey survey = SurveyCaptions(path, kPacketsInReport);
-  if (survey.stream != index || survey.captioned() == 0) return;
-  const std::vector<CaptionService> services = DecodeCaptions(survey);
-  Json names = Json::array();
-  for (const CaptionService& service : services) names.push_back(service.name);
-  section.Add("captions", "Captions", names, services.empty() ? "nothing but padding" : NamesOf(services));
-  for (const CaptionService& service : services) {
-    for (size_t i = 0; i < std::min(service.lines.size(), kLinesInReport); ++i) {
-      std::string text = WriteCaptionText({service.lines[i]});
-      text.pop_back();
-      section.AddNote(fmt::format("caption, {}: {}", service.name, text));
-    }
-  }
+void CheckCaptions(const std::string& path, FindingList& findings, const ProgressCallback& progress) {
+  CheckCaptions(SurveyCaptions(path, SIZE_MAX, progress), findings);
 }
 
 }  // namespace qlnmedia

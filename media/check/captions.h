@@ -3,21 +3,19 @@
 #define MEDIA_CHECK_CAPTIONS_H
 
 #include <string>
-#include <vector>
 
-#include "base/report.h"
-#include "check/check.h"
+#include "captions/reader.h"
+#include "check/finding_list.h"
 
 namespace qlnmedia {
 
 // Adds findings for pictures without captions in a stream that has some, for pictures whose number of
 // triplets is not the constant one of their rate, and for bursts, where one picture has the triplets of those
 // around it; frames are counted in presentation order. The file holds a stream that may have captions.
-void CheckCaptions(const std::string& path, std::vector<Finding>& findings, const ProgressCallback& progress);
+void CheckCaptions(const std::string& path, FindingList& findings, const ProgressCallback& progress);
 
-// Adds the caption services of the stream `index`, and the first lines of each, if its first packets carry
-// any.
-void ReportCaptions(Section& section, const std::string& path, unsigned index);
+// The same for captions that have been surveyed.
+void CheckCaptions(const CaptionSurvey& survey, FindingList& findings);
 
 }  // namespace qlnmedia
 

@@ -10,8 +10,6 @@ namespace qlnmedia {
 
 namespace {
 
-constexpr int kHevcSuffixSei = 40;
-
 class AccessUnit {
  public:
   AccessUnit(Codec codec, OrderRules rules, std::vector<std::string>& findings)
@@ -34,7 +32,7 @@ class AccessUnit {
         Add("an access unit delimiter is not the first unit of its frame");
       }
       delimiter_ = true;
-    } else if (type == kHevcSuffixSei && codec_ == Codec::kHevc) {
+    } else if (type == hevc::kSuffixSei && codec_ == Codec::kHevc) {
       if (!slice_) Add("a suffix SEI stands in front of the slices of its frame");
     } else if (slice_ && (IsParameterSet(codec_, type) || IsSei(codec_, type))) {
       const std::string name = UnitTypeName(codec_, type);
@@ -60,7 +58,7 @@ size_t SecondFieldAt(Codec codec, const std::vector<const Bytes*>& units) {
   size_t behindSlice = 0;
   for (size_t i = 0; i < units.size(); ++i) {
     const int type = UnitType(codec, *units[i]);
-    if (codec == Codec::kHevc && type == kHevcSuffixSei && i == behindSlice && i != 0) behindSlice = i + 1;
+    if (codec == Codec::kHevc && type == hevc::kSuffixSei && i == behindSlice && i != 0) behindSlice = i + 1;
     if (!IsSlice(codec, type)) continue;
     if (behindSlice != 0 && IsFirstSlice(codec, *units[i])) return behindSlice;
     behindSlice = i + 1;

@@ -4,6 +4,7 @@
 #define MEDIA_CONTAINER_ISO_CARRY_H
 
 #include "container/iso_layout.h"
+#include "container/libav_handles.h"
 #include "container/media_file.h"
 
 namespace qlnmedia {

@@ -9,6 +9,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/avutil.h>
+#include <libavutil/display.h>
 #include <libavutil/dovi_meta.h>
 #include <libavutil/imgutils.h>
 #include <libavutil/mastering_display_metadata.h>

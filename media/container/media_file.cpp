@@ -11,9 +11,13 @@
 #include <cstring>
 #include <fstream>
 #include <mutex>
+#include <new>
 
 #include "base/error.h"
 #include "base/text.h"
+#include "container/coded_stream.h"
+#include "container/describe_stream.h"
+#include "container/libav_handles.h"
 
 namespace qlnmedia {
 
@@ -116,17 +120,37 @@ MediaFile::MediaFile(const std::string& path) : path_(path) {
   context_.reset(opened);
   if (IsNoMedia(formatName())) FailNoMedia(path);
 
-  for (unsigned i = 0; i < context_->nb_streams; ++i) {
-    const AVCodecParameters& parameters = *context_->streams[i]->codecpar;
-    colours_.push_back({parameters.color_primaries, parameters.color_trc, parameters.color_space,
-                        parameters.color_range, parameters.width, parameters.height, parameters.field_order});
-  }
+  std::vector<ContainerColour> colours;
+  for (unsigned i = 0; i < context_->nb_streams; ++i)
+    colours.push_back(DescribeContainerColour(*context_->streams[i]));
   const int found = avformat_find_stream_info(context_.get(), nullptr);
   if (found == AVERROR_INVALIDDATA) FailNoMedia(path);
   if (found < 0) throw Error(path, "its streams cannot be read: " + LibavErrorText(found));
-  colours_.resize(context_->nb_streams);  // streams that only their packets make known
   if (context_->nb_streams == 0) FailNoMedia(path);
+  Describe(colours);
 }
+
+void MediaFile::ContextCloser::operator()(AVFormatContext* context) const { avformat_close_input(&context); }
+
+void MediaFile::PacketFreer::operator()(AVPacket* packet) const { av_packet_free(&packet); }
+
+void MediaFile::Describe(const std::vector<ContainerColour>& colours) {
+  const bool described = !isRawStream() && !isTransportStream();
+  for (size_t i = streams_.size(); i < context_->nb_streams; ++i)
+    streams_.push_back(DescribeMediaStream(*context_->streams[i],
+                                           i < colours.size() ? colours[i] : ContainerColour{}, isRawStream(),
+                                           described));
+}
+
+std::string_view MediaFile::formatName() const { return context_->iformat->name; }
+
+std::string_view MediaFile::formatLongName() const { return context_->iformat->long_name; }
+
+double MediaFile::seconds() const {
+  return context_->duration > 0 ? static_cast<double>(context_->duration) / AV_TIME_BASE : 0;
+}
+
+int64_t MediaFile::bitRate() const { return std::max<int64_t>(context_->bit_rate, 0); }
 
 bool MediaFile::isRawStream() const { return IsOneOf(formatName(), {"h264", "hevc", "mpegvideo", "m4v"}); }
 
@@ -136,10 +160,19 @@ bool MediaFile::IsVideo(const AVStream& stream) {
 }
 
 void MediaFile::RequireVideo() const {
-  for (unsigned i = 0; i < context_->nb_streams; ++i) {
-    if (IsVideo(*context_->streams[i])) return;
+  for (const MediaStream& stream : streams_) {
+    if (stream.movingPictures) return;
   }
   throw Error(path_, "has no video stream");
+}
+
+bool MediaFile::Next(MediaPacket& packet) {
+  if (packet_ == nullptr) packet_.reset(av_packet_alloc());
+  if (packet_ == nullptr) throw std::bad_alloc();
+  if (!Read(packet_.get())) return false;
+  if (context_->nb_streams > streams_.size()) Describe({});
+  packet = {static_cast<unsigned>(packet_->stream_index), ViewOf(*packet_)};
+  return true;
 }
 
 bool MediaFile::Read(AVPacket* packet) {
@@ -168,7 +201,7 @@ std::string MediaFile::TruncationNote() const {
   if (formatName().substr(0, 3) == "mov" && sizeBytes_ > 0 && indexEnd > sizeBytes_)
     return fmt::format("the file ends early: its index names data up to byte {}, the file has {} bytes",
                        indexEnd, sizeBytes_);
-  if (formatName() == "mpegts" && sizeBytes_ > 0 && sizeBytes_ % 188 != 0 && sizeBytes_ % 192 != 0 &&
+  if (isTransportStream() && sizeBytes_ > 0 && sizeBytes_ % 188 != 0 && sizeBytes_ % 192 != 0 &&
       sizeBytes_ % 204 != 0)
     return "the file ends early: its last transport packet is cut off";
   return endNote_;

@@ -3,26 +3,20 @@
 #define MEDIA_CONTAINER_MEDIA_FILE_H
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "container/libav_handles.h"
+#include "container/media_stream.h"
+
+struct AVFormatContext;
+struct AVPacket;
+struct AVStream;
 
 namespace qlnmedia {
 
-// What a container itself says about a stream's pictures; 2 is an unspecified colour, as in ITU-T H.273.
-// `range` and `fieldOrder` count as AVColorRange and AVFieldOrder do, sizes are 0 where it says nothing.
-struct ContainerColour {
-  int primaries = 2;
-  int transfer = 2;
-  int matrix = 2;
-  int range = 0;
-  int width = 0;
-  int height = 0;
-  int fieldOrder = 0;
-};
-
+// A file is for one thread at a time; several files may be read side by side.
 class MediaFile {
  public:
   // Opens `path` and looks into its streams. Throws Error, with a line of its own for a file that is
@@ -30,31 +24,52 @@ class MediaFile {
   explicit MediaFile(const std::string& path);
 
   const std::string& path() const { return path_; }
-  AVFormatContext* context() const { return context_.get(); }
   int64_t sizeBytes() const { return sizeBytes_; }
-  // The kind of container by libavformat's short name, as "mov,mp4,m4a,3gp,3g2,mj2".
-  std::string_view formatName() const { return context_->iformat->name; }
+  // The kind of container by libavformat's short name, as "mov,mp4,m4a,3gp,3g2,mj2", and in words.
+  std::string_view formatName() const;
+  std::string_view formatLongName() const;
   bool isRawStream() const;
+  bool isTransportStream() const { return formatName() == "mpegts"; }
+  double seconds() const;   // 0 where the duration is not known
+  int64_t bitRate() const;  // bits a second; 0 where it is not known
+
+  // Its streams by index. Streams that only packets make known are added when they show.
+  const std::vector<MediaStream>& streams() const { return streams_; }
   // The description that the container itself gives a stream, taken before the streams were looked into: that
   // search overwrites it with what the stream says.
-  const ContainerColour& containerColour(unsigned stream) const { return colours_[stream]; }
-  // True for moving pictures; false for cover art and for whatever is no video.
-  static bool IsVideo(const AVStream& stream);
+  const ContainerColour& containerColour(unsigned stream) const { return streams_[stream].container; }
   // Throws Error where the file holds no video.
   void RequireVideo() const;
 
-  // Reads the next packet of any stream; false at the end of the file, or where it stops being readable:
-  // `endNote` then says why.
-  bool Read(AVPacket* packet);
+  // Reads the next packet of any stream; its bytes are valid until the next call. False at the end of the
+  // file, or where it stops being readable: `endNote` then says why.
+  bool Next(MediaPacket& packet);
   const std::string& endNote() const { return endNote_; }
   // A note when the file ends before the data that its index names, or in the middle of a packet; else empty.
   std::string TruncationNote() const;
 
+  // For those who write files again: libavformat's own view.
+  AVFormatContext* context() const { return context_.get(); }
+  // The same as Next, into a packet of the caller's.
+  bool Read(AVPacket* packet);
+  // True for moving pictures; false for cover art and for whatever is no video.
+  static bool IsVideo(const AVStream& stream);
+
  private:
+  struct ContextCloser {
+    void operator()(AVFormatContext* context) const;
+  };
+  struct PacketFreer {
+    void operator()(AVPacket* packet) const;
+  };
+  // Describes the streams from the first that has no description yet.
+  void Describe(const std::vector<ContainerColour>& colours);
+
   std::string path_;
   int64_t sizeBytes_ = 0;
-  InputHandle context_;
-  std::vector<ContainerColour> colours_;
+  std::unique_ptr<AVFormatContext, ContextCloser> context_;
+  std::unique_ptr<AVPacket, PacketFreer> packet_;
+  std::vector<MediaStream> streams_;
   std::string endNote_;
 };
 

@@ -4,6 +4,7 @@
 
 #include <map>
 
+#include "container/libav_handles.h"
 #include "container/media_file.h"
 
 namespace qlnmedia {

@@ -7,10 +7,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <optional>
 
 #include "base/error.h"
-#include "container/coded_stream.h"
 #include "container/whole_picture.h"
 #include "units/access_unit.h"
 
@@ -18,18 +16,14 @@ namespace qlnmedia {
 
 namespace {
 
-constexpr int kHevcSuffixSei = 40;
-
 // Pictures of other layers and views do not count.
 bool IsBaseSlice(Codec codec, const Unit& unit) {
   if (!IsSlice(codec, UnitType(codec, unit.bytes))) return false;
-  return codec == Codec::kH264 || ((unit.bytes[0] & 1) == 0 && unit.bytes[1] >> 3 == 0);
+  return IsBaseLayer(codec, unit.bytes);
 }
 
-// first_mb_in_slice of 0, first_slice_segment_in_pic_flag: the first bit behind the header in both.
-bool BeginsPicture(Codec codec, const Unit& unit) {
-  const size_t header = codec == Codec::kH264 ? 1 : 2;
-  return IsBaseSlice(codec, unit) && unit.bytes.size() > header && (unit.bytes[header] & 0x80) != 0;
+bool BeginsBasePicture(Codec codec, const Unit& unit) {
+  return IsBaseSlice(codec, unit) && BeginsPicture(codec, unit.bytes);
 }
 
 // Whether decoding can begin at a slice's picture: IDR, BLA and CRA.
@@ -43,7 +37,7 @@ bool IsEntry(Codec codec, const Unit& unit) {
 bool MayEndStream(Codec codec, int type) {
   if (IsSlice(codec, type)) return true;
   if (codec == Codec::kH264) return (type >= 10 && type <= 12) || (type >= 19 && type <= 31);
-  return (type >= 36 && type <= 38) || type == kHevcSuffixSei || (type >= 45 && type <= 47) || type >= 56;
+  return (type >= 36 && type <= 38) || type == hevc::kSuffixSei || (type >= 45 && type <= 47) || type >= 56;
 }
 
 // Whether a unit that may end a stream lacks its own end, as far as its form alone shows that.
@@ -52,7 +46,7 @@ bool BreaksOff(Codec codec, const Bytes& unit) {
   const size_t header = codec == Codec::kH264 ? 1 : 2;
   if (IsSlice(codec, type)) return unit.size() == header;
   if (type == (codec == Codec::kH264 ? 12 : 38)) return unit.back() != 0x80;  // filler data
-  if (codec != Codec::kHevc || type != kHevcSuffixSei) return false;
+  if (codec != Codec::kHevc || type != hevc::kSuffixSei) return false;
   bool whole = false;
   ReadSeiMessages(codec, unit, &whole);
   return !whole;
@@ -61,7 +55,7 @@ bool BreaksOff(Codec codec, const Bytes& unit) {
 // The units of the picture whose first slice is at `first`, that slice and the following ones.
 size_t EndOfPicture(Codec codec, const std::vector<Unit>& units, size_t first) {
   size_t end = first + 1;
-  for (size_t i = end; i < units.size() && !BeginsPicture(codec, units[i]); ++i) {
+  for (size_t i = end; i < units.size() && !BeginsBasePicture(codec, units[i]); ++i) {
     if (IsBaseSlice(codec, units[i])) end = i + 1;
   }
   return end;
@@ -93,7 +87,7 @@ std::vector<Unit> Slices(Codec codec, const std::vector<Unit>& units, size_t fir
 // Where a run's first picture begins; its size if it has none.
 size_t FirstPicture(Codec codec, const std::vector<Unit>& units) {
   size_t first = 0;
-  while (first < units.size() && !BeginsPicture(codec, units[first])) ++first;
+  while (first < units.size() && !BeginsBasePicture(codec, units[first])) ++first;
   return first;
 }
 
@@ -103,10 +97,11 @@ PictureTrial LastPicture(Codec codec, const std::vector<Unit>& head, const std::
   PictureTrial trial;
   trial.codec = codec;
   size_t last = tail.size();
-  while (last > 0 && !BeginsPicture(codec, tail[last - 1])) --last;
+  while (last > 0 && !BeginsBasePicture(codec, tail[last - 1])) --last;
   if (last-- == 0) return trial;
   size_t entry = last;
-  while (entry > 0 && !(BeginsPicture(codec, tail[entry - 1]) && IsEntry(codec, tail[entry - 1]))) --entry;
+  while (entry > 0 && !(BeginsBasePicture(codec, tail[entry - 1]) && IsEntry(codec, tail[entry - 1])))
+    --entry;
   const size_t first = FirstPicture(codec, head);
 
   std::vector<Unit> sets;
@@ -155,17 +150,19 @@ std::string EndNote(const MediaFile& file) {
   constexpr uint64_t kHeadBytes = uint64_t{8} << 20;
   constexpr uint64_t kTailBytes = uint64_t{16} << 20;
   const std::string note = file.TruncationNote();
-  const std::optional<Codec> codec = CodecOf(*file.context()->streams[0]);
-  if (!note.empty() || !file.isRawStream() || !codec) return note;
+  const VideoCodec coded = file.streams()[0].coded.codec;
+  const Codec codec = coded == VideoCodec::kH264 ? Codec::kH264 : Codec::kHevc;
+  if (!note.empty() || !file.isRawStream() || (coded != VideoCodec::kH264 && coded != VideoCodec::kHevc))
+    return note;
   std::ifstream data(file.path(), std::ios::binary | std::ios::ate);
   if (!data) throw Error(file.path(), std::strerror(errno));
   const auto size = static_cast<uint64_t>(data.tellg());
   if (size <= kTailBytes) {
     const Bytes all = ReadPart(file.path(), data, 0, size);
-    return RawEndNote(all, all, *codec);
+    return RawEndNote(all, all, codec);
   }
   const Bytes head = ReadPart(file.path(), data, 0, kHeadBytes);
-  return RawEndNote(head, ReadPart(file.path(), data, size - kTailBytes, kTailBytes), *codec);
+  return RawEndNote(head, ReadPart(file.path(), data, size - kTailBytes, kTailBytes), codec);
 }
 
 }  // namespace qlnmedia

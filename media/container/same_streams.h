@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "container/libav_handles.h"
 #include "container/media_file.h"
 
 namespace qlnmedia {

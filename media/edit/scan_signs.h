@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "container/libav_handles.h"
 #include "container/media_file.h"
 #include "pictures/picture_tracker.h"
 #include "timing/hevc_timing.h"

@@ -8,28 +8,9 @@
 #include <string>
 
 #include "sets/sps_facts.h"
+#include "units/static_hdr.h"
 
 namespace qlnmedia {
-
-// Mastering display colour volume: chromaticities in units of 0.00002, luminances in units of 0.0001 cd/m2.
-struct MasteringDisplay {
-  struct Point {
-    uint16_t x = 0;
-    uint16_t y = 0;
-    friend bool operator==(const Point&, const Point&) = default;
-  };
-  Point red, green, blue, white;
-  uint32_t maxLuminance = 0;
-  uint32_t minLuminance = 0;
-  friend bool operator==(const MasteringDisplay&, const MasteringDisplay&) = default;
-};
-
-// Content light level in cd/m2.
-struct LightLevel {
-  uint16_t maxContent = 0;
-  uint16_t maxAverage = 0;
-  friend bool operator==(const LightLevel&, const LightLevel&) = default;
-};
 
 // "p3", "bt2020" (1000 and 0.0001 cd/m2 both), or "G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min)" in stream units.
 // Throws Error for anything else, and for values out of their range.

@@ -3,8 +3,8 @@
 #define MEDIA_INSPECT_CODEC_H
 
 #include "base/report.h"
-#include "container/coded_stream.h"
 #include "hdr/stream_hdr.h"
+#include "inspect/coded_frames.h"
 #include "inspect/elements.h"
 #include "inspect/inspect.h"
 

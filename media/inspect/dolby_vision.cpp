@@ -4,18 +4,11 @@
 
 #include <fmt/format.h>
 
-#include <cstring>
-
 #include "qlnutil/qlnhevc.h"
 
 namespace qlnmedia {
 
-void AddDolbyVisionConfiguration(Section& stream, const AVStream& source) {
-  AVDOVIDecoderConfigurationRecord record{};
-  size_t size = 0;
-  const uint8_t* const data = av_stream_get_side_data(&source, AV_PKT_DATA_DOVI_CONF, &size);
-  if (data == nullptr || size < sizeof record) return;
-  std::memcpy(&record, data, sizeof record);
+void AddDolbyVisionConfiguration(Section& stream, const DolbyVisionConfiguration& record) {
   Section& section = stream.AddSection("dolby_vision", "Dolby Vision configuration");
   const auto present = [&section](const char* key, const char* label, uint8_t flag) {
     section.Add(key, label, flag, flag != 0 ? "present" : "absent");

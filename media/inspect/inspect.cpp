@@ -3,11 +3,9 @@
 #include "inspect/inspect.h"
 
 #include "base/library_messages.h"
-#include "check/captions.h"
-#include "container/coded_stream.h"
-#include "container/file_captions.h"
 #include "container/media_file.h"
 #include "container/raw_end.h"
+#include "inspect/captions.h"
 #include "inspect/codec.h"
 #include "inspect/stream.h"
 
@@ -20,12 +18,14 @@ Section InspectFile(const std::string& path, const InspectOptions& options) {
   const std::vector<CodedStream> coded = ReadCodedStreams(file, options.frames);
   Section report;
   AddContainer(report, file);
-  for (unsigned i = 0; i < file.context()->nb_streams; ++i) {
-    Section& section = AddStream(report, file, i);
-    if (MayHaveCaptions(*file.context()->streams[i])) ReportCaptions(section, path, i);
+  for (const MediaStream& described : file.streams()) {
+    Section& section = AddStream(report, described);
+    if (described.coded.codec != VideoCodec::kOther) AddCaptions(section, path, described.index);
     for (const CodedStream& stream : coded) {
-      if (stream.index == i && stream.codec == Codec::kH264) ReportH264(section, stream, options, messages);
-      if (stream.index == i && stream.codec == Codec::kHevc) ReportHevc(section, stream, options, messages);
+      if (stream.index == described.index && stream.codec == Codec::kH264)
+        ReportH264(section, stream, options, messages);
+      if (stream.index == described.index && stream.codec == Codec::kHevc)
+        ReportHevc(section, stream, options, messages);
     }
   }
   const std::string note = EndNote(file);

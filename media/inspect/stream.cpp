@@ -6,7 +6,6 @@
 
 #include <fmt/format.h>
 
-#include "container/hdr_side_data.h"
 #include "inspect/codec.h"
 #include "inspect/dolby_vision.h"
 #include "inspect/format.h"
@@ -28,7 +27,9 @@ std::string DurationText(double seconds) {
   return fmt::format("{}:{:02}:{:02}.{:03}", ms / 3600000, ms / 60000 % 60, ms / 1000 % 60, ms % 1000);
 }
 
-Json FractionJson(AVRational value) { return Json{{"numerator", value.num}, {"denominator", value.den}}; }
+Json RationalJson(Rational value) {
+  return Json{{"numerator", value.numerator}, {"denominator", value.denominator}};
+}
 
 std::string FourccText(uint32_t tag) {
   std::string text;
@@ -38,20 +39,19 @@ std::string FourccText(uint32_t tag) {
 
 // What the container and the stream's headers say of the raster; a field order that is not told counts as
 // progressive.
-Raster RasterOf(const AVStream& stream) {
-  const AVCodecParameters& parameters = *stream.codecpar;
-  return {.width = static_cast<uint32_t>(parameters.width),
-          .height = parameters.height,
-          .rate = static_cast<uint32_t>(stream.avg_frame_rate.num),
-          .scale = static_cast<uint32_t>(stream.avg_frame_rate.den),
-          .progressive = parameters.field_order <= AV_FIELD_PROGRESSIVE};
+Raster RasterOf(const MediaStream& stream) {
+  return {.width = static_cast<uint32_t>(stream.width),
+          .height = stream.height,
+          .rate = static_cast<uint32_t>(stream.coded.averageRate.numerator),
+          .scale = static_cast<uint32_t>(stream.coded.averageRate.denominator),
+          .progressive = stream.fieldOrder <= kProgressive};
 }
 
 // The colour and the static HDR metadata that the container itself describes; raw and transport streams have
 // no place for them.
-void AddContainerColour(Section& section, const MediaFile& file, unsigned index) {
-  if (file.isRawStream() || file.formatName() == "mpegts") return;
-  const ContainerColour& colour = file.containerColour(index);
+void AddContainerColour(Section& section, const MediaStream& stream) {
+  if (!stream.hasColourDescription) return;
+  const ContainerColour& colour = stream.container;
   const auto code = [](int value) { return static_cast<uint32_t>(value); };
   constexpr int kUnspecified = 2;
   if (colour.primaries != kUnspecified || colour.transfer != kUnspecified || colour.matrix != kUnspecified)
@@ -60,62 +60,56 @@ void AddContainerColour(Section& section, const MediaFile& file, unsigned index)
         Json{{"primaries", colour.primaries}, {"transfer", colour.transfer}, {"matrix", colour.matrix}},
         fmt::format("{}, {}, {}", ColourPrimariesName(code(colour.primaries)),
                     TransferName(code(colour.transfer)), MatrixName(code(colour.matrix))));
-  if (colour.range != AVCOL_RANGE_UNSPECIFIED)
-    section.Add("container_range", "Container range", colour.range == AVCOL_RANGE_JPEG ? "full" : "limited");
-  AddHdr(section, ContainerHdr(*file.context()->streams[index]));
+  if (colour.range != kRangeUnknown)
+    section.Add("container_range", "Container range", colour.range == kFullRange ? "full" : "limited");
+  AddHdr(section, {stream.mastering, stream.lightLevel});
 }
 
 }  // namespace
 
 void AddContainer(Section& report, const MediaFile& file) {
-  const AVFormatContext& context = *file.context();
   Section& container = report.AddSection("container", file.path());
   container.Add("path", "File", file.path());
   container.Add("format", "Container", std::string(file.formatName()),
-                fmt::format("{} ({})", context.iformat->long_name, file.formatName()));
+                fmt::format("{} ({})", file.formatLongName(), file.formatName()));
   container.Add("size", "Size", file.sizeBytes(), SizeText(file.sizeBytes()));
-  if (context.duration > 0) {
-    const double seconds = static_cast<double>(context.duration) / AV_TIME_BASE;
-    container.Add("duration", "Duration", seconds, DurationText(seconds));
-  }
-  if (context.bit_rate > 0)
-    container.Add("bit_rate", "Bit rate", context.bit_rate,
-                  fmt::format("{} kbit/s", context.bit_rate / 1000));
-  container.Add("streams", "Streams", context.nb_streams);
+  if (file.seconds() > 0) container.Add("duration", "Duration", file.seconds(), DurationText(file.seconds()));
+  if (file.bitRate() > 0)
+    container.Add("bit_rate", "Bit rate", file.bitRate(), fmt::format("{} kbit/s", file.bitRate() / 1000));
+  container.Add("streams", "Streams", file.streams().size());
 }
 
-Section& AddStream(Section& report, const MediaFile& file, unsigned index) {
-  const AVStream& stream = *file.context()->streams[index];
-  const AVCodecParameters& parameters = *stream.codecpar;
-  const char* const type = av_get_media_type_string(parameters.codec_type);
-  const std::string typeName = type != nullptr ? type : "unknown";
-  const char* const codec = avcodec_get_name(parameters.codec_id);
-  Section& section = report.AddToList("streams", fmt::format("Stream {}: {}, {}", index, typeName, codec));
-  section.Add("index", "Index", index);
-  section.Add("type", "Type", typeName);
-  section.Add("codec", "Codec", codec);
-  if (parameters.codec_tag != 0) section.Add("tag", "Tag", FourccText(parameters.codec_tag));
-  if (parameters.codec_type == AVMEDIA_TYPE_VIDEO) {
-    section.Add("width", "Width", parameters.width);
-    section.Add("height", "Height", parameters.height);
-    if (stream.avg_frame_rate.num > 0 && stream.avg_frame_rate.den > 0) {
-      section.Add("average_frame_rate", "Frame rate", FractionJson(stream.avg_frame_rate),
-                  fmt::format("{:.5g}", av_q2d(stream.avg_frame_rate)));
+Section& AddStream(Section& report, const MediaStream& stream) {
+  const std::string kind = StreamKindName(stream.kind);
+  Section& section =
+      report.AddToList("streams", fmt::format("Stream {}: {}, {}", stream.index, kind, stream.codecName));
+  section.Add("index", "Index", stream.index);
+  section.Add("type", "Type", kind);
+  section.Add("codec", "Codec", stream.codecName);
+  if (stream.tag != 0) section.Add("tag", "Tag", FourccText(stream.tag));
+  if (stream.kind == StreamKind::kVideo) {
+    section.Add("width", "Width", stream.width);
+    section.Add("height", "Height", stream.height);
+    const Rational rate = stream.coded.averageRate;
+    if (rate.numerator > 0 && rate.denominator > 0) {
+      section.Add("average_frame_rate", "Frame rate", RationalJson(rate),
+                  fmt::format("{:.5g}", rate.value()));
       AddSignalFormat(section, RasterOf(stream));
     }
-    AddContainerColour(section, file, index);
+    AddContainerColour(section, stream);
   }
-  if (parameters.codec_type == AVMEDIA_TYPE_AUDIO) {
-    section.Add("sample_rate", "Sample rate", parameters.sample_rate,
-                fmt::format("{} Hz", parameters.sample_rate));
-    section.Add("channels", "Channels", parameters.ch_layout.nb_channels);
+  if (stream.kind == StreamKind::kAudio) {
+    section.Add("sample_rate", "Sample rate", stream.sampleRate, fmt::format("{} Hz", stream.sampleRate));
+    section.Add("channels", "Channels", stream.channels);
   }
-  section.Add("time_base", "Time base", FractionJson(stream.time_base),
-              fmt::format("{}/{}", stream.time_base.num, stream.time_base.den));
-  if (stream.duration > 0)
-    section.Add("duration", "Duration", static_cast<double>(stream.duration) * av_q2d(stream.time_base),
-                DurationText(static_cast<double>(stream.duration) * av_q2d(stream.time_base)));
-  AddDolbyVisionConfiguration(section, stream);
+  const Rational timeBase = stream.coded.timeBase;
+  section.Add("time_base", "Time base", RationalJson(timeBase),
+              fmt::format("{}/{}", timeBase.numerator, timeBase.denominator));
+  if (stream.duration > 0) {
+    const double seconds = static_cast<double>(stream.duration) * timeBase.value();
+    section.Add("duration", "Duration", seconds, DurationText(seconds));
+  }
+  if (stream.dolbyVision) AddDolbyVisionConfiguration(section, *stream.dolbyVision);
   return section;
 }
 

@@ -12,7 +12,7 @@ void AddContainer(Section& report, const MediaFile& file);
 
 // One more section in the report's list "streams", with what every kind of stream has; the section is
 // returned, and the coded side of the stream goes into it.
-Section& AddStream(Section& report, const MediaFile& file, unsigned index);
+Section& AddStream(Section& report, const MediaStream& stream);
 
 }  // namespace qlnmedia
 

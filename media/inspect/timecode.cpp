@@ -11,9 +11,6 @@ namespace qlnmedia {
 
 namespace {
 
-constexpr int kPictureTiming = 1;
-constexpr int kTimeCode = 136;
-
 std::optional<ClockTime> FirstWhole(const ClockTime* begin, const ClockTime* end) {
   const ClockTime* const found = std::find_if(begin, end, [](const ClockTime& time) { return time.whole; });
   return found == end ? std::nullopt : std::optional<ClockTime>(*found);
@@ -44,10 +41,10 @@ std::optional<ClockTime> StreamTimecodes::Read(const std::vector<Unit>& units, c
     if (!IsSei(codec_, UnitType(codec_, unit.bytes))) continue;
     for (const SeiMessage& message : ReadSeiMessages(codec_, unit.bytes)) {
       std::optional<ClockTime> time;
-      if (codec_ == Codec::kHevc && message.type == kTimeCode) {
+      if (codec_ == Codec::kHevc && message.type == sei::kTimeCode) {
         const std::vector<ClockTime> times = ReadTimeCode(message.payload);
         time = FirstWhole(times.data(), times.data() + times.size());
-      } else if (codec_ == Codec::kH264 && message.type == kPictureTiming) {
+      } else if (codec_ == Codec::kH264 && message.type == sei::kPictureTiming) {
         const std::optional<PictureTiming> timing = ReadPictureTiming(message.payload, sps);
         if (timing) time = FirstWhole(std::begin(timing->times), std::end(timing->times));
       }

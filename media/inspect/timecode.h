@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "container/coded_stream.h"
+#include "inspect/coded_frames.h"
 #include "pictures/picture_tracker.h"
 #include "timing/timecode.h"
 

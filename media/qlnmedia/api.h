@@ -1,8 +1,12 @@
-// What marks the classes and functions that leave libqlnmedia.
+/// @file api.h
+/// What leaves libqlnmedia: everything marked QLNMEDIA_API, and nothing else.
 #ifndef QLNMEDIA_API_H
 #define QLNMEDIA_API_H
 
-/// Default visibility; everything without it stays inside the library.
+#if defined(__GNUC__)
 #define QLNMEDIA_API __attribute__((visibility("default")))
+#else
+#define QLNMEDIA_API
+#endif
 
 #endif

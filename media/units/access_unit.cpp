@@ -8,38 +8,16 @@ namespace qlnmedia {
 
 namespace {
 
-constexpr int kRecoveryPoint = 6;
-
 // H.264: sequence parameter set extension, subset sequence parameter set.
 bool IsSetExtension(Codec codec, int unitType) {
-  return codec == Codec::kH264 && (unitType == 13 || unitType == 15);
+  return codec == Codec::kH264 && (unitType == h264::kSpsExtension || unitType == h264::kSubsetSps);
 }
-
-size_t HeaderBytes(Codec codec) { return codec == Codec::kH264 ? 1 : 2; }
 
 }  // namespace
-
-bool IsSei(Codec codec, int unitType) {
-  return codec == Codec::kH264 ? unitType == 6 : unitType == 39 || unitType == 40;
-}
-
-bool IsDelimiter(Codec codec, int unitType) { return unitType == (codec == Codec::kH264 ? 9 : 35); }
-
-bool IsSps(Codec codec, int unitType) { return unitType == (codec == Codec::kH264 ? 7 : 33); }
 
 bool IsFirstSlice(Codec codec, ByteSpan slice) {
   const size_t header = HeaderBytes(codec);
   return slice.size() > header && slice[header] >> 7 != 0;  // both are a single bit that is 1
-}
-
-bool BeginsAccessUnit(Codec codec, int unitType) {
-  if (codec == Codec::kH264) return (unitType >= 6 && unitType <= 9) || (unitType >= 14 && unitType <= 18);
-  return (unitType >= 32 && unitType <= 35) || unitType == 39 || (unitType >= 41 && unitType <= 44) ||
-         (unitType >= 48 && unitType <= 55);
-}
-
-bool IsBaseLayer(Codec codec, ByteSpan unit) {
-  return codec == Codec::kH264 || unit.size() < 2 || ((unit[0] & 1) == 0 && unit[1] >> 3 == 0);
 }
 
 size_t OutgrownUnit(const UnitRun& run, Framing framing) {
@@ -53,7 +31,9 @@ size_t OutgrownUnit(const UnitRun& run, Framing framing) {
 size_t FirstPictureUnit(Codec codec, const std::vector<Unit>& units) {
   for (size_t i = 0; i < units.size(); ++i) {
     const int type = UnitType(codec, units[i].bytes);
-    if (IsSlice(codec, type) || (codec == Codec::kH264 && (type == 14 || type == 20))) return i;
+    if (IsSlice(codec, type) ||
+        (codec == Codec::kH264 && (type == h264::kPrefix || type == h264::kSliceExtension)))
+      return i;
   }
   return units.size();
 }
@@ -62,12 +42,12 @@ bool IsRandomAccess(Codec codec, const std::vector<Unit>& units) {
   for (const Unit& unit : units) {
     const int type = UnitType(codec, unit.bytes);
     if (codec == Codec::kHevc) {
-      if (type >= 16 && type <= 23) return true;
-    } else if (type == 5) {
+      if (type >= hevc::kFirstIrap && type <= hevc::kLastIrap) return true;
+    } else if (type == h264::kIdrSlice) {
       return true;
-    } else if (type == 6) {
+    } else if (type == h264::kSei) {
       for (const SeiMessage& message : ReadSeiMessages(codec, unit.bytes)) {
-        if (message.type == kRecoveryPoint) return true;
+        if (message.type == sei::kRecoveryPoint) return true;
       }
     }
   }
@@ -116,7 +96,7 @@ SeiRemoval RemoveSeiMessages(Codec codec, Bytes& unit, const std::function<bool(
   if (messages.size() == before || !whole) return SeiRemoval::kUntouched;
   *removed += static_cast<int>(before - messages.size());
   if (messages.empty()) return SeiRemoval::kEmptied;
-  unit = MakeSeiUnit(ByteSpan(unit).first(HeaderBytes(codec)), messages);
+  unit = MakeSeiUnit(ByteSpan(unit).first(UnitHeaderBytes(codec)), messages);
   return SeiRemoval::kChanged;
 }
 

@@ -11,18 +11,10 @@
 
 namespace qlnmedia {
 
-bool IsSei(Codec codec, int unitType);
-bool IsDelimiter(Codec codec, int unitType);
-bool IsSps(Codec codec, int unitType);
 // True for a slice that its own header says to be the first of its picture: first_mb_in_slice is 0,
 // first_slice_segment_in_pic_flag is 1. Where slices may come in any order (H.264 Baseline and Extended),
 // others may stand in front of it.
 bool IsFirstSlice(Codec codec, ByteSpan slice);
-// True for units that may stand in front of a picture's first slice but not between or behind its slices: the
-// first of them behind a picture begins the next access unit.
-bool BeginsAccessUnit(Codec codec, int unitType);
-// False for HEVC units of a layer above the base layer (nuh_layer_id).
-bool IsBaseLayer(Codec codec, ByteSpan unit);
 // The size of the first unit that does not fit its length field, so that PutTogether would damage it; 0 if
 // there is none.
 size_t OutgrownUnit(const UnitRun& run, Framing framing);

@@ -5,8 +5,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <climits>
+#include <optional>
 
 #include "nalstream/nalstream.h"
 
@@ -20,23 +20,6 @@ void AppendLength(Bytes& out, size_t length, int bytes) {
   for (int i = bytes - 1; i >= 0; --i) out.push_back(static_cast<uint8_t>(length >> 8 * i));
 }
 
-UnitRun TakeApartLengths(ByteSpan data, size_t lengthBytes) {
-  UnitRun run;
-  while (!data.empty()) {
-    size_t length = 0;
-    for (size_t i = 0; i < lengthBytes && i < data.size(); ++i) length = length << 8 | data[i];
-    if (data.size() < lengthBytes || length > data.size() - lengthBytes) {
-      run.rest.assign(data.begin(), data.end());
-      break;
-    }
-    run.units.emplace_back();
-    const ByteSpan unit = data.subspan(lengthBytes, length);
-    run.units.back().bytes.assign(unit.begin(), unit.end());
-    data = data.subspan(lengthBytes + length);
-  }
-  return run;
-}
-
 // Offset behind the next 00 00 01 at or behind `from`; 0 if there is none.
 size_t BehindStartCode(ByteSpan data, size_t from) {
   const ByteSpan left = data.subspan(from);
@@ -48,31 +31,69 @@ size_t BehindStartCode(ByteSpan data, size_t from) {
   return start == 0 ? 0 : from + static_cast<size_t>(start);
 }
 
-UnitRun TakeApartStartCodes(ByteSpan data) {
-  UnitRun run;
+// Where a unit between start codes lies.
+struct UnitPlace {
+  size_t at = 0;
+  size_t size = 0;
+  int startCodeBytes = 4;
+  int trailingZeros = 0;
+};
+
+std::vector<UnitPlace> FindUnits(ByteSpan data) {
+  std::vector<UnitPlace> places;
   size_t start = BehindStartCode(data, 0);
   // Zeros in front of a start code belong to what stands before it, but for the one that makes it 4 bytes.
   const auto codeBytes = [&data](size_t behindCode, size_t floor) {
     return behindCode - 3 > floor && data[behindCode - 4] == 0 ? 4 : 3;
   };
   int startCodeBytes = start == 0 ? 3 : codeBytes(start, 0);
-  run.lead.assign(data.begin(), data.end());
-  if (start != 0) run.lead.resize(start - static_cast<size_t>(startCodeBytes));
   while (start != 0) {
     const size_t next = BehindStartCode(data, start);
     const int nextCodeBytes = next == 0 ? 0 : codeBytes(next, start);
     const size_t last = next == 0 ? data.size() : next - static_cast<size_t>(nextCodeBytes);
     size_t end = last;
     while (end > start && data[end - 1] == 0) --end;
-    Unit unit;
-    unit.startCodeBytes = startCodeBytes;
-    unit.bytes.assign(data.begin() + static_cast<std::ptrdiff_t>(start),
-                      data.begin() + static_cast<std::ptrdiff_t>(end));
-    unit.trailingZeros = static_cast<int>(last - end);
-    run.units.push_back(std::move(unit));
+    places.push_back({start, end - start, startCodeBytes, static_cast<int>(last - end)});
     start = next;
     startCodeBytes = nextCodeBytes;
   }
+  return places;
+}
+
+UnitRun TakeApartStartCodes(ByteSpan data) {
+  UnitRun run;
+  const std::vector<UnitPlace> places = FindUnits(data);
+  const size_t lead =
+      places.empty() ? data.size() : places[0].at - static_cast<size_t>(places[0].startCodeBytes);
+  run.lead.assign(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(lead));
+  for (const UnitPlace& place : places) {
+    const ByteSpan unit = data.subspan(place.at, place.size);
+    run.units.push_back({Bytes(unit.begin(), unit.end()), place.startCodeBytes, place.trailingZeros});
+  }
+  return run;
+}
+
+// The unit at the beginning of data in length form, which then begins behind it; nothing where its length
+// leads past the end, or is cut off.
+std::optional<ByteSpan> NextLengthUnit(ByteSpan& data, size_t lengthBytes) {
+  if (data.size() < lengthBytes) return {};
+  size_t length = 0;
+  for (size_t i = 0; i < lengthBytes; ++i) length = length << 8 | data[i];
+  if (length > data.size() - lengthBytes) return {};
+  const ByteSpan unit = data.subspan(lengthBytes, length);
+  data = data.subspan(lengthBytes + length);
+  return unit;
+}
+
+UnitRun TakeApartLengths(ByteSpan data, size_t lengthBytes) {
+  UnitRun run;
+  while (!data.empty()) {
+    const std::optional<ByteSpan> unit = NextLengthUnit(data, lengthBytes);
+    if (!unit) break;
+    run.units.emplace_back();
+    run.units.back().bytes.assign(unit->begin(), unit->end());
+  }
+  run.rest.assign(data.begin(), data.end());
   return run;
 }
 
@@ -81,6 +102,18 @@ UnitRun TakeApartStartCodes(ByteSpan data) {
 UnitRun TakeApart(ByteSpan data, Framing framing) {
   return framing.startCodes() ? TakeApartStartCodes(data)
                               : TakeApartLengths(data, static_cast<size_t>(framing.lengthBytes));
+}
+
+void VisitUnits(ByteSpan data, Framing framing, const std::function<void(ByteSpan unit)>& take) {
+  if (framing.startCodes()) {
+    for (const UnitPlace& place : FindUnits(data)) take(data.subspan(place.at, place.size));
+    return;
+  }
+  while (!data.empty()) {
+    const std::optional<ByteSpan> unit = NextLengthUnit(data, static_cast<size_t>(framing.lengthBytes));
+    if (!unit) return;
+    take(*unit);
+  }
 }
 
 Bytes PutTogether(const UnitRun& run, Framing framing) {
@@ -114,110 +147,6 @@ Bytes ToMarkerForm(const std::vector<Unit>& units) {
     Append(out, unit.bytes);
   }
   return out;
-}
-
-int UnitType(Codec codec, ByteSpan unit) {
-  if (unit.size() < (codec == Codec::kH264 ? 1u : 2u)) return -1;
-  return codec == Codec::kH264 ? unit[0] & 31 : unit[0] >> 1 & 63;
-}
-
-bool IsSlice(Codec codec, int unitType) {
-  return codec == Codec::kH264 ? unitType >= 1 && unitType <= 5 : unitType >= 0 && unitType <= 31;
-}
-
-bool IsParameterSet(Codec codec, int unitType) {
-  return codec == Codec::kH264 ? unitType == 7 || unitType == 8 : unitType >= 32 && unitType <= 34;
-}
-
-std::string UnitTypeName(Codec codec, int unitType) {
-  if (unitType < 0) return "cut off";
-  // ITU-T H.264 table 7-1.
-  static constexpr std::array<const char*, 32> kH264 = {"unspecified",
-                                                        "slice",
-                                                        "slice partition A",
-                                                        "slice partition B",
-                                                        "slice partition C",
-                                                        "IDR slice",
-                                                        "SEI",
-                                                        "SPS",
-                                                        "PPS",
-                                                        "access unit delimiter",
-                                                        "end of sequence",
-                                                        "end of stream",
-                                                        "filler data",
-                                                        "SPS extension",
-                                                        "prefix unit",
-                                                        "subset SPS",
-                                                        "depth parameter set",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "auxiliary slice",
-                                                        "slice extension",
-                                                        "depth slice extension",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "unspecified",
-                                                        "unspecified",
-                                                        "unspecified",
-                                                        "unspecified",
-                                                        "unspecified",
-                                                        "unspecified",
-                                                        "unspecified",
-                                                        "unspecified"};
-  // ITU-T H.265 table 7-1.
-  static constexpr std::array<const char*, 48> kHevc = {"TRAIL_N slice",
-                                                        "TRAIL_R slice",
-                                                        "TSA_N slice",
-                                                        "TSA_R slice",
-                                                        "STSA_N slice",
-                                                        "STSA_R slice",
-                                                        "RADL_N slice",
-                                                        "RADL_R slice",
-                                                        "RASL_N slice",
-                                                        "RASL_R slice",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "BLA_W_LP slice",
-                                                        "BLA_W_RADL slice",
-                                                        "BLA_N_LP slice",
-                                                        "IDR_W_RADL slice",
-                                                        "IDR_N_LP slice",
-                                                        "CRA slice",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "VPS",
-                                                        "SPS",
-                                                        "PPS",
-                                                        "access unit delimiter",
-                                                        "end of sequence",
-                                                        "end of bitstream",
-                                                        "filler data",
-                                                        "prefix SEI",
-                                                        "suffix SEI",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved",
-                                                        "reserved"};
-  const auto index = static_cast<size_t>(unitType);
-  if (codec == Codec::kH264) return index < kH264.size() ? kH264[index] : "unknown";
-  if (unitType == 62) return "Dolby Vision RPU";
-  if (unitType == 63) return "Dolby Vision enhancement layer";
-  return index < kHevc.size() ? kHevc[index] : "unspecified";
 }
 
 Bytes Unescape(ByteSpan unit) {
@@ -298,50 +227,6 @@ Bytes MakeSeiUnit(ByteSpan header, const std::vector<SeiMessage>& messages) {
   }
   rbsp.push_back(0x80);
   return Escape(rbsp);
-}
-
-std::string SeiTypeName(int payloadType) {
-  struct Name {
-    int type;
-    const char* name;
-  };
-  // ITU-T H.264 and H.265 annex D; where a number means different things, both are told.
-  static constexpr Name kNames[] = {
-      {0, "buffering period"},
-      {1, "picture timing"},
-      {2, "pan-scan rectangle"},
-      {3, "filler payload"},
-      {4, "registered user data (ITU-T T.35)"},
-      {5, "unregistered user data"},
-      {6, "recovery point"},
-      {9, "scene information"},
-      {15, "picture snapshot"},
-      {17, "progressive refinement end"},
-      {19, "film grain characteristics"},
-      {22, "post-filter hint"},
-      {23, "tone mapping"},
-      {45, "frame packing arrangement"},
-      {47, "display orientation"},
-      {56, "green metadata"},
-      {128, "structure of pictures"},
-      {129, "active parameter sets"},
-      {130, "decoding unit information"},
-      {131, "temporal sub-layer zero index"},
-      {132, "decoded picture hash"},
-      {133, "scalable nesting"},
-      {134, "region refresh"},
-      {135, "no display"},
-      {136, "time code"},
-      {137, "mastering display colour volume"},
-      {144, "content light level"},
-      {147, "alternative transfer characteristics"},
-      {148, "ambient viewing environment"},
-      {149, "content colour volume"},
-  };
-  for (const Name& name : kNames) {
-    if (name.type == payloadType) return name.name;
-  }
-  return fmt::format("type {}", payloadType);
 }
 
 }  // namespace qlnmedia

@@ -5,16 +5,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <span>
-#include <string>
+#include <functional>
 #include <vector>
 
+#include "units/unit_types.h"
+
 namespace qlnmedia {
-
-using Bytes = std::vector<uint8_t>;
-using ByteSpan = std::span<const uint8_t>;
-
-enum class Codec { kH264, kHevc };
 
 // How units are told apart: by start codes, or by a big-endian length of 1, 2 or 4 bytes in front of each.
 struct Framing {
@@ -40,20 +36,14 @@ struct UnitRun {
 // Takes a packet apart; PutTogether of the result gives the same bytes. In length form a unit whose length
 // leads past the end goes to `rest` with all behind it.
 UnitRun TakeApart(ByteSpan data, Framing framing);
+// Calls `take` for each unit of a packet in order, without a copy: spans point into `data`.
+void VisitUnits(ByteSpan data, Framing framing, const std::function<void(ByteSpan unit)>& take);
 Bytes PutTogether(const UnitRun& run, Framing framing);
 
 // All units with lengths of 4 bytes, or with start codes of 4 bytes: the two forms in which the library takes
 // frames.
 Bytes ToLengthForm(const std::vector<Unit>& units);
 Bytes ToMarkerForm(const std::vector<Unit>& units);
-
-// nal_unit_type of a unit's header; -1 for a unit too short for its header.
-int UnitType(Codec codec, ByteSpan unit);
-// True for a coded slice of a picture in the base layer and view.
-bool IsSlice(Codec codec, int unitType);
-bool IsParameterSet(Codec codec, int unitType);
-// The published name of a type, as "IDR slice" or "SPS".
-std::string UnitTypeName(Codec codec, int unitType);
 
 // The payload of a unit without its emulation prevention bytes, by the full rule of the standards: the 3 of
 // each 00 00 03 goes.
@@ -71,8 +61,6 @@ struct SeiMessage {
 std::vector<SeiMessage> ReadSeiMessages(Codec codec, ByteSpan unit, bool* whole = nullptr);
 // An SEI unit of the given header (1 byte for H.264, 2 for HEVC) from messages.
 Bytes MakeSeiUnit(ByteSpan header, const std::vector<SeiMessage>& messages);
-// The published name of an SEI payload type.
-std::string SeiTypeName(int payloadType);
 
 }  // namespace qlnmedia
 

@@ -8,11 +8,11 @@
 #include "base/error.h"
 #include "base/library_messages.h"
 #include "base/report.h"
-#include "check/check.h"
 #include "commands.h"
 #include "exit_status.h"
 #include "output.h"
 #include "progress_bar.h"
+#include "qlnmedia/check.h"
 
 namespace qlnmedia {
 
@@ -31,7 +31,7 @@ void Run(const Options& options) {
   for (const Finding& finding : findings) {
     if (options.json) {
       list.push_back({{"stream", finding.stream},
-                      {"what", finding.what},
+                      {"what", FindingWord(finding.kind)},
                       {"text", finding.text},
                       {"frame", finding.frame < 0 ? Json(nullptr) : Json(finding.frame)},
                       {"count", finding.count}});
@@ -39,7 +39,7 @@ void Run(const Options& options) {
     }
     std::string where = fmt::format("stream {}", finding.stream);
     if (finding.frame >= 0) where += fmt::format(", frame {}", finding.frame);
-    Print(fmt::format("{}: {}: {}{}\n", where, style.Bad(finding.what), finding.text,
+    Print(fmt::format("{}: {}: {}{}\n", where, style.Bad(FindingWord(finding.kind)), finding.text,
                       finding.count > 1 ? fmt::format(" ({} times)", finding.count) : ""));
   }
   if (options.json) Print(Json{{"findings", list}}.dump(2) + "\n");

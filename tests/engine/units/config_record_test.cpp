@@ -41,6 +41,50 @@ TEST(ConfigRecord, HvccInParts) {
   EXPECT_EQ(WriteConfigRecord(record), body);
 }
 
+// ISO/IEC 14496-15 clauses 5.3.3.1 and 8.3.3.1.
+TEST(ConfigRecord, HeadsByName) {
+  const AvccHead avcc = ReadConfigRecord(Codec::kH264, Hex(kAvcc)).avccHead().value();
+  EXPECT_EQ(avcc.configurationVersion, 1);
+  EXPECT_EQ(avcc.AVCProfileIndication, 100);
+  EXPECT_EQ(avcc.profile_compatibility, 0);
+  EXPECT_EQ(avcc.AVCLevelIndication, 31);
+  EXPECT_EQ(avcc.lengthSizeMinusOne, 1);
+  const Bytes body = Hex("01 62 60000000 900000000001 5D F003 FE FD FA FC 0BB8 57 00");
+  const HvccHead hvcc = ReadConfigRecord(Codec::kHevc, body).hvccHead().value();
+  EXPECT_EQ(hvcc.general_profile_space, 1);
+  EXPECT_EQ(hvcc.general_tier_flag, 1);
+  EXPECT_EQ(hvcc.general_profile_idc, 2);
+  EXPECT_EQ(hvcc.general_profile_compatibility_flags, 0x60000000u);
+  EXPECT_EQ(hvcc.general_constraint_indicator_flags, 0x900000000001u);
+  EXPECT_EQ(hvcc.general_level_idc, 93);
+  EXPECT_EQ(hvcc.min_spatial_segmentation_idc, 3);
+  EXPECT_EQ(hvcc.parallelismType, 2);
+  EXPECT_EQ(hvcc.chromaFormat, 1);
+  EXPECT_EQ(hvcc.bitDepthLumaMinus8, 2);
+  EXPECT_EQ(hvcc.bitDepthChromaMinus8, 4);
+  EXPECT_EQ(hvcc.avgFrameRate, 3000);
+  EXPECT_EQ(hvcc.constantFrameRate, 1);
+  EXPECT_EQ(hvcc.numTemporalLayers, 2);
+  EXPECT_EQ(hvcc.temporalIdNested, 1);
+  EXPECT_EQ(hvcc.lengthSizeMinusOne, 3);
+  EXPECT_FALSE(ReadAvccHead(ByteSpan(body).first(4)).has_value());
+  EXPECT_FALSE(ReadHvccHead(ByteSpan(body).first(21)).has_value());
+  EXPECT_FALSE(ReadConfigRecord(Codec::kH264, Hex("00000001 6742")).avccHead().has_value());
+}
+
+TEST(ConfigRecord, UnitsAreVisitedInPlace) {
+  for (const char* const text :
+       {kAvcc, "00000001 6742 000001 68CE", "01 64001F FD E1 0003 674201 02 0009 68"}) {
+    const Bytes data = Hex(text);
+    std::vector<Bytes> visited;
+    VisitConfigUnits(Codec::kH264, data, [&](ByteSpan unit) {
+      EXPECT_TRUE(unit.data() >= data.data() && unit.data() + unit.size() <= data.data() + data.size());
+      visited.emplace_back(unit.begin(), unit.end());
+    });
+    EXPECT_EQ(visited, ReadConfigRecord(Codec::kH264, data).units()) << text;
+  }
+}
+
 TEST(ConfigRecord, StartCodesAreNoBox) {
   const Bytes data = Hex("00000001 6742 000001 68CE");
   const ConfigRecord record = ReadConfigRecord(Codec::kH264, data);

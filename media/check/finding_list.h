@@ -1,0 +1,29 @@
+// Gathers findings; what is found again counts up.
+#ifndef MEDIA_CHECK_FINDING_LIST_H
+#define MEDIA_CHECK_FINDING_LIST_H
+
+#include <map>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "qlnmedia/check.h"
+
+namespace qlnmedia {
+
+class FindingList {
+ public:
+  // Adds a finding, or counts up the one of the same stream, kind and text.
+  void Add(Finding finding);
+  const std::vector<Finding>& findings() const { return findings_; }
+  std::vector<Finding> Take() { return std::move(findings_); }
+
+ private:
+  std::vector<Finding> findings_;
+  std::map<std::tuple<unsigned, FindingKind, std::string>, size_t> places_;
+};
+
+}  // namespace qlnmedia
+
+#endif

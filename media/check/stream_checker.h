@@ -1,0 +1,47 @@
+// Checks one coded stream, packet by packet: its sets, its units' order, its HDR metadata.
+#ifndef MEDIA_CHECK_STREAM_CHECKER_H
+#define MEDIA_CHECK_STREAM_CHECKER_H
+
+#include <cstdint>
+#include <string>
+
+#include "check/container_facts.h"
+#include "check/finding_list.h"
+#include "check/hdr.h"
+#include "check/set_history.h"
+#include "check/unit_order.h"
+#include "container/media_stream.h"
+#include "units/config_record.h"
+
+namespace qlnmedia {
+
+class StreamChecker {
+ public:
+  // `stream` is one of H.264 or HEVC; its private data is checked at once. `stream` and `findings` must
+  // outlive this.
+  StreamChecker(const MediaStream& stream, FindingList& findings);
+
+  // Takes the next packet of the stream.
+  void Take(const PacketView& packet);
+  // At the end of the stream.
+  void Finish() { hdr_.Finish(); }
+
+ private:
+  void Add(FindingKind kind, std::string text, int64_t frame);
+  void TakeSet(ByteSpan unit, int64_t frame);
+  void TakeSps(ByteSpan unit, int64_t frame);
+
+  const MediaStream& stream_;
+  FindingList& findings_;
+  Codec codec_;
+  ConfigRecord config_;
+  std::string place_;  // of the private data, as people call it
+  SetHistory sets_;
+  OrderRules rules_;
+  HdrChecker hdr_;
+  int64_t frames_ = 0;
+};
+
+}  // namespace qlnmedia
+
+#endif

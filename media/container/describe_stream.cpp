@@ -1,0 +1,147 @@
+// Translates what libavformat says of a stream.
+
+#include "container/describe_stream.h"
+
+#include <cmath>
+#include <cstring>
+#include <iterator>
+
+#include "container/coded_stream.h"
+#include "container/media_file.h"
+
+namespace qlnmedia {
+
+namespace {
+
+static_assert(kProgressive == static_cast<int>(AV_FIELD_PROGRESSIVE) &&
+              kTopFirst == static_cast<int>(AV_FIELD_TT) && kBottomFirst == static_cast<int>(AV_FIELD_BB) &&
+              kTopCodedBottomShownFirst == static_cast<int>(AV_FIELD_TB) &&
+              kBottomCodedTopShownFirst == static_cast<int>(AV_FIELD_BT));
+static_assert(kLimitedRange == static_cast<int>(AVCOL_RANGE_MPEG) &&
+              kFullRange == static_cast<int>(AVCOL_RANGE_JPEG));
+
+StreamKind KindOf(AVMediaType type) {
+  switch (type) {
+    case AVMEDIA_TYPE_VIDEO:
+      return StreamKind::kVideo;
+    case AVMEDIA_TYPE_AUDIO:
+      return StreamKind::kAudio;
+    case AVMEDIA_TYPE_DATA:
+      return StreamKind::kData;
+    case AVMEDIA_TYPE_SUBTITLE:
+      return StreamKind::kSubtitle;
+    case AVMEDIA_TYPE_ATTACHMENT:
+      return StreamKind::kAttachment;
+    default:
+      return StreamKind::kUnknown;
+  }
+}
+
+std::vector<std::string> DispositionsOf(int flags) {
+  std::vector<std::string> names;
+  for (int bit = 0; bit < 31; ++bit) {
+    const char* const name = (flags >> bit & 1) != 0 ? av_disposition_to_string(1 << bit) : nullptr;
+    if (name != nullptr) names.emplace_back(name);
+  }
+  return names;
+}
+
+uint32_t Units(AVRational value, double scale) {
+  return value.den == 0 ? 0 : static_cast<uint32_t>(std::llround(av_q2d(value) * scale));
+}
+
+// Side data of a type; null where the stream has none of at least that size.
+template <class Data>
+const Data* SideData(const AVStream& stream, AVPacketSideDataType type) {
+  size_t size = 0;
+  const uint8_t* const data = av_stream_get_side_data(&stream, type, &size);
+  return data == nullptr || size < sizeof(Data) ? nullptr : reinterpret_cast<const Data*>(data);
+}
+
+std::optional<MasteringDisplay> MasteringOf(const AVStream& stream) {
+  const auto* const display =
+      SideData<AVMasteringDisplayMetadata>(stream, AV_PKT_DATA_MASTERING_DISPLAY_METADATA);
+  if (display == nullptr || display->has_primaries == 0 || display->has_luminance == 0) return {};
+  const auto point = [](const AVRational(&pair)[2]) {
+    return MasteringDisplay::Point{static_cast<uint16_t>(Units(pair[0], 50000)),
+                                   static_cast<uint16_t>(Units(pair[1], 50000))};
+  };
+  return MasteringDisplay{point(display->display_primaries[0]), point(display->display_primaries[1]),
+                          point(display->display_primaries[2]), point(display->white_point),
+                          Units(display->max_luminance, 10000), Units(display->min_luminance, 10000)};
+}
+
+std::optional<LightLevel> LightLevelOf(const AVStream& stream) {
+  const auto* const light = SideData<AVContentLightMetadata>(stream, AV_PKT_DATA_CONTENT_LIGHT_LEVEL);
+  if (light == nullptr) return {};
+  return LightLevel{static_cast<uint16_t>(light->MaxCLL), static_cast<uint16_t>(light->MaxFALL)};
+}
+
+std::optional<DolbyVisionConfiguration> DolbyVisionOf(const AVStream& stream) {
+  const auto* const record = SideData<AVDOVIDecoderConfigurationRecord>(stream, AV_PKT_DATA_DOVI_CONF);
+  if (record == nullptr) return {};
+  return DolbyVisionConfiguration{.dv_version_major = record->dv_version_major,
+                                  .dv_version_minor = record->dv_version_minor,
+                                  .dv_profile = record->dv_profile,
+                                  .dv_level = record->dv_level,
+                                  .rpu_present_flag = record->rpu_present_flag,
+                                  .el_present_flag = record->el_present_flag,
+                                  .bl_present_flag = record->bl_present_flag,
+                                  .dv_bl_signal_compatibility_id = record->dv_bl_signal_compatibility_id};
+}
+
+std::optional<double> RotationOf(const AVStream& stream) {
+  struct Matrix {
+    int32_t words[9];
+  };
+  const auto* const matrix = SideData<Matrix>(stream, AV_PKT_DATA_DISPLAYMATRIX);
+  if (matrix == nullptr) return {};
+  const double degrees = av_display_rotation_get(matrix->words);
+  return std::isnan(degrees) ? std::nullopt : std::optional<double>(degrees);
+}
+
+}  // namespace
+
+const char* StreamKindName(StreamKind kind) {
+  static constexpr const char* kNames[] = {"unknown", "video", "audio", "data", "subtitle", "attachment"};
+  return kNames[static_cast<size_t>(kind)];
+}
+
+ContainerColour DescribeContainerColour(const AVStream& stream) {
+  const AVCodecParameters& parameters = *stream.codecpar;
+  return {parameters.color_primaries, parameters.color_trc, parameters.color_space, parameters.color_range,
+          parameters.width,           parameters.height,    parameters.field_order};
+}
+
+MediaStream DescribeMediaStream(const AVStream& stream, const ContainerColour& colour, bool raw,
+                                bool described) {
+  const AVCodecParameters& parameters = *stream.codecpar;
+  MediaStream out;
+  out.index = static_cast<unsigned>(stream.index);
+  out.id = stream.id;
+  out.kind = KindOf(parameters.codec_type);
+  out.movingPictures = MediaFile::IsVideo(stream);
+  out.codecName = avcodec_get_name(parameters.codec_id);
+  out.tag = parameters.codec_tag;
+  const AVDictionaryEntry* const language = av_dict_get(stream.metadata, "language", nullptr, 0);
+  if (language != nullptr) out.language = language->value;
+  out.dispositions = DispositionsOf(stream.disposition);
+  out.coded = DescribeStream(stream, raw);
+  out.hasColourDescription = described;
+  out.container = colour;
+  out.width = parameters.width;
+  out.height = parameters.height;
+  out.fieldOrder = static_cast<FieldOrder>(parameters.field_order);
+  out.sampleAspect = FromLibav(stream.sample_aspect_ratio);
+  out.rotation = RotationOf(stream);
+  out.duration = stream.duration > 0 ? stream.duration : 0;
+  out.bitRate = parameters.bit_rate;
+  out.sampleRate = parameters.sample_rate;
+  out.channels = parameters.ch_layout.nb_channels;
+  out.mastering = MasteringOf(stream);
+  out.lightLevel = LightLevelOf(stream);
+  out.dolbyVision = DolbyVisionOf(stream);
+  return out;
+}
+
+}  // namespace qlnmedia

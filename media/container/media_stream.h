@@ -1,0 +1,94 @@
+// What a container says of one of its streams, in plain types.
+#ifndef MEDIA_CONTAINER_MEDIA_STREAM_H
+#define MEDIA_CONTAINER_MEDIA_STREAM_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/rational.h"
+#include "units/coded_stream.h"
+#include "units/static_hdr.h"
+
+namespace qlnmedia {
+
+enum class StreamKind { kUnknown, kVideo, kAudio, kData, kSubtitle, kAttachment };
+
+// "video", "audio" and so on.
+const char* StreamKindName(StreamKind kind);
+
+// How the fields of a frame follow each other: which one is coded first, and which one is shown first.
+enum FieldOrder : int {
+  kFieldOrderUnknown,
+  kProgressive,
+  kTopFirst,
+  kBottomFirst,
+  kTopCodedBottomShownFirst,
+  kBottomCodedTopShownFirst,
+};
+
+enum ColourRange : int { kRangeUnknown, kLimitedRange, kFullRange };
+
+// What a container itself says about a stream's pictures; 2 is an unspecified colour, as in ITU-T H.273.
+// Sizes are 0 where it says nothing.
+struct ContainerColour {
+  int primaries = 2;
+  int transfer = 2;
+  int matrix = 2;
+  int range = kRangeUnknown;
+  int width = 0;
+  int height = 0;
+  int fieldOrder = kFieldOrderUnknown;
+};
+
+// The fields of a Dolby Vision configuration by their published names.
+struct DolbyVisionConfiguration {
+  uint8_t dv_version_major = 0;
+  uint8_t dv_version_minor = 0;
+  uint8_t dv_profile = 0;
+  uint8_t dv_level = 0;
+  uint8_t rpu_present_flag = 0;
+  uint8_t el_present_flag = 0;
+  uint8_t bl_present_flag = 0;
+  uint8_t dv_bl_signal_compatibility_id = 0;
+};
+
+struct MediaStream {
+  unsigned index = 0;
+  int id = 0;  // of the container: track id, PID
+  StreamKind kind = StreamKind::kUnknown;
+  bool movingPictures = false;  // video, and no cover art
+  std::string codecName;        // as "h264", "aac"
+  uint32_t tag = 0;             // the container's codec tag, first character in the lowest byte; 0 for none
+  std::string language;         // empty where the container does not tell
+  std::vector<std::string> dispositions;  // "default", "forced" and so on
+  StreamDescription coded;
+  bool hasColourDescription = false;  // the container has places for colour, range and size
+  ContainerColour container;          // what those say
+
+  // What container and headers say together.
+  int width = 0;
+  int height = 0;
+  FieldOrder fieldOrder = kFieldOrderUnknown;
+  Rational sampleAspect{0, 1};     // width to height of a sample as the container tells; 0 where it does not
+  std::optional<double> rotation;  // degrees, counter-clockwise, by which pictures are to be turned
+  int64_t duration = 0;            // in units of coded.timeBase; 0 where it is not known
+  int64_t bitRate = 0;             // bits a second; 0 where it is not known
+  int sampleRate = 0;              // audio, Hz
+  int channels = 0;                // audio
+
+  std::optional<MasteringDisplay> mastering;
+  std::optional<LightLevel> lightLevel;
+  std::optional<DolbyVisionConfiguration> dolbyVision;
+};
+
+// One packet of a file: whose it is, and what is in it.
+struct MediaPacket {
+  unsigned stream = 0;
+  PacketView view;
+};
+
+}  // namespace qlnmedia
+
+#endif

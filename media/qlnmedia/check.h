@@ -1,0 +1,55 @@
+/// @file check.h
+/// Holds what container, configuration record and coded stream of a media file say against each other, and
+/// against the order rules of the standards (ITU-T H.264, H.265).
+///
+/// Functions may run in several threads at once, each on its own file or on the same one; nothing is written.
+#ifndef QLNMEDIA_CHECK_H
+#define QLNMEDIA_CHECK_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "qlnmedia/api.h"
+#include "qlnmedia/progress.h"
+
+namespace qlnmedia {
+
+/// What a finding is about.
+enum class FindingKind {
+  kColour,     ///< primaries, transfer or matrix
+  kRange,      ///< limited or full
+  kSize,       ///< width and height
+  kRate,       ///< pictures a second
+  kInterlace,  ///< fields or progressive frames
+  kHdr,        ///< mastering display, content light level
+  kSets,       ///< parameter sets that change, or differ from the configuration record
+  kOrder,      ///< units out of the order of their access unit
+  kCaptions,   ///< pictures whose captions are not those of the stream's rate
+  kDamage,     ///< bytes that are missing, or are not what their place asks for
+};
+
+/// One kind of disagreement; the same in later frames counts up.
+struct Finding {
+  unsigned stream = 0;  ///< index in the file
+  FindingKind kind = FindingKind::kDamage;
+  std::string text;    ///< who says what, in one line
+  int64_t frame = -1;  ///< the first coded frame that shows it, from 0; -1 for the stream as a whole
+  int64_t count = 1;   ///< frames that show it
+};
+
+/// The word of a kind, as scripts know it: "colour", "range", "size", "rate", "interlace", "hdr", "sets",
+/// "order", "captions", "damage". Static storage.
+QLNMEDIA_API const char* FindingWord(FindingKind kind);
+
+/// Reads a whole file and returns what is found, in the order in which it shows; nothing for a sound file.
+///
+/// @param path      an H.264 or HEVC stream in any container that can be read, or raw; of MPEG-2 the captions
+/// @param progress  may be empty
+/// @throws Error      for a file that is missing, is no media, or has no such stream
+/// @throws Cancelled  where `progress` calls it off
+QLNMEDIA_API std::vector<Finding> CheckFile(const std::string& path, const ProgressCallback& progress = {});
+
+}  // namespace qlnmedia
+
+#endif
