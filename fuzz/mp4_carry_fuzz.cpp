@@ -29,7 +29,7 @@ class Editor final : public SampleEditor {
   explicit Editor(uint32_t seed) : seed_(seed) {}
 
   void Take(const Sample& sample, ByteSpan bytes, SampleReturns& returns) override {
-    if (expected.size() == kMostSamples) throw qlnmedia::ToolError("", "enough");
+    if (expected.size() == kMostSamples) throw qlnmedia::Error("", "enough");
     Bytes fresh(bytes.begin(), bytes.end());
     seed_ = seed_ * 1664525 + 1013904223;
     if (!fresh.empty()) {
@@ -68,7 +68,7 @@ std::optional<Bytes> Carry(const Source& source, const Change& change) {
     carrier.Write(sink);
     Expect(sink.bytes().size() == carrier.outputSize());
     return sink.bytes();
-  } catch (const qlnmedia::ToolError&) {
+  } catch (const qlnmedia::Error&) {
     return std::nullopt;
   }
 }

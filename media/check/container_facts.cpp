@@ -16,7 +16,7 @@ constexpr int kUnspecified = 2;
 
 class FactChecker {
  public:
-  FactChecker(const MediaStream& stream, const SpsSummary& sps, const SetPlace& place, FindingList& findings)
+  FactChecker(const MediaStream& stream, const SpsFacts& sps, const SetPlace& place, FindingList& findings)
       : stream_(stream),
         container_(stream.container),
         sps_(sps),
@@ -63,12 +63,13 @@ class FactChecker {
   }
 
   void CheckInterlace() {
-    const bool progressiveOnly = h264_ ? sps_.frameMbsOnly && !sps_.picStruct
-                                       : !sps_.interlace[2] && sps_.interlace[0] && !sps_.interlace[1];
+    const bool progressiveOnly =
+        h264_ ? sps_.h264.frameMbsOnly && !sps_.h264.picStruct
+              : !sps_.hevc.interlace[2] && sps_.hevc.interlace[0] && !sps_.hevc.interlace[1];
     if (container_.fieldOrder > kProgressive && progressiveOnly)
       Add(FindingKind::kInterlace,
           fmt::format("the container says fields, {} progressive frames", place_.name));
-    if (container_.fieldOrder == kProgressive && !h264_ && sps_.interlace[2])
+    if (container_.fieldOrder == kProgressive && !h264_ && sps_.hevc.interlace[2])
       Add(FindingKind::kInterlace, fmt::format("the container says progressive, {} fields", place_.name));
   }
 
@@ -87,7 +88,7 @@ class FactChecker {
 
   const MediaStream& stream_;
   const ContainerColour& container_;
-  const SpsSummary& sps_;
+  const SpsFacts& sps_;
   const SetPlace& place_;
   FindingList& findings_;
   bool h264_;
@@ -95,7 +96,7 @@ class FactChecker {
 
 }  // namespace
 
-void CheckContainerFacts(const MediaStream& stream, const SpsSummary& sps, const SetPlace& place,
+void CheckContainerFacts(const MediaStream& stream, const SpsFacts& sps, const SetPlace& place,
                          FindingList& findings) {
   if (!stream.hasColourDescription) return;
   FactChecker checker(stream, sps, place, findings);

@@ -18,7 +18,7 @@ struct SetPlace {
 
 // Adds findings on colour, range, size, rate and interlacing. A container without a place for such things is
 // held to none of them.
-void CheckContainerFacts(const MediaStream& stream, const SpsSummary& sps, const SetPlace& place,
+void CheckContainerFacts(const MediaStream& stream, const SpsFacts& sps, const SetPlace& place,
                          FindingList& findings);
 
 }  // namespace qlnmedia

@@ -12,7 +12,7 @@ namespace qlnmedia {
 std::optional<SetKey> SetKeyOf(Codec codec, ByteSpan unit) {
   const int type = UnitType(codec, unit);
   if (IsSps(codec, type)) {
-    const std::optional<SpsSummary> summary = ReadSpsSummary(codec, unit);
+    const std::optional<SpsFacts> summary = ReadSpsFacts(codec, unit);
     if (!summary) return {};
     return SetKey{type, summary->id};
   }

@@ -68,12 +68,12 @@ void StreamChecker::TakeSet(ByteSpan whole, int64_t frame) {
 }
 
 void StreamChecker::TakeSps(ByteSpan unit, int64_t frame) {
-  const SpsSummary sps = *ReadSpsSummary(codec_, unit);
+  const SpsFacts sps = *ReadSpsFacts(codec_, unit);
   if (codec_ == Codec::kH264) {
-    rules_.twoFields = rules_.twoFields || !sps.frameMbsOnly;
+    rules_.twoFields = rules_.twoFields || !sps.h264.frameMbsOnly;
     rules_.anySliceOrder = rules_.anySliceOrder || unit[1] == kBaseline || unit[1] == kExtended;
   } else {
-    rules_.twoFields = rules_.twoFields || sps.interlace[2];
+    rules_.twoFields = rules_.twoFields || sps.hevc.interlace[2];
   }
   CheckContainerFacts(stream_, sps, {frame < 0 ? place_ : "the stream", frame}, findings_);
 }

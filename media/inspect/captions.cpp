@@ -2,6 +2,8 @@
 
 #include "inspect/captions.h"
 
+#include "container/file_captions.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>

@@ -16,7 +16,7 @@ bool IsSetExtension(Codec codec, int unitType) {
 }  // namespace
 
 bool IsFirstSlice(Codec codec, ByteSpan slice) {
-  const size_t header = HeaderBytes(codec);
+  const size_t header = UnitHeaderBytes(codec);
   return slice.size() > header && slice[header] >> 7 != 0;  // both are a single bit that is 1
 }
 

@@ -4,8 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "mp4/carry.h"
-#include "mp4/list_file.h"
+#include "mp4/carry_random.h"
 
 namespace qln::test::mp4 {
 namespace {
@@ -13,50 +12,22 @@ namespace {
 using testing::HasSubstr;
 using namespace qlnmedia::mp4;
 
-TrackSpec SomeTrack(size_t samples, uint32_t id = 1) {
-  TrackSpec track;
-  track.id = id;
-  for (size_t i = 0; i < samples; ++i)
-    track.samples.push_back(Noise(3 + i * 5 % 11, static_cast<uint32_t>(i + 100 * id)));
-  return track;
-}
-
-// Changes samples at random, and holds the output against the test's reader; and once more back again.
-void ExpectCarried(const Bytes& file, uint32_t track = 1, const Bytes& init = {}) {
-  for (uint32_t seed = 1; seed <= 12; ++seed) {
-    SCOPED_TRACE(seed);
-    FunctionEditor editor(RandomChange(seed), seed % 4);
-    const Carried carried = CarrySamples(file, track, editor, init);
-    ASSERT_EQ(Compare(file, carried.output, track, editor.result, init), "");
-    // The same samples once more change nothing.
-    size_t next = 0;
-    const auto fresh = editor.result;
-    FunctionEditor again([&](const Sample&, const Bytes&) { return fresh.at(next++); });
-    const Carried twice = CarrySamples(carried.output, track, again, init);
-    EXPECT_EQ(twice.output, carried.output);
-    EXPECT_EQ(twice.counts.changedSamples, 0u);
-  }
-  FunctionEditor keep([](const Sample&, const Bytes&) { return std::nullopt; });
-  EXPECT_EQ(CarrySamples(file, track, keep, init).output, file);
-  EXPECT_EQ(CarryBytes(file, {}, init).output, file);
-}
-
 TEST(Carrier, OneTrackInFrontAndBehind) {
   for (const bool front : {true, false}) {
-    ExpectCarried(BuildMovie({.tracks = {SomeTrack(9)}, .moovFirst = front}));
+    ExpectCarried(BuildMovie({.tracks = {SampleTrack(9)}, .moovFirst = front}));
   }
 }
 
 TEST(Carrier, InterleavedTracksGapsAndChunksOfAllLengths) {
-  TrackSpec one = SomeTrack(20, 1);
+  TrackSpec one = SampleTrack(20, 1);
   one.chunks = {3, 1, 4, 2};
-  TrackSpec two = SomeTrack(17, 2);
+  TrackSpec two = SampleTrack(17, 2);
   two.chunks = {2, 5};
   two.handler = "soun";
   two.format = "mp4a";
   for (const bool front : {true, false}) {
     for (const bool parts : {true, false}) {
-      const Bytes file = BuildMovie({.tracks = {one, two, SomeTrack(3, 9)},
+      const Bytes file = BuildMovie({.tracks = {one, two, SampleTrack(3, 9)},
                                      .moovFirst = front,
                                      .gap = Text("GAP!"),
                                      .twoMdats = parts});
@@ -69,9 +40,9 @@ TEST(Carrier, InterleavedTracksGapsAndChunksOfAllLengths) {
 
 TEST(Carrier, SizesOfEveryWidthGrowWhereTheyMust) {
   for (const int bits : {4, 8, 16, 32}) {
-    TrackSpec track = SomeTrack(7);
+    TrackSpec track = SampleTrack(7);
     track.sizeBits = bits;
-    const Bytes file = BuildMovie({.tracks = {track, SomeTrack(4, 2)}});
+    const Bytes file = BuildMovie({.tracks = {track, SampleTrack(4, 2)}});
     ExpectCarried(file);
     for (const size_t size : {15, 16, 255, 256, 65535, 65536}) {
       FunctionEditor editor([&](const Sample& sample, const Bytes&) -> std::optional<Bytes> {
@@ -92,7 +63,7 @@ TEST(Carrier, OneSizeForAllStaysOneWhereItIs) {
   track.uniform = true;
   track.chunks = {4};
   track.samples.assign(9, Noise(6, 1));
-  const Bytes file = BuildMovie({.tracks = {track, SomeTrack(4, 2)}});
+  const Bytes file = BuildMovie({.tracks = {track, SampleTrack(4, 2)}});
   ExpectCarried(file);
   FunctionEditor all([](const Sample&, const Bytes& bytes) { return Joined({bytes, Text("more")}); });
   const Carried carried = CarrySamples(file, 1, all);
@@ -101,7 +72,7 @@ TEST(Carrier, OneSizeForAllStaysOneWhereItIs) {
 }
 
 TEST(Carrier, WideHeadsOpenEndsAndUnknownBoxes) {
-  TrackSpec track = SomeTrack(8);
+  TrackSpec track = SampleTrack(8);
   track.wideHeads = true;
   track.tableBoxes = {Box("sgpd", Noise(20, 1)), Box("sbgp", Noise(30, 2)), Box("zzzz", Noise(5, 1))};
   track.trackBoxes = {Box("edts", {Box("elst", Noise(28, 1))}), Box("tref", {Box("cdsc", Number(2, 4))}),
@@ -125,13 +96,13 @@ TEST(Carrier, WideHeadsOpenEndsAndUnknownBoxes) {
 }
 
 TEST(Carrier, DescriptionsAndDataInOtherFiles) {
-  TrackSpec track = SomeTrack(8);
+  TrackSpec track = SampleTrack(8);
   track.descriptions = 3;
   track.descriptionOfChunk = {1, 2, 2, 1, 3, 1, 2, 3};
-  ExpectCarried(BuildMovie({.tracks = {track, SomeTrack(3, 2)}}));
+  ExpectCarried(BuildMovie({.tracks = {track, SampleTrack(3, 2)}}));
   track.id = 2;
   track.otherFile = true;
-  const Bytes file = BuildMovie({.tracks = {SomeTrack(8, 1), track}});
+  const Bytes file = BuildMovie({.tracks = {SampleTrack(8, 1), track}});
   ExpectCarried(file, 1);
   FunctionEditor editor(RandomChange(1));
   EXPECT_THAT(Refusal([&] { CarrySamples(file, 2, editor); }),
@@ -139,13 +110,13 @@ TEST(Carrier, DescriptionsAndDataInOtherFiles) {
 }
 
 TEST(Carrier, PlacesInAuxiliaryOffsetsAndItems) {
-  TrackSpec track = SomeTrack(8, 2);
+  TrackSpec track = SampleTrack(8, 2);
   track.placeBox = [](uint64_t at) { return Full("saio", 0, 0, {Number(1, 4), Number(at, 4)}); };
-  TrackSpec typed = SomeTrack(8, 3);
+  TrackSpec typed = SampleTrack(8, 3);
   typed.placeBox = [](uint64_t at) {
     return Full("saio", 1, 1, {Text("cenc"), Number(0, 4), Number(2, 4), Number(at, 8), Number(at + 2, 8)});
   };
-  const Bytes file = BuildMovie({.tracks = {SomeTrack(8, 1), track, typed}});
+  const Bytes file = BuildMovie({.tracks = {SampleTrack(8, 1), track, typed}});
   ExpectCarried(file, 1);
   FunctionEditor editor(RandomChange(3));
   const Bytes output = CarrySamples(file, 1, editor).output;
@@ -181,7 +152,7 @@ TEST(Carrier, ItemsFollowTheirBytes) {
                        item(2, 0, 0, place, size), item(3, 0, 0, 0, 0), item(4, 1, 0, 7, 9)})});
   };
   const Bytes item = Text("this is an item");
-  const TrackSpec track = SomeTrack(8, 1);
+  const TrackSpec track = SampleTrack(8, 1);
   const Bytes movie = BuildMovie({.tracks = {track}});
   // In front of the item a movie, so that it moves; and its place is known when the box is built.
   const uint64_t place = movie.size() + 8;
@@ -195,116 +166,8 @@ TEST(Carrier, ItemsFollowTheirBytes) {
   EXPECT_EQ(Bytes(output.end() - static_cast<std::ptrdiff_t>(expected.size()), output.end()), expected);
 }
 
-TEST(Carrier, FragmentsOfEveryKind) {
-  const MovieSpec movie{.tracks = {SomeTrack(1, 1), SomeTrack(1, 2)}};
-  const Bytes init = BuildInit(movie, 6);
-  for (int kind = 0; kind < 64; ++kind) {
-    SCOPED_TRACE(kind);
-    TrafSpec one;
-    one.runs = {{Noise(6, 1), Noise(6, 2)}, {Noise(6, 3)}};
-    one.explicitBase = (kind & 1) != 0;
-    one.baseIsMoof = (kind & 2) != 0;
-    one.sizes = (kind & 4) != 0;
-    one.durations = one.timeOffsets = (kind & 8) != 0;
-    one.offsetsInAll = (kind & 16) != 0;
-    one.defaultSize = (kind & 32) != 0 ? 6 : 0;
-    one.firstFlags = true;
-    one.boxes = {Box("sbgp", Noise(9, 1))};
-    TrafSpec two = one;
-    two.trackId = 2;
-    two.runs = {{Noise(4, 4), Noise(5, 5), Noise(6, 6)}};
-    two.sizes = true;
-    Bytes file = init;
-    for (int i = 0; i < 3; ++i) {
-      file = Joined({file, Box("emsg", Noise(20, 1)), Box("styp", Text("msdh"))});
-      file = Joined({file, BuildFragment({one, two}, file.size(), Text("gap"))});
-    }
-    ExpectCarried(file, 1);
-    ExpectCarried(file, 2);
-    if (kind % 2 != 0) continue;
-    const Bytes segment = Joined({Box("styp", Text("msdh")), BuildFragment({one, two}, 12)});
-    ExpectCarried(segment, 1, init);
-    ExpectCarried(segment, 2, init);
-  }
-}
-
-TEST(Carrier, AuxiliaryOffsetsOfFragmentsCountFromTheirBase) {
-  const Bytes init = BuildInit({.tracks = {SomeTrack(1, 1)}});
-  for (const bool explicitBase : {true, false}) {
-    TrafSpec traf;
-    traf.explicitBase = explicitBase;
-    traf.runs = {{Noise(6, 1), Noise(9, 2)}};
-    traf.placeBox = [](uint64_t at) { return Full("saio", 0, 0, {Number(1, 4), Number(at + 6, 4)}); };
-    Bytes file = init;
-    for (int i = 0; i < 2; ++i) file = Joined({file, BuildFragment({traf}, file.size())});
-    FunctionEditor editor([](const Sample& sample, const Bytes& bytes) -> std::optional<Bytes> {
-      if (sample.number % 2 == 0) return Joined({Text("new"), bytes});
-      return std::nullopt;
-    });
-    const Bytes output = CarrySamples(file, 1, editor).output;
-    EXPECT_EQ(Compare(file, output, 1, editor.result), "");
-    // The second sample of the fragment, three bytes further from the base.
-    const auto last = [](const Bytes& bytes) {
-      const std::string type = "saio";
-      const auto found = std::find_end(bytes.begin(), bytes.end(), type.begin(), type.end());
-      return uint32_t{found[14]} << 8 | found[15];
-    };
-    EXPECT_EQ(last(output), last(file) + 3);
-  }
-}
-
-TEST(Carrier, IndexesNameTheSameBoxes) {
-  const Bytes init = BuildInit({.tracks = {SomeTrack(1, 1)}});
-  TrafSpec traf;
-  traf.runs = {{Noise(6, 1), Noise(9, 2), Noise(30, 3)}};
-  std::vector<uint64_t> sizes;
-  for (int i = 0; i < 4; ++i) sizes.push_back(BuildFragment({traf}, 0).size());
-  for (const uint8_t version : {uint8_t{0}, uint8_t{1}}) {
-    const size_t wide = version == 0 ? 4 : 8;
-    std::vector<Bytes> entries;
-    for (const uint64_t size : sizes)
-      entries.push_back(Joined({Number(size, 4), Number(300, 4), Number(0x90000000, 4)}));
-    const Bytes sidx = Full("sidx", version, 0,
-                            {Number(1, 4), Number(1000, 4), Number(0, wide), Number(20, wide), Bytes(2),
-                             Number(4, 2), Joined(entries)});
-    std::vector<Bytes> levels = {Number(4, 4)};
-    for (const uint64_t size : sizes)
-      levels.push_back(
-          Joined({Number(2, 4), Number(0, 1), Number(size - 10, 3), Number(1, 1), Number(10, 3)}));
-    const Bytes ssix = Full("ssix", 0, 0, levels);
-    // The index begins 20 bytes behind itself when 'free' is as long; here 'ssix' and 'free' stand in
-    // between.
-    Bytes head = sidx;
-    const Bytes first = Number(ssix.size() + 20, wide);
-    std::copy(first.begin(), first.end(), head.begin() + 20 + static_cast<std::ptrdiff_t>(wide));
-    Bytes file = Joined({init, head, ssix, Box("free", Bytes(12))});
-    std::vector<Bytes> access = {Number(1, 4), Number(0x3F, 4), Number(4, 4)};
-    for (int i = 0; i < 4; ++i) {
-      access.push_back(Joined({Number(static_cast<uint64_t>(i) * 300, wide), Number(file.size(), wide),
-                               Number(1, 4), Number(1, 4), Number(1, 4)}));
-      file = Joined({file, BuildFragment({traf}, file.size())});
-    }
-    const Bytes tfra = Full("tfra", version, 0, access);
-    file = Joined({file, Box("mfra", {tfra, Full("mfro", 0, 0, {Number(8 + tfra.size() + 16, 4)})})});
-    const Listing in = ListFile(file);
-    ASSERT_EQ(in.marks.size(), 10u);
-    for (const int64_t mark : in.marks) ASSERT_GE(mark, 0);
-    ExpectCarried(file, 1);
-    // Ranges of levels go with their bytes: the last ten of a fragment are in its last sample.
-    FunctionEditor editor([](const Sample& sample, const Bytes& bytes) -> std::optional<Bytes> {
-      if (sample.number == 2) return Joined({bytes, Text("12345")});
-      return std::nullopt;
-    });
-    const Bytes output = CarrySamples(file, 1, editor).output;
-    const std::string type = "ssix";
-    const auto levelsAt = std::search(output.begin(), output.end(), type.begin(), type.end()) + 4;
-    EXPECT_EQ(Bytes(levelsAt + 16, levelsAt + 20), Joined({Number(1, 1), Number(15, 3)}));
-    EXPECT_EQ(Bytes(levelsAt + 24, levelsAt + 28), Joined({Number(0, 1), Number(sizes[1] - 10, 3)}));
-  }
-}
-
 TEST(Carrier, SubSamplesGetTheGrowthOfTheirPart) {
-  TrackSpec track = SomeTrack(3);
+  TrackSpec track = SampleTrack(3);
   track.samples = {Noise(10, 1), Noise(10, 2), Noise(10, 3)};
   const auto part = [](uint16_t size) { return Joined({Number(size, 2), Bytes(6)}); };
   track.tableBoxes = {Full(
@@ -328,7 +191,7 @@ TEST(Carrier, SubSamplesGetTheGrowthOfTheirPart) {
 TEST(Carrier, WhatCannotBeTrueIsRefusedWithItsPlace) {
   FunctionEditor all([](const Sample&, const Bytes& bytes) { return Joined({bytes, Text("+")}); });
   // Two chunks over the same bytes.
-  MovieSpec spec{.tracks = {SomeTrack(2, 1), SomeTrack(2, 2)}};
+  MovieSpec spec{.tracks = {SampleTrack(2, 1), SampleTrack(2, 2)}};
   Bytes file = BuildMovie(spec);
   const Listing listing = ListFile(file);
   const auto setOffset = [&](int track, uint64_t to) {
@@ -364,7 +227,7 @@ TEST(Carrier, WhatCannotBeTrueIsRefusedWithItsPlace) {
 }
 
 TEST(Carrier, EncryptedSamplesAreRefusedAndTheirDescriptionsAreNot) {
-  TrackSpec track = SomeTrack(2);
+  TrackSpec track = SampleTrack(2);
   track.format = "encv";
   track.entryBoxes = Joined({Box("avcC", Text("old")), Box("sinf", {Box("frma", Text("avc1"))})});
   const Bytes file = BuildMovie({.tracks = {track}});
@@ -379,13 +242,14 @@ TEST(Carrier, EncryptedSamplesAreRefusedAndTheirDescriptionsAreNot) {
   TrafSpec traf;
   traf.runs = {{Noise(6, 1)}};
   traf.boxes = {Full("senc", 0, 0, {Number(0, 4)})};
-  EXPECT_THAT(
-      Refusal([&] { CarrySamples(BuildFragment({traf}, 0), 1, all, BuildInit({.tracks = {SomeTrack(1)}})); }),
-      HasSubstr("encrypted"));
+  EXPECT_THAT(Refusal([&] {
+                CarrySamples(BuildFragment({traf}, 0), 1, all, BuildInit({.tracks = {SampleTrack(1)}}));
+              }),
+              HasSubstr("encrypted"));
 }
 
 TEST(Carrier, MisuseIsNamed) {
-  const Bytes file = BuildMovie({.tracks = {SomeTrack(3)}});
+  const Bytes file = BuildMovie({.tracks = {SampleTrack(3)}});
   FunctionEditor empty([](const Sample&, const Bytes&) { return Bytes{}; });
   EXPECT_THAT(Refusal([&] { CarrySamples(file, 1, empty); }), HasSubstr("is empty, or would become so"));
   EXPECT_THAT(Refusal([&] { CarrySamples(file, 8, empty); }), HasSubstr("there is no track 8"));
@@ -410,7 +274,7 @@ TEST(Carrier, MisuseIsNamed) {
 }
 
 TEST(Carrier, ProgressCountsUpAndCancels) {
-  const Bytes file = BuildMovie({.tracks = {SomeTrack(30)}});
+  const Bytes file = BuildMovie({.tracks = {SampleTrack(30)}});
   FunctionEditor editor(RandomChange(1));
   Change change;
   change.tracks.push_back({.trackId = 1, .samples = &editor, .privateData = {}, .facts = {}});

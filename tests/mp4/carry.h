@@ -82,7 +82,7 @@ inline Carried CarrySamples(const Bytes& file, uint32_t trackId, FunctionEditor&
 inline std::string Refusal(const std::function<void()>& work) {
   try {
     work();
-  } catch (const qlnmedia::ToolError& error) {
+  } catch (const qlnmedia::Error& error) {
     return error.what();
   }
   return {};

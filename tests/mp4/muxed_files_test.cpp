@@ -182,10 +182,15 @@ void ExpectCarried(const std::string& path, bool hevc) {
   CarryFile(grown, back, TakeFiller(hevc));
   const Bytes again = ReadFile(back);
   EXPECT_EQ(Compare(input, again, outcome.track, original), "");
-  if (listing.count().count("btrt") == 0) {
+  // A run of a fragment that had one size for all may have got a size for each.
+  const auto counts = listing.count();
+  EXPECT_GE(again.size(), input.size());
+  if (counts.count("moof") == 0) {
+    EXPECT_EQ(again.size(), input.size());
+  }
+  if (counts.count("btrt") == 0 && again.size() == input.size()) {
     EXPECT_TRUE(again == input);
   }
-  EXPECT_EQ(again.size(), input.size());
   std::filesystem::remove(grown);
   std::filesystem::remove(back);
 }

@@ -10,7 +10,7 @@
 namespace qln::test::mp4 {
 namespace {
 
-using qlnmedia::ToolError;
+using qlnmedia::Error;
 using namespace qlnmedia::mp4;
 
 Bytes Apply(const Splices& splices, const Bytes& input) {
@@ -86,11 +86,11 @@ TEST(Splices, SameBytesTwiceAreRefused) {
     Splices splices(spool);
     splices.Add(3, 2, Text("x"));
     splices.Add(second, 1, Text("y"));
-    EXPECT_THROW(splices.Seal(MemorySource(Text("abcdefgh"))), ToolError);
+    EXPECT_THROW(splices.Seal(MemorySource(Text("abcdefgh"))), Error);
   }
   Splices outside(spool);
   outside.Add(7, 2, {});
-  EXPECT_THROW(outside.Seal(MemorySource(Text("abcdefgh"))), ToolError);
+  EXPECT_THROW(outside.Seal(MemorySource(Text("abcdefgh"))), Error);
 }
 
 TEST(Splices, ShiftsOfManyAreTheirSum) {

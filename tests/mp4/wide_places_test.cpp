@@ -19,7 +19,7 @@ class SparseSource final : public Source {
   const std::string& name() const override { return name_; }
   uint64_t size() const override { return size_; }
   void Read(uint64_t at, std::span<uint8_t> to) const override {
-    if (at > size_ || to.size() > size_ - at) throw Error(at, "outside");
+    if (at > size_ || to.size() > size_ - at) throw Fault(at, "outside");
     for (size_t i = 0; i < to.size(); ++i, ++at) {
       const uint64_t backAt = size_ - back_.size();
       to[i] = at < front_.size() ? front_[at] : at >= backAt ? back_[at - backAt] : 0;

@@ -49,11 +49,11 @@ std::optional<Box> FindBox(Reader& reader, const Box& parent, uint32_t type, uin
 
 void RequireBody(Reader& reader, const Box& box, uint64_t bodyBytes) {
   if (box.overruns) {
-    throw reader.source().Error(box.at, BoxName(box) + " says " + std::to_string(box.declared) +
+    throw reader.source().Fault(box.at, BoxName(box) + " says " + std::to_string(box.declared) +
                                             " bytes where " + std::to_string(box.size()) + " are left");
   }
   if (box.bodySize() < bodyBytes) {
-    throw reader.source().Error(box.at,
+    throw reader.source().Fault(box.at,
                                 BoxName(box) + " is too short: " + std::to_string(box.size()) + " bytes");
   }
 }

@@ -59,7 +59,7 @@ class BoxLevel {
 // The first box of a type inside another, `headBytes` into its body.
 std::optional<Box> FindBox(Reader& reader, const Box& parent, uint32_t type, uint64_t headBytes = 0);
 
-// Throws ToolError, naming box and place, where a box that is to be taken apart says more than there is or
+// Throws Error, naming box and place, where a box that is to be taken apart says more than there is or
 // holds fewer than `bodyBytes` bytes.
 void RequireBody(Reader& reader, const Box& box, uint64_t bodyBytes);
 

@@ -62,7 +62,7 @@ Carrier::Counts Carrier::Prepare(const Change& change, bool keepPlaces) {
   edit_->samples.Take(edit_->boxes);
   edit_->samples.Seal(source_);
   if (edit_->samples.growth() != expected) {
-    throw ToolError(source_.name(), "the boxes grew by other than was planned; nothing was written");
+    throw Error(source_.name(), "the boxes grew by other than was planned; nothing was written");
   }
   return counts;
 }
@@ -70,11 +70,11 @@ Carrier::Counts Carrier::Prepare(const Change& change, bool keepPlaces) {
 void Carrier::RequireTracks() const {
   for (const TrackChange& track : change_->tracks) {
     if (track.samples != nullptr && layout_.movies.empty() && layout_.initialization == nullptr) {
-      throw ToolError(source_.name(), "a media segment without 'moov'",
-                      "its initialization segment is needed as well");
+      throw Error(source_.name(), "a media segment without 'moov'",
+                  "its initialization segment is needed as well");
     }
     if (FindTrack(track.trackId) == nullptr) {
-      throw ToolError(source_.name(), "there is no track " + std::to_string(track.trackId));
+      throw Error(source_.name(), "there is no track " + std::to_string(track.trackId));
     }
   }
 }
@@ -86,7 +86,7 @@ void Carrier::PrepareSamples(Counts& counts) {
   for (const TrackChange& track : change_->tracks) {
     if (track.samples == nullptr) continue;
     if (!edited.insert(track.trackId).second) {
-      throw ToolError(source_.name(), "track " + std::to_string(track.trackId) + " is to be changed twice");
+      throw Error(source_.name(), "track " + std::to_string(track.trackId) + " is to be changed twice");
     }
     uint64_t read = 0;
     const SampleCounts of = RunSampleEditor(*edit_, track.trackId, *track.samples, [&](uint64_t bytes) {
@@ -121,7 +121,7 @@ void Carrier::PrepareDescriptions(Counts& counts) {
         const bool visual = track->video() && description.entry.bodySize() >= kVisualSampleEntryBytes;
         if (!visual) {
           if (!wished) continue;
-          throw source_.Error(description.entry.at,
+          throw source_.Fault(description.entry.at,
                               "track " + std::to_string(track->id) + " is no video track");
         }
         const auto fresh = EditDescription(source_, layout_, *track, number, change,

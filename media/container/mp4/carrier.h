@@ -8,7 +8,7 @@
 //   CarryToFile(carrier, "out.mp4");   // output_file.h; or carrier.Write into another sink
 //
 // A media segment is opened with its initialization segment beside it. Memory: 16 bytes a changed sample, 8 a
-// fragment, and bounded windows; the bytes that are new wait in a spool. Everything throws ToolError, with
+// fragment, and bounded windows; the bytes that are new wait in a spool. Everything throws Error, with
 // the file, the box or sample, and the place. Not for several threads at once; several carriers are.
 #ifndef MEDIA_CONTAINER_MP4_CARRIER_H
 #define MEDIA_CONTAINER_MP4_CARRIER_H
@@ -24,9 +24,9 @@
 namespace qlnmedia::mp4 {
 
 // Thrown where the progress callback said false.
-class Cancelled : public ToolError {
+class Cancelled : public Error {
  public:
-  explicit Cancelled(const std::string& where) : ToolError(where, "cancelled") {}
+  explicit Cancelled(const std::string& where) : Error(where, "cancelled") {}
 };
 
 struct CarrierOptions {

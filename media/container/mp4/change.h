@@ -18,7 +18,7 @@ namespace qlnmedia::mp4 {
 class SampleReturns {
  public:
   virtual ~SampleReturns() = default;
-  // The sample's new bytes. Throws ToolError for a sample that was not given yet or not in this order, for an
+  // The sample's new bytes. Throws Error for a sample that was not given yet or not in this order, for an
   // empty one on either side, and for an encrypted one whose bytes would change.
   virtual void Replace(uint64_t number, ByteSpan bytes) = 0;
 

@@ -137,7 +137,7 @@ std::optional<NewDescription> EditDescription(const Source& source, const Layout
   for (const PrivateData& data : change.privateData) {
     if (data.description != 0 && data.description != number) continue;
     if (!editor.Replace(data.type, data.body) && data.description != 0) {
-      throw source.Error(description.entry.at, "sample description " + std::to_string(number) + " of track " +
+      throw source.Fault(description.entry.at, "sample description " + std::to_string(number) + " of track " +
                                                    std::to_string(track.id) + " holds no '" +
                                                    TypeName(data.type) + "'");
     }

@@ -25,7 +25,7 @@ struct NewDescription {
 
 // Nothing where no byte changes. `number` is the description's, 1-based. `before` and `after` are what the
 // samples say, and null where they stay: a value of `btrt` that was true of them is made true again, any
-// other stays. Throws ToolError where a record is not there that is to be replaced.
+// other stays. Throws Error where a record is not there that is to be replaced.
 std::optional<NewDescription> EditDescription(const Source& source, const Layout& layout, const Track& track,
                                               uint32_t number, const TrackChange& change,
                                               const BitRates* before, const BitRates* after);

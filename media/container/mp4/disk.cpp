@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "qlnmedia/tool_error.h"
+#include "base/error.h"
 
 namespace qlnmedia::mp4 {
 
@@ -39,16 +39,14 @@ void WriteAll(Disk& disk, int descriptor, ByteSpan bytes, uint64_t at, const std
   while (!bytes.empty()) {
     const ssize_t put = disk.Write(descriptor, bytes, at);
     if (put < 0 && errno == EINTR) continue;
-    if (put <= 0)
-      throw ToolError(path, std::string("cannot write: ") + std::strerror(put == 0 ? ENOSPC : errno));
+    if (put <= 0) throw Error(path, std::string("cannot write: ") + std::strerror(put == 0 ? ENOSPC : errno));
     at += static_cast<uint64_t>(put);
     bytes = bytes.subspan(static_cast<size_t>(put));
   }
 }
 
 void FlushFile(Disk& disk, int descriptor, const std::string& path) {
-  if (disk.Flush(descriptor) != 0)
-    throw ToolError(path, std::string("cannot flush: ") + std::strerror(errno));
+  if (disk.Flush(descriptor) != 0) throw Error(path, std::string("cannot flush: ") + std::strerror(errno));
 }
 
 std::string FolderOf(const std::string& path) {
@@ -60,13 +58,13 @@ std::string FolderOf(const std::string& path) {
 void FlushFolderOf(Disk& disk, const std::string& path) {
   const std::string folder = FolderOf(path);
   const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (descriptor < 0) throw ToolError(folder, std::strerror(errno));
+  if (descriptor < 0) throw Error(folder, std::strerror(errno));
   const int result = disk.Flush(descriptor);
   const int reason = errno;
   close(descriptor);
   // Some file systems have nothing to flush in a folder.
   if (result != 0 && reason != EINVAL && reason != EROFS) {
-    throw ToolError(folder, std::string("cannot flush: ") + std::strerror(reason));
+    throw Error(folder, std::string("cannot flush: ") + std::strerror(reason));
   }
 }
 

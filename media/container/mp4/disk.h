@@ -25,7 +25,7 @@ class Disk {
   static Disk& System();
 };
 
-// Writes all, or throws ToolError with `path` and the system's reason.
+// Writes all, or throws Error with `path` and the system's reason.
 void WriteAll(Disk& disk, int descriptor, ByteSpan bytes, uint64_t at, const std::string& path);
 void FlushFile(Disk& disk, int descriptor, const std::string& path);
 // Makes the names in a file's folder lasting.

@@ -22,7 +22,7 @@ void Edit::SetShape(const std::vector<std::pair<uint64_t, int64_t>>& widened) {
 
 void Edit::PutNumber(Reader& reader, uint64_t at, size_t bytes, uint64_t value, const char* what) {
   if (bytes < 8 && value >> 8 * bytes != 0) {
-    throw source.Error(at, std::string(what) + " would be " + std::to_string(value) +
+    throw source.Fault(at, std::string(what) + " would be " + std::to_string(value) +
                                ", which does not fit its " + std::to_string(8 * bytes) + " bits");
   }
   const uint64_t old = reader.Number(at, bytes);

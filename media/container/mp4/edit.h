@@ -65,7 +65,7 @@ struct Edit {
   // Lays `shape` out anew from fixedGrowth and `widened` (place and growth of each wider box).
   void SetShape(const std::vector<std::pair<uint64_t, int64_t>>& widened);
 
-  // Writes a number over one of the file where it is another. Throws ToolError, naming `what`, where it does
+  // Writes a number over one of the file where it is another. Throws Error, naming `what`, where it does
   // not fit.
   void PutNumber(Reader& reader, uint64_t at, size_t bytes, uint64_t value, const char* what);
   // Writes a box's size where it changed.

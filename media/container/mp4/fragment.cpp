@@ -18,7 +18,7 @@ class FragmentReader {
 
   Fragment Read(uint64_t at) {
     BoxLevel top(reader_, at, reader_.size(), true);
-    if (!top.Next(out_.box)) throw reader_.source().Error(at, "no box where a fragment was");
+    if (!top.Next(out_.box)) throw reader_.source().Fault(at, "no box where a fragment was");
     RequireBody(reader_, out_.box, 0);
     dataEnd_ = static_cast<int64_t>(at);
     BoxLevel level = BoxLevel::Inside(reader_, out_.box);
@@ -35,7 +35,7 @@ class FragmentReader {
     track.box = traf;
     // The header comes first, but nothing makes sure that it does.
     const auto header = FindBox(reader_, traf, FourCc("tfhd"));
-    if (!header) throw reader_.source().Error(traf.at, "box 'traf' has no 'tfhd'");
+    if (!header) throw reader_.source().Fault(traf.at, "box 'traf' has no 'tfhd'");
     TakeHeader(*header, track);
     int64_t runAt = track.base;
     BoxLevel level = BoxLevel::Inside(reader_, traf);
@@ -45,7 +45,7 @@ class FragmentReader {
           Run run = ReadRun(box, track);
           run.dataAt = run.dataOffsetAt != 0 ? track.base + run.dataOffset : runAt;
           if (run.dataAt > kFarthest || run.dataBytes > static_cast<uint64_t>(kFarthest)) {
-            throw reader_.source().Error(box.at, "box 'trun' names samples beyond every file");
+            throw reader_.source().Fault(box.at, "box 'trun' names samples beyond every file");
           }
           runAt = dataEnd_ = run.dataAt + static_cast<int64_t>(run.dataBytes);
           track.runs.push_back(run);
@@ -103,7 +103,7 @@ class FragmentReader {
     if (track.baseAt != 0) {
       const uint64_t base = reader_.U64(track.baseAt);
       if (base > static_cast<uint64_t>(kFarthest)) {
-        throw reader_.source().Error(track.baseAt, "box 'tfhd' has a base beyond every file");
+        throw reader_.source().Fault(track.baseAt, "box 'tfhd' has a base beyond every file");
       }
       track.base = static_cast<int64_t>(base);
     } else {
@@ -137,7 +137,7 @@ class FragmentReader {
     // Where samples have no fields of their own nothing but the file's size bounds their number.
     const uint64_t room = run.entryBytes != 0 ? (box.end - at) / run.entryBytes : reader_.size();
     if (run.samples > room) {
-      throw reader_.source().Error(box.at, "box 'trun' says that it has " + std::to_string(run.samples) +
+      throw reader_.source().Fault(box.at, "box 'trun' says that it has " + std::to_string(run.samples) +
                                                " samples and there is room for " + std::to_string(room));
     }
     if (!run.hasSizes()) {

@@ -52,7 +52,7 @@ struct Fragment {
   std::vector<TrackFragment> tracks;
 };
 
-// Reads the fragment at a place. `movie` gives defaults; null where there is none. Throws ToolError where it
+// Reads the fragment at a place. `movie` gives defaults; null where there is none. Throws Error where it
 // cannot be relied on.
 Fragment ReadFragment(Reader& reader, uint64_t at, const Movie* movie);
 

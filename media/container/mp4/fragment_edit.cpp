@@ -21,7 +21,7 @@ void ForEachSample(const Edit& edit, const TrackFragment& track, const Run& run,
 
 uint64_t NewSize(const Edit& edit, uint64_t offset, const RunSample& sample) {
   const uint64_t size = edit.SampleSize(offset, sample.size);
-  if (size > UINT32_MAX) throw edit.source.Error(offset, "a sample would pass 4 GiB");
+  if (size > UINT32_MAX) throw edit.source.Fault(offset, "a sample would pass 4 GiB");
   return size;
 }
 
@@ -77,7 +77,7 @@ class TrackFragmentWriter {
       const Run& run = track_.runs[i];
       const int64_t start = Place(run.dataAt);
       if (run.dataOffsetAt == 0 && start != at) {
-        throw edit_.source.Error(run.box.at, "a run of samples does not begin where the one before ends");
+        throw edit_.source.Fault(run.box.at, "a run of samples does not begin where the one before ends");
       }
       WriteRun(run, sizes.columns[i], start - newBase_);
       edit_.PutBoxSize(reader_, run.box);
@@ -101,7 +101,7 @@ class TrackFragmentWriter {
     const bool outside = run.dataAt < 0 || static_cast<uint64_t>(run.dataAt) > edit_.source.size();
     if (outside) return static_cast<uint32_t>(run.dataOffset);
     if (offset > INT32_MAX || offset < INT32_MIN) {
-      throw edit_.source.Error(run.dataOffsetAt, "data_offset would not fit its 32 bits");
+      throw edit_.source.Fault(run.dataOffsetAt, "data_offset would not fit its 32 bits");
     }
     return static_cast<uint32_t>(static_cast<int32_t>(offset));
   }

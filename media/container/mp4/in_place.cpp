@@ -21,12 +21,12 @@ namespace {
 class LockedFile {
  public:
   explicit LockedFile(const std::string& path) : descriptor_(open(path.c_str(), O_RDWR | O_CLOEXEC)) {
-    if (descriptor_ < 0) throw ToolError(path, std::strerror(errno));
+    if (descriptor_ < 0) throw Error(path, std::strerror(errno));
     if (flock(descriptor_, LOCK_EX | LOCK_NB) == 0) return;
     const bool busy = errno == EWOULDBLOCK;
     const std::string reason = busy ? "another run is changing it" : std::strerror(errno);
     close(descriptor_);
-    throw ToolError(path, reason);
+    throw Error(path, reason);
   }
   ~LockedFile() { close(descriptor_); }
   LockedFile(const LockedFile&) = delete;
@@ -63,7 +63,7 @@ class PlaceSink final : public Sink {
     at_ += bytes.size();
   }
   void Copy(const Source&, uint64_t, uint64_t) override {
-    throw ToolError(path_, "a stretch of it was to be read while it is written");
+    throw Error(path_, "a stretch of it was to be read while it is written");
   }
 
  private:
@@ -115,9 +115,9 @@ class Placer {
 
  private:
   [[noreturn]] void Refuse(int64_t missing) const {
-    throw ToolError(source_.name(),
-                    "the change does not fit in place: " + std::to_string(missing) + " bytes are missing",
-                    "write it to another file");
+    throw Error(source_.name(),
+                "the change does not fit in place: " + std::to_string(missing) + " bytes are missing",
+                "write it to another file");
   }
 
   // Growth is only for the one movie; what grows elsewhere would move the file.
@@ -152,7 +152,7 @@ class Placer {
   }
 
   void PlaceMovie(const Box& movie) {
-    if (movie.overruns || movie.toEnd) throw source_.Error(movie.at, "box 'moov' is open at its end");
+    if (movie.overruns || movie.toEnd) throw source_.Fault(movie.at, "box 'moov' is open at its end");
     const uint64_t size = movie.size() + static_cast<uint64_t>(growth_);
     const uint64_t from = FirstChange(movie);
     if (growth_ == 0) return AddMovie(from, movie.end, {}, size - (from - movie.at));
@@ -229,7 +229,7 @@ uint64_t WriteStretches(const Carrier& carrier, const Layup& layup, int descript
     carrier.splices().Apply(carrier.source(), stretch.from, stretch.to, gather, [](uint64_t) {});
     gather.Write(stretch.back);
     if (spool.size() - from != stretch.bytes)
-      throw ToolError(path, "a stretch came out in another size; nothing was written");
+      throw Error(path, "a stretch came out in another size; nothing was written");
     regions.push_back({stretch.at, stretch.bytes});
   }
   // What is cut off the file's end has to come back as well.
@@ -248,7 +248,7 @@ uint64_t WriteStretches(const Carrier& carrier, const Layup& layup, int descript
     }
   }
   if (layup.size < carrier.source().size() && disk.Truncate(descriptor, layup.size) != 0) {
-    throw ToolError(path, std::string("cannot be made shorter: ") + std::strerror(errno));
+    throw Error(path, std::string("cannot be made shorter: ") + std::strerror(errno));
   }
   FlushFile(disk, descriptor, path);
   return at;
@@ -268,7 +268,7 @@ std::string JournalPath(const std::string& path) { return path + ".qlnmedia-jour
 
 Recovered Recover(const std::string& path, Disk& disk) {
   if (access(JournalPath(path).c_str(), F_OK) != 0) {
-    if (access(path.c_str(), F_OK) != 0) throw ToolError(path, std::strerror(errno));
+    if (access(path.c_str(), F_OK) != 0) throw Error(path, std::strerror(errno));
     return Recovered::kNothing;
   }
   const LockedFile file(path);
@@ -289,7 +289,7 @@ InPlaceResult ChangeInPlace(const std::string& path, const Change& change, const
   try {
     result.bytesWritten = WriteStretches(carrier, layup, file.descriptor(), path, options, disk);
     RemoveJournal(JournalPath(path), disk);
-  } catch (const ToolError&) {
+  } catch (const Error&) {
     // The journal stays where this cannot be done either, for the next run.
     RecoverLocked(path, file.descriptor(), disk);
     throw;

@@ -19,7 +19,7 @@ struct InPlaceResult {
   enum class Movie { kStays, kGrowsIntoFreeSpace, kGrowsAtTheEnd, kMovesToTheEnd } movie = Movie::kStays;
 };
 
-// Changes the file at `path`. A journal that stands beside it is recovered first. Throws ToolError, with the
+// Changes the file at `path`. A journal that stands beside it is recovered first. Throws Error, with the
 // file as it was, where the change does not fit, and says how many bytes are missing; and where another run
 // is at work on the file.
 InPlaceResult ChangeInPlace(const std::string& path, const Change& change, const CarrierOptions& options = {},
@@ -31,7 +31,7 @@ enum class Recovered {
   kPutBack,    // the file is as it was before the change
 };
 
-// Puts the file back where a change was cut off. Throws ToolError where the journal is not of this file.
+// Puts the file back where a change was cut off. Throws Error where the journal is not of this file.
 Recovered Recover(const std::string& path, Disk& disk = Disk::System());
 
 std::string JournalPath(const std::string& path);

@@ -30,7 +30,7 @@ SegmentIndex ReadSegmentIndex(Reader& reader, const Box& sidx) {
   out.count = reader.U16(out.entriesAt - 2);
   RequireBody(reader, sidx, out.entriesAt + 12 * uint64_t{out.count} - sidx.body);
   const uint64_t first = reader.Number(out.firstOffsetAt, out.firstOffsetBytes);
-  if (first > uint64_t{1} << 62) throw reader.source().Error(sidx.at, "box 'sidx' begins beyond every file");
+  if (first > uint64_t{1} << 62) throw reader.source().Fault(sidx.at, "box 'sidx' begins beyond every file");
   out.dataAt = sidx.end + first;
   return out;
 }
@@ -51,7 +51,7 @@ RandomAccess ReadRandomAccess(Reader& reader, const Box& tfra) {
   out.count = reader.U32(tfra.body + 12);
   out.entriesAt = tfra.body + 16;
   if (out.count > (tfra.end - out.entriesAt) / out.entryBytes) {
-    throw reader.source().Error(tfra.at,
+    throw reader.source().Fault(tfra.at,
                                 "box 'tfra' has no room for its " + std::to_string(out.count) + " entries");
   }
   return out;
@@ -83,7 +83,7 @@ class Fields {
   Fields(Reader& reader, const Box& box) : reader_(reader), box_(box), at_(box.body) {}
   uint64_t Next(size_t bytes) {
     if (bytes == 0) return 0;
-    if (box_.end - at_ < bytes) throw reader_.source().Error(box_.at, BoxName(box_) + " is too short");
+    if (box_.end - at_ < bytes) throw reader_.source().Fault(box_.at, BoxName(box_) + " is too short");
     at_ += bytes;
     return reader_.Number(at_ - bytes, bytes);
   }
@@ -121,7 +121,7 @@ class ItemLocationWriter {
     baseBytes_ = widths >> 4 & 15;
     indexBytes_ = version_ == 0 ? 0 : widths & 15;
     for (const size_t bytes : {offsetBytes_, lengthBytes_, baseBytes_, indexBytes_}) {
-      if (bytes > 8) throw reader_.source().Error(fields_.at(), "box 'iloc' has fields of more than 64 bits");
+      if (bytes > 8) throw reader_.source().Fault(fields_.at(), "box 'iloc' has fields of more than 64 bits");
     }
     for (uint64_t items = fields_.Next(version_ < 2 ? 2 : 4); items > 0; --items) WriteItem();
   }
@@ -179,7 +179,7 @@ void WriteSegmentIndex(Edit& edit, Reader& reader, const Box& sidx) {
     const uint64_t end = at + (word & 0x7FFFFFFF);
     const uint64_t size = Reach(edit, end) - Reach(edit, at);
     if (size > 0x7FFFFFFF)
-      throw edit.source.Error(field, "referenced_size ('sidx') would not fit its 31 bits");
+      throw edit.source.Fault(field, "referenced_size ('sidx') would not fit its 31 bits");
     edit.PutNumber(reader, field, 4, (word & 0x80000000U) | size, "referenced_size ('sidx')");
     at = end;
   }

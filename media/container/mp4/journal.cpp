@@ -72,7 +72,7 @@ class JournalWriter {
  public:
   JournalWriter(const std::string& path, Disk& disk)
       : path_(path), disk_(disk), file_(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)) {
-    if (file_.get() < 0) throw ToolError(path, std::string("cannot be made: ") + std::strerror(errno));
+    if (file_.get() < 0) throw Error(path, std::string("cannot be made: ") + std::strerror(errno));
   }
   void Put(ByteSpan bytes) {
     sum_.Take(bytes);
@@ -124,7 +124,7 @@ std::vector<Saved> ReadRegions(Reader& reader) {
     if (room) saved = {{reader.U64(at), reader.U64(at + 8)}, at + 16};
     if (!room || saved.region.bytes > end - saved.at || saved.region.at > fileSize ||
         saved.region.bytes > fileSize - saved.region.at) {
-      throw reader.source().Error(at, "the journal does not fit together");
+      throw reader.source().Fault(at, "the journal does not fit together");
     }
     at = saved.at + saved.region.bytes;
     out.push_back(saved);
@@ -162,7 +162,7 @@ void WriteJournal(const std::string& journal, const Source& file, const std::vec
       }
     }
     writer->Finish();
-  } catch (const ToolError&) {
+  } catch (const Error&) {
     disk.Remove(journal);
     throw;
   }
@@ -189,8 +189,8 @@ JournalState PutBack(const std::string& journal, const std::string& path, int de
   }
   const bool shorter = kept > file.size();
   if (shorter || (kept == size && Fingerprint(file, size, places) != reader.U64(16))) {
-    throw ToolError(journal, "not the journal of " + path + " as it stands",
-                    "where the file was replaced since, the journal can be removed");
+    throw Error(journal, "not the journal of " + path + " as it stands",
+                "where the file was replaced since, the journal can be removed");
   }
   Bytes piece;
   for (const Saved& region : regions) {
@@ -201,7 +201,7 @@ JournalState PutBack(const std::string& journal, const std::string& path, int de
     }
   }
   if (disk.Truncate(descriptor, size) != 0) {
-    throw ToolError(path, std::string("cannot get its old size: ") + std::strerror(errno));
+    throw Error(path, std::string("cannot get its old size: ") + std::strerror(errno));
   }
   FlushFile(disk, descriptor, path);
   return state;
@@ -209,7 +209,7 @@ JournalState PutBack(const std::string& journal, const std::string& path, int de
 
 void RemoveJournal(const std::string& journal, Disk& disk) {
   if (disk.Remove(journal) != 0 && errno != ENOENT) {
-    throw ToolError(journal, std::string("cannot be removed: ") + std::strerror(errno));
+    throw Error(journal, std::string("cannot be removed: ") + std::strerror(errno));
   }
   FlushFolderOf(disk, journal);
 }

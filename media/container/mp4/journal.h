@@ -17,12 +17,12 @@ struct Region {
 };
 
 // Writes the journal of a file and has it on disk. Regions do not overlap and count upwards. Throws
-// ToolError, and takes the journal away again, where that cannot be.
+// Error, and takes the journal away again, where that cannot be.
 void WriteJournal(const std::string& journal, const Source& file, const std::vector<Region>& regions,
                   Disk& disk);
 
 // False where there is none. `whole` is false where it is cut off, so that nothing had been overwritten.
-// Otherwise the file, open for writing as `descriptor`, is put back, flushed. Throws ToolError where the
+// Otherwise the file, open for writing as `descriptor`, is put back, flushed. Throws Error where the
 // journal is whole and not of this file.
 struct JournalState {
   bool there = false;

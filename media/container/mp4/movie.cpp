@@ -29,7 +29,7 @@ Movie ReadMovie(Reader& reader, const Box& moov) {
   for (Box box; level.Next(box);) {
     if (box.type == FourCc("trak")) {
       if (movie.tracks.size() == kMostTracks) {
-        throw reader.source().Error(box.at, "more than 4096 tracks");
+        throw reader.source().Fault(box.at, "more than 4096 tracks");
       }
       movie.tracks.push_back(ReadTrack(reader, box));
     } else if (box.type == FourCc("mvex")) {
@@ -39,7 +39,7 @@ Movie ReadMovie(Reader& reader, const Box& moov) {
     } else if (box.type == FourCc("udta")) {
       if (const auto meta = FindBox(reader, box, FourCc("meta"))) movie.metas.push_back(*meta);
     } else if (box.type == FourCc("cmov")) {
-      throw reader.source().Error(box.at, "the movie header is compressed ('cmov'), which cannot be carried");
+      throw reader.source().Fault(box.at, "the movie header is compressed ('cmov'), which cannot be carried");
     }
   }
   return movie;
@@ -78,7 +78,7 @@ Layout ReadLayout(const Source& source, std::shared_ptr<const Layout> initializa
         branded = true;
         break;
       case FourCc("moov"):
-        if (layout.movies.size() == kMostMovies) throw source.Error(box.at, "more than 1024 movies");
+        if (layout.movies.size() == kMostMovies) throw source.Fault(box.at, "more than 1024 movies");
         layout.movies.push_back(ReadMovie(reader, box));
         break;
       case FourCc("moof"):
@@ -93,7 +93,7 @@ Layout ReadLayout(const Source& source, std::shared_ptr<const Layout> initializa
     }
   }
   if (!any && layout.movies.empty() && layout.fragments.empty()) {
-    throw ToolError(source.name(), "not an MP4 or MOV file: no 'moov', 'moof' or 'mdat' box in it");
+    throw Error(source.name(), "not an MP4 or MOV file: no 'moov', 'moof' or 'mdat' box in it");
   }
   if (!branded) {
     layout.quickTime = layout.initialization ? layout.initialization->quickTime : layout.fragments.empty();

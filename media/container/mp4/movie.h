@@ -66,7 +66,7 @@ struct Track {
 
   bool video() const { return handler == FourCc("vide"); }
   bool wideOffsets() const { return chunkOffsets.box.type == FourCc("co64"); }
-  // Throws ToolError with the problem where there is one.
+  // Throws Error with the problem where there is one.
   void Require() const;
   // True where chunks of the description (1-based) stand in this file.
   bool IsSelfContained(uint32_t description) const;
@@ -102,7 +102,7 @@ struct Layout {
 };
 
 // Reads a file's layout. `initialization` is that of the segment's initialization segment, where it is one.
-// Throws ToolError for what is no MP4 or MOV at all, and for a compressed `moov`.
+// Throws Error for what is no MP4 or MOV at all, and for a compressed `moov`.
 Layout ReadLayout(const Source& source, std::shared_ptr<const Layout> initialization = nullptr);
 
 // Reads one `trak`. What cannot be relied on becomes the track's problem.

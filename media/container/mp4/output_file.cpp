@@ -27,7 +27,7 @@ OutputFile::OutputFile(const std::string& path, Disk& disk) : disk_(disk), path_
     descriptor_ = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (descriptor_ < 0 && errno != EEXIST) break;
   }
-  if (descriptor_ < 0) throw ToolError(path, std::string("cannot be made: ") + std::strerror(errno));
+  if (descriptor_ < 0) throw Error(path, std::string("cannot be made: ") + std::strerror(errno));
   buffer_.reserve(kBufferBytes);
 }
 
@@ -55,7 +55,7 @@ void OutputFile::Copy(const Source& source, uint64_t at, uint64_t bytes) {
           disk_.CopyRange(source.descriptor(), at, descriptor_, at_, static_cast<size_t>(bytes));
       if (put < 0 && errno == EINTR) continue;
       if (put < 0 && (errno == ENOSPC || errno == EIO || errno == EDQUOT)) {
-        throw ToolError(path_, std::string("cannot write: ") + std::strerror(errno));
+        throw Error(path_, std::string("cannot write: ") + std::strerror(errno));
       }
       if (put <= 0) {
         copies_ = false;
@@ -87,7 +87,7 @@ void OutputFile::Finish() {
   FlushBuffer();
   FlushFile(disk_, descriptor_, path_);
   if (disk_.Rename(temporary_, path_) != 0) {
-    throw ToolError(path_, std::string("cannot be given its name: ") + std::strerror(errno));
+    throw Error(path_, std::string("cannot be given its name: ") + std::strerror(errno));
   }
   close(descriptor_);
   descriptor_ = -1;

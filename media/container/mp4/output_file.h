@@ -12,7 +12,7 @@ namespace qlnmedia::mp4 {
 
 class OutputFile final : public Sink {
  public:
-  // Makes the file beside its name. Throws ToolError where that cannot be.
+  // Makes the file beside its name. Throws Error where that cannot be.
   explicit OutputFile(const std::string& path, Disk& disk = Disk::System());
   // Takes it away again unless Finish was reached.
   ~OutputFile() override;

@@ -25,7 +25,7 @@ class Returns final : public SampleReturns {
     const auto found = std::find_if(waiting_.begin(), waiting_.end(),
                                     [=](const Sample& sample) { return sample.number == number; });
     if (number < next_ || found == waiting_.end()) {
-      throw ToolError(edit_.source.name(), Name(number) + " came back out of order");
+      throw Error(edit_.source.name(), Name(number) + " came back out of order");
     }
     const Sample sample = *found;
     waiting_.erase(waiting_.begin(), found + 1);
@@ -34,13 +34,13 @@ class Returns final : public SampleReturns {
     const Bytes& old = isCurrent ? *current_ : Load(sample);
     if (std::equal(old.begin(), old.end(), bytes.begin(), bytes.end())) return;
     if (old.empty() || bytes.empty()) {
-      throw edit_.source.Error(sample.offset, Name(number) + " is empty, or would become so");
+      throw edit_.source.Fault(sample.offset, Name(number) + " is empty, or would become so");
     }
     if (sample.encrypted) {
-      throw edit_.source.Error(sample.offset, Name(number) + " is encrypted and cannot be changed");
+      throw edit_.source.Fault(sample.offset, Name(number) + " is encrypted and cannot be changed");
     }
     if (bytes.size() > UINT32_MAX)
-      throw edit_.source.Error(sample.offset, Name(number) + " would pass 4 GiB");
+      throw edit_.source.Fault(sample.offset, Name(number) + " would pass 4 GiB");
     edit_.samples.AddDifference(sample.offset, old, bytes);
     ++changed_;
   }
@@ -75,7 +75,7 @@ class Claims {
   void TakeSample(uint64_t begin, uint64_t end, uint32_t trackId) {
     for (size_t i = edit_.samples.FirstFrom(begin); i < taken_.size() && edit_.samples.At(i).at < end; ++i) {
       if (taken_[i]) {
-        throw edit_.source.Error(
+        throw edit_.source.Fault(
             begin, "a changed sample shares its bytes with another of track " + std::to_string(trackId));
       }
       taken_[i] = true;
@@ -85,7 +85,7 @@ class Claims {
   void RequireNoneIn(uint64_t begin, uint64_t end, uint32_t trackId) const {
     const size_t first = edit_.samples.FirstFrom(begin);
     if (first < taken_.size() && edit_.samples.At(first).at < end) {
-      throw edit_.source.Error(begin, "a changed sample overlaps data of track " + std::to_string(trackId));
+      throw edit_.source.Fault(begin, "a changed sample overlaps data of track " + std::to_string(trackId));
     }
   }
 
@@ -104,12 +104,12 @@ void RequireInMediaData(const Edit& edit) {
       const Splices::Splice splice = edit.samples.At(next);
       if (splice.at >= box.end) break;
       if (splice.at < box.body || splice.at + splice.removed > box.end) {
-        throw edit.source.Error(splice.at, "a changed sample is outside the media data ('mdat')");
+        throw edit.source.Fault(splice.at, "a changed sample is outside the media data ('mdat')");
       }
     }
   }
   if (next < edit.samples.size()) {
-    throw edit.source.Error(edit.samples.At(next).at, "a changed sample is outside the media data ('mdat')");
+    throw edit.source.Fault(edit.samples.At(next).at, "a changed sample is outside the media data ('mdat')");
   }
 }
 
@@ -119,7 +119,7 @@ void RequireNotHinted(const Edit& edit) {
     for (const Track& track : movie.tracks) {
       for (const uint32_t hinted : track.hinted) {
         if (track.handler != FourCc("hint") || edit.changedTracks.count(hinted) == 0) continue;
-        throw edit.source.Error(track.box.at,
+        throw edit.source.Fault(track.box.at,
                                 "track " + std::to_string(track.id) +
                                     " is a hint track that names parts of the samples of track " +
                                     std::to_string(hinted));
@@ -152,10 +152,10 @@ SampleCounts RunSampleEditor(Edit& edit, uint32_t trackId, SampleEditor& editor,
   for (Sample sample; samples.Next(sample); ++counts.samples) {
     const uint64_t size = edit.source.size();
     if (!sample.inFile) {
-      throw edit.source.Error(0, "samples of track " + std::to_string(trackId) + " stand in another file");
+      throw edit.source.Fault(0, "samples of track " + std::to_string(trackId) + " stand in another file");
     }
     if (sample.offset > size || sample.size > size - sample.offset) {
-      throw edit.source.Error(sample.offset, "sample " + std::to_string(sample.number + 1) + " of track " +
+      throw edit.source.Fault(sample.offset, "sample " + std::to_string(sample.number + 1) + " of track " +
                                                  std::to_string(trackId) + " is outside the file");
     }
     bytes.resize(sample.size);

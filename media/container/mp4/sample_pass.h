@@ -18,7 +18,7 @@ struct SampleCounts {
 SampleCounts RunSampleEditor(Edit& edit, uint32_t trackId, SampleEditor& editor,
                              const std::function<void(uint64_t)>& read);
 
-// Throws ToolError, with the place, where a changed sample is outside the media data, or shares changed bytes
+// Throws Error, with the place, where a changed sample is outside the media data, or shares changed bytes
 // with another sample or with a chunk of another track. `edited` are the tracks that an editor went over.
 void RequireApart(const Edit& edit, const std::set<uint32_t>& edited);
 

@@ -25,7 +25,7 @@ bool ChunkCursor::Next(Chunk& chunk) {
     const uint64_t at = runs.at + 12 * run_;
     const uint64_t first = runs_.U32(at);
     if (first == 0 || first - 1 != nextRunAt_) {
-      throw runs_.source().Error(at, "box 'stsc' begins a run at chunk " + std::to_string(first) +
+      throw runs_.source().Fault(at, "box 'stsc' begins a run at chunk " + std::to_string(first) +
                                          " and not at " + std::to_string(nextRunAt_ + 1));
     }
     chunk_.samples = runs_.U32(at + 4);
@@ -35,7 +35,7 @@ bool ChunkCursor::Next(Chunk& chunk) {
     if (run_ < runs.count) {
       const uint64_t next = runs_.U32(runs.at + 12 * run_);
       if (next <= first) {
-        throw runs_.source().Error(runs.at + 12 * run_, "box 'stsc' names chunk " + std::to_string(next) +
+        throw runs_.source().Fault(runs.at + 12 * run_, "box 'stsc' names chunk " + std::to_string(next) +
                                                             " behind chunk " + std::to_string(first));
       }
       nextRunAt_ = next - 1;
@@ -95,7 +95,7 @@ bool TableSamples::Next(Sample& sample) {
   if (next_ == track_.sizes.samples) return false;
   while (leftInChunk_ == 0) {
     if (!chunks_.Next(chunk_)) {
-      throw source_.Error(track_.chunkRuns.box.at, "track " + std::to_string(track_.id) + " has sizes of " +
+      throw source_.Fault(track_.chunkRuns.box.at, "track " + std::to_string(track_.id) + " has sizes of " +
                                                        std::to_string(track_.sizes.samples) +
                                                        " samples and chunks for " + std::to_string(next_));
     }
@@ -122,7 +122,7 @@ bool TableSamples::Next(Sample& sample) {
     ++nextSync_;
   }
   if (offset_ > UINT64_MAX - sample.size) {
-    throw source_.Error(track_.chunkOffsets.box.at, "a chunk stands beyond every file");
+    throw source_.Fault(track_.chunkOffsets.box.at, "a chunk stands beyond every file");
   }
   offset_ += sample.size;
   time_ = Later(time_, sample.duration);

@@ -33,7 +33,7 @@ struct Chunk {
   uint32_t description = 1;
 };
 
-// Goes over the chunks that the tables of a `moov` name. Throws ToolError where `stsc` does not count
+// Goes over the chunks that the tables of a `moov` name. Throws Error where `stsc` does not count
 // upwards.
 class ChunkCursor {
  public:
@@ -64,7 +64,7 @@ class SizeCursor {
   Reader reader_;
 };
 
-// Samples that the tables of a `moov` name. Throws ToolError, with the place, where tables disagree.
+// Samples that the tables of a `moov` name. Throws Error, with the place, where tables disagree.
 class TableSamples {
  public:
   TableSamples(const Source& source, const Track& track);
@@ -105,7 +105,7 @@ class TrackSamples {
  public:
   TrackSamples(const Source& source, const Layout& layout, uint32_t trackId);
   ~TrackSamples();
-  // Throws ToolError where tables or fragments cannot be relied on.
+  // Throws Error where tables or fragments cannot be relied on.
   bool Next(Sample& sample);
 
  private:

@@ -12,19 +12,19 @@
 
 namespace qlnmedia::mp4 {
 
-ToolError Source::Error(uint64_t at, const std::string& what) const {
-  return ToolError(name(), what + " (at byte " + std::to_string(at) + ")");
+Error Source::Fault(uint64_t at, const std::string& what) const {
+  return Error(name(), what + " (at byte " + std::to_string(at) + ")");
 }
 
 FileSource::FileSource(const std::string& path) : path_(path) {
   descriptor_ = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor_ < 0) throw ToolError(path, std::strerror(errno));
+  if (descriptor_ < 0) throw Error(path, std::strerror(errno));
   struct stat status = {};
   const bool known = fstat(descriptor_, &status) == 0;
   if (!known || !S_ISREG(status.st_mode)) {
     const std::string why = known ? "not a regular file" : std::strerror(errno);
     close(descriptor_);
-    throw ToolError(path, why);
+    throw Error(path, why);
   }
   size_ = static_cast<uint64_t>(status.st_size);
 }
@@ -32,12 +32,12 @@ FileSource::FileSource(const std::string& path) : path_(path) {
 FileSource::~FileSource() { close(descriptor_); }
 
 void FileSource::Read(uint64_t at, std::span<uint8_t> to) const {
-  if (at > size_ || to.size() > size_ - at) throw Error(at, "the file ends within what is read");
+  if (at > size_ || to.size() > size_ - at) throw Fault(at, "the file ends within what is read");
   while (!to.empty()) {
     const ssize_t got = pread(descriptor_, to.data(), to.size(), static_cast<off_t>(at));
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) throw Error(at, std::string("cannot read: ") + std::strerror(errno));
-    if (got == 0) throw Error(at, "the file became shorter while it was read");
+    if (got < 0) throw Fault(at, std::string("cannot read: ") + std::strerror(errno));
+    if (got == 0) throw Fault(at, "the file became shorter while it was read");
     at += static_cast<uint64_t>(got);
     to = to.subspan(static_cast<size_t>(got));
   }
@@ -45,7 +45,7 @@ void FileSource::Read(uint64_t at, std::span<uint8_t> to) const {
 
 void MemorySource::Read(uint64_t at, std::span<uint8_t> to) const {
   if (at > bytes_.size() || to.size() > bytes_.size() - at) {
-    throw Error(at, "the file ends within what is read");
+    throw Fault(at, "the file ends within what is read");
   }
   std::copy_n(bytes_.begin() + static_cast<ptrdiff_t>(at), to.size(), to.begin());
 }
@@ -53,7 +53,7 @@ void MemorySource::Read(uint64_t at, std::span<uint8_t> to) const {
 uint64_t Reader::Number(uint64_t at, size_t bytes) {
   if (at < windowAt_ || at - windowAt_ > window_.size() || window_.size() - (at - windowAt_) < bytes) {
     const uint64_t size = source_->size();
-    if (at > size || size - at < bytes) throw source_->Error(at, "the file ends within what is read");
+    if (at > size || size - at < bytes) throw source_->Fault(at, "the file ends within what is read");
     window_.resize(static_cast<size_t>(std::min<uint64_t>(windowBytes_, size - at)));
     windowAt_ = at;
     source_->Read(at, window_);
@@ -62,7 +62,7 @@ uint64_t Reader::Number(uint64_t at, size_t bytes) {
 }
 
 Bytes Reader::Run(uint64_t at, uint64_t bytes) const {
-  if (at > size() || size() - at < bytes) throw source_->Error(at, "the file ends within what is read");
+  if (at > size() || size() - at < bytes) throw source_->Fault(at, "the file ends within what is read");
   Bytes run(static_cast<size_t>(bytes));
   source_->Read(at, run);
   return run;

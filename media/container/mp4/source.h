@@ -6,8 +6,8 @@
 #include <span>
 #include <string>
 
+#include "base/error.h"
 #include "container/mp4/bytes.h"
-#include "qlnmedia/tool_error.h"
 
 namespace qlnmedia::mp4 {
 
@@ -18,13 +18,13 @@ class Source {
   // What messages call it.
   virtual const std::string& name() const = 0;
   virtual uint64_t size() const = 0;
-  // Fills `to` with the bytes from `at` on. Throws ToolError where they are not there or cannot be read.
+  // Fills `to` with the bytes from `at` on. Throws Error where they are not there or cannot be read.
   virtual void Read(uint64_t at, std::span<uint8_t> to) const = 0;
   // A descriptor that the system can copy from; -1 where there is none.
   virtual int descriptor() const { return -1; }
 
   // The error for what does not fit at a place, as "in.mp4: the box 'stco' at byte 1234 ...".
-  ToolError Error(uint64_t at, const std::string& what) const;
+  Error Fault(uint64_t at, const std::string& what) const;
 
  protected:
   Source() = default;
@@ -35,7 +35,7 @@ class Source {
 // A file on disk, open for reading as long as this lives.
 class FileSource final : public Source {
  public:
-  // Throws ToolError where the file cannot be opened or is none that has a size.
+  // Throws Error where the file cannot be opened or is none that has a size.
   explicit FileSource(const std::string& path);
   ~FileSource() override;
   FileSource(const FileSource&) = delete;
@@ -76,7 +76,7 @@ class Reader {
 
   const Source& source() const { return *source_; }
   uint64_t size() const { return source_->size(); }
-  // The `bytes` (1 to 8) bytes at `at` as a number. Throws ToolError where the source has none there.
+  // The `bytes` (1 to 8) bytes at `at` as a number. Throws Error where the source has none there.
   uint64_t Number(uint64_t at, size_t bytes);
   uint8_t U8(uint64_t at) { return static_cast<uint8_t>(Number(at, 1)); }
   uint16_t U16(uint64_t at) { return static_cast<uint16_t>(Number(at, 2)); }

@@ -16,8 +16,8 @@ constexpr uint64_t kNoContent = (uint64_t{1} << 48) - 1;
 
 void Splices::Put(uint64_t at, uint64_t spooled, int64_t growth) {
   if (at >> 48 != 0 || growth > INT32_MAX || growth < INT32_MIN) {
-    throw ToolError("", "a change of " + std::to_string(growth) + " bytes at byte " + std::to_string(at) +
-                            " is larger than can be carried");
+    throw Error("", "a change of " + std::to_string(growth) + " bytes at byte " + std::to_string(at) +
+                        " is larger than can be carried");
   }
   entries_.push_back(
       {at << 16 | spooled >> 32, static_cast<uint32_t>(spooled), static_cast<int32_t>(growth)});
@@ -77,11 +77,11 @@ void Splices::Seal(const Source& source) {
     const bool content = entries_[i].spooled() != kNoContent;
     if (content && i + 1 < entries_.size() &&
         (entries_[i + 1].at() < end || entries_[i + 1].at() == entries_[i].at())) {
-      throw source.Error(entries_[i + 1].at(),
+      throw source.Fault(entries_[i + 1].at(),
                          "the same bytes would be changed twice: what is changed overlaps");
     }
     if (content && end > source.size())
-      throw source.Error(entries_[i].at(), "what is changed is outside the file");
+      throw source.Fault(entries_[i].at(), "what is changed is outside the file");
   }
 }
 

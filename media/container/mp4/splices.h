@@ -56,7 +56,7 @@ class Splices {
   // Takes all that was added to another list on the same spool.
   void Take(const Splices& other);
 
-  // Puts the list in order; called once all is added, and again after more was. Throws ToolError, by the
+  // Puts the list in order; called once all is added, and again after more was. Throws Error, by the
   // source's name and the place, where two splices change the same bytes.
   void Seal(const Source& source);
 

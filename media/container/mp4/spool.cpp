@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "qlnmedia/tool_error.h"
+#include "base/error.h"
 
 namespace qlnmedia::mp4 {
 
@@ -38,13 +38,12 @@ void Spool::Append(ByteSpan bytes) {
 
 void Spool::Spill() {
   if (descriptor_ < 0) descriptor_ = OpenUnnamed(folder_);
-  if (descriptor_ < 0)
-    throw ToolError(folder_, std::string("cannot hold new samples: ") + std::strerror(errno));
+  if (descriptor_ < 0) throw Error(folder_, std::string("cannot hold new samples: ") + std::strerror(errno));
   ByteSpan left(tail_);
   while (!left.empty()) {
     const ssize_t put = pwrite(descriptor_, left.data(), left.size(), static_cast<off_t>(inFile_));
     if (put < 0 && errno == EINTR) continue;
-    if (put <= 0) throw ToolError(folder_, std::string("cannot hold new samples: ") + std::strerror(errno));
+    if (put <= 0) throw Error(folder_, std::string("cannot hold new samples: ") + std::strerror(errno));
     inFile_ += static_cast<uint64_t>(put);
     left = left.subspan(static_cast<size_t>(put));
   }
@@ -56,8 +55,7 @@ void Spool::Read(uint64_t at, std::span<uint8_t> to) const {
     const size_t wanted = static_cast<size_t>(std::min<uint64_t>(to.size(), inFile_ - at));
     const ssize_t got = pread(descriptor_, to.data(), wanted, static_cast<off_t>(at));
     if (got < 0 && errno == EINTR) continue;
-    if (got <= 0)
-      throw ToolError(folder_, std::string("cannot read back new samples: ") + std::strerror(errno));
+    if (got <= 0) throw Error(folder_, std::string("cannot read back new samples: ") + std::strerror(errno));
     at += static_cast<uint64_t>(got);
     to = to.subspan(static_cast<size_t>(got));
   }

@@ -20,7 +20,7 @@ class Spool {
   Spool& operator=(const Spool&) = delete;
 
   uint64_t size() const { return size_; }
-  // Throws ToolError where the file cannot be made or is full.
+  // Throws Error where the file cannot be made or is full.
   void Append(ByteSpan bytes);
   void Read(uint64_t at, std::span<uint8_t> to) const;
 

@@ -22,9 +22,9 @@ class TrackReader {
       ForEach(trak, 0, [this](const Box& box) { TakeOfTrack(box); });
       if (!track_.descriptionList.type || !track_.chunkOffsets.there() || !track_.chunkRuns.there() ||
           track_.sizes.box.type == 0) {
-        throw reader_.source().Error(trak.at, "the track lacks a sample description or a table of samples");
+        throw reader_.source().Fault(trak.at, "the track lacks a sample description or a table of samples");
       }
-    } catch (const ToolError& error) {
+    } catch (const Error& error) {
       track_.problem = error.what();
     }
     return std::move(track_);
@@ -101,7 +101,7 @@ class TrackReader {
     table.at = box.body + headBytes;
     table.count = reader_.U32(box.body + countAt);
     if (table.count > (box.bodySize() - headBytes) / entryBytes) {
-      throw reader_.source().Error(box.at, BoxName(box) + " says that it has " + std::to_string(table.count) +
+      throw reader_.source().Fault(box.at, BoxName(box) + " says that it has " + std::to_string(table.count) +
                                                " entries and has room for " +
                                                std::to_string((box.bodySize() - headBytes) / entryBytes));
     }
@@ -155,14 +155,14 @@ class TrackReader {
     } else {
       sizes.bits = reader_.U8(box.body + 7);
       if (sizes.bits != 4 && sizes.bits != 8 && sizes.bits != 16) {
-        throw reader_.source().Error(box.at,
+        throw reader_.source().Fault(box.at,
                                      "box 'stz2' has sizes of " + std::to_string(sizes.bits) + " bits");
       }
     }
     if (sizes.uniform != 0) return;
     sizes.count = sizes.samples;
     if ((sizes.count * sizes.bits + 7) / 8 > box.bodySize() - 12) {
-      throw reader_.source().Error(box.at, BoxName(box) + " says that it has " + std::to_string(sizes.count) +
+      throw reader_.source().Fault(box.at, BoxName(box) + " says that it has " + std::to_string(sizes.count) +
                                                " entries and has room for " +
                                                std::to_string((box.bodySize() - 12) * 8 / sizes.bits));
     }
@@ -174,7 +174,7 @@ class TrackReader {
     BoxLevel level = BoxLevel::Inside(reader_, box, 8);
     for (Box entry; level.Next(entry);) {
       if (track_.descriptions.size() == kMostDescriptions) {
-        throw reader_.source().Error(box.at, "box 'stsd' has more than 1024 entries");
+        throw reader_.source().Fault(box.at, "box 'stsd' has more than 1024 entries");
       }
       track_.descriptions.push_back(ReadDescription(entry));
     }
@@ -210,7 +210,7 @@ class TrackReader {
 }  // namespace
 
 void Track::Require() const {
-  if (!problem.empty()) throw ToolError("", problem);
+  if (!problem.empty()) throw Error("", problem);
 }
 
 bool Track::IsSelfContained(uint32_t description) const {

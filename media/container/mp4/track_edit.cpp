@@ -45,7 +45,7 @@ SizesShape PlanSizes(const Edit& edit, const Track& track) {
   for (Sample sample; samples.Next(sample);) {
     const uint64_t size = sample.inFile ? edit.SampleSize(sample.offset, sample.size) : sample.size;
     if (size > UINT32_MAX) {
-      throw edit.source.Error(sample.offset, "sample " + std::to_string(sample.number) + " would pass 4 GiB");
+      throw edit.source.Fault(sample.offset, "sample " + std::to_string(sample.number) + " would pass 4 GiB");
     }
     if (sample.number == 0) first = size;
     equal = equal && size == first;
@@ -137,7 +137,7 @@ void WriteChunkOffsets(Edit& edit, Reader& reader, const Track& track) {
     return true;
   });
   if (written != table.count) {
-    throw edit.source.Error(table.box.at, BoxName(table.box) + " names chunks that 'stsc' does not");
+    throw edit.source.Fault(table.box.at, BoxName(table.box) + " names chunks that 'stsc' does not");
   }
   writer.Close();
 }
@@ -157,7 +157,7 @@ AuxiliaryOffsets ReadAuxiliaryOffsets(Reader& reader, const Box& box) {
   out.count = reader.U32(box.body + head);
   out.at = box.body + head + 4;
   if (out.count > (box.end - out.at) / out.width) {
-    throw reader.source().Error(box.at,
+    throw reader.source().Fault(box.at,
                                 "box 'saio' has no room for its " + std::to_string(out.count) + " entries");
   }
   return out;
@@ -236,7 +236,7 @@ void WriteAuxiliaryOffsets(Edit& edit, Reader& reader, const Box& box, int64_t b
     const uint64_t place = old + static_cast<uint64_t>(base);
     const uint64_t now = place > edit.source.size() ? old : edit.Map(place) - static_cast<uint64_t>(newBase);
     if (!widened && offsets.width == 4 && now > UINT32_MAX) {
-      throw edit.source.Error(box.at, "box 'saio' would name a place that does not fit its 32 bits");
+      throw edit.source.Fault(box.at, "box 'saio' would name a place that does not fit its 32 bits");
     }
     changed = changed || now != old;
     PutNumber(fresh, now, widened ? 8 : offsets.width);
@@ -259,7 +259,7 @@ void WriteSubSamples(Edit& edit, Reader& reader, const Box& box, SampleSizes& sa
     const uint16_t parts = reader.U16(at + 4);
     for (uint32_t step = 0; step < delta; ++step) {
       if (!samples.Next(offset, size)) {
-        throw reader.source().Error(at, "box 'subs' names a sample that is not there");
+        throw reader.source().Fault(at, "box 'subs' names a sample that is not there");
       }
     }
     if (parts == 0) continue;
@@ -276,7 +276,7 @@ void WriteSubSamples(Edit& edit, Reader& reader, const Box& box, SampleSizes& sa
       if (placed || splice.at >= partEnd) continue;
       placed = true;
       if (splice.at + splice.removed > partEnd) {
-        throw reader.source().Error(at + 6, "box 'subs' names parts of a sample that change together");
+        throw reader.source().Fault(at + 6, "box 'subs' names parts of a sample that change together");
       }
       edit.PutNumber(reader, at + 6, width, edit.SampleSize(offset, size) - size + bytes,
                      "the size of a part ('subs')");

@@ -12,7 +12,7 @@ void PlanTrack(Edit& edit, const Track& track);
 // Adds to `widened` the tables of places that need 64 bits, and to edit.wider, which they stay in.
 void WidenTrack(Edit& edit, const Track& track, std::vector<std::pair<uint64_t, int64_t>>& widened);
 
-// Writes what is another in the track's boxes. Throws ToolError where the track cannot be relied on and
+// Writes what is another in the track's boxes. Throws Error where the track cannot be relied on and
 // something in it depends on what changed.
 void WriteTrack(Edit& edit, const Track& track);
 
