@@ -8,24 +8,11 @@
 #include <vector>
 
 #include "captions/frame_rate.h"
+#include "qlnmedia/caption_triplet.h"
 
 namespace qlnmedia::captions {
 
 using Bytes = std::vector<uint8_t>;
-
-// cc_type of a triplet.
-enum class CcType : uint8_t { kField1 = 0, kField2 = 1, kServiceData = 2, kServiceStart = 3 };
-
-struct Triplet {
-  bool valid = false;
-  CcType type = CcType::kServiceData;
-  uint8_t first = 0;
-  uint8_t second = 0;
-
-  friend bool operator==(const Triplet&, const Triplet&) = default;
-};
-
-inline constexpr size_t kMostTriplets = 31;
 
 struct CaptionPacket {
   Rate rate = Rate::k29_97;

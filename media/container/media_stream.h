@@ -9,7 +9,7 @@
 
 #include "base/rational.h"
 #include "units/coded_stream.h"
-#include "units/static_hdr.h"
+#include "qlnmedia/stream_values.h"
 
 namespace qlnmedia {
 

@@ -4,10 +4,11 @@
 
 #include <fmt/format.h>
 
-#include <new>
+#include <utility>
 
 #include "base/error.h"
-#include "container/coded_stream.h"
+#include "edit/survey_facts.h"
+#include "timing/hevc_timing.h"
 #include "units/access_unit.h"
 
 namespace qlnmedia {
@@ -23,48 +24,25 @@ constexpr size_t kConstraintFlags = 6;  // byte of an hvcC with general_progress
 
 }  // namespace
 
-InterlaceEdit::InterlaceEdit(const std::string& path, unsigned index, Codec codec, bool interlaced,
-                             const ProgressCallback& progress)
-    : path_(path), index_(index), interlaced_(interlaced), tracker_(Codec::kHevc) {
-  if (codec != Codec::kHevc)
+InterlaceEdit::InterlaceEdit(const StreamDescription& stream, const ConfigRecord& config, bool interlaced,
+                             const StreamSurvey* survey, std::string where, EditCounts& counts)
+    : where_(std::move(where)),
+      counts_(counts),
+      interlaced_(interlaced),
+      bottomFirst_(stream.bottomFirst) {  // the one that is displayed first
+  if (config.codec != Codec::kHevc)
     Fail(fmt::format("is H.264, whose slices say themselves whether they are fields: --{} is for HEVC",
                      interlaced ? "interlaced" : "progressive"));
-  LookAhead(progress);
+  for (const Bytes& unit : config.units()) TakeSps(unit);
+  if (survey == nullptr) Fail("takes a survey of the stream to tell fields from frames");
+  const StreamSurvey::Facts& facts = survey->facts();
+  if (!facts.signs) Fail("the survey is one of another stream");
+  RequireSigns(*facts.signs);
+  if (interlaced_ && !facts.signs->everyPictureTold()) places_ = facts.captions.order.places;
 }
 
 void InterlaceEdit::Fail(const std::string& what, const std::string& advice) const {
-  throw Error(path_, fmt::format("stream {}: {}", index_, what), advice);
-}
-
-void InterlaceEdit::LookAhead(const ProgressCallback& progress) {
-  MediaFile file(path_);
-  const AVStream& stream = *file.context()->streams[index_];
-  const ConfigRecord config = ConfigOf(stream);
-  const int order = file.containerColour(index_).fieldOrder;
-  bottomFirst_ = order == AV_FIELD_BB || order == AV_FIELD_TB;  // the one that is displayed first
-  ScanSigns signs(file, index_);
-  for (const Bytes& unit : config.units()) {
-    if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit))) continue;
-    if (const std::optional<SpsFacts> sps = ReadSpsFacts(Codec::kHevc, unit)) {
-      signs.TakeSps(*sps);
-      TakeSps(*sps);
-    }
-  }
-  std::optional<OrderSurvey> places;
-  if (interlaced_) places.emplace(DescribeStream(file, index_));
-  const PacketHandle packet(av_packet_alloc());
-  if (packet == nullptr) throw std::bad_alloc();
-  Progress meter(progress, "reading", file.sizeBytes());
-  while (file.Read(packet.get())) {
-    meter.At(packet->pos);
-    if (packet->stream_index != static_cast<int>(index_)) continue;
-    const ByteSpan data(packet->data, static_cast<size_t>(packet->size));
-    signs.TakePacket(TakeApart(data, config.framing).units);
-    if (places) places->Add(ViewOf(*packet));
-  }
-  meter.Done();
-  RequireSigns(signs);
-  if (places && !signs.everyPictureTold()) places_ = places->Finish().places;
+  throw Error(where_, what, advice);
 }
 
 void InterlaceEdit::RequireSigns(const ScanSigns& signs) const {
@@ -86,7 +64,7 @@ void InterlaceEdit::AddTo(SpsEdit& edit) const {
   edit.subLayers = true;
 }
 
-bool InterlaceEdit::PatchVps(Bytes& unit) {
+bool InterlaceEdit::ChangeVps(Bytes& unit) {
   if (UnitType(Codec::kHevc, unit) != kVps) return false;
   SpsEdit edit;
   AddTo(edit);
@@ -94,25 +72,23 @@ bool InterlaceEdit::PatchVps(Bytes& unit) {
   if (!edited) Fail("a video parameter set breaks off and cannot be changed");
   if (*edited == unit) return false;
   unit = std::move(*edited);
-  ++setsChanged_;
+  ++counts_.videoSets;
   return true;
 }
 
-void InterlaceEdit::PatchHead(ConfigRecord& record) const {
+void InterlaceEdit::ChangeHead(ConfigRecord& record) const {
   if (!record.box || record.head.size() <= kConstraintFlags) return;
   uint8_t& flags = record.head[kConstraintFlags];
   // progressive, interlaced, non-packed, frame-only
   flags = static_cast<uint8_t>((flags & 0x2F) | (interlaced_ ? 0x40 : 0x90));
 }
 
-AVFieldOrder InterlaceEdit::fieldOrder() const {
-  if (!interlaced_) return AV_FIELD_PROGRESSIVE;
-  return bottomFirst_ ? AV_FIELD_BB : AV_FIELD_TT;
-}
-
-void InterlaceEdit::TakeSps(const SpsFacts& sps) {
-  if (sps_ && sps_->id != sps.id &&
-      (sps_->hevc.frameFieldInfo != sps.hevc.frameFieldInfo || !(sps_->hevc.delays == sps.hevc.delays)))
+void InterlaceEdit::TakeSps(ByteSpan unit) {
+  if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit))) return;
+  const std::optional<SpsFacts> sps = ReadSpsFacts(Codec::kHevc, unit);
+  if (!sps) return;
+  if (sps_ && sps_->id != sps->id &&
+      (sps_->hevc.frameFieldInfo != sps->hevc.frameFieldInfo || !(sps_->hevc.delays == sps->hevc.delays)))
     Fail("has sequence parameter sets that lay out picture timing in different ways",
          "split the stream where they change");
   sps_ = sps;
@@ -124,34 +100,36 @@ uint32_t InterlaceEdit::PicStructOf(size_t number, size_t count, uint32_t place)
   return second ? kBottomBehindTop : kTopBeforeBottom;
 }
 
-bool InterlaceEdit::PatchPacket(std::vector<Unit>& units) {
-  for (const Unit& unit : units) {
-    if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit.bytes))) continue;
-    if (const std::optional<SpsFacts> sps = ReadSpsFacts(Codec::kHevc, unit.bytes)) TakeSps(*sps);
+bool InterlaceEdit::Change(std::vector<PictureUnits>& parts) {
+  for (const PictureUnits& part : parts) {
+    for (const Unit& unit : part.units) TakeSps(unit.bytes);
   }
   bool changed = false;
-  for (Unit& unit : units) changed = PatchVps(unit.bytes) || changed;
+  for (PictureUnits& part : parts) {
+    for (Unit& unit : part.units) changed = ChangeVps(unit.bytes) || changed;
+  }
   const size_t packet = packets_++;
-  const std::vector<CodedPicture> pictures = tracker_.Take(units);
-  if (pictures.size() > 2) Fail("a packet holds more than two pictures");
-  if (!pictures.empty() && !sps_) Fail("a picture comes before its sequence parameter set");
+  const size_t count = CountPictures(parts);
+  if (count > 2) Fail("a packet holds more than two pictures");
+  if (count != 0 && !sps_) Fail("a picture comes before its sequence parameter set");
   const uint32_t place = packet < places_.size() ? places_[packet] : 0;
-  for (size_t n = pictures.size(); n-- > 0;)
-    changed = PatchPicture(units, pictures[n], PicStructOf(n, pictures.size(), place)) || changed;
+  for (size_t n = 0; n < count; ++n)
+    changed = ChangePicture(parts[n], PicStructOf(n, count, place)) || changed;
   return changed;
 }
 
-bool InterlaceEdit::PatchPicture(std::vector<Unit>& units, const CodedPicture& picture, uint32_t picStruct) {
-  const std::optional<PictureTimingPlace> timing = FindPictureTiming(units, picture);
+bool InterlaceEdit::ChangePicture(PictureUnits& part, uint32_t picStruct) {
+  std::vector<Unit>& units = part.units;
+  const std::optional<PictureTimingPlace> timing = FindPictureTiming(part);
   if (!interlaced_ && !(timing && sps_->hevc.frameFieldInfo)) return false;
   if (!timing) {
     if (sps_->hevc.delays.present)
       Fail("has HRD parameters but a picture without picture timing, whose delays nobody knows");
-    InsertSei(
-        units,
-        SeiPlace(Codec::kHevc, units, picture.begin, picture.slice, {kActiveParameterSets, kBufferingPeriod}),
-        MakeFieldTimingUnit(picStruct, TemporalPlus1(units[picture.slice].bytes)));
-    ++timingsAdded_;
+    const size_t slice = part.slice();
+    InsertSei(units,
+              SeiPlace(Codec::kHevc, units, part.begin(), slice, {kActiveParameterSets, kBufferingPeriod}),
+              MakeFieldTimingUnit(picStruct, TemporalPlus1(units[slice].bytes)));
+    ++counts_.timingsAdded;
     return true;
   }
   FrameFieldInfo info{picStruct, 0, false};
@@ -174,17 +152,8 @@ bool InterlaceEdit::PatchPicture(std::vector<Unit>& units, const CodedPicture& p
   if (!whole) Fail("an SEI unit with picture timing breaks off");
   messages[timing->message].payload = std::move(*payload);
   unit = MakeSeiUnit(ByteSpan(unit).first(2), messages);
-  ++timingsChanged_;
+  ++counts_.timingsChanged;
   return true;
-}
-
-std::vector<std::string> InterlaceEdit::Summary() const {
-  std::vector<std::string> pieces;
-  if (setsChanged_ != 0) pieces.push_back(fmt::format("{} video parameter sets changed", setsChanged_));
-  if (timingsChanged_ != 0)
-    pieces.push_back(fmt::format("{} picture timing messages changed", timingsChanged_));
-  if (timingsAdded_ != 0) pieces.push_back(fmt::format("{} picture timing messages put in", timingsAdded_));
-  return pieces;
 }
 
 }  // namespace qlnmedia

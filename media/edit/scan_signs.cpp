@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
+#include "timing/hevc_timing.h"
 #include "units/access_unit.h"
 
 namespace qlnmedia {
@@ -33,11 +35,10 @@ bool IsFieldRaster(uint32_t width, uint32_t height) {
 
 }  // namespace
 
-std::optional<PictureTimingPlace> FindPictureTiming(const std::vector<Unit>& units,
-                                                    const CodedPicture& picture) {
-  for (size_t i = picture.begin; i < picture.slice; ++i) {
-    if (!IsSei(Codec::kHevc, UnitType(Codec::kHevc, units[i].bytes))) continue;
-    const std::vector<SeiMessage> messages = ReadSeiMessages(Codec::kHevc, units[i].bytes);
+std::optional<PictureTimingPlace> FindPictureTiming(const PictureUnits& part) {
+  for (size_t i = part.begin(), slice = part.slice(); i < slice; ++i) {
+    if (!IsSei(Codec::kHevc, UnitType(Codec::kHevc, part.units[i].bytes))) continue;
+    const std::vector<SeiMessage> messages = ReadSeiMessages(Codec::kHevc, part.units[i].bytes);
     for (size_t n = 0; n < messages.size(); ++n) {
       if (messages[n].type == kPictureTiming) return PictureTimingPlace{i, n, messages[n]};
     }
@@ -45,19 +46,26 @@ std::optional<PictureTimingPlace> FindPictureTiming(const std::vector<Unit>& uni
   return {};
 }
 
+ScanSigns::ScanSigns(const StreamDescription& stream) {
+  const ConfigRecord config = ConfigOf(stream);
+  framing_ = config.framing;
+  if (!stream.raw) height_ = stream.height;
+  if (stream.ownMarks) rate_ = stream.averageRate;
+  for (const Bytes& unit : config.units()) {
+    tracker_.TakeSet(unit);
+    if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit))) continue;
+    if (const std::optional<SpsFacts> sps = ReadSpsFacts(Codec::kHevc, unit)) TakeSps(*sps);
+  }
+}
+
 void ScanSigns::TakeSps(const SpsFacts& sps) {
   sps_ = sps;
   if (sps.hevc.interlace[2]) Keep(fields_, "the sequence parameter set says field_seq_flag 1");
-  const ContainerColour& container = file_.containerColour(index_);
-  if (!file_.isRawStream() && container.height > 0 && sps.height > 0 &&
-      static_cast<uint32_t>(container.height) == 2 * sps.height)
-    Keep(fields_,
-         fmt::format("the container's picture has {} lines, a coded one {}", container.height, sps.height));
-  const AVRational rate = file_.context()->streams[index_]->avg_frame_rate;
-  if (!file_.isRawStream() && file_.formatName() != "mpegts" && rate.num > 0 && rate.den > 0 &&
-      sps.numUnitsInTick != 0) {
+  if (height_ > 0 && sps.height > 0 && height_ == 2 * sps.height)
+    Keep(fields_, fmt::format("the container's picture has {} lines, a coded one {}", height_, sps.height));
+  if (rate_.numerator > 0 && rate_.denominator > 0 && sps.numUnitsInTick != 0) {
     const double said = static_cast<double>(sps.timeScale) / sps.numUnitsInTick;
-    const double is = av_q2d(rate);
+    const double is = rate_.value();
     // Containers average; only what cannot be rounding counts.
     if (std::abs(is - 2 * said) < 0.02 * is)
       Keep(fields_, fmt::format("there are two pictures in each frame time: {:.5g} a second where the "
@@ -70,15 +78,17 @@ void ScanSigns::TakeSps(const SpsFacts& sps) {
     Keep(likelyFields_, "its samples are twice as high as wide");
 }
 
-void ScanSigns::TakePacket(const std::vector<Unit>& units) {
+void ScanSigns::TakePacket(ByteSpan data) {
+  std::vector<Unit> units = TakeApart(data, framing_).units;
   for (const Unit& unit : units) {
     if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit.bytes))) continue;
     if (const std::optional<SpsFacts> sps = ReadSpsFacts(Codec::kHevc, unit.bytes)) TakeSps(*sps);
   }
-  const std::vector<CodedPicture> pictures = tracker_.Take(units);
-  if (pictures.size() == 2) Keep(fields_, "a packet holds two pictures");
-  for (const CodedPicture& picture : pictures) {
-    const std::optional<PictureTimingPlace> timing = FindPictureTiming(units, picture);
+  const std::vector<PictureUnits> parts = PartUnits(Codec::kHevc, tracker_, std::move(units));
+  if (CountPictures(parts) == 2) Keep(fields_, "a packet holds two pictures");
+  for (const PictureUnits& part : parts) {
+    if (!part.picture) continue;
+    const std::optional<PictureTimingPlace> timing = FindPictureTiming(part);
     std::optional<FrameFieldInfo> info;
     if (timing && sps_ && sps_->hevc.frameFieldInfo) info = ReadFrameFieldInfo(timing->content.payload);
     everyPictureTold_ = everyPictureTold_ && info;

@@ -1,4 +1,5 @@
-// What a file tells of the coded pictures of an HEVC stream: whether each is a whole frame or a single field.
+// What a stream tells of the coded pictures of an HEVC stream: whether each is a whole frame or a single
+// field.
 #ifndef MEDIA_EDIT_SCAN_SIGNS_H
 #define MEDIA_EDIT_SCAN_SIGNS_H
 
@@ -6,10 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "container/libav_handles.h"
-#include "container/media_file.h"
-#include "pictures/picture_tracker.h"
-#include "timing/hevc_timing.h"
+#include "edit/picture_units.h"
+#include "sets/set_edit.h"
+#include "units/coded_stream.h"
 
 namespace qlnmedia {
 
@@ -21,17 +21,15 @@ struct PictureTimingPlace {
 };
 
 // That of a picture; nothing if it has none.
-std::optional<PictureTimingPlace> FindPictureTiming(const std::vector<Unit>& units,
-                                                    const CodedPicture& picture);
+std::optional<PictureTimingPlace> FindPictureTiming(const PictureUnits& part);
 
 // Collects signs. Of each kind the first one is kept, as a text that ends "... because".
 class ScanSigns {
  public:
-  ScanSigns(const MediaFile& file, unsigned index) : file_(file), index_(index), tracker_(Codec::kHevc) {}
-
-  void TakeSps(const SpsFacts& sps);
-  // The units of one packet, its parameter sets first.
-  void TakePacket(const std::vector<Unit>& units);
+  // Begins with the parameter sets of the private data.
+  explicit ScanSigns(const StreamDescription& stream);
+  // The next packet in coding order.
+  void TakePacket(ByteSpan data);
 
   // What says that pictures are fields, that they are frames, and what makes fields likely without saying so.
   const std::string& fields() const { return fields_; }
@@ -41,9 +39,12 @@ class ScanSigns {
   bool everyPictureTold() const { return everyPictureTold_; }
 
  private:
-  const MediaFile& file_;
-  unsigned index_;
-  PictureTracker tracker_;
+  void TakeSps(const SpsFacts& sps);
+
+  Rational rate_;  // packets a second by the container; 0/1 where it says nothing
+  uint32_t height_ = 0;
+  Framing framing_;
+  PictureTracker tracker_{Codec::kHevc};
   std::optional<SpsFacts> sps_;
   std::string fields_;
   std::string frames_;

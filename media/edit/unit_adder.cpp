@@ -2,12 +2,9 @@
 
 #include "edit/unit_adder.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <memory>
 #include <new>
-#include <optional>
 
 #include "qlnutil/qlnh264.h"
 #include "units/access_unit.h"
@@ -49,6 +46,13 @@ bool HasMessage(Codec codec, const Unit& unit, int type) {
                      [type](const SeiMessage& message) { return message.type == type; });
 }
 
+bool HasDelimiter(const PictureUnits& part, size_t begin, size_t slice) {
+  for (size_t i = begin; i < slice; ++i) {
+    if (IsDelimiter(part.codec, UnitType(part.codec, part.units[i].bytes))) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 Bytes MakeH264Delimiter(unsigned kinds) {
@@ -76,73 +80,49 @@ Bytes MakeHevcRecoveryPoint(uint8_t temporalPlus1) {
   return MakeSeiUnit(header, {{kRecoveryPoint, {0xD0}}});
 }
 
-bool UnitAdder::HasDelimiter(const std::vector<Unit>& units, const CodedPicture& picture) const {
-  for (size_t i = picture.begin; i < picture.slice; ++i) {
-    if (IsDelimiter(codec_, UnitType(codec_, units[i].bytes))) return true;
-  }
-  return false;
-}
-
-Unit UnitAdder::MakeDelimiter(const std::vector<Unit>& units, const CodedPicture& picture) const {
-  const unsigned kinds = tracker_.SlicesOf(units, picture);
-  Unit unit;
-  unit.bytes = codec_ == Codec::kH264 ? MakeH264Delimiter(kinds)
-                                      : MakeHevcDelimiter(kinds, TemporalPlus1(units[picture.slice].bytes));
-  return unit;
-}
-
-bool UnitAdder::NeedsRecoveryPoint(const std::vector<Unit>& units, const CodedPicture& picture,
-                                   PacketMark mark) {
+bool UnitAdder::NeedsRecoveryPoint(const PictureUnits& part, PacketMark mark) {
+  const size_t begin = part.begin();
+  const size_t slice = part.slice();
   bool ownSps = false;
-  for (size_t i = picture.begin; i < picture.end; ++i) {
-    if (HasMessage(codec_, units[i], kRecoveryPoint)) return false;
-    if (i < picture.slice) ownSps = ownSps || IsSps(codec_, UnitType(codec_, units[i].bytes));
+  for (size_t i = begin; i < part.units.size(); ++i) {
+    if (HasMessage(part.codec, part.units[i], kRecoveryPoint)) return false;
+    if (i < slice) ownSps = ownSps || IsSps(part.codec, UnitType(part.codec, part.units[i].bytes));
   }
-  const int type = UnitType(codec_, units[picture.slice].bytes);
-  if (codec_ == Codec::kHevc) return type == kCra;
-  if (type == 5 || tracker_.SlicesOf(units, picture) != kSliceI) return false;
+  const int type = UnitType(part.codec, part.units[slice].bytes);
+  if (part.codec == Codec::kHevc) return type == kCra;
+  if (type == 5 || part.kinds != kSliceI) return false;
   // A picture of intra slices alone is none: what follows may still refer to what stands in front of it.
   if (mark.byContainer ? mark.key : ownSps) return true;
-  ++intraLeft_;
+  ++counts_.intraWithoutRecovery;
   return false;
 }
 
-bool UnitAdder::Add(std::vector<Unit>& units, PacketMark mark) {
-  if (!delimiters_ && !recoveryPoints_) return false;
-  const std::vector<CodedPicture> pictures = tracker_.Take(units);
-  bool starts = false;
-  // From the last to the first, so that the places of those in front stay.
-  for (size_t n = pictures.size(); n-- > 0;) {
-    const CodedPicture& picture = pictures[n];
-    std::optional<Unit> delimiter;
-    if (delimiters_ && !HasDelimiter(units, picture)) delimiter = MakeDelimiter(units, picture);
+UnitAdder::Added UnitAdder::Add(std::vector<PictureUnits>& parts, PacketMark mark) {
+  Added added;
+  for (PictureUnits& part : parts) {
+    if (!part.picture) continue;
+    const size_t begin = part.begin();
+    const size_t slice = part.slice();
+    const bool hevc = part.codec == Codec::kHevc;
+    const uint8_t temporalPlus1 = TemporalPlus1(part.units[slice].bytes);
+    const bool lacksDelimiter = delimiters_ && !HasDelimiter(part, begin, slice);
     // A frame of two fields is entered at the first one.
-    if (recoveryPoints_ && n == 0 && NeedsRecoveryPoint(units, picture, mark)) {
-      InsertSei(units,
-                SeiPlace(codec_, units, picture.begin, picture.slice,
+    if (recoveryPoints_ && &part == &parts.front() && NeedsRecoveryPoint(part, mark)) {
+      InsertSei(part.units,
+                SeiPlace(part.codec, part.units, begin, slice,
                          {kActiveParameterSets, kBufferingPeriod, kPictureTiming, kDecodingUnitInfo}),
-                codec_ == Codec::kH264 ? MakeH264RecoveryPoint()
-                                       : MakeHevcRecoveryPoint(TemporalPlus1(units[picture.slice].bytes)));
-      ++recoveryPointsAdded_;
-      starts = true;
+                hevc ? MakeHevcRecoveryPoint(temporalPlus1) : MakeH264RecoveryPoint());
+      ++counts_.recoveryPoints;
+      added.any = added.start = true;
     }
-    if (delimiter) {
-      units.insert(units.begin() + static_cast<std::ptrdiff_t>(picture.begin), std::move(*delimiter));
-      ++delimitersAdded_;
-    }
+    if (!lacksDelimiter) continue;
+    Unit delimiter;
+    delimiter.bytes = hevc ? MakeHevcDelimiter(part.kinds, temporalPlus1) : MakeH264Delimiter(part.kinds);
+    part.units.insert(part.units.begin() + static_cast<std::ptrdiff_t>(begin), std::move(delimiter));
+    ++counts_.delimiters;
+    added.any = true;
   }
-  return starts;
-}
-
-std::vector<std::string> UnitAdder::Summary() const {
-  std::vector<std::string> pieces;
-  if (delimitersAdded_ != 0) pieces.push_back(fmt::format("{} delimiters put in", delimitersAdded_));
-  if (recoveryPointsAdded_ != 0)
-    pieces.push_back(fmt::format("{} recovery points put in", recoveryPointsAdded_));
-  if (intraLeft_ != 0)
-    pieces.push_back(fmt::format(
-        "{} intra pictures left alone, since nothing says that decoding can start there", intraLeft_));
-  return pieces;
+  return added;
 }
 
 }  // namespace qlnmedia

@@ -3,10 +3,10 @@
 #ifndef MEDIA_EDIT_UNIT_ADDER_H
 #define MEDIA_EDIT_UNIT_ADDER_H
 
-#include <string>
 #include <vector>
 
-#include "pictures/picture_tracker.h"
+#include "edit/picture_units.h"
+#include "qlnmedia/stream_editor.h"
 
 namespace qlnmedia {
 
@@ -19,33 +19,24 @@ struct PacketMark {
 
 class UnitAdder {
  public:
-  UnitAdder(Codec codec, bool delimiters, bool recoveryPoints)
-      : codec_(codec), delimiters_(delimiters), recoveryPoints_(recoveryPoints), tracker_(codec) {}
+  // Counts what it does in `counts`, which must outlive it.
+  UnitAdder(bool delimiters, bool recoveryPoints, EditCounts& counts)
+      : delimiters_(delimiters), recoveryPoints_(recoveryPoints), counts_(counts) {}
 
-  // Shows it a parameter set that stands outside the packets.
-  void TakeSet(ByteSpan unit) { tracker_.TakeSet(unit); }
-
-  // Adds what is missing in the units of one packet. Returns true where decoding can start at the packet and
-  // that had to be said: a recovery point went in.
-  bool Add(std::vector<Unit>& units, PacketMark mark);
-
-  // Units put in so far.
-  int added() const { return delimitersAdded_ + recoveryPointsAdded_; }
-  // What was done, a piece of text each.
-  std::vector<std::string> Summary() const;
+  struct Added {
+    bool any = false;
+    bool start =
+        false;  // decoding can start at the packet, and that had to be said: a recovery point went in
+  };
+  // Adds what is missing in the pictures of one packet.
+  Added Add(std::vector<PictureUnits>& parts, PacketMark mark);
 
  private:
-  bool NeedsRecoveryPoint(const std::vector<Unit>& units, const CodedPicture& picture, PacketMark mark);
-  bool HasDelimiter(const std::vector<Unit>& units, const CodedPicture& picture) const;
-  Unit MakeDelimiter(const std::vector<Unit>& units, const CodedPicture& picture) const;
+  bool NeedsRecoveryPoint(const PictureUnits& part, PacketMark mark);
 
-  Codec codec_;
   bool delimiters_;
   bool recoveryPoints_;
-  PictureTracker tracker_;
-  int delimitersAdded_ = 0;
-  int recoveryPointsAdded_ = 0;
-  int intraLeft_ = 0;  // intra pictures of which nothing says that decoding can start there
+  EditCounts& counts_;
 };
 
 // An H.264 delimiter for a picture of these SliceKinds; 0 stands for any.

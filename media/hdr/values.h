@@ -2,13 +2,9 @@
 #ifndef MEDIA_HDR_VALUES_H
 #define MEDIA_HDR_VALUES_H
 
-#include <array>
-#include <cstdint>
-#include <optional>
 #include <string>
 
-#include "sets/sps_facts.h"
-#include "units/static_hdr.h"
+#include "qlnmedia/stream_values.h"
 
 namespace qlnmedia {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "edit/options.h"
+#include "patch/options.h"
 
 namespace qlnmedia {
 

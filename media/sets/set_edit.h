@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "qlnmedia/stream_values.h"
 #include "sets/sps_facts.h"
 #include "units/units.h"
 

@@ -8,17 +8,10 @@
 #include <vector>
 
 #include "sets/names.h"
+#include "qlnmedia/stream_values.h"
 #include "units/units.h"
 
 namespace qlnmedia {
-
-// Codes of ITU-T H.273.
-struct ColourCodes {
-  uint8_t primaries = 2;
-  uint8_t transfer = 2;
-  uint8_t matrix = 2;
-  friend bool operator==(const ColourCodes&, const ColourCodes&) = default;
-};
 
 // Samples cut off at the picture's sides, in luma samples of the frame.
 struct Cropping {

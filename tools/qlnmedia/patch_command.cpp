@@ -5,6 +5,7 @@
 
 #include "base/error.h"
 #include "commands.h"
+#include "hdr/values.h"
 #include "output.h"
 #include "patch/patch.h"
 #include "progress_bar.h"

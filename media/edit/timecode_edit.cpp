@@ -1,14 +1,11 @@
 // Orders pictures and gives each the message that holds its timecode.
 
-#include "edit/timecode_patcher.h"
-
-#include <fmt/format.h>
+#include "edit/timecode_edit.h"
 
 #include <algorithm>
-#include <iterator>
+#include <utility>
 
 #include "base/error.h"
-#include "container/coded_stream.h"
 #include "timing/timecode_rate.h"
 #include "units/access_unit.h"
 
@@ -40,71 +37,53 @@ std::optional<int> HevcPicStruct(const std::vector<Unit>& units, const SpsFacts&
 
 }  // namespace
 
-TimecodePatcher::TimecodePatcher(const MediaFile& in, unsigned index, Codec codec, const ConfigRecord& config,
-                                 const EditOptions& options)
-    : path_(in.path()),
-      index_(index),
-      codec_(codec),
-      framing_(config.framing),
-      raw_(in.isRawStream()),
-      tracker_(codec) {
+TimecodeEdit::TimecodeEdit(const StreamDescription& stream, const ConfigRecord& config,
+                           const StreamChanges& changes, std::string where, EditCounts& counts)
+    : where_(std::move(where)), counts_(counts), codec_(config.codec), keys_(stream) {
   std::optional<SpsFacts> first;
   for (const Bytes& unit : config.units()) {
-    tracker_.TakeSet(unit);
-    if (!first && IsSps(codec, UnitType(codec, unit))) first = ReadSpsFacts(codec, unit);
+    if (!first && IsSps(codec_, UnitType(codec_, unit))) first = ReadSpsFacts(codec_, unit);
   }
   Rational rate;
-  if (options.timecodeType.empty() || !options.rate.empty())
-    rate = TimecodeRate(RatesOf(DescribeStream(in, index), codec, first), options.rate);
-  start_ = ParseTimecode(options.timecode, options.timecodeType, rate);
+  if (changes.timecodeType.empty() || !changes.rate.empty())
+    rate = TimecodeRate(RatesOf(stream, codec_, first), changes.rate);
+  start_ = ParseTimecode(changes.timecode, changes.timecodeType, rate);
 }
 
-void TimecodePatcher::Fail(const std::string& what, const std::string& advice) const {
-  throw Error(path_, fmt::format("stream {}: {}", index_, what), advice);
+void TimecodeEdit::Fail(const std::string& what, const std::string& advice) const {
+  throw Error(where_, what, advice);
 }
 
-void TimecodePatcher::Announce(const AVPacket& packet) {
-  const ByteSpan data(packet.data, static_cast<size_t>(packet.size));
-  announced_.push_back(tracker_.Take(TakeApart(data, framing_).units));
-  std::erase_if(announced_.back(), [](const CodedPicture& picture) { return !picture.head; });
-  int frames = 0;
-  for (const CodedPicture& picture : announced_.back()) {
-    if (picture.secondField) continue;
-    if (++frames > 1) Fail("has two frames in one packet, which would share one time");
-    if (!raw_ && packet.pts == AV_NOPTS_VALUE)
+void TimecodeEdit::Announce(const PacketView& packet, const std::vector<PictureUnits>& parts) {
+  std::vector<CodedPicture> frames;
+  for (const PictureUnits& part : parts) {
+    if (!part.picture || !part.picture->head || part.picture->secondField) continue;
+    if (!frames.empty()) Fail("has two frames in one packet, which would share one time");
+    if (keys_.timed() && packet.pts == kNoTime)
       Fail("has a picture without a presentation time", "remux it with times first");
-    order_.Add(raw_ ? KeyOfHeader(picture) : PresentationKey{0, packet.pts});
+    frames.push_back(*part.picture);
   }
+  frames_.push_back(!frames.empty());
+  if (!frames.empty()) order_.Add(keys_.Next(packet, frames).value());
 }
 
-bool TimecodePatcher::Ready() const {
-  if (order_.ready()) return true;
-  const auto waits = [](const CodedPicture& picture) { return !picture.secondField; };
-  return !announced_.empty() && std::none_of(announced_.front().begin(), announced_.front().end(), waits);
+bool TimecodeEdit::Ready() const { return order_.ready() || (!frames_.empty() && !frames_.front()); }
+
+bool TimecodeEdit::Change(std::vector<PictureUnits>& parts) {
+  frames_.pop_front();
+  bool changed = false;
+  bool slices = false;
+  for (PictureUnits& part : parts) {
+    slices = slices || FirstPictureUnit(codec_, part.units) < part.units.size();
+    if (!part.picture || !part.picture->head) continue;
+    PutTimecode(part.units, *part.picture, FrameOf(*part.picture, part.units));
+    changed = true;
+  }
+  if (!changed && slices) Fail("a picture comes before its parameter sets, or its slices break off");
+  return changed;
 }
 
-bool TimecodePatcher::Patch(std::vector<Unit>& units) {
-  const std::vector<CodedPicture> pictures = std::move(announced_.front());
-  announced_.pop_front();
-  if (pictures.empty()) {
-    if (FirstPictureUnit(codec_, units) < units.size())
-      Fail("a picture comes before its parameter sets, or its slices break off");
-    return false;
-  }
-  std::vector<Unit> patched;
-  for (size_t i = 0; i < pictures.size(); ++i) {
-    const size_t begin = i == 0 ? 0 : pictures[i].begin;
-    const size_t end = i + 1 < pictures.size() ? pictures[i + 1].begin : units.size();
-    std::vector<Unit> own(std::make_move_iterator(units.begin() + static_cast<std::ptrdiff_t>(begin)),
-                          std::make_move_iterator(units.begin() + static_cast<std::ptrdiff_t>(end)));
-    PutTimecode(own, pictures[i], FrameOf(pictures[i], own));
-    patched.insert(patched.end(), std::make_move_iterator(own.begin()), std::make_move_iterator(own.end()));
-  }
-  units = std::move(patched);
-  return true;
-}
-
-uint32_t TimecodePatcher::FrameOf(const CodedPicture& picture, const std::vector<Unit>& units) {
+uint32_t TimecodeEdit::FrameOf(const CodedPicture& picture, const std::vector<Unit>& units) {
   if (picture.secondField) return frame_;
   frame_ = order_.Take();
   if (codec_ == Codec::kH264) return frame_;
@@ -121,8 +100,7 @@ uint32_t TimecodePatcher::FrameOf(const CodedPicture& picture, const std::vector
 
 // Two fields make a frame of an HEVC stream when they follow each other in output order, top and bottom
 // (ITU-T H.265 clause D.3.3). A field without its other half would put all that follow into wrong frames.
-void TimecodePatcher::CheckParity(uint32_t place, const CodedPicture& picture,
-                                  const std::vector<Unit>& units) {
+void TimecodeEdit::CheckParity(uint32_t place, const CodedPicture& picture, const std::vector<Unit>& units) {
   const std::optional<int> picStruct = HevcPicStruct(units, *picture.head->sps);
   const bool top = picStruct == 1 || picStruct == 9 || picStruct == 11;
   const bool bottom = picStruct == 2 || picStruct == 10 || picStruct == 12;
@@ -135,8 +113,8 @@ void TimecodePatcher::CheckParity(uint32_t place, const CodedPicture& picture,
          "leave --timecode out");
 }
 
-void TimecodePatcher::PutTimecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t frame) {
-  ++count_;
+void TimecodeEdit::PutTimecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t frame) {
+  ++counts_.timecodes;
   if (codec_ == Codec::kH264) {
     PutH264Timecode(units, picture, start_.count + frame);
     return;
@@ -147,7 +125,7 @@ void TimecodePatcher::PutTimecode(std::vector<Unit>& units, const CodedPicture& 
                                  picture.head->temporalId));
 }
 
-void TimecodePatcher::PutH264Timecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t count) {
+void TimecodeEdit::PutH264Timecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t count) {
   const SpsFacts& sps = *picture.head->sps;
   const uint32_t picStruct = PicStructOf(picture);
   bool found = false;

@@ -1,12 +1,21 @@
-// Static HDR metadata in the units of the streams, as containers and SEI messages both hold it.
-#ifndef MEDIA_UNITS_STATIC_HDR_H
-#define MEDIA_UNITS_STATIC_HDR_H
+// Values of colour and HDR, as streams carry them.
+#ifndef QLNMEDIA_STREAM_VALUES_H
+#define QLNMEDIA_STREAM_VALUES_H
 
 #include <cstdint>
 
 namespace qlnmedia {
 
-// Mastering display colour volume: chromaticities in units of 0.00002, luminances in units of 0.0001 cd/m2.
+/// Codes of ITU-T H.273; 2 is "unspecified".
+struct ColourCodes {
+  uint8_t primaries = 2;
+  uint8_t transfer = 2;
+  uint8_t matrix = 2;
+  friend bool operator==(const ColourCodes&, const ColourCodes&) = default;
+};
+
+/// Mastering display colour volume: chromaticities in units of 0.00002 (at most 50000), luminances in units
+/// of 0.0001 cd/m2.
 struct MasteringDisplay {
   struct Point {
     uint16_t x = 0;
@@ -19,7 +28,7 @@ struct MasteringDisplay {
   friend bool operator==(const MasteringDisplay&, const MasteringDisplay&) = default;
 };
 
-// Content light level in cd/m2.
+/// Content light level in cd/m2.
 struct LightLevel {
   uint16_t maxContent = 0;
   uint16_t maxAverage = 0;

@@ -1,0 +1,77 @@
+// Changes the captions of packets.
+
+#include "edit/caption_edit.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "captions/units.h"
+#include "edit/survey_facts.h"
+#include "units/access_unit.h"
+#include "units/mpeg2.h"
+
+namespace qlnmedia {
+
+CaptionEdit::CaptionEdit(const StreamChanges& changes, const StreamSurvey* survey, std::string where,
+                         EditCounts& counts)
+    : provider_(changes.captionProvider),
+      replace_(changes.replaceCaptions),
+      survey_(survey),
+      where_(std::move(where)),
+      counts_(counts) {
+  if (!provider_) return;
+  if (survey_ == nullptr) throw Error(where_, "captions take a survey of the stream");
+  if (survey_->captioned() != 0 && !replace_)
+    throw Error(where_, fmt::format("has captions on {} pictures", survey_->captioned()),
+                "have them replaced");
+}
+
+void CaptionEdit::NextPacket() {
+  wanted_ = false;
+  if (!provider_) return;
+  const std::vector<uint32_t>& places = survey_->facts().captions.order.places;
+  if (packets_ >= places.size()) throw Error(where_, "has more packets than were surveyed");
+  const uint32_t place = places[packets_++];
+  if (place == kNoPlace) return;
+  for (; made_ <= place; ++made_) {
+    waiting_[made_] = provider_(made_);
+    if (waiting_[made_].size() > captions::kMostTriplets) waiting_[made_].resize(captions::kMostTriplets);
+  }
+  const auto found = waiting_.find(place);
+  wanted_ = true;
+  triplets_ = std::move(found->second);
+  waiting_.erase(found);
+}
+
+Bytes CaptionEdit::ChangeMpeg2(ByteSpan data) {
+  Bytes out;
+  bool missing = wanted_;
+  for (const Mpeg2Unit& unit : replace_ ? Mpeg2Units(data) : Mpeg2Head(data)) {
+    const ByteSpan bytes = data.subspan(unit.at, unit.size);
+    if (replace_ && unit.code == kMpeg2UserData && captions::ReadUserData(bytes.subspan(4))) {
+      ++counts_.captionsRemoved;
+      continue;
+    }
+    if (missing && IsMpeg2Slice(unit.code)) {
+      const Bytes captionData = captions::MakePictureUserData(triplets_);
+      out.insert(out.end(), captionData.begin(), captionData.end());
+      missing = false;
+      ++counts_.captions;
+    }
+    out.insert(out.end(), bytes.begin(), bytes.end());
+  }
+  return out;
+}
+
+bool CaptionEdit::ChangeUnits(Codec codec, std::vector<Unit>& units) {
+  const int removed = replace_ ? RemoveSei(codec, units, IsCaptionMessage) : 0;
+  counts_.captionsRemoved += removed;
+  const size_t first = FirstPictureUnit(codec, units);
+  if (!wanted_ || first == units.size()) return removed != 0;
+  InsertSei(codec, units, MakeCaptionUnit(codec, units[first].bytes, triplets_));
+  ++counts_.captions;
+  return true;
+}
+
+}  // namespace qlnmedia

@@ -1,0 +1,114 @@
+// Edits packets of units.
+
+#include "edit/unit_stream_editor.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "base/error.h"
+#include "units/access_unit.h"
+
+namespace qlnmedia {
+
+UnitStreamEditor::UnitStreamEditor(const StreamDescription& stream, const StreamChanges& changes,
+                                   const StreamSurvey* survey, const std::string& where, EditCounts& counts)
+    : where_(where),
+      counts_(counts),
+      ownMarks_(stream.ownMarks),
+      privateData_(stream.privateData),
+      config_(ConfigOf(stream)),
+      codec_(config_.codec),
+      tracker_(codec_),
+      sets_(codec_, where),
+      hdr_(codec_, changes, counts),
+      adder_(changes.delimiters, changes.recoveryPoints, counts) {
+  if (!config_.problem.empty()) Fail(config_.problem);
+  sets_.edit.colour = changes.colour;
+  sets_.edit.fullRange = changes.fullRange;
+  if (changes.interlaced) {
+    if (*changes.interlaced && !changes.timecode.empty())
+      Fail("fields must be told before they can be given timecodes",
+           "run --interlaced first and --timecode on its output");
+    interlace_.emplace(stream, config_, *changes.interlaced, survey, where, counts);
+    interlace_->AddTo(sets_.edit);
+  }
+  for (const Bytes& unit : config_.units()) tracker_.TakeSet(unit);
+  if (!changes.timecode.empty()) {
+    timecodes_.emplace(stream, config_, changes, where, counts);
+    if (codec_ == Codec::kH264) sets_.edit.picStruct = true;
+  }
+  if (changes.captionProvider || changes.replaceCaptions) captions_.emplace(changes, survey, where, counts);
+  if (!config_.empty()) ChangePrivateData();
+}
+
+void UnitStreamEditor::Fail(const std::string& what, const std::string& advice) const {
+  throw Error(where_, what, advice);
+}
+
+void UnitStreamEditor::ChangePrivateData() {
+  const auto change = [this](Bytes& unit) {
+    if (sets_.Change(unit)) ++counts_.privateSequenceSets;
+    if (interlace_) interlace_->ChangeVps(unit);
+  };
+  for (ConfigRecord::List& list : config_.lists) {
+    for (Bytes& unit : list.units) {
+      change(unit);
+      if (unit.size() > 0xFFFF) Fail("a parameter set outgrows the configuration record");
+    }
+  }
+  for (Unit& unit : config_.startCodeUnits.units) change(unit.bytes);
+  hdr_.ChangePrivateData(config_);
+  if (interlace_) interlace_->ChangeHead(config_);
+  privateData_ = WriteConfigRecord(config_);
+}
+
+void UnitStreamEditor::Push(AccessUnit unit) {
+  Waiting waiting;
+  waiting.run = TakeApart(unit.data, config_.framing);
+  if (captions_) {
+    captions_->NextPacket();
+    waiting.changed = captions_->ChangeUnits(codec_, waiting.run.units);
+  }
+  waiting.parts = PartUnits(codec_, tracker_, std::move(waiting.run.units));
+  if (timecodes_) timecodes_->Announce({unit.data, unit.pts, unit.dts, unit.key, -1}, waiting.parts);
+  waiting.unit = std::move(unit);
+  // While it waits, its units are enough: they give the same bytes again.
+  if (timecodes_) waiting.unit.data = {};
+  queue_.push_back(std::move(waiting));
+}
+
+void UnitStreamEditor::Change(Waiting& waiting) {
+  std::vector<PictureUnits>& parts = waiting.parts;
+  bool changed = timecodes_ && timecodes_->Change(parts);
+  const UnitAdder::Added added = adder_.Add(parts, {waiting.unit.key, ownMarks_});
+  waiting.unit.key = waiting.unit.key || added.start;
+  // Picture timing is laid out as the sets of the source say, so it comes in front of them.
+  changed = (interlace_ && interlace_->Change(parts)) || added.any || changed;
+  std::vector<Unit>& units = waiting.run.units;
+  units = JoinUnits(std::move(parts));
+  for (Unit& unit : units) {
+    if (!sets_.Change(unit.bytes)) continue;
+    ++counts_.sequenceSets;
+    changed = true;
+  }
+  changed = hdr_.Change(units, waiting.unit.key || IsRandomAccess(codec_, units)) || changed;
+  waiting.changed = waiting.changed || changed;
+}
+
+std::optional<EditedUnit> UnitStreamEditor::Pull() {
+  if (queue_.empty() || (timecodes_ && !finished_ && !timecodes_->Ready())) return {};
+  Waiting waiting = std::move(queue_.front());
+  queue_.pop_front();
+  Change(waiting);
+  EditedUnit edited{std::move(waiting.unit), waiting.changed};
+  if (!edited.changed && !timecodes_) return edited;
+  const size_t outgrown = OutgrownUnit(waiting.run, config_.framing);
+  if (outgrown != 0)
+    Fail(fmt::format("a unit of {} bytes does not fit its {}-byte length field", outgrown,
+                     config_.framing.lengthBytes));
+  edited.unit.data = PutTogether(waiting.run, config_.framing);
+  return edited;
+}
+
+}  // namespace qlnmedia

@@ -1,0 +1,74 @@
+// Reads a caption file and says what became of it.
+
+#include "patch/caption_file.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "base/error.h"
+#include "base/text_file.h"
+
+namespace qlnmedia {
+
+namespace captions = qlnmedia::captions;
+
+CaptionFile::CaptionFile(const CaptionOptions& options) : options_(options) {
+  std::string reason;
+  std::optional<captions::CaptionTrack> track =
+      captions::ReadCaptionTrack(ReadTextFile(options.file), &reason);
+  if (!track) throw Error(options.file, reason);
+  track_ = std::move(*track);
+  offset_ = track_.FirstHour();
+  if (options.offset.empty()) return;
+  const std::optional<int64_t> frame = track_.FrameOf(options.offset);
+  if (!frame)
+    throw Error("--captions-offset",
+                fmt::format("\"{}\" is no timecode at the caption file's rate", options.offset),
+                "write HH:MM:SS:FF");
+  offset_ = *frame;
+}
+
+void CaptionFile::SpreadOver(const CaptionSurvey& survey, const std::string& path, unsigned index) {
+  index_ = index;
+  pace_ = survey.pace;
+  if (survey.captioned() != 0 && !options_.replace)
+    throw Error(path, fmt::format("stream {} has captions on {} pictures", index, survey.captioned()),
+                "--replace-captions takes them out first");
+  if (!pace_.rate)
+    throw Error(path, fmt::format("stream {} has {:.3f} pictures a second, a rate without captions", index,
+                                  pace_.picturesPerSecond));
+  clock_.emplace(survey.order, pace_);
+  source_.emplace(track_, *pace_.rate, offset_);
+}
+
+CaptionProvider CaptionFile::provider() {
+  return [this](uint32_t) {
+    std::vector<captions::Triplet> triplets = source_->Next(clock_->number());
+    clock_->Next();
+    return triplets;
+  };
+}
+
+std::vector<std::string> CaptionFile::Summary(const EditCounts& counts) const {
+  const captions::RateInfo& info = captions::InfoOf(*pace_.rate);
+  std::vector<std::string> lines = {fmt::format("stream {}: captions put into {} pictures, {} triplets each",
+                                                index_, counts.captions, info.triplets)};
+  if (counts.captionsRemoved != 0)
+    lines.front() += fmt::format(", {} earlier ones taken out", counts.captionsRemoved);
+  const auto warn = [&lines](std::string text) { lines.push_back("warning: " + std::move(text)); };
+  if (!pace_.steady)
+    warn(fmt::format("pictures are missing or of uneven length: captions go by time, {} pictures a second",
+                     info.name));
+  if (source_->converted())
+    warn(fmt::format("{} is made for {} pictures a second, the stream has {}: times are converted",
+                     options_.file, captions::InfoOf(track_.rate).name, info.name));
+  if (source_->early() != 0)
+    warn(fmt::format("{} frames of captions stand in front of the first picture and are lost",
+                     source_->early()));
+  if (source_->left() != 0)
+    warn(fmt::format("{} frames of captions stand behind the last picture and are lost", source_->left()));
+  return lines;
+}
+
+}  // namespace qlnmedia

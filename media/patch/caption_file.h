@@ -1,0 +1,42 @@
+// The captions of a file as a stream's pictures take them.
+#ifndef MEDIA_PATCH_CAPTION_FILE_H
+#define MEDIA_PATCH_CAPTION_FILE_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "captions/caption_track.h"
+#include "captions/reader.h"
+#include "patch/options.h"
+
+namespace qlnmedia {
+
+class CaptionFile {
+ public:
+  // Reads the file. Throws Error where it cannot be read, or the offset is no time of it.
+  explicit CaptionFile(const CaptionOptions& options);
+  CaptionFile(const CaptionFile&) = delete;
+  CaptionFile& operator=(const CaptionFile&) = delete;
+
+  // Spreads the captions over the pictures of stream `index` of the file `path`; `survey` must outlive this.
+  // Throws Error where the stream's rate knows no captions, or it has some that may not be replaced.
+  void SpreadOver(const CaptionSurvey& survey, const std::string& path, unsigned index);
+  // The captions of the pictures, which must be asked for in presentation order.
+  CaptionProvider provider();
+  // What was done, one line each, warnings behind.
+  std::vector<std::string> Summary(const EditCounts& counts) const;
+
+ private:
+  CaptionOptions options_;
+  qlnmedia::captions::CaptionTrack track_;
+  int64_t offset_;
+  unsigned index_ = 0;
+  Pace pace_;
+  std::optional<PictureClock> clock_;
+  std::optional<qlnmedia::captions::CaptionPictures> source_;
+};
+
+}  // namespace qlnmedia
+
+#endif

@@ -1,0 +1,85 @@
+// The two passes over a stream's captions: counts and order, then the triplets in presentation order.
+
+#include "captions/reader.h"
+
+#include <gtest/gtest.h>
+
+#include "captions/units.h"
+#include "support/field_stream.h"
+#include "units/access_unit.h"
+
+namespace qlnmedia {
+namespace {
+
+using captions::CcType;
+using qln::test::CodedFrame;
+using qln::test::MakeFieldPictures;
+
+Triplets At(int place, size_t count) {
+  return Triplets(count, {true, CcType::kServiceData, static_cast<uint8_t>(place + 32), 0x41});
+}
+
+// Fields in packets of their own: the first with as many triplets as it stands in order, the second of the
+// last frame with one more.
+struct Stream {
+  StreamDescription description;
+  std::vector<Bytes> packets;
+
+  Stream() {
+    description.codec = VideoCodec::kH264;
+    description.raw = true;
+    description.averageRate = {25, 1};
+    const std::vector<CodedFrame> frames = {{.place = 0, .idr = true},
+                                            {.place = 3},
+                                            {.place = 1, .reference = false},
+                                            {.place = 2, .reference = false}};
+    size_t n = 0;
+    for (const Bytes& picture : MakeFieldPictures(frames)) {
+      UnitRun run = TakeApart(picture, Framing{});
+      const int place = frames[n / 2].place;
+      const size_t count = n % 2 == 0 ? static_cast<size_t>(place) : place == 3 ? 1 : 0;
+      ++n;
+      const size_t first = FirstPictureUnit(Codec::kH264, run.units);
+      if (count != 0)
+        InsertSei(Codec::kH264, run.units,
+                  MakeCaptionUnit(Codec::kH264, run.units[first].bytes, At(place, count)));
+      packets.push_back(PutTogether(run, Framing{}));
+    }
+  }
+  CaptionSurvey Survey() const {
+    CaptionCounter counter(description);
+    for (const Bytes& packet : packets) counter.Add({packet, kNoTime, kNoTime, false, -1});
+    EXPECT_EQ(counter.packets(), packets.size());
+    return counter.Finish();
+  }
+};
+
+TEST(CaptionReader, CountsByPicture) {
+  const CaptionSurvey survey = Stream().Survey();
+  EXPECT_EQ(survey.counts, (std::vector<uint8_t>{CaptionSurvey::kNone, 1, 2, 4}));
+  EXPECT_EQ(survey.captioned(), 3u);
+  EXPECT_EQ(survey.pace.rate, captions::Rate::k25);
+}
+
+TEST(CaptionReader, HandsPicturesOverInPresentationOrder) {
+  const Stream stream;
+  const CaptionSurvey survey = stream.Survey();
+  std::vector<CaptionedPicture> pictures;
+  CaptionSorter sorter(survey, stream.description,
+                       [&](const CaptionedPicture& one) { pictures.push_back(one); });
+  for (const Bytes& packet : stream.packets) {
+    EXPECT_TRUE(sorter.missing());
+    sorter.Add({packet, kNoTime, kNoTime, false, -1});
+  }
+  EXPECT_FALSE(sorter.missing());
+  sorter.Finish();
+  ASSERT_EQ(pictures.size(), 4u);
+  for (size_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(pictures[i].number, static_cast<int64_t>(i));
+    EXPECT_DOUBLE_EQ(pictures[i].seconds, static_cast<double>(i) / 25);
+    EXPECT_EQ(pictures[i].triplets, At(static_cast<int>(i), i == 3 ? 4 : i));
+  }
+}
+
+}  // namespace
+}  // namespace qlnmedia
