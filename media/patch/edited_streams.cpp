@@ -18,9 +18,24 @@ namespace qlnmedia {
 
 EditedStreams::EditedStreams(const MediaFile& in, const EditOptions& options) : in_(in), options_(options) {
   FindStreams();
+  // What can be refused without reading the file is refused first.
+  for (auto& [index, edited] : streams_) {
+    if (!NeedsSigns(edited.stream)) MakeEditor(index, edited, {});
+  }
   if (options_.captions) captionFile_ = std::make_unique<CaptionFile>(*options_.captions);
   Survey();
-  for (auto& [index, edited] : streams_) MakeEditor(index, edited);
+  for (auto& [index, edited] : streams_) {
+    if (NeedsSigns(edited.stream)) MakeEditor(index, edited, {});
+  }
+  if (!captioned_) return;
+  Edited& edited = streams_.at(*captioned_);
+  captionFile_->SpreadOver(edited.survey->facts().captions, in_.path(), *captioned_);
+  MakeEditor(*captioned_, edited, captionFile_->provider());
+}
+
+// Whether a look at all its pictures must tell fields from frames.
+bool EditedStreams::NeedsSigns(const StreamDescription& stream) const {
+  return options_.interlaced && stream.codec == VideoCodec::kHevc;
 }
 
 void EditedStreams::Fail(unsigned index, const std::string& what, const std::string& advice) const {
@@ -48,8 +63,7 @@ void EditedStreams::FindStreams() {
 void EditedStreams::Survey() {
   bool any = false;
   for (auto& [index, edited] : streams_) {
-    const bool wanted =
-        index == captioned_ || (options_.interlaced && edited.stream.codec == VideoCodec::kHevc);
+    const bool wanted = index == captioned_ || NeedsSigns(edited.stream);
     if (wanted) edited.survey = std::make_unique<StreamSurvey>(edited.stream);
     any = any || wanted;
   }
@@ -75,15 +89,12 @@ void EditedStreams::Survey() {
   }
 }
 
-void EditedStreams::MakeEditor(unsigned index, Edited& edited) {
+void EditedStreams::MakeEditor(unsigned index, Edited& edited, CaptionProvider captions) {
   // MPEG-2 takes captions and nothing else.
   StreamChanges changes;
   if (edited.stream.codec != VideoCodec::kMpeg2) changes = options_;
-  if (index == captioned_) {
-    captionFile_->SpreadOver(edited.survey->facts().captions, in_.path(), index);
-    changes.captionProvider = captionFile_->provider();
-    changes.replaceCaptions = options_.captions->replace;
-  }
+  changes.replaceCaptions = captions && options_.captions->replace;
+  changes.captionProvider = std::move(captions);
   edited.editor = std::make_unique<StreamEditor>(edited.stream, changes, edited.survey.get(),
                                                  fmt::format("{}: stream {}", in_.path(), index));
 }

@@ -42,7 +42,8 @@ class EditedStreams {
   };
   void FindStreams();
   void Survey();
-  void MakeEditor(unsigned index, Edited& edited);
+  bool NeedsSigns(const StreamDescription& stream) const;
+  void MakeEditor(unsigned index, Edited& edited, CaptionProvider captions);
   std::string LineOf(unsigned index, const Edited& edited) const;
   [[noreturn]] void Fail(unsigned index, const std::string& what, const std::string& advice) const;
 
