@@ -306,6 +306,39 @@ TEST(StreamEditor, OnlyTimecodesMakePicturesWait) {
   }
 }
 
+TEST(StreamEditor, SecondFieldsDoNotWaitForThemselves) {
+  std::vector<test::CodedFrame> frames = {{.place = 0, .idr = true}};
+  for (int place = 1; place < 60; ++place) frames.push_back({.place = place % 30, .idr = place % 30 == 0});
+  const Stream stream = MakeStream(frames, 4, {}, false);
+  StreamChanges changes;
+  changes.timecode = "00:00:00:00";
+  StreamEditor editor(stream.description, changes);
+  size_t pulled = 0;
+  for (const AccessUnit& packet : stream.packets) {
+    editor.Push(packet);
+    while (editor.Pull()) ++pulled;
+    EXPECT_EQ(pulled % 2, 0u);
+  }
+  EXPECT_EQ(pulled, stream.packets.size() - 2 * (StreamEditor::kMostWaiting - 1));
+}
+
+TEST(StreamEditor, ARecoveryPointMarksItsPacket) {
+  Stream stream = MakeStream({{.place = 0, .idr = true, .fields = false}, {.place = 1, .fields = false}}, 0);
+  stream.description.ownMarks = false;
+  // Sets in front of an intra picture say that decoding can start there, where no container does.
+  std::vector<Unit> units = UnitsOf(stream.packets[0].data, 0);
+  const std::vector<Unit> own = UnitsOf(stream.packets[1].data, 0);
+  std::erase_if(units, [](const Unit& unit) { return IsSlice(kH264, UnitType(kH264, unit.bytes)); });
+  units.insert(units.end(), own.begin(), own.end());
+  stream.packets[1].data = test::Framed(units, 0);
+  StreamChanges changes;
+  changes.recoveryPoints = true;
+  const EditedStream edited = Edit(stream, changes);
+  EXPECT_EQ(edited.counts.recoveryPoints, 1);
+  EXPECT_TRUE(edited.packets[1].key);
+  EXPECT_FALSE(stream.packets[1].key);
+}
+
 TEST(StreamEditor, ARawStreamIsOrderedByItsHeaders) {
   Stream stream = MakeStream(Frames(), 0);
   stream.description.raw = true;

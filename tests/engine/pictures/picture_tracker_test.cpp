@@ -210,6 +210,36 @@ TEST(PictureTracker, AFieldWithoutItsOtherHalfIsAFrameOfItsOwn) {
   EXPECT_EQ(second, (std::vector<bool>{false, true, false, false, false, true}));
 }
 
+// Without its sets a slice still says whether it is the first of its picture.
+TEST(PictureTracker, PicturesWithoutTheirSetsAreToldApartByTheirFirstSlices) {
+  const std::vector<Bytes> pictures = MakeFieldPictures({{.place = 0, .idr = true}, {.place = 1}}, {});
+  Bytes both = pictures[2];
+  both.insert(both.end(), pictures[3].begin(), pictures[3].end());
+  PictureTracker tracker(Codec::kH264);
+  const auto tracked = tracker.Take(TakeApart(both, Framing{}).units);
+  ASSERT_EQ(tracked.size(), 2u);
+  EXPECT_FALSE(tracked[0].head || tracked[1].head);
+  EXPECT_EQ(FirstPlaced(tracked), nullptr);
+  EXPECT_EQ(tracked[0].end, 1u);
+  EXPECT_EQ(tracked[1].begin, 1u);
+  // In Baseline and Extended profile any slice may be the first that comes.
+  tracker.TakeSet(qln::test::Hex("67 42 00 1F 95"));
+  EXPECT_EQ(tracker.Take(TakeApart(both, Framing{}).units).size(), 1u);
+}
+
+// With them, what the header says decides, wherever its macroblocks begin (ITU-T H.264 clause 7.4.1.2.4).
+TEST(PictureTracker, SlicesOfOnePictureStayTogether) {
+  const std::vector<Bytes> pictures = MakeFieldPictures({{.place = 0, .idr = true, .fields = false}}, {});
+  std::vector<Unit> units = TakeApart(pictures[0], Framing{}).units;
+  units.push_back(units.back());
+  PictureTracker tracker(Codec::kH264);
+  const auto tracked = tracker.Take(units);
+  ASSERT_EQ(tracked.size(), 1u);
+  EXPECT_EQ(tracked[0].slice, units.size() - 2);
+  EXPECT_EQ(tracked[0].end, units.size());
+  EXPECT_EQ(tracker.SlicesOf(units, tracked[0]), static_cast<unsigned>(kSliceI));
+}
+
 TEST(PictureTracker, TheAccessUnitOfASecondFieldBeginsWithItsDelimiter) {
   const std::vector<Bytes> pictures =
       MakeFieldPictures({{.place = 0, .idr = true}}, {.pictureTiming = true, .delimiters = true});
