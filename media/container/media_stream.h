@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "base/rational.h"
-#include "units/coded_stream.h"
 #include "qlnmedia/stream_values.h"
+#include "units/coded_stream.h"
 
 namespace qlnmedia {
 

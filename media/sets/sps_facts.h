@@ -7,8 +7,8 @@
 #include <optional>
 #include <vector>
 
-#include "sets/names.h"
 #include "qlnmedia/stream_values.h"
+#include "sets/names.h"
 #include "units/units.h"
 
 namespace qlnmedia {

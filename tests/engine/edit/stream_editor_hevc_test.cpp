@@ -114,7 +114,7 @@ TEST_P(HevcInEveryFraming, AllButInterlaceTogether) {
   for (size_t i = 0; i < edited.packets.size(); ++i) {
     EXPECT_EQ(UnitType(kHevc, Units(edited, i).front().bytes), 35);
     for (const Bytes& sps : OfType(edited, i, 33))
-      EXPECT_EQ(ReadSpsSummary(kHevc, sps)->colour, changes.colour);
+      EXPECT_EQ(ReadSpsFacts(kHevc, sps)->colour, changes.colour);
     const bool entry = !OfType(stream_, i, 33).empty();
     EXPECT_EQ(HdrOf(kHevc, Units(edited, i)).lightLevel, entry ? changes.lightLevel : std::nullopt);
     const auto captions = CaptionsOf(VideoCodec::kHevc, edited.packets[i].data, Framing{GetParam()});
@@ -151,7 +151,7 @@ TEST_P(HevcInEveryFraming, FieldsAreTold) {
     EXPECT_EQ(edited.counts.sequenceSets, 2);
     for (size_t i = 0; i < places.size(); ++i) {
       for (const Bytes& unit : OfType(edited, i, 33)) {
-        const SpsSummary sps = ReadSpsSummary(kHevc, unit).value();
+        const SpsFacts sps = ReadSpsFacts(kHevc, unit).value();
         EXPECT_EQ(sps.interlace, (std::array<bool, 3>{false, true, true}));
         EXPECT_TRUE(sps.frameFieldInfo);
       }
@@ -186,7 +186,7 @@ TEST_P(HevcInEveryFraming, FramesAreTold) {
   const EditedStream edited = Edit(stream_, changes, SurveyOf(stream_).get());
   ExpectSlicesKept(edited);
   for (const Bytes& unit : OfType(edited, 0, 33)) {
-    const SpsSummary sps = ReadSpsSummary(kHevc, unit).value();
+    const SpsFacts sps = ReadSpsFacts(kHevc, unit).value();
     EXPECT_EQ(sps.interlace, (std::array<bool, 3>{true, false, false}));
     EXPECT_TRUE(sps.frameOnly);
   }
