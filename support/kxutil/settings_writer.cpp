@@ -62,7 +62,7 @@ class Change {
           return report_;
         case Step::kDamaged:
           // A new store that is damaged as well is no matter of the file.
-          if (!report_.setAside.empty() || !PutAside() || changes_ == nullptr) return report_;
+          if (!report_.setAside.empty() || !PutAside()) return report_;
           break;
         case Step::kAgain:
           if (std::chrono::steady_clock::now() < deadline_) {
@@ -177,10 +177,9 @@ class Change {
 
   Step MakeChanges(SqliteConnection& image, SettingsTable& table, std::string& bytes) {
     if (!image.Run("BEGIN") || !table.Make() || !table.Apply(*changes_)) return Trouble(image);
-    if (!table.Holds(*changes_)) return Damaged("a change does not read back");
     if (!image.Run("COMMIT") || !image.Serialize(bytes)) return Trouble(image);
     if (bytes.size() > kLargestStore) return Fail("it would become too large");
-    // The very bytes that will stand in the file are read once more.
+    // Still under the lock, the very bytes that will stand in the file must give back what was changed.
     SqliteConnection copy;
     SettingsTable written(copy);
     if (!copy.OpenImage(bytes)) return Trouble(copy);

@@ -209,6 +209,27 @@ TEST_F(DefaultStoreDamage, ARowWithoutAChecksumIsDamaged) {
   EXPECT_EQ(capture.messages().size(), 1u);
 }
 
+// A name whose kind is damaged is found by nobody.
+TEST_F(DefaultStoreDamage, ANameOfTheWrongKindIsDamage) {
+  ASSERT_EQ(Set("A", 1), 0);
+  ASSERT_TRUE(Tool(path()).Run("UPDATE settings SET section = CAST(section AS TEXT)"));
+  MessageCapture capture;
+  EXPECT_EQ(Get("A"), std::nullopt);
+  EXPECT_EQ(capture.messages().size(), 1u);
+}
+
+// The mark in the header tells a store of ours from another database whose table looks different.
+TEST_F(DefaultStoreDamage, AStoreWithADamagedTableIsSetAside) {
+  ASSERT_EQ(Set("A", 1), 0);
+  Patch("NOT NULL, value NOT", "NOT NULL, valve NOT");
+  const Bytes damaged = ReadFile(path());
+  MessageCapture capture;
+  EXPECT_EQ(Set("A", 2), 0);
+  EXPECT_EQ(Get("A"), 2u);
+  ASSERT_EQ(SetAside().size(), 1u);
+  EXPECT_EQ(ReadFile(SetAside()[0]), damaged);
+}
+
 // Rows out of order are whole as pages, but a search misses them: a change must not be told as done in there.
 TEST_F(DefaultStoreDamage, AStoreOutOfOrderIsSetAsideWithOneMessage) {
   for (const bool earlier : {true, false}) {

@@ -132,6 +132,52 @@ TEST_F(DefaultStoreLoad, AWriterThatWaitsHoldsNoOtherThreadUp) {
   EXPECT_EQ(Get("A"), 2u);
 }
 
+// While it waits for the lock on one file, another may come into its place: that one is then changed.
+TEST_F(DefaultStoreLoad, AFileThatWasReplacedMeanwhileIsNotWrittenOver) {
+  kxCFGSetDefaultStore((folder_ / "other.db").c_str());
+  ASSERT_EQ(Set("Other", 5), 0);
+  Reopen();
+  ASSERT_EQ(Set("A", 1), 0);
+  Tool tool(path());
+  ASSERT_TRUE(tool.Run("BEGIN IMMEDIATE"));
+  std::thread writer([] { EXPECT_EQ(Set("A", 2), 0); });
+  usleep(50000);
+  std::filesystem::rename(folder_ / "other.db", path());
+  ASSERT_TRUE(tool.Run("ROLLBACK"));
+  writer.join();
+  EXPECT_EQ(Get("A"), 2u);
+  EXPECT_EQ(Get("Other"), 5u);
+}
+
+// A tool changes all keys again and again in the file itself. What is read of one key is never older than
+// what was read of another before, and never uncommitted.
+TEST_F(DefaultStoreLoad, AReadBesideAToolSeesWholeChanges) {
+  std::vector<std::string> keys;
+  for (int i = 0; i < 400; ++i) keys.push_back("K" + std::to_string(i));
+  MakeEarlierStore(keys);
+  ASSERT_TRUE(Tool(path()).Run("UPDATE settings SET value = 1"));
+  const pid_t writer = InChild([this] {
+    Tool tool(path());
+    tool.Run("PRAGMA cache_size = 1; PRAGMA cache_spill = 1; PRAGMA busy_timeout = 60000");
+    while (tool.Run("UPDATE settings SET value = value + 1")) {
+    }
+    return 1;
+  });
+  MessageCapture capture;
+  uint32_t last = 0;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
+  for (uint32_t i = 0; std::chrono::steady_clock::now() < end; ++i) {
+    const std::optional<uint32_t> value = Get(("K" + std::to_string(i * 211 % 400)).c_str());
+    ASSERT_TRUE(value.has_value());
+    ASSERT_GE(*value, last);
+    last = *value;
+  }
+  kill(writer, SIGKILL);
+  EXPECT_EQ(ExitCodeOf(writer), 1000 + SIGKILL);
+  EXPECT_TRUE(capture.messages().empty());
+  EXPECT_GT(last, 2u);
+}
+
 // A tool that kept the file open cannot change the one that nobody has any more.
 TEST_F(DefaultStoreLoad, AToolThatKeptTheFileOpenLosesNothing) {
   ASSERT_EQ(Set("A", 1), 0);

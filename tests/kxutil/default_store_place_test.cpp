@@ -132,6 +132,26 @@ TEST_F(DefaultStorePlace, ALinkIsFollowedAndStays) {
   EXPECT_EQ(Get("A"), 2u);
 }
 
+TEST_F(DefaultStorePlace, ALinkThatLeadsElsewhereIsNoticed) {
+  for (const char* const name : {"one.db", "two.db"}) {
+    std::filesystem::remove(path());
+    std::filesystem::create_symlink(name, path());
+    EXPECT_EQ(Get("A"), std::nullopt);
+    EXPECT_EQ(Set("A", static_cast<uint32_t>(name[0])), 0);
+    EXPECT_EQ(Get("A"), static_cast<uint32_t>(name[0]));
+  }
+  std::filesystem::remove(path());
+  std::filesystem::create_symlink("one.db", path());
+  EXPECT_EQ(Get("A"), static_cast<uint32_t>('o'));
+}
+
+TEST_F(DefaultStorePlace, WhatAKilledWriterLeftBesideTheFileGoes) {
+  WriteFile(folder_ / ".settings.db.new", Bytes(100, 'x'));
+  EXPECT_EQ(Set("A", 1), 0);
+  EXPECT_EQ(NamesInFolder(), std::set<std::string>{"settings.db"});
+  EXPECT_EQ(Get("A"), 1u);
+}
+
 TEST_F(DefaultStorePlace, ARelativeNameCountsFromTheFolderOfItsCall) {
   const auto before = std::filesystem::current_path();
   std::filesystem::current_path(folder_.path());
