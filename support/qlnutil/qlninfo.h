@@ -235,7 +235,8 @@ QLN_API uint32_t qlnInfoWriteReg(const QLNInfo* info, uint32_t useDefaultStore, 
 QLN_API uint32_t qlnInfoReadRegSet(KXConfigHandle store, QLNInfo* info);
 
 /// Writes the same fields, VersionString and VersionNumber too, to one store, and deletes the keys of those
-/// that hold no value, so that the store mirrors the record.
+/// that hold no value, so that the store mirrors the record. Where the utility layer has kxCFGBegin and
+/// kxCFGEnd, all of it is one change: others see the record before or after, and it is flushed once.
 /// @param store a handle of kxCFGOpen, or KX_DEFAULT_STORE. @param info the record.
 /// @return 0 always; what the store refuses is not told.
 QLN_API uint32_t qlnInfoWriteRegSet(KXConfigHandle store, const QLNInfo* info);
