@@ -136,6 +136,14 @@ TEST(AddHevcCaptions, FindsNoPlaceWithoutAUnit) {
   EXPECT_EQ(qlnUtilAddHevcCaptions(frame.get(), 0), 0u);
 }
 
+TEST(AddHevcCaptions, FindsAUnitOfOneByteAtTheEnd) {
+  const Bytes packet = CaptionPacket(Triplets(3));
+  const Bytes frame = Join({WithStartCode(kHevcVps), Hex("00 00 01 02")});
+  const HevcResult result = AddHevc(frame, packet, 1000);
+  EXPECT_EQ(result.length, 29u);
+  EXPECT_EQ(result.bytes, Join({WithStartCode(kHevcVps), HevcUnit(Triplets(3)), Hex("00 00 01 02")}));
+}
+
 TEST(AddHevcCaptions, MovesTheSecondField) {
   const Bytes first = Join({WithStartCode(kHevcVps), WithStartCode(kHevcSlice)});
   const Bytes frame = Join({first, WithStartCode(kHevcSlice)});
@@ -167,6 +175,8 @@ TEST(AddHevcCaptions, ReportsWhatItCannotTake) {
   EXPECT_THAT(AddHevc(slice, bad, 1000).messages, ElementsAre("ERROR: mfcc, bad CC 708 Checksum ", notAdded));
   bad = CaptionPacket(Triplets(3));
   bad[4] = 0;
+  EXPECT_THAT(AddHevc(slice, bad, 1000).messages, ElementsAre(notAdded));
+  bad.resize(4);  // a size that is looked at
   EXPECT_THAT(AddHevc(slice, bad, 1000).messages, ElementsAre(notAdded));
   MessageCapture capture;
   TestFrame frame(slice, 1000);

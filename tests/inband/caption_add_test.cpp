@@ -379,6 +379,15 @@ TEST(AddMpeg2Captions, CopiesTheLongestPacket) {
   EXPECT_EQ(after[12 + body], 0xFF);
 }
 
+TEST(AddMpeg2Captions, TakesACaptionSizeOf512) {
+  Bytes packet = CaptionPacket(Triplets(20));
+  packet.resize(512, 0);
+  TestFrame frame(Hex("00 00 01 00"), 1000);
+  frame.SetCaption(packet);
+  EXPECT_EQ(qlnutilAddMPEG2Captions(frame.get()), 0);
+  EXPECT_EQ(frame->frameSize, 4u + 13u + 66u);
+}
+
 TEST(AddMpeg2Captions, TakesNothingFromAPacketWithoutABody) {
   Bytes tiny = Hex("80 80 80 80 61 01 04 96 69 04 4F 43 69 04 00");
   uint32_t sum = 0;

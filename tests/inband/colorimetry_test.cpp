@@ -132,8 +132,21 @@ TEST(WriteColorimetry, NeedsRoomToGrow) {
     EXPECT_THAT(none.messages, IsEmpty());
     EXPECT_EQ(Rewrite(bytes, kTransfer, kAvc, growth).replaced, 1u);
   }
-  // One that keeps its size asks for none.
+  // One that keeps its size asks for none, not even for what the frame already takes.
   EXPECT_EQ(Rewrite(AvcFrame(Described(1, 1, 1)), kTransfer, kAvc, 0).replaced, 1u);
+  for (const bool lengths : {false, true}) {
+    const Bytes sps = Described(1, 1, 1).Unit();
+    TestFrame frame(Join({lengths ? WithLength(sps) : WithStartCode(sps),
+                          lengths ? WithLength(kSlice) : WithStartCode(kSlice)}),
+                    60);
+    frame->colorFlags = kTransfer;
+    frame->transferCharacteristics = 16;
+    frame->frameCapacity = 0;
+    EXPECT_EQ(qlnutilWriteColorimetryToSPS(frame.get(), kAvc), 1u) << lengths;
+  }
+  // The smallest frame with something of an SPS has 5 bytes.
+  EXPECT_EQ(Rewrite(Hex("00 00 01 67 42"), kTransfer, kAvc, 200).replaced, 1u);
+  EXPECT_EQ(Rewrite(Hex("00 00 01 67"), kTransfer, kAvc, 200).replaced, 0u);
 }
 
 TEST(WriteColorimetry, TakesInAUnitThatShrinks) {

@@ -251,6 +251,7 @@ TEST(WriteHdrSei, ReadsALeadingThreeByteCodeAsALength) {
 TEST(WriteHdrSei, RefusesBadFrames) {
   EXPECT_EQ(qlnutilWrite_HDR_WCG_SEI_Packet(nullptr, kAvc), 0u);
   EXPECT_EQ(Add(Hex("00 00 01 65"), 0x1000, kAvc).added, 0u);
+  EXPECT_EQ(Add(Hex("00 00 01 65 88"), 0x1000, kAvc).added, 12u);
   EXPECT_EQ(Add({}, 0x1000, kAvc).added, 0u);
   TestFrame frame(WithStartCode(kAvcSlice), 100);
   SetMetadata(frame.get(), 0x1000);

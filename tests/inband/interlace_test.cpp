@@ -280,6 +280,11 @@ TEST(SetFrameInterlaced, CopiesWhatStandsInFrontOfAStartCode) {
       Rewrite(Join({Hex("00"), VpsUnit(kProgressive), Hex("00"), SpsOf({}), Hex("00"), PpsUnit()})).frame,
       Join({VpsUnit(kProgressive), SpsOf({.fieldInfo = 1}), PpsUnit()}));
   EXPECT_EQ(Rewrite(Join({Hex("55"), VpsUnit(kProgressive)})).frame, VpsUnit(kProgressive));
+  // What only looks like a start code of three bytes is none: no zero byte goes in front of the slice.
+  const Bytes slice = WithStartCode(Hex("02 01 D0 11 22 33 44"), 3);
+  for (const Bytes& front : {Hex("00 05 01"), Hex("05 00 01"), Hex("00 00 05")}) {
+    EXPECT_EQ(Rewrite(Join({front, slice})).frame, Join({timing, front, slice}));
+  }
 }
 
 TEST(SetFrameInterlaced, GivesTheWindowTo1920By544Only) {
@@ -332,10 +337,18 @@ TEST(SetFrameInterlaced, SuppliesColourByRaster) {
     uint32_t width, height, depthMinus8, sourceColor, primaries, transfer, matrix;
   };
   const Case cases[] = {
-      {720, 576, 0, 0, 5, 5, 5},         {1919, 576, 0, 0, 5, 5, 5},        {720, 575, 0, 0, 6, 6, 6},
-      {1920, 1080, 0, 0, 1, 1, 1},       {1920, 64, 2, 0, 1, 1, 1},         {3839, 2160, 2, 0, 1, 1, 1},
-      {3840, 2160, 2, 0, 9, 14, 9},      {3840, 2160, 0, 0, 9, 16, 9},      {3840, 2160, 2, 0x20, 9, 16, 9},
-      {3840, 2160, 2, 0x2000, 9, 16, 9}, {3840, 2160, 2, 0x001C, 9, 14, 9}, {7680, 4320, 2, 0, 9, 14, 9},
+      {720, 576, 0, 0, 5, 5, 5},
+      {1919, 576, 0, 0, 5, 5, 5},
+      {720, 575, 0, 0, 6, 6, 6},
+      {1920, 1080, 0, 0, 1, 1, 1},
+      {1920, 64, 2, 0, 1, 1, 1},
+      {3839, 2160, 2, 0, 1, 1, 1},
+      {3840, 2160, 2, 0, 9, 14, 9},
+      {3840, 2160, 0, 0, 9, 16, 9},
+      {3840, 2160, 2, 0x20, 9, 16, 9},
+      {3840, 2160, 2, 0x2000, 9, 16, 9},
+      {3840, 2160, 2, 0xFFFFC21F, 9, 14, 9},
+      {7680, 4320, 2, 0, 9, 14, 9},
   };
   for (const Case& c : cases) {
     Situation setup;
@@ -476,7 +489,7 @@ TEST(SetFrameInterlaced, WritesColourSeiInIntraPictures) {
   hdr.destinationColor = 0x0020;
   EXPECT_EQ(Rewrite(kSlice, hdr).frame, Join({Timing(0, 1), TimeCode(), kSlice}));
   Situation colour = setup;
-  colour.destinationColor = 0x001C;
+  colour.destinationColor = 0xFFFFC21F;
   EXPECT_EQ(Rewrite(kSlice, colour).frame, Join({Timing(0, 1), TimeCode(), atc, kSlice}));
 }
 
@@ -499,7 +512,8 @@ TEST(SetFrameInterlaced, WritesMasteringDisplayForPq) {
 TEST(SetFrameInterlaced, FillsInTheSourcesDisplay) {
   HevcSpsRecord host = Host();
   host.transfer_characteristics = 16;
-  for (const uint32_t flags : {0u, 0x0DE0u}) {
+  for (const uint32_t flags : {0u, 0xFFFFC21Fu, 0x0DE0u}) {
+    const bool none = flags != 0x0DE0u;
     TestFrame source(kSlice, kSlice.size());
     source->colorFlags = flags;
     source->displayPrimaries[0] = 0.5;
@@ -508,10 +522,10 @@ TEST(SetFrameInterlaced, FillsInTheSourcesDisplay) {
     destination->frameType = 0x10000000u;
     EXPECT_EQ(qlnutilSetFrameInterlaced(source.get(), destination.get(), &host, 0), 1u);
     EXPECT_EQ(source->colorFlags, flags);
-    EXPECT_EQ(source->displayPrimaries[0], flags == 0 ? 0.708 : 0.5);
-    EXPECT_EQ(source->displayPrimaries[7], flags == 0 ? 0.329 : 0.0);
-    EXPECT_EQ(source->maxDisplayLuminance, flags == 0 ? 100.0 : 7.0);
-    EXPECT_EQ(source->minDisplayLuminance, flags == 0 ? 0.05 : 0.0);
+    EXPECT_EQ(source->displayPrimaries[0], none ? 0.708 : 0.5);
+    EXPECT_EQ(source->displayPrimaries[7], none ? 0.329 : 0.0);
+    EXPECT_EQ(source->maxDisplayLuminance, none ? 100.0 : 7.0);
+    EXPECT_EQ(source->minDisplayLuminance, none ? 0.05 : 0.0);
   }
 }
 
@@ -575,7 +589,9 @@ PictureDelays DelaysOf(const BitBuilder& bits, const HevcSpsRecord& sps) {
 
 TEST(PictureDelays, PassOtherMessagesOver) {
   BitBuilder bits;
-  bits.u(16, 0x4E01).u(8, 5).u(8, 2).u(16, 0x5555).u(8, 255).u(8, 1).u(8, 0);
+  bits.u(16, 0x4E01).u(8, 5).u(8, 2).u(16, 0x5555).u(8, 255).u(8, 3).u(8, 0);
+  bits.u(8, 5).u(8, 255).u(8, 1);
+  for (int i = 0; i < 256; ++i) bits.u(8, 0x11);
   bits.u(8, 1).u(8, 6).u(7, 0).u(24, 0xABCDEF).u(16, 0x1357).trailing().trailing();
   const PictureDelays delays = DelaysOf(bits, HrdHost());
   EXPECT_EQ(delays.auCpbRemovalDelay, 0xABCDEFu);
@@ -602,6 +618,58 @@ TEST(PictureDelays, SkipFourBitsInAnyCase) {
   BitBuilder bits;
   bits.u(16, 0x4E01).u(8, 1).u(8, 6).u(4, 0).u(24, 0xABCDEF).u(16, 0x1357).trailing().trailing();
   EXPECT_EQ(DelaysOf(bits, sps).auCpbRemovalDelay, 0xABCDEFu);
+}
+
+TEST(PictureDelays, EndWithFewerThan17Bits) {
+  // The second message's type and size fill the unit, but for the one bit that makes them 17: what lies
+  // behind the end is read as ones.
+  HevcSpsRecord sps = HrdHost();
+  sps.au_cpb_removal_delay_length_minus1 = 0;
+  for (const uint32_t left : {16u, 17u}) {
+    const uint32_t outputDelayBits = 24 - left;
+    sps.dpb_output_delay_length_minus1 = outputDelayBits - 1;
+    BitBuilder bits;
+    bits.u(16, 0x4E01).u(8, 1).u(8, 2).u(7, 0).u(1, 1).u(static_cast<int>(outputDelayBits), 0);
+    bits.u(8, 1).u(static_cast<int>(left) - 8, 0);
+    ASSERT_EQ(bits.bits(), 64u);
+    EXPECT_EQ(DelaysOf(bits, sps).auCpbRemovalDelay, left == 16 ? 1u : 0xFFFFFFFFu);
+  }
+}
+
+TEST(PictureDelays, LeaveTheDecodingUnitsOutWithoutTheirFlag) {
+  HevcSpsRecord sps = HrdHost();
+  sps.dpb_output_delay_du_length_minus1 = 4;
+  sps.sub_pic_cpb_params_in_pic_timing_sei_flag = 1;
+  BitBuilder bits;
+  bits.u(16, 0x4E01).u(8, 1).u(8, 6).u(7, 0).u(24, 1).u(16, 2);
+  bits.u(8, 1).u(8, 6).u(7, 0).u(24, 0x777777).u(16, 0x8888).trailing();
+  EXPECT_EQ(DelaysOf(bits, sps).auCpbRemovalDelay, 0x777777u);
+}
+
+TEST(SetFrameInterlaced, ReadsNoDelaysFromADelimiter) {
+  BitBuilder timing;
+  timing.u(16, 0x4601).u(8, 1).u(8, 6).u(4, 0).u(3, 2).u(24, 0x123456).u(16, 0x789A).trailing().trailing();
+  BitBuilder expected;
+  expected.u(32, 1)
+      .u(16, 0x4E01)
+      .u(8, 1)
+      .u(8, 6)
+      .u(4, 0)
+      .u(2, 1)
+      .u(1, 0)
+      .u(24, 0)
+      .u(16, 0)
+      .trailing()
+      .trailing();
+  Situation setup;
+  setup.host = HrdHost();
+  const Bytes delimiter = WithStartCode(timing.bytes());
+  EXPECT_EQ(Rewrite(Join({delimiter, kInterSlice}), setup).frame,
+            Join({delimiter, Hex("00 00 00 01"), Escaped([&] {
+                    const Bytes unit = expected.bytes();
+                    return Bytes(unit.begin() + 4, unit.end());
+                  }()),
+                  TimeCode(), kInterSlice}));
 }
 
 TEST(PictureDelays, WalkDecodingUnits) {
@@ -644,8 +712,9 @@ TEST(SetFrameInterlaced, CountsLastBytes) {
   EXPECT_TRUE(Rewrite(Hex("00 00 01")).frame.empty());
   EXPECT_EQ(Rewrite(Hex("11 22 33 44")).count, 0u);
   EXPECT_EQ(Rewrite(Join({kAud, Hex("00 00 00")})).count, 1u + 3u);
-  // An empty unit ends the pass.
+  // An empty unit ends the pass; one of a byte does not.
   EXPECT_EQ(Rewrite(Join({WithStartCode({}), kInterSlice})).count, 0u);
+  EXPECT_EQ(Rewrite(Join({WithStartCode(Hex("46")), kInterSlice})).count, 2u);
 }
 
 TEST(SetFrameInterlaced, CutsTheSecondFieldToTheFrame) {

@@ -170,6 +170,18 @@ TEST(AddAvcTimeCode, GoesInFrontOfTheFirstSlice) {
   EXPECT_EQ(after, Join({shortSps, AvcUnit(2, {0, 0, 1, 0}), inter}));
 }
 
+TEST(AddAvcTimeCode, LooksBehindEveryStartCode) {
+  const Bytes slice = WithStartCode(Hex("65 88 84 21 A0 55 AA"), 3);
+  Bytes after;
+  // One that follows another without a byte between them.
+  EXPECT_EQ(AddAvc(Join({AvcHead(), Hex("00 00 01"), slice}), &after), 14u);
+  EXPECT_EQ(after, Join({AvcHead(), Hex("00 00 01"), AvcUnit(2, {0, 0, 1, 0}), slice}));
+  // A 1 behind the header of an SPS is its profile, not a payload type.
+  Bytes sps = AvcSps().Unit();
+  sps[1] = 1;
+  EXPECT_EQ(AddAvc(Join({WithStartCode(sps), slice}), &after), 14u);
+}
+
 TEST(AddAvcTimeCode, LeavesAFrameWithPictureTiming) {
   const Bytes timing = WithStartCode(Hex("06 01 01 10 80"));
   ExpectAvcUntouched(Join({AvcHead(), timing, kSlice}));
@@ -300,6 +312,9 @@ TEST(AddHevcTimeCode, LeavesAFrameThatHasOne) {
   EXPECT_EQ(HevcPlace(Join({kHevcAud, timeCode, kHevcSlice})), -1);
   EXPECT_EQ(HevcPlace(Join({timeCode, kHevcSlice})), -1);
   EXPECT_EQ(HevcPlace(Join({kHevcAud, kHevcSei, timeCode, kHevcSlice})), -1);
+  // The type may be the frame's last byte; without it the unit is any SEI.
+  EXPECT_EQ(HevcPlace(Join({kHevcAud, WithStartCode(Hex("4E 01 88"))})), -1);
+  EXPECT_EQ(HevcPlace(Join({kHevcAud, WithStartCode(Hex("4E 01"))})), 7);
   // Not behind the first slice, and not as a second message.
   EXPECT_EQ(HevcPlace(Join({kHevcAud, kHevcSlice, timeCode})), 7);
   EXPECT_EQ(HevcPlace(Join({kHevcAud, WithStartCode(Hex("4E 01 05 01 55 88 80")), kHevcSlice})), 7);
