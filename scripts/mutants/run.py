@@ -235,10 +235,10 @@ def Report(folder, counts, survivors, unreached):
 
 
 def LastSurvivors(folder):
-    """Those of the last run over the folder, as (file, line, column, change)."""
+    """Those of the last run over the folder, as (file, change, code): lines may have moved since."""
     page = (WORK / f"{folder.name}.txt").read_text()
-    rows = re.findall(r"^(?:survives|not reached)(?: \(known\))?: (\S+):(\d+):(\d+): (.+?) \| ", page, re.M)
-    return {(name, int(line), int(column), what) for name, line, column, what in rows}
+    rows = re.findall(r"^(?:survives|not reached)(?: \(known\))?: (\S+?):\d+:\d+: (.+?) \| (.*)$", page, re.M)
+    return set(rows)
 
 
 def Mutate(name, most):
@@ -247,7 +247,7 @@ def Mutate(name, most):
     if AGAIN:
         last = LastSurvivors(folder)
         folder.mutants = [m for m in folder.mutants
-                          if (str(Path(m.path).relative_to(ROOT / "support")), m.line, m.column, m.what) in last]
+                          if (str(Path(m.path).relative_to(ROOT / "support")), m.what, m.code) in last]
     folder.BuildInstrumented()
     folder.Reach()
     pick = random.Random(1)
