@@ -218,6 +218,7 @@ def Known():
 
 
 def Report(folder, counts, survivors, unreached):
+    """Writes what was found to build/mutants/FOLDER.txt and prints it; returns the survivors that are not known."""
     known = Known()
     lines, fresh = [counts], 0
     for title, mutants in (("survives", survivors), ("not reached", unreached)):
@@ -255,6 +256,8 @@ def Mutate(name, most):
     chosen = switched if most is None else pick.sample(switched, min(most, len(switched)))
     begin = time.monotonic()
     survivors, unreached = folder.RunSwitched(sorted(chosen, key=lambda m: m.number))
+    if MOST_BUILDS != 0:  # builds take long; this much stands if they are broken off
+        Report(folder, f"{name}, before the builds: {len(chosen)} run behind the switch", survivors, unreached)
     # What only the compiler evaluates is never reached: such a mutant is judged by a build.
     own = [m for m in folder.mutants if not m.switched] + [m for m in unreached if m.compileTime]
     unreached = [m for m in unreached if not m.compileTime]
