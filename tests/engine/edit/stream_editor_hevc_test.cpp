@@ -152,8 +152,8 @@ TEST_P(HevcInEveryFraming, FieldsAreTold) {
     for (size_t i = 0; i < places.size(); ++i) {
       for (const Bytes& unit : OfType(edited, i, 33)) {
         const SpsFacts sps = ReadSpsFacts(kHevc, unit).value();
-        EXPECT_EQ(sps.interlace, (std::array<bool, 3>{false, true, true}));
-        EXPECT_TRUE(sps.frameFieldInfo);
+        EXPECT_EQ(sps.hevc.interlace, (std::array<bool, 3>{false, true, true}));
+        EXPECT_TRUE(sps.hevc.frameFieldInfo);
       }
       const std::vector<SeiMessage> timing = Messages(edited, i, 1);
       ASSERT_EQ(timing.size(), 1u);
@@ -187,8 +187,8 @@ TEST_P(HevcInEveryFraming, FramesAreTold) {
   ExpectSlicesKept(edited);
   for (const Bytes& unit : OfType(edited, 0, 33)) {
     const SpsFacts sps = ReadSpsFacts(kHevc, unit).value();
-    EXPECT_EQ(sps.interlace, (std::array<bool, 3>{true, false, false}));
-    EXPECT_TRUE(sps.frameOnly);
+    EXPECT_EQ(sps.hevc.interlace, (std::array<bool, 3>{true, false, false}));
+    EXPECT_TRUE(sps.hevc.frameOnly);
   }
   EXPECT_EQ(edited.counts.timingsAdded, 0);
 }
