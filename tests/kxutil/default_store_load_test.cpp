@@ -141,7 +141,7 @@ TEST_F(DefaultStoreLoad, AFileThatWasReplacedMeanwhileIsNotWrittenOver) {
   Tool tool(path());
   ASSERT_TRUE(tool.Run("BEGIN IMMEDIATE"));
   std::thread writer([] { EXPECT_EQ(Set("A", 2), 0); });
-  usleep(50000);
+  usleep(400000);  // long enough for it to wait
   std::filesystem::rename(folder_ / "other.db", path());
   ASSERT_TRUE(tool.Run("ROLLBACK"));
   writer.join();
