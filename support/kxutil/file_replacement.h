@@ -35,7 +35,7 @@ inline std::string FileBehindLinks(const std::string& path) {
     const ssize_t length = readlink(file.c_str(), text, sizeof text);
     if (length < 0) return file;
     const std::string next(text, static_cast<size_t>(length));
-    file = next.starts_with('/') ? next : FolderOf(file) + "/" + next;
+    file = next.starts_with('/') ? next : FolderOf(file).append("/").append(next);
   }
   return file;
 }

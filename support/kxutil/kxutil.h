@@ -161,6 +161,9 @@ typedef intptr_t KXConfigHandle;
 /// time, with one message; the next change begins a new store.
 #define KX_DEFAULT_STORE ((KXConfigHandle)-1)
 
+/* How kxCFGOpen opens; there is one way. */
+#define KX_CONFIG_OPEN 0u
+
 /* What kxCFGValueDword and kxCFGValueString do. */
 #define KX_CONFIG_READ 0u
 #define KX_CONFIG_WRITE 1u
@@ -172,7 +175,7 @@ typedef intptr_t KXConfigHandle;
 /// Opens the store that stands in a file such as "UserMetadata.xml". A missing file opens as an empty store.
 /// Changes stay in memory until kxCFGClose.
 /// @param name a file name, copied; a relative one counts from the working folder of this call, also for the
-/// save. @param reserved 0; not looked at.
+/// save. @param reserved KX_CONFIG_OPEN; not looked at.
 /// @return a handle for kxCFGClose; 0 for a file that is no such store (with a message; the file is never
 /// overwritten) and for a null or empty name.
 KX_API KXConfigHandle kxCFGOpen(const char* name, uint32_t reserved);

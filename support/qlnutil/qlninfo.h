@@ -5,6 +5,23 @@
 /// The host allocates the record and zeroes it before its first use. A slot is null or owns a block of
 /// KXAlloc; qlnInfoDelete frees all blocks. A record belongs to one thread at a time; pointers to records are
 /// never null (they are not tested).
+///
+/// Defaults are changed by the pair "set, then write": what is to change is set into a record that holds the
+/// rest, and that record is written, since a store mirrors the record that it is written from.
+/// @code
+/// QLNInfo all = {0}, change = {0};
+/// qlnInfoDelete(&all);     // the fields' defaults
+/// qlnInfoDelete(&change);  // among them four times 0, which would be set:
+/// change.TimeCode = change.VITCTimeCode = change.PosterFrame = change.A_Frame = QLN_INFO_UNSET;
+/// change.Title = strcpy((char*)KXAlloc(5), "Dawn");
+///
+/// qlnInfoReadRegSet(KX_DEFAULT_STORE, &all);
+/// qlnInfoSet(&all, &change);
+/// qlnInfoWriteRegSet(KX_DEFAULT_STORE, &all);  // VersionString and VersionNumber, never read, only if set
+///
+/// qlnInfoDelete(&all);
+/// qlnInfoDelete(&change);
+/// @endcode
 #ifndef QLNUTIL_QLNINFO_H
 #define QLNUTIL_QLNINFO_H
 

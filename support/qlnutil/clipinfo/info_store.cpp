@@ -17,16 +17,13 @@ constexpr char kDefaultsSection[] = "Tarnwick\\MetaData\\Default";
 constexpr char kMetaDataSection[] = "Tarnwick\\MetaData";
 constexpr char kDisableKey[] = "XMLDisable";
 constexpr char kUserFile[] = "UserMetadata.xml";
-constexpr uint32_t kRead = 0;
-constexpr uint32_t kWrite = 1;
-constexpr uint32_t kSave = 1;
 
 // What a store tells is taken for a size up to here; beyond, the read has failed.
 constexpr uint32_t kLargestText = 0xFFFFFFFFu - 15;
 
 void ReadText(KXConfigHandle store, QLNInfo& info, const InfoField& field) {
   uint32_t size = 0;
-  kxCFGValueString(store, kDefaultsSection, field.name, nullptr, &size, kRead);
+  kxCFGValueString(store, kDefaultsSection, field.name, nullptr, &size, KX_CONFIG_READ);
   if (size == 0) return;  // absent or empty
   if (void* const old = SlotOf(info, field)) KXFree(old);
   SetSlot(info, field, nullptr);
@@ -36,7 +33,7 @@ void ReadText(KXConfigHandle store, QLNInfo& info, const InfoField& field) {
   if (text == nullptr) return;
   // A text that comes without its terminator ends in the slack.
   std::memset(text, 0, room);
-  if (kxCFGValueString(store, kDefaultsSection, field.name, text, &size, kRead) != 0) {
+  if (kxCFGValueString(store, kDefaultsSection, field.name, text, &size, KX_CONFIG_READ) != 0) {
     KXFree(text);
     return;
   }
@@ -44,10 +41,10 @@ void ReadText(KXConfigHandle store, QLNInfo& info, const InfoField& field) {
 }
 
 void ReadNumber(KXConfigHandle store, QLNInfo& info, const InfoField& field) {
-  if (kxCFGValueDword(store, kDefaultsSection, field.name, nullptr, kRead) != 0) return;
+  if (kxCFGValueDword(store, kDefaultsSection, field.name, nullptr, KX_CONFIG_READ) != 0) return;
   uint32_t number = NumberOf(info, field);
   const uint32_t old = number;
-  if (kxCFGValueDword(store, kDefaultsSection, field.name, &number, kRead) != 0) number = old;
+  if (kxCFGValueDword(store, kDefaultsSection, field.name, &number, KX_CONFIG_READ) != 0) number = old;
   SetNumber(info, field, number);
 }
 
@@ -58,7 +55,7 @@ void WriteText(KXConfigHandle store, const InfoField& field, const void* text) {
   uint32_t size = static_cast<uint32_t>(length) + 2;
   char* const copy = static_cast<char*>(CopyBlock(text, length, size));
   if (copy == nullptr) return;
-  kxCFGValueString(store, kDefaultsSection, field.name, copy, &size, kWrite);
+  kxCFGValueString(store, kDefaultsSection, field.name, copy, &size, KX_CONFIG_WRITE);
   KXFree(copy);
 }
 
@@ -82,10 +79,10 @@ class ChangeGroup {
 template <typename Action>
 void WithUserFile(Action action) {
   if (kxOSFileExists(kUserFile) == 0) return;
-  const KXConfigHandle store = kxCFGOpen(kUserFile, 0);
+  const KXConfigHandle store = kxCFGOpen(kUserFile, KX_CONFIG_OPEN);
   if (store == 0) return;
   action(store);
-  kxCFGClose(store, kSave);
+  kxCFGClose(store, KX_CONFIG_SAVE);
 }
 
 }  // namespace
@@ -114,7 +111,7 @@ uint32_t qlnInfoWriteRegSet(KXConfigHandle store, const QLNInfo* info) {
   for (const qln::InfoField& field : qln::kInfoNumbers) {
     uint32_t number = qln::NumberOf(*info, field);
     if (number != QLN_INFO_UNSET) {
-      kxCFGValueDword(store, qln::kDefaultsSection, field.name, &number, qln::kWrite);
+      kxCFGValueDword(store, qln::kDefaultsSection, field.name, &number, KX_CONFIG_WRITE);
     } else {
       kxCFGDeleteValue(store, qln::kDefaultsSection, field.name);
     }
@@ -125,8 +122,8 @@ uint32_t qlnInfoWriteRegSet(KXConfigHandle store, const QLNInfo* info) {
 uint32_t qlnInfoReadReg(QLNInfo* info, uint32_t useDefaultStore, uint32_t useUserFile) {
   if (useDefaultStore != 0) {
     uint32_t disabled = 0;
-    if (kxCFGValueDword(KX_DEFAULT_STORE, qln::kMetaDataSection, qln::kDisableKey, &disabled, qln::kRead) !=
-        0) {
+    if (kxCFGValueDword(KX_DEFAULT_STORE, qln::kMetaDataSection, qln::kDisableKey, &disabled,
+                        KX_CONFIG_READ) != 0) {
       qlnInfoWriteRegSet(KX_DEFAULT_STORE, info);
     } else {
       qlnInfoReadRegSet(KX_DEFAULT_STORE, info);
