@@ -352,6 +352,27 @@ TEST_F(InfoStore, TheStoreMirrorsTheRecord) {
   EXPECT_EQ(GetNumber(KX_DEFAULT_STORE, kSection, "TimeCode"), 0u);
 }
 
+TEST_F(InfoStore, SetThenWriteChangesWhatIsSetAndKeepsTheRest) {
+  SetText(KX_DEFAULT_STORE, kSection, "Title", "Dusk");
+  SetText(KX_DEFAULT_STORE, kSection, "Author", "me");
+  SetNumber(KX_DEFAULT_STORE, kSection, "TimeCode", 90000);
+  SetNumber(KX_DEFAULT_STORE, kSection, "FileSize", 12);
+  SetNumber(KX_DEFAULT_STORE, kSection, "VersionNumber", 3);
+  Record all;
+  Record change;
+  change.info.TimeCode = change.info.VITCTimeCode = QLN_INFO_UNSET;
+  change.info.PosterFrame = change.info.A_Frame = QLN_INFO_UNSET;
+  change.info.Title = std::strcpy(static_cast<char*>(KXAlloc(5)), "Dawn");
+  qlnInfoReadRegSet(KX_DEFAULT_STORE, &all.info);
+  qlnInfoSet(&all.info, &change.info);
+  qlnInfoWriteRegSet(KX_DEFAULT_STORE, &all.info);
+  EXPECT_EQ(GetText(KX_DEFAULT_STORE, kSection, "Title"), "Dawn");
+  EXPECT_EQ(GetText(KX_DEFAULT_STORE, kSection, "Author"), "me");
+  EXPECT_EQ(GetNumber(KX_DEFAULT_STORE, kSection, "TimeCode"), 90000u);
+  EXPECT_EQ(GetNumber(KX_DEFAULT_STORE, kSection, "FileSize"), 12u);
+  EXPECT_EQ(GetNumber(KX_DEFAULT_STORE, kSection, "VersionNumber"), std::nullopt);
+}
+
 TEST_F(InfoStore, AnEmptyTextInTheStoreLeavesTheSlot) {
   AllowReading();
   SetText(KX_DEFAULT_STORE, kSection, "Title", "");
