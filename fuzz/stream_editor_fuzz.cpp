@@ -45,7 +45,7 @@ std::vector<AccessUnit> PacketsOf(qln::fuzz::Input& input) {
   std::vector<AccessUnit> packets;
   while (input.left() != 0 && packets.size() < 100) {
     const auto pts = static_cast<int64_t>(input.Number(1));
-    const size_t size = std::min<size_t>(input.Number(2), input.left());
+    const uint32_t size = input.Number(2);
     AccessUnit packet;
     const uint8_t* from = nullptr;
     const size_t taken = input.Take(size, &from);
@@ -100,10 +100,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   stream.timeBase = {1, 25};
   stream.averageRate = stream.baseRate = {25, 1};
   stream.raw = (form & 128) != 0;
-  const size_t privateSize = std::min<size_t>(input.Number(1), input.left());
+  const uint32_t privateSize = input.Number(1);
   const uint8_t* from = nullptr;
-  input.Take(privateSize, &from);
-  if (privateSize != 0) stream.privateData.assign(from, from + privateSize);
+  const size_t taken = input.Take(privateSize, &from);
+  if (taken != 0) stream.privateData.assign(from, from + taken);
   const StreamChanges changes = ChangesOf(flags);
   const std::vector<AccessUnit> packets = PacketsOf(input);
   try {
