@@ -167,6 +167,32 @@ void ExpectPlainSearch(const Bytes& bytes) {
   }
 }
 
+TEST(DolbyVisionSearch, ALengthThatWrapsThirtyTwoBitsEndsTheSearch) {
+  // The cursor leads to 2^32 + 2 and not to 2, where byte 6 would be taken for a unit.
+  auto two = Search(Hex("FF FF FF FE 7C 01 4E 01 55 55 55 55"), 0);
+  EXPECT_EQ(two.rpu, 5);
+  EXPECT_EQ(two.rpuSize, 0xFFFFFFFDu);
+  EXPECT_EQ(two.sei, -1);
+  // 2^32 itself, from where a cursor of 32 bits would never get away.
+  auto whole = Search(Hex("FF FF FF FC 7C 01 02 03 04"), 0);
+  EXPECT_EQ(whole.rpuSize, 0xFFFFFFFBu);
+}
+
+TEST(DolbyVisionSearch, EachOfThreeZeroBytesStopsTheCursor) {
+  // The first look is at byte 4, four places behind the start. A zero there, or one or two bytes behind,
+  // stops the cursor at once, so that byte 8 is tested.
+  for (const char* text :
+       {"00 00 00 01 00 55 55 55 7C 55 66 66 66 66", "00 00 00 01 55 00 55 55 7C 55 66 66 66 66",
+        "00 00 00 01 55 55 00 55 7C 55 66 66 66 66", "00 00 00 01 55 55 55 01 7C 55 66 66 66 66"}) {
+    auto found = Search(Hex(text), 1);
+    EXPECT_EQ(found.rpu, 9) << text;
+    EXPECT_EQ(found.rpuSize, 1u) << text;
+    EXPECT_EQ(found.result, 1) << text;
+  }
+  // A zero four places on is not looked at yet, so the cursor comes to stand behind byte 8.
+  EXPECT_EQ(Search(Hex("00 00 00 01 55 55 55 00 7C 55 66 66 66 66"), 1).rpu, -1);
+}
+
 TEST(DolbyVisionSearch, EveryTruncation) {
   const Bytes bytes =
       Join({WithStartCode(Filled(0x4E, 9)), WithStartCode(Filled(0x7C, 12)), WithLength(Filled(0x7C, 5))});

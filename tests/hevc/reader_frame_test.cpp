@@ -210,6 +210,20 @@ TEST(HevcReaderFrame, AVpsLosesTheEscapeThatASpsKeeps) {
   EXPECT_EQ(atZero.record().vps_video_parameter_set_id, 5u);
 }
 
+TEST(HevcReaderFrame, AVpsLosesAnEscapeInItsHeadAndAtItsVeryEnd) {
+  // 00 00 03 at bytes 3 to 5: the reserved word has the byte behind the 03.
+  auto head = ReadVps(Hex("40 01 0C 00 00 03 5A 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"));
+  EXPECT_EQ(head.record().vps_reserved_0xffff_16bits, 0x005Au);
+  EXPECT_EQ(head.bitPos, 48u);
+  // Behind the trailing bits: 16 zeros and the one at the limit are left, then 7 bits past it, of which the
+  // first has 6 to come.
+  auto end = ReadVps(Join({Vps(), Hex("00 00 03")}));
+  EXPECT_THAT(end.messages,
+              ElementsAre(LengthMessage("VPS", "1 padding = 0 current bit " + std::to_string(Bits(Vps())) +
+                                                   " bit length " + std::to_string(Bits(Vps()) + 24) +
+                                                   " 0xFFFFFFFF 0x0000003F")));
+}
+
 TEST(HevcReaderFrame, AShortPpsIsParsedAsItStands) {
   // Five bytes with 00 00 03: nothing is removed; the ue(v) sees the bits of the 03.
   auto pps = ReadPps(Hex("44 01 00 00 03"));
