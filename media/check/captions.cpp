@@ -8,6 +8,8 @@
 
 #include <algorithm>
 
+#include "container/file_captions.h"
+
 namespace qlnmedia {
 
 namespace {
@@ -76,8 +78,7 @@ class CaptionFindings {
   }
 
   void Add(std::string text, size_t picture) {
-    findings_.Add(
-        {survey_.stream, FindingKind::kCaptions, std::move(text), static_cast<int64_t>(picture), 1});
+    findings_.Add(survey_.stream, FindingKind::kCaptions, std::move(text), static_cast<int64_t>(picture));
   }
 
   const CaptionSurvey& survey_;

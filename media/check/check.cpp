@@ -2,6 +2,7 @@
 
 #include "qlnmedia/check.h"
 
+#include <algorithm>
 #include <memory>
 
 #include "base/error.h"
@@ -55,9 +56,13 @@ std::vector<Finding> CheckFile(const std::string& path, const ProgressCallback& 
   for (const auto& checker : checkers) {
     if (checker != nullptr) checker->Finish();
   }
-  CheckCaptions(path, findings, progress);
+  // Captions stand in samples.
+  const bool encrypted = std::any_of(streams.begin(), streams.end(), [](const MediaStream& stream) {
+    return stream.coded.codec != VideoCodec::kOther && stream.encrypted;
+  });
+  if (!encrypted) CheckCaptions(path, findings, progress);
   const std::string note = EndNote(file);
-  if (!note.empty()) findings.Add({0, FindingKind::kDamage, note, -1, 1});
+  if (!note.empty()) findings.Add(0, FindingKind::kDamage, note, -1);
   return findings.Take();
 }
 

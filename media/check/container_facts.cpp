@@ -13,6 +13,8 @@ namespace qlnmedia {
 namespace {
 
 constexpr int kUnspecified = 2;
+constexpr int kPq = 16;
+constexpr int kHlg = 18;
 
 class FactChecker {
  public:
@@ -29,6 +31,13 @@ class FactChecker {
     CheckCode("primaries", container_.primaries, sps_.colour->primaries, ColourPrimariesName);
     CheckCode("transfer", container_.transfer, sps_.colour->transfer, TransferName);
     CheckCode("matrix", container_.matrix, sps_.colour->matrix, MatrixName);
+    const int transfer = sps_.colour->transfer;
+    if ((transfer == kPq || transfer == kHlg) && container_.transfer == kUnspecified)
+      findings_.Add(stream_.index, FindingKind::kColour,
+                    fmt::format("transfer: the container says nothing, {} {}; players that ask the container "
+                                "alone take it for no HDR",
+                                place_.name, TransferName(sps_.colour->transfer)),
+                    place_.frame, Severity::kNote);
   }
 
   void CheckRange() {
@@ -47,7 +56,20 @@ class FactChecker {
                                         container_.height, place_.name, sps_.width, sps_.height));
   }
 
+  // Containers may hold a display size of whole pixels in place of a ratio.
+  void CheckAspect() {
+    const Rational said = container_.sampleAspect;
+    const SampleAspect aspect = SampleAspectRatio(sps_.aspectRatioIdc, sps_.sarWidth, sps_.sarHeight);
+    if (said.numerator <= 0 || said.denominator <= 0 || aspect.width == 0 || aspect.height == 0) return;
+    const double is = static_cast<double>(aspect.width) / aspect.height;
+    if (std::abs(said.value() - is) <= 0.01 * is) return;
+    Add(FindingKind::kAspect, fmt::format("the container says samples of {}:{}, {} {}:{}", said.numerator,
+                                          said.denominator, place_.name, aspect.width, aspect.height));
+  }
+
+  // Without fixed_frame_rate_flag the timing of H.264 is a unit of time and no rate.
   void CheckRate() {
+    if (h264_ && !sps_.h264.fixedFrameRate) return;
     const Rational rate = stream_.coded.averageRate;
     if (rate.numerator <= 0 || rate.denominator <= 0) return;
     if (sps_.numUnitsInTick == 0 || sps_.timeScale == 0) return;
@@ -83,7 +105,7 @@ class FactChecker {
   }
 
   void Add(FindingKind kind, std::string text) {
-    findings_.Add({stream_.index, kind, std::move(text), place_.frame, 1});
+    findings_.Add(stream_.index, kind, std::move(text), place_.frame);
   }
 
   const MediaStream& stream_;
@@ -103,6 +125,7 @@ void CheckContainerFacts(const MediaStream& stream, const SpsFacts& sps, const S
   checker.CheckColour();
   checker.CheckRange();
   checker.CheckSize();
+  checker.CheckAspect();
   checker.CheckRate();
   checker.CheckInterlace();
 }

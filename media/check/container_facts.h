@@ -6,7 +6,7 @@
 
 #include "check/finding_list.h"
 #include "container/media_stream.h"
-#include "sets/set_edit.h"
+#include "sets/sps_facts.h"
 
 namespace qlnmedia {
 
@@ -16,8 +16,8 @@ struct SetPlace {
   int64_t frame = -1;  // -1 for the private data
 };
 
-// Adds findings on colour, range, size, rate and interlacing. A container without a place for such things is
-// held to none of them.
+// Adds findings on colour, range, size, sample shape, rate and interlacing. A container without a place for
+// such things is held to none of them.
 void CheckContainerFacts(const MediaStream& stream, const SpsFacts& sps, const SetPlace& place,
                          FindingList& findings);
 

@@ -7,10 +7,30 @@
 namespace qlnmedia {
 
 const char* FindingWord(FindingKind kind) {
-  static constexpr const char* kWords[] = {"colour", "range", "size",  "rate",     "interlace",
-                                           "hdr",    "sets",  "order", "captions", "damage"};
+  static constexpr const char* kWords[] = {"colour",    "range",  "size",   "rate",
+                                           "interlace", "hdr",    "sets",   "order",
+                                           "captions",  "damage", "aspect", "encryption"};
   const auto index = static_cast<size_t>(kind);
   return index < std::size(kWords) ? kWords[index] : "unknown";
+}
+
+const char* SeverityWord(Severity severity) {
+  static constexpr const char* kWords[] = {"error", "warning", "note"};
+  const auto index = static_cast<size_t>(severity);
+  return index < std::size(kWords) ? kWords[index] : "unknown";
+}
+
+Severity UsualSeverity(FindingKind kind) {
+  if (kind == FindingKind::kDamage || kind == FindingKind::kOrder) return Severity::kError;
+  return kind == FindingKind::kEncryption ? Severity::kNote : Severity::kWarning;
+}
+
+void FindingList::Add(unsigned stream, FindingKind kind, std::string text, int64_t frame) {
+  Add(stream, kind, std::move(text), frame, UsualSeverity(kind));
+}
+
+void FindingList::Add(unsigned stream, FindingKind kind, std::string text, int64_t frame, Severity severity) {
+  Add({stream, kind, std::move(text), frame, 1, severity});
 }
 
 void FindingList::Add(Finding finding) {

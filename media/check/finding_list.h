@@ -12,9 +12,15 @@
 
 namespace qlnmedia {
 
+// Damage and order are errors, encryption is a note, all else a warning.
+Severity UsualSeverity(FindingKind kind);
+
 class FindingList {
  public:
-  // Adds a finding, or counts up the one of the same stream, kind and text.
+  // Adds a finding, of its kind's usual severity where none is given, or counts up the one of the same
+  // stream, kind and text.
+  void Add(unsigned stream, FindingKind kind, std::string text, int64_t frame);
+  void Add(unsigned stream, FindingKind kind, std::string text, int64_t frame, Severity severity);
   void Add(Finding finding);
   const std::vector<Finding>& findings() const { return findings_; }
   std::vector<Finding> Take() { return std::move(findings_); }

@@ -37,7 +37,7 @@ void HdrChecker::Finish() {
 }
 
 void HdrChecker::Add(std::string text, int64_t frame) {
-  findings_.Add({stream_, FindingKind::kHdr, std::move(text), frame, 1});
+  findings_.Add(stream_, FindingKind::kHdr, std::move(text), frame);
 }
 
 }  // namespace qlnmedia

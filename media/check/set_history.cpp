@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "sets/set_edit.h"
+#include "sets/sps_facts.h"
 #include "units/access_unit.h"
 
 namespace qlnmedia {
@@ -12,9 +12,9 @@ namespace qlnmedia {
 std::optional<SetKey> SetKeyOf(Codec codec, ByteSpan unit) {
   const int type = UnitType(codec, unit);
   if (IsSps(codec, type)) {
-    const std::optional<SpsFacts> summary = ReadSpsFacts(codec, unit);
-    if (!summary) return {};
-    return SetKey{type, summary->id};
+    const std::optional<SpsFacts> facts = ReadSpsFacts(codec, unit);
+    if (!facts) return {};
+    return SetKey{type, facts->id};
   }
   const size_t header = UnitHeaderBytes(codec);
   const Bytes payload = Unescape(unit.subspan(std::min(header, unit.size())));

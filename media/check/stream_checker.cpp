@@ -4,9 +4,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <optional>
 
 #include "check/config_head.h"
+#include "sets/set_elements.h"
 #include "units/access_unit.h"
 
 namespace qlnmedia {
@@ -14,8 +16,24 @@ namespace qlnmedia {
 namespace {
 
 // profile_idc of H.264.
-constexpr uint8_t kBaseline = 66;
-constexpr uint8_t kExtended = 88;
+constexpr uint32_t kBaseline = 66;
+constexpr uint32_t kExtended = 88;
+
+// gaps_in_frame_num_value_allowed_flag of an H.264 SPS.
+bool AllowsGaps(ByteSpan sps) {
+  const SetElements set = ListSetElements(Codec::kH264, sps);
+  const SetElement* const flag = set.Find("gaps_in_frame_num_value_allowed_flag");
+  return flag != nullptr && flag->value != 0;
+}
+
+// Whether a packet has nothing but the end of a sequence or stream, and what may follow a picture.
+bool EndsOnly(Codec codec, const std::vector<Unit>& units) {
+  const auto is = [&](bool (*holds)(Codec, int)) {
+    return [codec, holds](const Unit& unit) { return holds(codec, UnitType(codec, unit.bytes)); };
+  };
+  return std::any_of(units.begin(), units.end(), is(IsEnd)) &&
+         std::all_of(units.begin(), units.end(), is(FollowsPicture));
+}
 
 }  // namespace
 
@@ -26,24 +44,67 @@ StreamChecker::StreamChecker(const MediaStream& stream, FindingList& findings)
       config_(ReadConfigRecord(codec_, stream.coded.privateData)),
       place_(codec_ == Codec::kH264 ? "the avcC" : "the hvcC"),
       hdr_(stream.index, {stream.mastering, stream.lightLevel}, findings) {
+  if (stream.encrypted)
+    Add(FindingKind::kEncryption, "the samples are encrypted: what is in them is not judged", -1);
   if (!config_.problem.empty()) Add(FindingKind::kDamage, config_.problem, -1);
+  for (const Bytes& unit : config_.units()) frameNumbers_.TakeSet(unit);
   if (!config_.box) return;
   for (const Bytes& unit : config_.units()) TakeSet(unit, -1);
   for (std::string& text : ConfigHeadFindings(config_)) Add(FindingKind::kSets, std::move(text), -1);
 }
 
 void StreamChecker::Take(const PacketView& packet) {
-  const UnitRun run = TakeApart(packet.data, config_.framing);
-  if (run.damaged()) Add(FindingKind::kDamage, "a length leads past the end of its frame", frames_);
-  for (const Unit& unit : run.units) TakeSet(unit.bytes, frames_);
-  for (std::string& text : OrderFindings(codec_, run.units, rules_))
-    Add(FindingKind::kOrder, std::move(text), frames_);
-  hdr_.Take(codec_, run.units, frames_);
-  ++frames_;
+  if (stream_.encrypted) return;
+  // What ends the stream, or the sequence in front, may come as a packet of its own: it is part of the frame
+  // before it.
+  const std::vector<Unit> units = UnitsOf(packet.data, frames_);
+  const bool frame = frames_ == 0 || !EndsOnly(codec_, units);
+  const int64_t number = frame ? frames_ : frames_ - 1;
+  for (const Unit& unit : units) TakeSet(unit.bytes, number);
+  if (!units.empty()) {
+    for (std::string& text : OrderFindings(codec_, units, rules_))
+      Add(FindingKind::kOrder, std::move(text), number);
+  }
+  if (codec_ == Codec::kH264) {
+    for (std::string& text : frameNumbers_.Take(units, gapsAllowed_))
+      Add(FindingKind::kDamage, std::move(text), number);
+  }
+  hdr_.Take(codec_, units, number);
+  if (frame) ++frames_;
+}
+
+std::vector<Unit> StreamChecker::UnitsOf(ByteSpan data, int64_t frame) {
+  UnitRun run = TakeApart(data, config_.framing);
+  if (run.units.empty()) {
+    Add(FindingKind::kDamage,
+        config_.framing.startCodes() ? "a frame holds no start code"
+                                     : "a frame holds no NAL units: its first length leads past its end",
+        frame);
+    return {};
+  }
+  if (run.damaged()) Add(FindingKind::kDamage, "a length leads past the end of its frame", frame);
+  if (config_.framing.startCodes()) return std::move(run.units);
+  std::vector<Unit> units;
+  for (Unit& unit : run.units) {
+    if (unit.bytes.empty()) {
+      Add(FindingKind::kDamage, "a unit of length 0", frame);
+      continue;
+    }
+    // No unit holds a start code: emulation prevention sees to that.
+    UnitRun inner = TakeApart(unit.bytes, Framing{});
+    if (inner.units.empty()) {
+      units.push_back(std::move(unit));
+      continue;
+    }
+    Add(FindingKind::kDamage, "one length covers several units with start codes between them", frame);
+    if (!inner.lead.empty()) units.push_back({std::move(inner.lead), 4, 0});
+    for (Unit& part : inner.units) units.push_back(std::move(part));
+  }
+  return units;
 }
 
 void StreamChecker::Add(FindingKind kind, std::string text, int64_t frame) {
-  findings_.Add({stream_.index, kind, std::move(text), frame, 1});
+  findings_.Add(stream_.index, kind, std::move(text), frame);
 }
 
 // Takes any unit; those of higher layers have a syntax of their own and are not looked at.
@@ -71,7 +132,8 @@ void StreamChecker::TakeSps(ByteSpan unit, int64_t frame) {
   const SpsFacts sps = *ReadSpsFacts(codec_, unit);
   if (codec_ == Codec::kH264) {
     rules_.twoFields = rules_.twoFields || !sps.h264.frameMbsOnly;
-    rules_.anySliceOrder = rules_.anySliceOrder || unit[1] == kBaseline || unit[1] == kExtended;
+    rules_.anySliceOrder = rules_.anySliceOrder || sps.profile == kBaseline || sps.profile == kExtended;
+    gapsAllowed_ = gapsAllowed_ || AllowsGaps(unit);
   } else {
     rules_.twoFields = rules_.twoFields || sps.hevc.interlace[2];
   }

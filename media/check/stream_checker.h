@@ -4,9 +4,11 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "check/container_facts.h"
 #include "check/finding_list.h"
+#include "check/frame_numbers.h"
 #include "check/hdr.h"
 #include "check/set_history.h"
 #include "check/unit_order.h"
@@ -21,7 +23,7 @@ class StreamChecker {
   // outlive this.
   StreamChecker(const MediaStream& stream, FindingList& findings);
 
-  // Takes the next packet of the stream.
+  // Takes the next packet of the stream. What is encrypted is not judged.
   void Take(const PacketView& packet);
   // At the end of the stream.
   void Finish() { hdr_.Finish(); }
@@ -30,6 +32,8 @@ class StreamChecker {
   void Add(FindingKind kind, std::string text, int64_t frame);
   void TakeSet(ByteSpan unit, int64_t frame);
   void TakeSps(ByteSpan unit, int64_t frame);
+  // The units of a packet; findings on how they are told apart.
+  std::vector<Unit> UnitsOf(ByteSpan data, int64_t frame);
 
   const MediaStream& stream_;
   FindingList& findings_;
@@ -39,6 +43,8 @@ class StreamChecker {
   SetHistory sets_;
   OrderRules rules_;
   HdrChecker hdr_;
+  FrameNumbers frameNumbers_;
+  bool gapsAllowed_ = false;
   int64_t frames_ = 0;
 };
 

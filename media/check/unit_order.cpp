@@ -16,9 +16,19 @@ class AccessUnit {
       : codec_(codec), rules_(rules), findings_(findings) {}
 
   bool hasSlice() const { return slice_; }
+  // Nothing but units of the frame in the packet before.
+  bool endsOnly() const { return ended_ && !any_; }
 
   void Take(const Bytes& unit) {
     const int type = UnitType(codec_, unit);
+    if (IsEnd(codec_, type)) {
+      TakeEnd();
+      return;
+    }
+    if (ended_) {
+      TakeBehindEnd(type);
+      if (ended_) return;
+    }
     if (IsSlice(codec_, type)) {
       if (!slice_ && !rules_.anySliceOrder && !IsFirstSlice(codec_, unit))
         Add("a frame does not begin with its picture's first slice: a unit between its slices cut it, or "
@@ -34,14 +44,33 @@ class AccessUnit {
       delimiter_ = true;
     } else if (type == hevc::kSuffixSei && codec_ == Codec::kHevc) {
       if (!slice_) Add("a suffix SEI stands in front of the slices of its frame");
+    } else if (codec_ == Codec::kHevc && type >= hevc::kFirstUnspecifiedBehind) {
+      if (!slice_) Add(fmt::format("{} stands in front of the slices of its frame", NameWithArticle(type)));
     } else if (slice_ && (IsParameterSet(codec_, type) || IsSei(codec_, type))) {
-      const std::string name = UnitTypeName(codec_, type);
-      Add(fmt::format("{} {} stands behind a slice of its frame", name[0] == 'S' ? "an" : "a", name));
+      Add(fmt::format("{} stands behind a slice of its frame", NameWithArticle(type)));
     }
     any_ = true;
   }
 
  private:
+  // The end of a sequence stands behind a picture. Where it comes in front of one it is the end of the frame
+  // in the packet before.
+  void TakeEnd() { ended_ = true; }
+
+  // What comes behind an end begins the next access unit, or is out of place.
+  void TakeBehindEnd(int type) {
+    if (codec_ == Codec::kHevc && FollowsPicture(codec_, type)) {
+      Add(fmt::format("{} stands behind the end of its sequence", NameWithArticle(type)));
+      return;
+    }
+    ended_ = any_ = delimiter_ = false;
+  }
+
+  std::string NameWithArticle(int type) const {
+    const std::string name = UnitTypeName(codec_, type);
+    return fmt::format("{} {}", name[0] == 'S' || name[0] == 'u' ? "an" : "a", name);
+  }
+
   void Add(std::string text) { findings_.push_back(std::move(text)); }
 
   Codec codec_;
@@ -50,6 +79,7 @@ class AccessUnit {
   bool any_ = false;
   bool slice_ = false;
   bool delimiter_ = false;
+  bool ended_ = false;
 };
 
 // Where the second field's access unit begins: behind the last slice in front of the second picture's first,
@@ -79,7 +109,7 @@ std::vector<std::string> OrderFindings(Codec codec, const std::vector<Unit>& uni
   for (size_t i = 0; i < second; ++i) first.Take(*base[i]);
   AccessUnit field(codec, rules, findings);
   for (size_t i = second; i < base.size(); ++i) field.Take(*base[i]);
-  if (!first.hasSlice()) findings.emplace_back("a frame has no slice");
+  if (!first.hasSlice() && !first.endsOnly()) findings.emplace_back("a frame has no slice");
   return findings;
 }
 

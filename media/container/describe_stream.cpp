@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include "container/coded_stream.h"
+#include "container/hdr_side_data.h"
 #include "container/media_file.h"
 
 namespace qlnmedia {
@@ -46,35 +47,12 @@ std::vector<std::string> DispositionsOf(int flags) {
   return names;
 }
 
-uint32_t Units(AVRational value, double scale) {
-  return value.den == 0 ? 0 : static_cast<uint32_t>(std::llround(av_q2d(value) * scale));
-}
-
 // Side data of a type; null where the stream has none of at least that size.
 template <class Data>
 const Data* SideData(const AVStream& stream, AVPacketSideDataType type) {
   size_t size = 0;
   const uint8_t* const data = av_stream_get_side_data(&stream, type, &size);
   return data == nullptr || size < sizeof(Data) ? nullptr : reinterpret_cast<const Data*>(data);
-}
-
-std::optional<MasteringDisplay> MasteringOf(const AVStream& stream) {
-  const auto* const display =
-      SideData<AVMasteringDisplayMetadata>(stream, AV_PKT_DATA_MASTERING_DISPLAY_METADATA);
-  if (display == nullptr || display->has_primaries == 0 || display->has_luminance == 0) return {};
-  const auto point = [](const AVRational(&pair)[2]) {
-    return MasteringDisplay::Point{static_cast<uint16_t>(Units(pair[0], 50000)),
-                                   static_cast<uint16_t>(Units(pair[1], 50000))};
-  };
-  return MasteringDisplay{point(display->display_primaries[0]), point(display->display_primaries[1]),
-                          point(display->display_primaries[2]), point(display->white_point),
-                          Units(display->max_luminance, 10000), Units(display->min_luminance, 10000)};
-}
-
-std::optional<LightLevel> LightLevelOf(const AVStream& stream) {
-  const auto* const light = SideData<AVContentLightMetadata>(stream, AV_PKT_DATA_CONTENT_LIGHT_LEVEL);
-  if (light == nullptr) return {};
-  return LightLevel{static_cast<uint16_t>(light->MaxCLL), static_cast<uint16_t>(light->MaxFALL)};
 }
 
 std::optional<DolbyVisionConfiguration> DolbyVisionOf(const AVStream& stream) {
@@ -109,8 +87,10 @@ const char* StreamKindName(StreamKind kind) {
 
 ContainerColour DescribeContainerColour(const AVStream& stream) {
   const AVCodecParameters& parameters = *stream.codecpar;
-  return {parameters.color_primaries, parameters.color_trc, parameters.color_space, parameters.color_range,
-          parameters.width,           parameters.height,    parameters.field_order};
+  return {parameters.color_primaries, parameters.color_trc,
+          parameters.color_space,     parameters.color_range,
+          parameters.width,           parameters.height,
+          parameters.field_order,     FromLibav(stream.sample_aspect_ratio)};
 }
 
 MediaStream DescribeMediaStream(const AVStream& stream, const ContainerColour& colour, bool raw,
@@ -127,6 +107,9 @@ MediaStream DescribeMediaStream(const AVStream& stream, const ContainerColour& c
   if (language != nullptr) out.language = language->value;
   out.dispositions = DispositionsOf(stream.disposition);
   out.coded = DescribeStream(stream, raw);
+  // The fourcc of encrypted pictures (ISO/IEC 14496-12 clause 8.12), or what a header says of keys.
+  out.encrypted = parameters.codec_tag == MKTAG('e', 'n', 'c', 'v') ||
+                  av_stream_get_side_data(&stream, AV_PKT_DATA_ENCRYPTION_INIT_INFO, nullptr) != nullptr;
   out.hasColourDescription = described;
   out.container = colour;
   out.width = parameters.width;
@@ -138,8 +121,9 @@ MediaStream DescribeMediaStream(const AVStream& stream, const ContainerColour& c
   out.bitRate = parameters.bit_rate;
   out.sampleRate = parameters.sample_rate;
   out.channels = parameters.ch_layout.nb_channels;
-  out.mastering = MasteringOf(stream);
-  out.lightLevel = LightLevelOf(stream);
+  const StreamHdr hdr = ContainerHdr(stream);
+  out.mastering = hdr.mastering;
+  out.lightLevel = hdr.lightLevel;
   out.dolbyVision = DolbyVisionOf(stream);
   return out;
 }

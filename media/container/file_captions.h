@@ -9,7 +9,8 @@
 #include "base/progress.h"
 #include "captions/reader.h"
 #include "captions/text.h"
-#include "container/libav_handles.h"
+
+struct AVStream;
 
 namespace qlnmedia {
 

@@ -46,10 +46,22 @@ class Walker {
         if (layout_.fragments.size() == 1) Children(box, 0);
       }
     }
+    NoteWrongBox(at);
     return std::move(layout_);
   }
 
  private:
+  // The box at which the walk stopped, if there is more than the end of the file. Padding of zero bytes is
+  // none.
+  void NoteWrongBox(uint64_t at) {
+    if (at + 8 > size_) return;
+    uint64_t size = Number(at, 4);
+    const std::string type = TypeAt(at + 4);
+    if (size == 1) size = Number(at + 8, 8);
+    if (size == 0 && type == std::string(4, '\0')) return;
+    layout_.wrongBox = IsoLayout::WrongBox{type, at, size, size_ - at};
+  }
+
   uint64_t Number(uint64_t at, size_t bytes) {
     std::array<unsigned char, 8> data{};
     file_.clear();

@@ -4,6 +4,7 @@
 #define MEDIA_CONTAINER_ISO_LAYOUT_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,15 @@ struct IsoLayout {
   std::vector<uint64_t> fragments;       // where each moof begins, in bytes
   std::vector<uint64_t> segmentIndexes;  // where each sidx begins
   std::vector<IsoTrack> tracks;
+  // The first box of the file's outermost level whose size is not possible, or leads past the end of the
+  // file.
+  struct WrongBox {
+    std::string type;
+    uint64_t at = 0;
+    uint64_t said = 0;  // the size that it says
+    uint64_t left = 0;  // bytes from its beginning to the end of the file
+  };
+  std::optional<WrongBox> wrongBox;
   // Null where no track has that id.
   const IsoTrack* Track(uint32_t id) const;
   // True where each fragment has a segment index of its own, and not the file as a whole.

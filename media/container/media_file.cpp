@@ -17,6 +17,7 @@
 #include "base/text.h"
 #include "container/coded_stream.h"
 #include "container/describe_stream.h"
+#include "container/iso_layout.h"
 #include "container/libav_handles.h"
 
 namespace qlnmedia {
@@ -84,6 +85,17 @@ void RestoreKeyMark(const AVFormatContext& context, AVPacket* packet) {
               "name a media file such as MP4, MOV, MKV, TS or raw video");
 }
 
+// Throws where a box other than the media data has a size that cannot be; data that is cut off is the end of
+// the file and no wrong size.
+void FailWrongBox(const std::string& path) {
+  const std::optional<IsoLayout::WrongBox> wrong = ReadIsoLayout(path).wrongBox;
+  if (!wrong || (IsOneOf(wrong->type, {"mdat", "moov"}) && wrong->said > wrong->left)) return;
+  throw Error(path,
+              fmt::format("the box \"{}\" at byte {} says a size of {} bytes, where {} are left",
+                          Printable(wrong->type), wrong->at, wrong->said, wrong->left),
+              "copy or record the file again");
+}
+
 }  // namespace
 
 std::string LibavErrorText(int error) {
@@ -111,6 +123,7 @@ MediaFile::MediaFile(const std::string& path) : path_(path) {
   const int result = avformat_open_input(&opened, ("file:" + path).c_str(), nullptr, &options);
   av_dict_free(&options);
   if (result < 0) {
+    if (BeginsWithBox(path)) FailWrongBox(path);
     if (LogMentions("moov atom not found") && BeginsWithBox(path))
       throw Error(path, "does not open because it is cut off: its index (moov) is missing",
                   "copy or record it again");
@@ -201,6 +214,12 @@ std::string MediaFile::TruncationNote() const {
   if (formatName().substr(0, 3) == "mov" && sizeBytes_ > 0 && indexEnd > sizeBytes_)
     return fmt::format("the file ends early: its index names data up to byte {}, the file has {} bytes",
                        indexEnd, sizeBytes_);
+  if (formatName().substr(0, 3) == "mov" && sizeBytes_ > 0) {
+    const std::optional<IsoLayout::WrongBox> wrong = ReadIsoLayout(path_).wrongBox;
+    if (wrong && wrong->type == "mdat" && wrong->said > wrong->left)
+      return fmt::format("the file ends early: its media data (mdat) has {} bytes, of which {} are there",
+                         wrong->said, wrong->left);
+  }
   if (isTransportStream() && sizeBytes_ > 0 && sizeBytes_ % 188 != 0 && sizeBytes_ % 192 != 0 &&
       sizeBytes_ % 204 != 0)
     return "the file ends early: its last transport packet is cut off";

@@ -40,6 +40,7 @@ struct ContainerColour {
   int width = 0;
   int height = 0;
   int fieldOrder = kFieldOrderUnknown;
+  Rational sampleAspect{0, 1};  // width to height of a sample
 };
 
 // The fields of a Dolby Vision configuration by their published names.
@@ -64,6 +65,7 @@ struct MediaStream {
   std::string language;         // empty where the container does not tell
   std::vector<std::string> dispositions;  // "default", "forced" and so on
   StreamDescription coded;
+  bool encrypted = false;             // samples cannot be read without a key
   bool hasColourDescription = false;  // the container has places for colour, range and size
   ContainerColour container;          // what those say
 

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -91,6 +92,21 @@ size_t FirstPicture(Codec codec, const std::vector<Unit>& units) {
   return first;
 }
 
+// Whether a stream may have the slices of a picture in any order, and has pictures of several: where its last
+// picture begins then does not show. So it is in the Baseline and Extended profiles of H.264.
+bool SlicesInAnyOrder(const std::vector<Unit>& head, const std::vector<Unit>& tail) {
+  constexpr uint8_t kBaseline = 66;
+  constexpr uint8_t kExtended = 88;
+  const bool profile = std::any_of(head.begin(), head.end(), [](const Unit& unit) {
+    return UnitType(Codec::kH264, unit.bytes) == h264::kSps && unit.bytes.size() > 2 &&
+           (unit.bytes[1] == kBaseline || unit.bytes[1] == kExtended) &&
+           (unit.bytes[2] & 0x40) == 0;  // constraint_set1_flag: Main as well, which knows one order only
+  });
+  return profile && std::any_of(tail.begin(), tail.end(), [](const Unit& unit) {
+           return IsBaseSlice(Codec::kH264, unit) && !BeginsPicture(Codec::kH264, unit.bytes);
+         });
+}
+
 // The last picture, and one to decode it behind: the nearest entry in front of it, else the stream's first
 // picture. The picture is empty where the units do not hold it.
 PictureTrial LastPicture(Codec codec, const std::vector<Unit>& head, const std::vector<Unit>& tail) {
@@ -142,6 +158,7 @@ std::string RawEndNote(ByteSpan head, ByteSpan tail, Codec codec) {
   if (BreaksOff(codec, end)) return fmt::format("the file ends early: its last unit ({}) breaks off", name);
   const std::vector<Unit> first = TakeApart(head, Framing{}).units;
   const PictureTrial trial = LastPicture(codec, first, units);
+  if (codec == Codec::kH264 && SlicesInAnyOrder(first, units)) return "";
   if (trial.picture.empty() || TryPicture(trial) != Wholeness::kCutOff) return "";
   return "the file ends early: its last picture is cut off";
 }

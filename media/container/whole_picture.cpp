@@ -19,6 +19,8 @@ constexpr int64_t kPictureTime = 2;
 struct Surroundings {
   uint8_t fill;    // the byte that buffers hold before they are decoded into
   uint8_t turned;  // the bits that are turned over in the bytes behind the last slice
+  int only = -1;   // the one buffer that gets the fill, by order of request; -1 for all
+  int asked = 0;   // buffers that were asked for
 };
 
 // A decoder's pictures as plain samples, by the time of the data that they came from.
@@ -27,7 +29,9 @@ using Pictures = std::map<int64_t, Bytes>;
 int FilledBuffer(AVCodecContext* context, AVFrame* frame, int flags) {
   const int result = avcodec_default_get_buffer2(context, frame, flags);
   if (result < 0) return result;
-  const int fill = static_cast<const Surroundings*>(context->opaque)->fill;
+  Surroundings& surroundings = *static_cast<Surroundings*>(context->opaque);
+  const int number = surroundings.asked++;
+  const int fill = surroundings.only < 0 || surroundings.only == number ? surroundings.fill : 0;
   for (AVBufferRef* const buffer : frame->buf) {
     if (buffer != nullptr) std::memset(buffer->data, fill, buffer->size);
   }
@@ -91,7 +95,7 @@ Bytes Join(const Bytes& first, const Bytes& second) {
   return all;
 }
 
-Pictures Decode(const PictureTrial& trial, Surroundings surroundings) {
+Pictures Decode(const PictureTrial& trial, Surroundings& surroundings) {
   Pictures pictures;
   const CodecContextHandle context = OpenDecoder(trial.codec, surroundings);
   if (context == nullptr) return pictures;
@@ -113,11 +117,18 @@ bool Same(const Pictures& a, const Pictures& b, int64_t time) {
 }  // namespace
 
 Wholeness TryPicture(const PictureTrial& trial) {
-  const Pictures first = Decode(trial, {0, 0});
-  const Pictures second = Decode(trial, {1, 0xFF});
+  Surroundings one{0, 0};
+  const Pictures first = Decode(trial, one);
+  // Behind a gap in frame_num, and for references that are missing, the H.264 decoder makes frames up, and
+  // predicts from what their memory holds: only the picture's own memory, asked for last, may differ.
+  Surroundings other{1, 0xFF};
+  if (trial.codec == Codec::kH264) other.only = one.asked - 1;
+  const Pictures second = Decode(trial, other);
   const bool known =
       trial.reference.empty() ? first.contains(kPictureTime) : Same(first, second, kReferenceTime);
   if (!known) return Wholeness::kUnknown;
+  // Neither of the two: the decoder does not take the picture, whole or not.
+  if (!first.contains(kPictureTime) && !second.contains(kPictureTime)) return Wholeness::kUnknown;
   return Same(first, second, kPictureTime) ? Wholeness::kWhole : Wholeness::kCutOff;
 }
 

@@ -17,7 +17,7 @@ struct PictureTrial {
 enum class Wholeness {
   kWhole,
   kCutOff,   // data of the picture is missing
-  kUnknown,  // the decoder does not take even the reference, or gives nothing where there is none
+  kUnknown,  // the decoder does not take the picture, or not even the reference
 };
 
 // Decodes the picture twice, with different bytes behind its last slice and different contents in the memory

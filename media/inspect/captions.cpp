@@ -8,7 +8,7 @@
 
 #include <algorithm>
 
-#include "captions/decoder.h"
+#include "container/file_captions.h"
 
 namespace qlnmedia {
 

@@ -2,8 +2,6 @@
 
 #include "inspect/stream.h"
 
-#include "base/text.h"
-
 #include <fmt/format.h>
 
 #include "inspect/codec.h"
@@ -31,10 +29,23 @@ Json RationalJson(Rational value) {
   return Json{{"numerator", value.numerator}, {"denominator", value.denominator}};
 }
 
-std::string FourccText(uint32_t tag) {
+// A codec tag that is no text, as the stream types and descriptors of transport streams.
+bool IsText(uint32_t tag) {
+  for (int shift = 0; shift < 32; shift += 8) {
+    const uint32_t c = tag >> shift & 0xFF;
+    if (c < 0x20 || c > 0x7E) return false;
+  }
+  return true;
+}
+
+void AddTag(Section& section, uint32_t tag) {
+  if (!IsText(tag)) {
+    section.Add("tag", "Tag", tag, fmt::format("0x{:02X}", tag));
+    return;
+  }
   std::string text;
-  for (int i = 0; i < 4; ++i) text += static_cast<char>(tag >> 8 * i & 0xFF);
-  return Printable(text);
+  for (int shift = 0; shift < 32; shift += 8) text += static_cast<char>(tag >> shift & 0xFF);
+  section.Add("tag", "Tag", text);
 }
 
 // What the container and the stream's headers say of the raster; a field order that is not told counts as
@@ -86,7 +97,7 @@ Section& AddStream(Section& report, const MediaStream& stream) {
   section.Add("index", "Index", stream.index);
   section.Add("type", "Type", kind);
   section.Add("codec", "Codec", stream.codecName);
-  if (stream.tag != 0) section.Add("tag", "Tag", FourccText(stream.tag));
+  if (stream.tag != 0) AddTag(section, stream.tag);
   if (stream.kind == StreamKind::kVideo) {
     section.Add("width", "Width", stream.width);
     section.Add("height", "Height", stream.height);

@@ -15,18 +15,27 @@
 
 namespace qlnmedia {
 
+/// How much a finding weighs.
+enum class Severity {
+  kError,    ///< players will stumble: something is missing, damaged or out of order
+  kWarning,  ///< one side says what is not so
+  kNote,     ///< legal and good to know; `qlnmedia check` ends with status 0 over it
+};
+
 /// What a finding is about.
 enum class FindingKind {
-  kColour,     ///< primaries, transfer or matrix
-  kRange,      ///< limited or full
-  kSize,       ///< width and height
-  kRate,       ///< pictures a second
-  kInterlace,  ///< fields or progressive frames
-  kHdr,        ///< mastering display, content light level
-  kSets,       ///< parameter sets that change, or differ from the configuration record
-  kOrder,      ///< units out of the order of their access unit
-  kCaptions,   ///< pictures whose captions are not those of the stream's rate
-  kDamage,     ///< bytes that are missing, or are not what their place asks for
+  kColour,      ///< primaries, transfer or matrix
+  kRange,       ///< limited or full
+  kSize,        ///< width and height
+  kRate,        ///< pictures a second
+  kInterlace,   ///< fields or progressive frames
+  kHdr,         ///< mastering display, content light level
+  kSets,        ///< parameter sets that change, or differ from the configuration record
+  kOrder,       ///< units out of the order of their access unit
+  kCaptions,    ///< pictures whose captions are not those of the stream's rate
+  kDamage,      ///< bytes that are missing, or are not what their place asks for
+  kAspect,      ///< the shape of samples
+  kEncryption,  ///< samples that cannot be judged
 };
 
 /// One kind of disagreement; the same in later frames counts up.
@@ -36,11 +45,14 @@ struct Finding {
   std::string text;    ///< who says what, in one line
   int64_t frame = -1;  ///< the first coded frame that shows it, from 0; -1 for the stream as a whole
   int64_t count = 1;   ///< frames that show it
+  Severity severity = Severity::kWarning;
 };
 
 /// The word of a kind, as scripts know it: "colour", "range", "size", "rate", "interlace", "hdr", "sets",
-/// "order", "captions", "damage". Static storage.
+/// "order", "captions", "damage", "aspect", "encryption". Static storage.
 QLNMEDIA_API const char* FindingWord(FindingKind kind);
+/// "error", "warning" or "note". Static storage.
+QLNMEDIA_API const char* SeverityWord(Severity severity);
 
 /// Reads a whole file and returns what is found, in the order in which it shows; nothing for a sound file.
 ///

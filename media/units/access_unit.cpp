@@ -15,10 +15,7 @@ bool IsSetExtension(Codec codec, int unitType) {
 
 }  // namespace
 
-bool IsFirstSlice(Codec codec, ByteSpan slice) {
-  const size_t header = UnitHeaderBytes(codec);
-  return slice.size() > header && slice[header] >> 7 != 0;  // both are a single bit that is 1
-}
+bool IsFirstSlice(Codec codec, ByteSpan slice) { return BeginsPicture(codec, slice); }
 
 size_t OutgrownUnit(const UnitRun& run, Framing framing) {
   if (framing.startCodes() || framing.lengthBytes >= 4) return 0;

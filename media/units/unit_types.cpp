@@ -50,6 +50,14 @@ bool BeginsAccessUnit(Codec codec, int unitType) {
          (unitType >= hevc::kFirstUnspecified && unitType <= hevc::kLastUnspecifiedInFront);
 }
 
+bool FollowsPicture(Codec codec, int unitType) {
+  if (IsEnd(codec, unitType)) return true;
+  if (codec == Codec::kH264) return unitType == h264::kFiller;
+  return unitType == hevc::kFiller || unitType == hevc::kSuffixSei ||
+         (unitType >= hevc::kFirstReservedBehind && unitType <= hevc::kLastReserved) ||
+         unitType >= hevc::kFirstUnspecifiedBehind;
+}
+
 bool IsBaseLayer(Codec codec, ByteSpan unit) {
   return codec == Codec::kH264 || unit.size() < 2 || ((unit[0] & 1) == 0 && unit[1] >> 3 == 0);
 }

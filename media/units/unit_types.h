@@ -58,9 +58,12 @@ inline constexpr int kPrefixSei = 39;
 inline constexpr int kSuffixSei = 40;
 inline constexpr int kFirstReservedInFront = 41;  // 41 to 44 stand in front of a picture, 45 to 47 behind it
 inline constexpr int kLastReservedInFront = 44;
+inline constexpr int kFirstReservedBehind = 45;
 inline constexpr int kLastReserved = 47;
 inline constexpr int kFirstUnspecified = 48;  // 48 to 55 stand in front of a picture, 56 to 63 behind it
 inline constexpr int kLastUnspecifiedInFront = 55;
+inline constexpr int kFirstUnspecifiedBehind = 56;
+inline constexpr int kLastType = 63;
 inline constexpr int kDolbyVisionRpu = 62;
 inline constexpr int kDolbyVisionLayer = 63;
 }  // namespace hevc
@@ -94,6 +97,9 @@ bool IsEnd(Codec codec, int unitType);
 // True for units that may stand in front of a picture's first slice but not between or behind its slices: the
 // first of them behind a picture begins the next access unit.
 bool BeginsAccessUnit(Codec codec, int unitType);
+// True for units that may stand behind the slices of a picture and not in front of them: ends, filler, suffix
+// SEI, and what the standards leave unspecified there.
+bool FollowsPicture(Codec codec, int unitType);
 // False for HEVC units of a layer above the base layer (nuh_layer_id).
 bool IsBaseLayer(Codec codec, ByteSpan unit);
 // Whether a slice is the first of its picture: first_mb_in_slice is 0, first_slice_segment_in_pic_flag is 1;

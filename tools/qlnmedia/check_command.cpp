@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <memory>
 
 #include "base/error.h"
@@ -23,6 +24,13 @@ struct Options {
   bool json = false;
 };
 
+// The word of a finding; a note says that it is one.
+std::string Weighed(const Style& style, const Finding& finding) {
+  const char* const word = FindingWord(finding.kind);
+  if (finding.severity == Severity::kNote) return "note: " + style.Name(word);
+  return finding.severity == Severity::kWarning ? style.Warning(word) : style.Bad(word);
+}
+
 void Run(const Options& options) {
   const MessageSink messages;
   const std::vector<Finding> findings = CheckFile(options.file, ProgressBar());
@@ -32,6 +40,7 @@ void Run(const Options& options) {
     if (options.json) {
       list.push_back({{"stream", finding.stream},
                       {"what", FindingWord(finding.kind)},
+                      {"severity", SeverityWord(finding.severity)},
                       {"text", finding.text},
                       {"frame", finding.frame < 0 ? Json(nullptr) : Json(finding.frame)},
                       {"count", finding.count}});
@@ -39,13 +48,15 @@ void Run(const Options& options) {
     }
     std::string where = fmt::format("stream {}", finding.stream);
     if (finding.frame >= 0) where += fmt::format(", frame {}", finding.frame);
-    Print(fmt::format("{}: {}: {}{}\n", where, style.Bad(FindingWord(finding.kind)), finding.text,
+    Print(fmt::format("{}: {}: {}{}\n", where, Weighed(style, finding), finding.text,
                       finding.count > 1 ? fmt::format(" ({} times)", finding.count) : ""));
   }
   if (options.json) Print(Json{{"findings", list}}.dump(2) + "\n");
   if (findings.empty() && !options.json) Print(style.Good("nothing found") + "\n");
   FlushOutput();
-  if (!findings.empty()) throw ToolExit{kExitFindings};
+  const bool worthy = std::any_of(findings.begin(), findings.end(),
+                                  [](const Finding& finding) { return finding.severity != Severity::kNote; });
+  if (worthy) throw ToolExit{kExitFindings};
 }
 
 }  // namespace

@@ -73,7 +73,7 @@ inline MediaStream MakeStream(const Bytes& privateData) {
   stream.coded.timeBase = {1, 12800};
   stream.coded.averageRate = stream.coded.baseRate = {25, 1};
   stream.hasColourDescription = true;
-  stream.container = {1, 1, 1, kLimitedRange, 128, 96, kProgressive};
+  stream.container = {1, 1, 1, kLimitedRange, 128, 96, kProgressive, {1, 1}};
   stream.width = 128;
   stream.height = 96;
   stream.sampleAspect = {1, 1};

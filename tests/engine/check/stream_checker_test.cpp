@@ -144,6 +144,111 @@ TEST(StreamChecker, StaticHdrOnBothSides) {
               ElementsAre("hdr: the container has a content light level, the stream has none"));
 }
 
+TEST(StreamChecker, WithoutAFixedRateTheTimingIsNoRate) {
+  MediaStream stream = MakeStream(MakeAvcc(MakeSps({.timeScale = 180000, .fixedRate = false})));
+  EXPECT_THAT(Check(stream, {}), IsEmpty());
+  stream = MakeStream(MakeAvcc(MakeSps({.timeScale = 180000})));
+  EXPECT_THAT(Check(stream, {}),
+              ElementsAre("rate: the container runs at 25 frames a second, the avcC says 90000"));
+}
+
+TEST(StreamChecker, TheShapeOfSamples) {
+  MediaStream stream = MakeStream(MakeAvcc(MakeSps({.aspect = 14})));  // 4:3
+  EXPECT_THAT(Check(stream, {}), ElementsAre("aspect: the container says samples of 1:1, the avcC 4:3"));
+  stream.container.sampleAspect = {171, 128};  // 171 pixels for 170 2/3
+  EXPECT_THAT(Check(stream, {}), IsEmpty());
+  stream.container.sampleAspect = {0, 1};
+  EXPECT_THAT(Check(stream, {}), IsEmpty());
+  EXPECT_THAT(Check(MakeStream(MakeAvcc(MakeSps({.aspect = 0}))), {}), IsEmpty());
+}
+
+TEST(StreamChecker, HdrThatTheContainerKeepsToItselfIsANote) {
+  MediaStream stream = MakeStream(MakeAvcc(MakeSps({.primaries = 9, .transfer = 18, .matrix = 9})));
+  stream.container.primaries = stream.container.transfer = stream.container.matrix = 2;
+  FindingList findings;
+  StreamChecker checker(stream, findings);
+  ASSERT_EQ(findings.findings().size(), 1u);
+  EXPECT_EQ(findings.findings()[0].severity, Severity::kNote);
+  EXPECT_THAT(findings.findings()[0].text, testing::HasSubstr("the container says nothing, the avcC"));
+}
+
+TEST(StreamChecker, EncryptedSamplesAreNamedAndNotJudged) {
+  MediaStream stream = MakeStream(MakeAvcc(MakeSps()));
+  stream.encrypted = true;
+  EXPECT_THAT(Check(stream, {Hex("FFFFFFFF 00"), Packet({Hex("09F0")})}),
+              ElementsAre("encryption: the samples are encrypted: what is in them is not judged"));
+}
+
+TEST(StreamChecker, WhatLengthsTell) {
+  const MediaStream stream = MakeStream(MakeAvcc(MakeSps()));
+  EXPECT_THAT(Check(stream, {Packet({Hex(kIdr), {}})}), ElementsAre("damage@0: a unit of length 0"));
+  EXPECT_THAT(Check(stream, {Hex("1234567890")}),
+              ElementsAre("damage@0: a frame holds no NAL units: its first length leads past its end"));
+  // A delimiter, an SEI and a slice under one length: the units are read.
+  EXPECT_THAT(Check(stream, {Packet({Hex("09F0 00000001 06050080 000001 65888040")}), Packet({Hex(kP)})}),
+              ElementsAre("damage@0: one length covers several units with start codes between them"));
+  EXPECT_THAT(Check(stream, {Packet({Hex("00000001 09F0 00000001 06050080")})}),
+              ElementsAre("damage@0: one length covers several units with start codes between them",
+                          "order@0: a frame has no slice"));
+}
+
+TEST(StreamChecker, EndsBelongToTheFrameInFront) {
+  const MediaStream stream = MakeStream(MakeAvcc(MakeSps()));
+  EXPECT_THAT(
+      Check(stream, {Packet({Hex(kIdr)}), Packet({Hex("0A"), Hex("09F0"), Hex(kIdr)}), Packet({Hex("0B")})}),
+      IsEmpty());
+  // What stands wrong behind them has the number of a frame that there is.
+  EXPECT_THAT(Check(stream, {Packet({Hex("0A"), Hex("06050080"), Hex("09F0"), Hex(kIdr)})}),
+              ElementsAre("order@0: an access unit delimiter is not the first unit of its frame"));
+}
+
+// first_mb_in_slice 0, slice_type 5, pic_parameter_set_id 0, frame_num of 4 bits, pic_order_cnt_lsb of 4.
+Bytes PSlice(uint32_t frameNumber, bool reference) {
+  qln::test::BitBuilder bits;
+  bits.u(8, reference ? 0x41 : 0x01).ue(0).ue(5).ue(0).u(4, frameNumber).u(4, 2).u(1, 0).u(1, 0);
+  if (reference) bits.u(1, 0);
+  return Escape(bits.se(0).trailing().bytes());
+}
+
+Bytes IdrSlice() {
+  qln::test::BitBuilder bits;
+  bits.u(8, 0x65).ue(0).ue(7).ue(0).u(4, 0).ue(0).u(4, 0).u(2, 0).se(0);
+  return Escape(bits.trailing().bytes());
+}
+
+TEST(StreamChecker, FramesThatAreMissing) {
+  const auto check = [](bool gapsAllowed, const std::vector<Bytes>& slices) {
+    std::vector<Bytes> packets;
+    for (const Bytes& slice : slices) packets.push_back(Packet({slice}));
+    return Check(MakeStream(MakeAvcc(MakeSps({.gapsAllowed = gapsAllowed}))), packets);
+  };
+  // frame_num counts reference pictures, modulo 16.
+  std::vector<Bytes> sound = {IdrSlice()};
+  for (uint32_t n = 1; n < 20; ++n) {
+    sound.push_back(PSlice(n % 16, true));
+    sound.push_back(PSlice((n + 1) % 16, false));
+  }
+  EXPECT_THAT(check(false, sound), IsEmpty());
+  EXPECT_THAT(check(false, {PSlice(9, true), PSlice(10, true)}),
+              IsEmpty());  // what was in front is not known
+  const std::vector<Bytes> gap = {IdrSlice(), PSlice(1, true), PSlice(4, true), PSlice(5, true), IdrSlice()};
+  EXPECT_THAT(
+      check(false, gap),
+      ElementsAre("damage@2: frames are missing: frame_num goes from 1 to 4, and the SPS allows no gaps"));
+  EXPECT_THAT(check(true, gap), IsEmpty());
+}
+
+TEST(FindingList, WeighsByKind) {
+  FindingList list;
+  list.Add(0, FindingKind::kOrder, "a", 0);
+  list.Add(0, FindingKind::kColour, "a", 0);
+  list.Add(0, FindingKind::kEncryption, "a", 0);
+  list.Add(0, FindingKind::kColour, "b", 0, Severity::kNote);
+  std::vector<std::string> words;
+  for (const Finding& finding : list.findings()) words.emplace_back(SeverityWord(finding.severity));
+  EXPECT_THAT(words, ElementsAre("error", "warning", "note", "note"));
+}
+
 TEST(FindingList, TellsStreamsKindsAndTextsApart) {
   FindingList list;
   list.Add({0, FindingKind::kSets, "a", 4, 1});

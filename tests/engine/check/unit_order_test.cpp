@@ -37,6 +37,7 @@ Bytes UnitOf(Codec codec, const std::string& word) {
       {"AUX", "1388", ""},
       {"EL", "74 8800", "020980"},
       {"SPS1", "", "420980"},
+      {"RPU", "", "7C0119"},
   };
   for (const Word& known : kWords) {
     if (word == known.word) return Hex(codec == Codec::kH264 ? known.h264 : known.hevc);
@@ -65,6 +66,25 @@ TEST(OrderCheck, OrdersThatAreLegal) {
   for (const char* words :
        {"AUD VPS SPS PPS SEI IDR more SUF EOS", "P SUF", "SEI P more FIL", "P EL", "P SPS1 EL SUF"})
     EXPECT_THAT(Findings(Codec::kHevc, words), IsEmpty()) << words;
+}
+
+TEST(OrderCheck, TheEndOfASequenceBelongsToTheFrameInFront) {
+  for (const char* words : {"EOS AUD SPS PPS IDR", "EOS", "P EOS", "EOS P EOS"}) {
+    EXPECT_THAT(Findings(Codec::kH264, words), IsEmpty()) << words;
+    EXPECT_THAT(Findings(Codec::kHevc, words), IsEmpty()) << words;
+  }
+  EXPECT_THAT(Findings(Codec::kHevc, "EOS SEI AUD P"),
+              ElementsAre("an access unit delimiter is not the first unit of its frame"));
+  EXPECT_THAT(Findings(Codec::kHevc, "EOS RPU AUD P"),
+              ElementsAre("a Dolby Vision RPU stands behind the end of its sequence"));
+  EXPECT_THAT(Findings(Codec::kHevc, "P EOS RPU"),
+              ElementsAre("a Dolby Vision RPU stands behind the end of its sequence"));
+}
+
+TEST(OrderCheck, UnspecifiedUnitsOfHevcFollowTheirPicture) {
+  EXPECT_THAT(Findings(Codec::kHevc, "AUD P RPU"), IsEmpty());
+  EXPECT_THAT(Findings(Codec::kHevc, "AUD RPU P"),
+              ElementsAre("a Dolby Vision RPU stands in front of the slices of its frame"));
 }
 
 TEST(OrderCheck, SecondFieldsAreAccessUnitsOfTheirOwn) {

@@ -6,6 +6,7 @@
 #include "inspect/captions.h"
 #include "inspect/coded_frames.h"
 #include "inspect/dolby_vision.h"
+#include "inspect/inspect.h"
 #include "inspect/stream.h"
 #include "support/test_support.h"
 
@@ -50,6 +51,14 @@ TEST(StreamSection, PicturesByTheirContainer) {
   EXPECT_EQ(json["duration"], 90.0);
   for (const char* absent : {"container_colour", "container_range", "dolby_vision", "sample_rate"})
     EXPECT_FALSE(json.contains(absent)) << absent;
+}
+
+TEST(StreamSection, TagsThatAreNoTextAreNumbers) {
+  MediaStream stream = Pictures();
+  stream.tag = 0x1B;  // stream type of H.264 in a transport stream
+  EXPECT_EQ(StreamJson(stream)["tag"], 27);
+  stream.tag = 0x20637661;  // "avc "
+  EXPECT_EQ(StreamJson(stream)["tag"], "avc ");
 }
 
 TEST(StreamSection, ColourOnlyWhereTheContainerHasAPlaceForIt) {
@@ -123,6 +132,35 @@ TEST(SetCollector, EqualSetsCountOnceWithAllTheirPlaces) {
   for (const FoundSet& set : collector.sets())
     places.push_back(std::to_string(set.type) + ": " + set.Places());
   EXPECT_THAT(places, ElementsAre("7: avcC, frame 0, frame 2", "8: avcC", "8: frame 1"));
+}
+
+TEST(ReportTree, HoldsWhatTheJsonFormHolds) {
+  Section report("clip");
+  report.Add("size", "Size", 12, "12 bytes", "small");
+  Section& first = report.AddToList("streams", "Stream 0");
+  first.AddTable("units", "Units", {{"type", "Type", true}, {"bytes", "", true, true}},
+                 {{Cell(7, "SPS"), Cell(20)}, {Cell(8), Cell(4)}});
+  first.AddElements("sps", "SPS", {{"level_idc", 31, "3.1"}});
+  report.AddToList("streams", "Stream 1").AddNote("cut off");
+  const ReportItem tree = TreeOf(report);
+  EXPECT_EQ(tree.label, "clip");
+  ASSERT_EQ(tree.children.size(), 3u);
+  const ReportItem& size = tree.children[0];
+  EXPECT_EQ(size.kind, ReportItem::Kind::kFact);
+  EXPECT_EQ(size.key + size.label + size.value + size.text + size.note, "sizeSize1212 bytessmall");
+  const ReportItem& stream = tree.children[1];
+  EXPECT_TRUE(stream.inList);
+  EXPECT_EQ(stream.key, "streams");
+  const ReportItem& table = stream.children[0];
+  EXPECT_EQ(table.kind, ReportItem::Kind::kTable);
+  ASSERT_EQ(table.children.size(), 2u);
+  EXPECT_EQ(table.children[0].children[0].text, "SPS");
+  EXPECT_EQ(table.children[1].children[0].text, "8");
+  EXPECT_EQ(table.children[1].children[1].label, "");  // for programs alone
+  EXPECT_EQ(table.children[1].children[1].value, "4");
+  EXPECT_EQ(stream.children[1].children[0].kind, ReportItem::Kind::kElement);
+  EXPECT_EQ(stream.children[1].children[0].note, "3.1");
+  EXPECT_EQ(tree.children[2].children[0].text, "cut off");
 }
 
 TEST(Times, InSecondsOrNotKnown) {
