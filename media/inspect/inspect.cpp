@@ -11,7 +11,7 @@
 
 namespace qlnmedia {
 
-Section InspectFile(const std::string& path, const InspectOptions& options) {
+Section ReportOnFile(const std::string& path, const InspectOptions& options) {
   MessageSink messages;
   MediaFile file(path);
   file.RequireVideo();

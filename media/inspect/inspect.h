@@ -1,20 +1,19 @@
-// The report of `qlnmedia inspect`.
+// The report of `qlnmedia inspect`, as those hold it who print it.
 #ifndef MEDIA_INSPECT_INSPECT_H
 #define MEDIA_INSPECT_INSPECT_H
 
 #include <string>
 
 #include "base/report.h"
+#include "qlnmedia/inspect.h"
 
 namespace qlnmedia {
 
-struct InspectOptions {
-  int frames = 3;      // coded frames of each video stream that are laid out
-  bool units = false;  // every unit of those frames, with its header
-};
+// What InspectFile reports.
+Section ReportOnFile(const std::string& path, const InspectOptions& options);
 
-// Reads a file and reports on it. Throws Error for a file that is missing, is no media, or has no video.
-Section InspectFile(const std::string& path, const InspectOptions& options);
+// A section as the tree that hosts walk.
+ReportItem TreeOf(const Section& section);
 
 }  // namespace qlnmedia
 

@@ -19,7 +19,7 @@ struct Options {
 };
 
 void Run(const Options& options) {
-  const Section report = InspectFile(options.file, options.inspect);
+  const Section report = ReportOnFile(options.file, options.inspect);
   if (options.json) {
     // Foreign strings may hold bytes that are no UTF-8.
     Print(report.ToJson().dump(2, ' ', false, Json::error_handler_t::replace) + "\n");

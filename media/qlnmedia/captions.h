@@ -1,0 +1,88 @@
+/// @file captions.h
+/// The closed captions (CTA-608 and CTA-708) that an H.264, HEVC or MPEG-2 stream carries: surveyed, decoded
+/// to text, and written as caption files.
+///
+/// Of a file the first such stream counts. Functions may run in several threads at once.
+#ifndef QLNMEDIA_CAPTIONS_H
+#define QLNMEDIA_CAPTIONS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "qlnmedia/api.h"
+#include "qlnmedia/progress.h"
+
+namespace qlnmedia {
+
+/// One caption as it stands on the screen.
+struct CaptionLine {
+  double begin = 0;  ///< seconds from the first picture
+  double end = 0;
+  std::string text;  ///< UTF-8; lines separated by '\n'
+};
+
+/// One service with its captions in the order of their times.
+struct CaptionService {
+  /// "CC1" to "CC4", "T1" to "T4", "XDS" for line 21; "service 1" to "service 63" for digital captions.
+  std::string name;
+  std::vector<CaptionLine> lines;  ///< empty for text services and extended data, which are not decoded
+};
+
+/// What a file carries.
+struct FileCaptions {
+  unsigned stream = 0;                   ///< its index in the file
+  uint64_t pictures = 0;                 ///< of the stream
+  uint64_t captioned = 0;                ///< pictures with captions, padding included
+  std::vector<CaptionService> services;  ///< none where there is nothing but padding
+};
+
+/// Reads the captions of a file.
+///
+/// @param path      the file
+/// @param progress  may be empty; two passes are told one after the other
+/// @throws Error      for a file that cannot be read, and for one whose stream has no captions
+/// @throws Cancelled  where `progress` calls it off
+QLNMEDIA_API FileCaptions ReadFileCaptions(const std::string& path, const ProgressCallback& progress = {});
+
+/// The lines of one service of `captions`.
+///
+/// @param path     the file, for the message
+/// @param service  as CaptionService::name, digital ones also by number alone; empty for the first service
+///                 that shows text
+/// @return none where `service` is empty and no service shows text
+/// @throws Error where there is no such service
+QLNMEDIA_API std::vector<CaptionLine> LinesOfService(const FileCaptions& captions, const std::string& path,
+                                                     const std::string& service);
+
+/// The kinds of caption files.
+enum class CaptionFileKind {
+  kMcc,   ///< .mcc: all services, packet by packet
+  kScc,   ///< .scc: line 21, field 1
+  kSrt,   ///< .srt: the text of one service with times
+  kText,  ///< .txt: a line for each caption
+};
+
+/// The kind that the ending of a file's name says; nothing for other endings.
+QLNMEDIA_API std::optional<CaptionFileKind> CaptionFileKindOf(const std::string& path);
+
+/// Writes the captions of a media file as a caption file, which is there when it is whole and not before.
+///
+/// @param in        the media file
+/// @param out       the caption file; its ending says its kind
+/// @param service   of .srt and .txt as for LinesOfService; empty for .mcc and .scc
+/// @param progress  may be empty
+/// @throws Error      for an ending or a rate for which there are no such files, a file without captions or
+///                    without the service, and where `out` cannot be written; what was there then stays
+/// @throws Cancelled  where `progress` calls it off
+QLNMEDIA_API void WriteCaptionFile(const std::string& in, const std::string& out,
+                                   const std::string& service = {}, const ProgressCallback& progress = {});
+
+/// Captions as the text of an .srt file, and as a line each: its times and its text on one line.
+QLNMEDIA_API std::string SrtText(const std::vector<CaptionLine>& lines);
+QLNMEDIA_API std::string CaptionText(const std::vector<CaptionLine>& lines);
+
+}  // namespace qlnmedia
+
+#endif

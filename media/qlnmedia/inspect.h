@@ -1,0 +1,67 @@
+/// @file inspect.h
+/// What a media file says about itself, from the container down to the single unit, as a tree that a program
+/// can walk or take as JSON.
+///
+/// Functions may run in several threads at once. Nothing is written.
+#ifndef QLNMEDIA_INSPECT_H
+#define QLNMEDIA_INSPECT_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "qlnmedia/api.h"
+#include "qlnmedia/error.h"
+
+namespace qlnmedia {
+
+/// How much of a file is laid out.
+struct InspectOptions {
+  int frames = 3;      ///< coded frames of each video stream
+  bool units = false;  ///< every unit of those frames, with its header
+};
+
+/// One entry of a report, in the order in which people read it.
+struct ReportItem {
+  enum class Kind {
+    kSection,  ///< `label` is its title; the children are its entries
+    kFact,     ///< one value
+    kTable,    ///< the children are rows
+    kRow,      ///< the children are facts, one a column
+    kElement,  ///< a syntax element by its published name: a fact of its own kind
+    kNote,     ///< `text` is something that a reader should not miss
+  };
+  Kind kind = Kind::kSection;
+  std::string key;      ///< its name in the JSON form; empty for rows, and for the root
+  bool inList = false;  ///< a section that is one of several under its key, an array in JSON
+  std::string label;    ///< as people read it; empty for a column that programs alone get
+  std::string value;    ///< of facts and elements: the value as JSON text
+  std::string text;     ///< of facts and elements: the value as people read it
+  std::string note;     ///< said behind the value; mostly empty
+  std::vector<ReportItem> children;
+};
+
+/// A whole report. Copies share their contents, which never change.
+class QLNMEDIA_API Report {
+ public:
+  /// The file as a section; valid as long as any copy of the report.
+  const ReportItem& root() const;
+  /// The JSON form, in UTF-8: bytes of the file that are none come as U+FFFD. `indent` blanks a level, or all
+  /// on one line for -1.
+  std::string ToJson(int indent = 2) const;
+
+ private:
+  friend QLNMEDIA_API Report InspectFile(const std::string& path, const InspectOptions& options);
+  struct Contents;
+  explicit Report(std::shared_ptr<const Contents> contents) : contents_(std::move(contents)) {}
+  std::shared_ptr<const Contents> contents_;
+};
+
+/// Reads a file and reports on it.
+///
+/// @throws Error for a file that is missing, is no media, or has no video
+QLNMEDIA_API Report InspectFile(const std::string& path, const InspectOptions& options = {});
+
+}  // namespace qlnmedia
+
+#endif
