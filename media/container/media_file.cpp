@@ -153,6 +153,16 @@ void MediaFile::Describe(const std::vector<ContainerColour>& colours) {
     streams_.push_back(DescribeMediaStream(*context_->streams[i],
                                            i < colours.size() ? colours[i] : ContainerColour{}, isRawStream(),
                                            described));
+  if (formatName().substr(0, 3) != "mov") return;
+  // The demuxer puts the codec in the place of the fourcc of encrypted pictures; their protection scheme
+  // (ISO/IEC 14496-12 clause 8.12) shows in the boxes.
+  const IsoLayout layout = ReadIsoLayout(path_);
+  for (MediaStream& stream : streams_) {
+    const IsoTrack* const track = layout.Track(static_cast<uint32_t>(stream.id));
+    if (track != nullptr && std::find(track->descriptionBoxes.begin(), track->descriptionBoxes.end(),
+                                      "sinf") != track->descriptionBoxes.end())
+      stream.encrypted = true;
+  }
 }
 
 std::string_view MediaFile::formatName() const { return context_->iformat->name; }
