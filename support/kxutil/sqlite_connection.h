@@ -46,8 +46,8 @@ class SqliteConnection {
   bool RawSize(uint64_t& size);
   bool ReadRaw(uint64_t offset, char* bytes, size_t size);
 
-  // Whether the name that was opened leads to another file by now. A look at the name alone could not tell: the
-  // number of a file that is gone is soon another one's, but not while it is open here.
+  // Whether the name that was opened leads to another file by now. A look at the name alone could not tell:
+  // the number of a file that is gone is soon another one's, but not while it is open here.
   bool HasMoved();
 
   sqlite3* database() { return database_; }

@@ -104,8 +104,8 @@ class CKXProjectToXML {
   /// and number) and gets its own when it is whole. A path that would become longer than 259 characters is
   /// not changed and nothing is written.
   ///
-  /// Of the document, at most 1000 elements in each other and 10,000 attributes of one element are read, and no
-  /// more than takes a time that grows with its size: nodes times their depth may come to 1,000,000, and
+  /// Of the document, at most 1000 elements in each other and 10,000 attributes of one element are read, and
+  /// no more than takes a time that grows with its size: nodes times their depth may come to 1,000,000, and
   /// attributes times those in front of them in their element to 50,000,000, with 8 more for each byte.
   /// @return non-zero when the document was read without an error, 0 when it was not.
   QLN_API uint32_t LoadXMLFile(const char* path);
