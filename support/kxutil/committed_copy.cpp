@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -21,6 +22,7 @@ namespace {
 
 constexpr int kMostAttempts = 50;
 constexpr useconds_t kPause = 1000;
+constexpr std::chrono::seconds kLongestWait{5};
 
 constexpr char kMagic[16] = {'S', 'Q', 'L', 'i', 't', 'e', ' ', 'f', 'o', 'r', 'm', 'a', 't', ' ', '3', '\0'};
 constexpr size_t kWriteVersion = 18, kReadVersion = 19;  // 1: rollback journal, 2: write-ahead log
@@ -137,6 +139,18 @@ bool WorkJournalIn(const Files& files, std::string& image, std::string& problem)
   return false;
 }
 
+// For a file that somebody changes all the time: its own locks, and some waiting.
+bool ReadUnderLock(const std::string& path, std::string& image, std::string& problem) {
+  SqliteConnection connection;
+  std::string tables;
+  if (connection.OpenFile(path, std::chrono::steady_clock::now() + kLongestWait) && connection.Run("BEGIN") &&
+      connection.Ask("SELECT count(*) FROM sqlite_master", tables) && connection.Serialize(image)) {
+    return true;
+  }
+  problem = "it changes all the time: " + connection.problem();
+  return false;
+}
+
 }  // namespace
 
 DatabaseState StateOfDatabase(const std::string& path) {
@@ -154,10 +168,7 @@ bool CommittedCopy(const std::string& path, std::string& image, std::string& pro
   Files files, again;
   int attempts = 0;
   do {
-    if (++attempts > kMostAttempts) {
-      problem = "it changes all the time";
-      return false;
-    }
+    if (++attempts > kMostAttempts) return ReadUnderLock(path, image, problem);
     if (attempts > 1) usleep(kPause);
     if (!ReadFiles(path, files, problem) || !ReadFiles(path, again, problem)) return false;
   } while (files != again);
