@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "captions/frame_rate.h"
 #include "qlnmedia/caption_triplet.h"
+#include "timing/frame_rate.h"
 
 namespace qlnmedia::captions {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "captions/cdp.h"
-#include "captions/frame_rate.h"
+#include "timing/frame_rate.h"
 
 namespace qlnmedia::captions {
 

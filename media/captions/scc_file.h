@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "captions/frame_rate.h"
 #include "captions/line21.h"
+#include "timing/frame_rate.h"
 
 namespace qlnmedia::captions {
 

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "captions/frame_rate.h"
 #include "pictures/order_survey.h"
+#include "timing/frame_rate.h"
 
 namespace qlnmedia {
 

@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include "captions/frame_rate.h"
 #include "captions/reader.h"
 #include "support/test_support.h"
+#include "timing/frame_rate.h"
 
 namespace qlnmedia {
 namespace {

@@ -1,6 +1,6 @@
 // Rates and timecode arithmetic.
 
-#include "captions/frame_rate.h"
+#include "timing/frame_rate.h"
 
 #include <cstdio>
 
