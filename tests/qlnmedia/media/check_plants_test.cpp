@@ -240,8 +240,15 @@ TEST(CheckPlants, Interlace) {
   ExpectFound(file, "interlace: the container says progressive, the hvcC fields");
 }
 
+// In H.264 the timing of an SPS is a rate only where it says that the rate is fixed.
+std::string FixedRateClip() {
+  return MediaFile("plants_fixed_rate.mp4",
+                   "ffmpeg -v error -y -f lavfi -i testsrc2=s=128x96:r=25:d=1 -pix_fmt yuv420p -c:v libx264 "
+                   "-x264-params force-cfr=1 {out}");
+}
+
 TEST(CheckPlants, Rate) {
-  for (const std::string& clip : {AvcClip(), HevcClip()}) {
+  for (const std::string& clip : {FixedRateClip(), HevcClip()}) {
     const std::string says = IsHevc(clip) ? "the hvcC says 25" : "the avcC says 25";
     const std::string file = MediaFile(std::string("plants_rate_") + (IsHevc(clip) ? "hevc.mp4" : "avc.mp4"),
                                        "ffmpeg -v error -y -itsscale 0.5 -i '" + clip + "' -c copy {out}");
@@ -317,7 +324,7 @@ TEST(CheckPlants, DamagedFiles) {
   longer[static_cast<size_t>(at) + 1] = 0x10;  // the length of the third packet's first unit
   const std::string file = MediaPath("planted_length.mp4");
   WriteFile(file, longer);
-  ExpectFound(file, "damage: a length leads past the end of its frame");
+  ExpectFound(file, "damage: a frame holds no NAL units: its first length leads past its end");
   const std::string index = MediaFile(
       "plants_front.mp4", "ffmpeg -v error -y -i '" + AvcClip() + "' -c copy -movflags faststart {out}");
   const Bytes whole = ReadFile(index);

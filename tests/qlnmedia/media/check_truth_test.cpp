@@ -36,10 +36,12 @@ TEST(CheckTruth, TimingWithoutAFixedRateIsNoRate) {
                 "ffmpeg -v error -y -i '" + clip +
                     "' -c copy -bsf:v h264_metadata=tick_rate=180000:fixed_frame_rate_flag=0 {out}");
   ExpectQuiet(other);
+  const std::string steady = MediaFile(
+      "truth_rate_steady.mp4", std::string(kPictures) + "-c:v libx264 -x264-params force-cfr=1 {out}");
+  ExpectQuiet(steady);
   const std::string fixed =
       MediaFile("truth_rate_fixed.mp4",
-                "ffmpeg -v error -y -i '" + clip +
-                    "' -c copy -bsf:v h264_metadata=tick_rate=100:fixed_frame_rate_flag=1 {out}");
+                "ffmpeg -v error -y -i '" + steady + "' -c copy -bsf:v h264_metadata=tick_rate=100 {out}");
   ExpectCheck(fixed, 3, "rate: the container runs at 25 frames a second, the avcC says 50");
 }
 
