@@ -81,6 +81,7 @@ size_t CompareAll(Codec codec, const std::string& file) {
     if (!HasSetSyntax(codec, UnitType(codec, unit.bytes))) continue;
     different.insert(unit.bytes);
     ours.push_back(ListSetElements(codec, unit.bytes, formats));
+    EXPECT_TRUE(ours.back().whole()) << ours.back().endedAt;
   }
   // The first block shows what the demuxer put aside, which comes again in its place.
   std::vector<TracedUnit> traced;
@@ -96,22 +97,13 @@ size_t CompareAll(Codec codec, const std::string& file) {
       traced.push_back(unit);
     }
   }
-  // The reader drops a packet from the unit on that it refuses; every set that it shows is one of ours, in
-  // order.
-  size_t next = 0;
-  for (const SetElements& set : ours) {
-    if (next == traced.size()) break;
-    const std::vector<ElementLine> expected = Traced(codec, traced[next]);
-    const std::vector<ElementLine> actual = Ours(set);
-    const bool begins =
-        expected.size() <= actual.size() && std::equal(expected.begin(), expected.end(), actual.begin());
-    if (begins && (expected.size() == actual.size() || !set.whole())) ++next;
+  EXPECT_EQ(traced.size(), ours.size()) << aside << " put aside";
+  for (size_t i = 0; i < std::min(traced.size(), ours.size()); ++i) {
+    const std::vector<ElementLine> expected = Traced(codec, traced[i]);
+    const std::vector<ElementLine> actual = Ours(ours[i]);
+    EXPECT_EQ(actual, expected) << "set " << i << ", " << traced[i].heading;
+    if (actual != expected) break;
   }
-  EXPECT_EQ(next, traced.size()) << aside << " put aside";
-  if (next < traced.size()) {
-    for (const ElementLine& line : Traced(codec, traced[next])) ADD_FAILURE() << line;
-  }
-  EXPECT_GT(traced.size(), ours.size() * 3 / 4);
   return different.size();
 }
 
@@ -214,9 +206,11 @@ std::string X265(Settings& draw) {
   if (draw.Maybe()) words += " --deblock " + draw.Of({"-3:2", "6:-6", "0:0"});
   if (draw.Maybe()) words += " --cbqpoffs " + draw.Of({"-12", "3"}) + " --crqpoffs " + draw.Of({"-2", "12"});
   if (draw.Maybe()) words += " --log2-max-poc-lsb " + draw.Of({"4", "9", "16"});
+  // Without timing information this encoder still writes vui_hrd_parameters_present_flag, which no reader of
+  // the standard's syntax expects: --no-vui-timing-info is left out.
   if (draw.Maybe())
-    words += draw.Of({" --no-vui-timing-info", " --no-vui-hrd-info", " --opt-qp-pps",
-                      " --opt-ref-list-length-pps", " --constrained-intra"});
+    words += draw.Of(
+        {" --no-vui-hrd-info", " --opt-qp-pps", " --opt-ref-list-length-pps", " --constrained-intra"});
   if (draw.Maybe()) words += " --max-merge " + draw.Of({"1", "5"}) + " --max-tu-size " + draw.Of({"8", "32"});
   return words + " -o '{out}.one' 2>/dev/null && cat '{out}.one';\n";
 }
