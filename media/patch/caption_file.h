@@ -8,7 +8,7 @@
 
 #include "captions/caption_track.h"
 #include "captions/reader.h"
-#include "patch/options.h"
+#include "qlnmedia/patch.h"
 
 namespace qlnmedia {
 

@@ -11,7 +11,7 @@
 #include "container/media_file.h"
 #include "container/media_writer.h"
 #include "patch/caption_file.h"
-#include "patch/options.h"
+#include "qlnmedia/patch.h"
 #include "qlnmedia/stream_editor.h"
 
 namespace qlnmedia {

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/error.h"
+#include "base/progress.h"
 #include "container/media_file.h"
 #include "container/media_writer.h"
 #include "container/packet_joiner.h"

@@ -47,6 +47,32 @@ run(cxx_compiler, "-std=c++17", *strict, f"{here}/consumer.cpp", "-o", f"{work}/
 for program in ("with_pkgconfig_c", "with_pkgconfig_cxx"):
     run(f"{work}/{program}")
 
+# the engine: a host that patches a file, and one that edits units in memory and names no other library
+clip, raw = f"{work}/clip.mp4", f"{work}/clip.h264"
+pictures = ["ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", "testsrc2=s=128x96:r=25:d=0.4", "-pix_fmt", "yuv420p",
+            "-c:v", "libx264"]
+run(*pictures, clip)
+run(*pictures, "-x264-params", "aud=1:keyint=5", raw)
+
+
+def run_engine_consumers(folder):
+    run(f"{folder}/engine_consumer", clip, f"{work}/patched.mp4")
+    run(f"{folder}/editor_consumer", raw)
+
+
+run(cmake, "-S", f"{here}/engine", "-B", f"{work}/engine", "-G", "Ninja", f"-DCMAKE_PREFIX_PATH={prefix}",
+    f"-DCMAKE_CXX_COMPILER={cxx_compiler}")
+run(cmake, "--build", f"{work}/engine")
+run_engine_consumers(f"{work}/engine")
+flags = shlex.split(run("pkg-config", "--cflags", "--libs", "qlnmedia", **package_path))
+if any("av" in flag for flag in flags if flag.startswith("-l")):
+    sys.exit(f"a host of the engine is told to link {flags}")
+os.makedirs(f"{work}/engine_pkgconfig")
+for consumer in ("engine_consumer", "editor_consumer"):
+    run(cxx_compiler, "-std=c++20", *strict, f"{here}/{consumer}.cpp", "-o", f"{work}/engine_pkgconfig/{consumer}",
+        *flags, f"-Wl,-rpath,{library_dir}")
+run_engine_consumers(f"{work}/engine_pkgconfig")
+
 # the tool, from where it lies
 run(f"{prefix}/bin/qlnmedia", "--version")
 

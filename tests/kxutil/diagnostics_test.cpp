@@ -60,6 +60,35 @@ TEST(Diagnostics, TheDefaultSinkWritesLinesAndDropsDebugTexts) {
   EXPECT_EQ(StandardErrorOf([] { OutputDebugStringA("debug"); }), "");
 }
 
+void Keep(uint32_t, const char* text, void* context) {
+  static_cast<std::vector<std::string>*>(context)->emplace_back(text);
+}
+
+TEST(Diagnostics, AThreadMayHaveASinkOfItsOwn) {
+  MessageCapture capture;
+  std::vector<std::string> own, inner;
+  KXDiagnosticSink before = Keep;
+  void* beforeContext = &own;
+  kxSetThreadDiagnosticSink(Keep, &own, &before, &beforeContext);
+  EXPECT_EQ(before, nullptr);
+  EXPECT_EQ(beforeContext, nullptr);
+  ErrOut("mine");
+  std::thread([] { ErrOut("another's"); }).join();
+  kxSetThreadDiagnosticSink(Keep, &inner, &before, &beforeContext);
+  EXPECT_EQ(before, Keep);
+  EXPECT_EQ(beforeContext, &own);
+  ErrOut("inner");
+  kxSetThreadDiagnosticSink(before, beforeContext, nullptr, nullptr);
+  ErrOut("mine again");
+  kxSetThreadDiagnosticSink(nullptr, nullptr, nullptr, nullptr);
+  ErrOut("everybody's");
+  EXPECT_EQ(own, (std::vector<std::string>{"mine", "mine again"}));
+  EXPECT_EQ(inner, std::vector<std::string>{"inner"});
+  ASSERT_EQ(capture.messages().size(), 2u);
+  EXPECT_EQ(capture.messages()[0].text, "another's");
+  EXPECT_EQ(capture.messages()[1].text, "everybody's");
+}
+
 struct Counter {
   int inside = 0;
   int overlaps = 0;

@@ -1,0 +1,53 @@
+/// @file patch.h
+/// Changes what a media file says of its streams, and leaves every coded slice as it is.
+///
+/// Calls share nothing: several may run at the same time, in threads of their own, on different outputs.
+#ifndef QLNMEDIA_PATCH_H
+#define QLNMEDIA_PATCH_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "qlnmedia/api.h"
+#include "qlnmedia/progress.h"
+#include "qlnmedia/stream_editor.h"
+
+namespace qlnmedia {
+
+/// Captions that come from a file and go into one stream.
+struct CaptionOptions {
+  std::string file;  ///< .scc or .mcc
+  std::string
+      offset;  ///< the file's timecode that falls on the first picture; empty for its first whole hour
+  bool replace = false;  ///< captions that the stream has are taken out
+};
+
+/// The changes of every H.264 and HEVC stream of a file, and the captions of one.
+struct EditOptions : StreamChanges {
+  std::optional<CaptionOptions> captions;
+  ProgressCallback progress;  ///< may be empty
+  /// True if anything is to be changed at all.
+  bool any() const { return beyondCaptions() || captions; }
+};
+
+struct PatchOptions : EditOptions {
+  std::string in;       ///< path of the file to read
+  std::string out;      ///< path of the file to write, of the same kind; another file than `in`
+  bool dryRun = false;  ///< everything is done but writing; `out` is not looked at
+  bool verify = false;  ///< the output is read back and its slices and times held against the input's
+};
+
+/// What a run changed, one line each, as "stream 0: 12 parameter sets, avcC and container colour".
+struct PatchResult {
+  std::vector<std::string> lines;
+};
+
+/// Patches a file. The output gets its name when it is whole; it replaces a file of that name.
+/// @throws Error      where it cannot be done, saying why; `out` then does not exist, or is what it was
+/// @throws Cancelled  where `progress` calls it off; the same holds
+QLNMEDIA_API PatchResult PatchFile(const PatchOptions& options);
+
+}  // namespace qlnmedia
+
+#endif
