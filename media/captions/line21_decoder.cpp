@@ -10,8 +10,6 @@
 
 namespace qlnmedia {
 
-namespace captions = qlnmedia::captions;
-
 namespace {
 
 constexpr uint8_t kValue = 0x7F;          // without parity

@@ -11,8 +11,6 @@
 
 namespace qlnmedia {
 
-namespace captions = qlnmedia::captions;
-
 namespace {
 
 void Append(std::optional<Triplets>& all, const std::optional<Triplets>& more) {

@@ -11,8 +11,6 @@
 
 namespace qlnmedia {
 
-namespace captions = qlnmedia::captions;
-
 namespace {
 
 constexpr size_t kMostOfTheLibrary = 10;  // triplets that its H.264 maker takes, and always takes

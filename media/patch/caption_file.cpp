@@ -11,8 +11,6 @@
 
 namespace qlnmedia {
 
-namespace captions = qlnmedia::captions;
-
 CaptionFile::CaptionFile(const CaptionOptions& options) : options_(options) {
   std::string reason;
   std::optional<captions::CaptionTrack> track =

@@ -8,8 +8,6 @@
 
 namespace qlnmedia {
 
-namespace captions = qlnmedia::captions;
-
 namespace {
 
 constexpr double kSameRate = 0.005;
