@@ -28,12 +28,13 @@ namespace {
 // A parser with its tokens, which are filled with something before they are used.
 struct Tokenizer {
   explicit Tokenizer(size_t room) : tokens(room) {
-    std::memset(tokens.data(), 0x5A, tokens.size() * sizeof(jsmntok_t));
+    if (room != 0) std::memset(tokens.data(), 0x5A, room * sizeof(jsmntok_t));
   }
   bool operator==(const Tokenizer& other) const {
     return parser.pos == other.parser.pos && parser.toknext == other.parser.toknext &&
-           parser.toksuper == other.parser.toksuper &&
-           std::memcmp(tokens.data(), other.tokens.data(), tokens.size() * sizeof(jsmntok_t)) == 0;
+           parser.toksuper == other.parser.toksuper && tokens.size() == other.tokens.size() &&
+           (tokens.empty() ||
+            std::memcmp(tokens.data(), other.tokens.data(), tokens.size() * sizeof(jsmntok_t)) == 0);
   }
   jsmn_parser parser;
   std::vector<jsmntok_t> tokens;
