@@ -44,7 +44,7 @@ void InsertOurs(benchmark::State& run, const Bytes& bytes) {
                                                         bytes.size(), qln::kInsertionSeiPacket);
   // Removed again, it is what it was.
   Bytes back(escaped);
-  constexpr qln::EmulationRemoval kBehindTheCode{4, false, false, false};
+  constexpr qln::EmulationRemoval kBehindTheCode{4, false, false};
   const size_t removed = qln::RemoveEmulationPrevention(back.data(), output.data(), escaped, kBehindTheCode);
   back.resize(escaped - removed);
   Require(back == bytes, "emulation prevention inserted");

@@ -12,7 +12,7 @@ if ! cmake --preset fuzz >build/configure.log 2>&1; then
   cat build/configure.log >&2
   exit 1
 fi
-cmake --build build/fuzz --parallel "$(nproc)"
+cmake --build build/fuzz --target fuzz_targets --parallel "$(nproc)"
 mkdir -p build/fuzz/findings
 
 failed=()

@@ -44,7 +44,7 @@ TEST(Carrier, SizesOfEveryWidthGrowWhereTheyMust) {
     track.sizeBits = bits;
     const Bytes file = BuildMovie({.tracks = {track, SampleTrack(4, 2)}});
     ExpectCarried(file);
-    for (const size_t size : {15, 16, 255, 256, 65535, 65536}) {
+    for (const size_t size : {15u, 16u, 255u, 256u, 65535u, 65536u}) {
       FunctionEditor editor([&](const Sample& sample, const Bytes&) -> std::optional<Bytes> {
         if (sample.number == 3) return Noise(size, 3);
         return std::nullopt;

@@ -74,7 +74,7 @@ TEST(SampleTable, ChunksDescriptionsTimesAndSyncSamples) {
 
 TEST(SampleTable, SizesOfEveryWidth) {
   for (const int bits : {4, 8, 16, 32}) {
-    for (const size_t count : {1, 2, 7}) {
+    for (const size_t count : {1u, 2u, 7u}) {
       TrackSpec track = SomeTrack(count);
       track.sizeBits = bits;
       ExpectAsListed(BuildMovie({.tracks = {track}}), 1);

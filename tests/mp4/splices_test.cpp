@@ -82,7 +82,7 @@ TEST(Splices, DifferenceIsSmallAndBeginsInsideTheOld) {
 
 TEST(Splices, SameBytesTwiceAreRefused) {
   Spool spool;
-  for (const uint64_t second : {3, 4}) {
+  for (const uint64_t second : {3u, 4u}) {
     Splices splices(spool);
     splices.Add(3, 2, Text("x"));
     splices.Add(second, 1, Text("y"));

@@ -90,7 +90,7 @@ Long LongMovie(uint64_t mdatBytes, bool offsetsBehind = false) {
 
 TEST(WidePlaces, ChunksAndMediaDataGetSixtyFourBits) {
   const Long movie = LongMovie(0xFFFFFFF0 - 800);
-  for (const size_t grown : {4, 2000}) {
+  for (const size_t grown : {4u, 2000u}) {
     const SparseSource source(movie.front, movie.zeros, movie.back);
     Carrier carrier(source);
     FunctionEditor editor([&](const Sample& sample, const Bytes& bytes) -> std::optional<Bytes> {

@@ -60,7 +60,7 @@ TEST(ElementReader, OtherUnitsAndOtherCodecs) {
   ElementReader reader(VideoCodec::kHevc);
   EXPECT_TRUE(reader.Read(qln::test::Hex("2601AF")).elements.empty());
   EXPECT_TRUE(reader.Read({}).elements.empty());
-  EXPECT_THROW(ElementReader(VideoCodec::kMpeg2), Error);
+  EXPECT_THROW(ElementReader{VideoCodec::kMpeg2}, Error);
 }
 
 }  // namespace

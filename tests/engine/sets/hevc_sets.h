@@ -23,7 +23,7 @@ inline void PutHevcProfile(DescribedSet& set, const std::string& prefix, const s
   if (idc >= 4 && idc <= 11) {
     for (const char* limit : {"max_12bit", "max_10bit", "max_8bit", "max_422chroma", "max_420chroma",
                               "max_monochrome", "intra", "one_picture_only", "lower_bit_rate"})
-      set.u(name(std::string(limit) + "_constraint_flag"), 1, limit[4] % 2);
+      set.u(name(std::string(limit) + "_constraint_flag"), 1, static_cast<unsigned>(limit[4]) % 2);
     if (idc == 5 || idc >= 9) {
       set.u(name("max_14bit_constraint_flag"), 1, 1).u(name("reserved_zero_33bits"), 33, 0x123456789);
     } else {
