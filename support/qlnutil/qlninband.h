@@ -6,10 +6,25 @@
 /// byte outside the capacity is touched but where a function says so. Functions are re-entrant on different
 /// frames; a frame belongs to one thread while a function works on it.
 ///
-/// The caption packet, in `captionData` with `captionSize` bytes: 4 bytes of prefix that nobody reads, then
-/// an ANC packet (SMPTE ST 291: DID 0x61, SDID 0x01, data count) that holds a caption distribution packet
-/// (SMPTE ST 334-2: 0x96 0x69, cdp_length, frame rate, flags, sequence counter, sections, footer) and ends in
-/// one checksum byte.
+/// The caption packet, in `captionData` with `captionSize` bytes: 4 bytes of prefix that nobody reads; the
+/// head of an ANC packet (SMPTE ST 291), DID 0x61, SDID 0x01 and data count; and the caption distribution
+/// packet (SMPTE ST 334-2) of as many bytes, whose own checksum is the last byte. No ANC checksum follows.
+/// For ten triplets at 59.94 pictures a second, captionSize 50:
+///
+///     00 00 00 00                      prefix
+///     61 01 2B                         ANC head: 43 bytes of user data
+///     96 69 2B 7F 43 01 02             cdp_identifier, cdp_length, cdp_frame_rate 7, flags, sequence counter
+///     72 EA  FC 94 2C  FD 80 80  ...   ccdata_id, marker bits and cc_count 10, ten triplets of 3 bytes
+///     74 01 02 xx                      footer id, the same counter, packet_checksum
+///
+/// A packet that goes into a frame must satisfy, as the functions here check it: at least 14 bytes; 61 01 at
+/// offset 4 and 96 69 at offset 7, the data count equal to cdp_length, or -1 silently; `captionSize` at least
+/// data count + 7, or -1 with "ERROR: mfcc, declared size %d exceeds packet size %d " (the size at most data
+/// count + 5) or "ERROR: mfcc, expectsize %d, calculated size %d "; the counter at offset 12 equal to the one
+/// at data count + 4, or "ERROR: mfcc, counts don't match ..."; and the bytes from offset 7 to the last but
+/// one summing up, modulo 256, to the last byte or to its negative, or "ERROR: mfcc, bad CC 708 Checksum ".
+/// qlnutil/helpers.h builds such a packet from triplets. What qlnUtilAddHevcCaptions makes (user data "GA94")
+/// is not what qlnUtilReadHevcCaptionsSEI looks for (a whole ANC packet, or line 21 pairs).
 #ifndef QLNUTIL_QLNINBAND_H
 #define QLNUTIL_QLNINBAND_H
 
@@ -39,7 +54,7 @@ QLN_C_BEGIN
 /// @param captionSize bytes in @p caption; 0 means no captions.
 /// @param lengthPrefix non-zero for a frame in length form, 0 for start codes.
 /// @return 0 when the unit went in, and for a @p captionSize of 0; -1 for a null argument or a null
-/// `frameData`, and for a packet that is refused, with the message that CheckCaptionPacket gives; -102 with
+/// `frameData`, and for a packet that is refused, with the message told above; -102 with
 /// "No Allocation for CC Data" when `frameSize` + triplet bytes + 285 is above `frameCapacity`. The frame is
 /// untouched in all cases but the first.
 QLN_API int32_t qlnutilAddAVCCaptions(DFrame* frame, const uint8_t* caption, uint32_t captionSize,
@@ -59,20 +74,21 @@ QLN_API int32_t qlnutilAddAVCCaptions(DFrame* frame, const uint8_t* caption, uin
 /// @return the bytes inserted; 0 with the frame untouched when there is no place, for a null frame or
 /// `frameData`, and when there is no SEI to insert. In the last case "Sei cc not added Length 0 %s %d" goes
 /// out, behind the message that tells why: "No SEI CC data size is %d" for a `captionSize` below 4 or of
-/// 0xFFFFFFFF, or that of CheckCaptionPacket. A `captionSize` above 512 is refused without such a message.
-/// Where cc_count is more than the packet holds, "\nCC count is wrong %d actual %d" goes out and the triplets
-/// that are there go in.
+/// 0xFFFFFFFF, or that of the packet's check, told above. A `captionSize` above 512 is refused without such a
+/// message. Where cc_count is more than the packet holds, "\nCC count is wrong %d actual %d" goes out and the
+/// triplets that are there go in.
 QLN_API uint32_t qlnUtilAddHevcCaptions(DFrame* frame, uint32_t reserved);
 
 /// Puts the frame's own caption packet in front of an MPEG-2 frame as a user data block.
 ///
 /// The block is 00 00 00 01 B2, "GA94", 03, a count byte, FF, the packet's bytes from offset 16 (data count
-/// minus 7 of them, zero bytes behind `captionSize`), FF. The count byte is the number of whole triplets
-/// without flag bits; readers that ask for process_cc_data_flag pass the block over.
+/// minus 7 of them, zero bytes behind `captionSize`), FF. The count byte is the number of whole groups of
+/// three bytes from there on, those of the packet's footer included, without flag bits; readers that ask for
+/// process_cc_data_flag pass the block over.
 ///
 /// @param frame in and out; `frameSize` grows by the block's length (13 bytes and the packet's).
 /// @return 0 when the block went in; -1 for a null frame or `frameData`, a `captionSize` above 512, and a
-/// packet that is refused, with the message that CheckCaptionPacket gives; -102 with "No Allocation for CC
+/// packet that is refused, with the message told above; -102 with "No Allocation for CC
 /// Data" when `frameSize` + `captionSize` + 285 is above `frameCapacity`. The frame is untouched in all cases
 /// but the first.
 QLN_API int32_t qlnutilAddMPEG2Captions(DFrame* frame);
@@ -81,7 +97,7 @@ QLN_API int32_t qlnutilAddMPEG2Captions(DFrame* frame);
 ///
 /// `captionData` receives a caption packet around the triplets, `captionFlags` QLN_CAPTION_ANC, `captionSize`
 /// 19 + 3 x cc_count. The packet has no footer counter, and its checksums are plain sums, so
-/// CheckCaptionPacket does not pass it. Emulation prevention is not removed: a host hands over unescaped
+/// the check told above does not pass it. Emulation prevention is not removed: a host hands over unescaped
 /// bytes where that matters.
 ///
 /// @param sei the unit from its NAL header on. @param size its bytes; triplets behind them read as zero.
