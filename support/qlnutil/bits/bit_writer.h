@@ -147,7 +147,7 @@ class BitWriter {
     if (before + count <= 8) {
       const uint32_t behind = 8 - before - count;
       const uint32_t mask = (1u << count) - 1;
-      *first = static_cast<uint8_t>(*first ^ (((*first >> behind) ^ value) & mask) << behind);
+      *first = static_cast<uint8_t>((*first & ~(mask << behind)) | (value & mask) << behind);
     } else {
       PutLong(first, before, count, value);
     }
