@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kxutil/kxutil.h"
+#include "support/sanitizers.h"
 #include "support/test_support.h"
 
 namespace qln::test {
@@ -117,7 +118,7 @@ TEST(Memory, AnEmptyBlockIsABlock) {
   KXFree(block);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !defined(QLN_ADDRESS_SANITIZER) && !defined(QLN_THREAD_SANITIZER)
 TEST(Memory, ABlockThatCannotBeIsNull) {
   EXPECT_EQ(KXAlloc(std::numeric_limits<size_t>::max() / 2), nullptr);
 }

@@ -10,8 +10,9 @@
 #include "mediacmd/allocations.h"
 #include "mediacmd/command_support.h"
 #include "qlnutil/mediacmd/command_json.h"
+#include "support/sanitizers.h"
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef QLN_ADDRESS_SANITIZER
 #include <sanitizer/lsan_interface.h>
 #endif
 
@@ -20,7 +21,7 @@ namespace {
 
 // The XML library loses the element that it is at when memory runs out; nothing of ours is lost with it.
 class ParserMayLeak {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef QLN_ADDRESS_SANITIZER
  public:
   ParserMayLeak() { __lsan_disable(); }
   ~ParserMayLeak() { __lsan_enable(); }
