@@ -1,24 +1,11 @@
-// libavformat, libavcodec and libavutil, and owners of their objects.
+// libavformat, libavcodec and libavutil (see libav_calls.h), and owners of their objects.
 #ifndef MEDIA_CONTAINER_LIBAV_HANDLES_H
 #define MEDIA_CONTAINER_LIBAV_HANDLES_H
-
-extern "C" {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wconversion"
-#pragma GCC diagnostic ignored "-Wpedantic"
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-#include <libavutil/avutil.h>
-#include <libavutil/display.h>
-#include <libavutil/dovi_meta.h>
-#include <libavutil/imgutils.h>
-#include <libavutil/mastering_display_metadata.h>
-#pragma GCC diagnostic pop
-}
 
 #include <memory>
 #include <string>
 
+#include "container/libav_calls.h"
 #include "units/coded_stream.h"
 
 namespace qlnmedia {

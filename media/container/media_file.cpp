@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <mutex>
 #include <new>
 
 #include "base/error.h"
@@ -23,28 +22,6 @@
 namespace qlnmedia {
 
 namespace {
-
-// The errors that libav logs, kept for the line that a failure prints instead of going to standard error.
-std::mutex logMutex;
-std::vector<std::string>& LogLines() {
-  static std::vector<std::string> lines;
-  return lines;
-}
-
-void KeepLog(void* object, int level, const char* format, va_list arguments) {
-  if (level > AV_LOG_ERROR) return;
-  std::array<char, 512> line{};
-  int prefix = 0;
-  av_log_format_line2(object, level, format, arguments, line.data(), static_cast<int>(line.size()), &prefix);
-  const std::lock_guard<std::mutex> lock(logMutex);
-  if (LogLines().size() < 100) LogLines().emplace_back(line.data());
-}
-
-bool LogMentions(std::string_view text) {
-  const std::lock_guard<std::mutex> lock(logMutex);
-  return std::any_of(LogLines().begin(), LogLines().end(),
-                     [&](const std::string& line) { return line.find(text) != std::string::npos; });
-}
 
 bool IsOneOf(std::string_view name, std::initializer_list<std::string_view> names) {
   return std::find(names.begin(), names.end(), name) != names.end();
@@ -85,15 +62,19 @@ void RestoreKeyMark(const AVFormatContext& context, AVPacket* packet) {
               "name a media file such as MP4, MOV, MKV, TS or raw video");
 }
 
-// Throws where a box other than the media data has a size that cannot be; data that is cut off is the end of
-// the file and no wrong size.
-void FailWrongBox(const std::string& path) {
-  const std::optional<IsoLayout::WrongBox> wrong = ReadIsoLayout(path).wrongBox;
-  if (!wrong || (IsOneOf(wrong->type, {"mdat", "moov"}) && wrong->said > wrong->left)) return;
-  throw Error(path,
-              fmt::format("the box \"{}\" at byte {} says a size of {} bytes, where {} are left",
-                          Printable(wrong->type), wrong->at, wrong->said, wrong->left),
-              "copy or record the file again");
+// Throws for a file of boxes that does not open: where a box other than the media data has a size that cannot
+// be (data that is cut off is the end of the file and no wrong size), and where there is no index.
+void FailBoxes(const std::string& path) {
+  const IsoLayout layout = ReadIsoLayout(path);
+  const std::optional<IsoLayout::WrongBox>& wrong = layout.wrongBox;
+  if (wrong && !(IsOneOf(wrong->type, {"mdat", "moov"}) && wrong->said > wrong->left))
+    throw Error(path,
+                fmt::format("the box \"{}\" at byte {} says a size of {} bytes, where {} are left",
+                            Printable(wrong->type), wrong->at, wrong->said, wrong->left),
+                "copy or record the file again");
+  if (layout.tracks.empty())
+    throw Error(path, "does not open because it is cut off: its index (moov) is missing",
+                "copy or record it again");
 }
 
 }  // namespace
@@ -111,11 +92,6 @@ MediaFile::MediaFile(const std::string& path) : path_(path) {
   sizeBytes_ = status.st_size;
   if (S_ISREG(status.st_mode) && sizeBytes_ == 0) throw Error(path, "is empty");
 
-  av_log_set_callback(KeepLog);
-  {
-    const std::lock_guard<std::mutex> lock(logMutex);
-    LogLines().clear();
-  }
   AVDictionary* options = nullptr;
   av_dict_set(&options, "protocol_whitelist", "file", 0);
   AVFormatContext* opened = nullptr;
@@ -123,10 +99,7 @@ MediaFile::MediaFile(const std::string& path) : path_(path) {
   const int result = avformat_open_input(&opened, ("file:" + path).c_str(), nullptr, &options);
   av_dict_free(&options);
   if (result < 0) {
-    if (BeginsWithBox(path)) FailWrongBox(path);
-    if (LogMentions("moov atom not found") && BeginsWithBox(path))
-      throw Error(path, "does not open because it is cut off: its index (moov) is missing",
-                  "copy or record it again");
+    if (BeginsWithBox(path)) FailBoxes(path);
     if (result == AVERROR_INVALIDDATA || result == AVERROR_EOF) FailNoMedia(path);
     throw Error(path, "cannot be opened: " + LibavErrorText(result));
   }
