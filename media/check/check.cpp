@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "base/error.h"
+#include "base/library_messages.h"
 #include "base/progress.h"
 #include "check/captions.h"
 #include "check/stream_checker.h"
@@ -39,6 +40,7 @@ bool HasCodedVideo(const std::vector<MediaStream>& streams) {
 }  // namespace
 
 std::vector<Finding> CheckFile(const std::string& path, const ProgressCallback& progress) {
+  const MessageSink messages;  // findings say it better
   MediaFile file(path);
   file.RequireVideo();
   if (!HasCodedVideo(file.streams())) throw Error(path, "has no H.264, HEVC or MPEG-2 stream");

@@ -9,6 +9,7 @@
 #include <cmath>
 #include <string_view>
 
+#include "inspect/inspect.h"
 #include "qlnutil/format/rates.h"
 #include "qlnutil/format/signal_format.h"
 #include "qlnutil/format/tc_type.h"
@@ -187,5 +188,9 @@ void AddSignalFormat(Section& section, const Raster& raster) {
               fmt::format("{} ({})", NameOf(format), WordText(format)),
               RasterOf(format) == RasterText(raster) ? "" : "for " + RasterOf(format));
 }
+
+Report ReportOnFormat(uint32_t word) { return ReportOf(DescribeFormat(word)); }
+
+Report ReportOnRaster(const Raster& raster) { return ReportOf(DescribeRaster(raster)); }
 
 }  // namespace qlnmedia

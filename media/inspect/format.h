@@ -2,23 +2,11 @@
 #ifndef MEDIA_INSPECT_FORMAT_H
 #define MEDIA_INSPECT_FORMAT_H
 
-#include <cstdint>
-#include <optional>
-#include <string>
-
 #include "base/report.h"
+#include "qlnmedia/signal_format.h"
 #include "qlnutil/qlnformat.h"
 
 namespace qlnmedia {
-
-// A raster with its rate; rate / scale frames per second.
-struct Raster {
-  uint32_t width = 0;
-  int32_t height = 0;  // negative for a bottom-up image
-  uint32_t rate = 0;
-  uint32_t scale = 1;
-  bool progressive = true;
-};
 
 // All that the library tells of a word; any word can be described.
 Section DescribeFormat(QLNSignalFormat format);

@@ -12,6 +12,9 @@ namespace qlnmedia {
 // What InspectFile reports.
 Section ReportOnFile(const std::string& path, const InspectOptions& options);
 
+// A section in the form that hosts get.
+Report ReportOf(Section section);
+
 // A section as the tree that hosts walk.
 ReportItem TreeOf(const Section& section);
 

@@ -28,6 +28,8 @@ ReportItem FactOf(ReportItem::Kind kind, std::string key, std::string label, con
 ReportItem TableOf(const Section::Node& node) {
   ReportItem table;
   table.kind = ReportItem::Kind::kTable;
+  for (const Column& column : node.columns)
+    table.columns.push_back({column.key, column.jsonOnly ? "" : column.heading, column.right});
   for (const auto& row : node.rows) {
     ReportItem& item = table.children.emplace_back();
     item.kind = ReportItem::Kind::kRow;
@@ -42,11 +44,12 @@ ReportItem TableOf(const Section::Node& node) {
 }
 
 ReportItem ElementsOf(const Section::Node& node) {
-  ReportItem section;
+  ReportItem elements;
+  elements.kind = ReportItem::Kind::kElements;
   for (const Element& element : node.elements)
-    section.children.push_back(FactOf(ReportItem::Kind::kElement, element.name, element.name, element.value,
-                                      PlainText(element.value), element.note));
-  return section;
+    elements.children.push_back(FactOf(ReportItem::Kind::kElement, element.name, element.name, element.value,
+                                       PlainText(element.value), element.note));
+  return elements;
 }
 
 ReportItem ItemOf(const Section::Node& node) {
@@ -94,11 +97,15 @@ const ReportItem& Report::root() const { return contents_->root; }
 
 std::string Report::ToJson(int indent) const { return JsonText(contents_->section.ToJson(), indent); }
 
-Report InspectFile(const std::string& path, const InspectOptions& options) {
+Report ReportOf(Section section) {
   auto contents = std::make_shared<Report::Contents>();
-  contents->section = ReportOnFile(path, options);
+  contents->section = std::move(section);
   contents->root = TreeOf(contents->section);
   return Report(std::move(contents));
+}
+
+Report InspectFile(const std::string& path, const InspectOptions& options) {
+  return ReportOf(ReportOnFile(path, options));
 }
 
 }  // namespace qlnmedia

@@ -21,23 +21,32 @@ struct InspectOptions {
   bool units = false;  ///< every unit of those frames, with its header
 };
 
+/// What the facts of one column of a table have in common.
+struct ReportColumn {
+  std::string key;
+  std::string label;   ///< its heading; empty for a column that programs alone get
+  bool right = false;  ///< stands flush right, as numbers do
+};
+
 /// One entry of a report, in the order in which people read it.
 struct ReportItem {
   enum class Kind {
-    kSection,  ///< `label` is its title; the children are its entries
-    kFact,     ///< one value
-    kTable,    ///< the children are rows
-    kRow,      ///< the children are facts, one a column
-    kElement,  ///< a syntax element by its published name: a fact of its own kind
-    kNote,     ///< `text` is something that a reader should not miss
+    kSection,   ///< `label` is its title; the children are its entries
+    kFact,      ///< one value
+    kTable,     ///< the children are rows; `label` is its title, which may be empty
+    kRow,       ///< the children are facts, one a column
+    kElements,  ///< the children are elements; `label` is their title, which may be empty
+    kElement,   ///< a syntax element by its published name: a fact of its own kind
+    kNote,      ///< `text` is something that a reader should not miss
   };
   Kind kind = Kind::kSection;
-  std::string key;      ///< its name in the JSON form; empty for rows, and for the root
-  bool inList = false;  ///< a section that is one of several under its key, an array in JSON
-  std::string label;    ///< as people read it; empty for a column that programs alone get
-  std::string value;    ///< of facts and elements: the value as JSON text
-  std::string text;     ///< of facts and elements: the value as people read it
-  std::string note;     ///< said behind the value; mostly empty
+  std::string key;                    ///< its name in the JSON form; empty for rows, and for the root
+  bool inList = false;                ///< a section that is one of several under its key, an array in JSON
+  std::string label;                  ///< as people read it; empty for a column that programs alone get
+  std::string value;                  ///< of facts and elements: the value as JSON text
+  std::string text;                   ///< of facts and elements: the value as people read it
+  std::string note;                   ///< said behind the value; mostly empty
+  std::vector<ReportColumn> columns;  ///< of tables
   std::vector<ReportItem> children;
 };
 
@@ -50,10 +59,11 @@ class QLNMEDIA_API Report {
   /// on one line for -1.
   std::string ToJson(int indent = 2) const;
 
- private:
-  friend QLNMEDIA_API Report InspectFile(const std::string& path, const InspectOptions& options);
+  /// For the engine's own rooms.
   struct Contents;
   explicit Report(std::shared_ptr<const Contents> contents) : contents_(std::move(contents)) {}
+
+ private:
   std::shared_ptr<const Contents> contents_;
 };
 

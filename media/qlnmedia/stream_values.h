@@ -1,8 +1,12 @@
-// Values of colour and HDR, as streams carry them.
+// Values of colour and HDR, as streams carry them, and the forms in which people write them.
 #ifndef QLNMEDIA_STREAM_VALUES_H
 #define QLNMEDIA_STREAM_VALUES_H
 
 #include <cstdint>
+#include <string>
+
+#include "qlnmedia/api.h"
+#include "qlnmedia/error.h"
 
 namespace qlnmedia {
 
@@ -34,6 +38,20 @@ struct LightLevel {
   uint16_t maxAverage = 0;
   friend bool operator==(const LightLevel&, const LightLevel&) = default;
 };
+
+/// Reads "p3", "bt2020" (1000 and 0.0001 cd/m2 both), or "G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min)" in the units
+/// of MasteringDisplay.
+/// @throws Error for anything else, and for values out of their range
+QLNMEDIA_API MasteringDisplay ParseMasteringDisplay(const std::string& text);
+
+/// Reads "MAX,AVERAGE" in cd/m2.
+/// @throws Error for anything else
+QLNMEDIA_API LightLevel ParseLightLevel(const std::string& text);
+
+/// Reads a name (bt709, bt601-525, bt601-625, bt2020-pq, bt2020-hlg, p3-pq) or "P:T:M", the three codes in
+/// decimal.
+/// @throws Error for anything else
+QLNMEDIA_API ColourCodes ParseColour(const std::string& text);
 
 }  // namespace qlnmedia
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <fstream>
 #include <iterator>
+#include <string>
 #include <vector>
 
 namespace {
@@ -21,6 +22,15 @@ std::vector<Bytes> AccessUnits(const Bytes& stream) {
     units.back().push_back(stream[at]);
   }
   return units;
+}
+
+// Whether a library of that name has come into this process.
+bool IsMapped(const std::string& name) {
+  std::ifstream maps("/proc/self/maps");
+  for (std::string line; std::getline(maps, line);) {
+    if (line.find(name) != std::string::npos) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -53,5 +63,6 @@ int main(int argc, char** argv) {
   }
   editor.Finish();
   if (!pull() || given != units.size()) return 5;
+  if (IsMapped("/libav") || !IsMapped("/libqlnmedia.so")) return 7;
   return changed != 0 && editor.counts().sequenceSets == static_cast<int64_t>(changed) ? 0 : 6;
 }

@@ -4,19 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-
-#include "base/numbers.h"
-#include "inspect/format.h"
+#include <nlohmann/json.hpp>
 
 #include "qlnmedia/program.h"
 
 namespace qln::test {
 namespace {
 
-using qlnmedia::Json;
-using qlnmedia::ParseNumber;
-using qlnmedia::ParseRate;
-using testing::ElementsAre;
+using Json = nlohmann::ordered_json;
 using testing::HasSubstr;
 
 TEST(Format, RasterAsText) {
@@ -58,41 +53,9 @@ TEST(Format, InterlacedWordAsJson) {
       "active_area": {"left": 0, "top": 40, "right": 1920, "bottom": 1120}})"));
 }
 
-TEST(Format, TimecodeTypesOfAFastRate) {
-  const Json json = qlnmedia::DescribeFormat(0x2380B23B).ToJson();
-  EXPECT_EQ(json["timecode_type"]["text"], "drop-frame");
-  EXPECT_EQ(json["timecode_type_full_rate"]["text"], "59.94");
-}
-
-TEST(Format, UnknownTokensAndRatesAreSaid) {
-  const Json json = qlnmedia::DescribeFormat(0x10000100).ToJson();
-  EXPECT_EQ(json["name"], "-1x-1i@Custom");
-  EXPECT_EQ(json["width_token"], Json::parse(R"({"token": 0, "size": null})"));
-  EXPECT_FALSE(json.contains("width"));
-  EXPECT_FALSE(json.contains("rate"));
-  EXPECT_FALSE(json.contains("active_area"));
-}
-
 TEST(Format, InterlacedRaster) {
   EXPECT_THAT(Qlnmedia("format 1920 1080 25 --interlaced").output, HasSubstr("1920x1080i@25\n"));
   EXPECT_THAT(Qlnmedia("format 1920 -1080 25 --interlaced").output, HasSubstr("1920x1080i@25\n"));
-}
-
-TEST(Format, DifferencesFromWhatWasAskedAreNoted) {
-  const Json sd =
-      qlnmedia::DescribeRaster({.width = 720, .height = 480, .rate = 30, .progressive = true}).ToJson();
-  EXPECT_EQ(sd["word"], "0x1120421D");
-  EXPECT_THAT(sd["notes"], ElementsAre("the format is one of 30000/1001; 30 was asked for",
-                                       "the format is one of 720x486; 720x480 was asked for",
-                                       "the format is interlaced; progressive was asked for"));
-  const Json film =
-      qlnmedia::DescribeRaster({.width = 2048, .height = 1080, .rate = 24, .progressive = false}).ToJson();
-  EXPECT_EQ(film["word"], "0x4380C018");
-  EXPECT_THAT(film["notes"], ElementsAre("the format is segmented frames; interlaced was asked for"));
-  const Json exact =
-      qlnmedia::DescribeRaster({.width = 1920, .height = -1080, .rate = 2398, .scale = 100}).ToJson();
-  EXPECT_EQ(exact["word"], "0x2380B217");
-  EXPECT_FALSE(exact.contains("notes"));
 }
 
 TEST(Format, RasterWithoutAFormat) {
@@ -117,30 +80,6 @@ TEST(Format, WrongUsage) {
     EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1) << arguments << result.output;
     EXPECT_THAT(result.output, HasSubstr("qlnmedia format --help"));
   }
-}
-
-TEST(FormatNumbers, DecimalAndHexadecimal) {
-  EXPECT_EQ(ParseNumber("0x2380B21D"), 0x2380B21Du);
-  EXPECT_EQ(ParseNumber("0X2380b21d"), 0x2380B21Du);
-  EXPECT_EQ(ParseNumber("4294967295"), 4294967295u);
-  for (const char* text : {"", "0x", "4294967296", "-1", "+1", " 1", "1 ", "0x1g", "1.5"})
-    EXPECT_FALSE(ParseNumber(text).has_value()) << text;
-}
-
-TEST(FormatNumbers, Rates) {
-  const auto rate = [](const char* text) {
-    const auto parsed = ParseRate(text);
-    return parsed ? std::to_string(parsed->rate) + "/" + std::to_string(parsed->scale) : "none";
-  };
-  EXPECT_EQ(rate("25"), "25/1");
-  EXPECT_EQ(rate("29.97"), "2997/100");
-  EXPECT_EQ(rate("23.976"), "23976/1000");
-  EXPECT_EQ(rate("0.5"), "5/10");
-  EXPECT_EQ(rate("30000/1001"), "30000/1001");
-  EXPECT_EQ(rate("1.000000001"), "1000000001/1000000000");
-  for (const char* text : {"", "0", "0/1", "1/0", "/", "1/", "/1", ".", "1.", "0.0", "1.0000000001", "0x19",
-                           "25p", "5.000000000", "1.2/3", "1/2.3"})
-    EXPECT_EQ(rate(text), "none") << text;
 }
 
 }  // namespace

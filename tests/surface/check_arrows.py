@@ -34,6 +34,8 @@ BELOW_PICTURES = {"base", "units", "sets"}
 SAID = BELOW_PICTURES | {"pictures", "timing", "hdr", "captions"}
 ENGINE = {
     "base": set(),
+    "command": {"base"},
+    "clipinfo": {"base"},
     "units": {"base"},
     "sets": {"base", "units"},
     "pictures": BELOW_PICTURES,
@@ -107,6 +109,18 @@ for path, text in sources("media/qlnmedia"):
     for include in INCLUDE.findall(text):
         if not include.startswith("qlnmedia/"):
             problems.append(f"{path} must not include {include}: it is installed")
+# The command line stands on what any host has: installed headers, and its own.
+INSTALLED = {"kxutil/kxutil.h", "timecode/kxtimecode.h"}
+INSTALLED |= {f"qlnutil/{name}" for name in HEADER_HOME if name != "qlnvidutil.h"}
+INSTALLED |= {f"qlnmedia/{name}" for name in os.listdir(os.path.join(root, "media/qlnmedia"))}
+for path, text in sources("tools"):
+    for include in INCLUDE.findall(text):
+        if "/" in include and include not in INSTALLED:
+            problems.append(f"{path} must not include {include}: it is not installed")
+        if "/" not in include and not os.path.exists(os.path.join(root, os.path.dirname(path), include)):
+            problems.append(f"{path}: {include} is none of its own")
+    if LIBAV.search(text):
+        problems.append(f"{path} must not know libav")
 
 print("\n".join(problems) or "all includes go downwards")
 sys.exit(1 if problems else 0)

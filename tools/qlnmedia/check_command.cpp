@@ -5,10 +5,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
+#include <nlohmann/json.hpp>
 
-#include "base/error.h"
-#include "base/library_messages.h"
-#include "base/report.h"
 #include "commands.h"
 #include "exit_status.h"
 #include "output.h"
@@ -18,6 +16,8 @@
 namespace qlnmedia {
 
 namespace {
+
+using Json = nlohmann::ordered_json;
 
 struct Options {
   std::string file;
@@ -32,7 +32,6 @@ std::string Weighed(const Style& style, const Finding& finding) {
 }
 
 void Run(const Options& options) {
-  const MessageSink messages;
   const std::vector<Finding> findings = CheckFile(options.file, ProgressBar());
   const Style style = Style::ForStream(stdout);
   Json list = Json::array();

@@ -8,16 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "base/error.h"
-#include "base/library_messages.h"
 #include "commands.h"
-#include "kxutil/kxutil.h"
 #include "output.h"
+#include "qlnmedia/command_text.h"
 #include "qlnutil/mediacmd.h"
-#include "qlnutil/mediacmd/command_json.h"
-#include "qlnutil/mediacmd/command_words.h"
-#include "qlnutil/mediacmd/record_view.h"
-#include "qlnutil/mediacmd/timecode_words.h"
+#include "timecode/kxtimecode.h"
 
 namespace qlnmedia {
 
@@ -44,16 +39,17 @@ struct Options {
 
 [[noreturn]] void RefuseUsage(const std::string& text) { throw CLI::ValidationError(text); }
 
+// Without the locale.
 std::string Lower(std::string_view text) {
   std::string lowered(text);
-  for (char& c : lowered) c = qln::AsciiLower(c);
+  for (char& c : lowered) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
   return lowered;
 }
 
 uint32_t CommandOf(const std::string& word) {
   std::string all;
   for (uint32_t cmd = ctStop; cmd <= ctSwitch; ++cmd) {
-    const std::string known = Lower(qln::CommandWord(cmd));
+    const std::string known = Lower(CommandWord(cmd));
     if (known == Lower(word)) return cmd;
     all += (all.empty() ? "" : " ") + known;
   }
@@ -62,8 +58,9 @@ uint32_t CommandOf(const std::string& word) {
 
 uint32_t TypeOf(const std::string& word) {
   std::string all;
-  for (const uint8_t type : std::initializer_list<uint8_t>{0, 1, 2, 4, 8, 16, 32, 64, 128, 132}) {
-    const std::string known(qln::TcTypeWord(type));
+  for (uint32_t type = 0; type <= 0xFF; ++type) {
+    const std::string known(TimecodeTypeWord(static_cast<uint8_t>(type)));
+    if (known.empty()) continue;
     if (known == Lower(word)) return type;
     all += (all.empty() ? "" : " ") + known;
   }
@@ -72,21 +69,22 @@ uint32_t TypeOf(const std::string& word) {
 
 int32_t PointOf(const Point& text, uint32_t type, const char* option) {
   uint32_t frames = 0;
-  if (TimeCodeFromString(text.c_str(), type | qln::kReadTimecode, &frames) != 0) {
+  if (TimeCodeFromString(text.c_str(), type, &frames) != 0) {
     RefuseUsage(std::string(option) + ": " + text +
                 " is no timecode such as 01:00:00:00 and no number of frames");
   }
   return static_cast<int32_t>(frames);
 }
 
+// Of a fresh record, whose texts are all zeros.
 void SetTexts(MediaCmd& command, const Options& options) {
   // The writers leave out a name that reaches the record's last two bytes.
   constexpr size_t kLongestName = sizeof command.FileName - 2;
-  if (options.clip.size() > qln::kClipIdCharacters)
+  if (options.clip.size() >= sizeof command.ClipID)
     RefuseUsage("--clip: a clip identifier has 8 characters at most");
   if (options.name.size() > kLongestName) RefuseUsage("--file: a file name has 4101 characters at most");
-  qln::CopyBounded(command.ClipID, options.clip, sizeof command.ClipID);
-  qln::CopyBounded(command.FileName, options.name, sizeof command.FileName);
+  options.clip.copy(command.ClipID, sizeof command.ClipID);
+  options.name.copy(command.FileName, sizeof command.FileName);
 }
 
 // Fields whose options were given become valid; the rest is repaired as hosts do before they send a command.
@@ -144,53 +142,20 @@ std::string ReadText(const std::string& path) {
   return text;
 }
 
-// Reads a text of either form. Returns whether it was JSON.
-bool ReadCommand(const std::string& path, uint32_t type, MediaCmd& command) {
-  const std::string text = ReadText(path);
-  initMediaCmd(&command, ctStop);
-  const size_t first = text.find_first_not_of(" \t\r\n");
-  const bool isJson = first != std::string::npos && text[first] == '{';
-  MessageSink messages;
-  const bool isRead = isJson ? qln::MediaCmdFromJSON(&command, nullptr, text.c_str()) == 0
-                             : MediaCmdFromXMLString(&command, &type, text.c_str()) == 0;
-  if (!isRead) {
-    std::string why;
-    for (const LibraryMessage& message : messages.Take()) why += " (" + message.text + ")";
-    throw Error(path, "holds no command" + why,
-                "give XML with the root MediaCmd, or JSON with that key first");
-  }
-  // The size in the text is a stranger's: a shorter one bounds data, a longer one would reach outside.
-  if (command.StructSize > sizeof command) command.StructSize = sizeof command;
-  return isJson;
-}
-
-void PrintCommand(MediaCmd& command, uint32_t type, bool asJson) {
-  char* text = nullptr;
-  if (asJson) {
-    qln::MediaCmdToJSON(&text, &command, type);
-  } else {
-    MediaCmdToXMLString(&text, &command, type);
-  }
-  if (text == nullptr) throw std::bad_alloc();
-  const std::string line = std::string(text) + "\n";
-  MediaCmdFreeXMLString(&text);
-  Print(line);
-}
-
 void Run(const Options& options, const CLI::App& given) {
   const uint32_t type = TypeOf(options.type);
   MediaCmd command;
   bool asJson = options.json;
   if (options.word == "convert") {
     if (options.file.empty()) RefuseUsage("convert: give the FILE that holds the command");
-    const bool wasJson = ReadCommand(options.file, type, command);
-    if (!options.json && !options.xml) asJson = !wasJson;
+    const CommandForm form = ReadCommandText(ReadText(options.file), type, options.file, command);
+    if (!options.json && !options.xml) asJson = form == CommandForm::kXml;
   } else {
     if (!options.file.empty())
       RefuseUsage("a FILE goes with convert; a file name of the clip goes behind --file");
     command = MakeCommand(options, given, type);
   }
-  PrintCommand(command, type, asJson);
+  Print(CommandText(command, asJson ? CommandForm::kJson : CommandForm::kXml, type) + "\n");
 }
 
 }  // namespace

@@ -6,10 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "base/numbers.h"
 #include "commands.h"
-#include "inspect/format.h"
-#include "output.h"
+#include "qlnmedia/numbers.h"
+#include "qlnmedia/signal_format.h"
 #include "report_text.h"
 
 namespace qlnmedia {
@@ -32,7 +31,7 @@ int32_t ParseHeight(const std::string& text) {
   return height;
 }
 
-Section ReportOnRaster(const Options& options) {
+Report RasterReport(const Options& options) {
   Raster raster;
   raster.progressive = !options.interlaced;
   const auto width = ParseNumber(options.what[0]);
@@ -43,24 +42,19 @@ Section ReportOnRaster(const Options& options) {
   if (!rate) RefuseUsage("RATE: " + options.what[2] + " is no rate such as 25, 29.97 or 30000/1001");
   raster.rate = rate->rate;
   raster.scale = rate->scale;
-  return DescribeRaster(raster);
+  return ReportOnRaster(raster);
 }
 
-Section ReportOnWord(const Options& options) {
+Report WordReport(const Options& options) {
   if (options.interlaced) RefuseUsage("--interlaced goes with WIDTH HEIGHT RATE; a word has its own scan");
   const auto word = ParseNumber(options.what[0]);
   if (!word) RefuseUsage("WORD: " + options.what[0] + " is no signal format word such as 0x2380B21D");
-  return DescribeFormat(*word);
+  return ReportOnFormat(*word);
 }
 
 void Run(const Options& options) {
   if (options.what.size() == 2) RefuseUsage("give WIDTH HEIGHT RATE, or a word such as 0x2380B21D");
-  const Section report = options.what.size() == 3 ? ReportOnRaster(options) : ReportOnWord(options);
-  if (options.json) {
-    Print(report.ToJson().dump(2) + "\n");
-  } else {
-    Print(ReportText(report, Style::ForStream(stdout), OutputWidth(stdout)));
-  }
+  PrintReport(options.what.size() == 3 ? RasterReport(options) : WordReport(options), options.json);
 }
 
 }  // namespace

@@ -4,8 +4,7 @@
 #include <memory>
 
 #include "commands.h"
-#include "inspect/inspect.h"
-#include "output.h"
+#include "qlnmedia/inspect.h"
 #include "report_text.h"
 
 namespace qlnmedia {
@@ -18,15 +17,7 @@ struct Options {
   InspectOptions inspect;
 };
 
-void Run(const Options& options) {
-  const Section report = ReportOnFile(options.file, options.inspect);
-  if (options.json) {
-    // Foreign strings may hold bytes that are no UTF-8.
-    Print(report.ToJson().dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
-  } else {
-    Print(ReportText(report, Style::ForStream(stdout), OutputWidth(stdout)));
-  }
-}
+void Run(const Options& options) { PrintReport(InspectFile(options.file, options.inspect), options.json); }
 
 }  // namespace
 

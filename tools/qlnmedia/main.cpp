@@ -8,10 +8,10 @@
 #include <cstdio>
 #include <exception>
 
-#include "base/error.h"
 #include "commands.h"
 #include "exit_status.h"
 #include "output.h"
+#include "qlnmedia/error.h"
 
 namespace {
 

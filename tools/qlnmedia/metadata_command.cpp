@@ -4,17 +4,14 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
+#include <cstring>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 
-#include "base/error.h"
-#include "base/text_file.h"
 #include "commands.h"
-#include "metadata_record.h"
 #include "output.h"
-#include "qlnutil/clipinfo/info_fields.h"
+#include "qlnmedia/clip_info.h"
+#include "qlnmedia/text.h"
 
 namespace qlnmedia {
 
@@ -29,78 +26,63 @@ struct Options {
   bool all = false;
 };
 
-std::string TextOf(const MetadataValue& value) {
+std::string TextOf(const ClipInfoValue& value) {
   if (const uint32_t* const number = std::get_if<uint32_t>(&value)) return std::to_string(*number);
   return std::get<std::string>(value);
 }
 
 void ListNames() {
-  for (const qln::InfoField& field : qln::kInfoSlots) {
-    if (field.persistence != qln::Persistence::kNone) Print(std::string(field.name) + "\n");
-  }
-  for (const qln::InfoField& field : qln::kInfoNumbers) Print(std::string(field.name) + " (number)\n");
+  for (const ClipInfoField& field : ClipInfoFields())
+    Print(std::string(field.name) + (field.isNumber ? " (number)\n" : "\n"));
 }
 
 void List(const Options& options) {
   if (options.all) return ListNames();
-  const auto values = MetadataStore(options.file, true).ReadAll();
-  if (options.json) return Print(ToJson(values).dump(2) + "\n");
+  const std::vector<ClipInfoEntry> entries = ClipInfoStore(options.file, true).ReadAll();
+  if (options.json) return Print(ClipInfoJson(entries) + "\n");
   size_t width = 0;
-  for (const auto& [field, value] : values) width = std::max(width, std::string(field.name).size());
+  for (const auto& [field, value] : entries) width = std::max(width, std::strlen(field.name));
   const Style style = Style::ForStream(stdout);
-  for (const auto& [field, value] : values) {
+  for (const auto& [field, value] : entries)
     Print(style.Name(PadRight(field.name, width)) + "  " + Printable(TextOf(value)) + "\n");
-  }
 }
 
 void Get(const Options& options) {
-  const MetadataField field = FindField(options.tag);
-  const MetadataStore store(options.file, true);
-  const std::optional<MetadataValue> value = store.Read(field);
-  if (!value) throw Error(store.Name(), std::string(field.name) + " is not set");
+  const ClipInfoField field = FindClipInfoField(options.tag);
+  const ClipInfoStore store(options.file, true);
+  const std::optional<ClipInfoValue> value = store.Read(field);
+  if (!value) throw Error(store.name(), std::string(field.name) + " is not set");
   Print(TextOf(*value) + "\n");
 }
 
 void Set(const Options& options) {
-  const MetadataField field = FindField(options.tag);
-  const MetadataValue value = ParseValue(field, options.value);
-  MetadataStore store(options.file, false);
-  store.Write(field, value);
+  const ClipInfoField field = FindClipInfoField(options.tag);
+  const ClipInfoValue value = ParseClipInfoValue(field, options.value);
+  ClipInfoStore store(options.file, false);
+  store.Write({field, value});
   store.Save();
 }
 
 void Unset(const Options& options) {
-  const MetadataField field = FindField(options.tag);
-  MetadataStore store(options.file, true);
-  store.Write(field, std::nullopt);
+  const ClipInfoField field = FindClipInfoField(options.tag);
+  ClipInfoStore store(options.file, true);
+  store.Write({field, std::nullopt});
   store.Save();
+}
+
+void Export(const Options& options) {
+  const std::vector<ClipInfoEntry> entries = ClipInfoStore(options.file, true).ReadAll();
+  if (options.path == "-") return Print(ClipInfoJson(entries) + "\n");
+  WriteClipInfoFile(entries, options.path);
 }
 
 struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
-using FilePointer = std::unique_ptr<std::FILE, CloseFile>;
-
-// True for a pipe or a device, which takes bytes as they come and has no name to give to a whole file.
-bool IsStream(const std::string& path) {
-  std::error_code none;
-  const std::filesystem::file_status status = std::filesystem::status(path, none);
-  return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status) &&
-         !std::filesystem::is_directory(status);
-}
-
-void Export(const Options& options) {
-  const std::string text = ToJson(MetadataStore(options.file, true).ReadAll()).dump(2) + "\n";
-  if (options.path == "-") return Print(text);
-  if (!IsStream(options.path)) return WriteTextFile(options.path, text);
-  FilePointer file(std::fopen(options.path.c_str(), "wb"));
-  const bool written = file != nullptr && std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
-  if (!written || std::fclose(file.release()) != 0) throw Error(options.path, "cannot be written");
-}
 
 std::string ReadWhole(const std::string& path) {
   const bool fromInput = path == "-";
-  FilePointer file(fromInput ? nullptr : std::fopen(path.c_str(), "rb"));
+  const std::unique_ptr<std::FILE, CloseFile> file(fromInput ? nullptr : std::fopen(path.c_str(), "rb"));
   std::FILE* const input = fromInput ? stdin : file.get();
   if (input == nullptr) throw Error(path, "cannot be opened");
   std::string text;
@@ -112,11 +94,9 @@ std::string ReadWhole(const std::string& path) {
 
 // All of it is understood before any of it is changed.
 void Import(const Options& options) {
-  const auto json = nlohmann::ordered_json::parse(ReadWhole(options.path), nullptr, false);
-  if (json.is_discarded()) throw Error(options.path, "is no JSON");
-  const auto changes = FromJson(json, options.path);
-  MetadataStore store(options.file, false);
-  for (const auto& [field, value] : changes) store.Write(field, value);
+  const std::vector<ClipInfoChange> changes = ParseClipInfoJson(ReadWhole(options.path), options.path);
+  ClipInfoStore store(options.file, false);
+  for (const ClipInfoChange& change : changes) store.Write(change);
   store.Save();
 }
 

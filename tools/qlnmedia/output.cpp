@@ -8,10 +8,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
-#include "base/error.h"
+#include "qlnmedia/error.h"
 
 namespace qlnmedia {
 
@@ -28,6 +29,23 @@ Style Style::ForStream(std::FILE* stream) {
 std::string Style::Wrap(const char* code, std::string_view text) const {
   if (!colour_ || text.empty()) return std::string(text);
   return fmt::format("\x1b[{}m{}\x1b[0m", code, text);
+}
+
+size_t ColumnsOf(std::string_view text) {
+  return static_cast<size_t>(std::count_if(text.begin(), text.end(),
+                                           [](char c) { return (static_cast<uint8_t>(c) & 0xC0) != 0x80; }));
+}
+
+std::string PadRight(std::string_view text, size_t width) {
+  std::string padded(text);
+  const size_t columns = ColumnsOf(text);
+  if (columns < width) padded.append(width - columns, ' ');
+  return padded;
+}
+
+std::string PadLeft(std::string_view text, size_t width) {
+  const size_t columns = ColumnsOf(text);
+  return std::string(columns < width ? width - columns : 0, ' ').append(text);
 }
 
 size_t OutputWidth(std::FILE* stream) {

@@ -8,8 +8,6 @@
 #include <string_view>
 #include <vector>
 
-#include "base/text.h"
-
 namespace qlnmedia {
 
 // The version of this build, as "1.0.0".
@@ -35,6 +33,12 @@ class Style {
   std::string Wrap(const char* code, std::string_view text) const;
   bool colour_;
 };
+
+// `text` filled up with blanks to `width` columns; left alone when it is longer. Bytes that continue a UTF-8
+// character take no column.
+std::string PadRight(std::string_view text, size_t width);
+std::string PadLeft(std::string_view text, size_t width);
+size_t ColumnsOf(std::string_view text);
 
 // Columns on a terminal: its width, or 100 where there is none to ask.
 size_t OutputWidth(std::FILE* stream);

@@ -3,12 +3,10 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "base/error.h"
 #include "commands.h"
-#include "hdr/values.h"
 #include "output.h"
-#include "patch/patch.h"
 #include "progress_bar.h"
+#include "qlnmedia/patch.h"
 
 namespace qlnmedia {
 

@@ -2,7 +2,7 @@
 #ifndef TOOLS_QLNMEDIA_PROGRESS_BAR_H
 #define TOOLS_QLNMEDIA_PROGRESS_BAR_H
 
-#include "base/progress.h"
+#include "qlnmedia/progress.h"
 
 namespace qlnmedia {
 

@@ -5,13 +5,16 @@
 #include <cstddef>
 #include <string>
 
-#include "base/report.h"
 #include "output.h"
+#include "qlnmedia/inspect.h"
 
 namespace qlnmedia {
 
 // The text of a report for a terminal of `width` columns.
-std::string ReportText(const Section& report, const Style& style, size_t width);
+std::string ReportText(const ReportItem& report, const Style& style, size_t width);
+
+// Prints a report in the form that the options ask for.
+void PrintReport(const Report& report, bool json);
 
 }  // namespace qlnmedia
 

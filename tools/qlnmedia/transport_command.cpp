@@ -3,12 +3,11 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <limits>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <vector>
 
-#include "base/report.h"
 #include "commands.h"
 #include "output.h"
 #include "qlnutil/qlntransport.h"
@@ -27,17 +26,34 @@ struct Options {
   bool json = false;
 };
 
+using Json = nlohmann::ordered_json;
+
+// One column of the steps.
+struct Column {
+  const char* key;
+  const char* heading;
+};
+constexpr Column kColumns[] = {{"step", "Step"},
+                               {"position", "Position"},
+                               {"fraction", "Fraction"},
+                               {"play_count", "Play count"},
+                               {"index", "Index"}};
+
 // Reads the counter as a host does for each frame that it shows.
-std::vector<Cell> ReadCounter(CQLNTransTC2& counter, uint32_t step) {
+Json ReadCounter(CQLNTransTC2& counter, uint32_t step) {
   int32_t playCount = 0;
   const int32_t frame = counter.GetTC(playCount);
   CQLNPos position;
   counter.GetCPos(position);
-  return {Json(step), Json(frame), Json(position.frac()), Json(playCount),
-          Json(counter.CQLNTransTC::GetIndex())};
+  Json row = Json::object();
+  size_t column = 0;
+  for (const Json& value : {Json(step), Json(frame), Json(position.frac()), Json(playCount),
+                            Json(counter.CQLNTransTC::GetIndex())})
+    row[kColumns[column++].key] = value;
+  return row;
 }
 
-Section StepThrough(const Options& options) {
+Json StepThrough(const Options& options) {
   CQLNSpeed speed;
   speed = options.speed;
   CQLNTransTC2 counter;
@@ -45,33 +61,47 @@ Section StepThrough(const Options& options) {
   counter.SetSpeed(speed);
   counter.SetTC(options.start.value_or(counter.In()));
 
-  Section report(
-      fmt::format("Transport from {} to {} at {} times play", counter.In(), counter.Out(), options.speed));
-  report.Add("in", "In point", counter.In());
-  report.Add("out", "Out point", counter.Out());
-  report.Add("speed", "Speed", speed.Get(), fmt::format("{} units, 65520 being plain play", speed.Get()));
-  std::vector<std::vector<Cell>> rows = {ReadCounter(counter, 0)};
+  Json report = {{"in", counter.In()}, {"out", counter.Out()}, {"speed", speed.Get()}};
+  Json& steps = report["steps"] = Json::array();
+  steps.push_back(ReadCounter(counter, 0));
   for (uint32_t step = 1; step <= options.steps; ++step) {
     ++counter;
-    rows.push_back(ReadCounter(counter, step));
+    steps.push_back(ReadCounter(counter, step));
   }
-  report.AddTable("steps", "Steps",
-                  {{"step", "Step", true},
-                   {"position", "Position", true},
-                   {"fraction", "Fraction", true},
-                   {"play_count", "Play count", true},
-                   {"index", "Index", true}},
-                  std::move(rows));
   return report;
 }
 
-void Run(const Options& options) {
-  const Section report = StepThrough(options);
-  if (options.json) {
-    Print(report.ToJson().dump(2) + "\n");
-  } else {
-    Print(ReportText(report, Style::ForStream(stdout), OutputWidth(stdout)));
+ReportItem Fact(const char* label, const Json& value, const std::string& note = {}) {
+  ReportItem fact;
+  fact.kind = ReportItem::Kind::kFact;
+  fact.label = label;
+  fact.text = value.dump() + note;
+  return fact;
+}
+
+// The same for people.
+ReportItem Table(const Json& report, double speed) {
+  ReportItem root;
+  root.label = fmt::format("Transport from {} to {} at {} times play", report["in"].dump(),
+                           report["out"].dump(), speed);
+  root.children = {Fact("In point", report["in"]), Fact("Out point", report["out"]),
+                   Fact("Speed", report["speed"], " units, 65520 being plain play")};
+  ReportItem& table = root.children.emplace_back();
+  table.kind = ReportItem::Kind::kTable;
+  table.label = "Steps";
+  for (const Column& column : kColumns) table.columns.push_back({column.key, column.heading, true});
+  for (const Json& step : report["steps"]) {
+    ReportItem& row = table.children.emplace_back();
+    for (const Column& column : kColumns) row.children.push_back(Fact(column.heading, step[column.key]));
   }
+  return root;
+}
+
+void Run(const Options& options) {
+  const Json report = StepThrough(options);
+  Print(options.json
+            ? report.dump(2) + "\n"
+            : ReportText(Table(report, options.speed), Style::ForStream(stdout), OutputWidth(stdout)));
 }
 
 }  // namespace

@@ -153,11 +153,16 @@ TEST(ReportTree, HoldsWhatTheJsonFormHolds) {
   EXPECT_EQ(stream.key, "streams");
   const ReportItem& table = stream.children[0];
   EXPECT_EQ(table.kind, ReportItem::Kind::kTable);
+  ASSERT_EQ(table.columns.size(), 2u);
+  EXPECT_EQ(table.columns[0].key + table.columns[0].label, "typeType");
+  EXPECT_TRUE(table.columns[0].right);
+  EXPECT_EQ(table.columns[1].key + table.columns[1].label, "bytes");  // for programs alone
   ASSERT_EQ(table.children.size(), 2u);
   EXPECT_EQ(table.children[0].children[0].text, "SPS");
   EXPECT_EQ(table.children[1].children[0].text, "8");
   EXPECT_EQ(table.children[1].children[1].label, "");  // for programs alone
   EXPECT_EQ(table.children[1].children[1].value, "4");
+  EXPECT_EQ(stream.children[1].kind, ReportItem::Kind::kElements);
   EXPECT_EQ(stream.children[1].children[0].kind, ReportItem::Kind::kElement);
   EXPECT_EQ(stream.children[1].children[0].note, "3.1");
   EXPECT_EQ(tree.children[2].children[0].text, "cut off");
