@@ -3,15 +3,17 @@
 #include "container/container_kind.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 
 #include "base/error.h"
-#include "container/iso_layout.h"
+#include "container/mp4/top_level.h"
 
 namespace qlnmedia {
 
@@ -42,14 +44,33 @@ std::string EndingOf(const std::string& path) {
   return ending;
 }
 
+bool SameFile(const std::string& a, const std::string& b) {
+  struct stat first {};
+  struct stat second {};
+  return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
+         first.st_ino == second.st_ino;
+}
+
 }  // namespace
+
+std::string RequireOutput(const MediaFile& in, const std::string& path) {
+  if (SameFile(in.path(), path)) throw Error(path, "is the input itself", "name another file for the output");
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) {
+    if (errno != ENOENT) throw Error(path, fmt::format("cannot be written: {}", std::strerror(errno)));
+  } else if (!S_ISREG(status.st_mode)) {
+    throw Error(path, "is no ordinary file", "name a file for the output");
+  }
+  std::string format = OutputFormatOf(in);
+  RequireEndingOf(format, in, path);
+  return format;
+}
 
 std::string OutputFormatOf(const MediaFile& in) {
   const std::string_view name = in.formatName();
-  if (name.substr(0, 4) == "mov,") {
+  if (in.isIso()) {
     // The box and not the tag, which a MOV may have among its keys.
-    const std::string brand = ReadIsoLayout(in.path()).brand;
-    return brand.empty() || brand == "qt  " ? "mov" : "mp4";
+    return IsQuickTime(mp4::FileSource(in.path())) ? "mov" : "mp4";
   }
   if (name.substr(0, 8) == "matroska") return "matroska";
   if (name == "mpegvideo") return "mpeg2video";

@@ -12,6 +12,10 @@ namespace qlnmedia {
 // The muxer that writes the kind of container that `in` is; throws Error where there is none.
 std::string OutputFormatOf(const MediaFile& in);
 
+// Throws Error for an output that cannot be written at all: the input itself, no ordinary file, one that is
+// named as another kind of container. Gives the muxer's name as above.
+std::string RequireOutput(const MediaFile& in, const std::string& path);
+
 // Throws Error where the ending of `path` is known for another kind of container than `format`, a muxer's
 // name. An ending that `in` has itself is always taken, and so is one that is not known.
 void RequireEndingOf(const std::string& format, const MediaFile& in, const std::string& path);

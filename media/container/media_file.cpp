@@ -11,13 +11,14 @@
 #include <cstring>
 #include <fstream>
 #include <new>
+#include <set>
 
 #include "base/error.h"
 #include "base/text.h"
 #include "container/coded_stream.h"
 #include "container/describe_stream.h"
-#include "container/iso_layout.h"
 #include "container/libav_handles.h"
+#include "container/mp4/top_level.h"
 
 namespace qlnmedia {
 
@@ -65,14 +66,16 @@ void RestoreKeyMark(const AVFormatContext& context, AVPacket* packet) {
 // Throws for a file of boxes that does not open: where a box other than the media data has a size that cannot
 // be (data that is cut off is the end of the file and no wrong size), and where there is no index.
 void FailBoxes(const std::string& path) {
-  const IsoLayout layout = ReadIsoLayout(path);
-  const std::optional<IsoLayout::WrongBox>& wrong = layout.wrongBox;
-  if (wrong && !(IsOneOf(wrong->type, {"mdat", "moov"}) && wrong->said > wrong->left))
+  const mp4::FileSource source(path);
+  const std::optional<mp4::WrongBox> wrong = mp4::FindWrongBox(source);
+  const bool cutOff = wrong && wrong->said > wrong->left &&
+                      (wrong->type == mp4::FourCc("mdat") || wrong->type == mp4::FourCc("moov"));
+  if (wrong && !cutOff)
     throw Error(path,
                 fmt::format("the box \"{}\" at byte {} says a size of {} bytes, where {} are left",
-                            Printable(wrong->type), wrong->at, wrong->said, wrong->left),
+                            Printable(mp4::TypeBytes(wrong->type)), wrong->at, wrong->said, wrong->left),
                 "copy or record the file again");
-  if (layout.tracks.empty())
+  if (!mp4::HasIndex(source))
     throw Error(path, "does not open because it is cut off: its index (moov) is missing",
                 "copy or record it again");
 }
@@ -126,16 +129,12 @@ void MediaFile::Describe(const std::vector<ContainerColour>& colours) {
     streams_.push_back(DescribeMediaStream(*context_->streams[i],
                                            i < colours.size() ? colours[i] : ContainerColour{}, isRawStream(),
                                            described));
-  if (formatName().substr(0, 3) != "mov") return;
+  if (!isIso() || sizeBytes_ == 0) return;
   // The demuxer puts the codec in the place of the fourcc of encrypted pictures; their protection scheme
   // (ISO/IEC 14496-12 clause 8.12) shows in the boxes.
-  const IsoLayout layout = ReadIsoLayout(path_);
-  for (MediaStream& stream : streams_) {
-    const IsoTrack* const track = layout.Track(static_cast<uint32_t>(stream.id));
-    if (track != nullptr && std::find(track->descriptionBoxes.begin(), track->descriptionBoxes.end(),
-                                      "sinf") != track->descriptionBoxes.end())
-      stream.encrypted = true;
-  }
+  const std::set<uint32_t> encrypted = mp4::EncryptedTracks(mp4::FileSource(path_));
+  for (MediaStream& stream : streams_)
+    stream.encrypted = stream.encrypted || encrypted.count(static_cast<uint32_t>(stream.id)) != 0;
 }
 
 std::string_view MediaFile::formatName() const { return context_->iformat->name; }
@@ -194,12 +193,12 @@ std::string MediaFile::TruncationNote() const {
       if (entry != nullptr && entry->size > 0) indexEnd = std::max(indexEnd, entry->pos + entry->size);
     }
   }
-  if (formatName().substr(0, 3) == "mov" && sizeBytes_ > 0 && indexEnd > sizeBytes_)
+  if (isIso() && sizeBytes_ > 0 && indexEnd > sizeBytes_)
     return fmt::format("the file ends early: its index names data up to byte {}, the file has {} bytes",
                        indexEnd, sizeBytes_);
-  if (formatName().substr(0, 3) == "mov" && sizeBytes_ > 0) {
-    const std::optional<IsoLayout::WrongBox> wrong = ReadIsoLayout(path_).wrongBox;
-    if (wrong && wrong->type == "mdat" && wrong->said > wrong->left)
+  if (isIso() && sizeBytes_ > 0) {
+    const std::optional<mp4::WrongBox> wrong = mp4::FindWrongBox(mp4::FileSource(path_));
+    if (wrong && wrong->type == mp4::FourCc("mdat") && wrong->said > wrong->left)
       return fmt::format("the file ends early: its media data (mdat) has {} bytes, of which {} are there",
                          wrong->said, wrong->left);
   }

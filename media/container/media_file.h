@@ -29,6 +29,8 @@ class MediaFile {
   std::string_view formatName() const;
   std::string_view formatLongName() const;
   bool isRawStream() const;
+  // MP4, MOV and their kin.
+  bool isIso() const { return formatName().substr(0, 4) == "mov,"; }
   bool isTransportStream() const { return formatName() == "mpegts"; }
   double seconds() const;   // 0 where the duration is not known
   int64_t bitRate() const;  // bits a second; 0 where it is not known

@@ -4,13 +4,10 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -21,35 +18,6 @@
 namespace qlnmedia {
 
 namespace {
-
-// The unfinished output, for the handler of an interruption.
-std::array<char, 4096> unfinishedPath{};
-
-extern "C" void RemoveUnfinished(int signal) {
-  if (unfinishedPath[0] != 0) unlink(unfinishedPath.data());
-  std::signal(signal, SIG_DFL);
-  std::raise(signal);
-}
-
-void RememberUnfinished(const std::string& path) {
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    // A signal that whoever started us ignores stays ignored.
-    if (std::signal(signal, RemoveUnfinished) == SIG_IGN) std::signal(signal, SIG_IGN);
-  }
-  const size_t size = std::min(path.size(), unfinishedPath.size() - 1);
-  std::memcpy(unfinishedPath.data() + 1, path.data() + 1, size - 1);
-  unfinishedPath[size] = 0;
-  unfinishedPath[0] = path[0];
-}
-
-bool IsIso(std::string_view format) { return format == "mp4" || format == "mov"; }
-
-bool SameFile(const std::string& a, const std::string& b) {
-  struct stat first {};
-  struct stat second {};
-  return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
-         first.st_ino == second.st_ino;
-}
 
 // A name in the directory of `path` that nothing else has; a long one is cut so that it stays a name.
 std::string NameBeside(const std::string& path) {
@@ -63,15 +31,7 @@ std::string NameBeside(const std::string& path) {
 
 MediaWriter::MediaWriter(const MediaFile& in, const std::string& path)
     : in_(in), path_(path), beside_(NameBeside(path)) {
-  if (SameFile(in.path(), path)) throw Error(path, "is the input itself", "name another file for the output");
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0) {
-    if (errno != ENOENT) throw Error(path, fmt::format("cannot be written: {}", std::strerror(errno)));
-  } else if (!S_ISREG(status.st_mode)) {
-    throw Error(path, "is no ordinary file", "name a file for the output");
-  }
-  const std::string format = OutputFormatOf(in);
-  RequireEndingOf(format, in, path);
+  const std::string format = RequireOutput(in, path);
   try {
     Open(format);
   } catch (...) {
@@ -86,8 +46,7 @@ MediaWriter::~MediaWriter() {
     if (context_->pb != nullptr) avio_closep(&context_->pb);
     avformat_free_context(context_);
   }
-  if (!inPlace_ && unfinishedPath[0] != 0) unlink(beside_.c_str());
-  unfinishedPath[0] = 0;
+  if (!inPlace_ && unfinished_ != nullptr) unlink(beside_.c_str());
 }
 
 void MediaWriter::Fail(const std::string& what, int error) const {
@@ -102,42 +61,18 @@ void MediaWriter::Open(const std::string& format) {
   context_->flags &= ~AVFMT_FLAG_AUTO_BSF;
   context_->flags |= AVFMT_FLAG_BITEXACT;
   av_dict_copy(&context_->metadata, in_.context()->metadata, 0);
-  if (IsIso(format)) {
-    layout_ = ReadIsoLayout(in_.path());
-    RequireIsoCarriable(in_, layout_);
-    // Fields of the file type box and no tags.
-    for (const char* brands : {"major_brand", "minor_version", "compatible_brands"})
-      av_dict_set(&context_->metadata, brands, nullptr, 0);
-  }
-  PlanStreams();
   CopyStreams();
   CopyPrograms();
   CopyChapters();
 }
 
-void MediaWriter::PlanStreams() {
-  const std::string_view format = context_->oformat->name;
+void MediaWriter::CopyStreams() {
   const AVFormatContext& in = *in_.context();
-  packetsOfMuxer_.resize(in.nb_streams);
+  const bool matroska = std::string_view(context_->oformat->name) == "matroska";
   lastDts_.resize(in.nb_streams, AV_NOPTS_VALUE);
   for (unsigned i = 0; i < in.nb_streams; ++i) {
-    const AVStream& stream = *in.streams[i];
-    Way way = Way::kPackets;
-    if (format == "matroska" && (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0)
-      way = Way::kAttachment;
-    if (IsIso(format) && IsMadeByIsoMuxer(stream, format == "mp4")) way = Way::kMadeByMuxer;
-    // The muxer adds its own behind all others.
-    if (way != Way::kMadeByMuxer && !ways_.empty() && ways_.back() == Way::kMadeByMuxer)
-      throw Error(in_.path(), fmt::format("stream {} (chapters or timecode) stands in front of other streams "
-                                          "and cannot be carried over there",
-                                          i - 1));
-    ways_.push_back(way);
-  }
-}
-
-void MediaWriter::CopyStreams() {
-  for (unsigned i = 0; i < ways_.size(); ++i) {
-    if (ways_[i] != Way::kMadeByMuxer) CopyStream(i);
+    attachments_.push_back(matroska && (in.streams[i]->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0);
+    CopyStream(i);
   }
 }
 
@@ -151,7 +86,6 @@ void MediaWriter::CopyStream(unsigned index) {
   if (to == nullptr) throw std::bad_alloc();
   const int result = avcodec_parameters_copy(to->codecpar, from.codecpar);
   if (result < 0) Fail("cannot be prepared", result);
-  if (IsIso(context_->oformat->name)) CleanTextDescription(*to->codecpar);
   to->id = from.id;
   to->time_base = from.time_base;
   to->disposition = from.disposition;
@@ -172,7 +106,7 @@ void MediaWriter::CopyStream(unsigned index) {
   to->codecpar->color_trc = static_cast<AVColorTransferCharacteristic>(colour.transfer);
   to->codecpar->color_space = static_cast<AVColorSpace>(colour.matrix);
   to->codecpar->color_range = static_cast<AVColorRange>(colour.range);
-  if (ways_[index] != Way::kAttachment) return;
+  if (!attachments_[index]) return;
   // The picture's one packet is the attached file.
   const AVPacket& picture = from.attached_pic;
   auto* const file =
@@ -220,7 +154,7 @@ void MediaWriter::Begin() {
   const int file = open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666);
   if (file < 0) throw Error(path_, fmt::format("cannot be written: {}", std::strerror(errno)));
   close(file);
-  RememberUnfinished(beside_);
+  unfinished_ = std::make_unique<Unfinished>(beside_);
   int result = avio_open(&context_->pb, ("file:" + beside_).c_str(), AVIO_FLAG_WRITE);
   if (result < 0) Fail("cannot be written", result);
   WriteHeader();
@@ -230,14 +164,12 @@ void MediaWriter::WriteHeader() {
   AVDictionary* options = nullptr;
   const std::string_view format = context_->oformat->name;
   if (format == "mpegts") av_dict_set(&options, "mpegts_copyts", "1", 0);
-  if (IsIso(format)) AddIsoOptions(in_, layout_, *context_, &options);
   int result = avformat_init_output(context_, &options);
   av_dict_free(&options);
   if (result >= 0) {
     // The preparation takes the input's tag away, so that it can put its own there.
     const AVDictionaryEntry* const encoder = av_dict_get(in_.context()->metadata, "encoder", nullptr, 0);
     if (encoder != nullptr) av_dict_set(&context_->metadata, encoder->key, encoder->value, 0);
-    if (IsIso(format)) context_->flags &= ~AVFMT_FLAG_BITEXACT;  // MP4 does not write the tag otherwise
     result = avformat_write_header(context_, nullptr);
   }
   if (result < 0) Fail("the container cannot take these streams", result);
@@ -245,23 +177,12 @@ void MediaWriter::WriteHeader() {
 
 void MediaWriter::Write(AVPacket* packet) {
   const auto index = static_cast<unsigned>(packet->stream_index);
-  if (index >= ways_.size()) {  // a stream that came up behind the start of the file
+  if (index >= attachments_.size()) {  // a stream that came up behind the start of the file
     av_packet_unref(packet);
     throw Error(in_.path(), fmt::format("stream {} begins in the middle of the file", index),
                 "such files cannot be patched");
   }
-  if (ways_[index] != Way::kPackets) {
-    av_packet_unref(packet);
-    // The muxer makes one sample from the first one's tag.
-    if (ways_[index] == Way::kMadeByMuxer && ++packetsOfMuxer_[index] > 1)
-      throw Error(in_.path(),
-                  fmt::format("stream {}: its timecode changes, which cannot be carried over", index));
-    return;
-  }
-  for (int flushes = cutter_.FlushesBefore(packet->pos); flushes > 0; --flushes) {
-    const int flushed = av_write_frame(context_, nullptr);
-    if (flushed < 0) Fail("writing failed", flushed);
-  }
+  if (attachments_[index]) return av_packet_unref(packet);
   av_packet_rescale_ts(packet, in_.context()->streams[index]->time_base, context_->streams[index]->time_base);
   packet->pos = -1;
   const int64_t dts = packet->dts;
@@ -278,13 +199,14 @@ void MediaWriter::Write(AVPacket* packet) {
   if (context_->pb->error < 0) Fail("writing failed", context_->pb->error);
 }
 
-void MediaWriter::Finish() {
+void MediaWriter::Finish(const std::function<void(const std::string&)>& check) {
   int result = av_write_trailer(context_);
   if (result >= 0 && context_->pb->error < 0) result = context_->pb->error;
   const int closed = avio_closep(&context_->pb);
   if (result < 0) Fail("writing failed", result);
   if (closed < 0) Fail("writing failed", closed);
   if (!in_.isRawStream()) RequireSameStreams(in_, beside_);
+  if (check) check(beside_);
   if (std::rename(beside_.c_str(), path_.c_str()) != 0)
     throw Error(path_, fmt::format("cannot be put in place: {}", std::strerror(errno)));
   inPlace_ = true;

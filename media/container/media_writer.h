@@ -1,13 +1,14 @@
-// Writes a media file of the same kind as the one that is read, stream by stream and packet by packet, and
-// puts it in place only when it is whole.
+// Writes a media file of the same kind as the one that is read (MKV, a transport stream or a raw stream),
+// stream by stream and packet by packet, and puts it in place only when it is whole.
 #ifndef MEDIA_CONTAINER_MEDIA_WRITER_H
 #define MEDIA_CONTAINER_MEDIA_WRITER_H
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "container/iso_carry.h"
-#include "container/iso_layout.h"
+#include "base/unfinished.h"
 #include "container/libav_handles.h"
 #include "container/media_file.h"
 
@@ -32,12 +33,11 @@ class MediaWriter {
   // in which they are written.
   void Write(AVPacket* packet);
   // Writes the trailer, closes, and renames; throws where any byte did not reach the disk, and where the
-  // container left out what the input's has.
-  void Finish();
+  // container left out what the input's has. `check` may look at the file before it gets its name, and throw.
+  void Finish(const std::function<void(const std::string& written)>& check = {});
 
  private:
   void Open(const std::string& format);
-  void PlanStreams();
   void CopyStreams();
   void CopyStream(unsigned index);
   void CopyPrograms();
@@ -50,17 +50,9 @@ class MediaWriter {
   std::string beside_;  // the name while it is written
   AVFormatContext* context_ = nullptr;
   bool inPlace_ = false;
-  // How each stream of the input gets into the output.
-  enum class Way {
-    kPackets,
-    kAttachment,   // a picture that the container keeps as a file
-    kMadeByMuxer,  // it comes from chapters or tags
-  };
-  std::vector<Way> ways_;
-  std::vector<int> packetsOfMuxer_;  // of streams that the muxer makes: packets of the input seen
-  std::vector<int64_t> lastDts_;     // of each stream's last packet, in the output's time base
-  IsoLayout layout_;                 // of MP4 and MOV
-  FragmentCutter cutter_{layout_};
+  std::unique_ptr<Unfinished> unfinished_;
+  std::vector<bool> attachments_;  // streams of one picture that the container keeps as a file
+  std::vector<int64_t> lastDts_;   // of each stream's last packet, in the output's time base
 };
 
 }  // namespace qlnmedia

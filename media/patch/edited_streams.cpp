@@ -1,22 +1,37 @@
-// Drives the editors of a file's streams.
+// Finds the streams that a patch edits, and makes their editors.
 
 #include "patch/edited_streams.h"
 
 #include <fmt/format.h>
 
-#include <new>
+#include <set>
 #include <utility>
 
 #include "base/error.h"
-#include "container/coded_stream.h"
-#include "container/edited_stream.h"
-#include "container/file_captions.h"
-#include "container/packet_joiner.h"
+#include "captions/reader.h"
 #include "edit/survey_facts.h"
+#include "units/coded_stream.h"
 
 namespace qlnmedia {
 
-EditedStreams::EditedStreams(const MediaFile& in, const EditOptions& options) : in_(in), options_(options) {
+namespace {
+
+// What the base layer of a Dolby Vision track is by its bl_signal_compatibility_id, as far as other readers
+// take it for something.
+struct BaseLayer {
+  int id;
+  const char* name;
+  std::set<int> transfers;
+};
+
+const BaseLayer kBaseLayers[] = {
+    {1, "HDR10", {16}}, {2, "SDR", {1, 6, 14, 15}}, {4, "HLG", {14, 18}}, {6, "HDR10", {16}}};
+
+bool EditsUnits(VideoCodec codec) { return UnitCodecOf(codec).has_value(); }
+
+}  // namespace
+
+EditedStreams::EditedStreams(const PatchInput& in, const EditOptions& options) : in_(in), options_(options) {
   FindStreams();
   // What can be refused without reading the file is refused first.
   for (auto& [index, edited] : streams_) {
@@ -28,7 +43,7 @@ EditedStreams::EditedStreams(const MediaFile& in, const EditOptions& options) : 
     if (NeedsSigns(edited.stream)) MakeEditor(index, edited, {});
   }
   if (!captioned_) return;
-  Edited& edited = streams_.at(*captioned_);
+  EditedStream& edited = streams_.at(*captioned_);
   captionFile_->SpreadOver(edited.survey->facts().captions, in_.path(), *captioned_);
   MakeEditor(*captioned_, edited, captionFile_->provider());
 }
@@ -42,105 +57,101 @@ void EditedStreams::Fail(unsigned index, const std::string& what, const std::str
   throw Error(in_.path(), fmt::format("stream {}: {}", index, what), advice);
 }
 
+bool EditedStreams::ChangesPictures(unsigned index) const {
+  return index == captioned_ || (EditsUnits(streams_.at(index).stream.codec) && options_.beyondCaptions());
+}
+
+void EditedStreams::RequireTrueOfDolbyVision(unsigned index) const {
+  const std::optional<DolbyVisionConfiguration>& record = in_.media().streams()[index].dolbyVision;
+  if (!record) return;
+  if (!in_.carried())
+    Fail(index, "is a Dolby Vision track, whose metadata would no longer fit", "patch the base layer alone");
+  const bool looks = options_.colour || options_.fullRange || options_.mastering || options_.lightLevel;
+  if (looks && record->dv_bl_signal_compatibility_id == 0)
+    Fail(index,
+         fmt::format(
+             "is a Dolby Vision track of profile {}, whose base layer means nothing by itself: colour, "
+             "range and HDR values would not be true of it",
+             record->dv_profile),
+         {});
+  for (const BaseLayer& layer : kBaseLayers) {
+    if (options_.colour && record->dv_bl_signal_compatibility_id == layer.id &&
+        layer.transfers.count(options_.colour->transfer) == 0)
+      Fail(index,
+           fmt::format("is a Dolby Vision track of profile {}, whose base layer is {}: another colour would "
+                       "not be true of it",
+                       record->dv_profile, layer.name),
+           {});
+  }
+}
+
+// Where samples cannot be read, only what stands outside of them is changed.
+void EditedStreams::RequireClear(unsigned index) const {
+  if (!in_.media().streams()[index].encrypted) return;
+  const bool messages = options_.mastering || options_.lightLevel || !options_.timecode.empty() ||
+                        options_.interlaced || options_.delimiters || options_.recoveryPoints;
+  if (index == captioned_ || (messages && EditsUnits(streams_.at(index).stream.codec)))
+    Fail(index, "is encrypted, and what is asked for changes its pictures", "decrypt it first");
+}
+
 void EditedStreams::FindStreams() {
-  for (unsigned i = 0; i < in_.context()->nb_streams; ++i) {
-    const AVStream& stream = *in_.context()->streams[i];
-    if (!CodecOf(stream)) continue;
-    if (av_stream_get_side_data(&stream, AV_PKT_DATA_DOVI_CONF, nullptr) != nullptr)
-      Fail(i, "is a Dolby Vision track, whose metadata would no longer fit", "patch the base layer alone");
-    streams_[i].stream = DescribeStream(in_, i);
+  const std::vector<MediaStream>& all = in_.media().streams();
+  for (const MediaStream& stream : all) {
+    if (!stream.movingPictures || !EditsUnits(stream.coded.codec)) continue;
+    RequireTrueOfDolbyVision(stream.index);
+    streams_[stream.index].stream = in_.Describe(stream.index);
   }
   if (streams_.empty() && (options_.beyondCaptions() || !options_.captions))
     throw Error(in_.path(), "has no H.264 or HEVC stream");
-  if (!options_.captions) return;
-  for (unsigned i = 0; i < in_.context()->nb_streams && !captioned_; ++i) {
-    if (MayHaveCaptions(*in_.context()->streams[i])) captioned_ = i;
+  if (options_.captions) {
+    for (const MediaStream& stream : all) {
+      if (!captioned_ && MayHaveCaptions(stream.coded.codec)) captioned_ = stream.index;
+    }
+    if (!captioned_) throw Error(in_.path(), "has no H.264, HEVC or MPEG-2 stream");
+    streams_[*captioned_].stream = in_.Describe(*captioned_);
   }
-  if (!captioned_) throw Error(in_.path(), "has no H.264, HEVC or MPEG-2 stream");
-  streams_[*captioned_].stream = DescribeStream(in_, *captioned_);
+  for (const auto& [index, edited] : streams_) RequireClear(index);
 }
 
 void EditedStreams::Survey() {
-  bool any = false;
+  std::set<unsigned> wanted;
   for (auto& [index, edited] : streams_) {
-    const bool wanted = index == captioned_ || NeedsSigns(edited.stream);
-    if (wanted) edited.survey = std::make_unique<StreamSurvey>(edited.stream);
-    any = any || wanted;
+    if (index != captioned_ && !NeedsSigns(edited.stream)) continue;
+    edited.survey = std::make_unique<StreamSurvey>(edited.stream);
+    wanted.insert(index);
   }
-  if (!any) return;
-  MediaFile file(in_.path());
-  PacketJoiner joiner(file);
-  const auto take = [this](PacketHandle packet) {
-    const auto found = streams_.find(static_cast<unsigned>(packet->stream_index));
-    if (found != streams_.end() && found->second.survey != nullptr)
-      found->second.survey->Add(ViewOf(*packet));
-  };
-  const PacketHandle packet(av_packet_alloc());
-  if (packet == nullptr) throw std::bad_alloc();
-  Progress meter(options_.progress, "reading", file.sizeBytes());
-  while (file.Read(packet.get())) {
-    meter.At(packet->pos);
-    if (PacketHandle whole = joiner.Take(packet.get())) take(std::move(whole));
-  }
-  while (PacketHandle whole = joiner.Finish()) take(std::move(whole));
-  meter.Done();
-  for (auto& [index, edited] : streams_) {
-    if (edited.survey != nullptr) edited.survey->Finish();
-  }
+  if (wanted.empty()) return;
+  in_.Read(wanted, options_.progress,
+           [this](unsigned index, const PacketView& packet) { streams_.at(index).survey->Add(packet); });
+  for (const unsigned index : wanted) streams_.at(index).survey->Finish();
 }
 
-void EditedStreams::MakeEditor(unsigned index, Edited& edited, CaptionProvider captions) {
+void EditedStreams::MakeEditor(unsigned index, EditedStream& edited, CaptionProvider captions) {
+  const std::string where = fmt::format("{}: stream {}", in_.path(), index);
   // MPEG-2 takes captions and nothing else.
   StreamChanges changes;
-  if (edited.stream.codec != VideoCodec::kMpeg2) changes = options_;
+  if (EditsUnits(edited.stream.codec)) changes = options_;
+  edited.others.clear();
+  if (EditsUnits(edited.stream.codec) && options_.beyondCaptions()) {
+    StreamDescription other = edited.stream;
+    for (Bytes& data : in_.OtherPrivateData(index)) {
+      other.privateData = std::move(data);
+      edited.others.push_back(std::make_unique<StreamEditor>(other, changes, edited.survey.get(), where));
+    }
+  }
   changes.replaceCaptions = captions && options_.captions->replace;
   changes.captionProvider = std::move(captions);
-  edited.editor = std::make_unique<StreamEditor>(edited.stream, changes, edited.survey.get(),
-                                                 fmt::format("{}: stream {}", in_.path(), index));
+  edited.editor = std::make_unique<StreamEditor>(edited.stream, changes, edited.survey.get(), where);
 }
 
-void EditedStreams::SetParametersOf(const MediaWriter& out) const {
-  for (const auto& [index, edited] : streams_) {
-    if (edited.stream.codec == VideoCodec::kMpeg2) continue;
-    OutputParameters parameters;
-    parameters.privateData = edited.editor->privateData();
-    parameters.colour = options_.colour;
-    parameters.fullRange = options_.fullRange;
-    parameters.mastering = options_.mastering;
-    parameters.lightLevel = options_.lightLevel;
-    parameters.interlaced = options_.interlaced;
-    parameters.bottomFirst = edited.stream.bottomFirst;
-    SetParameters(out.stream(index), parameters);
+std::string EditedStreams::LineOf(unsigned index, const EditedStream& edited) const {
+  EditCounts counts = edited.editor->counts();
+  for (const auto& other : edited.others) {
+    counts.privateSequenceSets += other->counts().privateSequenceSets;
+    counts.videoSets += other->counts().videoSets;
   }
-}
-
-void EditedStreams::Push(const AVPacket& packet) {
-  const auto index = static_cast<unsigned>(packet.stream_index);
-  const auto found = streams_.find(index);
-  if (found == streams_.end()) return;
-  if (found->second.stream.codec != VideoCodec::kMpeg2 &&
-      av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, nullptr) != nullptr)
-    Fail(index, "has several sample descriptions", "split the file where they change");
-  found->second.editor->Push({Bytes(packet.data, packet.data + packet.size), packet.pts, packet.dts,
-                              (packet.flags & AV_PKT_FLAG_KEY) != 0});
-}
-
-bool EditedStreams::Pull(AVPacket* packet) {
-  const auto found = streams_.find(static_cast<unsigned>(packet->stream_index));
-  if (found == streams_.end()) return true;
-  const std::optional<EditedUnit> edited = found->second.editor->Pull();
-  if (!edited) return false;
-  if (edited->unit.key) packet->flags |= AV_PKT_FLAG_KEY;
-  if (edited->changed) ReplacePacketData(packet, edited->unit.data);
-  return true;
-}
-
-void EditedStreams::Finish() {
-  for (auto& [index, edited] : streams_) edited.editor->Finish();
-}
-
-std::string EditedStreams::LineOf(unsigned index, const Edited& edited) const {
-  const EditCounts& counts = edited.editor->counts();
+  counts.sequenceSets -= edited.borrowedSequenceSets;
+  counts.videoSets -= edited.borrowedVideoSets;
   std::string text;
   const auto add = [&text](const std::string& piece) { text += (text.empty() ? "" : ", ") + piece; };
   const auto count = [&add](int64_t number, const char* what) {
@@ -168,8 +179,7 @@ std::string EditedStreams::LineOf(unsigned index, const Edited& edited) const {
 std::vector<std::string> EditedStreams::Summary() const {
   std::vector<std::string> lines;
   for (const auto& [index, edited] : streams_) {
-    if (options_.beyondCaptions() && edited.stream.codec != VideoCodec::kMpeg2)
-      lines.push_back(LineOf(index, edited));
+    if (options_.beyondCaptions() && EditsUnits(edited.stream.codec)) lines.push_back(LineOf(index, edited));
   }
   if (captionFile_ == nullptr) return lines;
   for (std::string& line : captionFile_->Summary(streams_.at(*captioned_).editor->counts()))

@@ -90,11 +90,11 @@ class KeptReader {
 
 }  // namespace
 
-void VerifyPatched(const std::string& in, const std::string& out) {
+std::string VerifyPatched(const std::string& in, const std::string& out, const std::string& name) {
   KeptReader before(in);
   KeptReader after(out);
   if (before.streams() != after.streams())
-    throw Error(out, fmt::format("has {} streams, the input {}", after.streams(), before.streams()));
+    throw Error(name, fmt::format("has {} streams, the input {}", after.streams(), before.streams()));
   const bool timed = !before.file().isRawStream();
   std::vector<int64_t> counts(before.streams());
   bool more = true;
@@ -107,17 +107,18 @@ void VerifyPatched(const std::string& in, const std::string& out) {
       auto& is = after.queues()[i];
       for (; !was.empty() && !is.empty(); was.pop_front(), is.pop_front(), ++counts[i]) {
         if (was.front().hash != is.front().hash)
-          throw Error(out,
+          throw Error(name,
                       fmt::format("stream {}, packet {}: its coded data is not the input's", i, counts[i]));
         if (timed && (was.front().pts != is.front().pts || was.front().dts != is.front().dts))
-          throw Error(out, fmt::format("stream {}, packet {}: its time is not the input's", i, counts[i]));
+          throw Error(name, fmt::format("stream {}, packet {}: its time is not the input's", i, counts[i]));
       }
     }
   }
   for (size_t i = 0; i < counts.size(); ++i) {
     if (!before.queues()[i].empty() || !after.queues()[i].empty())
-      throw Error(out, fmt::format("stream {} has not as many packets as the input", i));
+      throw Error(name, fmt::format("stream {} has not as many packets as the input", i));
   }
+  return "verified: slices, times and other streams are the input's";
 }
 
 }  // namespace qlnmedia

@@ -6,10 +6,10 @@
 
 namespace qlnmedia {
 
-// Throws Error, naming the first difference, unless both files have the same streams, each stream the
-// same packets at the same times, every coded slice unit the same bytes, and every other stream the same
-// data.
-void VerifyPatched(const std::string& in, const std::string& out);
+// Throws Error, naming `name` (what `out` is going to be called) and the first difference, unless both files
+// have the same streams, each stream the same packets at the same times, every coded slice unit the same
+// bytes, and every other stream the same data. Says what was compared.
+std::string VerifyPatched(const std::string& in, const std::string& out, const std::string& name);
 
 }  // namespace qlnmedia
 

@@ -98,7 +98,8 @@ Bytes SampleDescriptions(const TrackSpec& track) {
     } else {
       fields = Joined({fields, Bytes(20)});
     }
-    parts.push_back(Box(track.format, {fields, track.entryBoxes}));
+    const Bytes own = i < track.entryBoxesOf.size() ? track.entryBoxesOf[i] : Bytes{};
+    parts.push_back(Box(track.format, {fields, track.entryBoxes, own}));
   }
   return Full("stsd", 0, 0, parts);
 }

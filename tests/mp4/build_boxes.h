@@ -42,6 +42,7 @@ struct TrackSpec {
   std::vector<int32_t> timeOffsets = {};  // ctts, where there are any
   std::vector<uint32_t> sync = {};        // stss, 1-based, where there are any
   Bytes entryBoxes = {};                  // behind the fields of each sample entry
+  std::vector<Bytes> entryBoxesOf = {};   // and more, of each description where they differ
   std::vector<Bytes> tableBoxes = {};     // more in stbl
   std::vector<Bytes> trackBoxes = {};     // more in trak
   // More in stbl that names a place of the file, where the first chunk's data begins.

@@ -145,7 +145,7 @@ TEST(OutputFile, FilesThatAreNoneAreNamed) {
               HasSubstr("/nowhere/at/all.mp4: No such file"));
   EXPECT_THAT(Refusal([] { FileSource source("/dev/null"); }), HasSubstr("/dev/null: not a regular file"));
   EXPECT_THAT(Refusal([] { OutputFile out("/nowhere/out.mp4"); }),
-              HasSubstr("/nowhere/out.mp4: cannot be made"));
+              HasSubstr("/nowhere/out.mp4: cannot be written"));
 }
 
 }  // namespace

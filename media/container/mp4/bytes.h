@@ -19,6 +19,13 @@ constexpr uint32_t FourCc(const char (&text)[5]) {
          uint32_t{static_cast<uint8_t>(text[2])} << 8 | uint32_t{static_cast<uint8_t>(text[3])};
 }
 
+// A type's four bytes.
+inline std::string TypeBytes(uint32_t type) {
+  std::string text;
+  for (int shift = 24; shift >= 0; shift -= 8) text += static_cast<char>(type >> shift & 0xFF);
+  return text;
+}
+
 // A type as a message shows it; what is not printable ASCII becomes '.'.
 inline std::string TypeName(uint32_t type) {
   std::string text;

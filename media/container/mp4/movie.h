@@ -64,7 +64,10 @@ struct Track {
   // Why what the track holds cannot be relied on; empty where it can. Throw through Require.
   std::string problem;
 
-  bool video() const { return handler == FourCc("vide"); }
+  // Pictures: moving, of an auxiliary video track (alpha, depth), or of a sequence of images.
+  bool video() const {
+    return handler == FourCc("vide") || handler == FourCc("auxv") || handler == FourCc("pict");
+  }
   bool wideOffsets() const { return chunkOffsets.box.type == FourCc("co64"); }
   // Throws Error with the problem where there is one.
   void Require() const;

@@ -22,12 +22,14 @@ OutputFile::OutputFile(const std::string& path, Disk& disk) : disk_(disk), path_
   const size_t slash = path.rfind('/');
   const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
   for (int attempt = 0; attempt < 1000 && descriptor_ < 0; ++attempt) {
-    temporary_ = FolderOf(path) + "/." + name + "." + std::to_string(getpid()) + "-" +
+    // A long name is cut so that it stays one.
+    temporary_ = FolderOf(path) + "/." + name.substr(0, 200) + "." + std::to_string(getpid()) + "-" +
                  std::to_string(attempt) + ".part";
     descriptor_ = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (descriptor_ < 0 && errno != EEXIST) break;
   }
-  if (descriptor_ < 0) throw Error(path, std::string("cannot be made: ") + std::strerror(errno));
+  if (descriptor_ < 0) throw Error(path, std::string("cannot be written: ") + std::strerror(errno));
+  unfinished_ = std::make_unique<Unfinished>(temporary_);
   buffer_.reserve(kBufferBytes);
 }
 
@@ -81,6 +83,11 @@ void OutputFile::FlushBuffer() {
   WriteAll(disk_, descriptor_, buffer_, at_, path_);
   at_ += buffer_.size();
   buffer_.clear();
+}
+
+const std::string& OutputFile::Readable() {
+  FlushBuffer();
+  return temporary_;
 }
 
 void OutputFile::Finish() {

@@ -3,8 +3,10 @@
 #ifndef MEDIA_CONTAINER_MP4_OUTPUT_FILE_H
 #define MEDIA_CONTAINER_MP4_OUTPUT_FILE_H
 
+#include <memory>
 #include <string>
 
+#include "base/unfinished.h"
 #include "container/mp4/carrier.h"
 #include "container/mp4/disk.h"
 
@@ -22,6 +24,8 @@ class OutputFile final : public Sink {
   void Write(ByteSpan bytes) override;
   // Long runs of a file go over inside the system, and share their blocks where it can do that.
   void Copy(const Source& source, uint64_t at, uint64_t bytes) override;
+  // Makes all that was written readable under a name that the file has until Finish, for whoever checks it.
+  const std::string& Readable();
   // Flushes, and gives the file its name, in place of any other.
   void Finish();
 
@@ -31,6 +35,7 @@ class OutputFile final : public Sink {
   Disk& disk_;
   std::string path_;
   std::string temporary_;
+  std::unique_ptr<Unfinished> unfinished_;
   int descriptor_ = -1;
   uint64_t at_ = 0;  // behind what is written
   Bytes buffer_;

@@ -150,16 +150,7 @@ SampleCounts RunSampleEditor(Edit& edit, uint32_t trackId, SampleEditor& editor,
   Bytes bytes;
   uint64_t done = 0;
   for (Sample sample; samples.Next(sample); ++counts.samples) {
-    const uint64_t size = edit.source.size();
-    if (!sample.inFile) {
-      throw edit.source.Fault(0, "samples of track " + std::to_string(trackId) + " stand in another file");
-    }
-    if (sample.offset > size || sample.size > size - sample.offset) {
-      throw edit.source.Fault(sample.offset, "sample " + std::to_string(sample.number + 1) + " of track " +
-                                                 std::to_string(trackId) + " is outside the file");
-    }
-    bytes.resize(sample.size);
-    edit.source.Read(sample.offset, bytes);
+    ReadSample(edit.source, trackId, sample, bytes);
     returns.Given(sample, &bytes);
     editor.Take(sample, bytes, returns);
     done += sample.size;

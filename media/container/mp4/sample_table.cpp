@@ -193,4 +193,16 @@ bool TrackSamples::NextOfFragments(Sample& sample) {
   return false;
 }
 
+void ReadSample(const Source& source, uint32_t trackId, const Sample& sample, Bytes& bytes) {
+  if (!sample.inFile) {
+    throw source.Fault(0, "samples of track " + std::to_string(trackId) + " stand in another file");
+  }
+  if (sample.offset > source.size() || sample.size > source.size() - sample.offset) {
+    throw source.Fault(sample.offset, "sample " + std::to_string(sample.number + 1) + " of track " +
+                                          std::to_string(trackId) + " is outside the file");
+  }
+  bytes.resize(sample.size);
+  source.Read(sample.offset, bytes);
+}
+
 }  // namespace qlnmedia::mp4

@@ -24,6 +24,9 @@ struct Sample {
   bool encrypted = false;    // by its description or its fragment
 };
 
+// Reads a sample's bytes. Throws Error, naming sample and track, for one that is not all there.
+void ReadSample(const Source& source, uint32_t trackId, const Sample& sample, Bytes& bytes);
+
 // Chunks of a track with where they begin and how many samples they hold.
 struct Chunk {
   uint64_t number = 0;  // from 0

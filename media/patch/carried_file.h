@@ -1,0 +1,15 @@
+// Patches MP4 and MOV, whose bytes are carried over but for what changes.
+#ifndef MEDIA_PATCH_CARRIED_FILE_H
+#define MEDIA_PATCH_CARRIED_FILE_H
+
+#include "container/media_file.h"
+#include "qlnmedia/patch.h"
+
+namespace qlnmedia {
+
+// As PatchFile. `in` is options.in, opened.
+PatchResult PatchCarried(const PatchOptions& options, const MediaFile& in);
+
+}  // namespace qlnmedia
+
+#endif

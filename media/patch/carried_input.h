@@ -1,0 +1,51 @@
+// An MP4 or MOV file as a patch reads it: described by libavformat, its samples out of the boxes.
+#ifndef MEDIA_PATCH_CARRIED_INPUT_H
+#define MEDIA_PATCH_CARRIED_INPUT_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "container/mp4/carrier.h"
+#include "patch/patch_input.h"
+#include "patch/sample_units.h"
+
+namespace qlnmedia {
+
+class CarriedInput final : public PatchInput {
+ public:
+  // `path` is what failures name. `media` is the file, or the initialization segment of `carrier`'s segment;
+  // both must outlive this.
+  CarriedInput(const MediaFile& media, std::string path, const mp4::Carrier& carrier);
+
+  const MediaFile& media() const override { return media_; }
+  const std::string& path() const override { return path_; }
+  bool carried() const override { return true; }
+  StreamDescription Describe(unsigned stream) const override;
+  void Read(const std::set<unsigned>& streams, const ProgressCallback& progress,
+            const Take& take) const override;
+  std::vector<std::vector<uint8_t>> OtherPrivateData(unsigned stream) const override;
+
+  uint32_t TrackId(unsigned stream) const;
+  // Of all sample descriptions of a stream's track.
+  SampleUnits UnitsOf(unsigned stream) const;
+  // The box that holds the private data of each sample description; 0 where there is none.
+  std::vector<uint32_t> RecordBoxes(unsigned stream) const;
+
+ private:
+  struct Private {
+    uint32_t box = 0;
+    Bytes data;
+  };
+  std::vector<Private> PrivateOf(unsigned stream) const;
+  const mp4::Track& TrackOf(unsigned stream) const;
+  void FillInRate(const mp4::Track& track, StreamDescription& stream) const;
+
+  const MediaFile& media_;
+  std::string path_;
+  const mp4::Carrier& carrier_;
+};
+
+}  // namespace qlnmedia
+
+#endif

@@ -1,0 +1,51 @@
+// Writes values of a stream as boxes hold them.
+
+#include "patch/container_facts.h"
+
+#include <algorithm>
+
+namespace qlnmedia {
+
+namespace {
+
+// The message's order (ITU-T H.265 D.2.28): green, blue, red, white point, most and least luminance.
+std::array<uint8_t, 24> BodyOf(const MasteringDisplay& display) {
+  mp4::Bytes body;
+  for (const auto& point : {display.green, display.blue, display.red, display.white}) {
+    mp4::PutNumber(body, point.x, 2);
+    mp4::PutNumber(body, point.y, 2);
+  }
+  mp4::PutNumber(body, display.maxLuminance, 4);
+  mp4::PutNumber(body, display.minLuminance, 4);
+  std::array<uint8_t, 24> out{};
+  std::copy(body.begin(), body.end(), out.begin());
+  return out;
+}
+
+}  // namespace
+
+mp4::ContainerFacts FactsOf(const StreamChanges& changes, const StreamDescription& stream) {
+  mp4::ContainerFacts facts;
+  if (changes.colour || changes.fullRange) {
+    mp4::Colour colour;
+    if (changes.colour) {
+      colour.primaries = changes.colour->primaries;
+      colour.transfer = changes.colour->transfer;
+      colour.matrix = changes.colour->matrix;
+    }
+    colour.fullRange = changes.fullRange;
+    facts.colour = colour;
+  }
+  if (changes.mastering) facts.mastering = BodyOf(*changes.mastering);
+  if (changes.lightLevel) facts.lightLevel = {changes.lightLevel->maxContent, changes.lightLevel->maxAverage};
+  if (changes.interlaced) {
+    // Fields of a frame; the one that is shown first is coded first (QuickTime File Format Specification).
+    constexpr uint8_t kTopFirst = 1;
+    constexpr uint8_t kBottomFirst = 6;
+    facts.fields = {1, 0};
+    if (*changes.interlaced) facts.fields = {2, stream.bottomFirst ? kBottomFirst : kTopFirst};
+  }
+  return facts;
+}
+
+}  // namespace qlnmedia

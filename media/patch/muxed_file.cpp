@@ -1,0 +1,147 @@
+// Reads every packet, hands those of coded video to their editor, writes them all.
+
+#include "patch/muxed_file.h"
+
+#include <deque>
+#include <new>
+#include <utility>
+
+#include "base/error.h"
+#include "base/progress.h"
+#include "container/coded_stream.h"
+#include "container/edited_stream.h"
+#include "container/media_writer.h"
+#include "container/packet_joiner.h"
+#include "patch/edited_streams.h"
+#include "patch/verify.h"
+
+namespace qlnmedia {
+
+namespace {
+
+class MuxedInput final : public PatchInput {
+ public:
+  explicit MuxedInput(const MediaFile& in) : in_(in) {}
+
+  const MediaFile& media() const override { return in_; }
+  const std::string& path() const override { return in_.path(); }
+  bool carried() const override { return false; }
+  StreamDescription Describe(unsigned stream) const override { return DescribeStream(in_, stream); }
+
+  void Read(const std::set<unsigned>& streams, const ProgressCallback& progress,
+            const Take& take) const override {
+    MediaFile file(in_.path());
+    PacketJoiner joiner(file);
+    const auto give = [&](const PacketHandle& packet) {
+      const auto index = static_cast<unsigned>(packet->stream_index);
+      if (streams.count(index) != 0) take(index, ViewOf(*packet));
+    };
+    const PacketHandle packet(av_packet_alloc());
+    if (packet == nullptr) throw std::bad_alloc();
+    Progress meter(progress, "reading", file.sizeBytes());
+    while (file.Read(packet.get())) {
+      meter.At(packet->pos);
+      if (const PacketHandle whole = joiner.Take(packet.get())) give(whole);
+    }
+    while (const PacketHandle whole = joiner.Finish()) give(whole);
+    meter.Done();
+  }
+
+ private:
+  const MediaFile& in_;
+};
+
+// Packets on their way through the editors.
+class Packets {
+ public:
+  // A null writer writes nothing.
+  Packets(EditedStreams& streams, MediaWriter* out) : streams_(streams), out_(out) {}
+
+  void Take(PacketHandle packet) {
+    if (EditedStream* const edited = Find(*packet)) {
+      edited->editor->Push({Bytes(packet->data, packet->data + packet->size), packet->pts, packet->dts,
+                            (packet->flags & AV_PKT_FLAG_KEY) != 0});
+    }
+    waiting_.push_back(std::move(packet));
+    Send();
+  }
+
+  void Finish() {
+    for (auto& [index, edited] : streams_.streams()) edited.editor->Finish();
+    Send();
+  }
+
+ private:
+  EditedStream* Find(const AVPacket& packet) {
+    const auto found = streams_.streams().find(static_cast<unsigned>(packet.stream_index));
+    return found == streams_.streams().end() ? nullptr : &found->second;
+  }
+
+  // Packets keep the file's order, so that all wait for one that its editor does not give back yet.
+  void Send() {
+    for (; !waiting_.empty(); waiting_.pop_front()) {
+      AVPacket* const packet = waiting_.front().get();
+      if (EditedStream* const edited = Find(*packet)) {
+        const std::optional<EditedUnit> unit = edited->editor->Pull();
+        if (!unit) return;
+        if (unit->unit.key) packet->flags |= AV_PKT_FLAG_KEY;
+        if (unit->changed) ReplacePacketData(packet, unit->unit.data);
+      }
+      if (out_ != nullptr) out_->Write(packet);
+    }
+  }
+
+  EditedStreams& streams_;
+  MediaWriter* out_;
+  std::deque<PacketHandle> waiting_;
+};
+
+void SetParametersOf(const EditedStreams& streams, const EditOptions& options, const MediaWriter& out) {
+  for (const auto& [index, edited] : streams.streams()) {
+    if (edited.stream.codec == VideoCodec::kMpeg2) continue;
+    OutputParameters parameters;
+    parameters.privateData = edited.editor->privateData();
+    parameters.colour = options.colour;
+    parameters.fullRange = options.fullRange;
+    parameters.mastering = options.mastering;
+    parameters.lightLevel = options.lightLevel;
+    parameters.interlaced = options.interlaced;
+    parameters.bottomFirst = edited.stream.bottomFirst;
+    SetParameters(out.stream(index), parameters);
+  }
+}
+
+}  // namespace
+
+PatchResult PatchMuxed(const PatchOptions& options, MediaFile& in) {
+  const MuxedInput input(in);
+  EditedStreams streams(input, options);
+  MediaWriter out(in, options.out);
+  SetParametersOf(streams, options, out);
+  if (!options.dryRun) out.Begin();
+  Progress meter(options.progress, options.dryRun ? "reading" : "patching", in.sizeBytes());
+  const PacketHandle packet(av_packet_alloc());
+  if (packet == nullptr) throw std::bad_alloc();
+  Packets packets(streams, options.dryRun ? nullptr : &out);
+  PacketJoiner joiner(in);
+  while (in.Read(packet.get())) {
+    meter.At(packet->pos);
+    if (PacketHandle whole = joiner.Take(packet.get())) packets.Take(std::move(whole));
+  }
+  while (PacketHandle whole = joiner.Finish()) packets.Take(std::move(whole));
+  if (!in.endNote().empty()) throw Error(options.in, in.endNote(), "a damaged file is not patched");
+  packets.Finish();
+  PatchResult result;
+  std::string verified;
+  if (!options.dryRun) {
+    out.Finish([&](const std::string& written) {
+      if (options.verify) verified = VerifyPatched(options.in, written, options.out);
+    });
+  }
+  meter.Done();
+  result.lines = streams.Summary();
+  if (!verified.empty()) result.lines.push_back(verified);
+  return result;
+}
+
+}  // namespace qlnmedia

@@ -1,0 +1,111 @@
+// Puts sets in and takes them out, by units.
+
+#include "patch/sample_units.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "base/error.h"
+#include "units/access_unit.h"
+
+namespace qlnmedia {
+
+namespace {
+
+bool IsSet(Codec codec, ByteSpan unit) {
+  const int type = UnitType(codec, unit);
+  if (codec == Codec::kHevc) return type == hevc::kVps || type == hevc::kSps || type == hevc::kPps;
+  return type == h264::kSps || type == h264::kPps || type == h264::kSpsExtension || type == h264::kSubsetSps;
+}
+
+bool IsDelimiter(Codec codec, ByteSpan unit) {
+  return UnitType(codec, unit) == (codec == Codec::kHevc ? hevc::kDelimiter : h264::kDelimiter);
+}
+
+std::vector<Bytes> SetsOf(const ConfigRecord& record) {
+  std::vector<Bytes> sets = record.units();
+  sets.erase(
+      std::remove_if(sets.begin(), sets.end(), [&](const Bytes& unit) { return !IsSet(record.codec, unit); }),
+      sets.end());
+  return sets;
+}
+
+}  // namespace
+
+SampleUnits::SampleUnits(VideoCodec codec, std::vector<Bytes> records) : codec_(UnitCodecOf(codec)) {
+  if (!codec_) return;
+  bool differ = false;
+  for (const Bytes& record : records) {
+    records_.push_back(ReadConfigRecord(*codec_, record));
+    differ = differ || records_.back().framing.lengthBytes != records_.front().framing.lengthBytes;
+    framing_.lengthBytes = std::max(framing_.lengthBytes, records_.back().framing.lengthBytes);
+  }
+  if (differ) lengthBytes_ = framing_.lengthBytes;
+  current_ = records_.data();
+}
+
+const ConfigRecord& SampleUnits::RecordOf(uint32_t description) const {
+  return records_[description == 0 || description > records_.size() ? 0 : description - 1];
+}
+
+bool SampleUnits::Take(const mp4::Sample& sample, mp4::ByteSpan bytes, Given& given) {
+  if (bytes.empty() || sample.encrypted) return false;
+  given = {};
+  if (!codec_) {
+    given.bytes.assign(bytes.begin(), bytes.end());
+    return true;
+  }
+  const ConfigRecord& record = RecordOf(sample.description);
+  std::vector<Bytes> sets;
+  if (&record != current_ && record.units() != current_->units()) sets = SetsOf(record);
+  current_ = &record;
+  if (sets.empty() && record.framing.lengthBytes == framing_.lengthBytes) {
+    given.bytes.assign(bytes.begin(), bytes.end());
+    return true;
+  }
+  UnitRun run = TakeApart(bytes, record.framing);
+  const bool delimited = !run.units.empty() && IsDelimiter(*codec_, run.units.front().bytes);
+  given.borrowed = sets.size();
+  std::vector<Unit> borrowed;
+  for (Bytes& set : sets) borrowed.push_back({.bytes = std::move(set)});
+  run.units.insert(run.units.begin() + (delimited ? 1 : 0), std::make_move_iterator(borrowed.begin()),
+                   std::make_move_iterator(borrowed.end()));
+  given.bytes = PutTogether(run, framing_);
+  return true;
+}
+
+SampleUnits::Returned SampleUnits::GiveBack(uint32_t description, const Given& given, const Bytes& edited,
+                                            const std::string& where) const {
+  if (!codec_) return {.bytes = edited};
+  const Framing own = RecordOf(description).framing;
+  if (given.borrowed == 0 && own.lengthBytes == framing_.lengthBytes) return {.bytes = edited};
+  Returned returned;
+  UnitRun run = TakeApart(edited, framing_);
+  const std::vector<Bytes> sets = given.borrowed == 0 ? std::vector<Bytes>{} : SetsOf(RecordOf(description));
+  std::vector<Unit> kept;
+  size_t taken = 0;
+  for (Unit& unit : run.units) {
+    if (taken == given.borrowed || !IsSet(*codec_, unit.bytes)) {
+      kept.push_back(std::move(unit));
+      continue;
+    }
+    const bool changed = unit.bytes != sets[taken++];
+    const int type = UnitType(*codec_, unit.bytes);
+    if (changed && type == (*codec_ == Codec::kHevc ? hevc::kSps : h264::kSps)) ++returned.sequenceSets;
+    if (changed && *codec_ == Codec::kHevc && type == hevc::kVps) ++returned.videoSets;
+  }
+  run.units = std::move(kept);
+  if (const size_t outgrown = OutgrownUnit(run, own); outgrown != 0)
+    throw Error(where, fmt::format("a unit of {} bytes does not fit its {}-byte length field", outgrown,
+                                   own.lengthBytes));
+  returned.bytes = PutTogether(run, own);
+  return returned;
+}
+
+PacketView ViewOf(const mp4::Sample& sample, ByteSpan bytes) {
+  return {bytes, sample.compositionTime, sample.decodeTime, sample.sync, static_cast<int64_t>(sample.offset)};
+}
+
+}  // namespace qlnmedia
