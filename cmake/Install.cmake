@@ -13,6 +13,30 @@ install(FILES ${QLN_PUBLIC_HEADERS} DESTINATION ${QLN_INCLUDE_DIR}/qlnutil)
 install(FILES ${PROJECT_SOURCE_DIR}/support/kxutil/kxutil.h DESTINATION ${QLN_INCLUDE_DIR}/kxutil)
 install(FILES ${PROJECT_SOURCE_DIR}/support/timecode/kxtimecode.h DESTINATION ${QLN_INCLUDE_DIR}/timecode)
 
+# Debug information goes into a file in the folder .debug beside each installed binary, where debuggers look, also when
+# the tree was moved.
+function(qln_split_debug_information)
+  if(NOT CMAKE_OBJCOPY)
+    return()
+  endif()
+  foreach(target IN LISTS ARGN)
+    set(folder ${CMAKE_INSTALL_LIBDIR})
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL "EXECUTABLE")
+      set(folder ${CMAKE_INSTALL_BINDIR})
+    endif()
+    install(CODE "
+      set(folder \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${folder}\")
+      set(name \"$<TARGET_FILE_NAME:${target}>\")
+      file(MAKE_DIRECTORY \"\${folder}/.debug\")
+      execute_process(COMMAND \"${CMAKE_OBJCOPY}\" --only-keep-debug \"$<TARGET_FILE:${target}>\" \"\${name}.debug\"
+        WORKING_DIRECTORY \"\${folder}/.debug\" COMMAND_ERROR_IS_FATAL ANY)
+      execute_process(COMMAND \"${CMAKE_OBJCOPY}\" --strip-unneeded --remove-section=.gnu_debuglink
+        \"--add-gnu-debuglink=\${name}.debug\" \"\${folder}/\${name}\"
+        WORKING_DIRECTORY \"\${folder}/.debug\" COMMAND_ERROR_IS_FATAL ANY)")
+  endforeach()
+endfunction()
+
 # A package: its targets, its CMake files, its pkg-config files.
 function(qln_install_package name)
   cmake_parse_arguments(ARG "" "" "TARGETS;PKGCONFIG" ${ARGN})
@@ -21,6 +45,7 @@ function(qln_install_package name)
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
     INCLUDES DESTINATION ${QLN_INCLUDE_DIR})
+  qln_split_debug_information(${ARG_TARGETS})
   install(EXPORT ${name}Targets NAMESPACE ${name}:: DESTINATION ${QLN_PACKAGE_DIR}/${name})
   configure_package_config_file(cmake/${name}Config.cmake.in ${PROJECT_BINARY_DIR}/${name}Config.cmake
     INSTALL_DESTINATION ${QLN_PACKAGE_DIR}/${name})
@@ -39,4 +64,5 @@ if(QLN_TOOLS)
   install(FILES ${QLNMEDIA_PUBLIC_HEADERS} DESTINATION ${QLN_INCLUDE_DIR}/qlnmedia)
   qln_install_package(qlnmedia TARGETS qlnmedia_library PKGCONFIG qlnmedia)
   install(TARGETS qlnmedia RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  qln_split_debug_information(qlnmedia)
 endif()

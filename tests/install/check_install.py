@@ -73,8 +73,27 @@ for consumer in ("engine_consumer", "editor_consumer"):
         *flags, f"-Wl,-rpath,{library_dir}")
 run_engine_consumers(f"{work}/engine_pkgconfig")
 
-# the tool, from where it lies
-run(f"{prefix}/bin/qlnmedia", "--version")
+# the tool, from where it lies; its debug information stands beside it, where debuggers look, and not in it
+tool = f"{prefix}/bin/qlnmedia"
+run(tool, "--version")
+run(tool, "inspect", clip)
+for binary in (tool, *glob.glob(f"{library_dir}/lib*.so.*.*")):
+    debug = f"{os.path.dirname(binary)}/.debug/{os.path.basename(binary)}.debug"
+    if ".debug_info" in run("readelf", "-SW", binary) or ".gnu_debuglink" not in run("readelf", "-SW", binary):
+        sys.exit(f"{binary} holds its debug information, or does not say where it is")
+    if ".debug_info" not in run("readelf", "-SW", debug):
+        sys.exit(f"{debug} holds no debug information")
+
+# without libav, or with a damaged one, the tool starts and says what is missing
+version = run("pkg-config", "--modversion", "libavformat").split(".")[0]
+os.makedirs(f"{work}/damaged")
+open(f"{work}/damaged/libavformat.so.{version}", "w", encoding="utf-8").close()
+damaged = {**os.environ, "LD_LIBRARY_PATH": f"{work}/damaged"}
+run(tool, "--help", LD_LIBRARY_PATH=f"{work}/damaged")
+told = subprocess.run([tool, "inspect", clip], capture_output=True, text=True, check=False, env=damaged)
+if told.returncode != 1 or f"libavformat.so.{version}: cannot be loaded" not in told.stderr or \
+        told.stderr.count("\n") != 1:
+    sys.exit(f"a missing libav is told as {told.returncode}: {told.stderr}")
 
 # sub-project: tests, tools and benchmarks are off by themselves
 run(cmake, "-S", f"{here}/subproject", "-B", f"{work}/subproject", "-G", "Ninja", f"-DQLNUTIL_SOURCE={source}",
