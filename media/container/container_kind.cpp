@@ -53,14 +53,18 @@ bool SameFile(const std::string& a, const std::string& b) {
 
 }  // namespace
 
-std::string RequireOutput(const MediaFile& in, const std::string& path) {
-  if (SameFile(in.path(), path)) throw Error(path, "is the input itself", "name another file for the output");
+void RequireWritable(const std::string& in, const std::string& path) {
+  if (SameFile(in, path)) throw Error(path, "is the input itself", "name another file for the output");
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) {
     if (errno != ENOENT) throw Error(path, fmt::format("cannot be written: {}", std::strerror(errno)));
   } else if (!S_ISREG(status.st_mode)) {
     throw Error(path, "is no ordinary file", "name a file for the output");
   }
+}
+
+std::string RequireOutput(const MediaFile& in, const std::string& path) {
+  RequireWritable(in.path(), path);
   std::string format = OutputFormatOf(in);
   RequireEndingOf(format, in, path);
   return format;

@@ -12,8 +12,9 @@ namespace qlnmedia {
 // The muxer that writes the kind of container that `in` is; throws Error where there is none.
 std::string OutputFormatOf(const MediaFile& in);
 
-// Throws Error for an output that cannot be written at all: the input itself, no ordinary file, one that is
-// named as another kind of container. Gives the muxer's name as above.
+// Throws Error for an output that cannot be written at all: the input `in` itself, or no ordinary file.
+void RequireWritable(const std::string& in, const std::string& path);
+// The same, and for one that is named as another kind of container. Gives the muxer's name as above.
 std::string RequireOutput(const MediaFile& in, const std::string& path);
 
 // Throws Error where the ending of `path` is known for another kind of container than `format`, a muxer's

@@ -7,6 +7,7 @@
 
 #include "base/progress.h"
 #include "container/container_kind.h"
+#include "container/mp4/in_place.h"
 #include "container/mp4/layout_check.h"
 #include "container/mp4/output_file.h"
 #include "patch/carried_tracks.h"
@@ -15,6 +16,7 @@
 namespace qlnmedia {
 
 PatchResult PatchCarried(const PatchOptions& options, const MediaFile& in) {
+  mp4::RequireNoJournal(options.in);
   RequireOutput(in, options.out);
   const mp4::FileSource source(options.in);
   mp4::CarrierOptions carrierOptions;

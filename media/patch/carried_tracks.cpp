@@ -5,16 +5,40 @@
 #include <fmt/format.h>
 
 #include <deque>
+#include <optional>
 #include <utility>
 
 #include "patch/container_facts.h"
 
 namespace qlnmedia {
 
+namespace {
+
+// Of each sample at a time, while only the heads of units are looked at.
+constexpr size_t kHeadBytes = 512;
+
+// Colour and range stand in parameter sets alone.
+bool ChangesSetsOnly(const StreamChanges& changes) {
+  StreamChanges others = changes;
+  others.colour.reset();
+  others.fullRange.reset();
+  return !others.beyondCaptions() && !others.replaceCaptions;
+}
+
+}  // namespace
+
 class CarriedTracks::Editor final : public mp4::SampleEditor {
  public:
-  Editor(EditedStream& edited, SampleUnits units, std::string where)
-      : edited_(edited), units_(std::move(units)), where_(std::move(where)) {}
+  Editor(EditedStream& edited, SampleUnits units, std::string where, bool setsOnly)
+      : edited_(edited), units_(std::move(units)), where_(std::move(where)), setsOnly_(setsOnly) {}
+
+  bool Wants(const mp4::Source& source, const mp4::Sample& sample) override {
+    if (!setsOnly_ || !sample.inFile || sample.offset > source.size() ||
+        sample.size > source.size() - sample.offset)
+      return true;
+    if (!reader_) reader_.emplace(source, kHeadBytes);
+    return units_.MayHoldSets(*reader_, sample);
+  }
 
   void Take(const mp4::Sample& sample, mp4::ByteSpan bytes, mp4::SampleReturns& returns) override {
     SampleUnits::Given given;
@@ -54,14 +78,17 @@ class CarriedTracks::Editor final : public mp4::SampleEditor {
   EditedStream& edited_;
   SampleUnits units_;
   std::string where_;
+  bool setsOnly_;
+  std::optional<mp4::Reader> reader_;
   std::deque<Waiting> waiting_;
 };
 
 CarriedTracks::CarriedTracks(const CarriedInput& in, EditedStreams& streams, const EditOptions& options) {
   for (auto& [index, edited] : streams.streams()) {
     if (!streams.ChangesPictures(index)) continue;
-    editors_.push_back(
-        std::make_unique<Editor>(edited, in.UnitsOf(index), fmt::format("{}: stream {}", in.path(), index)));
+    editors_.push_back(std::make_unique<Editor>(edited, in.UnitsOf(index),
+                                                fmt::format("{}: stream {}", in.path(), index),
+                                                ChangesSetsOnly(options) && !streams.HasCaptions(index)));
     mp4::TrackChange track{.trackId = in.TrackId(index), .samples = editors_.back().get()};
     if (UnitCodecOf(edited.stream.codec) && options.beyondCaptions()) {
       track.facts = FactsOf(options, edited.stream);

@@ -37,6 +37,7 @@ class EditedStreams {
   const std::map<unsigned, EditedStream>& streams() const { return streams_; }
   // True where the stream's pictures may change, and not its private data alone.
   bool ChangesPictures(unsigned index) const;
+  bool HasCaptions(unsigned index) const { return index == captioned_; }
   // What was changed, one line each.
   std::vector<std::string> Summary() const;
 

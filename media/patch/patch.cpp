@@ -4,11 +4,16 @@
 
 #include "container/media_file.h"
 #include "patch/carried_file.h"
+#include "patch/in_place_file.h"
 #include "patch/muxed_file.h"
+#include "patch/segment_files.h"
 
 namespace qlnmedia {
 
 PatchResult PatchFile(const PatchOptions& options) {
+  if (options.inPlace) return PatchInPlace(options);
+  if (options.segments) return PatchSegments(options);
+  if (!options.initialization.empty()) return PatchSegment(options);
   MediaFile in(options.in);
   in.RequireVideo();
   return in.isIso() ? PatchCarried(options, in) : PatchMuxed(options, in);

@@ -76,6 +76,26 @@ bool SampleUnits::Take(const mp4::Sample& sample, mp4::ByteSpan bytes, Given& gi
   return true;
 }
 
+bool SampleUnits::MayHoldSets(mp4::Reader& reader, const mp4::Sample& sample) const {
+  if (!codec_ || sample.encrypted) return false;
+  const auto length = static_cast<size_t>(RecordOf(sample.description).framing.lengthBytes);
+  if (length == 0) return true;
+  const size_t head = UnitHeaderBytes(*codec_);
+  uint64_t at = sample.offset;
+  uint64_t left = sample.size;
+  while (left >= length + head) {
+    const uint64_t size = reader.Number(at, length);
+    // What is not as it should be is for the editor to see.
+    if (size < head || size > left - length) return true;
+    Bytes bytes;
+    mp4::PutNumber(bytes, reader.Number(at + length, head), head);
+    if (IsSet(*codec_, bytes)) return true;
+    at += length + size;
+    left -= length + size;
+  }
+  return left != 0;
+}
+
 SampleUnits::Returned SampleUnits::GiveBack(uint32_t description, const Given& given, const Bytes& edited,
                                             const std::string& where) const {
   if (!codec_) return {.bytes = edited};

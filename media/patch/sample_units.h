@@ -29,6 +29,9 @@ class SampleUnits {
   // False for a sample that is passed by: it is empty, or encrypted. In decoding order.
   bool Take(const mp4::Sample& sample, mp4::ByteSpan bytes, Given& given);
 
+  // False where no unit of the sample is a parameter set, as its units' heads tell; nothing else is read.
+  bool MayHoldSets(mp4::Reader& reader, const mp4::Sample& sample) const;
+
   // The edited sample as it goes back into the track. Throws Error, with `where` in front, for a unit that
   // outgrows its length field.
   struct Returned {

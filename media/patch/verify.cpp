@@ -17,17 +17,31 @@ namespace qlnmedia {
 
 namespace {
 
-// What must not change of a packet: its times, and its slices or, where it is no coded video, its bytes.
+// Of one packet, as KeptOf tells.
 struct Kept {
-  int64_t pts;
-  int64_t dts;
-  uint64_t hash;
+  int64_t pts = 0;
+  int64_t dts = 0;
+  int64_t duration = 0;  // 0 where durations do not count
+  uint64_t hash = 0xCBF29CE484222325u;
 };
 
 // FNV-1a, which tells a changed byte from an unchanged one; nobody forges slices against us.
 void Mix(uint64_t& hash, ByteSpan bytes) {
   for (const uint8_t byte : bytes) hash = (hash ^ byte) * 0x100000001B3u;
   hash = (hash ^ bytes.size()) * 0x100000001B3u;
+}
+
+void Mix(uint64_t& hash, int64_t number) {
+  for (int shift = 0; shift < 64; shift += 8)
+    hash = (hash ^ (static_cast<uint64_t>(number) >> shift & 0xFF)) * 0x100000001B3u;
+}
+
+bool MayChange(Codec codec, int type) {
+  if (codec == Codec::kH264)
+    return type == h264::kSei || type == h264::kSps || type == h264::kSubsetSps || type == h264::kDelimiter ||
+           type == h264::kFiller;
+  return type == hevc::kVps || type == hevc::kSps || type == hevc::kDelimiter || type == hevc::kFiller ||
+         type == hevc::kPrefixSei || type == hevc::kSuffixSei;
 }
 
 // The packets of one file, stream by stream, as they are read.
@@ -38,12 +52,9 @@ class KeptReader {
     for (unsigned i = 0; i < file_.context()->nb_streams; ++i) {
       const AVStream& stream = *file_.context()->streams[i];
       codecs_.push_back(CodecOf(stream));
-      ConfigRecord config;
+      framings_.emplace_back();
       if (codecs_.back() && stream.codecpar->extradata_size > 0)
-        config = ReadConfigRecord(
-            *codecs_.back(),
-            ByteSpan(stream.codecpar->extradata, static_cast<size_t>(stream.codecpar->extradata_size)));
-      framings_.push_back(config.framing);
+        SetFraming(i, stream.codecpar->extradata, static_cast<size_t>(stream.codecpar->extradata_size));
     }
     queues_.resize(codecs_.size());
   }
@@ -57,27 +68,54 @@ class KeptReader {
       if (!file_.Read(packet_.get())) return false;
     } while (static_cast<size_t>(packet_->stream_index) >= codecs_.size());
     const auto index = static_cast<size_t>(packet_->stream_index);
-    const ByteSpan data(packet_->data, static_cast<size_t>(packet_->size));
     const AVRational base = file_.context()->streams[index]->time_base;
-    Kept kept{Time(packet_->pts, base), Time(packet_->dts, base), 0xCBF29CE484222325u};
-    if (file_.context()->streams[index]->codecpar->codec_id == AV_CODEC_ID_MPEG2VIDEO) {
-      for (const Mpeg2Unit& unit : Mpeg2Units(data)) {
-        if (unit.code != kMpeg2UserData) Mix(kept.hash, data.subspan(unit.at, unit.size));
-      }
-    } else if (!codecs_[index]) {
-      Mix(kept.hash, data);
-    } else {
-      for (const Unit& unit : TakeApart(data, framings_[index]).units) {
-        if (IsSlice(*codecs_[index], UnitType(*codecs_[index], unit.bytes))) Mix(kept.hash, unit.bytes);
-      }
+    Kept kept{Time(packet_->pts, base), Time(packet_->dts, base)};
+    if (file_.isIso()) {
+      kept.duration = packet_->duration;
+      TakeSideData(index, kept.hash);
     }
+    MixBytes(index, kept.hash);
     queues_[index].push_back(kept);
     return true;
   }
 
  private:
-  static int64_t Time(int64_t timestamp, AVRational base) {
-    if (timestamp == AV_NOPTS_VALUE) return timestamp;
+  void SetFraming(size_t index, const uint8_t* data, size_t size) {
+    framings_[index] = ReadConfigRecord(*codecs_[index], ByteSpan(data, size)).framing;
+  }
+
+  // A new configuration record changes with the patch; what else stands beside a packet stays.
+  void TakeSideData(size_t index, uint64_t& hash) {
+    for (int i = 0; i < packet_->side_data_elems; ++i) {
+      const AVPacketSideData& side = packet_->side_data[i];
+      if (side.type == AV_PKT_DATA_NEW_EXTRADATA) {
+        if (codecs_[index]) SetFraming(index, side.data, side.size);
+        continue;
+      }
+      Mix(hash, static_cast<int64_t>(side.type));
+      Mix(hash, ByteSpan(side.data, side.size));
+    }
+  }
+
+  void MixBytes(size_t index, uint64_t& hash) const {
+    const ByteSpan data(packet_->data, static_cast<size_t>(packet_->size));
+    if (file_.context()->streams[index]->codecpar->codec_id == AV_CODEC_ID_MPEG2VIDEO) {
+      for (const Mpeg2Unit& unit : Mpeg2Units(data)) {
+        if (unit.code != kMpeg2UserData) Mix(hash, data.subspan(unit.at, unit.size));
+      }
+    } else if (!codecs_[index]) {
+      Mix(hash, data);
+    } else {
+      const Codec codec = *codecs_[index];
+      for (const Unit& unit : TakeApart(data, framings_[index]).units) {
+        if (!MayChange(codec, UnitType(codec, unit.bytes))) Mix(hash, unit.bytes);
+      }
+    }
+  }
+
+  // Muxers have their own units of time.
+  int64_t Time(int64_t timestamp, AVRational base) const {
+    if (timestamp == AV_NOPTS_VALUE || file_.isIso()) return timestamp;
     return av_rescale_q(timestamp, base, AVRational{1, 1000000});
   }
 
@@ -88,7 +126,45 @@ class KeptReader {
   std::vector<std::deque<Kept>> queues_;
 };
 
+std::string Compared(uint64_t packets, size_t streams, bool carried, bool boxes) {
+  return fmt::format(
+      "verified: {} packets of {} streams have the input's {} and bytes, but for what a patch changes{}",
+      packets, streams,
+      carried ? "presentation and decoding times, durations, side data" : "presentation and decoding times",
+      boxes ? "; boxes, edit lists and sync samples are the input's" : "");
+}
+
 }  // namespace
+
+std::vector<StreamKept> KeptOf(const std::string& file) {
+  KeptReader reader(file);
+  std::vector<StreamKept> kept(reader.streams());
+  while (reader.Next()) {
+    for (size_t i = 0; i < kept.size(); ++i) {
+      for (auto& queue = reader.queues()[i]; !queue.empty(); queue.pop_front()) {
+        const Kept& packet = queue.front();
+        for (const int64_t number :
+             {packet.pts, packet.dts, packet.duration, static_cast<int64_t>(packet.hash)})
+          Mix(kept[i].digest, number);
+        ++kept[i].packets;
+      }
+    }
+  }
+  return kept;
+}
+
+std::string RequireKept(const std::vector<StreamKept>& before, const std::vector<StreamKept>& after,
+                        const std::string& name) {
+  if (before.size() != after.size())
+    throw Error(name, fmt::format("has {} streams, and had {}", after.size(), before.size()));
+  uint64_t packets = 0;
+  for (size_t i = 0; i < before.size(); ++i) {
+    if (before[i].packets != after[i].packets || before[i].digest != after[i].digest)
+      throw Error(name, fmt::format("stream {}: its packets are not what they were", i));
+    packets += before[i].packets;
+  }
+  return Compared(packets, before.size(), true, false);
+}
 
 std::string VerifyPatched(const std::string& in, const std::string& out, const std::string& name) {
   KeptReader before(in);
@@ -97,6 +173,7 @@ std::string VerifyPatched(const std::string& in, const std::string& out, const s
     throw Error(name, fmt::format("has {} streams, the input {}", after.streams(), before.streams()));
   const bool timed = !before.file().isRawStream();
   std::vector<int64_t> counts(before.streams());
+  uint64_t packets = 0;
   bool more = true;
   while (more) {
     const bool beforeMore = before.Next();
@@ -105,11 +182,13 @@ std::string VerifyPatched(const std::string& in, const std::string& out, const s
     for (size_t i = 0; i < counts.size(); ++i) {
       auto& was = before.queues()[i];
       auto& is = after.queues()[i];
-      for (; !was.empty() && !is.empty(); was.pop_front(), is.pop_front(), ++counts[i]) {
-        if (was.front().hash != is.front().hash)
+      for (; !was.empty() && !is.empty(); was.pop_front(), is.pop_front(), ++counts[i], ++packets) {
+        const Kept& a = was.front();
+        const Kept& b = is.front();
+        if (a.hash != b.hash)
           throw Error(name,
                       fmt::format("stream {}, packet {}: its coded data is not the input's", i, counts[i]));
-        if (timed && (was.front().pts != is.front().pts || was.front().dts != is.front().dts))
+        if (timed && (a.pts != b.pts || a.dts != b.dts || a.duration != b.duration))
           throw Error(name, fmt::format("stream {}, packet {}: its time is not the input's", i, counts[i]));
       }
     }
@@ -118,7 +197,7 @@ std::string VerifyPatched(const std::string& in, const std::string& out, const s
     if (!before.queues()[i].empty() || !after.queues()[i].empty())
       throw Error(name, fmt::format("stream {} has not as many packets as the input", i));
   }
-  return "verified: slices, times and other streams are the input's";
+  return Compared(packets, counts.size(), before.file().isIso(), before.file().isIso());
 }
 
 }  // namespace qlnmedia

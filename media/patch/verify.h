@@ -1,14 +1,29 @@
-// Reads a patched file back and holds it against its source.
+// Reads a patched file back and holds it against its source, as an independent reader shows both.
 #ifndef MEDIA_PATCH_VERIFY_H
 #define MEDIA_PATCH_VERIFY_H
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace qlnmedia {
 
-// Throws Error, naming `name` (what `out` is going to be called) and the first difference, unless both files
-// have the same streams, each stream the same packets at the same times, every coded slice unit the same
-// bytes, and every other stream the same data. Says what was compared.
+// What must not change of a file's packets. Of H.264 and HEVC every unit counts but those that a patch puts
+// in, takes out or changes (parameter sets but PPS, SEI, delimiters, filler), of MPEG-2 all but user data, of
+// other streams every byte; presentation and decoding times; and of MP4 and MOV, in the file's own units,
+// durations, and side data as well.
+struct StreamKept {
+  uint64_t packets = 0;
+  uint64_t digest = 0;
+};
+std::vector<StreamKept> KeptOf(const std::string& file);
+// Throws Error, naming `name`, where those of an MP4 or MOV file differ from what they were. Says what was
+// compared.
+std::string RequireKept(const std::vector<StreamKept>& before, const std::vector<StreamKept>& after,
+                        const std::string& name);
+
+// Holds one file against the other, packet by packet. Throws Error, naming `name` (what `out` is going to be
+// called) and the first difference. Says what was compared.
 std::string VerifyPatched(const std::string& in, const std::string& out, const std::string& name);
 
 }  // namespace qlnmedia

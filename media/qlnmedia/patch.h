@@ -32,8 +32,17 @@ struct EditOptions : StreamChanges {
 };
 
 struct PatchOptions : EditOptions {
-  std::string in;       ///< path of the file to read
-  std::string out;      ///< path of the file to write, of the same kind; another file than `in`
+  std::string in;   ///< path of the file to read
+  std::string out;  ///< path of the file to write, of the same kind; another file than `in`
+  /// MP4 and MOV: `in` itself is changed, where the change fits, and `out` is not looked at. A journal beside
+  /// the file ("NAME.qlnmedia-journal") makes that safe against whatever ends the work: the next run in
+  /// place, or RecoverFile, puts the file back.
+  bool inPlace = false;
+  /// The initialization segment of `in`, where that is a media segment alone; else empty. It is only read.
+  std::string initialization;
+  /// `in` is a folder or an HLS playlist of one stream's segments, which are patched as one stream, and `out`
+  /// the folder to write them to with their initialization segment; it must not exist, or be empty.
+  bool segments = false;
   bool dryRun = false;  ///< everything is done but writing; `out` is not looked at
   bool verify = false;  ///< the output is read back and its slices and times held against the input's
 };
@@ -47,6 +56,16 @@ struct PatchResult {
 /// @throws Error      where it cannot be done, saying why; `out` then does not exist, or is what it was
 /// @throws Cancelled  where `progress` calls it off; the same holds
 QLNMEDIA_API PatchResult PatchFile(const PatchOptions& options);
+
+enum class Recovery {
+  kNothing,    ///< no change of the file was cut off
+  kUntouched,  ///< one was, before the first byte of the file was overwritten
+  kPutBack,    ///< one was; the file is as it was before
+};
+
+/// Puts a file back as it was, where a change in place was cut off.
+/// @throws Error where that cannot be done, or another run is changing the file
+QLNMEDIA_API Recovery RecoverFile(const std::string& path);
 
 }  // namespace qlnmedia
 

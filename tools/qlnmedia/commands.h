@@ -12,6 +12,7 @@ namespace qlnmedia {
 
 void AddInspectCommand(CLI::App& app);
 void AddPatchCommand(CLI::App& app);
+void AddRecoverCommand(CLI::App& app);
 void AddCheckCommand(CLI::App& app);
 void AddCaptionsCommand(CLI::App& app);
 void AddFormatCommand(CLI::App& app);
@@ -23,6 +24,7 @@ void AddTransportCommand(CLI::App& app);
 inline void AddCommands(CLI::App& app) {
   AddInspectCommand(app);
   AddPatchCommand(app);
+  AddRecoverCommand(app);
   AddCheckCommand(app);
   AddCaptionsCommand(app);
   AddFormatCommand(app);

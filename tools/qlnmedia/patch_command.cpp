@@ -26,6 +26,7 @@ struct Options {
 
 void Run(Options& options) {
   PatchOptions& patch = options.patch;
+  if (patch.out.empty() && !patch.inPlace) throw CLI::RequiredError("OUT");
   if (!options.colour.empty()) patch.colour = ParseColour(options.colour);
   if (options.fullRange || options.limitedRange) patch.fullRange = options.fullRange;
   if (!options.hdr.empty()) patch.mastering = ParseMasteringDisplay(options.hdr);
@@ -45,7 +46,8 @@ void AddPatchCommand(CLI::App& app) {
       app.add_subcommand("patch", "Correct what a file says, without touching a coded picture");
   auto options = std::make_shared<Options>();
   command->add_option("IN", options->patch.in, "H.264 or HEVC in MP4, MOV, MKV, TS, or raw")->required();
-  command->add_option("OUT", options->patch.out, "The output, of the same kind of container")->required();
+  auto* const out = command->add_option("OUT", options->patch.out,
+                                        "The output, of the same kind of container; not with --in-place");
   command->add_option("--colour,--color", options->colour,
                       "bt709, bt601-525, bt601-625, bt2020-pq, bt2020-hlg, p3-pq, or P:T:M in numbers");
   auto* const full =
@@ -83,6 +85,19 @@ void AddPatchCommand(CLI::App& app) {
   command
       ->add_flag("--replace-captions", options->captions.replace, "Take out the captions that the stream has")
       ->needs(captions);
+  auto* const inPlace = command->add_flag(
+      "--in-place", options->patch.inPlace,
+      "MP4, MOV: change IN itself where it fits; qlnmedia recover helps where that is cut off");
+  inPlace->excludes(out);
+  auto* const segments = command->add_flag(
+      "--segments", options->patch.segments,
+      "IN is a folder or playlist of media segments of one stream, OUT a new folder for them");
+  segments->excludes(inPlace);
+  command
+      ->add_option("--init", options->patch.initialization,
+                   "IN is a media segment alone, and this its initialization segment")
+      ->excludes(inPlace)
+      ->excludes(segments);
   command->add_flag("--verify", options->patch.verify, "Read the result back and compare it with the input");
   command->add_flag("--dry-run", options->patch.dryRun, "Say what would change and write nothing");
   command->callback([options] { Run(*options); });

@@ -33,6 +33,13 @@ class SampleReturns {
 class SampleEditor {
  public:
   virtual ~SampleEditor() = default;
+  // False for a sample that stays as it is whatever its bytes are, or as a look at some of them tells: it is
+  // then not read, and Take not called for it.
+  virtual bool Wants(const Source& source, const Sample& sample) {
+    static_cast<void>(source);
+    static_cast<void>(sample);
+    return true;
+  }
   // `bytes` are the sample's, valid during the call.
   virtual void Take(const Sample& sample, ByteSpan bytes, SampleReturns& returns) = 0;
   // Behind the last sample; what is held back is given back now.

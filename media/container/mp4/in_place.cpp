@@ -275,26 +275,44 @@ Recovered Recover(const std::string& path, Disk& disk) {
   return RecoverLocked(path, file.descriptor(), disk);
 }
 
-InPlaceResult ChangeInPlace(const std::string& path, const Change& change, const CarrierOptions& options,
+void RequireNoJournal(const std::string& path) {
+  if (access(JournalPath(path).c_str(), F_OK) == 0)
+    throw Error(path, "a change of it was cut off", "qlnmedia recover puts it back as it was");
+}
+
+InPlaceResult ChangeInPlace(const std::string& path, const InPlaceWork& work, const CarrierOptions& options,
                             Disk& disk) {
   const LockedFile file(path);
-  RecoverLocked(path, file.descriptor(), disk);
+  if (work.write) {
+    RecoverLocked(path, file.descriptor(), disk);
+  } else {
+    RequireNoJournal(path);
+  }
   const FileSource source(path);
   Carrier carrier(source, options);
   InPlaceResult result;
-  result.counts = carrier.Prepare(change, true);
+  result.counts = carrier.Prepare(work.make(carrier), true);
   if (carrier.changesNothing()) return result;
   const Layup layup = Placer(carrier).Place();
   result.movie = layup.movie;
+  for (const Stretch& stretch : layup.stretches) result.bytesWritten += stretch.bytes;
+  if (!work.write) return result;
   try {
     result.bytesWritten = WriteStretches(carrier, layup, file.descriptor(), path, options, disk);
+    if (work.check) work.check();
     RemoveJournal(JournalPath(path), disk);
-  } catch (const Error&) {
+  } catch (...) {
     // The journal stays where this cannot be done either, for the next run.
     RecoverLocked(path, file.descriptor(), disk);
     throw;
   }
   return result;
+}
+
+InPlaceResult ChangeInPlace(const std::string& path, const Change& change, const CarrierOptions& options,
+                            Disk& disk) {
+  const InPlaceWork work{.make = [&change](const Carrier&) -> const Change& { return change; }};
+  return ChangeInPlace(path, work, options, disk);
 }
 
 }  // namespace qlnmedia::mp4

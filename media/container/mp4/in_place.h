@@ -6,6 +6,7 @@
 #ifndef MEDIA_CONTAINER_MP4_IN_PLACE_H
 #define MEDIA_CONTAINER_MP4_IN_PLACE_H
 
+#include <functional>
 #include <string>
 
 #include "container/mp4/carrier.h"
@@ -25,6 +26,17 @@ struct InPlaceResult {
 InPlaceResult ChangeInPlace(const std::string& path, const Change& change, const CarrierOptions& options = {},
                             Disk& disk = Disk::System());
 
+// The same with a change that is made when the file is this run's alone, and as it was before any cut off
+// change. `make` gives the change, which is kept until the end; with `write` false nothing is written, and a
+// journal is an Error. `check`, where there is one, looks at the changed file; what it throws puts it back.
+struct InPlaceWork {
+  std::function<const Change&(const Carrier& carrier)> make;
+  std::function<void()> check = {};
+  bool write = true;
+};
+InPlaceResult ChangeInPlace(const std::string& path, const InPlaceWork& work,
+                            const CarrierOptions& options = {}, Disk& disk = Disk::System());
+
 enum class Recovered {
   kNothing,    // there is no journal
   kUntouched,  // the journal was not whole: nothing had been overwritten
@@ -35,6 +47,8 @@ enum class Recovered {
 Recovered Recover(const std::string& path, Disk& disk = Disk::System());
 
 std::string JournalPath(const std::string& path);
+// Throws Error where a change of the file was cut off and not recovered yet.
+void RequireNoJournal(const std::string& path);
 
 }  // namespace qlnmedia::mp4
 

@@ -150,9 +150,11 @@ SampleCounts RunSampleEditor(Edit& edit, uint32_t trackId, SampleEditor& editor,
   Bytes bytes;
   uint64_t done = 0;
   for (Sample sample; samples.Next(sample); ++counts.samples) {
-    ReadSample(edit.source, trackId, sample, bytes);
-    returns.Given(sample, &bytes);
-    editor.Take(sample, bytes, returns);
+    if (editor.Wants(edit.source, sample)) {
+      ReadSample(edit.source, trackId, sample, bytes);
+      returns.Given(sample, &bytes);
+      editor.Take(sample, bytes, returns);
+    }
     done += sample.size;
     read(done);
   }
