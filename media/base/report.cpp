@@ -98,7 +98,9 @@ Json Section::ToJson() const {
       }
       case Node::Kind::kElements: {
         Json& elements = json[node->key] = Json::object();
-        for (const Element& element : node->elements) elements[element.name] = element.value;
+        // Names are unique within their list, which may be long: they are not looked for.
+        for (const Element& element : node->elements)
+          elements.get_ref<Json::object_t&>().Container::emplace_back(element.name, element.value);
         for (const Element& element : node->elements) {
           if (!element.note.empty()) json[node->key + "_notes"][element.name] = element.note;
         }

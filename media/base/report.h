@@ -51,7 +51,7 @@ class Section {
   // A table: an array of objects in JSON. Each row has one cell a column.
   void AddTable(std::string key, std::string title, std::vector<Column> columns,
                 std::vector<std::vector<Cell>> rows);
-  // Syntax elements: an object in JSON, with the notes in an object of their own.
+  // Syntax elements, no two of one name: an object in JSON, with the notes in an object of their own.
   void AddElements(std::string key, std::string title, std::vector<Element> elements);
   // Something that a reader should not miss; the JSON form keeps them in the array "notes".
   void AddNote(std::string text);

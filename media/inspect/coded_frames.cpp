@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include "sets/set_elements.h"
+
 namespace qlnmedia {
 
 std::string CodedStream::configName() const {
@@ -59,7 +61,7 @@ SetCollector::SetCollector(const CodedStream& stream) {
 
 void SetCollector::Add(Codec codec, const Bytes& unit, const std::string& place) {
   const int type = UnitType(codec, unit);
-  if (!IsParameterSet(codec, type)) return;
+  if (!HasSetSyntax(codec, type)) return;
   for (FoundSet& set : sets_) {
     if (set.bytes != unit) continue;
     if (set.places.back() != place) set.places.push_back(place);

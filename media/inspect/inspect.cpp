@@ -6,10 +6,31 @@
 #include "container/media_file.h"
 #include "container/raw_end.h"
 #include "inspect/captions.h"
-#include "inspect/codec.h"
+#include "inspect/configuration.h"
+#include "inspect/frames.h"
+#include "inspect/parameter_sets.h"
 #include "inspect/stream.h"
 
 namespace qlnmedia {
+
+namespace {
+
+// The coded side of a stream: configuration record, parameter sets, the first frames.
+void AddCodedStream(Section& section, const CodedStream& stream, const InspectOptions& options,
+                    MessageSink& messages) {
+  const StreamTimecodes timecodes(stream);
+  timecodes.AddToStream(section);
+  AddConfiguration(section, stream, messages);
+  AddParameterSets(section, stream, messages);
+  if (stream.codec == Codec::kH264) {
+    AddH264Frames(section, stream, options, timecodes);
+  } else {
+    AddHevcFrames(section, stream, options, timecodes);
+  }
+  messages.Take();  // of readers that were run for their results alone
+}
+
+}  // namespace
 
 Section ReportOnFile(const std::string& path, const InspectOptions& options) {
   MessageSink messages;
@@ -22,10 +43,7 @@ Section ReportOnFile(const std::string& path, const InspectOptions& options) {
     Section& section = AddStream(report, described);
     if (described.coded.codec != VideoCodec::kOther) AddCaptions(section, path, described.index);
     for (const CodedStream& stream : coded) {
-      if (stream.index == described.index && stream.codec == Codec::kH264)
-        ReportH264(section, stream, options, messages);
-      if (stream.index == described.index && stream.codec == Codec::kHevc)
-        ReportHevc(section, stream, options, messages);
+      if (stream.index == described.index) AddCodedStream(section, stream, options, messages);
     }
   }
   const std::string note = EndNote(file);

@@ -4,9 +4,9 @@
 
 #include <fmt/format.h>
 
-#include "inspect/codec.h"
 #include "inspect/dolby_vision.h"
 #include "inspect/format.h"
+#include "inspect/hdr_section.h"
 #include "sets/names.h"
 
 namespace qlnmedia {

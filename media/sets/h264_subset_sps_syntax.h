@@ -65,11 +65,11 @@ void ReadH264PointTiming(Io& io, const H264PointNames& names, uint32_t i) {
   }
   const bool nal_hrd_parameters_present_flag = io.flag(names.nal_hrd_parameters_present_flag, i);
   if (nal_hrd_parameters_present_flag) {
-    ReadH264Hrd(io, "nal_hrd_parameters", hrd);
+    ReadH264Hrd(io, "nal_hrd_parameters", hrd, static_cast<int>(i));
   }
   const bool vcl_hrd_parameters_present_flag = io.flag(names.vcl_hrd_parameters_present_flag, i);
   if (vcl_hrd_parameters_present_flag) {
-    ReadH264Hrd(io, "vcl_hrd_parameters", hrd);
+    ReadH264Hrd(io, "vcl_hrd_parameters", hrd, static_cast<int>(i));
   }
   if (nal_hrd_parameters_present_flag || vcl_hrd_parameters_present_flag) {
     io.flag(names.low_delay_hrd_flag, i);

@@ -28,9 +28,10 @@ struct H264Vui {
   bool pic_struct_present_flag = false;
 };
 
+// hrd_parameters(); `which` tells it from others of its set.
 template <class Io>
-void ReadH264Hrd(Io& io, std::string_view structure, H264Hrd& hrd) {
-  const auto scope = io.structure(structure);
+void ReadH264Hrd(Io& io, std::string_view structure, H264Hrd& hrd, int which = -1) {
+  const auto scope = io.structure(structure, which);
   hrd.present = true;
   const uint32_t cpb_cnt_minus1 = io.ue("cpb_cnt_minus1", Most{31});
   io.u("bit_rate_scale", 4);

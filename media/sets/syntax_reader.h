@@ -21,7 +21,7 @@ namespace qlnmedia {
 // One syntax element of a set.
 struct SetElement {
   std::string_view name;            // as published, without indices
-  std::array<uint16_t, 5> index{};  // as in the published table
+  std::array<uint32_t, 5> index{};  // as in the published table
   uint8_t indices = 0;              // how many of them
   bool run = false;  // bits of no known meaning, kept together: `value` says nothing, the unit holds them
   uint16_t structure = 0;  // which of SetElements::structures it stands in
@@ -168,7 +168,7 @@ class SyntaxReader {
     static_assert(sizeof...(index) <= 5);
     if (!good()) return;
     const SetElement element{name,
-                             {static_cast<uint16_t>(index)...},
+                             {static_cast<uint32_t>(index)...},
                              static_cast<uint8_t>(sizeof...(index)),
                              false,
                              0,

@@ -62,6 +62,15 @@ Json FirstChangeOf(const std::string& file, const char* kind) {
   return change;
 }
 
+// The first unit of that heading as an independent reader prints it.
+TracedUnit FirstTraced(const std::string& file, const std::string& heading) {
+  for (TracedUnit& unit : TraceHeaders(file)) {
+    if (unit.heading == heading) return std::move(unit);
+  }
+  ADD_FAILURE() << heading;
+  return {};
+}
+
 BitBuilder H264SpsUpToOrderType() { return BitBuilder().u(8, 0x67).u(8, 66).u(8, 0).u(8, 30).ue(3).ue(0); }
 
 BitBuilder& H264SpsSize(BitBuilder& bits) { return bits.ue(1).u(1, 0).ue(11).ue(6).u(1, 1).u(1, 1).u(1, 0); }
@@ -76,7 +85,7 @@ TEST(InspectSets, NothingIsSaidOfSetsThatComeBack) {
 TEST(InspectSets, ScalingListsOfAnEncoder) {
   const Json change =
       FirstChangeOf(H264Clip("lists.h264", "cqm4=6,13,20,28,13,20,28,32,20,28,32,37,28,32,37,41"), "pps");
-  EXPECT_THAT(change["element"].get<std::string>(), StartsWith("ScalingList4x4[0]["));
+  EXPECT_THAT(change["element"].get<std::string>(), StartsWith("scaling_list[0].delta_scale["));
   EXPECT_THAT(change["why"].get<std::string>(), HasSubstr("values, not as differences"));
 }
 
@@ -86,8 +95,8 @@ TEST(InspectSets, PictureOrderType1) {
   H264SpsSize(bits).u(1, 0).trailing();
   const Json change = FirstChangeOf(WithUnit(H264Clip("same.h264"), "order1.h264", bits.bytes()), "sps");
   EXPECT_EQ(change["element"], "offset_for_non_ref_pic");
-  EXPECT_EQ(change["was"], 4);         // the code number of -2
-  EXPECT_EQ(change["comes_back"], 7);  // that of 4
+  EXPECT_EQ(change["was"], -2);
+  EXPECT_EQ(change["comes_back"], 4);  // the code number of -2 (table 9-3), written as a value
   EXPECT_EQ(change["why"], "picture order offsets are kept as code numbers");
 }
 
@@ -101,6 +110,8 @@ TEST(InspectSets, MoreThanEightSchedules) {
   bits.u(5, 23).u(5, 23).u(5, 23).u(5, 24).u(1, 0).u(1, 0).u(1, 0).u(1, 0).trailing();
   const Json change = FirstChangeOf(WithUnit(H264Clip("same.h264"), "hrd10.h264", bits.bytes()), "sps");
   EXPECT_EQ(change["element"], "nal_hrd.cpb_cnt_minus1");
+  EXPECT_EQ(change["was"], 9);
+  EXPECT_EQ(change["comes_back"], 7);
   EXPECT_EQ(change["why"], "at most 8 HRD schedules are kept");
 }
 
@@ -213,14 +224,106 @@ TEST(InspectSets, HevcScalingListData) {
   EXPECT_THAT(inPps["why"].get<std::string>(), HasSubstr("scaling list"));
 }
 
-// Behind HRD parameters the library's reading leaves the stream's syntax: no name, and a note that says why.
-TEST(InspectSets, NoElementIsNamedBehindHevcHrdParameters) {
+// The library's reading leaves the syntax in HRD parameters, which are shown as the stream has them.
+TEST(InspectSets, HevcHrdParameters) {
   const std::string file =
       HevcClip("hrd.hevc", "", "keyint=5:repeat-headers=1:hrd=1:vbv-maxrate=500:vbv-bufsize=500");
   const Json set = InspectJson(file)["streams"][0]["parameter_sets"]["sps"][0];
   ASSERT_EQ(set["read_write_same"], false);
-  EXPECT_EQ(set["first_change"]["element"], nullptr);
-  EXPECT_THAT(set["first_change"]["why"].get<std::string>(), HasSubstr("HRD parameters"));
+  EXPECT_EQ(set["in_step"], false);
+  const TracedUnit traced = FirstTraced(file, "Sequence Parameter Set");
+  EXPECT_EQ(set["first_change"]["element"], nullptr);  // what comes back goes on behind the stop bit
+  // Each row says what the record has, and what the stream does.
+  EXPECT_GT(set["library_reads"].size(), 1u);
+  for (const Json& row : set["library_reads"]) EXPECT_NE(row["as"], row["stream"]) << row.dump();
+  const Json& elements = set["elements"];
+  EXPECT_EQ(elements["nal_sub_layer_hrd_parameters[0].bit_rate_value_minus1"][0],
+            traced.value("bit_rate_value_minus1[0]"));
+  EXPECT_EQ(elements["nal_sub_layer_hrd_parameters[0].cpb_size_value_minus1"][0],
+            traced.value("cpb_size_value_minus1[0]"));
+  EXPECT_EQ(elements["bitstream_restriction_flag"], traced.value("bitstream_restriction_flag"));
+}
+
+// ITU-T H.264 clause 7.3.2.1.3: a subset SPS of two views (annex H), which the library has no record for, and
+// an SPS extension (clause 7.3.2.1.2).
+TEST(InspectSets, SubsetSpsAndSpsExtension) {
+  BitBuilder bits;
+  bits.u(8, 0x6F).u(8, 118).u(8, 0).u(8, 30).ue(5).ue(1).ue(0).ue(0).u(1, 0).u(1, 0).ue(0).ue(2);
+  H264SpsSize(bits).u(1, 0);
+  bits.u(1, 1).ue(1).ue(0).ue(1);                       // bit_equal_to_one, two views
+  bits.ue(1).ue(0).ue(0).ue(1).ue(0).ue(0);             // references of the second: anchor, then the others
+  bits.ue(0).u(8, 30).ue(0).u(3, 0).ue(0).ue(0).ue(1);  // one level, for one operation point
+  bits.u(1, 0).u(1, 0).trailing();                      // no VUI extension, no further one
+  const Json report = InspectJson(WithUnit(H264Clip("same.h264"), "views.h264", bits.bytes()));
+  const Json& sets = report["streams"][0]["parameter_sets"];
+  ASSERT_EQ(sets["subset_sps"].size(), 1u) << sets.dump();
+  const Json& set = sets["subset_sps"][0];
+  EXPECT_FALSE(set.contains("read_write_same"));
+  EXPECT_EQ(set["profile"], "Multiview High");
+  EXPECT_EQ(set["elements"]["seq_parameter_set_id"], 5);
+  EXPECT_EQ(set["elements"]["seq_parameter_set_mvc_extension.num_views_minus1"], 1);
+  EXPECT_EQ(set["elements"]["seq_parameter_set_mvc_extension.view_id"], (Json{0, 1}));
+  EXPECT_EQ(set["elements"]["level_idc"], 30);
+  EXPECT_EQ(set["elements"]["seq_parameter_set_mvc_extension.level_idc"], Json::array({30}));
+
+  BitBuilder extension;
+  extension.u(8, 0x6D).ue(0).ue(1).ue(0).u(1, 1).u(9, 255).u(9, 16).u(1, 0).trailing();
+  const Json other = InspectJson(WithUnit(H264Clip("same.h264"), "alpha.h264", extension.bytes()));
+  EXPECT_EQ(other["streams"][0]["parameter_sets"]["sps_extension"][0]["elements"]["alpha_opaque_value"], 255);
+}
+
+// A PPS of three columns: the record lacks the last width; and one with scaling lists, which stand in front
+// of elements that the library then misreads.
+TEST(InspectSets, HevcElementsThatTheRecordLacks) {
+  BitBuilder tiles;
+  tiles.u(16, 0x4401).ue(5).ue(0).u(7, 0).ue(0).ue(0).se(0).u(3, 0).se(0).se(0).u(4, 0).u(1, 1).u(1, 0);
+  tiles.ue(2)
+      .ue(0)
+      .u(1, 0)
+      .ue(3)
+      .ue(4)
+      .u(1, 1)
+      .u(1, 1)
+      .u(1, 0)
+      .u(1, 0)
+      .u(1, 0)
+      .ue(0)
+      .u(1, 0)
+      .u(1, 0)
+      .trailing();
+  const Json pps = InspectJson(
+      WithUnit(HevcClip("same.hevc"), "tiles.hevc", tiles.bytes()))["streams"][0]["parameter_sets"]["pps"][0];
+  EXPECT_EQ(pps["elements"]["column_width_minus1"], (Json{3, 4}));
+  EXPECT_EQ(pps["elements"]["loop_filter_across_tiles_enabled_flag"], 1);
+
+  BitBuilder lists;
+  lists.u(16, 0x4401).ue(5).ue(0).u(7, 0).ue(0).ue(0).se(0).u(3, 0).se(0).se(0).u(6, 0).u(1, 1).u(1, 0);
+  lists.u(1, 1);
+  HevcScalingLists(lists);
+  lists.u(1, 0).ue(2).u(1, 0).u(1, 0).trailing();
+  const Json behind = InspectJson(WithUnit(HevcClip("same.hevc"), "behind-lists.hevc",
+                                           lists.bytes()))["streams"][0]["parameter_sets"]["pps"][0];
+  EXPECT_EQ(behind["elements"]["log2_parallel_merge_level_minus2"], 2);
+  EXPECT_EQ(behind["elements"]["slice_segment_header_extension_present_flag"], 0);
+  EXPECT_THAT(behind["library_reads"].dump(), HasSubstr("log2_parallel_merge_level_minus2"));
+}
+
+TEST(InspectSets, TheLibraryReadsItAs) {
+  BitBuilder bits = H264SpsUpToOrderType();
+  bits.ue(1).u(1, 0).se(-2).se(1).ue(2).se(3).se(-1);
+  H264SpsSize(bits).u(1, 0).trailing();
+  const std::string file = WithUnit(H264Clip("same.h264"), "order1-rows.h264", bits.bytes());
+  const Json set = InspectJson(file)["streams"][0]["parameter_sets"]["sps"][0];
+  EXPECT_EQ(set["elements"]["offset_for_non_ref_pic"], -2);
+  EXPECT_EQ(set["elements"]["offset_for_ref_frame"], (Json{3, -1}));
+  const Json& rows = set["library_reads"];
+  ASSERT_FALSE(rows.empty());
+  // Code numbers (table 9-3), and of the cycle the last.
+  EXPECT_THAT(rows,
+              testing::Contains(Json{{"element", "offset_for_non_ref_pic"}, {"as", 4}, {"stream", -2}}));
+  EXPECT_THAT(
+      rows, testing::Contains(Json{{"element", "offset_for_ref_frame"}, {"as", 2}, {"stream", Json{3, -1}}}));
+  EXPECT_THAT(Qlnmedia("inspect --frames 1 '" + file + "'").output, HasSubstr("The library reads"));
 }
 
 TEST(InspectHevc, EveryContainerGoesThroughTheLibrary) {

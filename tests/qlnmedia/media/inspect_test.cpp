@@ -153,6 +153,43 @@ TEST(Inspect, HevcElementsAreThoseOfAnIndependentReader) {
   EXPECT_THAT(all, HasSubstr("\"content_light_level\":{\"max\":800,\"average\":200}"));
 }
 
+// An encode whose hvcC holds several SEI units, which the library's walk does not pass: the record is sound.
+TEST(Inspect, ConfigurationRecordWithSeveralSeiUnits) {
+  const std::string file =
+      HevcClip("hdr10.mp4",
+               "keyint=5:hdr10=1:colorprim=9:transfer=16:colormatrix=9:range=limited:max-cll=800,200:info=1:"
+               "'master-display=G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(10000000,5)'",
+               "-pix_fmt yuv422p10le -tag:v hvc1");
+  const Json stream = InspectJson(file)["streams"][0];
+  const Json& record = stream["configuration"];
+  int units = 0;
+  for (const Json& array : record["arrays"])
+    units += array["name"] == "prefix SEI" ? array["units"].get<int>() : 0;
+  EXPECT_GE(units, 3) << record.dump();
+  EXPECT_EQ(record["read_by_library"], true);
+  EXPECT_EQ(record["notes"].size(), 1u);
+  EXPECT_THAT(record["notes"][0].get<std::string>(), HasSubstr("passed over"));
+  EXPECT_EQ(record["bit_depth"], (Json{{"luma", 10}, {"chroma", 10}}));
+  EXPECT_EQ(record["chroma_format"], "4:2:2");
+  // The head beside the sets, which an independent reader shows.
+  const Json& head = record["head"];
+  ASSERT_EQ(head.size(), 17u);
+  for (const Json& field : head) {
+    if (!field["sets"].is_null()) {
+      EXPECT_EQ(field["box"], field["sets"]) << field.dump();
+    }
+  }
+  for (const TracedUnit& unit : TraceHeaders(file)) {
+    if (unit.heading != "Sequence Parameter Set") continue;
+    EXPECT_EQ(head[3]["box"], unit.value("general_profile_idc"));
+    EXPECT_EQ(head[6]["box"], unit.value("general_level_idc"));
+    EXPECT_EQ(head[9]["box"], unit.value("chroma_format_idc"));
+    EXPECT_EQ(head[10]["box"], unit.value("bit_depth_luma_minus8"));
+  }
+  EXPECT_THAT(Qlnmedia("inspect '" + file + "'").output, HasSubstr("10 luma, 10 chroma"));
+  EXPECT_EQ(Qlnmedia("check '" + file + "'").exitCode, 0);
+}
+
 // The container's own description, beside that of the stream: ffmpeg writes it from its options.
 TEST(Inspect, ContainerColour) {
   const std::string options = "-an -color_primaries 9 -color_trc 16 -colorspace 9 -color_range tv";
@@ -184,7 +221,7 @@ TEST(Inspect, ContainerHdr) {
   EXPECT_FALSE(InspectJson(file)["streams"][0].contains("mastering_display"));
 }
 
-TEST(Inspect, HevcReadOutOfStepIsMarkedAndTheSizeIsTheContainers) {
+TEST(Inspect, HevcThatTheLibraryReadsOutOfStepIsMarkedAndStillTrue) {
   const std::string file = HevcClip("hevc444.mp4", "keyint=5", "-pix_fmt yuv444p -vf crop=190:110");
   const Json report = InspectJson(file);
   const Json& sps = report["streams"][0]["parameter_sets"]["sps"][0];
@@ -192,6 +229,9 @@ TEST(Inspect, HevcReadOutOfStepIsMarkedAndTheSizeIsTheContainers) {
   EXPECT_EQ(sps["picture_size"]["width"], 190);
   EXPECT_EQ(sps["picture_size"]["height"], 110);
   EXPECT_THAT(sps["notes"][0].get<std::string>(), HasSubstr("separate_colour_plane_flag"));
+  EXPECT_EQ(sps["elements"]["separate_colour_plane_flag"], 0);
+  EXPECT_EQ(sps["elements"]["pic_height_in_luma_samples"], 112);
+  EXPECT_EQ(sps["coded_size"]["width"], 192);
 }
 
 TEST(Inspect, HevcInTransportAndRawStreams) {
