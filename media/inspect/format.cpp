@@ -109,14 +109,6 @@ std::string RasterText(const Raster& raster) {
                      raster.progressive ? "progressive" : "interlaced");
 }
 
-// The raster that a word is made for, as "720x576 interlaced".
-std::string RasterOf(QLNSignalFormat format) {
-  uint32_t width = 0;
-  uint32_t height = 0;
-  vidImageSize(format, &width, &height, 0);
-  return fmt::format("{}x{} {}", width, height, ScanName(format));
-}
-
 // What the word says otherwise than the question did.
 void AddDifferences(Section& report, const Raster& raster, QLNSignalFormat format) {
   const double asked = static_cast<double>(raster.rate) / raster.scale;
@@ -137,6 +129,20 @@ void AddDifferences(Section& report, const Raster& raster, QLNSignalFormat forma
   if (interlaced == raster.progressive)
     report.AddNote(fmt::format("the format is {}; {} was asked for", ScanName(format),
                                raster.progressive ? "progressive" : "interlaced"));
+}
+
+// Whether a word is one of just this raster, scan and rate; a raster without one of its own gets a word near
+// to it.
+bool Fits(const Raster& raster, QLNSignalFormat format) {
+  uint32_t width = 0;
+  uint32_t height = 0;
+  uint32_t rate = 0;
+  uint32_t scale = 0;
+  if (vidImageSize(format, &width, &height, 0) != 0 || vidRateScale(format, &rate, &scale) != 0) return false;
+  const bool interlaced = qln::ScanClass(format) == QLN_SCAN_CLASS_INTERLACED;
+  return width == raster.width && height == qln::AbsoluteHeight(raster.height) &&
+         interlaced != raster.progressive && scale != 0 &&
+         SameRate(static_cast<double>(raster.rate) / raster.scale, static_cast<double>(rate) / scale);
 }
 
 QLNSignalFormat FormatOf(const Raster& raster) {
@@ -180,13 +186,12 @@ Section DescribeRaster(const Raster& raster) {
 
 void AddSignalFormat(Section& section, const Raster& raster) {
   const QLNSignalFormat format = FormatOf(raster);
-  if (format == QLN_SIGNAL_FORMAT_UNKNOWN) {
+  if (format == QLN_SIGNAL_FORMAT_UNKNOWN || !Fits(raster, format)) {
     section.Add("signal_format", "Signal format", nullptr, "none");
     return;
   }
   section.Add("signal_format", "Signal format", Json{{"word", WordText(format)}, {"name", NameOf(format)}},
-              fmt::format("{} ({})", NameOf(format), WordText(format)),
-              RasterOf(format) == RasterText(raster) ? "" : "for " + RasterOf(format));
+              fmt::format("{} ({})", NameOf(format), WordText(format)));
 }
 
 Report ReportOnFormat(uint32_t word) { return ReportOf(DescribeFormat(word)); }

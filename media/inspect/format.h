@@ -14,7 +14,7 @@ Section DescribeFormat(QLNSignalFormat format);
 // The word for a raster described, with a note where the word stands for something else than was asked.
 Section DescribeRaster(const Raster& raster);
 
-// The fact "signal_format" of a stream: word and name.
+// The fact "signal_format" of a stream: word and name, null where no word is of its raster, scan and rate.
 void AddSignalFormat(Section& section, const Raster& raster);
 
 }  // namespace qlnmedia

@@ -39,9 +39,13 @@ TEST(InspectFormat, FieldOrderOfTheStreamMakesItInterlaced) {
   EXPECT_EQ(SignalFormat(interlaced)["name"], "1920x1080i@25");
 }
 
-TEST(InspectFormat, NearestFormatIsSaidWhereItIsOneOfAnotherRaster) {
-  const CommandResult result = Qlnmedia("inspect '" + Clip("format-360p.mp4", "640x360") + "'");
-  EXPECT_THAT(result.output, HasSubstr("Signal format  PAL (0x11A04019)  (for 720x576 interlaced)\n"));
+// The library has a word near to each of these, of another raster or another rate.
+TEST(InspectFormat, NoneWhereTheNearestIsOfAnotherRasterOrRate) {
+  EXPECT_EQ(SignalFormat(Clip("format-360p.mp4", "640x360")), nullptr);
+  EXPECT_EQ(SignalFormat(Clip("format-1934.mp4", "1934x1080")), nullptr);
+  EXPECT_EQ(SignalFormat(Clip("format-90.mp4", "1280x720", "-r 90")), nullptr);
+  EXPECT_THAT(Qlnmedia("inspect '" + MediaPath("format-360p.mp4") + "'").output,
+              HasSubstr("Signal format  none\n"));
 }
 
 TEST(InspectFormat, RasterThatHasNone) {
