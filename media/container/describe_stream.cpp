@@ -68,13 +68,15 @@ std::optional<DolbyVisionConfiguration> DolbyVisionOf(const AVStream& stream) {
                                   .dv_bl_signal_compatibility_id = record->dv_bl_signal_compatibility_id};
 }
 
-std::optional<double> RotationOf(const AVStream& stream) {
-  struct Matrix {
-    int32_t words[9];
-  };
+std::optional<std::array<int32_t, 9>> DisplayMatrixOf(const AVStream& stream) {
+  using Matrix = std::array<int32_t, 9>;
   const auto* const matrix = SideData<Matrix>(stream, AV_PKT_DATA_DISPLAYMATRIX);
-  if (matrix == nullptr) return {};
-  const double degrees = av_display_rotation_get(matrix->words);
+  return matrix == nullptr ? std::nullopt : std::optional<Matrix>(*matrix);
+}
+
+std::optional<double> RotationOf(const std::optional<std::array<int32_t, 9>>& matrix) {
+  if (!matrix) return {};
+  const double degrees = av_display_rotation_get(matrix->data());
   return std::isnan(degrees) ? std::nullopt : std::optional<double>(degrees);
 }
 
@@ -83,6 +85,14 @@ std::optional<double> RotationOf(const AVStream& stream) {
 const char* StreamKindName(StreamKind kind) {
   static constexpr const char* kNames[] = {"unknown", "video", "audio", "data", "subtitle", "attachment"};
   return kNames[static_cast<size_t>(kind)];
+}
+
+std::vector<Tag> DescribeTags(const AVDictionary* dictionary) {
+  std::vector<Tag> tags;
+  const AVDictionaryEntry* entry = nullptr;
+  while ((entry = av_dict_get(dictionary, "", entry, AV_DICT_IGNORE_SUFFIX)) != nullptr)
+    tags.push_back({entry->key, entry->value});
+  return tags;
 }
 
 ContainerColour DescribeContainerColour(const AVStream& stream) {
@@ -106,6 +116,7 @@ MediaStream DescribeMediaStream(const AVStream& stream, const ContainerColour& c
   const AVDictionaryEntry* const language = av_dict_get(stream.metadata, "language", nullptr, 0);
   if (language != nullptr) out.language = language->value;
   out.dispositions = DispositionsOf(stream.disposition);
+  out.tags = DescribeTags(stream.metadata);
   out.coded = DescribeStream(stream, raw);
   // The fourcc of encrypted pictures (ISO/IEC 14496-12 clause 8.12), or what a header says of keys.
   out.encrypted = parameters.codec_tag == MKTAG('e', 'n', 'c', 'v') ||
@@ -116,7 +127,8 @@ MediaStream DescribeMediaStream(const AVStream& stream, const ContainerColour& c
   out.height = parameters.height;
   out.fieldOrder = static_cast<FieldOrder>(parameters.field_order);
   out.sampleAspect = FromLibav(stream.sample_aspect_ratio);
-  out.rotation = RotationOf(stream);
+  out.displayMatrix = DisplayMatrixOf(stream);
+  out.rotation = RotationOf(out.displayMatrix);
   out.duration = stream.duration > 0 ? stream.duration : 0;
   out.bitRate = parameters.bit_rate;
   out.sampleRate = parameters.sample_rate;

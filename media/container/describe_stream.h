@@ -15,6 +15,9 @@ ContainerColour DescribeContainerColour(const AVStream& stream);
 MediaStream DescribeMediaStream(const AVStream& stream, const ContainerColour& colour, bool raw,
                                 bool described);
 
+// A dictionary of libavformat in its order.
+std::vector<Tag> DescribeTags(const AVDictionary* dictionary);
+
 }  // namespace qlnmedia
 
 #endif

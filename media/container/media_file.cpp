@@ -147,6 +147,19 @@ double MediaFile::seconds() const {
 
 int64_t MediaFile::bitRate() const { return std::max<int64_t>(context_->bit_rate, 0); }
 
+std::vector<Tag> MediaFile::tags() const { return DescribeTags(context_->metadata); }
+
+std::vector<Chapter> MediaFile::chapters() const {
+  std::vector<Chapter> chapters;
+  for (unsigned i = 0; i < context_->nb_chapters; ++i) {
+    const AVChapter& chapter = *context_->chapters[i];
+    const double unit = av_q2d(chapter.time_base);
+    chapters.push_back({static_cast<double>(chapter.start) * unit, static_cast<double>(chapter.end) * unit,
+                        DescribeTags(chapter.metadata)});
+  }
+  return chapters;
+}
+
 bool MediaFile::isRawStream() const { return IsOneOf(formatName(), {"h264", "hevc", "mpegvideo", "m4v"}); }
 
 bool MediaFile::IsVideo(const AVStream& stream) {

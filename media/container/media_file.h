@@ -35,6 +35,10 @@ class MediaFile {
   double seconds() const;   // 0 where the duration is not known
   int64_t bitRate() const;  // bits a second; 0 where it is not known
 
+  // What the container says of the file as a whole.
+  std::vector<Tag> tags() const;
+  std::vector<Chapter> chapters() const;
+
   // Its streams by index. Streams that only packets make known are added when they show.
   const std::vector<MediaStream>& streams() const { return streams_; }
   // The description that the container itself gives a stream, taken before the streams were looked into: that

@@ -2,6 +2,7 @@
 #ifndef MEDIA_CONTAINER_MEDIA_STREAM_H
 #define MEDIA_CONTAINER_MEDIA_STREAM_H
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -55,6 +56,19 @@ struct DolbyVisionConfiguration {
   uint8_t dv_bl_signal_compatibility_id = 0;
 };
 
+// A name with its text, whose bytes need be none.
+struct Tag {
+  std::string name;
+  std::string text;
+};
+
+// A chapter of a file, in seconds.
+struct Chapter {
+  double start = 0;
+  double end = 0;
+  std::vector<Tag> tags;
+};
+
 struct MediaStream {
   unsigned index = 0;
   int id = 0;  // of the container: track id, PID
@@ -64,6 +78,7 @@ struct MediaStream {
   uint32_t tag = 0;             // the container's codec tag, first character in the lowest byte; 0 for none
   std::string language;         // empty where the container does not tell
   std::vector<std::string> dispositions;  // "default", "forced" and so on
+  std::vector<Tag> tags;                  // as the container names them
   StreamDescription coded;
   bool encrypted = false;             // samples cannot be read without a key
   bool hasColourDescription = false;  // the container has places for colour, range and size
@@ -75,10 +90,12 @@ struct MediaStream {
   FieldOrder fieldOrder = kFieldOrderUnknown;
   Rational sampleAspect{0, 1};     // width to height of a sample as the container tells; 0 where it does not
   std::optional<double> rotation;  // degrees, counter-clockwise, by which pictures are to be turned
-  int64_t duration = 0;            // in units of coded.timeBase; 0 where it is not known
-  int64_t bitRate = 0;             // bits a second; 0 where it is not known
-  int sampleRate = 0;              // audio, Hz
-  int channels = 0;                // audio
+  // The matrix that rotation is read from, as ISO/IEC 14496-12 clause 8.3.2 has it; 0 where there is none.
+  std::optional<std::array<int32_t, 9>> displayMatrix;
+  int64_t duration = 0;  // in units of coded.timeBase; 0 where it is not known
+  int64_t bitRate = 0;   // bits a second; 0 where it is not known
+  int sampleRate = 0;    // audio, Hz
+  int channels = 0;      // audio
 
   std::optional<MasteringDisplay> mastering;
   std::optional<LightLevel> lightLevel;

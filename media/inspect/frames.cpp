@@ -8,6 +8,7 @@
 
 #include "hdr/stream_hdr.h"
 #include "inspect/hdr_section.h"
+#include "inspect/user_data.h"
 
 namespace qlnmedia {
 
@@ -57,6 +58,7 @@ void AddFrameMessages(Section& frame, const CodedStream& stream, size_t number, 
   AddHdr(frame, HdrOf(stream.codec, run.units));
   timecodes.AddToFrame(frame, number);
   AddCaptionMessages(frame, stream.codec, run);
+  AddT35Messages(frame, stream.codec, run);
   if (run.damaged()) frame.AddNote(fmt::format("{} bytes at the end are cut off", run.rest.size()));
 }
 

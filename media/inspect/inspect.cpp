@@ -2,6 +2,8 @@
 
 #include "inspect/inspect.h"
 
+#include <set>
+
 #include "base/library_messages.h"
 #include "container/media_file.h"
 #include "container/raw_end.h"
@@ -10,16 +12,33 @@
 #include "inspect/frames.h"
 #include "inspect/parameter_sets.h"
 #include "inspect/stream.h"
+#include "inspect/user_data.h"
 
 namespace qlnmedia {
 
 namespace {
+
+// The layers of an HEVC stream of several, as the views of a stereo picture: those of its units.
+void AddLayers(Section& section, const CodedStream& stream) {
+  if (stream.codec != Codec::kHevc) return;
+  std::set<int> layers;
+  for (const CodedPacket& packet : stream.packets) {
+    VisitUnits(packet.data, stream.config.framing, [&layers](ByteSpan unit) {
+      if (unit.size() >= 2 && IsSlice(Codec::kHevc, UnitType(Codec::kHevc, unit)))
+        layers.insert((unit[0] & 1) << 5 | unit[1] >> 3);
+    });
+  }
+  if (layers.empty() || *layers.rbegin() == 0) return;
+  section.Add("layers", "Layers", std::vector<int>(layers.begin(), layers.end()), "", "nuh_layer_id");
+}
 
 // The coded side of a stream: configuration record, parameter sets, the first frames.
 void AddCodedStream(Section& section, const CodedStream& stream, const InspectOptions& options,
                     MessageSink& messages) {
   const StreamTimecodes timecodes(stream);
   timecodes.AddToStream(section);
+  AddEncoderSettings(section, stream);
+  AddLayers(section, stream);
   AddConfiguration(section, stream, messages);
   AddParameterSets(section, stream, messages);
   if (stream.codec == Codec::kH264) {

@@ -3,6 +3,9 @@
 #include "inspect/stream.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
 
 #include "inspect/dolby_vision.h"
 #include "inspect/format.h"
@@ -36,6 +39,60 @@ bool IsText(uint32_t tag) {
     if (c < 0x20 || c > 0x7E) return false;
   }
   return true;
+}
+
+// Whether bytes are text in UTF-8 that can be seen.
+bool IsVisibleText(const std::string& bytes) {
+  if (Json(bytes).dump(-1, ' ', false, Json::error_handler_t::ignore) !=
+      Json(bytes).dump(-1, ' ', false, Json::error_handler_t::replace))
+    return false;
+  return std::none_of(bytes.begin(), bytes.end(), [](char c) {
+    return (c >= 0 && c < 0x20 && c != '\n' && c != '\t' && c != '\r') || c == 0x7F;
+  });
+}
+
+// Text as it stands; what is none, as some descriptors of transport streams, as a number, and in hexadecimal
+// digits where it has more than eight bytes.
+void AddText(Section& section, const std::string& key, const std::string& label, const std::string& bytes) {
+  if (IsVisibleText(bytes)) return section.Add(key, label, bytes);
+  std::string digits;
+  uint64_t number = 0;
+  for (const char c : bytes) {
+    digits += fmt::format("{:02X}", static_cast<uint8_t>(c));
+    number = number << 8 | static_cast<uint8_t>(c);
+  }
+  if (bytes.size() > 8) return section.Add(key, label, digits);
+  section.Add(key, label, number, "0x" + digits);
+}
+
+void AddTags(Section& section, const std::vector<Tag>& tags) {
+  if (tags.empty()) return;
+  Section& list = section.AddSection("tags", "Tags");
+  for (const Tag& tag : tags) AddText(list, tag.name, tag.name, tag.text);
+}
+
+void AddChapters(Section& container, const std::vector<Chapter>& chapters) {
+  for (size_t i = 0; i < chapters.size(); ++i) {
+    Section& chapter = container.AddToList("chapters", fmt::format("Chapter {}", i));
+    chapter.Add("start", "Start", chapters[i].start, DurationText(chapters[i].start));
+    chapter.Add("end", "End", chapters[i].end, DurationText(chapters[i].end));
+    AddTags(chapter, chapters[i].tags);
+  }
+}
+
+// How pictures are to be turned, and what else a player should know of a stream.
+void AddPresentation(Section& section, const MediaStream& stream) {
+  if (!stream.language.empty()) AddText(section, "language", "Language", stream.language);
+  if (!stream.dispositions.empty())
+    section.Add("dispositions", "Dispositions", stream.dispositions,
+                fmt::format("{}", fmt::join(stream.dispositions, ", ")));
+  if (stream.encrypted) section.Add("encrypted", "Encrypted", true, "yes", "its samples need a key");
+  if (stream.rotation)
+    section.Add("rotation", "Rotation", *stream.rotation + 0.0,  // no negative zero
+                fmt::format("{:g} degrees counter-clockwise", *stream.rotation + 0.0));
+  if (stream.displayMatrix)
+    section.Add("display_matrix", "Display matrix",
+                std::vector<int32_t>(stream.displayMatrix->begin(), stream.displayMatrix->end()));
 }
 
 void AddTag(Section& section, uint32_t tag) {
@@ -88,6 +145,8 @@ void AddContainer(Section& report, const MediaFile& file) {
   if (file.bitRate() > 0)
     container.Add("bit_rate", "Bit rate", file.bitRate(), fmt::format("{} kbit/s", file.bitRate() / 1000));
   container.Add("streams", "Streams", file.streams().size());
+  AddTags(container, file.tags());
+  AddChapters(container, file.chapters());
 }
 
 Section& AddStream(Section& report, const MediaStream& stream) {
@@ -120,6 +179,8 @@ Section& AddStream(Section& report, const MediaStream& stream) {
     const double seconds = static_cast<double>(stream.duration) * timeBase.value();
     section.Add("duration", "Duration", seconds, DurationText(seconds));
   }
+  AddPresentation(section, stream);
+  AddTags(section, stream.tags);
   if (stream.dolbyVision) AddDolbyVisionConfiguration(section, *stream.dolbyVision);
   return section;
 }

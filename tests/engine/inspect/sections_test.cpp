@@ -61,6 +61,38 @@ TEST(StreamSection, TagsThatAreNoTextAreNumbers) {
   EXPECT_EQ(StreamJson(stream)["tag"], "avc ");
 }
 
+// Descriptors of transport streams may hold anything where a language is expected.
+TEST(StreamSection, TextThatIsNoneIsANumber) {
+  MediaStream stream = Pictures();
+  stream.language = "deu";
+  stream.tags = {{"title",
+                  "Gr\xC3\xBC\xC3\x9F"
+                  "e"},
+                 {"service", "\x1B\x01"},
+                 {"long", std::string(9, '\xFF')}};
+  const Json json = StreamJson(stream);
+  EXPECT_EQ(json["language"], "deu");
+  EXPECT_EQ(json["tags"]["title"],
+            "Gr\xC3\xBC\xC3\x9F"
+            "e");
+  EXPECT_EQ(json["tags"]["service"], 0x1B01);
+  EXPECT_EQ(json["tags"]["long"], "FFFFFFFFFFFFFFFFFF");
+  stream.language = "\xFF\xFE";
+  EXPECT_EQ(StreamJson(stream)["language"], 0xFFFE);
+}
+
+TEST(StreamSection, PicturesThatAreToBeTurnedAndEncryptedOnes) {
+  MediaStream stream = Pictures();
+  EXPECT_FALSE(StreamJson(stream).contains("rotation"));
+  stream.rotation = -90.0;
+  stream.displayMatrix = {0, 65536, 0, -65536, 0, 0, 0, 0, 1073741824};
+  stream.encrypted = true;
+  const Json json = StreamJson(stream);
+  EXPECT_EQ(json["rotation"], -90.0);
+  EXPECT_EQ(json["display_matrix"][1], 65536);
+  EXPECT_EQ(json["encrypted"], true);
+}
+
 TEST(StreamSection, ColourOnlyWhereTheContainerHasAPlaceForIt) {
   MediaStream stream = Pictures();
   stream.container.primaries = 9;

@@ -190,6 +190,35 @@ TEST(Inspect, ConfigurationRecordWithSeveralSeiUnits) {
   EXPECT_EQ(Qlnmedia("check '" + file + "'").exitCode, 0);
 }
 
+// Rotation, chapters, tags and language as ffmpeg wrote them.
+TEST(Inspect, WhatTheContainerSaysBesideThePictures) {
+  WriteFile(MediaPath("chapters.txt"), [] {
+    const std::string text =
+        ";FFMETADATA1\ntitle=A clip\n[CHAPTER]\nTIMEBASE=1/1000\nSTART=0\nEND=200\ntitle=One\n"
+        "[CHAPTER]\nTIMEBASE=1/1000\nSTART=200\nEND=400\ntitle=Two\n";
+    return Bytes(text.begin(), text.end());
+  }());
+  const std::string plain = Clip("plain.mp4");
+  const std::string file =
+      MediaFile("turned.mp4", "ffmpeg -v error -y -i '" + plain + "' -i '" + MediaPath("chapters.txt") +
+                                  "' -map_metadata 1 -map_chapters 1 -c copy -metadata:s:v language=deu "
+                                  "-metadata:s:v rotate=90 {out}");
+  const Json report = InspectJson(file);
+  EXPECT_EQ(report["container"]["tags"]["title"], "A clip");
+  ASSERT_EQ(report["container"]["chapters"].size(), 2u);
+  EXPECT_EQ(report["container"]["chapters"][1]["start"], 0.2);
+  EXPECT_EQ(report["container"]["chapters"][1]["tags"]["title"], "Two");
+  const Json& video = report["streams"][0];
+  EXPECT_EQ(video["language"], "deu");
+  EXPECT_EQ(video["rotation"], 90.0);
+  // ISO/IEC 14496-12 clause 8.3.2: cosine and sine of the turn as 16.16, w as 2.30.
+  EXPECT_EQ(video["display_matrix"], (Json{0, -65536, 0, 65536, 0, 0, 0, 0, 1073741824}));
+  EXPECT_THAT(video["dispositions"].dump(), HasSubstr("default"));
+  EXPECT_FALSE(video.contains("encrypted"));
+  EXPECT_THAT(video["encoder_settings"].get<std::string>(), HasSubstr("cabac=1"));
+  EXPECT_FALSE(report["streams"][1].contains("rotation"));
+}
+
 // The container's own description, beside that of the stream: ffmpeg writes it from its options.
 TEST(Inspect, ContainerColour) {
   const std::string options = "-an -color_primaries 9 -color_trc 16 -colorspace 9 -color_range tv";
