@@ -1,4 +1,4 @@
-// The head of a configuration record held against its sequence parameter set.
+// The head of a configuration record held against its sequence parameter sets.
 #ifndef MEDIA_CHECK_CONFIG_HEAD_H
 #define MEDIA_CHECK_CONFIG_HEAD_H
 
@@ -9,7 +9,7 @@
 
 namespace qlnmedia {
 
-// What the head of an avcC or hvcC says otherwise than the first SPS in it.
+// What the head of an avcC or hvcC says otherwise than the SPS in it.
 std::vector<std::string> ConfigHeadFindings(const ConfigRecord& config);
 
 }  // namespace qlnmedia
