@@ -2,7 +2,10 @@
 
 #include "base/numbers.h"
 
+#include <fmt/format.h>
+
 #include <charconv>
+#include <cmath>
 #include <system_error>
 
 namespace qlnmedia {
@@ -36,6 +39,13 @@ std::optional<RationalRate> ParseRate(const std::string& text) {
   }
   if (!rate || !scale || *rate == 0 || *scale == 0) return std::nullopt;
   return RationalRate{*rate, *scale};
+}
+
+std::string PlainNumber(double number) {
+  std::string text = fmt::format("{:.{}f}", number, std::abs(number) < 1 ? 9 : 3);
+  text.erase(text.find_last_not_of('0') + 1);
+  if (text.ends_with('.')) text.pop_back();
+  return text;
 }
 
 }  // namespace qlnmedia

@@ -22,8 +22,6 @@ class StreamTimecodes {
   void AddToFrame(Section& frame, size_t number) const;
 
  private:
-  std::optional<ClockTime> Read(const std::vector<Unit>& units, const SpsFacts& sps) const;
-
   Codec codec_;
   std::vector<std::optional<ClockTime>> times_;  // of each packet
   std::optional<ClockTime> first_;

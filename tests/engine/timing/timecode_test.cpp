@@ -31,7 +31,51 @@ TEST(PictureTimecode, WhatIsNoTimecodeIsRefused) {
                            "00:60:00:00", "00:00:00;00"})
     EXPECT_THROW(ParseTimecode(text, "", {25, 1}), Error) << text;
   EXPECT_THROW(ParseTimecode("00:01:00;01", "", {30000, 1001}), Error);
+  EXPECT_THROW(ParseTimecode("00:00:00:00", "frames", {25, 1}), Error);  // a count and no clock
   EXPECT_THROW(ParseTimecode("00:00:00:00", "", {12, 1}), Error);
+}
+
+// What a refusal says.
+std::string Refusal(const char* text, const char* typeName, Rational rate) {
+  try {
+    ParseTimecode(text, typeName, rate);
+  } catch (const Error& error) {
+    return error.what();
+  }
+  return "none";
+}
+
+// A day has 24 hours: SMPTE ST 12-1 counts from 00:00:00:00 to the last number of 23:59:59.
+TEST(PictureTimecode, TimesOfDayEndAtMidnight) {
+  struct Last {
+    const char* text;
+    const char* behind;
+    Rational rate;
+    uint32_t count;
+  };
+  for (const Last& last : {Last{"23:59:59:23", "23:59:59:24", {24000, 1001}, 2073599},
+                           Last{"23:59:59:24", "23:59:59:25", {25, 1}, 2159999},
+                           Last{"23:59:59:29", "23:59:59:30", {30000, 1001}, 2591999},
+                           Last{"23:59:59;29", "23:59:59;30", {30000, 1001}, 2589407},
+                           Last{"23:59:59;59", "23:59:59;60", {60000, 1001}, 5178815},
+                           Last{"23:59:59:59", "23:59:59:60", {60, 1}, 5183999}}) {
+    EXPECT_EQ(ParseTimecode(last.text, "", last.rate).count, last.count);
+    for (std::string text : {std::string(last.behind), "24:00:00" + std::string(last.text).substr(8),
+                             "25:00:00" + std::string(last.text).substr(8), std::string("99:99:99:99"),
+                             std::string("00:60:00:00"), std::string("00:00:60:00")}) {
+      text[8] = last.text[8];
+      const std::string refusal = Refusal(text.c_str(), "", last.rate);
+      EXPECT_NE(refusal.find("is no time of day"), std::string::npos) << refusal;
+      EXPECT_NE(refusal.find(std::string("the last one is ") + last.text), std::string::npos) << refusal;
+    }
+  }
+  EXPECT_NE(Refusal("00:00:00:25", "", {25, 1}).find("the next one is 00:00:01:00"), std::string::npos);
+}
+
+TEST(PictureTimecode, RatesAreToldInPlainDigits) {
+  EXPECT_NE(Refusal("00:00:00:00", "", {1000000, 1}).find("counts 1000000 frames"), std::string::npos);
+  EXPECT_NE(Refusal("00:00:00:00", "", {25, 2}).find("counts 12.5 frames"), std::string::npos);
+  EXPECT_NE(Refusal("00:00:00;00", "", {24000, 1001}).find("at 23.976 frames"), std::string::npos);
 }
 
 TEST(PictureTimecode, PicturesGetTheirPlaceInPresentationOrder) {
@@ -200,6 +244,88 @@ TEST(PictureTimecode, ClocksAreReadBack) {
   EXPECT_EQ(both[1].Text(), "01:02:03;29");
   for (size_t size = 0; size + 1 < two.size(); ++size)
     EXPECT_LE(ReadTimeCode(Bytes(two.begin(), two.begin() + static_cast<std::ptrdiff_t>(size))).size(), 1u);
+}
+
+// The three flags and numbers behind counting_type of the one clock of a message, in both codecs.
+struct Written {
+  uint32_t counting, discontinuity, dropped;
+  std::string text;
+  friend bool operator==(const Written&, const Written&) = default;
+  friend void PrintTo(const Written& w, std::ostream* out) {
+    *out << w.counting << ' ' << w.discontinuity << w.dropped << ' ' << w.text;
+  }
+};
+
+// Bit by bit, by the syntax tables: at `at` stands counting_type, n_frames has `frameBits`.
+Written WrittenAt(const Bytes& payload, size_t at, size_t frameBits) {
+  const auto take = [&](size_t bits) {
+    uint32_t value = 0;
+    for (; bits > 0; --bits, ++at) value = value << 1 | (payload.at(at / 8) >> (7 - at % 8) & 1u);
+    return value;
+  };
+  Written written;
+  written.counting = take(5);
+  EXPECT_EQ(take(1), 1u);  // full_timestamp_flag
+  written.discontinuity = take(1);
+  written.dropped = take(1);
+  const uint32_t frames = take(frameBits);
+  const uint32_t seconds = take(6);
+  const uint32_t minutes = take(6);
+  char text[48];
+  std::snprintf(text, sizeof text, "%02u:%02u:%02u:%02u", take(5), minutes, seconds, frames);
+  written.text = text;
+  return written;
+}
+
+void ExpectWritten(uint32_t count, uint8_t type, const Written& expected) {
+  SpsFacts sps;
+  EXPECT_EQ(WrittenAt(MakePictureTiming({}, sps, count, type), 8, 8), expected);
+  const Bytes unit = MakeHevcTimecodeUnit(count, type);
+  EXPECT_EQ(WrittenAt(ReadSeiMessages(Codec::kHevc, unit).at(0).payload, 4, 9), expected);
+}
+
+// ITU-T H.264 clause D.2.3, H.265 clause D.3.27: with counting_type 4 and cnt_dropped_flag 1, n_frames is 2,
+// seconds are 0, and minutes are no multiple of ten. Four numbers are "unspecified" ones, counting_type 6.
+TEST(PictureTimecode, SkippedNumbersAreToldWhereTheyAreSkipped) {
+  ExpectWritten(1799, 4, {4, 0, 0, "00:00:59:29"});
+  ExpectWritten(1800, 4, {4, 0, 1, "00:01:00:02"});
+  ExpectWritten(1801, 4, {4, 0, 0, "00:01:00:03"});
+  ExpectWritten(17981, 4, {4, 0, 0, "00:09:59:29"});
+  ExpectWritten(17982, 4, {4, 0, 0, "00:10:00:00"});
+  ExpectWritten(17984, 4, {4, 0, 0, "00:10:00:02"});
+  ExpectWritten(2, 4, {4, 0, 0, "00:00:00:02"});
+  ExpectWritten(3600, 32, {6, 0, 1, "00:01:00:04"});
+  ExpectWritten(3601, 32, {6, 0, 0, "00:01:00:05"});
+  ExpectWritten(60 * 30 + 2, 2, {0, 0, 0, "00:01:00:02"});
+  ExpectWritten(60 * 60 + 4, 64, {0, 0, 0, "00:01:00:04"});
+}
+
+TEST(PictureTimecode, CountsGoOnPastMidnight) {
+  ExpectWritten(2159999, 8, {0, 0, 0, "23:59:59:24"});
+  ExpectWritten(2160000, 8, {0, 1, 0, "00:00:00:00"});
+  ExpectWritten(2160001, 8, {0, 0, 0, "00:00:00:01"});
+  ExpectWritten(0, 8, {0, 0, 0, "00:00:00:00"});
+  ExpectWritten(2589407, 4, {4, 0, 0, "23:59:59:29"});
+  ExpectWritten(2589408, 4, {4, 1, 0, "00:00:00:00"});
+  ExpectWritten(2589408 + 1800, 4, {4, 0, 1, "00:01:00:02"});
+  ExpectWritten(5178816, 32, {6, 1, 0, "00:00:00:00"});
+}
+
+TEST(PictureTimecode, SkippedNumbersAreReadBack) {
+  SpsFacts sps;
+  sps.h264.picStruct = true;
+  for (const uint8_t type : {uint8_t{4}, uint8_t{32}}) {
+    const uint32_t drop = type == 4 ? 1800 : 3600;
+    for (const uint32_t count : {drop, drop + 1}) {
+      const auto timing = ReadPictureTiming(MakePictureTiming({}, sps, count, type), sps);
+      const auto messages = ReadSeiMessages(Codec::kHevc, MakeHevcTimecodeUnit(count, type));
+      for (const ClockTime& time : {timing.value().times[0], ReadTimeCode(messages.at(0).payload).at(0)}) {
+        EXPECT_TRUE(time.drop);
+        EXPECT_EQ(time.dropped, count == drop);
+        EXPECT_EQ(time.Text()[8], ';');
+      }
+    }
+  }
 }
 
 TEST(PictureTimecode, HevcUnitIsOfItsPicturesLayerAndCountsFramesOfFields) {
