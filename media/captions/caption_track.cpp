@@ -11,7 +11,8 @@ namespace qlnmedia::captions {
 namespace {
 
 // Frames a second of two rates as they are held against each other: by what timecode counts where one is a
-// multiple of the other, so that a frame stays a frame; else by time.
+// multiple of the other, so that a frame stays a frame; else, and where numbers are left out to keep to the
+// clock, by time.
 struct Speed {
   int64_t numerator;
   int64_t denominator;
@@ -22,11 +23,18 @@ struct SpeedPair {
   Speed to;
 };
 
-SpeedPair SpeedsOf(Rate from, Rate to) {
+SpeedPair SpeedsOf(Rate from, Rate to, bool dropFrame) {
   const RateInfo& a = InfoOf(from);
   const RateInfo& b = InfoOf(to);
-  if (a.nominal % b.nominal == 0 || b.nominal % a.nominal == 0) return {{a.nominal, 1}, {b.nominal, 1}};
+  const bool multiple = a.nominal % b.nominal == 0 || b.nominal % a.nominal == 0;
+  if (multiple && !dropFrame) return {{a.nominal, 1}, {b.nominal, 1}};
   return {{a.numerator, a.denominator}, {b.numerator, b.denominator}};
+}
+
+// Labels that leave numbers out count by the slower of the two rates that have as many numbers.
+Rate RateOfLabels(Rate rate, bool dropFrame) {
+  if (!dropFrame) return rate;
+  return rate == Rate::k30 ? Rate::k29_97 : rate == Rate::k60 ? Rate::k59_94 : rate;
 }
 
 bool IsLine21(const Triplet& t) { return t.type == CcType::kField1 || t.type == CcType::kField2; }
@@ -73,7 +81,7 @@ std::optional<CaptionTrack> FromMcc(std::string_view text, std::string* reason) 
     }
     const int nominal = InfoOf(packet->rate).nominal;
     if (first && (nominal == file->nominal || nominal == 2 * file->nominal)) {
-      track.rate = packet->rate;
+      track.rate = RateOfLabels(packet->rate, file->dropFrame);
       track.framesPerNumber = nominal / file->nominal;
     }
     first = false;
@@ -143,13 +151,16 @@ CaptionPictures::CaptionPictures(const CaptionTrack& track, Rate rate, int64_t o
 }
 
 bool CaptionPictures::converted() const {
-  const int from = InfoOf(track_.rate).nominal;
-  const int to = InfoOf(rate_).nominal;
-  return from != to && !(track_.line21Only && to == 2 * from);
+  const RateInfo& from = InfoOf(track_.rate);
+  const RateInfo& to = InfoOf(rate_);
+  const int times = track_.line21Only && to.nominal == 2 * from.nominal ? 2 : 1;
+  const bool sameClock =
+      int64_t{times} * from.numerator * to.denominator == int64_t{to.numerator} * from.denominator;
+  return times * from.nominal != to.nominal || (track_.dropFrame && !sameClock);
 }
 
 bool CaptionPictures::IsDue(const CaptionEvent& event, int64_t number) const {
-  const SpeedPair speed = SpeedsOf(track_.rate, rate_);
+  const SpeedPair speed = SpeedsOf(track_.rate, rate_, track_.dropFrame);
   return (event.at - offset_) * speed.from.denominator * speed.to.numerator <=
          number * speed.to.denominator * speed.from.numerator;
 }
@@ -177,11 +188,13 @@ std::vector<Triplet> CaptionPictures::Next(int64_t number) {
   return whole ? track_.events[first].triplets : triplets;
 }
 
-MccTrackWriter::MccTrackWriter(Rate rate) : rate_(rate), nominal_(InfoOf(rate).nominal) {}
+MccTrackWriter::MccTrackWriter(Rate rate, bool dropFrame)
+    : rate_(rate), nominal_(InfoOf(rate).nominal), dropFrame_(dropFrame) {}
 
 std::string MccTrackWriter::Heading() const {
   MccFile file;
   file.nominal = nominal_;
+  file.dropFrame = dropFrame_;
   file.version = nominal_ > 30 ? 2 : 1;
   file.keys = {{"Creation Program", "qlnmedia"}};
   return WriteMcc(file);
@@ -197,7 +210,7 @@ std::string MccTrackWriter::Lines(const std::vector<Triplet>& triplets, int64_t 
     packet.triplets.assign(from,
                            from + static_cast<std::ptrdiff_t>(std::min(kMostTriplets, triplets.size() - at)));
     MccLine line;
-    line.at = TimecodeOf(number, nominal_, false);
+    line.at = TimecodeOf(number, nominal_, dropFrame_);
     line.anc = WrapInAnc(WriteCdp(packet));
     line.anc.push_back(AncChecksum(line.anc));
     text += WriteMccLine(line);
@@ -206,14 +219,14 @@ std::string MccTrackWriter::Lines(const std::vector<Triplet>& triplets, int64_t 
 }
 
 void SccTrackWriter::Add(const std::vector<Triplet>& triplets, int64_t number) {
-  const SpeedPair speed = SpeedsOf(rate_, Rate::k29_97);
+  const SpeedPair speed = SpeedsOf(rate_, Rate::k29_97, file_.dropFrame);
   const int64_t frame =
       number * speed.from.denominator * speed.to.numerator / (speed.to.denominator * speed.from.numerator);
   for (const Triplet& t : triplets) {
     if (!t.valid || t.type != CcType::kField1 || IsNull(t)) continue;
     if (file_.lines.empty() || frame > free_) {
       free_ = std::max(free_, frame);
-      file_.lines.push_back({TimecodeOf(free_, 30, false), {}});
+      file_.lines.push_back({TimecodeOf(free_, 30, file_.dropFrame), {}});
     }
     file_.lines.back().pairs.push_back(static_cast<Pair>(t.first << 8 | t.second));
     ++free_;

@@ -52,7 +52,8 @@ class CaptionPictures {
   size_t early() const { return early_; }
   // Events that no picture has had yet.
   size_t left() const { return track_.events.size() - next_; }
-  // True if the track is of another rate, so that times were converted.
+  // True if the track is of another rate, so that times were converted. Drop-frame labels are of 29.97 or
+  // 59.94 frames a second, and of 30 or 60 no more than of 25.
   bool converted() const;
 
  private:
@@ -69,10 +70,10 @@ class CaptionPictures {
 };
 
 // Makes a .mcc file out of pictures in presentation order; the first one stands at 00:00:00:00. Numbers are
-// those of CaptionPictures.
+// those of CaptionPictures. Drop-frame labels are for rates that allow them (RateInfo).
 class MccTrackWriter {
  public:
-  explicit MccTrackWriter(Rate rate);
+  explicit MccTrackWriter(Rate rate, bool dropFrame = false);
   // What the file begins with.
   std::string Heading() const;
   // The lines of the next picture: packets of at most kMostTriplets, none for a picture without captions.
@@ -81,13 +82,15 @@ class MccTrackWriter {
  private:
   Rate rate_;
   int nominal_;
+  bool dropFrame_;
   uint16_t counter_ = 0;
 };
 
-// Makes a .scc file out of the line 21 pairs of field 1 in the same way.
+// Makes a .scc file out of the line 21 pairs of field 1 in the same way. Drop-frame labels go by time, at any
+// rate.
 class SccTrackWriter {
  public:
-  explicit SccTrackWriter(Rate rate) : rate_(rate) {}
+  explicit SccTrackWriter(Rate rate, bool dropFrame = false) : rate_(rate) { file_.dropFrame = dropFrame; }
   void Add(const std::vector<Triplet>& triplets, int64_t number);
   std::string Text() const { return WriteScc(file_); }
 

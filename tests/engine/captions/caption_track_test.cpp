@@ -90,6 +90,7 @@ TEST(CaptionPictures, AreConvertedByTime) {
   EXPECT_TRUE(CaptionPictures(track, Rate::k25, 0).converted());
   EXPECT_FALSE(CaptionPictures(track, Rate::k29_97, 0).converted());
   EXPECT_FALSE(CaptionPictures(track, Rate::k59_94, 0).converted());
+  EXPECT_FALSE(CaptionPictures(track, Rate::k30, 0).converted());
 }
 
 TEST(CaptionPictures, TellWhatIsLost) {
@@ -214,6 +215,70 @@ TEST(CaptionTrack, WritesBurstsAsSeveralPackets) {
   EXPECT_EQ(track.events[0].at, 31);
   EXPECT_EQ(track.events[0].triplets, burst);
   EXPECT_EQ(writer.Lines({}, 32), "");
+}
+
+// Drop-frame labels keep to the clock: 01:00:00;00 comes 3600 seconds behind 00:00:00;00 to within a part in
+// a million, and 00:59:59;29 one frame before it, whatever the stream's rate.
+TEST(CaptionTrack, DropFrameLabelsGoByTime) {
+  const CaptionTrack track =
+      TrackOf("Scenarist_SCC V1.0\n\n00:00:01;00\tc1c1\n\n00:59:59;29\tc2c2\n\n01:00:00;00\t4343\n");
+  struct Case {
+    Rate rate;
+    bool converted;
+    int second, last;  // pictures of the second and the third pair
+  };
+  // 107891 frames at 1001 / 30000 seconds are 3599.96 seconds, 107892 are 3599.9964.
+  for (const Case& test : {Case{Rate::k29_97, false, 107891, 107892}, Case{Rate::k30, true, 107999, 108000},
+                           Case{Rate::k59_94, false, 215782, 215784}, Case{Rate::k60, true, 215998, 216000},
+                           Case{Rate::k25, true, 90000, 90001}}) {
+    EXPECT_EQ(CaptionPictures(track, test.rate, 0).converted(), test.converted);
+    const auto pairs = PairsOf(CaptionPictures(track, test.rate, 0), test.last + 4);
+    ASSERT_EQ(pairs.size(), 3u);
+    EXPECT_LE(std::abs(pairs[1].first - test.second), 1) << pairs[1].first;
+    EXPECT_LE(std::abs(pairs[2].first - test.last), 1) << pairs[2].first;
+    EXPECT_EQ(pairs[2].second, 0x4343);
+  }
+  // Labels that leave nothing out are frames, at either rate.
+  const CaptionTrack plain = TrackOf("Scenarist_SCC V1.0\n\n01:00:00:00\tc1c1\n");
+  for (const Rate rate : {Rate::k29_97, Rate::k30})
+    EXPECT_EQ(PairsOf(CaptionPictures(plain, rate, 0), 108002).at(0).first, 108000);
+}
+
+// A .mcc file says its rate in its packets as well; with drop-frame labels the labels' one counts.
+TEST(CaptionTrack, DropFrameLabelsOfPacketsGoByTime) {
+  for (const Rate said : {Rate::k29_97, Rate::k30}) {
+    CaptionPacket packet;
+    packet.rate = said;
+    packet.triplets.assign(20, Triplet{});
+    packet.triplets[0] = {true, CcType::kField1, 0xC1, 0xC1};
+    const CaptionTrack track = TrackOf(MccText({{"01:00:00;00", WriteCdp(packet)}}, "30DF"));
+    EXPECT_EQ(track.rate, Rate::k29_97);
+    EXPECT_TRUE(CaptionPictures(track, Rate::k30, 0).converted());
+    EXPECT_EQ(PairsOf(CaptionPictures(track, Rate::k30, 0), 108010).at(0).first, 108000);
+  }
+}
+
+// SMPTE ST 12-1: behind 00:00:59;29 comes 00:01:00;02.
+TEST(CaptionTrackWriters, LabelsLeaveNumbersOut) {
+  const std::vector<Triplet> pair = {{true, CcType::kField1, 0xC1, 0xC1}};
+  MccTrackWriter mcc(Rate::k29_97, true);
+  EXPECT_NE(mcc.Heading().find("Time Code Rate=30DF"), std::string::npos);
+  EXPECT_EQ(mcc.Lines(pair, 1799).substr(0, 11), "00:00:59:29");
+  EXPECT_EQ(mcc.Lines(pair, 1800).substr(0, 11), "00:01:00:02");
+  EXPECT_EQ(mcc.Lines(pair, 17982).substr(0, 11), "00:10:00:00");
+  MccTrackWriter fast(Rate::k59_94, true);
+  EXPECT_NE(fast.Heading().find("Time Code Rate=60DF"), std::string::npos);
+  EXPECT_EQ(fast.Lines(pair, 3600).substr(0, 11), "00:01:00:04");
+  SccTrackWriter scc(Rate::k29_97, true);
+  scc.Add(pair, 1799);
+  scc.Add(pair, 1801);
+  EXPECT_NE(scc.Text().find("00:00:59;29\tc1c1\n\n00:01:00;03\tc1c1"), std::string::npos) << scc.Text();
+  // At exactly 30 and 60 pictures a second labels go by time: 60 seconds are 1798.2 frames of 29.97.
+  for (const auto& [rate, number] : {std::pair{Rate::k30, 1800}, {Rate::k60, 3600}, {Rate::k25, 1500}}) {
+    SccTrackWriter writer(rate, true);
+    writer.Add(pair, number);
+    EXPECT_NE(writer.Text().find("00:00:59;28\tc1c1"), std::string::npos) << writer.Text();
+  }
 }
 
 }  // namespace
