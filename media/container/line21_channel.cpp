@@ -2,9 +2,11 @@
 
 #include "container/line21_channel.h"
 
+#include <cmath>
 #include <cstring>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "base/error.h"
 #include "container/libav_handles.h"
@@ -52,6 +54,9 @@ class LibavLine21 final : public Line21Channel {
   CodecContextHandle context_;
   PacketHandle packet_;
   std::vector<CaptionLine> lines_;
+  // Times of the picture at hand and of the one before it: captions end with one of them.
+  double time_ = 0;
+  double timeBefore_ = 0;
 };
 
 LibavLine21::LibavLine21() {
@@ -70,6 +75,7 @@ void LibavLine21::Add(int field, uint8_t first, uint8_t second, double seconds) 
   if (av_new_packet(packet_.get(), sizeof triplet) < 0) throw std::bad_alloc();
   std::memcpy(packet_->data, triplet, sizeof triplet);
   packet_->pts = static_cast<int64_t>(seconds * AV_TIME_BASE + 0.5);
+  if (seconds != time_) timeBefore_ = std::exchange(time_, seconds);
   Feed();
   av_packet_unref(packet_.get());
 }
@@ -85,7 +91,12 @@ void LibavLine21::Feed() {
     text += PlainDialogue(subtitle.rects[i]->ass);
   }
   const double begin = static_cast<double>(subtitle.pts) / AV_TIME_BASE;
-  if (!text.empty()) lines_.push_back({begin, begin + subtitle.end_display_time / 1000.0, text});
+  // The decoder tells a duration, in whole milliseconds: a picture's time is half a one off at most.
+  double end = begin + subtitle.end_display_time / 1000.0;
+  for (const double time : {timeBefore_, time_}) {
+    if (std::abs(end - time) < 0.001) end = time;
+  }
+  if (!text.empty()) lines_.push_back({begin, end, text});
   avsubtitle_free(&subtitle);
 }
 

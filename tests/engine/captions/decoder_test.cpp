@@ -6,6 +6,7 @@
 
 #include "captions/line21.h"
 #include "captions/service_block.h"
+#include "captions/text.h"
 #include "container/line21_channel.h"
 
 namespace qlnmedia {
@@ -47,6 +48,44 @@ class Stream {
   int picture_ = 0;
   int sequence_ = 0;
 };
+
+// The times of an .srt file's cues, "begin --> end" each.
+std::vector<std::pair<std::string, std::string>> CuesOf(const std::string& srt) {
+  std::vector<std::pair<std::string, std::string>> cues;
+  for (size_t at = 0; (at = srt.find(" --> ", at)) != std::string::npos; ++at)
+    cues.emplace_back(srt.substr(at - 12, 12), srt.substr(at + 5, 12));
+  return cues;
+}
+
+// Pop-on captions one right behind the other, each shown so many pictures, at rates whose pictures take no
+// whole milliseconds: a cue ends where the next one begins.
+TEST(CaptionDecoder, CuesMeetWithoutOverlap) {
+  for (const double picture : {1 / 30.0, 1001 / 30000.0, 1001 / 24000.0, 1 / 60.0, 0.04}) {
+    CaptionDecoder decoder(MakeLine21Channel);
+    constexpr int kPictures = 1500;
+    // The pairs of the pictures: RCL, ENM, PAC, two letters, EOC, each control code twice.
+    std::vector<Pair> pairs(kPictures, 0x8080);
+    for (int at = 0, number = 0; at + 20 < kPictures; at += 20 + 7 * (number++ % 5)) {
+      const auto letters = static_cast<Pair>(
+          0xC100 | qlnmedia::captions::WithOddParity(static_cast<uint8_t>('A' + number % 26)));
+      const Pair caption[] = {0x9420, 0x9420, 0x94AE, 0x94AE, 0x9470, 0x9470, letters, 0x942F, 0x942F};
+      std::copy(std::begin(caption), std::end(caption), pairs.begin() + at);
+    }
+    std::vector<double> times;
+    for (int i = 0; i < kPictures; ++i) {
+      times.push_back(i * picture);
+      const Pair pair = pairs[static_cast<size_t>(i)];
+      decoder.Add({{true, CcType::kField1, static_cast<uint8_t>(pair >> 8), static_cast<uint8_t>(pair)}},
+                  times.back());
+    }
+    decoder.Finish(kPictures * picture);
+    const std::vector<CaptionLine> lines = decoder.services().at(0).lines;
+    ASSERT_GT(lines.size(), 40u);
+    const auto cues = CuesOf(WriteSrt(lines));
+    ASSERT_EQ(cues.size(), lines.size());
+    for (size_t i = 0; i + 1 < cues.size(); ++i) EXPECT_EQ(cues[i].second, cues[i + 1].first) << picture;
+  }
+}
 
 TEST(CaptionDecoder, TellsTheServicesOfLine21Apart) {
   Stream stream;
