@@ -100,8 +100,20 @@ void AddActiveArea(Section& report, QLNSignalFormat format) {
 }
 
 bool SameRate(double a, double b) {
-  // Rates that differ by 1000/1001 are not the same; 23.98 and 24000/1001 are.
-  return std::abs(a - b) <= 0.0005 * std::max(a, b);
+  // Rates that differ by 1000/1001 are not the same, nor are 29.98 and 30000/1001; 23.98 and 24000/1001 are.
+  return std::abs(a - b) <= 0.0002 * std::max(a, b);
+}
+
+// Whether some rate field stands for a rate.
+bool HasRateField(double framesPerSecond) {
+  for (uint32_t field = 1; field <= qln::kRateFieldMask; ++field) {
+    uint32_t rate = 0;
+    uint32_t scale = 0;
+    if (vidRateScale(field, &rate, &scale) == 0 &&
+        SameRate(framesPerSecond, static_cast<double>(rate) / scale))
+      return true;
+  }
+  return false;
 }
 
 std::string RasterText(const Raster& raster) {
@@ -117,7 +129,10 @@ void AddDifferences(Section& report, const Raster& raster, QLNSignalFormat forma
   if (vidRateScale(format, &rate, &scale) != 0) {
     report.AddNote(fmt::format("the format says no rate; {:.6g} was asked for", asked));
   } else if (!SameRate(asked, static_cast<double>(rate) / scale)) {
-    report.AddNote(fmt::format("the format is one of {}/{}; {:.6g} was asked for", rate, scale, asked));
+    report.AddNote(
+        HasRateField(asked)
+            ? fmt::format("the format is one of {}/{}; {:.6g} was asked for", rate, scale, asked)
+            : fmt::format("no word holds {:.6g} frames a second; this one says {}/{}", asked, rate, scale));
   }
   uint32_t width = 0;
   uint32_t height = 0;

@@ -13,6 +13,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 using testing::HasSubstr;
+using testing::Not;
 
 TEST(Format, RasterAsText) {
   const CommandResult result = Qlnmedia("format 1920 1080 29.97");
@@ -51,6 +52,17 @@ TEST(Format, InterlacedWordAsJson) {
       "frame_time": 40.0, "timecode_type": {"type": 8, "text": "pal"},
       "timecode_type_full_rate": {"type": 8, "text": "pal"},
       "active_area": {"left": 0, "top": 40, "right": 1920, "bottom": 1120}})"));
+}
+
+TEST(Format, RatesThatNoWordHoldsAreSaid) {
+  for (const char* rate : {"12.5", "25/2", "29.98", "29.314", "0.5", "600"}) {
+    const CommandResult result = Qlnmedia(std::string("format 1920 1080 ") + rate);
+    EXPECT_THAT(result.output, HasSubstr("note: no word holds ")) << rate;
+  }
+  EXPECT_THAT(Qlnmedia("format 1920 1080 12.5").output,
+              HasSubstr("no word holds 12.5 frames a second; this one says 11/1"));
+  for (const char* rate : {"23.98", "23.976", "29.97", "30000/1001", "59.94", "60", "25", "24"})
+    EXPECT_THAT(Qlnmedia(std::string("format 1920 1080 ") + rate).output, Not(HasSubstr("note:"))) << rate;
 }
 
 TEST(Format, InterlacedRaster) {

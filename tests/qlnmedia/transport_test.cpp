@@ -51,6 +51,21 @@ TEST(Transport, FastSpeedsMoveByTheSpeed) {
             (Rows{{0, 3, 0, 1, 0}, {1, 4, 32760, 1, 1}, {2, 6, 0, 1, 2}, {3, 7, 32760, 1, 3}}));
 }
 
+// The counter holds speeds in 32 bits, 65520 units for plain play.
+TEST(Transport, SpeedsThatTheCounterDoesNotHoldAreRefused) {
+  for (const char* speed : {"nan", "inf", "-inf", "32777", "-32777", "1e9", "1e300"}) {
+    const CommandResult result = Qlnmedia(std::string("transport --in 0 --out 0 --steps 1 --speed=") + speed);
+    EXPECT_EQ(result.exitCode, 2) << speed;
+    EXPECT_THAT(result.output, HasSubstr("the limit is 32776 times play")) << speed;
+  }
+  for (const char* sign : {"", "-"}) {
+    const json report = json::parse(
+        Qlnmedia(std::string("transport --json --in 0 --out 0 --steps 1 --speed=") + sign + "32776").output);
+    EXPECT_EQ(std::abs(report.at("speed").get<int64_t>()), 2147483520);
+    EXPECT_EQ(std::abs(report.at("steps").at(1).at("position").get<int64_t>()), 32776);
+  }
+}
+
 TEST(Transport, TextForPeople) {
   const CommandResult result = Qlnmedia("transport --in 20 --out 10 --speed 0.5 --steps 1");
   EXPECT_EQ(result.exitCode, 0);

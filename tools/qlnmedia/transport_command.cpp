@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -16,6 +17,9 @@
 namespace qlnmedia {
 
 namespace {
+
+// The fastest speed, either way, whose units of 1/65520 have room in the counter's 32 bits.
+constexpr double kFastest = 32776;
 
 struct Options {
   int32_t in = 0;
@@ -98,6 +102,9 @@ ReportItem Table(const Json& report, double speed) {
 }
 
 void Run(const Options& options) {
+  if (!(std::abs(options.speed) <= kFastest))
+    throw CLI::ValidationError(fmt::format(
+        "--speed: {} is no speed of the counter; the limit is {} times play", options.speed, kFastest));
   const Json report = StepThrough(options);
   Print(options.json
             ? report.dump(2) + "\n"
@@ -113,7 +120,9 @@ void AddTransportCommand(CLI::App& app) {
   command->add_option("--in", options->in, "First frame of the range")->required();
   command->add_option("--out", options->out, "Frame behind the range; the in point again runs free")
       ->required();
-  command->add_option("--speed", options->speed, "Multiple of plain play, negative for reverse")->required();
+  command
+      ->add_option("--speed", options->speed, "Multiple of plain play, negative for reverse; 32776 at most")
+      ->required();
   command->add_option("--steps", options->steps, "Steps to take")
       ->required()
       ->check(CLI::Range(0u, 1000000u));
