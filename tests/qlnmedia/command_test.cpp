@@ -75,6 +75,39 @@ TEST(CommandTexts, ConvertTurnsOneFormIntoTheOther) {
   EXPECT_EQ(Output("convert '" + path + "' --tctype pal"), xml);
 }
 
+// What `convert` says that it leaves behind, and its exit status.
+std::pair<int, std::string> LostOf(const std::string& json, const std::string& options = "") {
+  const std::string path = MediaPath("lost.json");
+  WriteFile(path, Bytes(json.begin(), json.end()));
+  const CommandResult result = Qlnmedia("command convert '" + path + "' " + options);
+  const std::string mark = "not carried over: ";
+  const size_t at = result.output.find(mark);
+  if (at == std::string::npos) return {result.exitCode, ""};
+  return {result.exitCode,
+          result.output.substr(at + mark.size(), result.output.find('\n', at) - at - mark.size())};
+}
+
+using Lost = std::pair<int, std::string>;
+
+// The reader of the JSON form looks at as many tokens of an object as it has members.
+TEST(CommandTexts, ConvertNamesWhatIsLost) {
+  EXPECT_EQ(LostOf(Output("getvalue --state channelname --json")), Lost(0, "CmdAlt.Value"));
+  EXPECT_EQ(LostOf(Output("play --flag loop --flag ripple --flag notcspaces --json")),
+            Lost(0, "Cmd.Ripple, Cmd.NoTCSpaces"));
+  EXPECT_EQ(LostOf(R"({"MediaCmd" : {"Cmd": {"Value":2,"String":"Abort"},"Channel":-1,"Colour":"red"}})"),
+            Lost(0, "Colour"));
+  EXPECT_EQ(LostOf(R"({"MediaCmd" : {"Cmd": {"Value":2},"MetaTag":"Title","Channel":"four"}})"),
+            Lost(0, "MetaTag, Channel"));
+  EXPECT_EQ(LostOf(R"({"ClipInfo" : {"Cmd": {"Value":0},"Channel":4294967295}})"), Lost(0, ""));
+  // How the timecode counts is the option's and not the text's.
+  const std::string pal = Output("play --position 01:00:00:00 --tctype pal --json");
+  EXPECT_EQ(LostOf(pal), Lost(0, "Position.TcType"));
+  EXPECT_EQ(LostOf(pal, "--tctype pal"), Lost(0, ""));
+  EXPECT_EQ(LostOf(pal, "--tctype pal --json"), Lost(0, ""));
+  const std::string both = Output("play --speed 50 --channel 1 --video 3 --audio 1 --clip CLIP --json");
+  EXPECT_EQ(LostOf(both), Lost(0, ""));
+}
+
 // A size from a stranger's text is not believed.
 TEST(CommandTexts, ConvertBoundsTheSize) {
   const std::string path = MediaPath("huge.xml");

@@ -1,5 +1,7 @@
 // qlnmedia command: makes the text of a transport command, and turns such texts from one form into the other.
 
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
 #include <array>
 #include <cmath>
@@ -8,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "command_members.h"
 #include "commands.h"
 #include "output.h"
 #include "qlnmedia/command_text.h"
@@ -142,20 +145,37 @@ std::string ReadText(const std::string& path) {
   return text;
 }
 
-void Run(const Options& options, const CLI::App& given) {
-  const uint32_t type = TypeOf(options.type);
+// Reads and prints a command, and names what of a JSON text has no place in the other: its reader takes about
+// half of an object's members, and passes over what it does not know.
+void Convert(const Options& options, uint32_t type) {
+  const std::string text = ReadText(options.file);
   MediaCmd command;
-  bool asJson = options.json;
-  if (options.word == "convert") {
-    if (options.file.empty()) RefuseUsage("convert: give the FILE that holds the command");
-    const CommandForm form = ReadCommandText(ReadText(options.file), type, options.file, command);
-    if (!options.json && !options.xml) asJson = form == CommandForm::kXml;
-  } else {
-    if (!options.file.empty())
-      RefuseUsage("a FILE goes with convert; a file name of the clip goes behind --file");
-    command = MakeCommand(options, given, type);
+  const bool wasJson = ReadCommandText(text, type, options.file, command) == CommandForm::kJson;
+  const bool asJson = options.json || (!options.xml && !wasJson);
+  std::vector<std::string> lost;
+  if (wasJson) {
+    MediaCmd copy = command;  // writing may change a record
+    lost = LostMembers(CommandMembers(text), CommandMembers(CommandText(copy, CommandForm::kJson, type)));
   }
   Print(CommandText(command, asJson ? CommandForm::kJson : CommandForm::kXml, type) + "\n");
+  if (lost.empty()) return;
+  std::string names;
+  for (const std::string& name : lost) names += (names.empty() ? "" : ", ") + name;
+  FlushOutput();
+  fmt::print(stderr, "{} {}: not carried over: {}\n", Style::ForStream(stderr).Warning("qlnmedia:"),
+             options.file, names);
+}
+
+void Run(const Options& options, const CLI::App& given) {
+  const uint32_t type = TypeOf(options.type);
+  if (options.word == "convert") {
+    if (options.file.empty()) RefuseUsage("convert: give the FILE that holds the command");
+    return Convert(options, type);
+  }
+  if (!options.file.empty())
+    RefuseUsage("a FILE goes with convert; a file name of the clip goes behind --file");
+  MediaCmd command = MakeCommand(options, given, type);
+  Print(CommandText(command, options.json ? CommandForm::kJson : CommandForm::kXml, type) + "\n");
 }
 
 }  // namespace
@@ -166,7 +186,8 @@ void AddCommandCommand(CLI::App& app) {
   auto options = std::make_shared<Options>();
   command->add_option("WORD", options->word, "play, stop, record, getvalue ... or convert")->required();
   command->add_option("FILE", options->file,
-                      "With convert: the text of a command; comes out in the other form");
+                      "With convert: the text of a command; comes out in the other form, and what of "
+                      "JSON is not carried over is named");
   command->add_option("--channel", options->channel, "Channel number");
   command->add_option("--speed", options->speed, "Percent of forward play");
   command->add_option("--video", options->video, "Video channel mask");
