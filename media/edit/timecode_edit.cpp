@@ -35,18 +35,26 @@ std::optional<int> HevcPicStruct(const std::vector<Unit>& units, const SpsFacts&
   return {};
 }
 
+// What messages stand where: SEI units whole, of the others only which they are.
+std::vector<Bytes> Outline(const std::vector<Unit>& units) {
+  std::vector<Bytes> outline;
+  for (const Unit& unit : units) {
+    const int type = UnitType(Codec::kHevc, unit.bytes);
+    Bytes& entry = outline.emplace_back(IsSei(Codec::kHevc, type) ? unit.bytes : Bytes());
+    for (const int fact : {type, unit.startCodeBytes, unit.trailingZeros})
+      entry.push_back(static_cast<uint8_t>(fact));
+  }
+  return outline;
+}
+
 }  // namespace
 
 TimecodeEdit::TimecodeEdit(const StreamDescription& stream, const ConfigRecord& config,
                            const StreamChanges& changes, std::string where, EditCounts& counts)
     : where_(std::move(where)), counts_(counts), codec_(config.codec), keys_(stream) {
-  std::optional<SpsFacts> first;
-  for (const Bytes& unit : config.units()) {
-    if (!first && IsSps(codec_, UnitType(codec_, unit))) first = ReadSpsFacts(codec_, unit);
-  }
   Rational rate;
   if (changes.timecodeType.empty() || !changes.rate.empty())
-    rate = TimecodeRate(RatesOf(stream, codec_, first), changes.rate);
+    rate = TimecodeRate(RatesOf(stream, codec_, config.units()), changes.rate);
   start_ = ParseTimecode(changes.timecode, changes.timecodeType, rate);
 }
 
@@ -72,14 +80,18 @@ bool TimecodeEdit::Ready() const { return order_.ready() || (!frames_.empty() &&
 bool TimecodeEdit::Change(std::vector<PictureUnits>& parts) {
   frames_.pop_front();
   bool changed = false;
+  bool found = false;
   bool slices = false;
   for (PictureUnits& part : parts) {
     slices = slices || FirstPictureUnit(codec_, part.units) < part.units.size();
     if (!part.picture || !part.picture->head) continue;
-    PutTimecode(part.units, *part.picture, FrameOf(*part.picture, part.units));
+    const uint32_t frame = FrameOf(*part.picture, part.units);
+    found = true;
+    if (!PutTimecode(part.units, *part.picture, frame)) continue;
+    ++counts_.timecodes;
     changed = true;
   }
-  if (!changed && slices) Fail("a picture comes before its parameter sets, or its slices break off");
+  if (!found && slices) Fail("a picture comes before its parameter sets, or its slices break off");
   return changed;
 }
 
@@ -113,22 +125,21 @@ void TimecodeEdit::CheckParity(uint32_t place, const CodedPicture& picture, cons
          "leave --timecode out");
 }
 
-void TimecodeEdit::PutTimecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t frame) {
-  ++counts_.timecodes;
-  if (codec_ == Codec::kH264) {
-    PutH264Timecode(units, picture, start_.count + frame);
-    return;
-  }
+bool TimecodeEdit::PutTimecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t frame) {
+  if (codec_ == Codec::kH264) return PutH264Timecode(units, picture, start_.count + frame);
+  const std::vector<Bytes> before = Outline(units);
   RemoveSei(codec_, units, [](const SeiMessage& message) { return message.type == kTimeCode; });
   InsertSei(codec_, units,
             MakeHevcTimecodeUnit(start_.count + frame, start_.type, picture.head->sps->hevc.interlace[2],
                                  picture.head->temporalId));
+  return Outline(units) != before;
 }
 
-void TimecodeEdit::PutH264Timecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t count) {
+bool TimecodeEdit::PutH264Timecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t count) {
   const SpsFacts& sps = *picture.head->sps;
   const uint32_t picStruct = PicStructOf(picture);
   bool found = false;
+  bool changed = false;
   for (Unit& unit : units) {
     if (!IsSei(codec_, UnitType(codec_, unit.bytes))) continue;
     bool whole = false;
@@ -139,13 +150,15 @@ void TimecodeEdit::PutH264Timecode(std::vector<Unit>& units, const CodedPicture&
       std::optional<PictureTiming> timing = ReadPictureTiming(message.payload, sps);
       if (!timing || !whole) Fail("a picture timing message breaks off");
       if (!sps.h264.picStruct) timing->picStruct = picStruct;
-      message.payload = MakePictureTiming(*timing, sps, count, start_.type);
-      here = true;
+      Bytes payload = MakePictureTiming(*timing, sps, count, start_.type);
+      here = here || payload != message.payload;
+      message.payload = std::move(payload);
+      found = true;
     }
     if (here) unit.bytes = MakeSeiUnit(ByteSpan(unit.bytes).first(1), messages);
-    found = found || here;
+    changed = changed || here;
   }
-  if (found) return;
+  if (found) return changed;
   if (sps.h264.hrd)
     Fail("has HRD parameters but a picture without picture timing, whose delays nobody knows");
   PictureTiming timing;
@@ -153,6 +166,7 @@ void TimecodeEdit::PutH264Timecode(std::vector<Unit>& units, const CodedPicture&
   const Bytes header{6};
   InsertSei(codec_, units,
             MakeSeiUnit(header, {{kPictureTiming, MakePictureTiming(timing, sps, count, start_.type)}}));
+  return true;
 }
 
 }  // namespace qlnmedia

@@ -35,8 +35,9 @@ class TimecodeEdit {
  private:
   uint32_t FrameOf(const CodedPicture& picture, const std::vector<Unit>& units);
   void CheckParity(uint32_t place, const CodedPicture& picture, const std::vector<Unit>& units);
-  void PutTimecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t frame);
-  void PutH264Timecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t count);
+  // Both give false where the picture has that timecode already.
+  bool PutTimecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t frame);
+  bool PutH264Timecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t count);
   [[noreturn]] void Fail(const std::string& what, const std::string& advice = {}) const;
 
   std::string where_;

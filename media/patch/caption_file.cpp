@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/error.h"
+#include "base/numbers.h"
 #include "base/text_file.h"
 
 namespace qlnmedia {
@@ -27,15 +28,18 @@ CaptionFile::CaptionFile(const CaptionOptions& options) : options_(options) {
   offset_ = *frame;
 }
 
-void CaptionFile::SpreadOver(const CaptionSurvey& survey, const std::string& path, unsigned index) {
+void CaptionFile::SpreadOver(const CaptionSurvey& survey, const std::string& path, unsigned index,
+                             const std::string& rate) {
   index_ = index;
-  pace_ = survey.pace;
+  pace_ = AskedPace(survey.pace, survey.order, rate);
   if (survey.captioned() != 0 && !options_.replace)
     throw Error(path, fmt::format("stream {} has captions on {} pictures", index, survey.captioned()),
                 "--replace-captions takes them out first");
   if (!pace_.rate)
-    throw Error(path, fmt::format("stream {} has {:.3f} pictures a second, a rate without captions", index,
-                                  pace_.picturesPerSecond));
+    throw Error(path,
+                fmt::format("stream {} has {} pictures a second, a rate without captions", index,
+                            PlainNumber(pace_.picturesPerSecond)),
+                AdviceForPace(pace_));
   clock_.emplace(survey.order, pace_);
   source_.emplace(track_, *pace_.rate, offset_);
 }

@@ -20,8 +20,10 @@ class CaptionFile {
   CaptionFile& operator=(const CaptionFile&) = delete;
 
   // Spreads the captions over the pictures of stream `index` of the file `path`; `survey` must outlive this.
-  // Throws Error where the stream's rate knows no captions, or it has some that may not be replaced.
-  void SpreadOver(const CaptionSurvey& survey, const std::string& path, unsigned index);
+  // `rate` is the text of --rate, empty if it was not given. Throws Error where the stream's rate knows no
+  // captions or contradicts that, or it has some that may not be replaced.
+  void SpreadOver(const CaptionSurvey& survey, const std::string& path, unsigned index,
+                  const std::string& rate);
   // The captions of the pictures, which must be asked for in presentation order.
   CaptionProvider provider();
   // What was done, one line each, warnings behind.

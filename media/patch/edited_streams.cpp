@@ -44,7 +44,7 @@ EditedStreams::EditedStreams(const PatchInput& in, const EditOptions& options) :
   }
   if (!captioned_) return;
   EditedStream& edited = streams_.at(*captioned_);
-  captionFile_->SpreadOver(edited.survey->facts().captions, in_.path(), *captioned_);
+  captionFile_->SpreadOver(edited.survey->facts().captions, in_.path(), *captioned_, options_.rate);
   MakeEditor(*captioned_, edited, captionFile_->provider());
 }
 
@@ -144,6 +144,12 @@ void EditedStreams::MakeEditor(unsigned index, EditedStream& edited, CaptionProv
   edited.editor = std::make_unique<StreamEditor>(edited.stream, changes, edited.survey.get(), where);
 }
 
+// Raw and transport streams have no place for it.
+bool EditedStreams::HasContainerColour() const {
+  const MediaFile& media = in_.media();
+  return !media.isRawStream() && !media.isTransportStream();
+}
+
 std::string EditedStreams::LineOf(unsigned index, const EditedStream& edited) const {
   EditCounts counts = edited.editor->counts();
   for (const auto& other : edited.others) {
@@ -162,7 +168,7 @@ std::string EditedStreams::LineOf(unsigned index, const EditedStream& edited) co
   if (counts.privateSequenceSets != 0)
     add(fmt::format("{} sequence parameter sets in the {} changed", counts.privateSequenceSets,
                     ConfigOf(edited.stream).box ? boxName : "private data"));
-  if (options_.colour || options_.fullRange) add("container colour set");
+  if ((options_.colour || options_.fullRange) && HasContainerColour()) add("container colour set");
   count(counts.hdrMessagesRemoved, "SEI messages taken out");
   count(counts.hdrUnits, "SEI units put in");
   count(counts.videoSets, "video parameter sets changed");

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "base/error.h"
+#include "support/test_support.h"
 
 namespace qlnmedia {
 namespace {
@@ -68,6 +69,74 @@ TEST(TimecodeRate, AContradictionIsRefused) {
   EXPECT_DOUBLE_EQ(Rate({{2999, 100}, {0, 1}, {0, 1}, false}, "30000/1001"), 30000.0 / 1001);
   EXPECT_DOUBLE_EQ(Rate({{50, 1}, {0, 1}, {0, 1}, true}, "25"), 25);
   EXPECT_THROW(Rate({{50, 1}, {0, 1}, {0, 1}, false}, "25"), Error);
+}
+
+// What phones write: pictures by the clock, so that an average is no rate but has one near it.
+TEST(TimecodeRate, AnUnevenFileNamesItsNominalRate) {
+  struct Case {
+    Rational average, guess, stream;
+    double nominal;
+  };
+  for (const Case& test :
+       {Case{{29314, 1000}, {90000, 1}, {0, 1}, 30}, Case{{2998, 100}, {90000, 1}, {0, 1}, 30},
+        Case{{2999, 100}, {600, 1}, {0, 1}, 30}, Case{{24621, 1000}, {600, 1}, {0, 1}, 25},
+        Case{{5899, 100}, {90000, 1}, {0, 1}, 60}}) {
+    const KnownRates known{test.average, test.guess, test.stream, false};
+    EXPECT_NEAR(NominalRate(known).value().value(), test.nominal, 1e-9) << test.average.value();
+    EXPECT_NEAR(Rate(known, "nominal"), test.nominal, 1e-9);
+    try {
+      Rate(known);
+      ADD_FAILURE() << test.average.value();
+    } catch (const Error& error) {
+      EXPECT_NE(std::string(error.what()).find("--rate nominal"), std::string::npos) << error.what();
+      EXPECT_NE(std::string(error.what()).find("the nominal rate is "), std::string::npos) << error.what();
+    }
+    EXPECT_DOUBLE_EQ(Rate(known, "30"), 30);
+  }
+  // What stream or times name goes first, and a rate that is one is its own.
+  EXPECT_DOUBLE_EQ(Rate({{29314, 1000}, {30, 1}, {0, 1}, false}, "nominal"), 30);
+  EXPECT_DOUBLE_EQ(Rate({{29314, 1000}, {90000, 1}, {30, 1}, false}, "nominal"), 30);
+  EXPECT_DOUBLE_EQ(Rate({{25, 1}, {0, 1}, {0, 1}, false}, "nominal"), 25);
+  EXPECT_FALSE(NominalRate({{12, 1}, {0, 1}, {0, 1}, false}));
+  EXPECT_FALSE(NominalRate({}));
+  EXPECT_THROW(Rate({{12, 1}, {0, 1}, {0, 1}, false}, "nominal"), Error);
+}
+
+// A video parameter set of HEVC with timing information (ITU-T H.265 clause 7.3.2.1), its profile all zero.
+Bytes VpsWithTiming(uint32_t units, uint32_t scale) {
+  qln::test::BitBuilder bits;
+  bits.u(16, 0x4001).u(4, 0).u(1, 1).u(1, 1).u(6, 0).u(3, 0).u(1, 1).u(16, 0xFFFF);
+  bits.u(8, 1).u(32, 0x60000000).u(32, 0x90000000).u(16, 0).u(8, 93);
+  bits.u(1, 1).ue(4).ue(2).ue(4);  // sub-layer ordering
+  bits.u(6, 0).ue(0);              // layer sets
+  bits.u(1, scale != 0 ? 1 : 0);   // vps_timing_info_present_flag
+  if (scale != 0) bits.u(32, units).u(32, scale).u(1, 0).ue(0);
+  bits.u(1, 0);
+  return Escape(bits.trailing().bytes());
+}
+
+// An HEVC SPS without a VUI.
+Bytes BareSps() {
+  qln::test::BitBuilder bits;
+  bits.u(16, 0x4201).u(4, 0).u(3, 0).u(1, 1).u(8, 1).u(32, 0x60000000).u(32, 0x90000000).u(16, 0).u(8, 93);
+  bits.ue(0).ue(1).ue(64).ue(64).u(1, 0).ue(0).ue(0).ue(4).u(1, 1).ue(4).ue(2).ue(4);
+  bits.ue(0).ue(3).ue(0).ue(3).ue(0).ue(0).u(1, 0).u(1, 0).u(1, 0).u(1, 0).ue(0).u(1, 0).u(1, 0).u(1, 0);
+  return Escape(bits.u(1, 0).u(1, 0).trailing().bytes());
+}
+
+TEST(TimecodeRate, AVpsTellsItWhereTheVuiDoesNot) {
+  EXPECT_DOUBLE_EQ(VpsPictureRate(VpsWithTiming(1001, 30000)).value(), 30000.0 / 1001);
+  EXPECT_EQ(VpsPictureRate(VpsWithTiming(0, 0)).numerator, 0);
+  EXPECT_EQ(VpsPictureRate(VpsWithTiming(0, 25)).numerator, 0);
+  EXPECT_EQ(VpsPictureRate(Bytes{0x40, 1}).numerator, 0);
+  StreamDescription stream;
+  stream.codec = VideoCodec::kHevc;
+  stream.raw = true;
+  ASSERT_TRUE(ReadSpsFacts(Codec::kHevc, BareSps()));
+  const KnownRates known = RatesOf(stream, Codec::kHevc, {VpsWithTiming(1, 50), BareSps()});
+  EXPECT_DOUBLE_EQ(known.stream.value(), 50);
+  EXPECT_DOUBLE_EQ(TimecodeRate(known, "").value(), 50);
+  EXPECT_EQ(RatesOf(stream, Codec::kHevc, {VpsWithTiming(0, 0), BareSps()}).stream.numerator, 0);
 }
 
 }  // namespace
