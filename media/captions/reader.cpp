@@ -50,10 +50,11 @@ size_t CaptionSurvey::captioned() const {
 }
 
 CaptionCounter::CaptionCounter(StreamDescription stream)
-    : stream_(std::move(stream)), framing_(ConfigOf(stream_).framing), order_(stream_) {}
+    : stream_(std::move(stream)), framing_(ConfigOf(stream_).framing), order_(stream_), dropFrame_(stream_) {}
 
 void CaptionCounter::Add(const PacketView& packet) {
   order_.Add(packet);
+  dropFrame_.Add(packet.data);
   const std::optional<Triplets> triplets = CaptionsOf(stream_.codec, packet.data, framing_);
   const size_t count =
       triplets ? std::min<size_t>(triplets->size(), CaptionSurvey::kNone - 1) : CaptionSurvey::kNone;
@@ -64,6 +65,7 @@ CaptionSurvey CaptionCounter::Finish() {
   CaptionSurvey survey;
   survey.order = order_.Finish();
   survey.pace = PaceOf(stream_, survey.order);
+  survey.dropFrame = dropFrame_.dropFrame();
   survey.counts.assign(survey.order.pictures, CaptionSurvey::kNone);
   uint32_t place = kNoPlace;
   for (size_t i = 0; i < coded_.size(); ++i) {

@@ -11,6 +11,7 @@
 
 #include "captions/user_data.h"
 #include "timing/picture_clock.h"
+#include "timing/timecode.h"
 #include "units/coded_stream.h"
 
 namespace qlnmedia {
@@ -32,7 +33,8 @@ struct CaptionSurvey {
   unsigned stream = 0;  // its index there
   PicturePlaces order;
   Pace pace;
-  std::vector<uint8_t> counts;  // triplets of each picture in presentation order, 254 for more, or kNone
+  std::optional<bool> dropFrame;  // whether its timecode leaves numbers out, where it has some
+  std::vector<uint8_t> counts;    // triplets of each picture in presentation order, 254 for more, or kNone
   size_t captioned() const;
 };
 
@@ -51,6 +53,7 @@ class CaptionCounter {
   StreamDescription stream_;
   Framing framing_;
   OrderSurvey order_;
+  DropFrameFinder dropFrame_;
   std::vector<uint8_t> coded_;  // counts of each packet
 };
 

@@ -38,13 +38,27 @@ struct FileCaptions {
   std::vector<CaptionService> services;  ///< none where there is nothing but padding
 };
 
+/// How a file's pictures are timed and counted, where the file is not to be asked.
+struct CaptionTiming {
+  /// Pictures a second as "25", "29.97" or "30000/1001", or "nominal" for the rate that a file of uneven
+  /// pictures is made for; empty for what the file says.
+  std::string rate;
+  /// Of .scc and .mcc: how labels count, as StreamChanges::timecodeType; drop-frame labels go by time. Empty
+  /// for what the stream's own timecode says, and for counting every number where it has none.
+  std::string timecodeType;
+};
+
 /// Reads the captions of a file.
 ///
 /// @param path      the file
 /// @param progress  may be empty; two passes are told one after the other
-/// @throws Error      for a file that cannot be read, and for one whose stream has no captions
+/// @param timing    its rate; labels have no part in it
+/// @throws Error      for a file that cannot be read, for one whose stream has no captions, and for a rate
+/// that
+///                    is none or contradicts the file
 /// @throws Cancelled  where `progress` calls it off
-QLNMEDIA_API FileCaptions ReadFileCaptions(const std::string& path, const ProgressCallback& progress = {});
+QLNMEDIA_API FileCaptions ReadFileCaptions(const std::string& path, const ProgressCallback& progress = {},
+                                           const CaptionTiming& timing = {});
 
 /// The lines of one service of `captions`.
 ///
@@ -73,11 +87,15 @@ QLNMEDIA_API std::optional<CaptionFileKind> CaptionFileKindOf(const std::string&
 /// @param out       the caption file; its ending says its kind
 /// @param service   of .srt and .txt as for LinesOfService; empty for .mcc and .scc
 /// @param progress  may be empty
-/// @throws Error      for an ending or a rate for which there are no such files, a file without captions or
-///                    without the service, and where `out` cannot be written; what was there then stays
+/// @param timing    rate and labels
+/// @throws Error      for an ending or a rate for which there are no such files, a way of counting that is
+/// not
+///                    theirs, a file without captions or without the service, and where `out` cannot be
+///                    written; what was there then stays
 /// @throws Cancelled  where `progress` calls it off
 QLNMEDIA_API void WriteCaptionFile(const std::string& in, const std::string& out,
-                                   const std::string& service = {}, const ProgressCallback& progress = {});
+                                   const std::string& service = {}, const ProgressCallback& progress = {},
+                                   const CaptionTiming& timing = {});
 
 /// Captions as the text of an .srt file, and as a line each: its times and its text on one line.
 QLNMEDIA_API std::string SrtText(const std::vector<CaptionLine>& lines);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "captions/units.h"
+#include "qlnmedia/stream_editor.h"
 #include "support/field_stream.h"
 #include "units/access_unit.h"
 
@@ -78,6 +79,39 @@ TEST(CaptionReader, HandsPicturesOverInPresentationOrder) {
     EXPECT_EQ(pictures[i].number, static_cast<int64_t>(i));
     EXPECT_DOUBLE_EQ(pictures[i].seconds, static_cast<double>(i) / 25);
     EXPECT_EQ(pictures[i].triplets, At(static_cast<int>(i), i == 3 ? 4 : i));
+  }
+}
+
+// Labels follow the stream's timecode: picture timing here.
+TEST(CaptionReader, FindsOutHowTheTimecodeCounts) {
+  EXPECT_EQ(Stream().Survey().dropFrame, std::nullopt);
+  for (const char* type : {"drop-frame", "non-drop-frame", "59.94"}) {
+    Stream stream;
+    StreamChanges changes;
+    changes.timecode = "00:00:10:00";
+    changes.timecodeType = type;
+    StreamEditor editor(stream.description, changes);
+    for (Bytes& packet : stream.packets) editor.Push({std::move(packet), kNoTime, kNoTime, false});
+    editor.Finish();
+    stream.packets.clear();
+    while (auto edited = editor.Pull()) stream.packets.push_back(edited->unit.data);
+    EXPECT_EQ(stream.Survey().dropFrame, std::string(type) != "non-drop-frame") << type;
+  }
+}
+
+// ITU-T H.262 clause 6.2.2.6: drop_frame_flag is the first bit of group_of_pictures_header().
+TEST(CaptionReader, FindsOutHowAGroupOfPicturesCounts) {
+  for (const bool drop : {false, true}) {
+    StreamDescription description;
+    description.codec = VideoCodec::kMpeg2;
+    DropFrameFinder finder(description);
+    EXPECT_EQ(finder.dropFrame(), std::nullopt);
+    finder.Add(Bytes{0, 0, 1, 0, 0, 0x10, 0xFF, 0xF8, 0, 0, 1, 1, 0x22});
+    EXPECT_EQ(finder.dropFrame(), std::nullopt);
+    finder.Add(Bytes{
+        0, 0, 1, 0xB8, static_cast<uint8_t>(drop ? 0x80 : 0), 8, 0, 0x40, 0, 0, 1, 0, 0, 0x10, 0xFF, 0xF8, 0,
+        0, 1, 1, 0x22});
+    EXPECT_EQ(finder.dropFrame(), drop);
   }
 }
 
