@@ -20,12 +20,11 @@ UnitStreamEditor::UnitStreamEditor(const StreamDescription& stream, const Stream
       config_(ConfigOf(stream)),
       codec_(config_.codec),
       tracker_(codec_),
-      sets_(codec_, where),
+      sets_(codec_, changes, config_.units(), where),
+      remover_(codec_, changes.remove, counts),
       hdr_(codec_, changes, counts),
       adder_(changes.delimiters, changes.recoveryPoints, counts) {
   if (!config_.problem.empty()) Fail(config_.problem);
-  sets_.edit.colour = changes.colour;
-  sets_.edit.fullRange = changes.fullRange;
   if (changes.interlaced) {
     if (*changes.interlaced && !changes.timecode.empty())
       Fail("fields must be told before they can be given timecodes",
@@ -48,9 +47,11 @@ void UnitStreamEditor::Fail(const std::string& what, const std::string& advice) 
 
 void UnitStreamEditor::ChangePrivateData() {
   const auto change = [this](Bytes& unit) {
-    if (sets_.Change(unit)) ++counts_.privateSequenceSets;
+    if (sets_.Change(unit))
+      ++(IsSps(codec_, UnitType(codec_, unit)) ? counts_.privateSequenceSets : counts_.videoSets);
     if (interlace_) interlace_->ChangeVps(unit);
   };
+  remover_.ChangePrivateData(config_);
   for (ConfigRecord::List& list : config_.lists) {
     for (Bytes& unit : list.units) {
       change(unit);
@@ -59,6 +60,7 @@ void UnitStreamEditor::ChangePrivateData() {
   }
   for (Unit& unit : config_.startCodeUnits.units) change(unit.bytes);
   hdr_.ChangePrivateData(config_);
+  sets_.ChangeHead(config_);
   if (interlace_) interlace_->ChangeHead(config_);
   privateData_ = WriteConfigRecord(config_);
 }
@@ -66,9 +68,12 @@ void UnitStreamEditor::ChangePrivateData() {
 void UnitStreamEditor::Push(AccessUnit unit) {
   Waiting waiting;
   waiting.run = TakeApart(unit.data, config_.framing);
+  waiting.changed = remover_.Change(waiting.run.units);
+  if (waiting.changed && waiting.run.units.empty())
+    Fail("has a packet that would be left without units", "leave --remove out");
   if (captions_) {
     captions_->NextPacket();
-    waiting.changed = captions_->ChangeUnits(codec_, waiting.run.units);
+    waiting.changed = captions_->ChangeUnits(codec_, waiting.run.units) || waiting.changed;
   }
   waiting.parts = PartUnits(codec_, tracker_, std::move(waiting.run.units));
   if (timecodes_) timecodes_->Announce({unit.data, unit.pts, unit.dts, unit.key, -1}, waiting.parts);
@@ -89,7 +94,7 @@ void UnitStreamEditor::Change(Waiting& waiting) {
   units = JoinUnits(std::move(parts));
   for (Unit& unit : units) {
     if (!sets_.Change(unit.bytes)) continue;
-    ++counts_.sequenceSets;
+    ++(IsSps(codec_, UnitType(codec_, unit.bytes)) ? counts_.sequenceSets : counts_.videoSets);
     changed = true;
   }
   changed = hdr_.Change(units, waiting.unit.key || IsRandomAccess(codec_, units)) || changed;

@@ -15,6 +15,7 @@
 #include "edit/set_changes.h"
 #include "edit/timecode_edit.h"
 #include "edit/unit_adder.h"
+#include "edit/unit_remover.h"
 
 namespace qlnmedia {
 
@@ -49,6 +50,7 @@ class UnitStreamEditor {
   Codec codec_;
   PictureTracker tracker_;
   SetChanges sets_;
+  UnitRemover remover_;
   HdrChanges hdr_;
   UnitAdder adder_;
   std::optional<CaptionEdit> captions_;

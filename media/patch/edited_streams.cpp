@@ -169,6 +169,8 @@ std::string EditedStreams::LineOf(unsigned index, const EditedStream& edited) co
     add(fmt::format("{} sequence parameter sets in the {} changed", counts.privateSequenceSets,
                     ConfigOf(edited.stream).box ? boxName : "private data"));
   if ((options_.colour || options_.fullRange) && HasContainerColour()) add("container colour set");
+  count(counts.unitsRemoved, "units taken out");
+  count(counts.messagesRemoved, "messages taken out");
   count(counts.hdrMessagesRemoved, "SEI messages taken out");
   count(counts.hdrUnits, "SEI units put in");
   count(counts.videoSets, "video parameter sets changed");

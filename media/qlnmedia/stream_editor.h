@@ -44,6 +44,19 @@ struct StreamChanges {
   /// Colour of the sequence parameter sets, in the private data and in the stream.
   std::optional<ColourCodes> colour;
   std::optional<bool> fullRange;
+  /// What follows goes into the same sets: sample aspect ratio; level, as ten times its number, 9 for level
+  /// 1b of H.264; tier of HEVC; pictures a second; chroma_sample_loc_type of both fields, of pictures in
+  /// 4:2:0; samples cut off. Level, tier and pictures a second go into the video parameter sets of HEVC as
+  /// well, level and tier into the head of the configuration record. What does not fit a set, as cropping by
+  /// half a chroma sample, is refused.
+  std::optional<SampleAspect> sampleAspect;
+  std::optional<uint32_t> level;
+  std::optional<bool> highTier;
+  std::optional<VuiTiming> timing;
+  std::optional<uint32_t> chromaLocation;
+  std::optional<Cropping> cropping;
+  /// Units and messages that go, before anything is put in.
+  UnitRemoval remove;
   /// Messages with these values in front of each picture where decoding can start; others of the kind go.
   std::optional<MasteringDisplay> mastering;
   std::optional<LightLevel> lightLevel;
@@ -53,8 +66,8 @@ struct StreamChanges {
   /// How timecodes count: film, non-drop-frame, drop-frame, pal, 50, 59.94, 60, film-drop, 23.98; empty for
   /// what the rate asks for.
   std::string timecodeType;
-  /// Frames a second to count timecodes by, as "25", "29.97" or "30000/1001"; empty for what the description
-  /// and the stream say.
+  /// Frames a second to count timecodes by, as "25", "29.97" or "30000/1001", or "nominal" for the rate that
+  /// a stream of uneven pictures is made for; empty for what the description and the stream say.
   std::string rate;
   /// HEVC: true to say that its coded pictures are the fields of interlaced frames, false to say that they
   /// are progressive frames. Refused where they are not. Needs a survey.
@@ -70,8 +83,12 @@ struct StreamChanges {
 
   /// True if anything but captions changes.
   bool beyondCaptions() const {
-    return colour || fullRange || mastering || lightLevel || !timecode.empty() || interlaced || delimiters ||
-           recoveryPoints;
+    return ofSets() || remove.any() || mastering || lightLevel || !timecode.empty() || interlaced ||
+           delimiters || recoveryPoints;
+  }
+  /// True if values of parameter sets change that the stream's pictures do not ask for.
+  bool ofSets() const {
+    return colour || fullRange || sampleAspect || level || highTier || timing || chromaLocation || cropping;
   }
 };
 
@@ -133,6 +150,8 @@ struct EditCounts {
   int64_t sequenceSets = 0;         ///< sequence parameter sets changed in the stream
   int64_t privateSequenceSets = 0;  ///< those changed in the private data
   int64_t videoSets = 0;            ///< video parameter sets changed, in both
+  int64_t unitsRemoved = 0;         ///< units taken out on request, in private data and stream
+  int64_t messagesRemoved = 0;      ///< SEI messages taken out on request, in both
   int64_t hdrMessagesRemoved = 0;   ///< mastering display and light level messages taken out
   int64_t hdrUnits = 0;             ///< units with new ones put in
   int64_t timingsChanged = 0;       ///< HEVC picture timing messages changed
@@ -141,7 +160,7 @@ struct EditCounts {
   int64_t recoveryPoints = 0;       ///< recovery points put in
   int64_t intraWithoutRecovery =
       0;                        ///< intra pictures left alone: nothing says that decoding can start there
-  int64_t timecodes = 0;        ///< pictures that got their timecode
+  int64_t timecodes = 0;        ///< pictures that got a timecode which they did not have
   int64_t captions = 0;         ///< pictures that got captions
   int64_t captionsRemoved = 0;  ///< caption messages taken out
 };

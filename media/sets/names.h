@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "qlnmedia/stream_values.h"
+
 namespace qlnmedia {
 
 // ITU-T H.264 annex A; `constraintSets` holds constraint_set0_flag in bit 0 and so on.
@@ -27,14 +29,9 @@ std::string ChromaFormatName(uint32_t chroma_format_idc);
 // Names of video_format (annex E), as "PAL".
 std::string VideoFormatName(uint32_t video_format);
 
-// Width to height of a sample (annex E table E-1); 0 to 0 for unspecified and reserved codes.
-struct SampleAspect {
-  uint32_t width = 0;
-  uint32_t height = 0;
-  friend bool operator==(const SampleAspect&, const SampleAspect&) = default;
-};
-// The last aspect_ratio_idc that stands for a ratio.
+// The last aspect_ratio_idc that stands for a ratio (annex E table E-1).
 inline constexpr uint32_t kLastSampleAspect = 16;
+// 0 to 0 for unspecified and reserved codes.
 SampleAspect SampleAspectRatio(uint32_t aspect_ratio_idc, uint32_t sar_width, uint32_t sar_height);
 
 // "25", "29.97 (30000/1001)".

@@ -17,15 +17,6 @@
 
 namespace qlnmedia {
 
-// Timing information of the VUI: pictures a second, numerator and denominator.
-struct VuiTiming {
-  uint32_t numerator = 0;
-  uint32_t denominator = 0;
-  std::optional<bool>
-      fixed;  // H.264 fixed_frame_rate_flag; where it is not set, it stays, or is 0 if it is new
-  friend bool operator==(const VuiTiming&, const VuiTiming&) = default;
-};
-
 // What shall be changed; what is not set stays.
 struct SpsEdit {
   std::optional<ColourCodes> colour;

@@ -13,15 +13,6 @@
 
 namespace qlnmedia {
 
-// Samples cut off at the picture's sides, in luma samples of the frame.
-struct Cropping {
-  uint32_t left = 0;
-  uint32_t right = 0;
-  uint32_t top = 0;
-  uint32_t bottom = 0;
-  friend bool operator==(const Cropping&, const Cropping&) = default;
-};
-
 // How the delays of HEVC picture timing (ITU-T H.265 clause D.2.3) are laid out; lengths in bits, those that
 // do not occur 0.
 struct HevcDelays {

@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "commands.h"
 #include "output.h"
@@ -17,6 +19,8 @@ struct Options {
   std::string colour;
   std::string hdr;
   std::string lightLevel;
+  std::string sampleAspect, level, tier, timing, chromaLocation, cropping;
+  std::vector<std::string> remove;
   bool fullRange = false;
   bool limitedRange = false;
   bool interlaced = false;
@@ -24,9 +28,25 @@ struct Options {
   CaptionOptions captions;
 };
 
+// What goes into parameter sets alone, and what goes out.
+void TakeSetOptions(const Options& options, PatchOptions& patch) {
+  if (!options.sampleAspect.empty()) patch.sampleAspect = ParseSampleAspect(options.sampleAspect);
+  if (!options.level.empty()) patch.level = ParseLevel(options.level);
+  if (!options.tier.empty()) patch.highTier = ParseTier(options.tier);
+  if (!options.timing.empty()) patch.timing = ParseVuiTiming(options.timing);
+  if (!options.chromaLocation.empty()) patch.chromaLocation = ParseChromaLocation(options.chromaLocation);
+  if (!options.cropping.empty()) patch.cropping = ParseCropping(options.cropping);
+  std::string words;
+  for (const std::string& word : options.remove) words += (words.empty() ? "" : ",") + word;
+  if (!options.remove.empty()) patch.remove = ParseRemoval(words);
+}
+
 void Run(Options& options) {
   PatchOptions& patch = options.patch;
   if (patch.out.empty() && !patch.inPlace) throw CLI::RequiredError("OUT");
+  if (!patch.rate.empty() && patch.timecode.empty() && options.captions.file.empty())
+    throw CLI::ValidationError("--rate goes with --timecode or --captions");
+  TakeSetOptions(options, patch);
   if (!options.colour.empty()) patch.colour = ParseColour(options.colour);
   if (options.fullRange || options.limitedRange) patch.fullRange = options.fullRange;
   if (!options.hdr.empty()) patch.mastering = ParseMasteringDisplay(options.hdr);
@@ -37,6 +57,23 @@ void Run(Options& options) {
   patch.progress = ProgressBar();
   const PatchResult result = PatchFile(patch);
   for (const std::string& line : result.lines) Print((patch.dryRun ? "would: " : "") + line + "\n");
+}
+
+void AddSetOptions(CLI::App& command, Options& options) {
+  command.add_option("--sar", options.sampleAspect, "Sample aspect ratio W:H; 0:0 for unspecified");
+  command.add_option("--level", options.level, "Level: 4, 4.1, 1b");
+  command.add_option("--tier", options.tier, "Tier of HEVC: main or high");
+  command.add_option("--vui-timing", options.timing,
+                     "Frames a second that the stream says: 25, 29.97, 30000/1001; :fixed behind it for a "
+                     "fixed frame rate of H.264");
+  command.add_option("--chroma-location", options.chromaLocation, "Chroma sample location type, 0 to 5");
+  command.add_option("--crop", options.cropping, "Luma samples cut off: LEFT,RIGHT,TOP,BOTTOM");
+  command
+      .add_option("--remove", options.remove,
+                  "Take out delimiters, filler, unspecified (units), sei:NUMBER or sei:NAME as "
+                  "sei:picture-timing, t35:COUNTRY:PROVIDER as t35:B5:003C; several with commas between them")
+      ->take_all()
+      ->allow_extra_args(false);
 }
 
 }  // namespace
@@ -57,6 +94,7 @@ void AddPatchCommand(CLI::App& app) {
   command->add_option("--hdr", options->hdr,
                       "Mastering display: p3, bt2020, or G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min)");
   command->add_option("--light-level", options->lightLevel, "Content light level: MAX,AVERAGE in cd/m2");
+  AddSetOptions(*command, *options);
   auto* const timecode = command->add_option("--timecode", options->patch.timecode,
                                              "Timecode of the first picture: HH:MM:SS:FF or HH:MM:SS;FF");
   command
@@ -64,10 +102,9 @@ void AddPatchCommand(CLI::App& app) {
           "--timecode-type", options->patch.timecodeType,
           "film, 23.98, pal, non-drop-frame, drop-frame, 50, 59.94 or 60; default: what the rate asks for")
       ->needs(timecode);
-  command
-      ->add_option("--rate", options->patch.rate,
-                   "Frames a second for --timecode: 25, 29.97, 30000/1001, where the file says none")
-      ->needs(timecode);
+  command->add_option("--rate", options->patch.rate,
+                      "Frames a second for --timecode and --captions: 25, 29.97, 30000/1001, where the file "
+                      "says none, or nominal for the rate that a file of uneven pictures is made for");
   auto* const interlaced = command->add_flag("--interlaced", options->interlaced,
                                              "HEVC that codes each field as a picture: say so");
   command->add_flag("--progressive", options->progressive, "HEVC that codes progressive frames: say so")
