@@ -53,6 +53,7 @@ std::string FoundSet::Places() const { return fmt::format("{}", fmt::join(places
 
 SetCollector::SetCollector(const CodedStream& stream) {
   for (const Bytes& unit : stream.config.units()) Add(stream.codec, unit, stream.configName());
+  for (const Bytes& unit : stream.layeredUnits) Add(stream.codec, unit, "lhvC");
   for (size_t n = 0; n < stream.packets.size(); ++n) {
     for (const Unit& unit : TakeApart(stream.packets[n].data, stream.config.framing).units)
       Add(stream.codec, unit.bytes, fmt::format("frame {}", n));

@@ -28,6 +28,7 @@ struct CodedStream {
   uint32_t height = 0;
   ConfigRecord config;
   Bytes privateData;
+  std::vector<Bytes> layeredUnits;  // of an lhvC, which describes the higher layers
   std::vector<CodedPacket> packets;
 
   // Where the parameter sets of the private data stand, as people call it.

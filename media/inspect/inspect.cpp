@@ -3,6 +3,7 @@
 #include "inspect/inspect.h"
 
 #include <set>
+#include <utility>
 
 #include "base/library_messages.h"
 #include "container/media_file.h"
@@ -12,6 +13,7 @@
 #include "inspect/frames.h"
 #include "inspect/parameter_sets.h"
 #include "inspect/stream.h"
+#include "inspect/track_boxes.h"
 #include "inspect/user_data.h"
 
 namespace qlnmedia {
@@ -55,14 +57,18 @@ Section ReportOnFile(const std::string& path, const InspectOptions& options) {
   MessageSink messages;
   MediaFile file(path);
   file.RequireVideo();
-  const std::vector<CodedStream> coded = ReadCodedStreams(file, options.frames);
+  std::vector<CodedStream> coded = ReadCodedStreams(file, options.frames);
   Section report;
   AddContainer(report, file);
   for (const MediaStream& described : file.streams()) {
     Section& section = AddStream(report, described);
+    TrackBoxes boxes = ReadTrackBoxes(file, described);
+    AddTrackBoxes(section, boxes);
     if (described.coded.codec != VideoCodec::kOther) AddCaptions(section, path, described.index);
-    for (const CodedStream& stream : coded) {
-      if (stream.index == described.index) AddCodedStream(section, stream, options, messages);
+    for (CodedStream& stream : coded) {
+      if (stream.index != described.index) continue;
+      stream.layeredUnits = std::move(boxes.layeredUnits);
+      AddCodedStream(section, stream, options, messages);
     }
   }
   const std::string note = EndNote(file);

@@ -6,12 +6,12 @@
 
 #include "qlnmedia/elements.h"
 #include "support/test_support.h"
+#include "units/units.h"
 
 namespace qlnmedia {
 namespace {
 
 using qln::test::BitBuilder;
-using qln::test::Bytes;
 
 // ITU-T H.264 clause 7.3.2.1.1: Main profile, 128 x 96, one offset of the picture order cycle.
 Bytes Sps() {
@@ -54,6 +54,19 @@ TEST(ElementReader, SetsThatBreakOffSayWhere) {
   const ParameterSetElements set = reader.Read(std::span(whole).first(5));
   EXPECT_FALSE(set.whole);
   EXPECT_FALSE(set.endedAt.empty());
+}
+
+// ITU-T H.264 clause 7.3.2.2: a slice group map of a picture with more units than 16 bits count.
+TEST(ElementReader, IndicesOfLargeMaps) {
+  constexpr uint32_t kUnits = 70000;
+  BitBuilder bits;
+  bits.u(8, 0x68).ue(0).ue(0).u(2, 0).ue(1).ue(6).ue(kUnits - 1);
+  for (uint32_t i = 0; i < kUnits; ++i) bits.u(1, i == kUnits - 1 ? 1 : 0);
+  bits.ue(0).ue(0).u(3, 0).se(0).se(0).se(0).u(3, 0);
+  ElementReader reader(VideoCodec::kH264);
+  const ParameterSetElements set = reader.Read(Escape(bits.trailing().bytes()));
+  EXPECT_TRUE(set.whole);
+  EXPECT_EQ(Find(set, "slice_group_id[69999]").value, 1);
 }
 
 TEST(ElementReader, OtherUnitsAndOtherCodecs) {
