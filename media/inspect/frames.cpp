@@ -73,8 +73,9 @@ std::string SeiSummary(Codec codec, const Bytes& unit) {
   bool whole = false;
   std::string text;
   for (const SeiMessage& message : ReadSeiMessages(codec, unit, &whole))
-    text += (text.empty() ? "" : ", ") +
-            fmt::format("{} ({} bytes)", SeiTypeName(message.type), message.payload.size());
+    text += fmt::format("{}{}{} ({} bytes)", text.empty() ? "" : ", ", SeiTypeName(message.type),
+                        message.type == sei::kRegisteredUserData ? ": " + T35Name(message.payload) : "",
+                        message.payload.size());
   if (!whole) text += text.empty() ? "breaks off" : ", then breaks off";
   return text;
 }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "inspect/frames.h"
 #include "inspect/user_data.h"
 #include "support/test_support.h"
 
@@ -37,6 +38,13 @@ TEST(T35, RowsOfAFrame) {
   ASSERT_EQ(json["t35"].size(), 2u);
   EXPECT_EQ(json["t35"][0], (Json{{"name", "HDR10+ (SMPTE ST 2094-40)"}, {"size", 7}}));
   EXPECT_FALSE(FrameJson({{5, Hex("00")}}).contains("t35"));
+}
+
+TEST(SeiSummary, NamesMessagesOfTheirProviders) {
+  const Bytes unit = MakeSeiUnit(Hex("06"), {{4, Hex("B5 003C 0001 04 01")}, {1, Hex("12")}});
+  EXPECT_EQ(
+      SeiSummary(Codec::kH264, unit),
+      "registered user data (ITU-T T.35): HDR10+ (SMPTE ST 2094-40) (7 bytes), picture timing (1 bytes)");
 }
 
 Json SettingsOf(const Bytes& behindUuid) {
