@@ -6,7 +6,7 @@
 
 #include "commands.h"
 #include "output.h"
-#include "patch/patch.h"
+#include "qlnmedia/patch.h"
 
 namespace qlnmedia {
 

@@ -24,7 +24,7 @@ TEST(NominalRate, IsNamedAndTaken) {
   const std::string in = PhoneFile();
   const std::string out = MediaPath("captions_phone_out.mp4");
   const std::string scc = Write("captions_phone.scc", kScc);
-  for (const std::string& options : {"--timecode 01:00:00:00", "--captions '" + scc + "'"}) {
+  for (const std::string& options : {std::string("--timecode 01:00:00:00"), "--captions '" + scc + "'"}) {
     const CommandResult refused = Qlnmedia("patch '" + in + "' '" + out + "' " + options);
     EXPECT_EQ(refused.exitCode, 1) << refused.output;
     EXPECT_THAT(refused.output, HasSubstr("--rate nominal"));
