@@ -32,6 +32,11 @@ void SetParameters(AVStream* out, const OutputParameters& wanted) {
     parameters.color_space = static_cast<AVColorSpace>(wanted.colour->matrix);
   }
   if (wanted.fullRange) parameters.color_range = *wanted.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+  if (wanted.sampleAspect) {
+    out->sample_aspect_ratio = {static_cast<int>(wanted.sampleAspect->width),
+                                static_cast<int>(wanted.sampleAspect->height)};
+    parameters.sample_aspect_ratio = out->sample_aspect_ratio;
+  }
   if (wanted.mastering) SetContainerMastering(out, *wanted.mastering);
   if (wanted.lightLevel) SetContainerLightLevel(out, *wanted.lightLevel);
 }

@@ -15,6 +15,7 @@ struct OutputParameters {
   Bytes privateData;  // empty to leave it as it is
   std::optional<ColourCodes> colour;
   std::optional<bool> fullRange;
+  std::optional<SampleAspect> sampleAspect;
   std::optional<MasteringDisplay> mastering;
   std::optional<LightLevel> lightLevel;
   std::optional<bool> interlaced;

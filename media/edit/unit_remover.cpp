@@ -16,13 +16,6 @@ bool IsFiller(Codec codec, int unitType) {
   return unitType == (codec == Codec::kH264 ? h264::kFiller : hevc::kFiller);
 }
 
-// ITU-T H.264 and H.265 tables 7-1.
-bool IsUnspecified(Codec codec, int unitType) {
-  constexpr int kFirstUnspecifiedOfH264 = 24;
-  if (codec == Codec::kHevc) return unitType >= hevc::kFirstUnspecified;
-  return unitType == 0 || unitType >= kFirstUnspecifiedOfH264;
-}
-
 bool IsFrom(const T35Provider& provider, const Bytes& payload) {
   if (payload.empty() || payload[0] != provider.country) return false;
   if (!provider.provider) return true;

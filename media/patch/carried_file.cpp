@@ -38,7 +38,7 @@ PatchResult PatchCarried(const PatchOptions& options, const MediaFile& in) {
     carrier.Write(*out);
     mp4::CheckLayout(carrier, mp4::FileSource(out->Readable()), options.out);
     std::string verified;
-    if (options.verify) verified = VerifyPatched(options.in, out->Readable(), options.out);
+    if (options.verify) verified = VerifyPatched(options.in, out->Readable(), options, options.out);
     out->Finish();
     if (!verified.empty()) result.lines.push_back(std::move(verified));
   }

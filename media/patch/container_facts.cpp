@@ -36,6 +36,9 @@ mp4::ContainerFacts FactsOf(const StreamChanges& changes, const StreamDescriptio
     colour.fullRange = changes.fullRange;
     facts.colour = colour;
   }
+  // A shape that nobody tells has no box; the one that is there stays.
+  if (changes.sampleAspect && changes.sampleAspect->width != 0)
+    facts.pixelShape = {changes.sampleAspect->width, changes.sampleAspect->height};
   if (changes.mastering) facts.mastering = BodyOf(*changes.mastering);
   if (changes.lightLevel) facts.lightLevel = {changes.lightLevel->maxContent, changes.lightLevel->maxAverage};
   if (changes.interlaced) {

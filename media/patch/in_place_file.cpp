@@ -64,7 +64,7 @@ PatchResult PatchInPlace(const PatchOptions& options) {
     work.input = std::make_unique<CarriedInput>(*work.media, options.in, carrier);
     work.streams = std::make_unique<EditedStreams>(*work.input, options);
     work.tracks = std::make_unique<CarriedTracks>(*work.input, *work.streams, options);
-    if (options.verify && !options.dryRun) work.kept = KeptOf(options.in);
+    if (options.verify && !options.dryRun) work.kept = KeptOf(options.in, options);
     const int64_t bytes = work.media->sizeBytes();
     work.meter = std::make_unique<Progress>(options.progress, "reading", bytes);
     work.tracks->change().progress = [&work, bytes](double part) {
@@ -75,7 +75,7 @@ PatchResult PatchInPlace(const PatchOptions& options) {
   };
   std::string verified;
   if (options.verify && !options.dryRun)
-    steps.check = [&] { verified = RequireKept(work.kept, KeptOf(options.in), options.in); };
+    steps.check = [&] { verified = RequireKept(work.kept, KeptOf(options.in, options), options.in); };
   const mp4::InPlaceResult result = mp4::ChangeInPlace(options.in, steps);
   work.meter->Done();
   PatchResult out{work.streams->Summary()};

@@ -103,6 +103,7 @@ void SetParametersOf(const EditedStreams& streams, const EditOptions& options, c
     parameters.privateData = edited.editor->privateData();
     parameters.colour = options.colour;
     parameters.fullRange = options.fullRange;
+    parameters.sampleAspect = options.sampleAspect;
     parameters.mastering = options.mastering;
     parameters.lightLevel = options.lightLevel;
     parameters.interlaced = options.interlaced;
@@ -135,7 +136,7 @@ PatchResult PatchMuxed(const PatchOptions& options, MediaFile& in) {
   std::string verified;
   if (!options.dryRun) {
     out.Finish([&](const std::string& written) {
-      if (options.verify) verified = VerifyPatched(options.in, written, options.out);
+      if (options.verify) verified = VerifyPatched(options.in, written, options, options.out);
     });
   }
   meter.Done();

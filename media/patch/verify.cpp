@@ -47,7 +47,11 @@ bool MayChange(Codec codec, int type) {
 // The packets of one file, stream by stream, as they are read.
 class KeptReader {
  public:
-  explicit KeptReader(const std::string& path) : file_(path), packet_(av_packet_alloc()) {
+  KeptReader(const std::string& path, const StreamChanges& changes)
+      : file_(path),
+        packet_(av_packet_alloc()),
+        timed_(!changes.timing),
+        unspecified_(changes.remove.unspecified) {
     if (packet_ == nullptr) throw std::bad_alloc();
     for (unsigned i = 0; i < file_.context()->nb_streams; ++i) {
       const AVStream& stream = *file_.context()->streams[i];
@@ -71,7 +75,7 @@ class KeptReader {
     const AVRational base = file_.context()->streams[index]->time_base;
     Kept kept{Time(packet_->pts, base), Time(packet_->dts, base)};
     if (file_.isIso()) {
-      kept.duration = packet_->duration;
+      if (timed_) kept.duration = packet_->duration;
       TakeSideData(index, kept.hash);
     }
     MixBytes(index, kept.hash);
@@ -108,7 +112,8 @@ class KeptReader {
     } else {
       const Codec codec = *codecs_[index];
       for (const Unit& unit : TakeApart(data, framings_[index]).units) {
-        if (!MayChange(codec, UnitType(codec, unit.bytes))) Mix(hash, unit.bytes);
+        const int type = UnitType(codec, unit.bytes);
+        if (!MayChange(codec, type) && !(unspecified_ && IsUnspecified(codec, type))) Mix(hash, unit.bytes);
       }
     }
   }
@@ -121,6 +126,9 @@ class KeptReader {
 
   MediaFile file_;
   PacketHandle packet_;
+  // Where timing goes into parameter sets, libavformat tells H.264 durations from there, whatever tables say.
+  bool timed_;
+  bool unspecified_;  // units of those types go
   std::vector<std::optional<Codec>> codecs_;
   std::vector<Framing> framings_;
   std::vector<std::deque<Kept>> queues_;
@@ -136,8 +144,8 @@ std::string Compared(uint64_t packets, size_t streams, bool carried, bool boxes)
 
 }  // namespace
 
-std::vector<StreamKept> KeptOf(const std::string& file) {
-  KeptReader reader(file);
+std::vector<StreamKept> KeptOf(const std::string& file, const StreamChanges& changes) {
+  KeptReader reader(file, changes);
   std::vector<StreamKept> kept(reader.streams());
   while (reader.Next()) {
     for (size_t i = 0; i < kept.size(); ++i) {
@@ -166,9 +174,10 @@ std::string RequireKept(const std::vector<StreamKept>& before, const std::vector
   return Compared(packets, before.size(), true, false);
 }
 
-std::string VerifyPatched(const std::string& in, const std::string& out, const std::string& name) {
-  KeptReader before(in);
-  KeptReader after(out);
+std::string VerifyPatched(const std::string& in, const std::string& out, const StreamChanges& changes,
+                          const std::string& name) {
+  KeptReader before(in, changes);
+  KeptReader after(out, changes);
   if (before.streams() != after.streams())
     throw Error(name, fmt::format("has {} streams, the input {}", after.streams(), before.streams()));
   const bool timed = !before.file().isRawStream();

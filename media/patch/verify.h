@@ -6,17 +6,20 @@
 #include <string>
 #include <vector>
 
+#include "qlnmedia/stream_editor.h"
+
 namespace qlnmedia {
 
 // What must not change of a file's packets. Of H.264 and HEVC every unit counts but those that a patch puts
-// in, takes out or changes (parameter sets but PPS, SEI, delimiters, filler), of MPEG-2 all but user data, of
-// other streams every byte; presentation and decoding times; and of MP4 and MOV, in the file's own units,
-// durations, and side data as well.
+// in, takes out or changes (parameter sets but PPS, SEI, delimiters, filler, unspecified ones where `changes`
+// take them out), of MPEG-2 all but user data, of other streams every byte; presentation and decoding times;
+// and of MP4 and MOV, in the file's own units, durations, where `changes` leave the timing of parameter sets
+// alone, and side data as well.
 struct StreamKept {
   uint64_t packets = 0;
   uint64_t digest = 0;
 };
-std::vector<StreamKept> KeptOf(const std::string& file);
+std::vector<StreamKept> KeptOf(const std::string& file, const StreamChanges& changes);
 // Throws Error, naming `name`, where those of an MP4 or MOV file differ from what they were. Says what was
 // compared.
 std::string RequireKept(const std::vector<StreamKept>& before, const std::vector<StreamKept>& after,
@@ -24,7 +27,8 @@ std::string RequireKept(const std::vector<StreamKept>& before, const std::vector
 
 // Holds one file against the other, packet by packet. Throws Error, naming `name` (what `out` is going to be
 // called) and the first difference. Says what was compared.
-std::string VerifyPatched(const std::string& in, const std::string& out, const std::string& name);
+std::string VerifyPatched(const std::string& in, const std::string& out, const StreamChanges& changes,
+                          const std::string& name);
 
 }  // namespace qlnmedia
 

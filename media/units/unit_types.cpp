@@ -32,6 +32,11 @@ bool IsSei(Codec codec, int unitType) {
   return unitType == hevc::kPrefixSei || unitType == hevc::kSuffixSei;
 }
 
+bool IsUnspecified(Codec codec, int unitType) {
+  if (codec == Codec::kHevc) return unitType >= hevc::kFirstUnspecified;
+  return unitType == 0 || unitType >= h264::kFirstUnspecified;
+}
+
 bool IsDelimiter(Codec codec, int unitType) {
   return unitType == (codec == Codec::kH264 ? h264::kDelimiter : hevc::kDelimiter);
 }

@@ -34,6 +34,7 @@ inline constexpr int kSubsetSps = 15;
 inline constexpr int kReserved18 = 18;
 inline constexpr int kAuxiliarySlice = 19;
 inline constexpr int kSliceExtension = 20;
+inline constexpr int kFirstUnspecified = 24;  // and 0
 inline constexpr int kLastType = 31;
 }  // namespace h264
 
@@ -92,6 +93,8 @@ bool IsParameterSet(Codec codec, int unitType);
 bool IsSps(Codec codec, int unitType);
 bool IsSei(Codec codec, int unitType);
 bool IsDelimiter(Codec codec, int unitType);
+// Of a type that the standards leave to others (tables 7-1).
+bool IsUnspecified(Codec codec, int unitType);
 // End of sequence, end of stream or bitstream.
 bool IsEnd(Codec codec, int unitType);
 // True for units that may stand in front of a picture's first slice but not between or behind its slices: the
