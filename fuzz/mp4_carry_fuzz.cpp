@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "container/mp4/carrier.h"
+#include "container/mp4/layout_check.h"
 #include "container/mp4/memory_sink.h"
 #include "fuzz_input.h"
 
@@ -67,6 +68,12 @@ std::optional<Bytes> Carry(const Source& source, const Change& change) {
     MemorySink sink;
     carrier.Write(sink);
     Expect(sink.bytes().size() == carrier.outputSize());
+    // What was carried is found to be in order.
+    try {
+      CheckLayout(carrier, MemorySource(sink.bytes()), "output");
+    } catch (const qlnmedia::Error&) {
+      Expect(false);
+    }
     return sink.bytes();
   } catch (const qlnmedia::Error&) {
     return std::nullopt;

@@ -205,7 +205,7 @@ void MediaWriter::Finish(const std::function<void(const std::string&)>& check) {
   const int closed = avio_closep(&context_->pb);
   if (result < 0) Fail("writing failed", result);
   if (closed < 0) Fail("writing failed", closed);
-  if (!in_.isRawStream()) RequireSameStreams(in_, beside_);
+  if (!in_.isRawStream()) RequireSameStreams(in_, *context_, beside_);
   if (check) check(beside_);
   if (std::rename(beside_.c_str(), path_.c_str()) != 0)
     throw Error(path_, fmt::format("cannot be put in place: {}", std::strerror(errno)));

@@ -32,8 +32,9 @@ bool SameShape(AVRational a, AVRational b) {
   return av_cmp_q(a, b) == 0;
 }
 
-// What differs between two streams, as people call it; empty if nothing does.
-std::string Difference(const AVStream& was, const AVStream& is) {
+// What differs between two streams, as people call it; empty if nothing does. `wanted` is what the writer was
+// told, since a patch may ask for another shape.
+std::string Difference(const AVStream& was, const AVStream& is, const AVStream& wanted) {
   const AVCodecParameters& before = *was.codecpar;
   const AVCodecParameters& after = *is.codecpar;
   if (before.codec_type != after.codec_type || before.codec_id != after.codec_id) return "codec";
@@ -43,7 +44,7 @@ std::string Difference(const AVStream& was, const AVStream& is) {
   for (const char* tag : {"language", "timecode", "title", "filename", "mimetype"}) {
     if (TagOf(was.metadata, tag) != TagOf(is.metadata, tag)) return tag;
   }
-  if (!SameShape(was.sample_aspect_ratio, is.sample_aspect_ratio)) return "pixel shape";
+  if (!SameShape(wanted.sample_aspect_ratio, is.sample_aspect_ratio)) return "pixel shape";
   struct SideData {
     AVPacketSideDataType type;
     const char* name;
@@ -59,7 +60,7 @@ std::string Difference(const AVStream& was, const AVStream& is) {
 
 }  // namespace
 
-void RequireSameStreams(const MediaFile& in, const std::string& written) {
+void RequireSameStreams(const MediaFile& in, const AVFormatContext& wanted, const std::string& written) {
   const MediaFile out(written);
   const AVFormatContext& was = *in.context();
   const AVFormatContext& is = *out.context();
@@ -69,7 +70,7 @@ void RequireSameStreams(const MediaFile& in, const std::string& written) {
   if (was.nb_streams != is.nb_streams)
     fail(fmt::format("its streams ({}; the output would have {})", was.nb_streams, is.nb_streams));
   for (unsigned i = 0; i < was.nb_streams; ++i) {
-    const std::string difference = Difference(*was.streams[i], *is.streams[i]);
+    const std::string difference = Difference(*was.streams[i], *is.streams[i], *wanted.streams[i]);
     if (!difference.empty())
       fail(fmt::format("stream {} ({}): its {}", i, avcodec_get_name(was.streams[i]->codecpar->codec_id),
                        difference));

@@ -11,8 +11,9 @@ namespace qlnmedia {
 
 // Throws Error, naming the stream and what would be lost, where the file `written` does not hold the
 // streams, programs and chapters of `in` as they are there: codec, container tag, disposition, language,
-// pixel shape, orientation. What a muxer leaves out without a word shows here.
-void RequireSameStreams(const MediaFile& in, const std::string& written);
+// pixel shape (as `wanted`, what the muxer was told, has it), orientation. What a muxer leaves out without a
+// word shows here.
+void RequireSameStreams(const MediaFile& in, const AVFormatContext& wanted, const std::string& written);
 
 }  // namespace qlnmedia
 

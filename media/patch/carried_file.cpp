@@ -2,9 +2,14 @@
 
 #include "patch/carried_file.h"
 
+#include <fmt/format.h>
+
+#include <map>
 #include <optional>
+#include <set>
 #include <utility>
 
+#include "base/error.h"
 #include "base/progress.h"
 #include "container/container_kind.h"
 #include "container/mp4/in_place.h"
@@ -14,6 +19,43 @@
 #include "patch/verify.h"
 
 namespace qlnmedia {
+
+namespace {
+
+// Every sample of every track, read out of both files.
+void RequireSamplesKept(const mp4::Carrier& carrier, const CarriedInput& input, const EditedStreams& streams,
+                        const std::string& written, const PatchOptions& options) {
+  std::map<uint32_t, SampleUnits> edited;
+  for (const auto& [index, stream] : streams.streams())
+    edited.emplace(input.TrackId(index), input.UnitsOf(index));
+  const mp4::FileSource output(written);
+  const mp4::Layout layout = mp4::ReadLayout(output);
+  Bytes was;
+  Bytes is;
+  std::set<uint32_t> ids;
+  for (const mp4::Movie& movie : carrier.layout().movies) {
+    for (const mp4::Track& track : movie.tracks) {
+      if (!track.problem.empty() || !ids.insert(track.id).second) continue;
+      const auto units = edited.find(track.id);
+      mp4::TrackSamples before(carrier.source(), carrier.layout(), track.id);
+      mp4::TrackSamples after(output, layout, track.id);
+      mp4::Sample sample;
+      for (mp4::Sample old; before.Next(old);) {
+        const uint64_t size = carrier.source().size();
+        const bool there = old.inFile && old.offset <= size && old.size <= size - old.offset;
+        if (!after.Next(sample) || !there) continue;
+        mp4::ReadSample(carrier.source(), track.id, old, was);
+        mp4::ReadSample(output, track.id, sample, is);
+        const bool kept = units == edited.end() ? was == is : units->second.IsKept(old, was, is, options);
+        if (!kept)
+          throw Error(options.out, fmt::format("sample {} of track {}: its coded data is not the input's",
+                                               old.number + 1, track.id));
+      }
+    }
+  }
+}
+
+}  // namespace
 
 PatchResult PatchCarried(const PatchOptions& options, const MediaFile& in) {
   mp4::RequireNoJournal(options.in);
@@ -38,7 +80,10 @@ PatchResult PatchCarried(const PatchOptions& options, const MediaFile& in) {
     carrier.Write(*out);
     mp4::CheckLayout(carrier, mp4::FileSource(out->Readable()), options.out);
     std::string verified;
-    if (options.verify) verified = VerifyPatched(options.in, out->Readable(), options, options.out);
+    if (options.verify) {
+      RequireSamplesKept(carrier, input, streams, out->Readable(), options);
+      verified = VerifyPatched(options.in, out->Readable(), options, options.out);
+    }
     out->Finish();
     if (!verified.empty()) result.lines.push_back(std::move(verified));
   }

@@ -12,6 +12,7 @@
 #include "container/edited_stream.h"
 #include "container/media_writer.h"
 #include "container/packet_joiner.h"
+#include "container/raw_end.h"
 #include "patch/edited_streams.h"
 #include "patch/verify.h"
 
@@ -115,6 +116,9 @@ void SetParametersOf(const EditedStreams& streams, const EditOptions& options, c
 }  // namespace
 
 PatchResult PatchMuxed(const PatchOptions& options, MediaFile& in) {
+  // A stream without an index is whole as far as it goes; who patches it hears that it does not go to its
+  // end.
+  const std::string early = in.isRawStream() || in.isTransportStream() ? EndNote(in) : std::string();
   const MuxedInput input(in);
   EditedStreams streams(input, options);
   MediaWriter out(in, options.out);
@@ -130,7 +134,10 @@ PatchResult PatchMuxed(const PatchOptions& options, MediaFile& in) {
     if (PacketHandle whole = joiner.Take(packet.get())) packets.Take(std::move(whole));
   }
   while (PacketHandle whole = joiner.Finish()) packets.Take(std::move(whole));
-  if (!in.endNote().empty()) throw Error(options.in, in.endNote(), "a damaged file is not patched");
+  // The last packet of a transport stream that ends early is the one that is cut off.
+  const bool cutOff = in.isTransportStream() && !early.empty();
+  if (!in.endNote().empty() && !cutOff)
+    throw Error(options.in, in.endNote(), "a damaged file is not patched");
   packets.Finish();
   PatchResult result;
   std::string verified;
@@ -141,6 +148,8 @@ PatchResult PatchMuxed(const PatchOptions& options, MediaFile& in) {
   }
   meter.Done();
   result.lines = streams.Summary();
+  if (!early.empty()) result.lines.push_back("warning: " + early);
+  if (!in.endNote().empty()) result.lines.push_back("warning: " + in.endNote());
   if (!verified.empty()) result.lines.push_back(verified);
   return result;
 }

@@ -8,7 +8,9 @@
 #include <utility>
 
 #include "base/error.h"
+#include "patch/verify.h"
 #include "units/access_unit.h"
+#include "units/mpeg2.h"
 
 namespace qlnmedia {
 
@@ -74,6 +76,27 @@ bool SampleUnits::Take(const mp4::Sample& sample, mp4::ByteSpan bytes, Given& gi
                    std::make_move_iterator(borrowed.end()));
   given.bytes = PutTogether(run, framing_);
   return true;
+}
+
+bool SampleUnits::IsKept(const mp4::Sample& sample, ByteSpan before, ByteSpan after,
+                         const StreamChanges& changes) const {
+  const auto rest = [&](ByteSpan bytes) {
+    std::vector<Bytes> kept;
+    const auto keep = [&kept](ByteSpan unit) { kept.emplace_back(unit.begin(), unit.end()); };
+    if (!codec_) {
+      for (const Mpeg2Unit& unit : Mpeg2Units(bytes)) {
+        if (unit.code != kMpeg2UserData) keep(bytes.subspan(unit.at, unit.size));
+      }
+      return kept;
+    }
+    const UnitRun run = TakeApart(bytes, RecordOf(sample.description).framing);
+    for (const Unit& unit : run.units) {
+      if (!MayChange(*codec_, UnitType(*codec_, unit.bytes), changes)) keep(unit.bytes);
+    }
+    keep(run.rest);
+    return kept;
+  };
+  return std::equal(before.begin(), before.end(), after.begin(), after.end()) || rest(before) == rest(after);
 }
 
 bool SampleUnits::MayHoldSets(mp4::Reader& reader, const mp4::Sample& sample) const {

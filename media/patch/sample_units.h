@@ -32,6 +32,9 @@ class SampleUnits {
   // False where no unit of the sample is a parameter set, as its units' heads tell; nothing else is read.
   bool MayHoldSets(mp4::Reader& reader, const mp4::Sample& sample) const;
 
+  // True where both hold the same but for what a patch may put in, take out or change.
+  bool IsKept(const mp4::Sample& sample, ByteSpan before, ByteSpan after, const StreamChanges& changes) const;
+
   // The edited sample as it goes back into the track. Throws Error, with `where` in front, for a unit that
   // outgrows its length field.
   struct Returned {

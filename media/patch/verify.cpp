@@ -36,22 +36,13 @@ void Mix(uint64_t& hash, int64_t number) {
     hash = (hash ^ (static_cast<uint64_t>(number) >> shift & 0xFF)) * 0x100000001B3u;
 }
 
-bool MayChange(Codec codec, int type) {
-  if (codec == Codec::kH264)
-    return type == h264::kSei || type == h264::kSps || type == h264::kSubsetSps || type == h264::kDelimiter ||
-           type == h264::kFiller;
-  return type == hevc::kVps || type == hevc::kSps || type == hevc::kDelimiter || type == hevc::kFiller ||
-         type == hevc::kPrefixSei || type == hevc::kSuffixSei;
-}
-
 // The packets of one file, stream by stream, as they are read.
 class KeptReader {
  public:
-  KeptReader(const std::string& path, const StreamChanges& changes)
-      : file_(path),
-        packet_(av_packet_alloc()),
-        timed_(!changes.timing),
-        unspecified_(changes.remove.unspecified) {
+  // `bytes`: whether those of MP4 and MOV count as well.
+  KeptReader(const std::string& path, const StreamChanges& changes, bool bytes)
+      : file_(path), packet_(av_packet_alloc()), changes_(changes) {
+    bytes_ = bytes || !file_.isIso();
     if (packet_ == nullptr) throw std::bad_alloc();
     for (unsigned i = 0; i < file_.context()->nb_streams; ++i) {
       const AVStream& stream = *file_.context()->streams[i];
@@ -75,10 +66,12 @@ class KeptReader {
     const AVRational base = file_.context()->streams[index]->time_base;
     Kept kept{Time(packet_->pts, base), Time(packet_->dts, base)};
     if (file_.isIso()) {
-      if (timed_) kept.duration = packet_->duration;
+      // Where timing goes into parameter sets, libavformat tells H.264 durations from there, whatever tables
+      // say.
+      if (!changes_.timing) kept.duration = packet_->duration;
       TakeSideData(index, kept.hash);
     }
-    MixBytes(index, kept.hash);
+    if (bytes_) MixBytes(index, kept.hash);
     queues_[index].push_back(kept);
     return true;
   }
@@ -113,7 +106,7 @@ class KeptReader {
       const Codec codec = *codecs_[index];
       for (const Unit& unit : TakeApart(data, framings_[index]).units) {
         const int type = UnitType(codec, unit.bytes);
-        if (!MayChange(codec, type) && !(unspecified_ && IsUnspecified(codec, type))) Mix(hash, unit.bytes);
+        if (!MayChange(codec, type, changes_)) Mix(hash, unit.bytes);
       }
     }
   }
@@ -126,9 +119,8 @@ class KeptReader {
 
   MediaFile file_;
   PacketHandle packet_;
-  // Where timing goes into parameter sets, libavformat tells H.264 durations from there, whatever tables say.
-  bool timed_;
-  bool unspecified_;  // units of those types go
+  const StreamChanges& changes_;
+  bool bytes_ = true;
   std::vector<std::optional<Codec>> codecs_;
   std::vector<Framing> framings_;
   std::vector<std::deque<Kept>> queues_;
@@ -144,8 +136,17 @@ std::string Compared(uint64_t packets, size_t streams, bool carried, bool boxes)
 
 }  // namespace
 
+bool MayChange(Codec codec, int type, const StreamChanges& changes) {
+  if (changes.remove.unspecified && IsUnspecified(codec, type)) return true;
+  if (codec == Codec::kH264)
+    return type == h264::kSei || type == h264::kSps || type == h264::kSubsetSps || type == h264::kDelimiter ||
+           type == h264::kFiller;
+  return type == hevc::kVps || type == hevc::kSps || type == hevc::kDelimiter || type == hevc::kFiller ||
+         type == hevc::kPrefixSei || type == hevc::kSuffixSei;
+}
+
 std::vector<StreamKept> KeptOf(const std::string& file, const StreamChanges& changes) {
-  KeptReader reader(file, changes);
+  KeptReader reader(file, changes, true);
   std::vector<StreamKept> kept(reader.streams());
   while (reader.Next()) {
     for (size_t i = 0; i < kept.size(); ++i) {
@@ -176,8 +177,8 @@ std::string RequireKept(const std::vector<StreamKept>& before, const std::vector
 
 std::string VerifyPatched(const std::string& in, const std::string& out, const StreamChanges& changes,
                           const std::string& name) {
-  KeptReader before(in, changes);
-  KeptReader after(out, changes);
+  KeptReader before(in, changes, false);
+  KeptReader after(out, changes, false);
   if (before.streams() != after.streams())
     throw Error(name, fmt::format("has {} streams, the input {}", after.streams(), before.streams()));
   const bool timed = !before.file().isRawStream();

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "qlnmedia/stream_editor.h"
+#include "units/unit_types.h"
 
 namespace qlnmedia {
 
@@ -25,7 +26,11 @@ std::vector<StreamKept> KeptOf(const std::string& file, const StreamChanges& cha
 std::string RequireKept(const std::vector<StreamKept>& before, const std::vector<StreamKept>& after,
                         const std::string& name);
 
-// Holds one file against the other, packet by packet. Throws Error, naming `name` (what `out` is going to be
+// Whether a patch may put in, take out or change units of a type.
+bool MayChange(Codec codec, int type, const StreamChanges& changes);
+
+// Holds one file against the other, packet by packet; of MP4 and MOV not the bytes, since whoever knows the
+// tables compares samples. Throws Error, naming `name` (what `out` is going to be
 // called) and the first difference. Says what was compared.
 std::string VerifyPatched(const std::string& in, const std::string& out, const StreamChanges& changes,
                           const std::string& name);

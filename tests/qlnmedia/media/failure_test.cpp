@@ -195,6 +195,24 @@ TEST(Failure, InputsThatCannotBe) {
   EXPECT_EQ(FilesIn(folder), cut.exitCode == 0 ? 5u : 4u) << cut.output;
 }
 
+// Streams without an index are patched as far as they go, and it is said that they end early.
+TEST(Failure, StreamsThatEndEarlyArePatchedWithAWarning) {
+  const std::string folder = Folder("early");
+  for (const std::string ending : {"h264", "ts"}) {
+    const std::string in = Clip(ending);
+    const std::string cut = folder + "/cut." + ending;
+    const std::string out = folder + "/out." + ending;
+    EXPECT_THAT(Patch(in, out).output, testing::Not(HasSubstr("warning")));
+    Bytes bytes = ReadFile(in);
+    bytes.resize(bytes.size() - 300);
+    WriteFile(cut, bytes);
+    const CommandResult result = Patch(cut, out, "--verify --colour bt709");
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_THAT(result.output, HasSubstr("warning: the file ends early"));
+    EXPECT_THAT(result.output, HasSubstr("verified"));
+  }
+}
+
 TEST(Failure, CommandLinesThatCannotBe) {
   const std::string in = Clip("mp4");
   const std::string folder = Folder("usage");
