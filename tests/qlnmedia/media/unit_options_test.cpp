@@ -423,7 +423,8 @@ TEST_P(InterlacedEverywhere, FieldsAreToldAndNothingElseChanges) {
   EXPECT_EQ(delays(out).size(), std::string(kind.name) == "fields_hrd" ? 30u : 0u);
 
   // And back: these are fields now, as everybody can read.
-  const CommandResult back = Qlnmedia("patch '" + out + "' '" + Patched("back.mkv") + "' --progressive");
+  const CommandResult back =
+      Qlnmedia("patch '" + out + "' '" + Patched("back" + out.substr(out.rfind('.'))) + "' --progressive");
   EXPECT_EQ(back.exitCode, 1);
   EXPECT_THAT(back.output, HasSubstr("its coded pictures are single fields"));
 }
