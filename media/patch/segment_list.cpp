@@ -75,8 +75,8 @@ SegmentList ListFolder(const std::string& path) {
 class PlaylistReader {
  public:
   explicit PlaylistReader(const std::string& path) : path_(path) {
-    list_.folder = fs::path(path).parent_path();
-    if (list_.folder.empty()) list_.folder = ".";
+    const fs::path folder = fs::path(path).parent_path();
+    list_.folder = folder.empty() ? fs::path(".") : folder;
     list_.others = {fs::path(path).filename()};
   }
 
