@@ -97,14 +97,16 @@ class Packets {
   std::deque<PacketHandle> waiting_;
 };
 
-void SetParametersOf(const EditedStreams& streams, const EditOptions& options, const MediaWriter& out) {
+void SetParametersOf(const MediaFile& in, const EditedStreams& streams, const EditOptions& options,
+                     const MediaWriter& out) {
   for (const auto& [index, edited] : streams.streams()) {
     if (edited.stream.codec == VideoCodec::kMpeg2) continue;
     OutputParameters parameters;
     parameters.privateData = edited.editor->privateData();
     parameters.colour = options.colour;
     parameters.fullRange = options.fullRange;
-    parameters.sampleAspect = options.sampleAspect;
+    // A transport stream has no place for it.
+    if (!in.isTransportStream()) parameters.sampleAspect = options.sampleAspect;
     parameters.mastering = options.mastering;
     parameters.lightLevel = options.lightLevel;
     parameters.interlaced = options.interlaced;
@@ -122,7 +124,7 @@ PatchResult PatchMuxed(const PatchOptions& options, MediaFile& in) {
   const MuxedInput input(in);
   EditedStreams streams(input, options);
   MediaWriter out(in, options.out);
-  SetParametersOf(streams, options, out);
+  SetParametersOf(in, streams, options, out);
   if (!options.dryRun) out.Begin();
   Progress meter(options.progress, options.dryRun ? "reading" : "patching", in.sizeBytes());
   const PacketHandle packet(av_packet_alloc());

@@ -169,9 +169,9 @@ TEST(CaptionRead, TextHasItsTimes) {
       0);
   ASSERT_EQ(Qlnmedia("captions '" + out + "' -o '" + out + ".srt'").exitCode, 0);
   const Bytes text = ReadFile(out + ".srt");
-  // The thirteenth pair from frame 3 on shows the caption, frame 30 takes it down; the decoder rounds up how
-  // long it stands.
-  EXPECT_EQ(std::string(text.begin(), text.end()), "1\n00:00:00,501 --> 00:00:01,002\nGOOD MORNING\n\n");
+  // The thirteenth pair from frame 3 on shows the caption, frame 30 takes it down, 30 * 1001 / 30000 seconds
+  // from the first; the independent decoder rounds up how long it stands.
+  EXPECT_EQ(std::string(text.begin(), text.end()), "1\n00:00:00,501 --> 00:00:01,001\nGOOD MORNING\n\n");
   EXPECT_THAT(Shown(out), HasSubstr("00:00:00,501 --> 00:00:01,002"));
 }
 
