@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "base/error.h"
 #include "container/container_kind.h"
@@ -29,8 +30,8 @@ std::string NameBeside(const std::string& path) {
 
 }  // namespace
 
-MediaWriter::MediaWriter(const MediaFile& in, const std::string& path)
-    : in_(in), path_(path), beside_(NameBeside(path)) {
+MediaWriter::MediaWriter(const MediaFile& in, const std::string& path, UnfinishedCallback unfinished)
+    : in_(in), path_(path), beside_(NameBeside(path)), callback_(std::move(unfinished)) {
   const std::string format = RequireOutput(in, path);
   try {
     Open(format);
@@ -46,7 +47,7 @@ MediaWriter::~MediaWriter() {
     if (context_->pb != nullptr) avio_closep(&context_->pb);
     avformat_free_context(context_);
   }
-  if (!inPlace_ && unfinished_ != nullptr) unlink(beside_.c_str());
+  if (!inPlace_ && unfinished_) unlink(beside_.c_str());
 }
 
 void MediaWriter::Fail(const std::string& what, int error) const {
@@ -151,10 +152,14 @@ void MediaWriter::CopyChapters() {
 
 void MediaWriter::Begin() {
   // Made new, with the rights that a file made by the user has.
+  unfinished_.emplace(callback_, beside_);
   const int file = open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666);
-  if (file < 0) throw Error(path_, fmt::format("cannot be written: {}", std::strerror(errno)));
+  if (file < 0) {
+    const int reason = errno;
+    unfinished_.reset();
+    throw Error(path_, fmt::format("cannot be written: {}", std::strerror(reason)));
+  }
   close(file);
-  unfinished_ = std::make_unique<Unfinished>(beside_);
   int result = avio_open(&context_->pb, ("file:" + beside_).c_str(), AVIO_FLAG_WRITE);
   if (result < 0) Fail("cannot be written", result);
   WriteHeader();

@@ -4,7 +4,7 @@
 #define MEDIA_CONTAINER_MEDIA_WRITER_H
 
 #include <functional>
-#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,7 +19,7 @@ class MediaWriter {
   // Prepares an output of `in`'s kind of container with all its streams, chapters, programs and tags. Throws
   // Error for a container that cannot be written as it was read, for an output that is named as another
   // kind, and for an output that is the input. `in` must outlive the writer.
-  MediaWriter(const MediaFile& in, const std::string& path);
+  MediaWriter(const MediaFile& in, const std::string& path, UnfinishedCallback unfinished = {});
   // Removes what was written if Finish did not put it in place.
   ~MediaWriter();
   MediaWriter(const MediaWriter&) = delete;
@@ -50,7 +50,8 @@ class MediaWriter {
   std::string beside_;  // the name while it is written
   AVFormatContext* context_ = nullptr;
   bool inPlace_ = false;
-  std::unique_ptr<Unfinished> unfinished_;
+  UnfinishedCallback callback_;
+  std::optional<Unfinished> unfinished_;
   std::vector<bool> attachments_;  // streams of one picture that the container keeps as a file
   std::vector<int64_t> lastDts_;   // of each stream's last packet, in the output's time base
 };

@@ -68,7 +68,7 @@ PatchResult PatchCarried(const PatchOptions& options, const MediaFile& in) {
   EditedStreams streams(input, options);
   CarriedTracks tracks(input, streams, options);
   std::optional<mp4::OutputFile> out;
-  if (!options.dryRun) out.emplace(options.out);
+  if (!options.dryRun) out.emplace(options.out, mp4::Disk::System(), options.unfinished);
   Progress meter(options.progress, options.dryRun ? "reading" : "patching", in.sizeBytes());
   tracks.change().progress = [&](double part) {
     meter.At(static_cast<int64_t>(part * static_cast<double>(in.sizeBytes())));

@@ -123,7 +123,7 @@ PatchResult PatchMuxed(const PatchOptions& options, MediaFile& in) {
   const std::string early = in.isRawStream() || in.isTransportStream() ? EndNote(in) : std::string();
   const MuxedInput input(in);
   EditedStreams streams(input, options);
-  MediaWriter out(in, options.out);
+  MediaWriter out(in, options.out, options.unfinished);
   SetParametersOf(in, streams, options, out);
   if (!options.dryRun) out.Begin();
   Progress meter(options.progress, options.dryRun ? "reading" : "patching", in.sizeBytes());

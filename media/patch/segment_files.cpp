@@ -10,10 +10,12 @@
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 #include "base/error.h"
 #include "base/progress.h"
+#include "base/unfinished.h"
 #include "container/container_kind.h"
 #include "container/mp4/joined_source.h"
 #include "container/mp4/layout_check.h"
@@ -107,13 +109,15 @@ class Segments {
 // A folder that gets its name when all is in it.
 class OutputFolder {
  public:
-  explicit OutputFolder(const std::string& path)
+  OutputFolder(const std::string& path, const UnfinishedCallback& unfinished)
       : path_(fs::path(path) / ""),
-        beside_(fmt::format("{}.{}.part", path_.parent_path().string(), getpid())) {
+        beside_(fmt::format("{}.{}.part", path_.parent_path().string(), getpid())),
+        unfinished_(unfinished, beside_) {
     std::error_code error;
     if (fs::exists(path) && (!fs::is_directory(path) || !fs::is_empty(path)))
       throw Error(path, "is there already", "name a new folder, or an empty one");
-    fs::create_directory(beside_, error);
+    const bool made = fs::create_directory(beside_, error);
+    if (!error && !made) error = std::make_error_code(std::errc::file_exists);
     if (error) throw Error(path, "cannot be written: " + error.message());
   }
   ~OutputFolder() {
@@ -140,6 +144,7 @@ class OutputFolder {
  private:
   fs::path path_;
   fs::path beside_;
+  Unfinished unfinished_;
   bool inPlace_ = false;
 };
 
@@ -152,7 +157,7 @@ PatchResult PatchSegment(const PatchOptions& options) {
                           options.dryRun ? "/tmp" : mp4::FolderOf(options.out));
   std::optional<mp4::LayoutChecked> checked;
   if (!options.dryRun) {
-    mp4::OutputFile out(options.out);
+    mp4::OutputFile out(options.out, mp4::Disk::System(), options.unfinished);
     segments.Write(1, out);
     mp4::MemorySink initialization;
     segments.Write(0, initialization);
@@ -173,7 +178,7 @@ PatchResult PatchSegments(const PatchOptions& options) {
   const Segments segments(options, pathOf(list.initialization), paths, "/tmp");
   std::optional<mp4::LayoutChecked> checked;
   if (!options.dryRun) {
-    OutputFolder folder(options.out);
+    OutputFolder folder(options.out, options.unfinished);
     std::vector<std::string> names = {list.initialization};
     names.insert(names.end(), list.segments.begin(), list.segments.end());
     std::vector<std::unique_ptr<mp4::Source>> written;

@@ -43,7 +43,8 @@ struct PatchOptions : EditOptions {
   /// `in` is a folder or an HLS playlist of one stream's segments, which are patched as one stream, and `out`
   /// the folder to write them to with their initialization segment; it must not exist, or be empty.
   bool segments = false;
-  bool dryRun = false;  ///< everything is done but writing; `out` is not looked at
+  bool dryRun = false;            ///< everything is done but writing; `out` is not looked at
+  UnfinishedCallback unfinished;  ///< hears of what is made beside `out`; may be empty
   bool verify = false;  ///< the output is read back and its slices and times held against the input's
 };
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <string_view>
 
 #include "qlnmedia/api.h"
@@ -24,6 +25,12 @@ struct ProgressStep {
 /// Returns false to call the work off: it then ends with Cancelled, and nothing of its output stays. What is
 /// returned for a step that is `finished` counts for nothing. An empty callback is one that wants nothing.
 using ProgressCallback = std::function<bool(const ProgressStep&)>;
+
+/// Takes the path of a file or folder that the work makes beside an output: true before it is made, false
+/// when it has its own name or is gone. The work takes all of them away where it fails or is called off; who
+/// ends the process under it, as a handler of signals does, finds here what to remove. Called in the thread
+/// that does the work, which waits for it; must not throw. An empty callback is one that wants nothing.
+using UnfinishedCallback = std::function<void(const std::string& path, bool there)>;
 
 /// Thrown where the callback returned false.
 class QLNMEDIA_API Cancelled : public Error {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "interruption.h"
 #include "output.h"
 #include "progress_bar.h"
 #include "qlnmedia/patch.h"
@@ -55,6 +56,8 @@ void Run(Options& options) {
   if (!options.captions.file.empty()) patch.captions = options.captions;
   if (!patch.any()) throw Error("patch", "nothing to do", "name what shall change; qlnmedia patch --help");
   patch.progress = ProgressBar();
+  Interruption interruption;
+  patch.unfinished = interruption.callback();
   const PatchResult result = PatchFile(patch);
   for (const std::string& line : result.lines) Print((patch.dryRun ? "would: " : "") + line + "\n");
 }

@@ -18,18 +18,19 @@ constexpr uint64_t kLongRun = uint64_t{256} << 10;
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& path, Disk& disk) : disk_(disk), path_(path) {
+OutputFile::OutputFile(const std::string& path, Disk& disk, const UnfinishedCallback& unfinished)
+    : disk_(disk), path_(path) {
   const size_t slash = path.rfind('/');
   const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
   for (int attempt = 0; attempt < 1000 && descriptor_ < 0; ++attempt) {
     // A long name is cut so that it stays one.
     temporary_ = FolderOf(path) + "/." + name.substr(0, 200) + "." + std::to_string(getpid()) + "-" +
                  std::to_string(attempt) + ".part";
+    unfinished_ = std::make_unique<Unfinished>(unfinished, temporary_);
     descriptor_ = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (descriptor_ < 0 && errno != EEXIST) break;
   }
   if (descriptor_ < 0) throw Error(path, std::string("cannot be written: ") + std::strerror(errno));
-  unfinished_ = std::make_unique<Unfinished>(temporary_);
   buffer_.reserve(kBufferBytes);
 }
 

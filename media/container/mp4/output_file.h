@@ -15,7 +15,8 @@ namespace qlnmedia::mp4 {
 class OutputFile final : public Sink {
  public:
   // Makes the file beside its name. Throws Error where that cannot be.
-  explicit OutputFile(const std::string& path, Disk& disk = Disk::System());
+  explicit OutputFile(const std::string& path, Disk& disk = Disk::System(),
+                      const UnfinishedCallback& unfinished = {});
   // Takes it away again unless Finish was reached.
   ~OutputFile() override;
   OutputFile(const OutputFile&) = delete;

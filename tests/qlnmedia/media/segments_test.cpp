@@ -9,6 +9,7 @@
 #include "mp4/list_file.h"
 #include "mp4/muxed_kinds.h"
 #include "qlnmedia/media/media_facts.h"
+#include "qlnmedia/patch.h"
 #include "qlnmedia/program.h"
 
 namespace qln::test {
@@ -124,6 +125,33 @@ TEST(Segments, OneAloneWithItsInitializationSegment) {
     fs::copy_file(in + "/init.mp4", out + "/init.mp4");
     EXPECT_EQ(Decoded(Joined(out, "out.mp4")), Decoded(Joined(in, "in.mp4")));
   }
+}
+
+TEST(Segments, WhoAsksHearsOfAllThatIsNotFinished) {
+  const std::string in = Made("hls", false);
+  qlnmedia::PatchOptions options;
+  options.in = in;
+  options.out = Folder("told");
+  options.segments = true;
+  options.delimiters = true;
+  std::vector<std::string> there;
+  std::vector<std::string> all;
+  options.unfinished = [&](const std::string& path, bool comes) {
+    if (comes) {
+      EXPECT_FALSE(fs::exists(path)) << path;
+      there.push_back(path);
+      all.push_back(path);
+    } else {
+      EXPECT_FALSE(fs::exists(path)) << path;
+      there.erase(std::find(there.begin(), there.end(), path));
+    }
+  };
+  qlnmedia::PatchFile(options);
+  EXPECT_TRUE(there.empty());
+  // One folder, which stands for what is in it.
+  ASSERT_EQ(all.size(), 1u);
+  EXPECT_EQ(fs::path(all[0]).parent_path(), fs::path(options.out).parent_path());
+  EXPECT_EQ(PartsOf(options.out), PartsOf(in));
 }
 
 TEST(Segments, WhatCannotBeReadAsOneStreamIsRefused) {
