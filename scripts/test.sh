@@ -5,6 +5,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 preset=${QLN_PRESET:-release}
+# Encoded once for all presets.
+export QLN_MADE_DIR=${QLN_MADE_DIR:-$PWD/build/made}
 scripts/setup.sh
 mkdir -p build
 if ! cmake --preset "$preset" >build/configure.log 2>&1; then

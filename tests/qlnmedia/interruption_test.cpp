@@ -46,6 +46,7 @@ class Interrupted : public testing::TestWithParam<int> {
 
 TEST_P(Interrupted, RemovesWhatIsThereAndEndsByTheSignal) {
   const int status = StatusOf([this] {
+    std::signal(GetParam(), SIG_DFL);  // whoever started the tests may ignore it
     Interruption interruption;
     const UnfinishedCallback unfinished = interruption.callback();
     unfinished(folder_ / "parts", true);
@@ -82,6 +83,7 @@ TEST_P(Interrupted, StaysIgnoredWhereItWas) {
 
 TEST_P(Interrupted, DoesAsBeforeWhenTheWorkIsDone) {
   const int status = StatusOf([this] {
+    std::signal(GetParam(), SIG_DFL);
     { Interruption interruption; }
     std::signal(GetParam(), [](int) { _exit(7); });
     kill(getpid(), GetParam());

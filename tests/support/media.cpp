@@ -7,11 +7,13 @@
 #include <unistd.h>
 
 #include <array>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <regex>
+#include <optional>
 #include <sstream>
+#include <utility>
 
 namespace qln::test {
 
@@ -43,14 +45,22 @@ std::string MediaPath(const std::string& name) {
   return folder + "/" + name;
 }
 
+// What encoders made, for all programs, and where the environment says so for those of other builds too.
+static std::string MadePath(const std::string& name) {
+  const char* const shared = std::getenv("QLN_MADE_DIR");
+  const std::string folder = shared != nullptr ? shared : QLN_MEDIA_DIR "/made";
+  fs::create_directories(folder);
+  return folder + "/" + name;
+}
+
 std::string MediaFile(const std::string& name, const std::string& command, int secondsLimit) {
-  const std::string path = MediaPath(name);
+  const std::string path = MadePath(name);
   const std::string recipe = path + ".recipe";
   const Bytes made = ReadFile(recipe);
   if (fs::exists(path) && std::string(made.begin(), made.end()) == command) return path;
 
   // Written beside and renamed, so that two test programs may make the same file at once.
-  const fs::path beside = MediaPath("new-" + std::to_string(getpid()) + "-" + name);
+  const fs::path beside = MadePath("new-" + std::to_string(getpid()) + "-" + name);
   std::string filled = command;
   for (size_t at; (at = filled.find("{out}")) != std::string::npos;) filled.replace(at, 5, beside.string());
   const CommandResult result = Run(filled, secondsLimit);
@@ -77,25 +87,41 @@ bool TracedUnit::has(const std::string& elementName) const {
   return false;
 }
 
-std::vector<TracedUnit> TraceHeaders(const std::string& file, const std::string& inputOptions) {
-  const CommandResult result =
-      Run("ffmpeg -hide_banner -v trace -nostdin " + inputOptions + " -i '" + file +
-          "' -map 0:v:0 -c copy -bsf:v trace_headers -f null - 2>&1 | grep '^\\[trace_headers'");
-  // "[trace_headers @ 0x...] 8           profile_idc                    01100100 = 100"
-  static const std::regex kElement(R"(^\[trace_headers[^\]]*\] (\d+)\s+(\S+)\s+([01]+) = (-?\d+)$)");
-  static const std::regex kHeading(R"(^\[trace_headers[^\]]*\] ([A-Za-z].*)$)");
+// "8           profile_idc                    01100100 = 100"
+static std::optional<TracedElement> ParseElement(const std::string& line) {
+  std::istringstream words(line);
+  TracedElement element;
+  std::string bits;
+  std::string equals;
+  if (!(words >> element.position >> element.name >> bits >> equals >> element.value) || equals != "=")
+    return {};
+  if (bits.find_first_not_of("01") != std::string::npos || !(words >> std::ws).eof()) return {};
+  return element;
+}
+
+// "[trace_headers @ 0x...] " stands in front of a heading or an element; other lines are none of ours.
+static std::vector<TracedUnit> ParseTrace(const std::string& text) {
   std::vector<TracedUnit> units;
-  std::istringstream lines(result.output);
+  std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
-    std::smatch match;
-    if (std::regex_match(line, match, kElement)) {
+    const size_t end = line.find("] ");
+    if (line.rfind("[trace_headers", 0) != 0 || end == std::string::npos) continue;
+    line.erase(0, end + 2);
+    if (line.empty()) continue;
+    if (std::isalpha(static_cast<unsigned char>(line[0])) != 0) {
+      units.push_back({line, {}});
+    } else if (std::optional<TracedElement> element = ParseElement(line)) {
       if (units.empty()) units.push_back({});
-      units.back().elements.push_back({std::stoi(match[1]), match[2], std::stoll(match[4])});
-    } else if (std::regex_match(line, match, kHeading)) {
-      units.push_back({match[1], {}});
+      units.back().elements.push_back(std::move(*element));
     }
   }
   return units;
+}
+
+std::vector<TracedUnit> TraceHeaders(const std::string& file, const std::string& inputOptions) {
+  return ParseTrace(Run("ffmpeg -hide_banner -v trace -nostdin " + inputOptions + " -i '" + file +
+                        "' -map 0:v:0 -c copy -bsf:v trace_headers -f null - 2>&1 | grep '^\\[trace_headers'")
+                        .output);
 }
 
 std::vector<Bytes> SplitByteStream(const Bytes& stream) {

@@ -41,11 +41,11 @@ TEST(InspectFormat, FieldOrderOfTheStreamMakesItInterlaced) {
 
 // The library has a word near to each of these, of another raster or another rate.
 TEST(InspectFormat, NoneWhereTheNearestIsOfAnotherRasterOrRate) {
-  EXPECT_EQ(SignalFormat(Clip("format-360p.mp4", "640x360")), nullptr);
+  const std::string small = Clip("format-360p.mp4", "640x360");
+  EXPECT_EQ(SignalFormat(small), nullptr);
   EXPECT_EQ(SignalFormat(Clip("format-1934.mp4", "1934x1080")), nullptr);
   EXPECT_EQ(SignalFormat(Clip("format-90.mp4", "1280x720", "-r 90")), nullptr);
-  EXPECT_THAT(Qlnmedia("inspect '" + MediaPath("format-360p.mp4") + "'").output,
-              HasSubstr("Signal format  none\n"));
+  EXPECT_THAT(Qlnmedia("inspect '" + small + "'").output, HasSubstr("Signal format  none\n"));
 }
 
 TEST(InspectFormat, RasterThatHasNone) {
