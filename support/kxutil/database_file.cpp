@@ -50,8 +50,8 @@ class Descriptor {
 // False if what was renamed in a folder may be lost with the power. Some file systems cannot be asked.
 bool FlushFolder(const std::string& path) {
   const std::string folder = FolderOf(path);
-  const Descriptor open_(open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (open_.number() < 0 || fsync(open_.number()) == 0) return true;
+  const Descriptor opened(open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (opened.number() < 0 || fsync(opened.number()) == 0) return true;
   return errno != EIO && errno != ENOSPC && errno != EDQUOT;
 }
 
@@ -96,9 +96,9 @@ bool WriteAll(int descriptor, std::string_view bytes) {
 }
 
 bool IsFile(const std::string& path, int descriptor) {
-  struct stat named, open_;
-  return stat(path.c_str(), &named) == 0 && fstat(descriptor, &open_) == 0 && named.st_dev == open_.st_dev &&
-         named.st_ino == open_.st_ino;
+  struct stat named, opened;
+  return stat(path.c_str(), &named) == 0 && fstat(descriptor, &opened) == 0 &&
+         named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
 }
 
 bool PutInPlace(const std::string& path, const FileState& old, const std::string& beside,

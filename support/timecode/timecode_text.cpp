@@ -13,8 +13,8 @@ constexpr size_t kMostDigits = 10;  // of a count, and so of its hours
 // How a type counts. The numbers are constants, so that no division by them is one.
 template <uint8_t kType>
 struct Counting {
-  static constexpr uint32_t framesPerSecond = qln::FindTimecodeType(kType)->numbers;
-  static constexpr uint32_t dropped = qln::FindTimecodeType(kType)->skipped;
+  static constexpr uint32_t kFramesPerSecond = qln::FindTimecodeType(kType)->numbers;
+  static constexpr uint32_t kDropped = qln::FindTimecodeType(kType)->skipped;
 };
 
 // Calls `action` with the counting of a timecode type; unknown ones count as those without skipped numbers.
@@ -48,28 +48,28 @@ struct Groups {
 
 template <class Counting>
 Groups SplitCount(uint64_t count, Counting counting) {
-  if constexpr (counting.dropped != 0) {
+  if constexpr (counting.kDropped != 0) {
     // Put the skipped numbers back in: nine times in ten minutes, and once for each full minute behind the
     // first.
-    constexpr uint64_t kShortMinute = uint64_t{counting.framesPerSecond} * 60 - counting.dropped;
-    constexpr uint64_t kTenMinutes = kShortMinute * 10 + counting.dropped;
+    constexpr uint64_t kShortMinute = uint64_t{counting.kFramesPerSecond} * 60 - counting.kDropped;
+    constexpr uint64_t kTenMinutes = kShortMinute * 10 + counting.kDropped;
     const uint64_t rest = count % kTenMinutes;
     uint64_t skips = count / kTenMinutes * 9;
-    if (rest >= counting.dropped) skips += (rest - counting.dropped) / kShortMinute;
-    count += skips * counting.dropped;
+    if (rest >= counting.kDropped) skips += (rest - counting.kDropped) / kShortMinute;
+    count += skips * counting.kDropped;
   }
-  const uint64_t seconds = count / counting.framesPerSecond;
-  return {seconds / 3600, seconds / 60 % 60, seconds % 60, count % counting.framesPerSecond};
+  const uint64_t seconds = count / counting.kFramesPerSecond;
+  return {seconds / 3600, seconds / 60 % 60, seconds % 60, count % counting.kFramesPerSecond};
 }
 
 template <class Counting>
 uint64_t JoinCount(Groups groups, Counting counting) {
   const uint64_t minutes = groups.hours * 60 + groups.minutes;
   // A skipped number is taken as the next one that exists.
-  if (minutes % 10 != 0 && groups.seconds == 0 && groups.frames < counting.dropped)
-    groups.frames = counting.dropped;
-  return (minutes * 60 + groups.seconds) * counting.framesPerSecond + groups.frames -
-         counting.dropped * (minutes - minutes / 10);
+  if (minutes % 10 != 0 && groups.seconds == 0 && groups.frames < counting.kDropped)
+    groups.frames = counting.kDropped;
+  return (minutes * 60 + groups.seconds) * counting.kFramesPerSecond + groups.frames -
+         counting.kDropped * (minutes - minutes / 10);
 }
 
 // Writes a number with at least two digits. Returns the place behind it.
@@ -129,7 +129,7 @@ int32_t TimeCodeToString(uint32_t timecode, uint32_t flags, char* output) {
     next = WriteGroup(next, groups.minutes);
     *next++ = ':';
     next = WriteGroup(next, groups.seconds);
-    *next++ = counting.dropped != 0 ? ';' : ':';
+    *next++ = counting.kDropped != 0 ? ';' : ':';
     next = WriteGroup(next, groups.frames);
     *next = '\0';
   });
