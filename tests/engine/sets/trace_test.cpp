@@ -195,9 +195,8 @@ std::string X265(Settings& draw) {
   if (draw.Maybe())
     words += " --level-idc " + draw.Of({"3.1", "4", "5.1", "6.2"}) + draw.Of({"", " --high-tier"});
   if (draw.Maybe()) words += " --keyint 1";
-  if (draw.Maybe()) words += " --slices " + draw.Of({"1", "2"});
-  if (draw.Maybe())
-    words += draw.Of({" --lossless", " --cu-lossless", " --tskip", " --no-signhide", " --weightb"});
+  // Lossless coding and several slices of pictures this small make this encoder stop for good or crash.
+  if (draw.Maybe()) words += draw.Of({" --cu-lossless", " --tskip", " --no-signhide", " --weightb"});
   if (draw.Maybe())
     words += " --ctu " + draw.Of({"16", "32", "64"}) + " --min-cu-size " + draw.Of({"8", "16"});
   if (draw.Maybe()) words += " --rect --amp";
