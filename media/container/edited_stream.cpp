@@ -37,6 +37,10 @@ void SetParameters(AVStream* out, const OutputParameters& wanted) {
                                 static_cast<int>(wanted.sampleAspect->height)};
     parameters.sample_aspect_ratio = out->sample_aspect_ratio;
   }
+  if (wanted.size) {
+    parameters.width = static_cast<int>((*wanted.size)[0]);
+    parameters.height = static_cast<int>((*wanted.size)[1]);
+  }
   if (wanted.mastering) SetContainerMastering(out, *wanted.mastering);
   if (wanted.lightLevel) SetContainerLightLevel(out, *wanted.lightLevel);
 }

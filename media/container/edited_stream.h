@@ -2,6 +2,8 @@
 #ifndef MEDIA_CONTAINER_EDITED_STREAM_H
 #define MEDIA_CONTAINER_EDITED_STREAM_H
 
+#include <array>
+#include <cstdint>
 #include <optional>
 
 #include "container/libav_handles.h"
@@ -18,6 +20,7 @@ struct OutputParameters {
   std::optional<SampleAspect> sampleAspect;
   std::optional<MasteringDisplay> mastering;
   std::optional<LightLevel> lightLevel;
+  std::optional<std::array<uint32_t, 2>> size;  // width and height
   std::optional<bool> interlaced;
   bool bottomFirst = false;  // of interlaced pictures
 };

@@ -6,9 +6,11 @@
 
 #include <deque>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "patch/container_facts.h"
+#include "units/coded_stream.h"
 
 namespace qlnmedia {
 
@@ -32,6 +34,14 @@ class CarriedTracks::Editor final : public mp4::SampleEditor {
   Editor(EditedStream& edited, SampleUnits units, std::string where, bool setsOnly)
       : edited_(edited), units_(std::move(units)), where_(std::move(where)), setsOnly_(setsOnly) {}
 
+  // From here on gives a track the size of pictures of each description that has its sets in its samples
+  // alone.
+  void FollowPictures(mp4::TrackChange& track) {
+    track_ = &track;
+    for (const mp4::PictureSize& picture : track.pictures) known_.insert(picture.description);
+    config_ = ConfigOf(edited_.stream);
+  }
+
   bool Wants(const mp4::Source& source, const mp4::Sample& sample) override {
     if (!setsOnly_ || !sample.inFile || sample.offset > source.size() ||
         sample.size > source.size() - sample.offset)
@@ -45,7 +55,9 @@ class CarriedTracks::Editor final : public mp4::SampleEditor {
     if (!units_.Take(sample, bytes, given)) return;
     AccessUnit unit{std::move(given.bytes), sample.compositionTime, sample.decodeTime, sample.sync};
     given.bytes.clear();
-    waiting_.push_back({sample.number, sample.description, std::move(given)});
+    std::vector<Bytes> sets;
+    if (track_ != nullptr && known_.count(sample.description) == 0) sets = UnitsIn(unit.data);
+    waiting_.push_back({sample.number, sample.description, std::move(given), std::move(sets)});
     edited_.editor->Push(std::move(unit));
     GiveBack(returns);
   }
@@ -60,12 +72,27 @@ class CarriedTracks::Editor final : public mp4::SampleEditor {
     uint64_t number;
     uint32_t description;
     SampleUnits::Given given;
+    std::vector<Bytes> units;  // where they are to be asked for the size of pictures
   };
+
+  std::vector<Bytes> UnitsIn(ByteSpan data) const {
+    std::vector<Bytes> units;
+    for (Unit& unit : TakeApart(data, config_.framing).units) units.push_back(std::move(unit.bytes));
+    return units;
+  }
+
+  void TakePictures(const Waiting& waiting, ByteSpan edited) {
+    std::optional<mp4::PictureSize> size = PictureSizeOf(config_.codec, waiting.units, UnitsIn(edited));
+    if (!size || !known_.insert(waiting.description).second) return;
+    size->description = waiting.description;
+    track_->pictures.push_back(*size);
+  }
 
   void GiveBack(mp4::SampleReturns& returns) {
     while (std::optional<EditedUnit> edited = edited_.editor->Pull()) {
       const Waiting waiting = std::move(waiting_.front());
       waiting_.pop_front();
+      if (!waiting.units.empty()) TakePictures(waiting, edited->unit.data);
       if (!edited->changed) continue;
       const SampleUnits::Returned returned =
           units_.GiveBack(waiting.description, waiting.given, edited->unit.data, where_);
@@ -81,9 +108,35 @@ class CarriedTracks::Editor final : public mp4::SampleEditor {
   bool setsOnly_;
   std::optional<mp4::Reader> reader_;
   std::deque<Waiting> waiting_;
+  mp4::TrackChange* track_ = nullptr;
+  std::set<uint32_t> known_;  // descriptions whose pictures are known
+  ConfigRecord config_;
 };
 
+namespace {
+
+// Those of the sample descriptions that hold parameter sets.
+std::vector<mp4::PictureSize> PicturesOf(const CarriedInput& in, unsigned index, const EditedStream& edited) {
+  std::vector<mp4::PictureSize> pictures;
+  const Codec codec = *UnitCodecOf(edited.stream.codec);
+  std::vector<std::vector<uint8_t>> records = in.OtherPrivateData(index);
+  records.insert(records.begin(), edited.stream.privateData);
+  for (uint32_t i = 0; i < records.size(); ++i) {
+    const StreamEditor& editor = i == 0 ? *edited.editor : *edited.others[i - 1];
+    std::optional<mp4::PictureSize> size =
+        PictureSizeOf(codec, ReadConfigRecord(codec, records[i]).units(),
+                      ReadConfigRecord(codec, editor.privateData()).units());
+    if (!size) continue;
+    size->description = i + 1;
+    pictures.push_back(*size);
+  }
+  return pictures;
+}
+
+}  // namespace
+
 CarriedTracks::CarriedTracks(const CarriedInput& in, EditedStreams& streams, const EditOptions& options) {
+  change_.tracks.reserve(streams.streams().size());  // editors keep their places
   for (auto& [index, edited] : streams.streams()) {
     if (!streams.ChangesPictures(index)) continue;
     editors_.push_back(std::make_unique<Editor>(edited, in.UnitsOf(index),
@@ -97,8 +150,11 @@ CarriedTracks::CarriedTracks(const CarriedInput& in, EditedStreams& streams, con
         const StreamEditor& editor = i == 0 ? *edited.editor : *edited.others[i - 1];
         if (boxes[i] != 0) track.privateData.push_back({i + 1, boxes[i], editor.privateData()});
       }
+      if (options.cropping) track.pictures = PicturesOf(in, index, edited);
     }
     change_.tracks.push_back(std::move(track));
+    if (options.cropping && UnitCodecOf(edited.stream.codec))
+      editors_.back()->FollowPictures(change_.tracks.back());
   }
 }
 

@@ -4,6 +4,9 @@
 
 #include <algorithm>
 
+#include "sets/sps_facts.h"
+#include "units/access_unit.h"
+
 namespace qlnmedia {
 
 namespace {
@@ -22,7 +25,30 @@ std::array<uint8_t, 24> BodyOf(const MasteringDisplay& display) {
   return out;
 }
 
+std::optional<SpsFacts> FirstSps(Codec codec, const std::vector<Bytes>& units) {
+  for (const Bytes& unit : units) {
+    if (!IsSps(codec, UnitType(codec, unit)) || !IsBaseLayer(codec, unit)) continue;
+    if (std::optional<SpsFacts> facts = ReadSpsFacts(codec, unit)) return facts;
+  }
+  return {};
+}
+
 }  // namespace
+
+std::optional<mp4::PictureSize> PictureSizeOf(Codec codec, const std::vector<Bytes>& before,
+                                              const std::vector<Bytes>& after) {
+  const std::optional<SpsFacts> was = FirstSps(codec, before);
+  const std::optional<SpsFacts> is = FirstSps(codec, after);
+  if (!was || !is) return {};
+  mp4::PictureSize size;
+  size.wasWidth = was->width;
+  size.wasHeight = was->height;
+  size.width = is->width;
+  size.height = is->height;
+  size.left = int64_t{is->cropping.left} - int64_t{was->cropping.left};
+  size.top = int64_t{is->cropping.top} - int64_t{was->cropping.top};
+  return size;
+}
 
 mp4::ContainerFacts FactsOf(const StreamChanges& changes, const StreamDescription& stream) {
   mp4::ContainerFacts facts;

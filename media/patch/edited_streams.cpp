@@ -144,7 +144,7 @@ void EditedStreams::MakeEditor(unsigned index, EditedStream& edited, CaptionProv
   edited.editor = std::make_unique<StreamEditor>(edited.stream, changes, edited.survey.get(), where);
 }
 
-// Raw and transport streams have no place for it.
+// Raw and transport streams have no place for it, nor for a size.
 bool EditedStreams::HasContainerColour() const {
   const MediaFile& media = in_.media();
   return !media.isRawStream() && !media.isTransportStream();
@@ -169,6 +169,8 @@ std::string EditedStreams::LineOf(unsigned index, const EditedStream& edited) co
     add(fmt::format("{} sequence parameter sets in the {} changed", counts.privateSequenceSets,
                     ConfigOf(edited.stream).box ? boxName : "private data"));
   if ((options_.colour || options_.fullRange) && HasContainerColour()) add("container colour set");
+  if (options_.cropping && HasContainerColour() && counts.sequenceSets + counts.privateSequenceSets != 0)
+    add("container size set");
   count(counts.unitsRemoved, "units taken out");
   count(counts.messagesRemoved, "messages taken out");
   count(counts.hdrMessagesRemoved, "SEI messages taken out");

@@ -2,8 +2,11 @@
 
 #include "patch/muxed_file.h"
 
+#include <array>
+#include <cstdint>
 #include <deque>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include "base/error.h"
@@ -11,10 +14,13 @@
 #include "container/coded_stream.h"
 #include "container/edited_stream.h"
 #include "container/media_writer.h"
+#include "container/mp4/picture_size.h"
 #include "container/packet_joiner.h"
 #include "container/raw_end.h"
+#include "patch/container_facts.h"
 #include "patch/edited_streams.h"
 #include "patch/verify.h"
+#include "units/coded_stream.h"
 
 namespace qlnmedia {
 
@@ -97,6 +103,19 @@ class Packets {
   std::deque<PacketHandle> waiting_;
 };
 
+// What the container shall say of the size of cropped pictures, where it says one and their sets stand in
+// front of them.
+std::optional<std::array<uint32_t, 2>> CroppedSize(const MediaFile& in, unsigned index,
+                                                   const EditedStream& edited) {
+  const ContainerColour& said = in.containerColour(index);
+  const Codec codec = *UnitCodecOf(edited.stream.codec);
+  const std::optional<mp4::PictureSize> size =
+      PictureSizeOf(codec, ReadConfigRecord(codec, edited.stream.privateData).units(),
+                    ReadConfigRecord(codec, edited.editor->privateData()).units());
+  if (!size || said.width <= 0 || said.height <= 0) return {};
+  return mp4::FollowedSize(*size, {static_cast<uint32_t>(said.width), static_cast<uint32_t>(said.height)});
+}
+
 void SetParametersOf(const MediaFile& in, const EditedStreams& streams, const EditOptions& options,
                      const MediaWriter& out) {
   for (const auto& [index, edited] : streams.streams()) {
@@ -109,6 +128,7 @@ void SetParametersOf(const MediaFile& in, const EditedStreams& streams, const Ed
     if (!in.isTransportStream()) parameters.sampleAspect = options.sampleAspect;
     parameters.mastering = options.mastering;
     parameters.lightLevel = options.lightLevel;
+    if (options.cropping) parameters.size = CroppedSize(in, index, edited);
     parameters.interlaced = options.interlaced;
     parameters.bottomFirst = edited.stream.bottomFirst;
     SetParameters(out.stream(index), parameters);

@@ -6,6 +6,7 @@
 
 #include "container/mp4/fragment_edit.h"
 #include "container/mp4/index_edit.h"
+#include "container/mp4/picture_size.h"
 #include "container/mp4/track_edit.h"
 
 namespace qlnmedia::mp4 {
@@ -104,12 +105,12 @@ void Carrier::PrepareSamples(Counts& counts) {
 void Carrier::PrepareDescriptions(Counts& counts) {
   for (const TrackChange& change : change_->tracks) {
     const bool grown = edit_->changedTracks.count(change.trackId) != 0;
-    if (!grown && change.privateData.empty() && !change.facts.any()) continue;
+    const bool wished = !change.privateData.empty() || change.facts.any() || !change.pictures.empty();
+    if (!grown && !wished) continue;
     for (const Movie& movie : layout_.movies) {
       const Track* const track = movie.Find(change.trackId);
       if (track == nullptr) continue;
       track->Require();
-      const bool wished = !change.privateData.empty() || change.facts.any();
       std::optional<BitRates> before;
       std::optional<BitRates> after;
       if (grown) {
@@ -168,7 +169,12 @@ void Carrier::PrepareShape(bool keepPlaces) {
 void Carrier::WriteBoxes() {
   Reader reader(source_);
   for (const Movie& movie : layout_.movies) {
-    for (const Track& track : movie.tracks) WriteTrack(*edit_, track);
+    for (const Track& track : movie.tracks) {
+      WriteTrack(*edit_, track);
+      for (const TrackChange& change : change_->tracks) {
+        if (change.trackId == track.id) WritePictureSizes(*edit_, track, change.pictures);
+      }
+    }
     if (edit_->Growth(movie.box.at, movie.box.end) != 0) RequireBody(reader, movie.box, 0);
     edit_->PutBoxSize(reader, movie.box);
   }
@@ -193,6 +199,11 @@ void Carrier::WriteBoxes() {
     if (box.type == FourCc("mdat")) edit_->PutBoxSize(reader, box);
     index = box;
   });
+}
+
+bool Carrier::resizesPictures() const {
+  return std::any_of(change_->tracks.begin(), change_->tracks.end(),
+                     [](const TrackChange& track) { return !track.pictures.empty(); });
 }
 
 void Carrier::Write(Sink& sink) const {

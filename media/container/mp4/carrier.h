@@ -63,6 +63,8 @@ class Carrier {
   // Behind Prepare: what is changed, the size that comes out, and whether that is another file at all.
   const Splices& splices() const { return edit_->samples; }
   uint64_t outputSize() const { return source_.size() + static_cast<uint64_t>(splices().growth()); }
+  // True where the sizes of pictures may be others afterwards.
+  bool resizesPictures() const;
   bool changesNothing() const { return splices().empty(); }
   // Gives the whole output to a sink.
   void Write(Sink& sink) const;

@@ -78,6 +78,14 @@ struct ContainerFacts {
   bool any() const { return colour || pixelShape || cleanAperture || fields || mastering || lightLevel; }
 };
 
+// Pictures of a sample description that become of another size, as the stream says.
+struct PictureSize {
+  uint32_t description = 1;  // 1-based
+  uint32_t wasWidth = 0, wasHeight = 0;
+  uint32_t width = 0, height = 0;
+  int64_t left = 0, top = 0;  // samples by which their begin moves in
+};
+
 struct TrackChange {
   uint32_t trackId = 0;
   // Null where no sample changes. Kept by the caller.
@@ -85,6 +93,8 @@ struct TrackChange {
   // This and the facts are read behind SampleEditor::End, which may still fill them in.
   std::vector<PrivateData> privateData = {};
   ContainerFacts facts = {};
+  // One for each description at most; what the track says of its size follows the first.
+  std::vector<PictureSize> pictures = {};
 };
 
 struct Change {

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "container/mp4/picture_size.h"
+
 namespace qlnmedia::mp4 {
 
 namespace {
@@ -76,6 +78,13 @@ class DescriptionEditor {
     if (facts.lightLevel) Set(FourCc("clli"), Numbers(*facts.lightLevel, 2));
   }
 
+  void FollowPicture(const PictureSize& picture, const std::array<uint32_t, 2>& said) {
+    for (Piece& piece : pieces_) {
+      if (piece.type == FourCc("clap"))
+        piece.body = FollowedAperture(piece.body, picture, said, FollowedSize(picture, said));
+    }
+  }
+
   void SetRates(const BitRates& before, const BitRates& after) {
     for (Piece& piece : pieces_) {
       if (piece.type != FourCc("btrt") || piece.body.size() < 12) continue;
@@ -143,6 +152,11 @@ std::optional<NewDescription> EditDescription(const Source& source, const Layout
     }
   }
   editor.SetFacts(change.facts, layout.quickTime);
+  for (const PictureSize& picture : change.pictures) {
+    if (picture.description != number) continue;
+    Reader reader(source);
+    editor.FollowPicture(picture, ReadEntrySize(reader, description));
+  }
   if (before != nullptr) editor.SetRates(*before, *after);
   Bytes fresh = editor.Joined();
   if (fresh == old) return std::nullopt;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <initializer_list>
 
+#include "container/mp4/picture_size.h"
 #include "container/mp4/sample_table.h"
 
 namespace qlnmedia::mp4 {
@@ -34,6 +35,9 @@ bool IsFact(uint32_t type) {
                         FourCc("fiel"), FourCc("mdcv"), FourCc("clli"), FourCc("btrt")});
 }
 
+// What QuickTime says of a track's size, in `tapt`: 4 bytes and the size.
+bool IsAperture(uint32_t type) { return IsOneOf(type, {FourCc("clef"), FourCc("prof"), FourCc("enof")}); }
+
 bool SameType(uint32_t was, uint32_t is) {
   return was == is || (was == FourCc("stco") && is == FourCc("co64")) ||
          (was == FourCc("stz2") && is == FourCc("stsz"));
@@ -41,8 +45,9 @@ bool SameType(uint32_t was, uint32_t is) {
 
 class BoxCheck {
  public:
-  BoxCheck(const Source& in, const Source& out, std::string name)
-      : in_(in), out_(out), name_(std::move(name)), inReader_(in), outReader_(out) {}
+  // `resized`: the sizes of pictures may be others.
+  BoxCheck(const Source& in, const Source& out, std::string name, bool resized)
+      : in_(in), out_(out), name_(std::move(name)), inReader_(in), outReader_(out), resized_(resized) {}
 
   uint64_t Run() {
     Level(BoxLevel::Top(inReader_), in_.size(), BoxLevel::Top(outReader_), out_.size(), false);
@@ -81,6 +86,13 @@ class BoxCheck {
       return Inside(before, after, ofVideo);
     }
     if (before.type == FourCc("stsd") && video) return CompareDescriptions(before, after);
+    if (resized_ && video && before.type == FourCc("tkhd") && before.bodySize() > kHeaderSizeBytes) {
+      return RequireSame(before, before.at, before.end - kHeaderSizeBytes, after.at,
+                         after.end - std::min(kHeaderSizeBytes, after.bodySize()));
+    }
+    if (resized_ && video && before.type == FourCc("tapt")) return Inside(before, after, video);
+    if (resized_ && video && IsAperture(before.type) && before.bodySize() == 12)
+      return RequireSame(before, before.at, before.body + 4, after.at, after.end - 8);
     // Items may be named by place.
     if (before.type == FourCc("meta") && HasPlaces(before)) return;
     if (before.type == FourCc("udta")) {
@@ -118,10 +130,18 @@ class BoxCheck {
     while (was.Next(entry)) {
       if (!is.Next(other) || other.type != entry.type) Fail(entry, "is missing");
       const uint64_t fields = std::min(kVisualSampleEntryBytes, entry.bodySize());
-      RequireSame(entry, entry.body, entry.body + fields, other.body,
-                  other.body + std::min(fields, other.bodySize()));
+      RequireSameFields(entry, other, fields);
       CompareFacts(entry, other, fields);
     }
+  }
+
+  void RequireSameFields(const Box& entry, const Box& other, uint64_t fields) const {
+    const uint64_t end = other.body + std::min(fields, other.bodySize());
+    if (!resized_ || fields < kVisualSampleEntryBytes || end - other.body != fields)
+      return RequireSame(entry, entry.body, entry.body + fields, other.body, end);
+    constexpr uint64_t kBehind = kEntrySizeAt + kEntrySizeBytes;
+    RequireSame(entry, entry.body, entry.body + kEntrySizeAt, other.body, other.body + kEntrySizeAt);
+    RequireSame(entry, entry.body + kBehind, entry.body + fields, other.body + kBehind, end);
   }
 
   void CompareFacts(const Box& entry, const Box& other, uint64_t fields) {
@@ -145,6 +165,7 @@ class BoxCheck {
   std::string name_;
   Reader inReader_;
   Reader outReader_;
+  bool resized_;
   uint64_t boxes_ = 0;
 };
 
@@ -213,7 +234,7 @@ LayoutChecked CheckLayout(const Carrier& carrier, const Source& output, const st
   if (output.size() != carrier.outputSize())
     throw Error(name, "is of " + std::to_string(output.size()) + " bytes, and should be of " +
                           std::to_string(carrier.outputSize()));
-  checked.boxes = BoxCheck(carrier.source(), output, name).Run();
+  checked.boxes = BoxCheck(carrier.source(), output, name, carrier.resizesPictures()).Run();
   const Layout written = ReadLayout(output, carrier.layout().initialization);
   const SampleCheck samples(carrier, output, written, name);
   std::set<uint32_t> ids;
