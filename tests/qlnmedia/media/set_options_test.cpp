@@ -77,6 +77,10 @@ TEST_P(SetOptionsEverywhere, AreReadBack) {
   EXPECT_EQ(
       Text("ffmpeg -v error -flags unaligned -i '" + out + "' -map 0:v -frames:v 1 -f rawvideo - | wc -c"),
       std::to_string((128 - 8) * (96 - 4) * 3 / 2) + "\n");
+  EXPECT_EQ(Text("ffprobe -v error -select_streams v -show_entries stream=width,height -of csv=p=0 '" + out +
+                 "' | head -1"),
+            "120,92\n");
+  EXPECT_EQ(Qlnmedia("check '" + out + "'").output, "nothing found\n");
   // The container's own, where it has a place: samples of 16:11.
   EXPECT_EQ(Text("ffprobe -v error -select_streams v -show_entries stream=sample_aspect_ratio -of csv=p=0 '" +
                  out + "' | head -1"),
