@@ -99,7 +99,7 @@ MB_WIDTH, MB_HEIGHT = 4, 4
 
 def pcm_sps(frames_only, gaps=0):
     bits = Bits().u(8, 66 if frames_only else 77).u(8, 0).u(8, 30).ue(0)
-    bits.ue(0).ue(0).ue(2).ue(1).u(1, gaps)  # frame_num of 4 bits, order counts of 4, one reference
+    bits.ue(0).ue(0).ue(0).ue(1).u(1, gaps)  # frame_num of 4 bits, order counts of 4, one reference
     bits.ue(MB_WIDTH - 1).ue((MB_HEIGHT if frames_only else MB_HEIGHT // 2) - 1).u(1, frames_only)
     if not frames_only:
         bits.u(1, 0)
@@ -309,15 +309,17 @@ class Asked:
         path = self.folder / ('end.hevc' if hevc else 'end.h264')
         path.write_bytes(stream)
         result = run([self.program, 'check', str(path)])
+        if result.returncode == 1 and b'no media that can be read' in result.stderr:
+            return False  # too little for anybody to tell what it is
         if result.returncode not in (0, 3):
             sys.exit(f'{path}: {result.stderr.decode()}')
         return 'ends early' in result.stdout.decode()
 
 
-# What the decoder at hand does not take is not judged: slice groups, slices in any order. Nor is a picture of some
-# bytes in all, which has no middle.
+# What the decoder at hand does not take alone is not judged: slice groups, slices in any order, single fields. Nor is a
+# picture of some bytes in all, which has no middle.
 def is_promised(name):
-    return not any(word in name for word in ('group', 'any order', 'baseline slices', 'skipped', 'PCM slices'))
+    return not any(word in name for word in ('group', 'any order', 'baseline slices', 'skipped', 'PCM slices', 'PCM fields'))
 
 
 def try_ends(asked, name, pictures, hevc):

@@ -2,6 +2,8 @@
 
 #include "container/describe_stream.h"
 
+#include <fmt/format.h>
+
 #include <cmath>
 #include <cstring>
 #include <iterator>
@@ -85,6 +87,14 @@ std::optional<double> RotationOf(const std::optional<std::array<int32_t, 9>>& ma
 const char* StreamKindName(StreamKind kind) {
   static constexpr const char* kNames[] = {"unknown", "video", "audio", "data", "subtitle", "attachment"};
   return kNames[static_cast<size_t>(kind)];
+}
+
+std::string StreamText(const AVStream& stream) {
+  const AVCodecParameters& parameters = *stream.codecpar;
+  const char* const codec =
+      parameters.codec_id == AV_CODEC_ID_NONE ? "unknown codec" : avcodec_get_name(parameters.codec_id);
+  return fmt::format("stream {} ({}, {})", stream.index, StreamKindName(KindOf(parameters.codec_type)),
+                     codec);
 }
 
 std::vector<Tag> DescribeTags(const AVDictionary* dictionary) {

@@ -15,6 +15,9 @@ ContainerColour DescribeContainerColour(const AVStream& stream);
 MediaStream DescribeMediaStream(const AVStream& stream, const ContainerColour& colour, bool raw,
                                 bool described);
 
+// A stream as failures name it: "stream 1 (audio, mp2)".
+std::string StreamText(const AVStream& stream);
+
 // A dictionary of libavformat in its order.
 std::vector<Tag> DescribeTags(const AVDictionary* dictionary);
 

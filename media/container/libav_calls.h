@@ -84,8 +84,10 @@ extern "C" {
   CALL(avformat_open_input)              \
   CALL(avformat_query_codec)             \
   CALL(avformat_write_header)            \
+  CALL(avio_close_dyn_buf)               \
   CALL(avio_closep)                      \
-  CALL(avio_open)
+  CALL(avio_open)                        \
+  CALL(avio_open_dyn_buf)
 #define QLNMEDIA_LIBAV_CALLS(CALL) \
   QLNMEDIA_LIBAVUTIL_CALLS(CALL)   \
   QLNMEDIA_LIBAVCODEC_CALLS(CALL)  \

@@ -10,10 +10,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "base/error.h"
 #include "container/container_kind.h"
+#include "container/describe_stream.h"
 #include "container/same_streams.h"
 
 namespace qlnmedia {
@@ -26,6 +28,27 @@ std::string NameBeside(const std::string& path) {
   const std::string directory = slash == std::string::npos ? "" : path.substr(0, slash + 1);
   const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
   return fmt::format("{}.{}.{}.part", directory, name.substr(0, 200), getpid());
+}
+
+// Whether a muxer takes a stream where it is the only one.
+bool TakesAlone(const AVFormatContext& muxer, const AVStream& stream) {
+  AVFormatContext* context = nullptr;
+  if (avformat_alloc_output_context2(&context, muxer.oformat, nullptr, nullptr) < 0) throw std::bad_alloc();
+  AVStream* const alone = avformat_new_stream(context, nullptr);
+  bool taken = false;
+  if (alone != nullptr && avcodec_parameters_copy(alone->codecpar, stream.codecpar) >= 0 &&
+      avio_open_dyn_buf(&context->pb) >= 0) {
+    alone->id = stream.id;
+    alone->time_base = stream.time_base;
+    av_dict_copy(&alone->metadata, stream.metadata, 0);
+    taken = avformat_write_header(context, nullptr) >= 0;
+    uint8_t* written = nullptr;
+    avio_close_dyn_buf(context->pb, &written);
+    av_freep(&written);
+    context->pb = nullptr;
+  }
+  avformat_free_context(context);
+  return taken;
 }
 
 }  // namespace
@@ -81,8 +104,7 @@ void MediaWriter::CopyStream(unsigned index) {
   const AVStream& from = *in_.context()->streams[index];
   if (from.codecpar->codec_type != AVMEDIA_TYPE_ATTACHMENT && from.codecpar->codec_tag == 0 &&
       avformat_query_codec(context_->oformat, from.codecpar->codec_id, FF_COMPLIANCE_EXPERIMENTAL) == 0)
-    throw Error(in_.path(), fmt::format("stream {} ({}) cannot be carried over unchanged", index,
-                                        avcodec_get_name(from.codecpar->codec_id)));
+    throw Error(in_.path(), StreamText(from) + " cannot be carried over unchanged");
   AVStream* const to = avformat_new_stream(context_, nullptr);
   if (to == nullptr) throw std::bad_alloc();
   const int result = avcodec_parameters_copy(to->codecpar, from.codecpar);
@@ -177,7 +199,14 @@ void MediaWriter::WriteHeader() {
     if (encoder != nullptr) av_dict_set(&context_->metadata, encoder->key, encoder->value, 0);
     result = avformat_write_header(context_, nullptr);
   }
-  if (result < 0) Fail("the container cannot take these streams", result);
+  if (result >= 0) return;
+  for (unsigned i = 0; i < context_->nb_streams; ++i) {
+    if (!TakesAlone(*context_, *context_->streams[i]))
+      throw Error(in_.path(),
+                  StreamText(*in_.context()->streams[i]) + " is not taken by the container's muxer",
+                  "such files cannot be patched");
+  }
+  Fail("the container cannot take these streams together", result);
 }
 
 void MediaWriter::Write(AVPacket* packet) {
@@ -200,8 +229,8 @@ void MediaWriter::Write(AVPacket* packet) {
     throw Error(in_.path(), fmt::format("stream {}: its times go back, which cannot be written", index),
                 "cut the file there");
   lastDts_[index] = dts;
-  if (result < 0) Fail("writing failed", result);
   if (context_->pb->error < 0) Fail("writing failed", context_->pb->error);
+  if (result < 0) Fail(StreamText(*in_.context()->streams[index]) + ": writing failed", result);
 }
 
 void MediaWriter::Finish(const std::function<void(const std::string&)>& check) {

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "base/error.h"
+#include "container/describe_stream.h"
 
 namespace qlnmedia {
 
@@ -71,9 +72,7 @@ void RequireSameStreams(const MediaFile& in, const AVFormatContext& wanted, cons
     fail(fmt::format("its streams ({}; the output would have {})", was.nb_streams, is.nb_streams));
   for (unsigned i = 0; i < was.nb_streams; ++i) {
     const std::string difference = Difference(*was.streams[i], *is.streams[i], *wanted.streams[i]);
-    if (!difference.empty())
-      fail(fmt::format("stream {} ({}): its {}", i, avcodec_get_name(was.streams[i]->codecpar->codec_id),
-                       difference));
+    if (!difference.empty()) fail(fmt::format("{}: its {}", StreamText(*was.streams[i]), difference));
   }
   if (was.nb_programs != is.nb_programs) fail("its programs");
   if (was.nb_chapters != is.nb_chapters) fail("its chapters");

@@ -58,6 +58,10 @@ CodecContextHandle OpenDecoder(Codec codec, Surroundings& surroundings) {
   context->get_buffer2 = FilledBuffer;
   context->thread_count = 1;
   context->error_concealment = 0;  // nobody writes what the data does not give
+  // Pictures in between are left out, so that the order count of the last one may come out lower than that of
+  // the one in front; the decoder drops such a picture unless it keeps all of them up to the end.
+  constexpr int kMostWaiting = 16;
+  if (codec == Codec::kH264) context->has_b_frames = kMostWaiting;
   context->flags |= AV_CODEC_FLAG_OUTPUT_CORRUPT;
   context->flags2 |= AV_CODEC_FLAG2_SHOW_ALL;
   if (avcodec_open2(context.get(), decoder, nullptr) < 0) return nullptr;
