@@ -1,6 +1,7 @@
 // Packets taken apart into units and put together again, SEI messages read and taken out, emulation
-// prevention both ways: whatever the bytes are, none is lost and none is made up.
+// prevention both ways: whatever the bytes are, none is lost and none is made up. Program tables beside them.
 
+#include "container/caption_services.h"
 #include "fuzz_input.h"
 #include "units/access_unit.h"
 #include "units/mpeg2.h"
@@ -82,5 +83,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const Bytes back = Unescape(escaped);
   Expect(std::equal(back.begin(), back.end(), bytes.begin(), bytes.end()));
   TakeMpeg2(bytes);
+  AnnouncedServices(bytes);
   return 0;
 }

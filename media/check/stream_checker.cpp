@@ -26,6 +26,15 @@ bool AllowsGaps(ByteSpan sps) {
   return flag != nullptr && flag->value != 0;
 }
 
+// Whether a frame begins a coded video sequence by its own kind: IDR, BLA. Of a CRA picture its place
+// decides.
+bool BeginsSequence(Codec codec, const std::vector<Unit>& units) {
+  return std::any_of(units.begin(), units.end(), [codec](const Unit& unit) {
+    const int type = UnitType(codec, unit.bytes);
+    return codec == Codec::kH264 ? type == h264::kIdrSlice : type >= hevc::kFirstIrap && type < hevc::kCra;
+  });
+}
+
 // Whether a packet has nothing but the end of a sequence or stream, and what may follow a picture.
 bool EndsOnly(Codec codec, const std::vector<Unit>& units) {
   const auto is = [&](bool (*holds)(Codec, int)) {
@@ -49,7 +58,7 @@ StreamChecker::StreamChecker(const MediaStream& stream, FindingList& findings)
   if (!config_.problem.empty()) Add(FindingKind::kDamage, config_.problem, -1);
   for (const Bytes& unit : config_.units()) frameNumbers_.TakeSet(unit);
   if (!config_.box) return;
-  for (const Bytes& unit : config_.units()) TakeSet(unit, -1);
+  for (const Bytes& unit : config_.units()) TakeSet(unit, -1, false);
   for (std::string& text : ConfigHeadFindings(config_)) Add(FindingKind::kSets, std::move(text), -1);
 }
 
@@ -60,7 +69,8 @@ void StreamChecker::Take(const PacketView& packet) {
   const std::vector<Unit> units = UnitsOf(packet.data, frames_);
   const bool frame = frames_ == 0 || !EndsOnly(codec_, units);
   const int64_t number = frame ? frames_ : frames_ - 1;
-  for (const Unit& unit : units) TakeSet(unit.bytes, number);
+  const bool entry = BeginsSequence(codec_, units);
+  for (const Unit& unit : units) TakeSet(unit.bytes, number, entry);
   if (!units.empty()) {
     for (std::string& text : OrderFindings(codec_, units, rules_))
       Add(FindingKind::kOrder, std::move(text), number);
@@ -108,7 +118,7 @@ void StreamChecker::Add(FindingKind kind, std::string text, int64_t frame) {
 }
 
 // Takes any unit; those of higher layers have a syntax of their own and are not looked at.
-void StreamChecker::TakeSet(ByteSpan whole, int64_t frame) {
+void StreamChecker::TakeSet(ByteSpan whole, int64_t frame, bool entry) {
   if (!IsParameterSet(codec_, UnitType(codec_, whole)) || !IsBaseLayer(codec_, whole)) return;
   const ByteSpan unit = WithoutZeros(whole);
   const std::optional<SetKey> key = SetKeyOf(codec_, unit);
@@ -120,12 +130,22 @@ void StreamChecker::TakeSet(ByteSpan whole, int64_t frame) {
   int64_t before = -1;
   const SetHistory::News news = sets_.Take(*key, unit, frame, &before);
   if (news == SetHistory::News::kKnown) return;
-  if (news == SetHistory::News::kChanged)
-    Add(FindingKind::kSets,
-        fmt::format("{} {} of the stream differs from the one {}", name, key->id,
-                    before < 0 ? "in " + place_ : "before it"),
-        frame);
+  if (news == SetHistory::News::kChanged) AddChange(*key, name, before, frame, entry);
   if (IsSps(codec_, key->type)) TakeSps(unit, frame);
+}
+
+// A stream that has its sets in front of its pictures alone may change them: those of a sequence where
+// decoding begins anew, those of pictures at any picture (ITU-T H.264 clause 7.4.1.2.1, H.265
+// clause 7.4.2.4.2).
+void StreamChecker::AddChange(const SetKey& key, const std::string& name, int64_t before, int64_t frame,
+                              bool entry) {
+  std::string text = fmt::format("{} {} of the stream differs from the one {}", name, key.id,
+                                 before < 0 ? "in " + place_ : "before it");
+  const bool pictures = key.type == (codec_ == Codec::kH264 ? h264::kPps : hevc::kPps);
+  if (before < 0 || config_.box || !(entry || pictures))
+    return Add(FindingKind::kSets, std::move(text), frame);
+  text += entry ? ", where a sequence begins" : ", as it may at a picture";
+  findings_.Add(stream_.index, FindingKind::kSets, std::move(text), frame, Severity::kNote);
 }
 
 void StreamChecker::TakeSps(ByteSpan unit, int64_t frame) {

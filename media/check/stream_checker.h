@@ -30,7 +30,9 @@ class StreamChecker {
 
  private:
   void Add(FindingKind kind, std::string text, int64_t frame);
-  void TakeSet(ByteSpan unit, int64_t frame);
+  // `entry`: a coded video sequence begins with the frame.
+  void TakeSet(ByteSpan unit, int64_t frame, bool entry);
+  void AddChange(const SetKey& key, const std::string& name, int64_t before, int64_t frame, bool entry);
   void TakeSps(ByteSpan unit, int64_t frame);
   // The units of a packet; findings on how they are told apart.
   std::vector<Unit> UnitsOf(ByteSpan data, int64_t frame);

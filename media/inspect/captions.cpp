@@ -2,8 +2,6 @@
 
 #include "inspect/captions.h"
 
-#include "container/file_captions.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -29,6 +27,17 @@ void AddCaptionServices(Section& section, const std::vector<CaptionService>& ser
       text.pop_back();
       section.AddNote(fmt::format("caption, {}: {}", service.name, text));
     }
+  }
+}
+
+void AddAnnouncedServices(Section& section, const std::vector<AnnouncedService>& services) {
+  for (const AnnouncedService& service : services) {
+    Section& one = section.AddToList("caption_services", "Caption service, by the container");
+    one.Add("name", "Name", service.name);
+    one.Add("language", "Language", service.language);
+    one.Add("easy_reader", "Easy reader", service.easyReader, service.easyReader ? "yes" : "no");
+    one.Add("wide_aspect_ratio", "Wide aspect ratio", service.wideAspectRatio,
+            service.wideAspectRatio ? "yes" : "no");
   }
 }
 

@@ -7,6 +7,7 @@
 
 #include "base/report.h"
 #include "captions/text.h"
+#include "container/caption_services.h"
 
 namespace qlnmedia {
 
@@ -16,6 +17,9 @@ void AddCaptions(Section& section, const std::string& path, unsigned index);
 
 // The same for services that are known.
 void AddCaptionServices(Section& section, const std::vector<CaptionService>& services);
+
+// The services that the container announces, with their languages; nothing where it announces none.
+void AddAnnouncedServices(Section& section, const std::vector<AnnouncedService>& services);
 
 }  // namespace qlnmedia
 

@@ -65,6 +65,7 @@ Section ReportOnFile(const std::string& path, const InspectOptions& options) {
     TrackBoxes boxes = ReadTrackBoxes(file, described);
     AddTrackBoxes(section, boxes);
     if (described.coded.codec != VideoCodec::kOther) AddCaptions(section, path, described.index);
+    if (file.isTransportStream()) AddAnnouncedServices(section, AnnouncedServicesOf(path, described.id));
     for (CodedStream& stream : coded) {
       if (stream.index != described.index) continue;
       stream.layeredUnits = std::move(boxes.layeredUnits);

@@ -103,6 +103,36 @@ TEST(StreamChecker, SetsThatChangeOrBreakOff) {
               ElementsAre("damage@0: SPS has an id that does not exist"));
 }
 
+// Start codes, and sets in front of pictures alone.
+TEST(StreamChecker, SetsMayChangeWhereASequenceBegins) {
+  const MediaStream stream = MakeStream({});
+  const auto check = [&stream](const std::vector<std::vector<Bytes>>& packets) {
+    FindingList findings;
+    StreamChecker checker(stream, findings);
+    for (const std::vector<Bytes>& packet : packets) {
+      std::vector<Unit> units;
+      for (const Bytes& unit : packet) units.push_back({unit, 4, 0});
+      const Bytes data = ToMarkerForm(units);
+      checker.Take({.data = data});
+    }
+    std::vector<std::string> lines;
+    for (const Finding& finding : findings.findings())
+      lines.push_back(std::string(SeverityWord(finding.severity)) + ": " + finding.text);
+    return lines;
+  };
+  const Bytes other = MakeSps({.level = 40});
+  const Bytes pps = Hex("68CE3880");
+  const Bytes otherPps = Hex("68CE3C80");
+  EXPECT_THAT(
+      check({{MakeSps(), pps, Hex(kIdr)}, {other, pps, Hex(kIdr)}}),
+      ElementsAre("note: SPS 0 of the stream differs from the one before it, where a sequence begins"));
+  EXPECT_THAT(check({{MakeSps(), pps, Hex(kIdr)}, {other, Hex(kP)}}),
+              ElementsAre("warning: SPS 0 of the stream differs from the one before it"));
+  EXPECT_THAT(
+      check({{MakeSps(), pps, Hex(kIdr)}, {otherPps, Hex(kP)}}),
+      ElementsAre("note: PPS 0 of the stream differs from the one before it, as it may at a picture"));
+}
+
 TEST(StreamChecker, TheRecordsHeadAgainstItsSps) {
   EXPECT_THAT(Check(MakeStream(MakeAvcc(MakeSps(), 100, 40)), {}),
               ElementsAre("sets: the avcC says profile 100, its SPS 77",

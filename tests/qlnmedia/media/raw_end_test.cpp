@@ -5,6 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "container/media_file.h"
+#include "container/raw_end.h"
 #include "qlnmedia/program.h"
 
 namespace qln::test {
@@ -47,6 +49,7 @@ constexpr Encode kEncodes[] = {
     {"constrained.h264", "-x264-params nr=500:deadzone-inter=30:slices=2:constrained-intra=1"},
     {"mbaff_cavlc.h264", "-flags +ilme+ildct -x264-params bff=1:cabac=0"},
     {"weights.h264", "-x264-params weightp=2:bframes=2"},
+    {"mbaff_fastest.h264", "-preset ultrafast -flags +ilme+ildct -x264-params tff=1:ref=3"},
     {"plain.hevc", "keyint=12"},
     {"no_b.hevc", "bframes=0"},
     {"slices.hevc", "slices=2"},
@@ -78,11 +81,20 @@ std::string File(const Encode& encode) {
                        std::string(encode.format) + options + " {out}");
 }
 
-// The notes of the first `size` bytes of a stream.
-std::string NotesOf(const Bytes& stream, size_t size, const std::string& name) {
-  const std::string path = MediaPath("raw-end-cut-" + name);
+std::string WriteCut(const Bytes& stream, size_t size, const std::string& name) {
+  std::string path = MediaPath("raw-end-cut-" + name);
   WriteFile(path, Bytes(stream.begin(), stream.begin() + static_cast<std::ptrdiff_t>(size)));
-  const CommandResult result = Qlnmedia("inspect --json --frames 1 '" + path + "'");
+  return path;
+}
+
+// What is said of the first `size` bytes of a stream. Many are tried, so that no program is started for each.
+std::string NotesOf(const Bytes& stream, size_t size, const std::string& name) {
+  return qlnmedia::EndNote(qlnmedia::MediaFile(WriteCut(stream, size, name)));
+}
+
+// The same as the program shows it.
+std::string ShownNotes(const Bytes& stream, size_t size, const std::string& name) {
+  const CommandResult result = Qlnmedia("inspect --json --frames 1 '" + WriteCut(stream, size, name) + "'");
   EXPECT_EQ(result.exitCode, 0) << result.output;
   const Json report = Json::parse(result.output, nullptr, false);
   EXPECT_EQ(report["streams"].size(), 1u);
@@ -223,6 +235,46 @@ TEST(RawEndUnits, ABareStartCodeIsToldOf) {
   }
 }
 
+// The unit that a half picture is followed by may stand at the end of a stream, and hides nothing.
+TEST(RawEndUnits, AnUnspecifiedUnitBehindACut) {
+  const Bytes stream = ReadFile(File({"plain.hevc", "keyint=12"}));
+  const std::vector<Place> units = Units(stream, true);
+  const Place& last = units.back();
+  ASSERT_TRUE(last.begins);
+  for (const int type : {62, 63}) {
+    const Bytes behind = {0, 0, 0, 1, static_cast<uint8_t>(type << 1), 1, 0x55};
+    Bytes cut(stream.begin(), stream.begin() + static_cast<std::ptrdiff_t>((last.code + stream.size()) / 2));
+    cut.insert(cut.end(), behind.begin(), behind.end());
+    EXPECT_THAT(NotesOf(cut, cut.size(), "unspecified.hevc"), HasSubstr("last picture is cut off"));
+    Bytes whole = stream;
+    whole.insert(whole.end(), behind.begin(), behind.end());
+    EXPECT_EQ(NotesOf(whole, whole.size(), "unspecified.hevc"), "");
+  }
+}
+
+// Behind gaps in frame_num the decoder makes references up, and order counts no longer follow each other.
+TEST(RawEndUnits, LastPicturesBehindLostOnes) {
+  for (const Encode& encode :
+       {Encode{"no_b.h264", "-x264-params bframes=0"}, Encode{"cavlc.h264", "-x264-params cabac=0"},
+        Encode{"mbaff_fastest.h264", "-preset ultrafast -flags +ilme+ildct -x264-params tff=1:ref=3"}}) {
+    const Bytes stream = ReadFile(File(encode));
+    // Where pictures begin, with what stands in front of their slices.
+    std::vector<size_t> begins;
+    bool behindSlice = true;
+    for (const Place& unit : Units(stream, false)) {
+      if (behindSlice) begins.push_back(unit.code);
+      behindSlice = unit.type == 1 || unit.type == 5;
+    }
+    ASSERT_GT(begins.size(), 9u);
+    Bytes left(stream.begin(), stream.begin() + static_cast<std::ptrdiff_t>(begins[3]));
+    left.insert(left.end(), stream.begin() + static_cast<std::ptrdiff_t>(begins[6]),
+                stream.begin() + static_cast<std::ptrdiff_t>(begins[8]));
+    EXPECT_EQ(NotesOf(left, left.size(), encode.name), "") << encode.name;
+    left.resize(left.size() - (begins[8] - begins[7]) / 2);
+    EXPECT_THAT(NotesOf(left, left.size(), encode.name), HasSubstr("last picture is cut off")) << encode.name;
+  }
+}
+
 TEST(RawEndUnits, AStreamOfOnePicture) {
   for (const Encode& encode : {Encode{"plain.h264", ""}, Encode{"plain.hevc", "keyint=12"}}) {
     const Bytes stream = ReadFile(File(encode));
@@ -231,8 +283,8 @@ TEST(RawEndUnits, AStreamOfOnePicture) {
       if (unit.begins) begins.push_back(unit.code);
     }
     ASSERT_GE(begins.size(), 2u);
-    EXPECT_EQ(NotesOf(stream, begins[1], encode.name), "");
-    EXPECT_THAT(NotesOf(stream, begins[0] + (begins[1] - begins[0]) / 2, encode.name),
+    EXPECT_EQ(ShownNotes(stream, begins[1], encode.name), "");
+    EXPECT_THAT(ShownNotes(stream, begins[0] + (begins[1] - begins[0]) / 2, encode.name),
                 HasSubstr("last picture is cut off"));
   }
 }
