@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "qlnutil/bits/bit_reader.h"
 #include "qlnutil/bits/emulation_prevention.h"
@@ -203,7 +204,7 @@ bool Walk::LeavesOutTheRest(WalkKind kind, uint32_t round, uint32_t count) {
   state_.bitPos = in.bitPos;
   try {
     if (trailGeneration_ != memo_->generation()) trail_.clear();
-    if (!trail_.empty() && trail_.front() == state_) memo_->Learn(kind, trail_);
+    if (!trail_.empty() && trail_.front() == state_) memo_->Learn(kind, std::exchange(trail_, {}));
     if (memo_->Advance(kind, state_, count - round)) {
       in.bitPos = state_.bitPos;
       return true;

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "qlnutil/bits/syntax_coders.h"
 #include "qlnutil/hevc/loop_reader.h"
@@ -54,10 +55,10 @@ struct HevcSetReader : HevcElementReader<Bits> {
   // Runs table(coder) for a loop whose count comes from the stream.
   template <class Table>
   [[gnu::always_inline]] void InLoop(Table table) {
-    BitReader plain = Plain(this->bits);
-    HevcLoopCoder loop{{LoopReader(plain)}};
+    HevcLoopCoder loop{{LoopReader(Plain(this->bits))}};
     table(loop);
-    this->bits = Bits(plain);
+    const BitReader plain = loop.bits.reader();
+    this->bits = std::remove_reference_t<Bits>(plain);
   }
 
   // `count` codes into one word: the last one stays.

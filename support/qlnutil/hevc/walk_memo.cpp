@@ -2,8 +2,11 @@
 
 #include "qlnutil/hevc/walk_memo.h"
 
+#include <sys/random.h>
+
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace qln {
 namespace {
@@ -11,7 +14,7 @@ namespace {
 // Beyond these everything is forgotten and begins anew: a record of a stranger does not decide on memory.
 constexpr size_t kMostContentBytes = size_t{32} << 20;
 constexpr size_t kMostReads = size_t{1} << 17;
-constexpr size_t kMostPlaces = size_t{1} << 18;
+constexpr size_t kMostCycleStates = size_t{1} << 18;
 
 template <class Record>
 constexpr uint32_t WordsOf() {
@@ -27,73 +30,105 @@ constexpr std::array<uint32_t, 3> kFilledWord = {
     (offsetof(HevcSpsRecord, profile_tier_level) + offsetof(HevcProfileTierLevel, general_level_idc)) / 4,
     offsetof(HevcPpsRecord, num_tile_columns_minus1) / 4};
 
+constexpr uint32_t kPartsBesideSets = 2;
+constexpr uint32_t kLongestPart =
+    std::max({kSetsAt, WordsOf<HevcSpsRecord>() - kBehindSets, WordsOf<HevcVpsRecord>(),
+              WordsOf<HevcPpsRecord>(), WordsOf<HevcConfigRecord>(), WordsOf<HevcShortTermRps>()});
+
+uint32_t PartsOf(std::initializer_list<RecordContents::Area> areas) {
+  uint32_t parts = 0;
+  for (const RecordContents::Area& area : areas) parts += area.parts;
+  return parts;
+}
+
+// Any number that a stranger does not know. Where the system has none, the place of an object will do.
+uint64_t RandomSeed(const void* object) {
+  uint64_t seed;
+  if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) == sizeof seed) return seed;
+  return reinterpret_cast<uintptr_t>(object);
+}
+
 }  // namespace
 
-void RecordContents::Watch(void* record, uint32_t words, uint32_t untouchedFrom, uint32_t untouchedBehind) {
-  record_ = static_cast<uint8_t*>(record);
-  head_ = untouchedFrom;
-  behind_ = untouchedBehind;
-  tail_ = words - untouchedBehind;
+RecordContents::RecordContents(void* record, std::initializer_list<Area> areas, uint64_t seed)
+    : record_(static_cast<uint8_t*>(record)), contents_(PartsOf(areas), seed) {
+  uint32_t table = 0;
+  for (const Area& area : areas) {
+    tables_.emplace_back(area.words, seed + ++table);
+    for (uint32_t i = 0; i < area.parts; ++i) {
+      parts_.push_back({size_t{area.firstWord} + size_t{i} * area.words, table - 1});
+    }
+  }
+  held_.reserve(parts_.size());
 }
 
-bool RecordContents::Less::operator()(uint32_t a, uint32_t b) const {
-  const size_t size = contents->size();
-  const uint32_t* const pool = contents->pool_.data();
-  return std::memcmp(pool + a * size, pool + b * size, size * sizeof(uint32_t)) < 0;
-}
-
-uint32_t RecordContents::NumberOfCurrent() {
+uint32_t RecordContents::NumberOfCurrent(uint32_t parts) {
   if (record_ == nullptr) return 0;
-  const size_t at = pool_.size();
-  pool_.resize(at + size());
-  std::memcpy(pool_.data() + at, record_, head_ * sizeof(uint32_t));
-  std::memcpy(pool_.data() + at + head_, record_ + behind_ * sizeof(uint32_t), tail_ * sizeof(uint32_t));
-  const auto number = static_cast<uint32_t>(at / size());
-  const auto [place, isNew] = numbers_.insert(number);
-  if (!isNew) pool_.resize(at);
-  held_ = *place;
-  return held_;
+  uint32_t words[kLongestPart];
+  const bool first = held_.empty();
+  if (first) held_.resize(parts_.size());
+  for (uint32_t i = 0; i < (first ? parts_.size() : parts); ++i) {
+    const Part& part = parts_[i];
+    WordTable& table = tables_[part.table];
+    const size_t size = size_t{table.length()} * sizeof(uint32_t);
+    const uint8_t* const there = record_ + part.firstWord * sizeof(uint32_t);
+    if (!first && std::memcmp(there, table.Words(held_[i]), size) == 0) continue;
+    std::memcpy(words, there, size);
+    held_[i] = table.Number(words);
+  }
+  return contents_.Number(held_.data());
 }
 
 void RecordContents::Restore(uint32_t number) {
-  if (record_ == nullptr || number == held_) return;
-  const uint32_t* const content = pool_.data() + number * size();
-  std::memcpy(record_, content, head_ * sizeof(uint32_t));
-  std::memcpy(record_ + behind_ * sizeof(uint32_t), content + head_, tail_ * sizeof(uint32_t));
-  held_ = number;
+  if (record_ == nullptr) return;
+  const uint32_t* const content = contents_.Words(number);
+  for (uint32_t i = 0; i < parts_.size(); ++i) {
+    if (held_[i] == content[i]) continue;
+    held_[i] = content[i];
+    const WordTable& table = tables_[parts_[i].table];
+    std::memcpy(record_ + parts_[i].firstWord * sizeof(uint32_t), table.Words(content[i]),
+                size_t{table.length()} * sizeof(uint32_t));
+  }
+}
+
+size_t RecordContents::bytes() const {
+  size_t bytes = contents_.bytes();
+  for (const WordTable& table : tables_) bytes += table.bytes();
+  return bytes;
 }
 
 void RecordContents::Forget() {
-  numbers_.clear();
-  pool_.clear();
+  for (WordTable& table : tables_) table.Forget();
+  contents_.Forget();
+  held_.clear();
 }
 
 WalkMemo::WalkMemo(HevcConfigRecord* config, HevcVpsRecord* vps, HevcSpsRecord* sps, HevcPpsRecord* pps)
-    : sps_(sps) {
-  const auto watchAll = [](RecordContents& contents, void* record, uint32_t words) {
-    contents.Watch(record, words, words, words);
-  };
-  watchAll(config_, config, WordsOf<HevcConfigRecord>());
-  watchAll(records_[kWalkVps], vps, WordsOf<HevcVpsRecord>());
-  records_[kWalkSps].Watch(sps, WordsOf<HevcSpsRecord>(), kSetsAt, kBehindSets);
-  watchAll(records_[kWalkPps], pps, WordsOf<HevcPpsRecord>());
-}
+    : seed_(RandomSeed(this)),
+      config_(config, {{0, WordsOf<HevcConfigRecord>(), 1}}, seed_),
+      vps_(vps, {{0, WordsOf<HevcVpsRecord>(), 1}}, seed_),
+      spsContents_(sps,
+                   {{0, kSetsAt, 1},
+                    {kBehindSets, WordsOf<HevcSpsRecord>() - kBehindSets, 1},
+                    {kSetsAt, WordsOf<HevcShortTermRps>(), QLN_HEVC_RPS_SETS}},
+                   seed_),
+      pps_(pps, {{0, WordsOf<HevcPpsRecord>(), 1}}, seed_),
+      sps_(sps) {}
 
 void WalkMemo::Begin(WalkState& state) {
-  if (TouchesMoreSets()) WatchSets();
   state.config = config_.NumberOfCurrent();
   for (size_t kind = 0; kind < records_.size(); ++kind)
-    state.records[kind] = records_[kind].NumberOfCurrent();
+    state.records[kind] = records_[kind]->NumberOfCurrent();
 }
 
 bool WalkMemo::IsEmpty(WalkKind kind, const WalkState& state) const {
-  const RecordContents& contents = records_[kind];
+  const RecordContents& contents = *records_[kind];
   return contents.present() && contents.Word(state.records[kind], kFilledWord[kind]) == 0;
 }
 
 void WalkMemo::Restore(const WalkState& state) {
   config_.Restore(state.config);
-  for (size_t kind = 0; kind < records_.size(); ++kind) records_[kind].Restore(state.records[kind]);
+  for (size_t kind = 0; kind < records_.size(); ++kind) records_[kind]->Restore(state.records[kind]);
 }
 
 WalkMemo::Key WalkMemo::KeyOfRead(WalkKind kind, const WalkState& state) {
@@ -106,48 +141,47 @@ WalkMemo::Key WalkMemo::KeyOfRead(WalkKind kind, const WalkState& state) {
 
 void WalkMemo::Keep(const Key& key, WalkState& state, const HevcReports& reports) {
   size_t bytes = config_.bytes();
-  for (const RecordContents& contents : records_) bytes += contents.bytes();
-  if (bytes > kMostContentBytes || reads_.size() > kMostReads || TouchesMoreSets()) {
+  for (const RecordContents* contents : records_) bytes += contents->bytes();
+  if (bytes > kMostContentBytes || reads_.size() > kMostReads) {
     ForgetAll();
     Begin(state);
     return;
   }
   state.config = config_.NumberOfCurrent();
-  state.records[key.kind] = records_[key.kind].NumberOfCurrent();
+  state.records[key.kind] = records_[key.kind]->NumberOfCurrent(PartsThatAReadMayChange(key.kind));
   reads_.emplace(key, Outcome{state.bitPos, state.config, state.records[key.kind], reports});
 }
 
-// The sets of an SPS record are most of it, and most units fill few of them: a content has those that some
-// read may have filled since the memo began.
-bool WalkMemo::TouchesMoreSets() const {
-  const uint32_t sets =
-      sps_ == nullptr ? 0 : std::min<uint32_t>(sps_->num_short_term_ref_pic_sets, QLN_HEVC_RPS_SETS);
-  return kSetsAt + sets * WordsOf<HevcShortTermRps>() > records_[kWalkSps].untouchedFrom();
-}
-
-void WalkMemo::WatchSets() {
-  const uint32_t sets = std::min<uint32_t>(sps_->num_short_term_ref_pic_sets, QLN_HEVC_RPS_SETS);
-  records_[kWalkSps].Watch(const_cast<HevcSpsRecord*>(sps_), WordsOf<HevcSpsRecord>(),
-                           kSetsAt + sets * WordsOf<HevcShortTermRps>(), kBehindSets);
+// A read of an SPS leaves the sets alone that it does not announce.
+uint32_t WalkMemo::PartsThatAReadMayChange(WalkKind kind) const {
+  if (kind != kWalkSps) return 1;
+  return kPartsBesideSets + std::min<uint32_t>(sps_->num_short_term_ref_pic_sets, QLN_HEVC_RPS_SETS);
 }
 
 void WalkMemo::ForgetAll() {
   config_.Forget();
-  for (RecordContents& contents : records_) contents.Forget();
+  for (RecordContents* contents : records_) contents->Forget();
   reads_.clear();
   cycles_.clear();
   places_.clear();
+  cycleStates_ = 0;
   ++generation_;
 }
 
-void WalkMemo::Learn(WalkKind kind, const Cycle& cycle) {
-  if (places_.size() + cycle.size() > kMostPlaces) {
+// A place in the map costs more than a round of short units does, so that a long cycle has few.
+void WalkMemo::Learn(WalkKind kind, Cycle&& cycle) {
+  if (cycleStates_ + cycle.size() > kMostCycleStates) {
     cycles_.clear();
     places_.clear();
+    cycleStates_ = 0;
   }
   const auto number = static_cast<uint32_t>(cycles_.size());
-  cycles_.push_back(cycle);
-  for (uint32_t i = 0; i < cycle.size(); ++i) places_.emplace(Key{kind, cycle[i]}, Place{number, i});
+  cycles_.push_back(std::move(cycle));
+  const Cycle& states = cycles_.back();
+  cycleStates_ += states.size();
+  for (uint32_t i = 0; i < states.size(); i += kStatesAPlace) {
+    places_.emplace(Key{kind, states[i]}, Place{number, i});
+  }
 }
 
 bool WalkMemo::Advance(WalkKind kind, WalkState& state, uint32_t rounds) const {

@@ -10,55 +10,59 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <new>
-#include <set>
 #include <unordered_map>
 #include <vector>
 
 #include "qlnutil/hevc/parameter_sets.h"
+#include "qlnutil/hevc/word_table.h"
 
 namespace qln {
 
-// The contents that one record had, by number.
+// The contents that one record had, by number. A record lies in parts, and each content of a part is kept
+// once: most units leave most of an SPS record as it was.
 class RecordContents {
  public:
-  RecordContents() = default;
+  // A run of words of the record, cut into `parts` of the same length.
+  struct Area {
+    uint32_t firstWord;
+    uint32_t words;
+    uint32_t parts;
+  };
+
+  // record: its words, null for a record that is not there. May throw std::bad_alloc.
+  RecordContents(void* record, std::initializer_list<Area> areas, uint64_t seed);
   RecordContents(const RecordContents&) = delete;
   RecordContents& operator=(const RecordContents&) = delete;
 
-  // record: its words, null for a record that is not there. words: how many. `untouchedFrom` and
-  // `untouchedBehind` bound a run of words that stays as it was at first and is left out.
-  void Watch(void* record, uint32_t words, uint32_t untouchedFrom, uint32_t untouchedBehind);
-
   bool present() const { return record_ != nullptr; }
-  uint32_t untouchedFrom() const { return head_; }
 
-  // The number of what the record holds now. May throw std::bad_alloc, with nothing changed.
-  uint32_t NumberOfCurrent();
+  // The number of what the record holds now, where all parts from `parts` on are as they were the last time.
+  // May throw std::bad_alloc; then Restore is of no more use.
+  uint32_t NumberOfCurrent(uint32_t parts);
+  uint32_t NumberOfCurrent() { return NumberOfCurrent(static_cast<uint32_t>(parts_.size())); }
   // Makes the record hold that content.
   void Restore(uint32_t number);
-  // A word of a content, in front of the run that is left out.
-  uint32_t Word(uint32_t number, uint32_t index) const { return pool_[size_t{number} * size() + index]; }
+  // A word of the first part in a content.
+  uint32_t Word(uint32_t number, uint32_t index) const {
+    return tables_.front().Words(contents_.Words(number)[0])[index];
+  }
 
-  size_t bytes() const { return pool_.size() * sizeof(uint32_t); }
+  size_t bytes() const;
   void Forget();
 
  private:
-  // Orders contents by their words, so that nobody can choose contents that are slow to find.
-  struct Less {
-    const RecordContents* contents;
-    bool operator()(uint32_t a, uint32_t b) const;
+  struct Part {
+    size_t firstWord;
+    uint32_t table;
   };
 
-  uint8_t* record_ = nullptr;
-  uint32_t head_ = 0;    // words in front of the run that is left out
-  uint32_t tail_ = 0;    // words behind it
-  uint32_t behind_ = 0;  // index of the first of these
-  uint32_t held_ = 0;    // number of the content that the record holds
-  std::vector<uint32_t> pool_;
-  std::set<uint32_t, Less> numbers_{Less{this}};
-
-  size_t size() const { return size_t{head_} + tail_; }
+  uint8_t* record_;
+  std::vector<WordTable> tables_;  // one for each area
+  std::vector<Part> parts_;
+  std::vector<uint32_t> held_;  // numbers of the parts that the record holds; empty when they are not known
+  WordTable contents_;          // these numbers, for each content of the whole
 };
 
 // Kinds of units that the walk reads, and a fourth for all others.
@@ -77,11 +81,12 @@ struct WalkState {
 
 class WalkMemo {
  public:
+  // May throw std::bad_alloc, as Begin and Learn may.
   WalkMemo(HevcConfigRecord* config, HevcVpsRecord* vps, HevcSpsRecord* sps, HevcPpsRecord* pps);
   WalkMemo(const WalkMemo&) = delete;
   WalkMemo& operator=(const WalkMemo&) = delete;
 
-  // Numbers what the records hold. May throw std::bad_alloc, as Learn may.
+  // Numbers what the records hold.
   void Begin(WalkState& state);
 
   // The read of the unit at state.bitPos, done by read(state, reports) where it is new, with the records as
@@ -99,9 +104,11 @@ class WalkMemo {
 
   // States that follow each other in rounds of a kind and lead from the last one to the first again.
   using Cycle = std::vector<WalkState>;
-  void Learn(WalkKind kind, const Cycle& cycle);
-  // Moves a state on by that many rounds where it stands on a cycle; false where it does not.
+  void Learn(WalkKind kind, Cycle&& cycle);
+  // Moves a state on by that many rounds where it is known to stand on a cycle: one of kStatesAPlace in a row
+  // is. False where it is not.
   bool Advance(WalkKind kind, WalkState& state, uint32_t rounds) const;
+  static constexpr uint32_t kStatesAPlace = 16;
 
   // Counts how often everything was forgotten, after which states of before are of no use.
   uint32_t generation() const { return generation_; }
@@ -126,18 +133,22 @@ class WalkMemo {
     uint32_t index;
   };
 
+  const uint64_t seed_;
   RecordContents config_;
-  std::array<RecordContents, 3> records_;
+  RecordContents vps_;
+  RecordContents spsContents_;
+  RecordContents pps_;
+  const std::array<RecordContents*, 3> records_ = {&vps_, &spsContents_, &pps_};
   const HevcSpsRecord* sps_;
   std::unordered_map<Key, Outcome, Hash> reads_;
   std::vector<Cycle> cycles_;
+  size_t cycleStates_ = 0;  // of all cycles
   std::unordered_map<Key, Place, Hash> places_;
   uint32_t generation_ = 0;
 
   static Key KeyOfRead(WalkKind kind, const WalkState& state);
   void Keep(const Key& key, WalkState& state, const HevcReports& reports);
-  bool TouchesMoreSets() const;
-  void WatchSets();
+  uint32_t PartsThatAReadMayChange(WalkKind kind) const;
   void ForgetAll();
 };
 
