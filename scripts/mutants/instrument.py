@@ -288,6 +288,8 @@ class Finder:
         begin, end = self.Range(cursor)
         if self.text[begin - 1:begin] == b"&" or self.text[begin:end].strip() == b"":
             return
+        if self.text[begin - 1:begin] == b"<" and self.text[end:end + 1] in (b">", b","):
+            constant = True  # an argument of a template
         code = self.text[begin:end].decode()
         cast = f"static_cast<decltype({code})>({code} + 1)"
         if target.kind == K.ENUM_CONSTANT_DECL:

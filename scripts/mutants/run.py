@@ -208,13 +208,24 @@ class Folder:
         return survivors, refused
 
 
-def Known():
-    """The survivors that docs/mutants.md explains, as (file, code, change)."""
-    page = ROOT / "docs" / "mutants.md"
-    if not page.exists():
-        return set()
-    rows = re.findall(r"^\| `([^`]+)` \| `(.+?)` \| `([^`]+)` \|", page.read_text(), re.M)
-    return {(name, code.replace("\\|", "|"), what.replace("\\|", "|")) for name, code, what in rows}
+class Known:
+    """The survivors that docs/mutants.md explains: by their line of code and change, or by /a pattern/ that a whole
+    line matches, with `any` for every change of it."""
+
+    def __init__(self):
+        page = ROOT / "docs" / "mutants.md"
+        rows = re.findall(r"^\| `([^`]+)` \| `(.+?)` \| `([^`]+)` \|", page.read_text() if page.exists() else "", re.M)
+        rows = [tuple(cell.replace("\\|", "|") for cell in row) for row in rows]
+        self.exact = {row for row in rows if not self.IsPattern(row[1])}
+        self.patterns = [(name, re.compile(code[1:-1]), what) for name, code, what in rows if self.IsPattern(code)]
+
+    @staticmethod
+    def IsPattern(code):
+        return len(code) > 2 and code[0] == code[-1] == "/" and code[1] != "/"
+
+    def Explains(self, name, code, what):
+        return (name, code, what) in self.exact or any(
+            name == n and change in (what, "any") and line.fullmatch(code) for n, line, change in self.patterns)
 
 
 def Report(folder, counts, survivors, unreached):
@@ -224,7 +235,7 @@ def Report(folder, counts, survivors, unreached):
     for title, mutants in (("survives", survivors), ("not reached", unreached)):
         for m in mutants:
             name = str(Path(m.path).relative_to(ROOT / "support"))
-            is_known = (name, m.code, m.what) in known
+            is_known = known.Explains(name, m.code, m.what)
             fresh += not is_known
             mark = " (known)" if is_known else ""
             lines.append(f"{title}{mark}: {name}:{m.line}:{m.column}: {m.what} | {m.code}")

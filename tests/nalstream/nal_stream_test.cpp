@@ -69,6 +69,15 @@ TEST(SeiReading, BoundsAPayloadByTheUnit) {
   EXPECT_EQ(stream.object->sei->payloadSize, 0);
 }
 
+TEST(SeiReading, APayloadThatBeginsBehindTheUnitIsEmpty) {
+  Stream stream;
+  EXPECT_EQ(stream.ReadSei(Hex("05 FF")), 3 + 255 + 1);  // the size goes on with a 0 behind the unit
+  EXPECT_EQ(stream.object->sei->payloadSize, 0);
+  EXPECT_EQ(stream.object->sei->data, nullptr);
+  EXPECT_EQ(stream.ReadSei(Hex("05 01")), 2 + 1 + 1);
+  EXPECT_EQ(stream.object->sei->payloadSize, 0);
+}
+
 TEST(SeiReading, AMissingStopBitRunsPastTheEnd) {
   Stream stream;
   EXPECT_EQ(stream.ReadSei(Hex("05 01 AA")), 4);

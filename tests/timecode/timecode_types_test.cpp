@@ -33,6 +33,16 @@ TEST(TimecodeTypes, AreFoundByTheirWords) {
   }
 }
 
+TEST(TimecodeTypes, AFrameLastsTheSecondsPartThatItsRateTells) {
+  for (const TimecodeType& type : kTimecodeTypes) {
+    // "non-drop-frame" alone keeps the clock of "drop-frame".
+    const double rate = type.type == 2 ? 30000.0 / 1001 : type.framesPerSecond;
+    EXPECT_NEAR(rate * type.msPerFrame, 1000, 1e-9) << type.word;
+    EXPECT_LE(type.numbers - type.framesPerSecond, 0.06 + 1e-4) << type.word;
+    EXPECT_GE(type.numbers, type.framesPerSecond) << type.word;
+  }
+}
+
 TEST(TimecodeTypes, TwoSkipNumbers) {
   for (uint32_t number = 0; number < 256; ++number) {
     EXPECT_EQ(SkipsNumbers(number), number == 4 || number == 32) << number;

@@ -8,6 +8,7 @@
 
 #include <bit>
 #include <cstdint>
+#include <utility>
 
 #include "qlnutil/bits/bit_reader.h"
 
@@ -36,7 +37,7 @@ class BitWindow {
   template <uint32_t kCount>
   [[gnu::always_inline]] uint32_t ReadBits() {
     static_assert(kCount >= 1 && kCount <= 32);
-    if (left_ < kCount) return Take(PlainBits(*this, static_cast<int32_t>(kCount)));
+    if (left_ < kCount) return GoBehind(PlainBits(*this, static_cast<int32_t>(kCount)));
     const uint32_t value = static_cast<uint32_t>(bits_ >> (64 - kCount));
     bits_ <<= kCount;
     left_ -= kCount;
@@ -46,7 +47,7 @@ class BitWindow {
   // The same for a count from a stream: below 1 it reads nothing.
   [[gnu::always_inline]] uint32_t ReadBits(int32_t count) {
     const uint32_t bits = static_cast<uint32_t>(count);
-    if (bits - 1 >= 32 || left_ < bits) return Take(PlainBits(*this, count));
+    if (bits - 1 >= 32 || left_ < bits) return GoBehind(PlainBits(*this, count));
     const uint32_t value = static_cast<uint32_t>(bits_ >> (64 - bits));
     bits_ <<= bits;
     left_ -= bits;
@@ -57,7 +58,7 @@ class BitWindow {
     const uint32_t zeros = static_cast<uint32_t>(std::countl_zero(bits_));
     const uint32_t length = 2 * zeros + 1;
     // At most 31 zeros: the window holds no longer code.
-    if (length > left_) return Take(PlainUe(*this));
+    if (length > left_) return GoBehind(PlainUe(*this));
     const uint32_t value = static_cast<uint32_t>((bits_ >> (64 - length)) - 1);
     bits_ <<= length;
     left_ -= length;
@@ -73,22 +74,13 @@ class BitWindow {
   uint32_t end_;      // the position behind them
 
   // A value, and the window behind its element.
-  struct Outcome {
-    uint32_t value;
-    uint32_t left;
-    uint64_t bits;
-    uint32_t end;
-  };
-
-  [[gnu::always_inline]] uint32_t Take(const Outcome& outcome) {
-    bits_ = outcome.bits;
-    left_ = outcome.left;
-    end_ = outcome.end;
-    return outcome.value;
+  using ValueAndWindow = std::pair<uint32_t, BitWindow>;
+  [[gnu::always_inline]] uint32_t GoBehind(const ValueAndWindow& read) {
+    *this = read.second;
+    return read.first;
   }
-  static Outcome Behind(uint32_t value, const BitReader& plain);
-  [[gnu::noinline]] static Outcome PlainBits(BitWindow in, int32_t count);
-  [[gnu::noinline]] static Outcome PlainUe(BitWindow in);
+  [[gnu::noinline]] static ValueAndWindow PlainBits(BitWindow in, int32_t count);
+  [[gnu::noinline]] static ValueAndWindow PlainUe(BitWindow in);
 };
 
 }  // namespace qln

@@ -1,0 +1,131 @@
+// What may happen to the default store's file in the middle of a read: put at its place by SQLite's own hooks
+// into the system calls.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <functional>
+
+#include "kxutil/child_process.h"
+#include "kxutil/default_store_support.h"
+
+namespace qln::test {
+namespace {
+
+// Calls back in front of each file that SQLite opens for writing, and behind each piece that it reads.
+class SqliteCalls {
+ public:
+  static inline std::function<void(const char*)> opens;
+  static inline std::function<void(size_t)> hasRead;
+
+  SqliteCalls() {
+    Set("open", reinterpret_cast<sqlite3_syscall_ptr>(Open));
+    Set("read", reinterpret_cast<sqlite3_syscall_ptr>(Read));
+    Set("pread", reinterpret_cast<sqlite3_syscall_ptr>(ReadAt));
+    Set("pread64", reinterpret_cast<sqlite3_syscall_ptr>(ReadAt));
+  }
+  ~SqliteCalls() {
+    sqlite3_vfs* const system = sqlite3_vfs_find(nullptr);
+    for (const char* const name : {"open", "read", "pread", "pread64"}) {
+      system->xSetSystemCall(system, name, nullptr);
+    }
+    opens = nullptr;
+    hasRead = nullptr;
+  }
+  SqliteCalls(const SqliteCalls&) = delete;
+  SqliteCalls& operator=(const SqliteCalls&) = delete;
+
+ private:
+  static void Set(const char* name, sqlite3_syscall_ptr call) {
+    sqlite3_vfs* const system = sqlite3_vfs_find(nullptr);
+    if (system->xGetSystemCall(system, name) != nullptr) system->xSetSystemCall(system, name, call);
+  }
+  static int Open(const char* path, int flags, int mode) {
+    if (opens && (flags & O_ACCMODE) == O_RDWR) opens(path);
+    return open(path, flags, mode);
+  }
+  static ssize_t Read(int file, void* to, size_t size) {
+    const ssize_t got = read(file, to, size);
+    if (hasRead && got > 0) hasRead(static_cast<size_t>(got));
+    return got;
+  }
+  static ssize_t ReadAt(int file, void* to, size_t size, off_t at) {
+    const ssize_t got = pread(file, to, size, at);
+    if (hasRead && got > 0) hasRead(static_cast<size_t>(got));
+    return got;
+  }
+};
+
+using DefaultStoreRace = DefaultStoreTest;
+
+// A reader keeps the file that it opened, and looks at the name before each read. What stands under the name
+// may have been another file in between.
+TEST_F(DefaultStoreRace, AFileThatWasThereForTheOpeningAloneIsNotReadAgain) {
+  ASSERT_EQ(Set("A", 1), 0);
+  const std::string other = folder_ / "other.db", away = folder_ / "away.db";
+  kxCFGSetDefaultStore(other.c_str());
+  ASSERT_EQ(Set("A", 2), 0);
+  Reopen();
+  int swaps = 0;
+  {
+    SqliteCalls calls;
+    SqliteCalls::opens = [&](const char* opened) {
+      if (opened != path() || swaps++ != 0) return;
+      std::filesystem::rename(path(), away);
+      std::filesystem::rename(other, path());
+    };
+    EXPECT_EQ(Get("A"), 2u);
+  }
+  ASSERT_EQ(swaps, 1);
+  std::filesystem::rename(path(), other);
+  std::filesystem::rename(away, path());
+  EXPECT_EQ(Get("A"), 1u);
+}
+
+// The file is read, and its journal behind it. A change that is taken back in between leaves no journal, but
+// what was read of the file holds a part of it.
+TEST_F(DefaultStoreRace, AChangeThatIsTakenBackWhileItIsCopiedIsNotSeen) {
+  std::vector<std::string> keys;
+  for (int i = 0; i < 500; ++i) keys.push_back("K" + std::to_string(i));
+  MakeEarlierStore(keys);
+  ASSERT_TRUE(Tool(path()).Run("UPDATE settings SET value = 5000"));
+  int toChild[2], fromChild[2];
+  ASSERT_EQ(pipe(toChild), 0);
+  ASSERT_EQ(pipe(fromChild), 0);
+  const pid_t child = InChild([&] {
+    Tool tool(path());
+    char byte = tool.Run(
+        "PRAGMA cache_size = 1; PRAGMA cache_spill = 1; BEGIN EXCLUSIVE; "
+        "UPDATE settings SET value = 6000");
+    if (write(fromChild[1], &byte, 1) != 1 || read(toChild[0], &byte, 1) != 1) return 1;
+    byte = tool.Run("ROLLBACK");
+    return write(fromChild[1], &byte, 1) == 1 ? 0 : 2;
+  });
+  char done = 0;
+  ASSERT_EQ(read(fromChild[0], &done, 1), 1);
+  ASSERT_EQ(done, 1);
+  // A key whose change is in the file by now.
+  const std::string half = folder_ / "half.db";
+  WriteFile(half, ReadFile(path()));
+  const std::string key = Tool(half).Ask("SELECT key FROM settings WHERE value = 6000");
+  ASSERT_FALSE(key.empty());
+  const uintmax_t size = std::filesystem::file_size(path());
+  Reopen();
+  bool takenBack = false;
+  {
+    SqliteCalls calls;
+    SqliteCalls::hasRead = [&](size_t got) {
+      if (got != size || takenBack) return;
+      takenBack = true;
+      ASSERT_EQ(write(toChild[1], "x", 1), 1);
+      ASSERT_EQ(read(fromChild[0], &done, 1), 1);
+    };
+    EXPECT_EQ(Get(key.c_str()), 5000u) << key;
+  }
+  EXPECT_TRUE(takenBack);
+  EXPECT_EQ(ExitCodeOf(child), 0);
+  for (const int end : {toChild[0], toChild[1], fromChild[0], fromChild[1]}) close(end);
+}
+
+}  // namespace
+}  // namespace qln::test
