@@ -57,32 +57,39 @@ void RequireSamplesKept(const mp4::Carrier& carrier, const CarriedInput& input, 
 
 }  // namespace
 
-PatchResult PatchCarried(const PatchOptions& options, const MediaFile& in) {
+PatchResult PatchCarried(const PatchOptions& options, const DescribedFile& in) {
   mp4::RequireNoJournal(options.in);
-  RequireOutput(in, options.out);
+  if (in.whole) {
+    RequireOutput(*in.media, options.out);
+  } else {
+    RequireWritable(options.in, options.out);
+  }
   const mp4::FileSource source(options.in);
   mp4::CarrierOptions carrierOptions;
   if (!options.dryRun) carrierOptions.scratchFolder = mp4::FolderOf(options.out);
   mp4::Carrier carrier(source, carrierOptions);
-  const CarriedInput input(in, options.in, carrier);
+  const CarriedInput input(*in.media, options.in, carrier);
   EditedStreams streams(input, options);
   CarriedTracks tracks(input, streams, options);
   std::optional<mp4::OutputFile> out;
   if (!options.dryRun) out.emplace(options.out, mp4::Disk::System(), options.unfinished);
-  Progress meter(options.progress, options.dryRun ? "reading" : "patching", in.sizeBytes());
+  const auto bytes = static_cast<int64_t>(source.size());
+  Progress meter(options.progress, options.dryRun ? "reading" : "patching", bytes);
   tracks.change().progress = [&](double part) {
-    meter.At(static_cast<int64_t>(part * static_cast<double>(in.sizeBytes())));
+    meter.At(static_cast<int64_t>(part * static_cast<double>(bytes)));
     return true;
   };
   carrier.Prepare(tracks.change());
   PatchResult result;
   if (out) {
     carrier.Write(*out);
-    mp4::CheckLayout(carrier, mp4::FileSource(out->Readable()), options.out);
+    const mp4::LayoutChecked checked =
+        mp4::CheckLayout(carrier, mp4::FileSource(out->Readable()), options.out);
     std::string verified;
     if (options.verify) {
       RequireSamplesKept(carrier, input, streams, out->Readable(), options);
-      verified = VerifyPatched(options.in, out->Readable(), options, options.out);
+      verified = in.whole ? VerifyPatched(options.in, out->Readable(), options, options.out)
+                          : VerifiedText(checked.samples, checked.tracks);
     }
     out->Finish();
     if (!verified.empty()) result.lines.push_back(std::move(verified));

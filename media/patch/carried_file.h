@@ -2,13 +2,13 @@
 #ifndef MEDIA_PATCH_CARRIED_FILE_H
 #define MEDIA_PATCH_CARRIED_FILE_H
 
-#include "container/media_file.h"
+#include "patch/described_file.h"
 #include "qlnmedia/patch.h"
 
 namespace qlnmedia {
 
 // As PatchFile. `in` is options.in, opened.
-PatchResult PatchCarried(const PatchOptions& options, const MediaFile& in);
+PatchResult PatchCarried(const PatchOptions& options, const DescribedFile& in);
 
 }  // namespace qlnmedia
 

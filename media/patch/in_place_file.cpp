@@ -14,6 +14,7 @@
 #include "base/progress.h"
 #include "container/mp4/in_place.h"
 #include "patch/carried_tracks.h"
+#include "patch/described_file.h"
 #include "patch/verify.h"
 
 namespace qlnmedia {
@@ -22,7 +23,7 @@ namespace {
 
 // What a change is made from; kept until it is written.
 struct Work {
-  std::unique_ptr<MediaFile> media;
+  DescribedFile file;
   std::unique_ptr<CarriedInput> input;
   std::unique_ptr<EditedStreams> streams;
   std::unique_ptr<CarriedTracks> tracks;
@@ -59,13 +60,14 @@ PatchResult PatchInPlace(const PatchOptions& options) {
   mp4::InPlaceWork steps;
   steps.write = !options.dryRun;
   steps.make = [&](const mp4::Carrier& carrier) -> const mp4::Change& {
-    work.media = std::make_unique<MediaFile>(options.in);
-    work.media->RequireVideo();
-    work.input = std::make_unique<CarriedInput>(*work.media, options.in, carrier);
+    work.file = OpenDescribed(options.in);
+    work.file.media->RequireVideo();
+    work.input = std::make_unique<CarriedInput>(*work.file.media, options.in, carrier);
     work.streams = std::make_unique<EditedStreams>(*work.input, options);
     work.tracks = std::make_unique<CarriedTracks>(*work.input, *work.streams, options);
-    if (options.verify && !options.dryRun) work.kept = KeptOf(options.in, options);
-    const int64_t bytes = work.media->sizeBytes();
+    // The movie alone has no packets; its tables are looked at before anything is written.
+    if (options.verify && !options.dryRun && work.file.whole) work.kept = KeptOf(options.in, options);
+    const auto bytes = static_cast<int64_t>(carrier.source().size());
     work.meter = std::make_unique<Progress>(options.progress, "reading", bytes);
     work.tracks->change().progress = [&work, bytes](double part) {
       work.meter->At(static_cast<int64_t>(part * static_cast<double>(bytes)));
@@ -75,7 +77,9 @@ PatchResult PatchInPlace(const PatchOptions& options) {
   };
   std::string verified;
   if (options.verify && !options.dryRun)
-    steps.check = [&] { verified = RequireKept(work.kept, KeptOf(options.in, options), options.in); };
+    steps.check = [&] {
+      if (work.file.whole) verified = RequireKept(work.kept, KeptOf(options.in, options), options.in);
+    };
   const mp4::InPlaceResult result = mp4::ChangeInPlace(options.in, steps);
   work.meter->Done();
   PatchResult out{work.streams->Summary()};

@@ -2,8 +2,8 @@
 
 #include "patch/patch.h"
 
-#include "container/media_file.h"
 #include "patch/carried_file.h"
+#include "patch/described_file.h"
 #include "patch/in_place_file.h"
 #include "patch/muxed_file.h"
 #include "patch/segment_files.h"
@@ -14,9 +14,9 @@ PatchResult PatchFile(const PatchOptions& options) {
   if (options.inPlace) return PatchInPlace(options);
   if (options.segments) return PatchSegments(options);
   if (!options.initialization.empty()) return PatchSegment(options);
-  MediaFile in(options.in);
-  in.RequireVideo();
-  return in.isIso() ? PatchCarried(options, in) : PatchMuxed(options, in);
+  const DescribedFile in = OpenDescribed(options.in);
+  in.media->RequireVideo();
+  return in.media->isIso() ? PatchCarried(options, in) : PatchMuxed(options, *in.media);
 }
 
 }  // namespace qlnmedia

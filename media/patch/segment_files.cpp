@@ -23,6 +23,7 @@
 #include "container/mp4/output_file.h"
 #include "patch/carried_tracks.h"
 #include "patch/segment_list.h"
+#include "patch/verify.h"
 
 namespace qlnmedia {
 
@@ -87,11 +88,7 @@ class Segments {
   PatchResult Result(const std::optional<mp4::LayoutChecked>& checked) const {
     meter_->Done();
     PatchResult result{streams_->Summary()};
-    if (options_.verify && checked)
-      result.lines.push_back(
-          fmt::format("verified: {} samples of {} tracks have the input's times, durations and sync marks; "
-                      "boxes are the input's",
-                      checked->samples, checked->tracks));
+    if (options_.verify && checked) result.lines.push_back(VerifiedText(checked->samples, checked->tracks));
     return result;
   }
 

@@ -210,4 +210,11 @@ std::string VerifyPatched(const std::string& in, const std::string& out, const S
   return Compared(packets, counts.size(), before.file().isIso(), before.file().isIso());
 }
 
+std::string VerifiedText(uint64_t samples, uint64_t tracks) {
+  return fmt::format(
+      "verified: {} samples of {} tracks have the input's times, durations and sync marks; boxes are the "
+      "input's",
+      samples, tracks);
+}
+
 }  // namespace qlnmedia

@@ -35,6 +35,9 @@ bool MayChange(Codec codec, int type, const StreamChanges& changes);
 std::string VerifyPatched(const std::string& in, const std::string& out, const StreamChanges& changes,
                           const std::string& name);
 
+// What is said of a comparison that boxes and their samples alone were enough for.
+std::string VerifiedText(uint64_t samples, uint64_t tracks);
+
 }  // namespace qlnmedia
 
 #endif

@@ -139,7 +139,7 @@ Bytes BuildTrack(const TrackSpec& track, const std::vector<uint64_t>& places) {
       Full(track.wideOffsets ? "co64" : "stco", 0, 0, {Number(offsets.size(), 4), Joined(offsets)}));
   for (const Bytes& box : track.tableBoxes) table.push_back(box);
   if (track.placeBox) table.push_back(track.placeBox(places.empty() ? 0 : places[0]));
-  Bytes references = Full("url ", 0, 1, {});
+  Bytes references = Full(track.reference, 0, 1, {});
   if (track.otherFile)
     references = Joined({references, Full("url ", 0, 0, {Text("file:///other.mp4"), Bytes(1)})});
   const Bytes dref = Full("dref", 0, 0, {Number(track.otherFile ? 2 : 1, 4), references});
@@ -247,9 +247,10 @@ Bytes BuildFragment(const std::vector<TrafSpec>& tracks, uint64_t at, const Byte
       const uint32_t flags = (track.explicitBase ? 0x1U
                               : track.baseIsMoof ? 0x20000U
                                                  : 0U) |
-                             (track.defaultSize != 0 ? 0x10U : 0U);
+                             (track.description != 0 ? 0x2U : 0U) | (track.defaultSize != 0 ? 0x10U : 0U);
       std::vector<Bytes> header = {Number(track.trackId, 4)};
       if (track.explicitBase) header.push_back(Number(base, 8));
+      if (track.description != 0) header.push_back(Number(track.description, 4));
       if (track.defaultSize != 0) header.push_back(Number(track.defaultSize, 4));
       std::vector<Bytes> traf = {Full("tfhd", 0, flags, header)};
       if (track.decodeTime >= 0)

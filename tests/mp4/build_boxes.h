@@ -33,11 +33,12 @@ struct TrackSpec {
   std::vector<size_t> chunks = {};                // samples in each; the last one is repeated
   std::vector<uint32_t> descriptionOfChunk = {};  // 1-based; 1 where it is not said
   uint32_t descriptions = 1;
-  bool otherFile = false;    // a second data reference names another file; the last description uses it
-  int sizeBits = 32;         // 4, 8 or 16 for stz2
-  bool uniform = false;      // one size for all in stsz
-  bool wideOffsets = false;  // co64
-  bool wideHeads = false;    // stco, stsz and stbl with 64-bit sizes
+  std::string reference = "url ";  // type of the data reference to the file itself
+  bool otherFile = false;          // a second data reference names another file; the last description uses it
+  int sizeBits = 32;               // 4, 8 or 16 for stz2
+  bool uniform = false;            // one size for all in stsz
+  bool wideOffsets = false;        // co64
+  bool wideHeads = false;          // stco, stsz and stbl with 64-bit sizes
   std::vector<uint32_t> durations = {};   // of each sample; 100 where it is not said
   std::vector<int32_t> timeOffsets = {};  // ctts, where there are any
   std::vector<uint32_t> sync = {};        // stss, 1-based, where there are any
@@ -72,7 +73,8 @@ struct TrafSpec {
   std::vector<std::vector<Bytes>> runs = {};  // samples of each
   bool explicitBase = false;                  // tfhd names a place
   bool baseIsMoof = true;
-  uint32_t defaultSize = 0;  // in tfhd, where it is not 0
+  uint32_t description = 0;  // in tfhd, where it is not 0
+  uint32_t defaultSize = 0;  // likewise
   bool sizes = true;         // in the runs
   bool durations = false;
   bool firstFlags = false;

@@ -109,6 +109,47 @@ TEST(Carrier, DescriptionsAndDataInOtherFiles) {
               HasSubstr("samples of track 2 stand in another file"));
 }
 
+// Places of samples in identified media data, or in numbered segments, count from there.
+TEST(Carrier, PlacesThatCountFromABoxStay) {
+  for (const std::string reference : {"imdt", "snim"}) {
+    TrackSpec other = SampleTrack(8, 2);
+    other.reference = reference;
+    const Bytes file = BuildMovie({.tracks = {SampleTrack(8, 1), other}});
+    FunctionEditor editor(RandomChange(1));
+    const Bytes output = CarrySamples(file, 1, editor).output;
+    ASSERT_NE(output.size(), file.size());
+    const auto places = [](const Bytes& bytes) {
+      const std::string type = "stco";
+      const auto at = std::find_end(bytes.begin(), bytes.end(), type.begin(), type.end());
+      return Bytes(at, at + 44);
+    };
+    EXPECT_EQ(places(output), places(file));
+    EXPECT_THAT(Refusal([&] { CarrySamples(file, 2, editor); }), HasSubstr("stand in another file"));
+  }
+}
+
+// A change of a size in the boxes must not be one of a sample.
+TEST(Carrier, DataThatCoversAChangedBoxIsRefused) {
+  MovieSpec spec{.tracks = {SampleTrack(4, 1), SampleTrack(2, 2)}};
+  Bytes file = BuildMovie(spec);
+  const Listing listing = ListFile(file);
+  size_t data = 0;
+  std::vector<size_t> tables;
+  for (const Node& node : listing.boxes) {
+    if (node.type == "mdat") data = node.at;
+    if (node.type == "stco") tables.push_back(node.at);
+  }
+  // The first sample of the second track begins with the size of the media data.
+  const Bytes number = Number(data, 4);
+  std::copy(number.begin(), number.end(), file.begin() + static_cast<std::ptrdiff_t>(tables.at(1) + 16));
+  FunctionEditor last([](const Sample& sample, const Bytes& bytes) -> std::optional<Bytes> {
+    if (sample.number != 3) return std::nullopt;
+    return Joined({bytes, Text("+")});
+  });
+  EXPECT_THAT(Refusal([&] { CarrySamples(file, 1, last); }),
+              HasSubstr("data of track 2 covers a box that changes (at byte " + std::to_string(data)));
+}
+
 TEST(Carrier, PlacesInAuxiliaryOffsetsAndItems) {
   TrackSpec track = SampleTrack(8, 2);
   track.placeBox = [](uint64_t at) { return Full("saio", 0, 0, {Number(1, 4), Number(at, 4)}); };

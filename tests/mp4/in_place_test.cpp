@@ -71,6 +71,29 @@ TEST(InPlace, WhatDoesNotFitSaysHowManyBytesAreMissing) {
   std::filesystem::remove(path);
 }
 
+// Free space is what a file says that it is; a track that has its data there says otherwise.
+TEST(InPlace, SpaceThatATrackUsesIsNotTaken) {
+  Kind kind = Kinds()[2];
+  Bytes file = kind.file;
+  const Listing listing = ListFile(file);
+  size_t space = 0;
+  size_t table = 0;
+  for (const Node& node : listing.boxes) {
+    if (node.type == "free") space = node.at;
+    if (node.type == "stco") table = node.at;
+  }
+  const Bytes number = Number(space + 9, 4);
+  std::copy(number.begin(), number.end(), file.begin() + static_cast<std::ptrdiff_t>(table + 16));
+  const std::string path = PathOf("used");
+  WriteFile(path, file);
+  Wish wish(kind);
+  EXPECT_THAT(Refusal([&] { ChangeInPlace(path, wish.change); }),
+              HasSubstr("data of track 1 stands where the change would go"));
+  EXPECT_EQ(ReadFile(path), file);
+  EXPECT_FALSE(JournalIsThere(path));
+  std::filesystem::remove(path);
+}
+
 TEST(InPlace, AnotherRunIsNotDisturbed) {
   const Kind kind = Kinds()[0];
   const std::string path = PathOf("locked");

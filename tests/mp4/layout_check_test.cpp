@@ -156,6 +156,52 @@ TEST(LayoutCheck, FragmentsAreReadBackToo) {
   EXPECT_EQ(found, 9u);
 }
 
+// What is to be written in place is looked at before the first byte is: nothing but the movie and free space
+// moves.
+TEST(LayoutCheck, WhatWillStandInPlaceIsRight) {
+  TrackSpec sound;
+  sound.id = 2;
+  sound.handler = "soun";
+  sound.samples = {Noise(40, 1), Noise(41, 2)};
+  const Bytes file = BuildMovie({.tracks = {Pictures(), sound},
+                                 .moovFirst = false,
+                                 .moovBoxes = {Box("uuid", Noise(30, 3))},
+                                 .behindAll = Box("free", Bytes(90))});
+  const MemorySource source(file, "in.mp4");
+  Carrier carrier(source);
+  Change change;
+  change.tracks.push_back({.trackId = 1});
+  change.tracks[0].facts.lightLevel = {1000, 400};
+  carrier.Prepare(change, true);
+  MemorySink sink;
+  carrier.Write(sink);
+  const Bytes& grown = sink.bytes();
+  // The free box gives the movie its room.
+  const size_t more = grown.size() - file.size();
+  const Bytes planned = Joined({Bytes(grown.begin(), grown.end() - 98), Box("free", Bytes(90 - more))});
+  ASSERT_EQ(planned.size(), file.size());
+  const auto said = [&](const Bytes& output) {
+    return Refusal([&] { CheckLayoutInPlace(carrier, MemorySource(output, "temporary"), "out.mp4"); });
+  };
+  EXPECT_EQ(said(planned), "");
+  const auto harmed = [&](const std::string& type, size_t offset, uint8_t value) {
+    Bytes output = planned;
+    for (const Node& box : ListFile(planned).boxes) {
+      if (box.type != type) continue;
+      output[box.at + offset] = value;
+      return said(output);
+    }
+    return std::string("no such box");
+  };
+  EXPECT_THAT(harmed("stsz", 27, 9), HasSubstr("sample 2 of track 1 is named with another size"));
+  EXPECT_THAT(harmed("stco", 23, 9), HasSubstr("sample 4 of track 1 is named at another place"));
+  EXPECT_THAT(harmed("uuid", 20, 9), HasSubstr("box 'uuid', at byte"));
+  EXPECT_THAT(harmed("moov", 5, 'q'), HasSubstr("box 'mqov' came in at byte"));
+  EXPECT_THAT(harmed("mdat", 4, 'n'), HasSubstr("box 'mdat', at byte"));
+  EXPECT_THAT(said(Joined({planned, Box("abcd", Bytes{})})), HasSubstr("box 'abcd' came in at byte"));
+  EXPECT_THAT(said(Joined({Box("free", Bytes{}), planned})), HasSubstr("does not stand where it was"));
+}
+
 // A file that can be carried is one whose layout can be checked, whatever its boxes say.
 TEST(LayoutCheck, FindsNothingInWhatWasCarriedOutOfHarmedFiles) {
   Bytes fragments = BuildInit({.tracks = {Pictures()}});

@@ -234,6 +234,7 @@ class Lister {
           at += 4;
         }
         auto& list = out_.samples[id];
+        out_.fragments[traf.at] = {base, id, list.size()};
         int64_t time = list.empty() ? 0 : list.back().decodeTime + list.back().duration;
         for (const Node& box : Within(traf, "tfdt"))
           time = static_cast<int64_t>(Get(Body(box) + 4, Get(Body(box), 1) == 1 ? 8 : 4));

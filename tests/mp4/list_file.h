@@ -33,8 +33,16 @@ struct ListedSample {
   uint32_t description = 1;
 };
 
+// What places and counts in the boxes of a `traf` begin at.
+struct FragmentBase {
+  int64_t base = 0;
+  uint32_t track = 0;
+  size_t firstSample = 0;  // of the track
+};
+
 struct Listing {
   std::vector<Node> boxes;  // in the order of the file, a container in front of what it holds
+  std::map<size_t, FragmentBase> fragments;               // by where the `traf` stands
   std::map<uint32_t, std::vector<ListedSample>> samples;  // by track, in decoding order
   // Places that indexes name, as the number of the top-level box that begins there: sidx, ssix (as bytes of
   // the subsegment that are in front), tfra.
@@ -46,9 +54,15 @@ struct Listing {
 Listing ListFile(const Bytes& file, const Bytes& init = {});
 
 // Says what of `output` is not as in `input` but for what a change of samples brings with it: the samples of
-// `trackId` have to be `fresh`. Empty where all is well.
+// `trackId` have to be `fresh`, what a box names by its place has to be the same bytes, wherever they stand
+// now, and a box that names places is otherwise as it was. Empty where all is well.
 std::string Compare(const Bytes& input, const Bytes& output, uint32_t trackId,
                     const std::vector<Bytes>& fresh, const Bytes& init = {});
+
+// The same of several tracks. With `facts` sample descriptions may hold other boxes.
+using FreshSamples = std::map<uint32_t, std::vector<Bytes>>;
+std::string Compare(const Bytes& input, const Bytes& output, const FreshSamples& fresh, const Bytes& init,
+                    bool facts);
 
 }  // namespace qln::test::mp4
 

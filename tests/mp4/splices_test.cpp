@@ -42,6 +42,10 @@ TEST(Splices, InsertRemoveAndReplaceInAnyOrder) {
   EXPECT_TRUE(splices.anyGrowth());
   EXPECT_EQ(splices.ShiftAt(0), 0);
   EXPECT_EQ(splices.ShiftAt(1), 1);
+  // Places among bytes that go are where these went.
+  EXPECT_EQ(splices.ShiftAt(2), 1);
+  EXPECT_EQ(splices.ShiftAt(3), 0);
+  EXPECT_EQ(splices.ShiftAt(4), -1);
   EXPECT_EQ(splices.ShiftAt(5), -2);
   EXPECT_EQ(splices.ShiftAt(7), 0);
   EXPECT_EQ(splices.GrowthIn(0, 2), 1);

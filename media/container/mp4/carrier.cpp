@@ -60,6 +60,8 @@ Carrier::Counts Carrier::Prepare(const Change& change, bool keepPlaces) {
   PrepareShape(keepPlaces);
   WriteBoxes();
   const int64_t expected = edit_->samples.growth() + edit_->shape.growth();
+  edit_->boxes.Seal(source_);
+  RequireBoxesApart(*edit_);
   edit_->samples.Take(edit_->boxes);
   edit_->samples.Seal(source_);
   if (edit_->samples.growth() != expected) {

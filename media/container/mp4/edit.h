@@ -52,6 +52,11 @@ struct Edit {
     const int64_t apart = at >= apartFrom ? shape.growth() : 0;
     return at + static_cast<uint64_t>(samples.ShiftAt(at) + shape.ShiftAt(at) - apart);
   }
+  // The same of a place that counts from the begin of the file that the box at `of` is in.
+  uint64_t MapAbsolute(uint64_t place, uint64_t of) const {
+    const uint64_t origin = source.OriginOf(of);
+    return place > source.size() - origin ? place : Map(origin + place) - Map(origin);
+  }
   // By how many bytes what stands between two places grows.
   int64_t Growth(uint64_t begin, uint64_t end) const {
     return samples.GrowthIn(begin, end) + shape.GrowthIn(begin, end);

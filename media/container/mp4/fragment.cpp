@@ -24,6 +24,7 @@ class FragmentReader {
     BoxLevel level = BoxLevel::Inside(reader_, out_.box);
     for (Box box; level.Next(box);) {
       if (box.type == FourCc("traf")) TakeTrack(box);
+      TakeMetas(reader_, box, out_.metas);
     }
     return std::move(out_);
   }
@@ -70,6 +71,7 @@ class FragmentReader {
               track.encrypted || (box.bodySize() >= 16 && reader_.U64(box.body) == kOldSampleEncryption);
           break;
         default:
+          TakeMetas(reader_, box, track.metas);
           break;
       }
     }
@@ -105,7 +107,7 @@ class FragmentReader {
       if (base > static_cast<uint64_t>(kFarthest)) {
         throw reader_.source().Fault(track.baseAt, "box 'tfhd' has a base beyond every file");
       }
-      track.base = static_cast<int64_t>(base);
+      track.base = static_cast<int64_t>(base + reader_.source().OriginOf(out_.box.at));
     } else {
       track.base = track.baseIsMoof ? static_cast<int64_t>(out_.box.at) : dataEnd_;
     }

@@ -44,11 +44,13 @@ struct TrackFragment {
   std::vector<Run> runs;
   std::vector<Box> auxiliaryOffsets;  // saio
   std::vector<Box> subSamples;        // subs
+  std::vector<Box> metas;             // with meco
   bool encrypted = false;             // it holds `senc` or what came before it
 };
 
 struct Fragment {
   Box box;
+  std::vector<Box> metas;  // with meco
   std::vector<TrackFragment> tracks;
 };
 

@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "container/mp4/index_edit.h"
 #include "container/mp4/memory_sink.h"
 #include "container/mp4/track_edit.h"
 
@@ -66,7 +67,9 @@ class TrackFragmentWriter {
   // Gives where the data of the track fragment ends afterwards.
   int64_t Write() {
     if (track_.baseAt != 0) {
-      edit_.PutNumber(reader_, track_.baseAt, 8, static_cast<uint64_t>(newBase_), "base_data_offset");
+      const uint64_t origin = edit_.Map(edit_.source.OriginOf(track_.box.at));
+      edit_.PutNumber(reader_, track_.baseAt, 8, static_cast<uint64_t>(newBase_) - origin,
+                      "base_data_offset");
     }
     DefaultSizes sizes;
     sizes.columns.resize(track_.runs.size());
@@ -201,7 +204,9 @@ void WriteFragment(Edit& edit, const Fragment& fragment) {
   Splices outer = std::exchange(edit.boxes, Splices(scratch));
   const auto moofAt = static_cast<int64_t>(edit.Map(fragment.box.at));
   int64_t dataEnd = moofAt;
+  for (const Box& meta : fragment.metas) WriteItemLocations(edit, reader, meta);
   for (const TrackFragment& track : fragment.tracks) {
+    for (const Box& meta : track.metas) WriteItemLocations(edit, reader, meta);
     if (IsElsewhere(edit, fragment, track)) {
       edit.PutBoxSize(reader, track.box);
       continue;

@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "container/mp4/journal.h"
+#include "container/mp4/layout_check.h"
 
 namespace qlnmedia::mp4 {
 
@@ -177,6 +178,7 @@ class Placer {
       AddMovie(from, movie.end, {}, size - (from - movie.at));
       out_.size = movie.at + size;
     } else if (Fits(free)) {
+      RequireNoDataIn(source_, carrier_.layout(), movie.at, movie.end + free);
       out_.movie = InPlaceResult::Movie::kGrowsIntoFreeSpace;
       const uint64_t rest = free - static_cast<uint64_t>(growth_);
       Bytes head;
@@ -217,21 +219,53 @@ class Placer {
   bool splicesOfMovieGrow_ = false;
 };
 
-uint64_t WriteStretches(const Carrier& carrier, const Layup& layup, int descriptor, const std::string& path,
-                        const CarrierOptions& options, Disk& disk) {
-  // All of it is put together before the first byte is overwritten.
-  Spool spool(options.scratchFolder);
+// What the file will be: its bytes, with the stretches over them, which wait in a spool.
+class PlannedFile final : public Source {
+ public:
+  PlannedFile(const Source& file, const Layup& layup, const Spool& spool)
+      : file_(file), layup_(layup), spool_(spool) {}
+
+  const std::string& name() const override { return file_.name(); }
+  uint64_t size() const override { return layup_.size; }
+  void Read(uint64_t at, std::span<uint8_t> to) const override {
+    if (at > size() || to.size() > size() - at) throw Fault(at, "the file ends within what is read");
+    const uint64_t end = at + to.size();
+    if (at < file_.size())
+      file_.Read(at, to.first(static_cast<size_t>(std::min<uint64_t>(to.size(), file_.size() - at))));
+    uint64_t spooled = 0;
+    for (const Stretch& stretch : layup_.stretches) {
+      const uint64_t from = std::max(at, stretch.at);
+      const uint64_t until = std::min(end, stretch.at + stretch.bytes);
+      if (from < until)
+        spool_.Read(spooled + from - stretch.at,
+                    to.subspan(static_cast<size_t>(from - at), static_cast<size_t>(until - from)));
+      spooled += stretch.bytes;
+    }
+  }
+
+ private:
+  const Source& file_;
+  const Layup& layup_;
+  const Spool& spool_;
+};
+
+// Puts all that is to be written together, one stretch behind the other.
+void Gather(const Carrier& carrier, const Layup& layup, Spool& spool) {
   SpoolSink gather(spool);
-  std::vector<Region> regions;
   for (const Stretch& stretch : layup.stretches) {
     const uint64_t from = spool.size();
     gather.Write(stretch.front);
     carrier.splices().Apply(carrier.source(), stretch.from, stretch.to, gather, [](uint64_t) {});
     gather.Write(stretch.back);
     if (spool.size() - from != stretch.bytes)
-      throw Error(path, "a stretch came out in another size; nothing was written");
-    regions.push_back({stretch.at, stretch.bytes});
+      throw Error(carrier.source().name(), "a stretch came out in another size; nothing was written");
   }
+}
+
+uint64_t WriteStretches(const Carrier& carrier, const Layup& layup, const Spool& spool, int descriptor,
+                        const std::string& path, Disk& disk) {
+  std::vector<Region> regions;
+  for (const Stretch& stretch : layup.stretches) regions.push_back({stretch.at, stretch.bytes});
   // What is cut off the file's end has to come back as well.
   if (layup.size < carrier.source().size())
     regions.push_back({layup.size, carrier.source().size() - layup.size});
@@ -296,9 +330,13 @@ InPlaceResult ChangeInPlace(const std::string& path, const InPlaceWork& work, co
   const Layup layup = Placer(carrier).Place();
   result.movie = layup.movie;
   for (const Stretch& stretch : layup.stretches) result.bytesWritten += stretch.bytes;
+  // All of it is put together and looked at before the first byte is overwritten.
+  Spool spool(options.scratchFolder);
+  Gather(carrier, layup, spool);
+  CheckLayoutInPlace(carrier, PlannedFile(source, layup, spool), path);
   if (!work.write) return result;
   try {
-    result.bytesWritten = WriteStretches(carrier, layup, file.descriptor(), path, options, disk);
+    result.bytesWritten = WriteStretches(carrier, layup, spool, file.descriptor(), path, disk);
     if (work.check) work.check();
     RemoveJournal(JournalPath(path), disk);
   } catch (...) {

@@ -70,7 +70,7 @@ void WriteWiderRandomAccess(Edit& edit, Reader& reader, const Box& tfra, const R
   for (uint64_t i = 0; i < index.count; ++i) {
     const uint64_t at = index.entriesAt + i * index.entryBytes;
     PutNumber(fresh, reader.U32(at), 8);
-    PutNumber(fresh, edit.Map(reader.U32(at + 4)), 8);
+    PutNumber(fresh, edit.MapAbsolute(reader.U32(at + 4), tfra.at), 8);
     for (uint64_t j = 8; j < index.entryBytes; ++j) fresh.push_back(reader.U8(at + j));
   }
   edit.boxes.Add(tfra.body, 1, Bytes{1});
@@ -135,7 +135,8 @@ class ItemLocationWriter {
     const uint64_t base = fields_.Next(baseBytes_);
     const bool ours = method == 0 && IsSelfContained(reader_, meta_, reference);
     // The base takes part of the way, so that extents keep what they say where they can.
-    const uint64_t newBase = baseBytes_ == 0 || !ours ? base : edit_.Map(base);
+    const uint64_t newBase = baseBytes_ == 0 || !ours ? base : edit_.MapAbsolute(base, meta_.at);
+    const uint64_t origin = edit_.source.OriginOf(meta_.at);
     if (newBase != base) edit_.PutNumber(reader_, baseAt, baseBytes_, newBase, "base_offset ('iloc')");
     for (uint64_t extents = fields_.Next(2); extents > 0; --extents) {
       fields_.Next(indexBytes_);
@@ -144,10 +145,10 @@ class ItemLocationWriter {
       const uint64_t lengthAt = fields_.at();
       const uint64_t length = fields_.Next(lengthBytes_);
       const uint64_t size = edit_.source.size();
-      const uint64_t begin = base + offset;
+      const uint64_t begin = origin + base + offset;
       // Without a length an extent is the whole file.
       if (!ours || length == 0 || begin > size || length > size - begin) continue;
-      const uint64_t now = edit_.Map(begin) - newBase;
+      const uint64_t now = edit_.MapAbsolute(base + offset, meta_.at) - newBase;
       if (now != offset) edit_.PutNumber(reader_, offsetAt, offsetBytes_, now, "extent_offset ('iloc')");
       const uint64_t nowLength = edit_.Map(begin + length) - edit_.Map(begin);
       if (nowLength != length)
@@ -212,7 +213,8 @@ void WidenRandomAccess(Edit& edit, Reader& reader, const Box& mfra,
   ForEachRandomAccess(reader, mfra, [&](const Box& tfra, const RandomAccess& index) {
     if (index.placeBytes == 8 || edit.wider.count(tfra.at) != 0) return;
     for (uint64_t i = 0; i < index.count; ++i) {
-      if (edit.Map(reader.U32(index.entriesAt + i * index.entryBytes + 4)) <= UINT32_MAX) continue;
+      const uint64_t place = reader.U32(index.entriesAt + i * index.entryBytes + 4);
+      if (edit.MapAbsolute(place, tfra.at) <= UINT32_MAX) continue;
       edit.wider.insert(tfra.at);
       widened.emplace_back(index.entriesAt, 8 * static_cast<int64_t>(index.count));
       return;
@@ -228,7 +230,8 @@ void WriteRandomAccess(Edit& edit, Reader& reader, const Box& mfra) {
       for (uint64_t i = 0; i < index.count; ++i) {
         const uint64_t at = index.entriesAt + i * index.entryBytes + index.placeBytes;
         const uint64_t place = reader.Number(at, index.placeBytes);
-        edit.PutNumber(reader, at, index.placeBytes, edit.Map(place), "moof_offset ('tfra')");
+        edit.PutNumber(reader, at, index.placeBytes, edit.MapAbsolute(place, tfra.at),
+                       "moof_offset ('tfra')");
       }
     }
     edit.PutBoxSize(reader, tfra);

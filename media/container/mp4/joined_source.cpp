@@ -18,10 +18,14 @@ JoinedSource::JoinedSource(std::string name, std::vector<std::unique_ptr<Source>
   for (const auto& part : parts_) begins_.push_back(begins_.back() + part->size());
 }
 
+size_t JoinedSource::PartAt(uint64_t at) const {
+  const auto behind = std::upper_bound(begins_.begin(), begins_.end(), at);
+  return static_cast<size_t>(behind - begins_.begin()) - 1;
+}
+
 void JoinedSource::Read(uint64_t at, std::span<uint8_t> to) const {
   if (at > size() || to.size() > size() - at) throw Fault(at, "the file ends within what is read");
-  auto part = static_cast<size_t>(std::upper_bound(begins_.begin(), begins_.end(), at) - begins_.begin());
-  for (--part; !to.empty(); ++part) {
+  for (size_t part = PartAt(at); !to.empty(); ++part) {
     const size_t piece = static_cast<size_t>(std::min<uint64_t>(to.size(), begins_[part + 1] - at));
     parts_[part]->Read(at - begins_[part], to.first(piece));
     at += piece;

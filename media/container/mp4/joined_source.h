@@ -32,11 +32,14 @@ class JoinedSource final : public Source {
   const std::string& name() const override { return name_; }
   uint64_t size() const override { return begins_.back(); }
   void Read(uint64_t at, std::span<uint8_t> to) const override;
+  uint64_t OriginOf(uint64_t at) const override { return begins_[PartAt(at)]; }
 
   // Where a part begins; that of the number of parts is the end.
   uint64_t BeginOf(size_t part) const { return begins_[part]; }
 
  private:
+  size_t PartAt(uint64_t at) const;
+
   std::string name_;
   std::vector<std::unique_ptr<Source>> parts_;
   std::vector<uint64_t> begins_;

@@ -49,6 +49,28 @@ class BoxCheck {
   BoxCheck(const Source& in, const Source& out, std::string name, bool resized)
       : in_(in), out_(out), name_(std::move(name)), inReader_(in), outReader_(out), resized_(resized) {}
 
+  // Boxes of the outermost level stay where they are, but for the movie and free space.
+  uint64_t RunInPlace() {
+    BoxLevel was = BoxLevel::Top(inReader_);
+    BoxLevel is = BoxLevel::Top(outReader_);
+    Box before, after, movieBefore, movieAfter;
+    for (bool more = true; more;) {
+      more = NextThatStays(was, before, movieBefore);
+      const bool also = NextThatStays(is, after, movieAfter);
+      if (!more && also) throw Error(name_, BoxName(after) + " came in at byte " + std::to_string(after.at));
+      if (!more) break;
+      if (!also) Fail(before, "is missing");
+      ++boxes_;
+      if (after.type != before.type || after.at != before.at || after.size() != before.size())
+        Fail(before, "does not stand where it was");
+      Compare(before, after, false);
+    }
+    if (movieBefore.type == 0) return boxes_;
+    if (movieAfter.type == 0) Fail(movieBefore, "is missing");
+    Compare(movieBefore, movieAfter, false);
+    return boxes_;
+  }
+
   uint64_t Run() {
     Level(BoxLevel::Top(inReader_), in_.size(), BoxLevel::Top(outReader_), out_.size(), false);
     return boxes_;
@@ -57,6 +79,17 @@ class BoxCheck {
  private:
   [[noreturn]] void Fail(const Box& box, const std::string& what) const {
     throw Error(name_, BoxName(box) + ", at byte " + std::to_string(box.at) + " of the input, " + what);
+  }
+
+  static bool NextThatStays(BoxLevel& level, Box& box, Box& movie) {
+    while (level.Next(box)) {
+      if (box.type == FourCc("moov")) {
+        movie = box;
+      } else if (box.type != FourCc("free") && box.type != FourCc("skip")) {
+        return true;
+      }
+    }
+    return false;
   }
 
   void Inside(const Box& before, const Box& after, bool video) {
@@ -95,10 +128,10 @@ class BoxCheck {
       return RequireSame(before, before.at, before.body + 4, after.at, after.end - 8);
     // Items may be named by place.
     if (before.type == FourCc("meta") && HasPlaces(before)) return;
-    if (before.type == FourCc("udta")) {
-      const auto meta = FindBox(inReader_, before, FourCc("meta"));
-      if (meta && HasPlaces(*meta)) return Inside(before, after, video);
-    }
+    std::vector<Box> metas;
+    TakeMetas(inReader_, before, metas);
+    if (std::any_of(metas.begin(), metas.end(), [this](const Box& meta) { return HasPlaces(meta); }))
+      return Inside(before, after, video);
     RequireSame(before, before.at, before.end, after.at, after.end);
   }
 
@@ -171,8 +204,9 @@ class BoxCheck {
 
 class SampleCheck {
  public:
-  SampleCheck(const Carrier& carrier, const Source& output, const Layout& written, std::string name)
-      : carrier_(carrier), output_(output), written_(written), name_(std::move(name)) {}
+  SampleCheck(const Carrier& carrier, const Source& output, const Layout& written, std::string name,
+              bool inPlace)
+      : carrier_(carrier), output_(output), written_(written), name_(std::move(name)), inPlace_(inPlace) {}
 
   // The number of samples; what cannot be relied on in the input is not judged.
   uint64_t Run(uint32_t trackId) const {
@@ -213,7 +247,8 @@ class SampleCheck {
     const uint64_t size = carrier_.source().size();
     if (!before.inFile || before.offset > size || before.size > size - before.offset) return;
     const uint64_t end = before.offset + before.size;
-    if (after.offset != before.offset + static_cast<uint64_t>(splices.ShiftAt(before.offset)))
+    const int64_t shift = inPlace_ ? 0 : splices.ShiftAt(before.offset);
+    if (after.offset != before.offset + static_cast<uint64_t>(shift))
       Fail(trackId, before.number, "is named at another place than it stands");
     if (after.size != before.size + static_cast<uint64_t>(splices.GrowthIn(before.offset, end)))
       Fail(trackId, before.number, "is named with another size than it has");
@@ -225,18 +260,14 @@ class SampleCheck {
   const Source& output_;
   const Layout& written_;
   std::string name_;
+  bool inPlace_;
 };
 
-}  // namespace
-
-LayoutChecked CheckLayout(const Carrier& carrier, const Source& output, const std::string& name) {
+LayoutChecked CheckSamples(const Carrier& carrier, const Source& output, const std::string& name,
+                           bool inPlace) {
   LayoutChecked checked;
-  if (output.size() != carrier.outputSize())
-    throw Error(name, "is of " + std::to_string(output.size()) + " bytes, and should be of " +
-                          std::to_string(carrier.outputSize()));
-  checked.boxes = BoxCheck(carrier.source(), output, name, carrier.resizesPictures()).Run();
   const Layout written = ReadLayout(output, carrier.layout().initialization);
-  const SampleCheck samples(carrier, output, written, name);
+  const SampleCheck samples(carrier, output, written, name, inPlace);
   std::set<uint32_t> ids;
   const auto collect = [&ids](const Layout& layout) {
     for (const Movie& movie : layout.movies) {
@@ -251,6 +282,25 @@ LayoutChecked CheckLayout(const Carrier& carrier, const Source& output, const st
     checked.samples += samples.Run(id);
     ++checked.tracks;
   }
+  return checked;
+}
+
+}  // namespace
+
+LayoutChecked CheckLayout(const Carrier& carrier, const Source& output, const std::string& name) {
+  if (output.size() != carrier.outputSize())
+    throw Error(name, "is of " + std::to_string(output.size()) + " bytes, and should be of " +
+                          std::to_string(carrier.outputSize()));
+  const uint64_t boxes = BoxCheck(carrier.source(), output, name, carrier.resizesPictures()).Run();
+  LayoutChecked checked = CheckSamples(carrier, output, name, false);
+  checked.boxes = boxes;
+  return checked;
+}
+
+LayoutChecked CheckLayoutInPlace(const Carrier& carrier, const Source& planned, const std::string& name) {
+  const uint64_t boxes = BoxCheck(carrier.source(), planned, name, carrier.resizesPictures()).RunInPlace();
+  LayoutChecked checked = CheckSamples(carrier, planned, name, true);
+  checked.boxes = boxes;
   return checked;
 }
 

@@ -23,6 +23,10 @@ struct LayoutChecked {
 // - each sample stands where the change has moved it to, as long as the change has made it.
 LayoutChecked CheckLayout(const Carrier& carrier, const Source& output, const std::string& name);
 
+// The same of a file that is changed where it stands: `planned` is what it will be. Each box but the movie
+// and free space keeps its place, and so does each sample.
+LayoutChecked CheckLayoutInPlace(const Carrier& carrier, const Source& planned, const std::string& name);
+
 }  // namespace qlnmedia::mp4
 
 #endif

@@ -34,18 +34,25 @@ Movie ReadMovie(Reader& reader, const Box& moov) {
       movie.tracks.push_back(ReadTrack(reader, box));
     } else if (box.type == FourCc("mvex")) {
       ReadDefaults(reader, box, movie);
-    } else if (box.type == FourCc("meta")) {
-      movie.metas.push_back(box);
-    } else if (box.type == FourCc("udta")) {
-      if (const auto meta = FindBox(reader, box, FourCc("meta"))) movie.metas.push_back(*meta);
     } else if (box.type == FourCc("cmov")) {
       throw reader.source().Fault(box.at, "the movie header is compressed ('cmov'), which cannot be carried");
+    } else {
+      TakeMetas(reader, box, movie.metas);
     }
   }
   return movie;
 }
 
 }  // namespace
+
+void TakeMetas(Reader& reader, const Box& box, std::vector<Box>& metas) {
+  if (box.type == FourCc("meta")) metas.push_back(box);
+  if (box.type != FourCc("udta") && box.type != FourCc("meco")) return;
+  BoxLevel level = BoxLevel::Inside(reader, box);
+  for (Box inner; level.Next(inner);) {
+    if (inner.type == FourCc("meta")) metas.push_back(inner);
+  }
+}
 
 const Track* Movie::Find(uint32_t trackId) const {
   const auto found =
@@ -84,10 +91,8 @@ Layout ReadLayout(const Source& source, std::shared_ptr<const Layout> initializa
       case FourCc("moof"):
         layout.fragments.push_back(box.at);
         break;
-      case FourCc("meta"):
-        layout.metas.push_back(box);
-        break;
       default:
+        TakeMetas(reader, box, layout.metas);
         any = any || box.type == FourCc("mdat");
         break;
     }

@@ -111,6 +111,9 @@ Layout ReadLayout(const Source& source, std::shared_ptr<const Layout> initializa
 // Reads one `trak`. What cannot be relied on becomes the track's problem.
 Track ReadTrack(Reader& reader, const Box& trak);
 
+// Adds `box` where it is a `meta`, and those inside where it is `udta` or `meco`.
+void TakeMetas(Reader& reader, const Box& box, std::vector<Box>& metas);
+
 // Type and body of each box of a sample description.
 struct DescriptionBox {
   uint32_t type = 0;

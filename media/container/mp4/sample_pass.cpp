@@ -128,16 +128,44 @@ void RequireNotHinted(const Edit& edit) {
   }
 }
 
-void RequireChunksApart(const Edit& edit, const Track& track, const Claims& claims) {
-  track.Require();
-  ChunkCursor chunks(edit.source, track);
-  SizeCursor sizes(edit.source, track);
+// Calls `take` with each stretch of a track's data that the tables of the movie name.
+template <typename Take>
+void ForEachChunk(const Source& source, const Track& track, Take take) {
+  ChunkCursor chunks(source, track);
+  SizeCursor sizes(source, track);
   for (Chunk chunk; chunks.Next(chunk) && chunk.firstSample < track.sizes.samples;) {
     if (!track.IsSelfContained(chunk.description)) continue;
     const uint64_t bytes = sizes.Sum(chunk.firstSample, chunk.samples);
-    if (chunk.offset > UINT64_MAX - bytes) continue;
-    claims.RequireNoneIn(chunk.offset, chunk.offset + bytes, track.id);
+    if (chunk.offset <= UINT64_MAX - bytes) take(chunk.offset, chunk.offset + bytes);
   }
+}
+
+// With each that the fragments name, and the number of its track.
+template <typename Take>
+void ForEachRun(const Source& source, const Layout& layout, Take take) {
+  Reader reader(source);
+  for (const uint64_t at : layout.fragments) {
+    const Fragment fragment = ReadFragment(reader, at, layout.MovieOf(at));
+    for (const TrackFragment& track : fragment.tracks) {
+      for (const Run& run : track.runs) {
+        if (run.dataAt < 0) continue;
+        const auto begin = static_cast<uint64_t>(run.dataAt);
+        take(track.trackId, begin, begin + run.dataBytes);
+      }
+    }
+  }
+}
+
+// With each of both, but for tracks that cannot be relied on.
+template <typename Take>
+void ForEachStretch(const Source& source, const Layout& layout, Take take) {
+  for (const Movie& movie : layout.movies) {
+    for (const Track& track : movie.tracks) {
+      if (!track.problem.empty()) continue;
+      ForEachChunk(source, track, [&](uint64_t begin, uint64_t end) { take(track.id, begin, end); });
+    }
+  }
+  ForEachRun(source, layout, take);
 }
 
 }  // namespace
@@ -178,21 +206,32 @@ void RequireApart(const Edit& edit, const std::set<uint32_t>& edited) {
   }
   for (const Movie& movie : edit.layout.movies) {
     for (const Track& track : movie.tracks) {
-      if (edited.count(track.id) == 0) RequireChunksApart(edit, track, claims);
+      if (edited.count(track.id) != 0) continue;
+      track.Require();
+      ForEachChunk(edit.source, track,
+                   [&](uint64_t begin, uint64_t end) { claims.RequireNoneIn(begin, end, track.id); });
     }
   }
-  Reader reader(edit.source);
-  for (const uint64_t at : edit.layout.fragments) {
-    const Fragment fragment = ReadFragment(reader, at, edit.layout.MovieOf(at));
-    for (const TrackFragment& track : fragment.tracks) {
-      if (edited.count(track.trackId) != 0) continue;
-      for (const Run& run : track.runs) {
-        if (run.dataAt < 0) continue;
-        const auto begin = static_cast<uint64_t>(run.dataAt);
-        claims.RequireNoneIn(begin, begin + run.dataBytes, track.trackId);
-      }
-    }
-  }
+  ForEachRun(edit.source, edit.layout, [&](uint32_t trackId, uint64_t begin, uint64_t end) {
+    if (edited.count(trackId) == 0) claims.RequireNoneIn(begin, end, trackId);
+  });
+}
+
+void RequireBoxesApart(const Edit& edit) {
+  if (edit.boxes.empty() || !edit.moves()) return;
+  ForEachStretch(edit.source, edit.layout, [&edit](uint32_t trackId, uint64_t begin, uint64_t end) {
+    const size_t first = edit.boxes.FirstFrom(begin);
+    if (first == edit.boxes.size() || edit.boxes.At(first).at >= end) return;
+    throw edit.source.Fault(begin, "data of track " + std::to_string(trackId) + " covers a box that changes");
+  });
+}
+
+void RequireNoDataIn(const Source& source, const Layout& layout, uint64_t begin, uint64_t end) {
+  ForEachStretch(source, layout, [&](uint32_t trackId, uint64_t from, uint64_t to) {
+    if (from < end && to > begin)
+      throw source.Fault(from,
+                         "data of track " + std::to_string(trackId) + " stands where the change would go");
+  });
 }
 
 BitRates MeasureBitRates(const Edit& edit, const Track& track, bool after) {

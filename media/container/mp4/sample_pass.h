@@ -22,6 +22,13 @@ SampleCounts RunSampleEditor(Edit& edit, uint32_t trackId, SampleEditor& editor,
 // with another sample or with a chunk of another track. `edited` are the tracks that an editor went over.
 void RequireApart(const Edit& edit, const std::set<uint32_t>& edited);
 
+// Throws Error, with the place, where data of a track covers a box that changes. The boxes of `edit` are
+// sealed.
+void RequireBoxesApart(const Edit& edit);
+
+// Throws Error, with the place, where data of any track stands between two places.
+void RequireNoDataIn(const Source& source, const Layout& layout, uint64_t begin, uint64_t end);
+
 // What the samples of a track are, before or after the change.
 BitRates MeasureBitRates(const Edit& edit, const Track& track, bool after);
 

@@ -20,6 +20,12 @@ class Source {
   virtual uint64_t size() const = 0;
   // Fills `to` with the bytes from `at` on. Throws Error where they are not there or cannot be read.
   virtual void Read(uint64_t at, std::span<uint8_t> to) const = 0;
+  // Where the file begins that holds a place: what its boxes name by absolute places counts from there. 0 but
+  // where several files are read as one.
+  virtual uint64_t OriginOf(uint64_t at) const {
+    static_cast<void>(at);
+    return 0;
+  }
   // A descriptor that the system can copy from; -1 where there is none.
   virtual int descriptor() const { return -1; }
 

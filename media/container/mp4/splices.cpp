@@ -110,10 +110,21 @@ size_t Splices::FirstFrom(uint64_t at) const {
 
 int64_t Splices::ShiftAt(uint64_t at) const {
   const size_t index = FirstFrom(at);
-  if (index == entries_.size()) return total_;
+  if (index == entries_.size()) return total_ + Held(index, at);
   int64_t shift = shifts_[index / kStep];
   for (size_t i = index - index % kStep; i < index; ++i) shift += entries_[i].growth;
-  return shift;
+  return shift + Held(index, at);
+}
+
+// What is cut short does not pull a place in the midst of it in front of its own begin.
+int64_t Splices::Held(size_t index, uint64_t at) const {
+  if (index == 0 || entries_[index - 1].growth >= 0) return 0;
+  const Entry& last = entries_[index - 1];
+  const uint64_t removed = RemovedAt(last.spooled());
+  const uint64_t within = at - last.at();
+  if (within >= removed) return 0;
+  const auto left = static_cast<int64_t>(removed - within);
+  return std::min(left, -int64_t{last.growth});
 }
 
 bool Splices::anyGrowth() const {

@@ -65,7 +65,8 @@ class Splices {
   Splice At(size_t index) const;
   // The first splice that begins at or behind a place.
   size_t FirstFrom(uint64_t at) const;
-  // By how many bytes a place moves.
+  // By how many bytes a place moves. One among bytes that go stays between what stood in front and behind
+  // them.
   int64_t ShiftAt(uint64_t at) const;
   // How many bytes more there are between two places.
   int64_t GrowthIn(uint64_t begin, uint64_t end) const { return ShiftAt(end) - ShiftAt(begin); }
@@ -112,6 +113,7 @@ class Splices {
   }
   void Put(uint64_t at, uint64_t spooled, int64_t growth);
   uint32_t RemovedAt(uint64_t spooled) const;
+  int64_t Held(size_t index, uint64_t at) const;
 
   Spool* spool_;
   std::vector<Entry> entries_;

@@ -53,10 +53,8 @@ class TrackReader {
            at += 4) {
         track_.hinted.push_back(reader_.U32(at));
       }
-    } else if (box.type == FourCc("meta")) {
-      track_.metas.push_back(box);
-    } else if (box.type == FourCc("udta")) {
-      if (const auto meta = FindBox(reader_, box, FourCc("meta"))) track_.metas.push_back(*meta);
+    } else {
+      TakeMetas(reader_, box, track_.metas);
     }
   }
 
@@ -87,8 +85,9 @@ class TrackReader {
     if (!dref || dref->bodySize() < 8) return;
     BoxLevel level = BoxLevel::Inside(reader_, *dref, 8);
     for (Box box; level.Next(box) && selfContained_.size() < 0xFFFF;) {
-      // Flag 1: the data is in the same file.
-      selfContained_.push_back(box.bodySize() < 4 || (reader_.U32(box.body) & 1) != 0);
+      // Flag 1: the data is in the same file. Places of these two count from a box and not from its begin.
+      const bool ofBox = box.type == FourCc("imdt") || box.type == FourCc("snim");
+      selfContained_.push_back(!ofBox && (box.bodySize() < 4 || (reader_.U32(box.body) & 1) != 0));
     }
   }
 

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "container/mp4/memory_sink.h"
+
 namespace qlnmedia::mp4 {
 
 namespace {
@@ -188,6 +190,63 @@ class TableSampleSizes final : public SampleSizes {
   TableSamples samples_;
 };
 
+// Where the change lies within one part, that part takes the growth. Else parts are found again by their
+// bytes, and what lies between two that are found belongs to the one part that is not.
+std::vector<uint64_t> NewParts(const Edit& edit, uint64_t offset, uint32_t size, std::vector<uint64_t> parts,
+                               uint64_t place) {
+  const size_t first = edit.samples.FirstFrom(offset);
+  const Splices::Splice splice = edit.samples.At(first);
+  uint64_t end = offset;
+  for (uint64_t& part : parts) {
+    end += part;
+    if (splice.at >= end) continue;
+    if (splice.at + splice.removed > end) break;
+    part += edit.SampleSize(offset, size) - size;
+    return parts;
+  }
+  if (splice.at >= end) return parts;  // behind all of them
+  Bytes old(size);
+  edit.source.Read(offset, old);
+  MemorySink sink;
+  edit.samples.Apply(edit.source, offset, offset + size, sink, [](uint64_t) {});
+  const Bytes& fresh = sink.bytes();
+  auto at = old.cbegin();
+  auto reached = fresh.begin();
+  uint64_t* open = nullptr;  // the part that takes what is not found
+  const auto close = [&](Bytes::const_iterator until) {
+    const auto between = static_cast<uint64_t>(until - reached);
+    if (open == nullptr && between != 0) return false;
+    if (open != nullptr) *open = between;
+    open = nullptr;
+    return true;
+  };
+  for (uint64_t& part : parts) {
+    if (part > static_cast<uint64_t>(old.end() - at))
+      throw edit.source.Fault(place, "box 'subs' names more than a sample");
+    const auto partEnd = at + static_cast<std::ptrdiff_t>(part);
+    const auto found = part == 0 ? fresh.end() : std::search(reached, fresh.end(), at, partEnd);
+    at = partEnd;
+    if (found == fresh.end()) {
+      if (open != nullptr)
+        throw edit.source.Fault(place, "box 'subs' names parts of a sample that change together");
+      open = &part;
+      continue;
+    }
+    // What comes in front of a part that is found, and belongs to none, becomes its own.
+    const bool mine = !close(found);
+    const auto from = mine ? reached : found;
+    reached = found + static_cast<std::ptrdiff_t>(part);
+    part = static_cast<uint64_t>(reached - from);
+  }
+  // Behind the last part may stand what belongs to none.
+  const auto rest = std::min(old.end() - at, fresh.end() - reached);
+  const bool kept = std::equal(at, old.cend(), fresh.end() - rest, fresh.end());
+  const auto until = kept ? fresh.end() - rest : fresh.end();
+  if (!close(until) && at == old.end() && !parts.empty())
+    parts.back() += static_cast<uint64_t>(fresh.end() - reached);
+  return parts;
+}
+
 }  // namespace
 
 void PlanTrack(Edit& edit, const Track& track) {
@@ -265,22 +324,13 @@ void WriteSubSamples(Edit& edit, Reader& reader, const Box& box, SampleSizes& sa
     if (parts == 0) continue;
     RequireBody(reader, box, at + 6 + parts * (width + 6) - box.body);
     const size_t first = size == 0 || delta == 0 ? edit.samples.size() : edit.samples.FirstFrom(offset);
-    const bool changes = first < edit.samples.size() && edit.samples.At(first).at < offset + size &&
-                         edit.SampleSize(offset, size) != size;
-    uint64_t partEnd = offset;
-    bool placed = !changes;
-    for (uint16_t part = 0; part < parts; ++part, at += width + 6) {
-      const uint64_t bytes = reader.Number(at + 6, width);
-      partEnd += bytes;
-      const Splices::Splice splice = changes ? edit.samples.At(first) : Splices::Splice{};
-      if (placed || splice.at >= partEnd) continue;
-      placed = true;
-      if (splice.at + splice.removed > partEnd) {
-        throw reader.source().Fault(at + 6, "box 'subs' names parts of a sample that change together");
-      }
-      edit.PutNumber(reader, at + 6, width, edit.SampleSize(offset, size) - size + bytes,
-                     "the size of a part ('subs')");
-    }
+    const bool changes = first < edit.samples.size() && edit.samples.At(first).at < offset + size;
+    std::vector<uint64_t> sizes;
+    for (uint16_t part = 0; part < parts; ++part)
+      sizes.push_back(reader.Number(at + 6 + part * (width + 6), width));
+    const std::vector<uint64_t> fresh = changes ? NewParts(edit, offset, size, sizes, at) : sizes;
+    for (uint16_t part = 0; part < parts; ++part, at += width + 6)
+      edit.PutNumber(reader, at + 6, width, fresh[part], "the size of a part ('subs')");
   }
 }
 
