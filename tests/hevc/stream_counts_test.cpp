@@ -73,6 +73,57 @@ TEST(HevcStreamCounts, AWrapInsideAnHrdLastsForAllItsSubLayers) {
       << vps.messages[0];
 }
 
+// An SPS without its last bits: zeros stand in for them.
+Bytes SpsWithout(const SpsParts& parts, size_t bitsLeftOut) {
+  const BitBuilder whole = SpsBits(parts);
+  const size_t bits = whole.bits() - bitsLeftOut;
+  Bytes unit = Head(whole.bytes(), (bits + 7) / 8);
+  if (bits % 8 != 0) unit.back() &= static_cast<uint8_t>(0xFF00 >> bits % 8);
+  return unit;
+}
+
+TEST(HevcStreamCounts, AWrapInsideOrderingValuesLastsForAllSubLayers) {
+  // Nothing stands behind the flag: the first code counts zeros up to the limit, the second takes the bit at
+  // it, and seven more take a bit each. What follows is then read from bit 7 on: eight zeros, a 1, and
+  // 00000101.
+  SpsParts parts;
+  parts.maxSubLayersMinus1 = 2;
+  parts.subLayers = [](BitBuilder& b) { b.u(4, 0).u(12, 0); };
+  parts.ordering = {};
+  parts.scalingLists = parts.pcm = parts.shortTerm = parts.longTerm = parts.vui = parts.extension = Nothing;
+  // Six codes, amp and SAO flags, and the two in front of the VUI.
+  const size_t behind = 1 + 3 + 1 + 5 + 3 + 3 + 2 + 2;
+  auto sps = ReadSps(SpsWithout(parts, behind), nullptr, kAll);
+  EXPECT_EQ(sps.record().sps_max_dec_pic_buffering_minus1[0], 0u);
+  EXPECT_EQ(sps.record().sps_max_num_reorder_pics[0], 0u);
+  EXPECT_EQ(sps.record().sps_max_latency_increase_plus1, 0u);
+  EXPECT_EQ(sps.record().log2_min_luma_coding_block_size_minus3, 255u + 5);
+}
+
+TEST(HevcStreamCounts, AWrapInsideTheHrdOfAVuiLastsForAllSubLayers) {
+  SpsParts parts;
+  parts.maxSubLayersMinus1 = 2;
+  parts.subLayers = [](BitBuilder& b) { b.u(4, 0).u(12, 0); };
+  parts.ordering = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
+  parts.vui = [](BitBuilder& b) {
+    b.u(1, 1).u(8, 0);  // nothing up to the timing
+    b.u(1, 1).u(32, 0x01010101).u(32, 0x01010101).u(1, 0).u(1, 1);
+    b.u(1, 0).u(1, 0).u(1, 0).u(1, 0).u(1, 0);  // no CPB lengths; flags of the first sub-layer
+  };
+  parts.extension = Nothing;
+  auto sps = ReadSps(SpsWithout(parts, 0), nullptr, kAll);
+  ASSERT_EQ(sps.record().vui_hrd_parameters_present_flag, 1u);
+  EXPECT_EQ(sps.record().fixed_pic_rate_general_flag[0], 0u);
+  for (int i = 1; i < 3; ++i) {
+    EXPECT_EQ(sps.record().fixed_pic_rate_general_flag[i], kAll) << i;
+    EXPECT_EQ(sps.record().fixed_pic_rate_within_cvs_flag[i], kAll) << i;
+    EXPECT_EQ(sps.record().low_delay_hrd_flag[i], kAll) << i;
+    EXPECT_EQ(sps.record().cpb_cnt_minus1[i], 0u) << i;
+  }
+  EXPECT_EQ(sps.record().bit_rate_value_minus1, 0u);
+  EXPECT_EQ(sps.record().cbr_flag, kAll);
+}
+
 TEST(HevcStreamCounts, AWrapInsideShortTermSetsLastsForAllOfThem) {
   SpsParts parts;
   parts.pcm = [](BitBuilder& b) { b.u(1, 1).u(8, 0).ue(0).ue(0).u(1, 0); };

@@ -9,6 +9,7 @@
 #include "qlnutil/bits/bit_reader.h"
 #include "qlnutil/bits/bit_window.h"
 #include "qlnutil/bits/bit_writer.h"
+#include "qlnutil/bits/loop_reader.h"
 
 namespace qln {
 
@@ -25,6 +26,15 @@ struct ElementReader {
 };
 
 using SyntaxReader = ElementReader<BitReader>;
+
+// Runs table(coder) for a loop whose count comes from the stream, from the reader's position on, and moves it
+// behind.
+template <class Table>
+void InCountedLoop(BitReader& bits, Table table) {
+  ElementReader<LoopReader> loop{LoopReader(bits)};
+  table(loop);
+  bits = loop.bits.reader();
+}
 
 // The reader of single elements for a table that is one long chain of them; lists and loops go through a
 // SyntaxReader.

@@ -22,23 +22,26 @@ constexpr int32_t GroupIdWidth(uint32_t groups) {
 }  // namespace
 
 void SliceGroupsSyntax(H264SetReader& coder, H264PpsRecord& pps) {
-  BitReader& bits = coder.bits;
   const uint64_t groups = InclusiveRounds(pps.num_slice_groups_minus1);
   switch (pps.slice_group_map_type) {
     case 0:
-      RunCountedRounds(bits, groups, kMaxSliceGroups, [&](uint64_t i) {
-        const uint32_t run = bits.ReadUe();
-        if (i < kMaxSliceGroups) pps.run_length_minus1[i] = run;
+      coder.InLoop([&](auto& loop) {
+        RunRounds(loop.bits, groups, kMaxSliceGroups, [&](uint64_t i) {
+          const uint32_t run = loop.bits.ReadUe();
+          if (i < kMaxSliceGroups) pps.run_length_minus1[i] = run;
+        });
       });
       break;
     case 2:
       // One rectangle more than the standard has: streams of this type are out of step from here on.
-      RunCountedRounds(bits, groups, kMaxSliceGroups, [&](uint64_t i) {
-        const uint32_t topLeft = bits.ReadUe();
-        const uint32_t bottomRight = bits.ReadUe();
-        if (i >= kMaxSliceGroups) return;
-        pps.top_left[i] = topLeft;
-        pps.bottom_right[i] = bottomRight;
+      coder.InLoop([&](auto& loop) {
+        RunRounds(loop.bits, groups, kMaxSliceGroups, [&](uint64_t i) {
+          const uint32_t topLeft = loop.bits.ReadUe();
+          const uint32_t bottomRight = loop.bits.ReadUe();
+          if (i >= kMaxSliceGroups) return;
+          pps.top_left[i] = topLeft;
+          pps.bottom_right[i] = bottomRight;
+        });
       });
       break;
     case 3:
@@ -50,11 +53,13 @@ void SliceGroupsSyntax(H264SetReader& coder, H264PpsRecord& pps) {
     case 6: {
       coder.Ue(pps.pic_size_in_map_units_minus1);
       const int32_t width = GroupIdWidth(pps.num_slice_groups_minus1 + 1u);
-      RunCountedRounds(bits, InclusiveRounds(pps.pic_size_in_map_units_minus1), kMaxGroupIds,
-                       [&](uint64_t i) {
-                         const uint32_t id = bits.ReadBits(width);
-                         if (i < kMaxGroupIds) pps.slice_group_id[i] = id;
-                       });
+      const uint64_t units = InclusiveRounds(pps.pic_size_in_map_units_minus1);
+      coder.InLoop([&](auto& loop) {
+        RunRounds(loop.bits, units, kMaxGroupIds, [&](uint64_t i) {
+          const uint32_t id = loop.bits.ReadBits(width);
+          if (i < kMaxGroupIds) pps.slice_group_id[i] = id;
+        });
+      });
       break;
     }
     default:

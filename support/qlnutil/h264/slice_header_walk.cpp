@@ -4,8 +4,6 @@
 
 #include <cmath>
 
-#include "qlnutil/bits/counted_rounds.h"
-
 namespace qln {
 
 namespace {
@@ -36,21 +34,23 @@ void PredWeightTable(SyntaxReader& coder, H264SliceHeaderRecord& header, bool ha
   coder.Ue(header.luma_log2_weight_denom);
   if (hasChroma) coder.Ue(header.chroma_log2_weight_denom);
   const uint64_t rounds = InclusiveRounds(header.num_ref_idx_l0_active_minus1);
-  RunCountedRounds(coder.bits, rounds, kMaxWeights, [&](uint64_t i) {
-    int32_t unstored;
-    const bool stores = i < kMaxWeights;
-    coder.Flag(header.luma_weight_l0_flag);
-    if (header.luma_weight_l0_flag != 0) {
-      coder.Se(stores ? header.luma_weight_l0[i] : unstored);
-      coder.Se(stores ? header.luma_offset_l0[i] : unstored);
-    }
-    if (!hasChroma) return;
-    coder.Flag(header.chroma_weight_l0_flag);
-    if (header.chroma_weight_l0_flag == 0) return;
-    for (int j = 0; j < 2; ++j) {
-      coder.Se(stores ? header.chroma_weight_l0[i][j] : unstored);
-      coder.Se(stores ? header.chroma_offset_l0[i][j] : unstored);
-    }
+  InCountedLoop(coder.bits, [&](auto& loop) {
+    RunRounds(loop.bits, rounds, kMaxWeights, [&](uint64_t i) {
+      int32_t unstored;
+      const bool stores = i < kMaxWeights;
+      loop.Flag(header.luma_weight_l0_flag);
+      if (header.luma_weight_l0_flag != 0) {
+        loop.Se(stores ? header.luma_weight_l0[i] : unstored);
+        loop.Se(stores ? header.luma_offset_l0[i] : unstored);
+      }
+      if (!hasChroma) return;
+      loop.Flag(header.chroma_weight_l0_flag);
+      if (header.chroma_weight_l0_flag == 0) return;
+      for (int j = 0; j < 2; ++j) {
+        loop.Se(stores ? header.chroma_weight_l0[i][j] : unstored);
+        loop.Se(stores ? header.chroma_offset_l0[i][j] : unstored);
+      }
+    });
   });
 }
 

@@ -42,11 +42,13 @@ void HrdSyntax(Coder& coder, Hrd& hrd) {
     if (static_cast<int32_t>(hrd.cpb_cnt_minus1) > kLast) hrd.cpb_cnt_minus1 = kLast;
   }
   const int32_t last = std::min(static_cast<int32_t>(hrd.cpb_cnt_minus1), kLast);
-  for (int32_t i = 0; i <= last; ++i) {
-    coder.Ue(hrd.schedule[i].bit_rate_value_minus1);
-    coder.Ue(hrd.schedule[i].cpb_size_value_minus1);
-    coder.Flag(hrd.schedule[i].cbr_flag);
-  }
+  coder.InLoop([&](auto& loop) {
+    for (int32_t i = 0; i <= last; ++i) {
+      loop.Ue(hrd.schedule[i].bit_rate_value_minus1);
+      loop.Ue(hrd.schedule[i].cpb_size_value_minus1);
+      loop.Flag(hrd.schedule[i].cbr_flag);
+    }
+  });
   coder.U(5, hrd.initial_cpb_removal_delay_length_minus1);
   coder.U(5, hrd.cpb_removal_delay_length_minus1);
   coder.U(5, hrd.dpb_output_delay_length_minus1);

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <span>
 
-#include "qlnutil/bits/counted_rounds.h"
 #include "qlnutil/bits/syntax_coders.h"
 #include "qlnutil/qlnh264.h"
 
@@ -33,7 +32,12 @@ struct H264SetReader : SyntaxReader {
   void PicOrderOffset(uint32_t& word) { Ue(word); }
   void PicOrderOffsetCycle(uint32_t count, uint32_t& word) {
     const uint64_t rounds = static_cast<uint64_t>(std::max(static_cast<int32_t>(count), 0));
-    RunCountedRounds(bits, rounds, 0, [&](uint64_t) { Ue(word); });
+    InLoop([&](auto& loop) { RunRounds(loop.bits, rounds, 0, [&](uint64_t) { loop.Ue(word); }); });
+  }
+
+  template <class Table>
+  void InLoop(Table table) {
+    InCountedLoop(bits, table);
   }
 };
 
@@ -41,6 +45,11 @@ struct H264SetWriter : SyntaxWriter {
   // The entries themselves, not their differences: hosts that build records write them so.
   void ScalingList(std::span<const int32_t> list, uint32_t useDefault) {
     for (const int32_t entry : list) Se(useDefault != 0 ? 0 : entry);
+  }
+
+  template <class Table>
+  void InLoop(Table table) {
+    table(*this);
   }
 
   void PicOrderOffset(uint32_t word) { Se(static_cast<int32_t>(word)); }

@@ -37,7 +37,7 @@ int32_t HevcReadHrdParameters(LoopReader& in, uint32_t commonInfPresentFlag, uin
 }
 
 int32_t HevcReadSubLayerHrd(LoopReader& in, uint32_t cpbCount, uint32_t subPicHrdParamsPresentFlag) {
-  RunRounds(in, cpbCount, 0, [&](uint32_t) {
+  RunRounds(in, cpbCount, 0, [&](uint64_t) {
     in.ReadUe();  // bit_rate_value_minus1
     in.ReadUe();  // cpb_size_value_minus1
     if (subPicHrdParamsPresentFlag != 0) {

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "qlnutil/hevc/loop_reader.h"
+#include "qlnutil/bits/loop_reader.h"
 
 namespace qln {
 

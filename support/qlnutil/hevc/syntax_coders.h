@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "qlnutil/bits/loop_reader.h"
 #include "qlnutil/bits/syntax_coders.h"
-#include "qlnutil/hevc/loop_reader.h"
 #include "qlnutil/hevc/profile_tier_level.h"
 #include "qlnutil/qlnhevc.h"
 
@@ -63,7 +63,7 @@ struct HevcSetReader : HevcElementReader<Bits> {
 
   // `count` codes into one word: the last one stays.
   [[gnu::always_inline]] void UeRun(uint32_t count, uint32_t& word) {
-    InLoop([&](HevcLoopCoder& loop) { RunRounds(loop.bits, count, 0, [&](uint32_t) { loop.Ue(word); }); });
+    InLoop([&](HevcLoopCoder& loop) { RunRounds(loop.bits, count, 0, [&](uint64_t) { loop.Ue(word); }); });
   }
 
   int32_t ProfileTierLevel(uint32_t maxSubLayersMinus1, HevcProfileTierLevel& block,
@@ -126,7 +126,9 @@ template <class Coder, class... Words>
 void SubLayerOrderingSyntax(Coder& coder, uint32_t infoPresentFlag, uint32_t maxSubLayersMinus1,
                             Words&... words) {
   const uint64_t last = coder.LastSubLayer(maxSubLayersMinus1);
-  for (uint64_t i = infoPresentFlag != 0 ? 0 : last; i <= last && !coder.Full(); ++i) (coder.Ue(words), ...);
+  coder.InLoop([&](auto& loop) {
+    for (uint64_t i = infoPresentFlag != 0 ? 0 : last; i <= last && !loop.Full(); ++i) (loop.Ue(words), ...);
+  });
 }
 
 }  // namespace qln

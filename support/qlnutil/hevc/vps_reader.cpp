@@ -34,7 +34,7 @@ struct VpsReader : HevcSetReader<BitReader&> {
     const auto subLayers = static_cast<uint32_t>(LastSubLayer(vps.vps_max_sub_layers_minus1)) + 1;
     InLoop([&](HevcLoopCoder& loop) {
       // The first structure has a flag less than the others, so rounds are alike from the second on.
-      RunRounds(loop.bits, vps.vps_num_hrd_parameters, 1, [&](uint32_t i) {
+      RunRounds(loop.bits, vps.vps_num_hrd_parameters, 1, [&](uint64_t i) {
         vps.cprms_present_flag = 1;
         loop.Ue(vps.hrd_layer_set_idx);
         if (i > 0) loop.Flag(vps.cprms_present_flag);

@@ -33,15 +33,17 @@ void ShortHrdSyntax(Coder& coder, HevcSpsRecord& sps) {
     coder.U(5, sps.dpb_output_delay_length_minus1);
   }
   const uint64_t last = coder.LastSubLayer(sps.sps_max_sub_layers_minus1);
-  for (uint64_t i = 0; i <= last && !coder.Full(); ++i) {
-    coder.Flag(coder.Entry(sps.fixed_pic_rate_general_flag, i));
-    coder.Flag(coder.Entry(sps.fixed_pic_rate_within_cvs_flag, i));
-    coder.Flag(coder.Entry(sps.low_delay_hrd_flag, i));
-    coder.Ue(coder.Entry(sps.cpb_cnt_minus1, i));
-    coder.Ue(sps.bit_rate_value_minus1);
-    coder.Ue(sps.cpb_size_value_minus1);
-    coder.Flag(sps.cbr_flag);
-  }
+  coder.InLoop([&](auto& loop) {
+    for (uint64_t i = 0; i <= last && !loop.Full(); ++i) {
+      loop.Flag(loop.Entry(sps.fixed_pic_rate_general_flag, i));
+      loop.Flag(loop.Entry(sps.fixed_pic_rate_within_cvs_flag, i));
+      loop.Flag(loop.Entry(sps.low_delay_hrd_flag, i));
+      loop.Ue(loop.Entry(sps.cpb_cnt_minus1, i));
+      loop.Ue(sps.bit_rate_value_minus1);
+      loop.Ue(sps.cpb_size_value_minus1);
+      loop.Flag(sps.cbr_flag);
+    }
+  });
 }
 
 template <class Coder>

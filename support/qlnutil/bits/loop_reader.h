@@ -1,10 +1,8 @@
-// Loops of the HEVC readers whose count comes from the stream, in time that the data bounds.
-//
-// RunCountedRounds of bits/ follows a position that wraps round and round, which costs a pass over the data
-// each time; in loops that stand inside loops, as those of the HRD, that would add up. Here the first wrap
-// ends it: what follows counts as read past the end, and a loop never passes the data twice.
-#ifndef QLNUTIL_HEVC_LOOP_READER_H
-#define QLNUTIL_HEVC_LOOP_READER_H
+// Loops whose count comes from a stream, in time that the data bounds. A position that wraps 32 bits counts
+// as past the limit until the loop is over: by a limit near 2^32 that has zero bits up to it, or by as many
+// rounds behind any limit.
+#ifndef QLNUTIL_BITS_LOOP_READER_H
+#define QLNUTIL_BITS_LOOP_READER_H
 
 #include <algorithm>
 #include <bit>
@@ -13,6 +11,9 @@
 #include "qlnutil/bits/bit_reader.h"
 
 namespace qln {
+
+// Rounds of a loop from 0 to `last` inclusive; none for a count with its top bit set.
+constexpr uint64_t InclusiveRounds(uint32_t last) { return last > 0x7FFFFFFFu ? 0 : uint64_t{last} + 1; }
 
 // A bit reader for the length of one loop: once past the limit it stays past it, also where the 32-bit
 // position wraps around. The bits ahead stay in a word from one element to the next; an element that the word
@@ -23,6 +24,13 @@ class LoopReader {
 
   bool past() const { return past_; }
   uint32_t position() const { return end_ - left_; }
+
+  // How many bits lie between the position and the limit where no byte of the data is left, all of them zero;
+  // 0 elsewhere.
+  uint32_t ZerosAhead() const {
+    const uint32_t p = position();
+    return !past_ && p >= reader_.byteCount() * 8 ? reader_.bitLength - p : 0;
+  }
 
   // The plain reader at the position of this one.
   BitReader reader() const {
@@ -44,6 +52,8 @@ class LoopReader {
     if (length <= left_) return Take(length) - 1;
     return PlainUe();
   }
+
+  int32_t ReadSe() { return BitReader::SignedOf(ReadUe()); }
 
   void SkipBits(uint32_t count) {
     if (count < left_) {
@@ -109,18 +119,29 @@ class LoopReader {
   }
 };
 
-// Runs round(i) for i from 0 to count - 1. A round that begins past the limit, with i at `alikeFrom` or
-// behind, is like all rounds behind it: these are done in one step.
+// Runs round(i) for i from 0 to count - 1, with the very result of doing so but without running rounds that
+// cannot differ. From `alikeFrom` on rounds store nothing of their own (values of which the last one stands
+// are fine) and keep no state but what they read: then one that begins past the limit, or lies in the zero
+// bits between the data and the limit, is like all that follow it there, and these are one step.
 template <class Round>
-void RunRounds(LoopReader& in, uint32_t count, uint32_t alikeFrom, Round round) {
-  for (uint32_t i = 0; i < count; ++i) {
-    const bool alike = in.past() && i >= alikeFrom;
+void RunRounds(LoopReader& in, uint64_t count, uint64_t alikeFrom, Round round) {
+  for (uint64_t i = 0; i < count; ++i) {
+    const bool past = in.past();
+    const uint32_t zeros = in.ZerosAhead();
     const uint32_t before = in.position();
     round(i);
-    if (alike) {
-      in.SkipBits((count - 1 - i) * (in.position() - before));
+    if (i < alikeFrom) continue;
+    const uint32_t moved = in.position() - before;
+    if (moved == 0) return;  // nor will any other
+    const uint64_t left = count - 1 - i;
+    if (past) {
+      in.SkipBits(static_cast<uint32_t>(left) * moved);
       return;
     }
+    if (moved >= zeros) continue;
+    const auto alike = static_cast<uint32_t>(std::min<uint64_t>(left, zeros / moved - 1));
+    in.SkipBits(alike * moved);
+    i += alike;
   }
 }
 
