@@ -223,7 +223,13 @@ class Placer {
 class PlannedFile final : public Source {
  public:
   PlannedFile(const Source& file, const Layup& layup, const Spool& spool)
-      : file_(file), layup_(layup), spool_(spool) {}
+      : file_(file), layup_(layup), spool_(spool) {
+    uint64_t spooled = 0;
+    for (const Stretch& stretch : layup.stretches) {
+      spooledAt_.push_back(spooled);
+      spooled += stretch.bytes;
+    }
+  }
 
   const std::string& name() const override { return file_.name(); }
   uint64_t size() const override { return layup_.size; }
@@ -232,14 +238,14 @@ class PlannedFile final : public Source {
     const uint64_t end = at + to.size();
     if (at < file_.size())
       file_.Read(at, to.first(static_cast<size_t>(std::min<uint64_t>(to.size(), file_.size() - at))));
-    uint64_t spooled = 0;
-    for (const Stretch& stretch : layup_.stretches) {
-      const uint64_t from = std::max(at, stretch.at);
-      const uint64_t until = std::min(end, stretch.at + stretch.bytes);
-      if (from < until)
-        spool_.Read(spooled + from - stretch.at,
-                    to.subspan(static_cast<size_t>(from - at), static_cast<size_t>(until - from)));
-      spooled += stretch.bytes;
+    const std::vector<Stretch>& all = layup_.stretches;
+    auto stretch = std::partition_point(all.begin(), all.end(),
+                                        [at](const Stretch& one) { return one.at + one.bytes <= at; });
+    for (; stretch != all.end() && stretch->at < end; ++stretch) {
+      const uint64_t from = std::max(at, stretch->at);
+      const uint64_t until = std::min(end, stretch->at + stretch->bytes);
+      spool_.Read(spooledAt_[static_cast<size_t>(stretch - all.begin())] + from - stretch->at,
+                  to.subspan(static_cast<size_t>(from - at), static_cast<size_t>(until - from)));
     }
   }
 
@@ -247,6 +253,7 @@ class PlannedFile final : public Source {
   const Source& file_;
   const Layup& layup_;
   const Spool& spool_;
+  std::vector<uint64_t> spooledAt_;  // of each stretch
 };
 
 // Puts all that is to be written together, one stretch behind the other.
