@@ -13,6 +13,7 @@
 #include "base/error.h"
 #include "base/text_file.h"
 #include "container/mp4/fragment.h"
+#include "patch/dash_manifest.h"
 
 namespace qlnmedia {
 
@@ -72,16 +73,63 @@ SegmentList ListFolder(const std::string& path) {
   return list;
 }
 
+// A name that a playlist gives, which has to stay in its folder.
+std::string InsideFolder(const std::string& playlist, const std::string& uri) {
+  const fs::path name = fs::path(uri).lexically_normal();
+  const bool outside =
+      name.is_absolute() || uri.find("://") != std::string::npos || (!name.empty() && *name.begin() == "..");
+  if (outside) throw Error(playlist, fmt::format("names \"{}\", which stands outside of its folder", uri));
+  return name;
+}
+
+std::string FolderOfList(const std::string& path) {
+  const fs::path folder = fs::path(path).parent_path();
+  return folder.empty() ? fs::path(".") : folder;
+}
+
+// The one stream of pictures of a manifest; those of all else go with it as they are.
+SegmentList ListManifest(const std::string& path, const std::string& text) {
+  SegmentList list;
+  list.folder = FolderOfList(path);
+  list.others = {fs::path(path).filename()};
+  std::vector<DashStream> streams = ReadDashManifest(path, text);
+  const auto isVideo = [](const DashStream& stream) { return stream.video; };
+  const auto videos = std::count_if(streams.begin(), streams.end(), isVideo);
+  if (videos != 1)
+    throw Error(path, fmt::format("names {} streams of pictures", videos), "name a manifest of one of them");
+  for (DashStream& stream : streams) {
+    std::vector<std::string> names = std::move(stream.segments);
+    for (const DashStream::Numbered& open : stream.numbered) {
+      std::error_code ignored;
+      for (unsigned number = open.first;; ++number) {
+        std::string name = fmt::format("{}{:0{}}{}", open.front, number, open.width, open.behind);
+        if (!fs::exists(fs::path(list.folder) / InsideFolder(path, name), ignored)) break;
+        names.push_back(std::move(name));
+      }
+    }
+    for (std::string& name : names) name = InsideFolder(path, name);
+    const std::string initialization = InsideFolder(path, stream.initialization);
+    if (stream.video) {
+      list.initialization = initialization;
+      list.segments = std::move(names);
+      continue;
+    }
+    if (!initialization.empty()) list.others.push_back(initialization);
+    list.others.insert(list.others.end(), names.begin(), names.end());
+  }
+  if (list.initialization.empty()) throw Error(path, "names no initialization segment");
+  return list;
+}
+
 class PlaylistReader {
  public:
-  explicit PlaylistReader(const std::string& path) : path_(path) {
-    const fs::path folder = fs::path(path).parent_path();
-    list_.folder = folder.empty() ? fs::path(".") : folder;
+  PlaylistReader(const std::string& path, const std::string& text) : path_(path), text_(text) {
+    list_.folder = FolderOfList(path);
     list_.others = {fs::path(path).filename()};
   }
 
   SegmentList Read() {
-    std::istringstream lines(ReadTextFile(path_));
+    std::istringstream lines(text_);
     bool any = false;
     for (std::string line; std::getline(lines, line);) {
       while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) line.pop_back();
@@ -121,15 +169,10 @@ class PlaylistReader {
     list_.segments.push_back(std::move(name));
   }
 
-  std::string Inside(const std::string& uri) const {
-    const fs::path name = fs::path(uri).lexically_normal();
-    const bool outside = name.is_absolute() || uri.find("://") != std::string::npos ||
-                         (!name.empty() && *name.begin() == "..");
-    if (outside) Fail(fmt::format("names \"{}\", which stands outside of its folder", uri));
-    return name;
-  }
+  std::string Inside(const std::string& uri) const { return InsideFolder(path_, uri); }
 
   std::string path_;
+  const std::string& text_;
   SegmentList list_;
 };
 
@@ -138,7 +181,14 @@ class PlaylistReader {
 SegmentList ReadSegmentList(const std::string& path) {
   std::error_code ignored;
   if (!fs::exists(path, ignored)) throw Error(path, "No such file or directory", "check the path");
-  SegmentList list = fs::is_directory(path, ignored) ? ListFolder(path) : PlaylistReader(path).Read();
+  SegmentList list;
+  if (fs::is_directory(path, ignored)) {
+    list = ListFolder(path);
+  } else {
+    const std::string text = ReadTextFile(path);
+    const bool manifest = text.find("<MPD") != std::string::npos || text.find(":MPD") != std::string::npos;
+    list = manifest ? ListManifest(path, text) : PlaylistReader(path, text).Read();
+  }
   if (list.segments.empty()) throw Error(path, "has no media segments");
   return list;
 }

@@ -15,9 +15,10 @@ struct SegmentList {
 };
 
 // `path` is a folder, whose one initialization segment and media segments are found by their boxes and put in
-// order by their decoding times, or an HLS playlist (IETF RFC 8216), which names them. Throws Error where
-// there is not one initialization segment and at least one segment, or a playlist names parts of files or
-// files outside of its folder.
+// order by their decoding times, or an HLS playlist (IETF RFC 8216) or a DASH manifest (ISO/IEC 23009-1) with
+// one stream of pictures, which name them; segments of a manifest's other streams go with it. Throws Error
+// where there is not one initialization segment and at least one segment, or a playlist names parts of files
+// or files outside of its folder.
 SegmentList ReadSegmentList(const std::string& path);
 
 }  // namespace qlnmedia

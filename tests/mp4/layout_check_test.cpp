@@ -162,6 +162,7 @@ TEST(LayoutCheck, WhatWillStandInPlaceIsRight) {
   TrackSpec sound;
   sound.id = 2;
   sound.handler = "soun";
+  sound.format = "mp4a";
   sound.samples = {Noise(40, 1), Noise(41, 2)};
   const Bytes file = BuildMovie({.tracks = {Pictures(), sound},
                                  .moovFirst = false,

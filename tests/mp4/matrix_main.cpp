@@ -56,20 +56,21 @@ int PatchAll(const fs::path& folder, const fs::path& out) {
   for (const fs::path& file : files) {
     const Bytes bytes = ReadFile(file);
     const fs::path beside = fs::path(file).replace_extension(".init");
-    const bool untrue = fs::exists(fs::path(file).replace_extension(".untrue"));
+    const Bytes reason = ReadFile(fs::path(file).replace_extension(".untrue"));
+    const std::string untrue(reason.begin(), reason.end());
     const Bytes init = fs::exists(beside) ? ReadFile(beside) : Bytes{};
     for (const auto& [wishes, name] :
          {std::pair{Wishes::kDelimiters, "delimiters"}, {Wishes::kEverything, "everything"}}) {
       Bytes output;
       std::string said = JudgePatch(bytes, init, wishes, &output);
-      // What would not be true of a Dolby Vision track is refused, and nothing is written.
-      if (untrue && wishes == Wishes::kEverything)
-        said = said.find("Dolby Vision") == std::string::npos ? "is not refused" : "";
+      // What would not be true is refused, and nothing is written.
+      if (!untrue.empty() && (wishes == Wishes::kEverything || !said.empty()))
+        said = said.find(untrue) == std::string::npos ? "is not refused: " + said : "";
       judge(file, name, said);
       if (output.empty()) continue;
       WriteFile(out / (file.stem().string() + "." + name + file.extension().string()), output);
     }
-    if (init.empty() && !untrue) judge(file, "in place", JudgeInPlace(bytes));
+    if (init.empty() && untrue.empty()) judge(file, "in place", JudgeInPlace(bytes));
   }
   std::printf("%zu files, %zu wrong\n", files.size(), wrong);
   return wrong == 0 ? 0 : 1;

@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "base/error.h"
 #include "mp4/list_file.h"
 #include "mp4/muxed_kinds.h"
+#include "patch/dash_manifest.h"
 #include "qlnmedia/media/media_facts.h"
 #include "qlnmedia/patch.h"
 #include "qlnmedia/program.h"
@@ -99,6 +101,103 @@ TEST(Segments, AFolderIsPatchedAsTheJoinedFileIs) {
       }
     }
   }
+}
+
+// Pictures and sound in segments of their own, side by side in one folder; the manifest tells them apart.
+TEST(Segments, AManifestNamesThePicturesAmongOtherStreams) {
+  for (const std::string naming : {"", "-use_timeline 0 ", "-use_timeline 0 -use_template 0 "}) {
+    SCOPED_TRACE(naming);
+    const std::string in = Folder("streams");
+    fs::create_directories(in);
+    const CommandResult made =
+        test::Run("ffmpeg -v error -y -i " + mp4::Coded(false) +
+                  " -map 0 -c copy -f dash -seg_duration 0.4 " + naming + in + "/list.mpd");
+    ASSERT_EQ(made.exitCode, 0) << made.output;
+    EXPECT_THAT(Qlnmedia("patch --segments '" + in + "' '" + Folder("none") + "' --delimiters").output,
+                HasSubstr("has 2 initialization segments"));
+    const std::string out = Folder("streams_out");
+    const CommandResult patch =
+        Qlnmedia("patch --segments --verify '" + in + "/list.mpd' '" + out + "' --rate 25 " + kOptions);
+    ASSERT_EQ(patch.exitCode, 0) << patch.output;
+    EXPECT_THAT(patch.output, HasSubstr("verified: 38 samples of 1 tracks"));
+    std::vector<Bytes> before;
+    std::vector<Bytes> after;
+    size_t files = 0;
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(in)) names.push_back(entry.path().filename());
+    std::sort(names.begin(), names.end());
+    // "chunk-stream0-..." and "init-stream0.m4s" are the pictures.
+    for (const std::string& name : names) {
+      ++files;
+      const Bytes is = ReadFile(out + "/" + name);
+      const Bytes was = ReadFile(in + "/" + name);
+      EXPECT_EQ(is == was, name.find("stream0") == std::string::npos) << name;
+      if (name.rfind("chunk-stream0", 0) == 0) {
+        before.push_back(was);
+        after.push_back(is);
+      }
+    }
+    EXPECT_GT(files, 8u);
+    before.insert(before.begin(), ReadFile(in + "/init-stream0.m4s"));
+    WriteFile(MediaPath("segments_joined_in.mp4"), mp4::Joined(before));
+    after.insert(after.begin(), ReadFile(out + "/init-stream0.m4s"));
+    WriteFile(MediaPath("segments_joined_out.mp4"), mp4::Joined(after));
+    EXPECT_EQ(Decoded(MediaPath("segments_joined_out.mp4")), Decoded(MediaPath("segments_joined_in.mp4")));
+  }
+}
+
+TEST(Segments, ManifestsByTheirText) {
+  const auto read = [](const std::string& inner) {
+    return qlnmedia::ReadDashManifest(
+        "list.mpd", "<?xml version=\"1.0\"?><!-- <MPD> -->\n<MPD><Period>" + inner + "</Period></MPD>");
+  };
+  const auto refusal = [&](const std::string& inner) {
+    try {
+      read(inner);
+    } catch (const qlnmedia::Error& error) {
+      return std::string(error.what());
+    }
+    return std::string();
+  };
+  // What stands around holds within, and each says what it has of its own.
+  const auto streams = read(
+      "<BaseURL>a&amp;b/</BaseURL><AdaptationSet mimeType='video/mp4'><x:SegmentTemplate startNumber=\"3\" "
+      "initialization=\"$RepresentationID$/i.mp4\" "
+      "media=\"$RepresentationID$-$Bandwidth$-$Number%04d$-$Time$$$.m4s\">"
+      "<SegmentTimeline><S t=\"5\" d=\"10\" r=\"1\"/><S d=\"2\"/></SegmentTimeline></x:SegmentTemplate>"
+      "<Representation id=\"v\" bandwidth=\"77\"/></AdaptationSet>"
+      "<AdaptationSet contentType=\"audio\"><Representation id='s'><SegmentList><Initialization "
+      "sourceURL=\"i\"/>"
+      "<SegmentURL media=\"one\"/><SegmentURL media=\"two\"/></SegmentList></Representation></AdaptationSet>"
+      "<AdaptationSet contentType=\"text\"><Representation id='t'><SegmentTemplate "
+      "media='t$Number%02d$.m4s'/>"
+      "</Representation></AdaptationSet>");
+  ASSERT_EQ(streams.size(), 3u);
+  EXPECT_TRUE(streams[0].video);
+  EXPECT_EQ(streams[0].initialization, "a&b/v/i.mp4");
+  EXPECT_THAT(streams[0].segments,
+              testing::ElementsAre("a&b/v-77-0003-5$.m4s", "a&b/v-77-0004-15$.m4s", "a&b/v-77-0005-25$.m4s"));
+  EXPECT_FALSE(streams[1].video);
+  EXPECT_THAT(streams[1].segments, testing::ElementsAre("a&b/one", "a&b/two"));
+  ASSERT_EQ(streams[2].numbered.size(), 1u);
+  EXPECT_EQ(streams[2].numbered[0].front, "a&b/t");
+  EXPECT_EQ(streams[2].numbered[0].behind, ".m4s");
+  EXPECT_EQ(streams[2].numbered[0].first, 1u);
+  EXPECT_EQ(streams[2].numbered[0].width, 2u);
+
+  const std::string video = "<AdaptationSet contentType='video'><Representation id='v'>";
+  const std::string end = "</Representation></AdaptationSet>";
+  EXPECT_THAT(refusal(video + "<SegmentBase/>" + end), HasSubstr("names parts of files"));
+  EXPECT_THAT(refusal(video + "<SegmentList><SegmentURL mediaRange='1-2'/></SegmentList>" + end),
+              HasSubstr("names parts of files"));
+  EXPECT_THAT(refusal("</Period><Period>"), HasSubstr("several periods"));
+  EXPECT_THAT(refusal("<S r='-1'/>"), HasSubstr("without saying how many"));
+  EXPECT_THAT(refusal("<S r='99999999999'/>"), HasSubstr("more than a million"));
+  EXPECT_THAT(refusal("<S r='x'/>"), HasSubstr("is none"));
+  EXPECT_THAT(refusal(video + "<SegmentTemplate media='$Else$'/>" + end), HasSubstr("nothing fills"));
+  EXPECT_THAT(refusal("</Period></MPD></Period>"), HasSubstr("is cut off"));
+  EXPECT_THAT(refusal("<AdaptationSet"), HasSubstr("is cut off"));
+  EXPECT_THAT(refusal("<S d='1"), HasSubstr("is cut off"));
 }
 
 TEST(Segments, OneAloneWithItsInitializationSegment) {
