@@ -5,6 +5,7 @@
 #include <chrono>
 
 #include "h264/h264_test_support.h"
+#include "qlnutil/h264/start_code.h"
 
 namespace qln {
 namespace {
@@ -54,6 +55,13 @@ Bytes SizeToMarker(const Bytes& frame, uint32_t* result) {
   test::ExactCopy buffer(frame);
   *result = qlnUtilh264SizeToMarker(buffer.data(), static_cast<uint32_t>(frame.size()));
   return buffer.bytes();
+}
+
+TEST(FrameConversion, SizesAreBigEndian) {
+  uint8_t bytes[4] = {};
+  StoreBigEndian32(bytes, 0x81020304);
+  EXPECT_EQ(test::ToHex(bytes, 4), "81 02 03 04");
+  EXPECT_EQ(LoadBigEndian32(bytes), 0x81020304u);
 }
 
 TEST(MarkerToSize, WidensStartCodesOfThreeBytes) {

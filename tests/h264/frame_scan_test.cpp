@@ -295,6 +295,15 @@ TEST(FrameScan, AnSpsOfLengthZeroIsNotParsed) {
 
 // A set counts as soon as its first byte is there: what was read in front of the cut is in the records, and
 // the copy is what is left behind the length, with its own four bytes counted in.
+TEST(FrameScan, AnSpsIsReadUpToItsOwnEnd) {
+  // The id's zeros run up to the limit, and their number decides what it comes to.
+  Bytes unit = Hex("67 42 00 1E");
+  unit.resize(40, 0);
+  const H264SpsRecord alone = test::ReadSpsUnit(unit).record;
+  EXPECT_TRUE(SameWords(ScanFrame(WithLength(unit)).sps, alone));
+  EXPECT_TRUE(SameWords(ScanFrame(Join({WithLength(unit), WithLength(Hex("06 05 01"))})).sps, alone));
+}
+
 TEST(FrameScan, ACutFrameShowsTheSetsInFrontOfTheCut) {
   const Bytes sps = Sps(3);
   const Bytes whole = Join({WithLength(sps), WithLength(Pps()), WithLength(Slice(0))});
@@ -406,6 +415,8 @@ TEST(FindSpecificNal, MarkerFormIsSearchedLoosely) {
   EXPECT_EQ(Find(Hex("00 00 00 01 67 42 11 12 13"), 1, 0x67), (Found{1, 0, 5}));
   EXPECT_EQ(Find(Hex("00 00 00 01 67 42 11 01 13 14 15 16"), 1, 0x67), (Found{1, 0, 4}));  // a 1 ends it too
   EXPECT_EQ(Find(Hex("00 00 00 01 67"), 1, 0x67), (Found{1, 0, 4}));
+  // A zero byte directly behind the header byte, which stands where the search begins.
+  EXPECT_EQ(Find(Hex("00 00 00 01 67 00 11 12 13 14 15 16"), 1, 0x67), (Found{1, 0, 4}));
 }
 
 TEST(FindSpecificNal, ManyEmptyUnitsCostNoMoreThanTheirBytes) {

@@ -301,10 +301,10 @@ TEST(SliceHeaderReader, WidthOfTheSliceGroupChangeCycle) {
     uint32_t picSize, rate, mapType;
     int width;
   };
-  for (const Case& c :
-       {Case{99, 0, 3, 6}, Case{99, 0, 4, 6}, Case{0, 99, 5, 6}, Case{7, 0, 3, 2}, Case{3, 0, 3, 2},
-        Case{1, 0, 3, 1}, Case{0, 0, 3, 0}, Case{8, 0, 3, 3}, Case{99, 0, 6, 0}, Case{0xFFFFFFFF, 0, 3, 32},
-        Case{0xFFFFFFFF, 0xFFFFFFFE, 3, 32}, Case{15, 0, 3, 4}}) {
+  for (const Case& c : {Case{99, 0, 3, 6}, Case{99, 0, 4, 6}, Case{0, 99, 5, 6}, Case{7, 0, 3, 2},
+                        Case{3, 0, 3, 2}, Case{1, 0, 3, 1}, Case{0, 0, 3, 0}, Case{8, 0, 3, 3},
+                        Case{99, 0, 6, 0}, Case{99, 0, 0, 0}, Case{99, 0, 1, 0}, Case{99, 0, 2, 0},
+                        Case{0xFFFFFFFF, 0, 3, 32}, Case{0xFFFFFFFF, 0xFFFFFFFE, 3, 32}, Case{15, 0, 3, 4}}) {
     Slice slice;
     slice.pps.num_slice_groups_minus1 = 1;
     slice.pps.slice_group_map_type = c.mapType;
