@@ -63,7 +63,7 @@ QLN_API void WriteBit(QLNBitState* state, uint8_t bit);
 /// value's bits every 32 places.
 QLN_API void WriteBits(QLNBitState* state, int32_t count, uint32_t value);
 
-/// Writes ue(v) for values from 0 to 0xFFFFFE. Values from 0xFFFFFF up take 50 bits more than the standard's
+/// Writes ue(v) for values from 0 to 0xFFFFFE. Values from 0xFFFFFF up take 48 bits more than the standard's
 /// code (0xFFFFFF: 65 zero bits and the 32 bits of 0x01000000) and do not read back. -1 is written as a
 /// single 0 bit; any value below it, and 0x7FFFFFFF, as 0 is.
 QLN_API void WriteExponentialGolombCode(QLNBitState* state, int32_t value);
