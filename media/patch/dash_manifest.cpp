@@ -1,5 +1,4 @@
-// Goes over the tags of a manifest; what an AdaptationSet says holds for its Representations unless they say
-// otherwise.
+// Goes down the elements of a manifest; what one says holds for those inside of it unless they say otherwise.
 
 #include "patch/dash_manifest.h"
 
@@ -7,8 +6,9 @@
 
 #include <algorithm>
 #include <charconv>
-#include <map>
-#include <optional>
+#include <cstring>
+#include <pugixml.hpp>
+#include <string_view>
 #include <utility>
 
 #include "base/error.h"
@@ -19,108 +19,11 @@ namespace {
 
 constexpr size_t kMostSegments = 1000000;
 
-struct Tag {
-  std::string name;  // without the prefix of its name space
-  bool closing = false;
-  bool empty = false;
-  std::map<std::string, std::string> attributes;
-  std::string text;  // up to the next tag
-
-  const std::string* Find(const char* attribute) const {
-    const auto found = attributes.find(attribute);
-    return found == attributes.end() ? nullptr : &found->second;
-  }
-};
-
-std::string Unescaped(std::string text) {
-  constexpr std::pair<const char*, const char*> kEntities[] = {
-      {"&lt;", "<"}, {"&gt;", ">"}, {"&quot;", "\""}, {"&apos;", "'"}, {"&amp;", "&"}};
-  for (const auto& [entity, character] : kEntities) {
-    for (size_t at = 0; (at = text.find(entity, at)) != std::string::npos; ++at)
-      text.replace(at, std::string(entity).size(), character);
-  }
-  return text;
+// Without the prefix of its name space.
+std::string_view NameOf(const pugi::xml_node& element) {
+  const std::string_view name = element.name();
+  return name.substr(name.find(':') + 1);
 }
-
-class TagReader {
- public:
-  TagReader(const std::string& path, const std::string& text) : path_(path), text_(text) {}
-
-  std::optional<Tag> Next() {
-    for (;;) {
-      at_ = text_.find('<', at_);
-      if (at_ == std::string::npos) return std::nullopt;
-      if (text_.compare(at_, 4, "<!--") == 0) {
-        Skip("-->");
-      } else if (text_.compare(at_, 9, "<![CDATA[") == 0) {
-        Skip("]]>");
-      } else if (text_.compare(at_, 2, "<?") == 0 || text_.compare(at_, 2, "<!") == 0) {
-        Skip(">");
-      } else {
-        return Read();
-      }
-    }
-  }
-
- private:
-  [[noreturn]] void Fail() const { throw Error(path_, "is cut off, or no XML"); }
-  void Skip(const char* end) {
-    const size_t found = text_.find(end, at_);
-    if (found == std::string::npos) Fail();
-    at_ = found + 1;
-  }
-
-  Tag Read() {
-    Tag tag;
-    ++at_;
-    if (At() == '/') {
-      tag.closing = true;
-      ++at_;
-    }
-    tag.name = Word();
-    for (;;) {
-      Blanks();
-      if (At() == '>') break;
-      if (At() == '/') {
-        tag.empty = true;
-        ++at_;
-        continue;
-      }
-      const std::string name = Word();
-      Blanks();
-      if (name.empty() || At() != '=') Fail();
-      ++at_;
-      Blanks();
-      const char quote = At();
-      const size_t end = quote == '"' || quote == '\'' ? text_.find(quote, at_ + 1) : std::string::npos;
-      if (end == std::string::npos) Fail();
-      tag.attributes[name] = Unescaped(text_.substr(at_ + 1, end - at_ - 1));
-      at_ = end + 1;
-    }
-    ++at_;
-    const size_t colon = tag.name.find(':');
-    if (colon != std::string::npos) tag.name.erase(0, colon + 1);
-    tag.text = Unescaped(text_.substr(at_, std::min(text_.find('<', at_), text_.size()) - at_));
-    return tag;
-  }
-
-  char At() const {
-    if (at_ >= text_.size()) Fail();
-    return text_[at_];
-  }
-  void Blanks() {
-    while (std::string(" \t\r\n").find(At()) != std::string::npos) ++at_;
-  }
-  std::string Word() {
-    const size_t from = at_;
-    while (std::string(" \t\r\n=/>").find(At()) == std::string::npos) ++at_;
-    return text_.substr(from, at_ - from);
-  }
-
-  const std::string& path_;
-  const std::string& text_;
-  size_t at_ = 0;
-};
 
 // What SegmentTemplate and SegmentList say, from the outermost element inwards.
 struct Segments {
@@ -135,95 +38,108 @@ struct Segments {
 
 class ManifestReader {
  public:
-  ManifestReader(const std::string& path, const std::string& text) : path_(path), tags_(path, text) {}
+  explicit ManifestReader(const std::string& path) : path_(path) {}
 
-  std::vector<DashStream> Read() {
-    bool any = false;
-    while (const auto tag = tags_.Next()) {
-      any = any || tag->name == "MPD";
-      if (tag->closing) {
-        Close(tag->name);
-      } else {
-        Open(*tag);
-        if (tag->empty) Close(tag->name);
+  std::vector<DashStream> Read(const std::string& text) {
+    pugi::xml_document document;
+    const pugi::xml_parse_result result = document.load_buffer(text.data(), text.size());
+    if (!result)
+      throw Error(path_,
+                  fmt::format("is cut off, or no XML: {} at byte {}", result.description(), result.offset));
+    const pugi::xml_node manifest = document.document_element();
+    if (NameOf(manifest) != "MPD") throw Error(path_, "is no manifest");
+    const Segments outermost = Inside(manifest, {});
+    int periods = 0;
+    for (const pugi::xml_node& period : manifest.children()) {
+      if (NameOf(period) != "Period") continue;
+      if (++periods > 1) throw Error(path_, "names several periods", "name a playlist of one of them");
+      const Segments ofPeriod = Inside(period, outermost);
+      for (const pugi::xml_node& set : period.children()) {
+        if (NameOf(set) == "AdaptationSet") TakeSet(set, ofPeriod);
       }
     }
-    if (!any || depth_.size() != 1) throw Error(path_, "is cut off, or no manifest");
     return std::move(streams_);
   }
 
  private:
-  static bool IsLevel(const std::string& name) {
-    return name == "MPD" || name == "Period" || name == "AdaptationSet" || name == "Representation";
-  }
-
-  uint64_t Number(const std::string* text, uint64_t otherwise) const {
-    if (text == nullptr) return otherwise;
+  uint64_t Number(std::string_view text) const {
     uint64_t value = 0;
-    const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), value);
-    if (error != std::errc() || end != text->data() + text->size())
-      throw Error(path_, fmt::format("has a number that is none: \"{}\"", *text));
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size())
+      throw Error(path_, fmt::format("has a number that is none: \"{}\"", text));
     return value;
   }
+  uint64_t Number(const pugi::xml_attribute& attribute, uint64_t otherwise) const {
+    return attribute ? Number(attribute.value()) : otherwise;
+  }
 
-  void Open(const Tag& tag) {
-    if (tag.name == "Period" && ++periods_ > 1)
-      throw Error(path_, "names several periods", "name a playlist of one of them");
-    if (IsLevel(tag.name)) {
-      depth_.push_back(depth_.back());
-      if (tag.name == "Representation") id_ = tag.Find("id") == nullptr ? "" : *tag.Find("id");
-      bandwidth_ = tag.Find("bandwidth") == nullptr ? "" : *tag.Find("bandwidth");
-      for (const char* attribute : {"contentType", "mimeType"}) {
-        if (const std::string* const kind = tag.Find(attribute))
-          depth_.back().kind = kind->substr(0, kind->find('/'));
+  static void Take(const pugi::xml_attribute& attribute, std::string& to) {
+    if (attribute) to = attribute.value();
+  }
+
+  void TakeSet(const pugi::xml_node& set, const Segments& around) {
+    const Segments ofSet = Inside(set, around);
+    for (const pugi::xml_node& representation : set.children()) {
+      if (NameOf(representation) != "Representation") continue;
+      id_ = representation.attribute("id").value();
+      bandwidth_ = representation.attribute("bandwidth").value();
+      TakeStream(Inside(representation, ofSet));
+    }
+  }
+
+  // What holds inside of an element.
+  Segments Inside(const pugi::xml_node& level, Segments now) const {
+    for (const char* const attribute : {"contentType", "mimeType"}) {
+      const std::string_view kind = level.attribute(attribute).value();
+      if (!kind.empty()) now.kind = kind.substr(0, kind.find('/'));
+    }
+    for (const pugi::xml_node& element : level.children()) {
+      const std::string_view name = NameOf(element);
+      if (name == "BaseURL") {
+        std::string text = element.child_value();
+        text.erase(0, text.find_first_not_of(" \t\r\n"));
+        text.erase(text.find_last_not_of(" \t\r\n") + 1);
+        now.base += text;
+      } else if (name == "SegmentBase") {
+        now.oneFile = true;
+      } else if (name == "SegmentTemplate" || name == "SegmentList") {
+        Take(element.attribute("initialization"), now.initialization);
+        Take(element.attribute("media"), now.media);
+        now.startNumber = Number(element.attribute("startNumber"), now.startNumber);
+        for (const pugi::xml_node& part : element.children()) TakePart(part, now);
       }
     }
-    Segments& now = depth_.back();
-    const auto take = [&tag](const char* attribute, std::string& to) {
-      if (const std::string* const value = tag.Find(attribute)) to = *value;
-    };
-    if (tag.name == "BaseURL") {
-      std::string text = tag.text;
-      text.erase(0, text.find_first_not_of(" \t\r\n"));
-      text.erase(text.find_last_not_of(" \t\r\n") + 1);
-      now.base += text;
-    } else if (tag.name == "SegmentTemplate") {
-      take("initialization", now.initialization);
-      take("media", now.media);
-      now.startNumber = Number(tag.Find("startNumber"), now.startNumber);
-    } else if (tag.name == "SegmentTimeline") {
-      now.timeline.clear();
-      time_ = 0;
-    } else if (tag.name == "S") {
-      TakeTimes(tag, now);
-    } else if (tag.name == "Initialization") {
-      take("sourceURL", now.initialization);
-    } else if (tag.name == "SegmentURL") {
-      if (tag.Find("media") == nullptr || tag.Find("mediaRange") != nullptr) now.oneFile = true;
-      now.listed.push_back(tag.Find("media") == nullptr ? "" : *tag.Find("media"));
-    } else if (tag.name == "SegmentBase") {
-      now.oneFile = true;
+    return now;
+  }
+
+  void TakePart(const pugi::xml_node& part, Segments& now) const {
+    const std::string_view name = NameOf(part);
+    if (name == "Initialization") {
+      Take(part.attribute("sourceURL"), now.initialization);
+    } else if (name == "SegmentURL") {
+      if (!part.attribute("media") || part.attribute("mediaRange")) now.oneFile = true;
+      now.listed.emplace_back(part.attribute("media").value());
+    } else if (name == "SegmentTimeline") {
+      TakeTimes(part, now);
     }
   }
 
-  void TakeTimes(const Tag& tag, Segments& now) {
-    time_ = Number(tag.Find("t"), time_);
-    const uint64_t duration = Number(tag.Find("d"), 0);
-    const std::string* const repeats = tag.Find("r");
-    if (repeats != nullptr && !repeats->empty() && repeats->front() == '-')
-      throw Error(path_, "names segments without saying how many");
-    for (uint64_t left = Number(repeats, 0) + 1; left > 0; --left) {
-      if (now.timeline.size() == kMostSegments) throw Error(path_, "names more than a million segments");
-      now.timeline.emplace_back(time_, now.startNumber + now.timeline.size());
-      time_ += duration;
+  void TakeTimes(const pugi::xml_node& timeline, Segments& now) const {
+    now.timeline.clear();
+    uint64_t time = 0;
+    for (const pugi::xml_node& run : timeline.children()) {
+      if (NameOf(run) != "S") continue;
+      time = Number(run.attribute("t"), time);
+      const uint64_t duration = Number(run.attribute("d"), 0);
+      if (run.attribute("r").value()[0] == '-') throw Error(path_, "names segments without saying how many");
+      const uint64_t repeats = Number(run.attribute("r"), 0);
+      if (repeats >= kMostSegments - now.timeline.size())
+        throw Error(path_, "names more than a million segments");
+      for (uint64_t i = 0; i <= repeats; ++i) {
+        now.timeline.emplace_back(time, now.startNumber + now.timeline.size());
+        time += duration;
+      }
     }
-  }
-
-  void Close(const std::string& name) {
-    if (!IsLevel(name)) return;
-    if (depth_.size() < 2) throw Error(path_, "is cut off, or no XML");
-    if (name == "Representation") TakeStream(depth_.back());
-    depth_.pop_back();
   }
 
   // A template with its names filled in: "$Number%05d$" and the like; "$$" is a dollar sign. `place` gets
@@ -246,8 +162,7 @@ class ManifestReader {
       const size_t digits = percent == std::string::npos ? std::string::npos : percent + 1;
       const std::string format =
           digits == std::string::npos ? "" : name.substr(digits, name.find('d', digits) - digits);
-      const auto width =
-          static_cast<unsigned>(std::min<uint64_t>(format.empty() ? 0 : Number(&format, 0), 20));
+      const auto width = static_cast<unsigned>(std::min<uint64_t>(format.empty() ? 0 : Number(format), 20));
       if (what.empty()) {
         out += '$';
       } else if (what == "RepresentationID") {
@@ -293,19 +208,15 @@ class ManifestReader {
   }
 
   const std::string& path_;
-  TagReader tags_;
-  std::vector<Segments> depth_{1};
   std::vector<DashStream> streams_;
   std::string id_;
   std::string bandwidth_;
-  uint64_t time_ = 0;
-  int periods_ = 0;
 };
 
 }  // namespace
 
 std::vector<DashStream> ReadDashManifest(const std::string& path, const std::string& text) {
-  return ManifestReader(path, text).Read();
+  return ManifestReader(path).Read(text);
 }
 
 }  // namespace qlnmedia

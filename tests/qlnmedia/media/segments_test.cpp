@@ -191,9 +191,15 @@ TEST(Segments, ManifestsByTheirText) {
   EXPECT_THAT(refusal(video + "<SegmentList><SegmentURL mediaRange='1-2'/></SegmentList>" + end),
               HasSubstr("names parts of files"));
   EXPECT_THAT(refusal("</Period><Period>"), HasSubstr("several periods"));
-  EXPECT_THAT(refusal("<S r='-1'/>"), HasSubstr("without saying how many"));
-  EXPECT_THAT(refusal("<S r='99999999999'/>"), HasSubstr("more than a million"));
-  EXPECT_THAT(refusal("<S r='x'/>"), HasSubstr("is none"));
+  const auto timeline = [&](const std::string& runs) {
+    return refusal(video + "<SegmentTemplate media='$Time$'><SegmentTimeline>" + runs +
+                   "</SegmentTimeline></SegmentTemplate>" + end);
+  };
+  EXPECT_EQ(timeline("<S r='999999'/>"), "");
+  EXPECT_THAT(timeline("<S r='999999'/><S/>"), HasSubstr("more than a million"));
+  EXPECT_THAT(timeline("<S r='99999999999'/>"), HasSubstr("more than a million"));
+  EXPECT_THAT(timeline("<S r='-1'/>"), HasSubstr("without saying how many"));
+  EXPECT_THAT(timeline("<S r='x'/>"), HasSubstr("is none"));
   EXPECT_THAT(refusal(video + "<SegmentTemplate media='$Else$'/>" + end), HasSubstr("nothing fills"));
   EXPECT_THAT(refusal("</Period></MPD></Period>"), HasSubstr("is cut off"));
   EXPECT_THAT(refusal("<AdaptationSet"), HasSubstr("is cut off"));
