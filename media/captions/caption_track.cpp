@@ -161,8 +161,10 @@ bool CaptionPictures::converted() const {
 
 bool CaptionPictures::IsDue(const CaptionEvent& event, int64_t number) const {
   const SpeedPair speed = SpeedsOf(track_.rate, rate_, track_.dropFrame);
-  return (event.at - offset_) * speed.from.denominator * speed.to.numerator <=
-         number * speed.to.denominator * speed.from.numerator;
+  // The picture that is nearest to it; the later of two.
+  const int64_t at = (event.at - offset_) * speed.from.denominator * speed.to.numerator;
+  const int64_t perPicture = speed.to.denominator * speed.from.numerator;
+  return at <= number * perPicture + (perPicture - 1) / 2;
 }
 
 void CaptionPictures::Queue(const CaptionEvent& event) {
@@ -188,8 +190,8 @@ std::vector<Triplet> CaptionPictures::Next(int64_t number) {
   return whole ? track_.events[first].triplets : triplets;
 }
 
-MccTrackWriter::MccTrackWriter(Rate rate, bool dropFrame)
-    : rate_(rate), nominal_(InfoOf(rate).nominal), dropFrame_(dropFrame) {}
+MccTrackWriter::MccTrackWriter(Rate rate, bool dropFrame, int64_t first)
+    : rate_(rate), nominal_(InfoOf(rate).nominal), dropFrame_(dropFrame), first_(first) {}
 
 std::string MccTrackWriter::Heading() const {
   MccFile file;
@@ -210,7 +212,7 @@ std::string MccTrackWriter::Lines(const std::vector<Triplet>& triplets, int64_t 
     packet.triplets.assign(from,
                            from + static_cast<std::ptrdiff_t>(std::min(kMostTriplets, triplets.size() - at)));
     MccLine line;
-    line.at = TimecodeOf(number, nominal_, dropFrame_);
+    line.at = TimecodeOf(first_ + number, nominal_, dropFrame_);
     line.anc = WrapInAnc(WriteCdp(packet));
     line.anc.push_back(AncChecksum(line.anc));
     text += WriteMccLine(line);
@@ -220,8 +222,10 @@ std::string MccTrackWriter::Lines(const std::vector<Triplet>& triplets, int64_t 
 
 void SccTrackWriter::Add(const std::vector<Triplet>& triplets, int64_t number) {
   const SpeedPair speed = SpeedsOf(rate_, Rate::k29_97, file_.dropFrame);
-  const int64_t frame =
-      number * speed.from.denominator * speed.to.numerator / (speed.to.denominator * speed.from.numerator);
+  // The nearest one; the earlier of two.
+  const int64_t labels = number * speed.from.denominator * speed.to.numerator;
+  const int64_t perLabel = speed.to.denominator * speed.from.numerator;
+  const int64_t frame = first_ + (2 * labels + perLabel - 1) / (2 * perLabel);
   for (const Triplet& t : triplets) {
     if (!t.valid || t.type != CcType::kField1 || IsNull(t)) continue;
     if (file_.lines.empty() || frame > free_) {

@@ -69,11 +69,11 @@ class CaptionPictures {
   size_t early_ = 0;
 };
 
-// Makes a .mcc file out of pictures in presentation order; the first one stands at 00:00:00:00. Numbers are
+// Makes a .mcc file out of pictures in presentation order; the first one has the label `first`. Numbers are
 // those of CaptionPictures. Drop-frame labels are for rates that allow them (RateInfo).
 class MccTrackWriter {
  public:
-  explicit MccTrackWriter(Rate rate, bool dropFrame = false);
+  explicit MccTrackWriter(Rate rate, bool dropFrame = false, int64_t first = 0);
   // What the file begins with.
   std::string Heading() const;
   // The lines of the next picture: packets of at most kMostTriplets, none for a picture without captions.
@@ -83,21 +83,26 @@ class MccTrackWriter {
   Rate rate_;
   int nominal_;
   bool dropFrame_;
+  int64_t first_;
   uint16_t counter_ = 0;
 };
 
-// Makes a .scc file out of the line 21 pairs of field 1 in the same way. Drop-frame labels go by time, at any
-// rate.
+// Makes a .scc file out of the line 21 pairs of field 1 in the same way; its labels are the nearest ones.
+// Drop-frame labels go by time, at any rate.
 class SccTrackWriter {
  public:
-  explicit SccTrackWriter(Rate rate, bool dropFrame = false) : rate_(rate) { file_.dropFrame = dropFrame; }
+  explicit SccTrackWriter(Rate rate, bool dropFrame = false, int64_t first = 0)
+      : rate_(rate), first_(first), free_(first) {
+    file_.dropFrame = dropFrame;
+  }
   void Add(const std::vector<Triplet>& triplets, int64_t number);
   std::string Text() const { return WriteScc(file_); }
 
  private:
   Rate rate_;
   SccFile file_;
-  int64_t free_ = 0;  // the first frame that has no pair
+  int64_t first_;
+  int64_t free_;  // the first frame that has no pair
 };
 
 }  // namespace qlnmedia::captions

@@ -1,8 +1,13 @@
 // Captions out of files: surveyed, decoded, written as caption files.
 
 #include <fmt/format.h>
+#include <strings.h>
 
 #include <algorithm>
+#include <functional>
+#include <optional>
+#include <string_view>
+#include <utility>
 
 #include "base/error.h"
 #include "base/numbers.h"
@@ -44,29 +49,85 @@ bool DropsLabels(const CaptionSurvey& survey, CaptionFileKind kind, const std::s
   return counting.drop;
 }
 
+// Letters of either case are the same.
+bool SameWord(const std::string& a, const std::string& b) { return strcasecmp(a.c_str(), b.c_str()) == 0; }
+
 FileCaptions Decode(const CaptionSurvey& survey, const ProgressCallback& progress) {
   return {survey.stream, survey.counts.size(), survey.captioned(), DecodeCaptions(survey, progress)};
 }
 
-void WriteMcc(const CaptionSurvey& survey, const std::string& out, bool dropFrame,
-              const ProgressCallback& progress) {
-  captions::MccTrackWriter writer(*survey.pace.rate, dropFrame);
-  TextFileWriter file(out);
-  file.Write(writer.Heading());
-  ReadCaptions(
-      survey,
-      [&](const CaptionedPicture& picture) { file.Write(writer.Lines(picture.triplets, picture.number)); },
-      progress);
-  file.Finish();
+// How the labels of a file count, and from where.
+struct Labels {
+  bool dropFrame = false;
+  int64_t first = 0;  // of the first picture
+};
+
+Labels LabelsOf(const CaptionSurvey& survey, CaptionFileKind kind, const CaptionTiming& timing) {
+  Labels labels{DropsLabels(survey, kind, timing.timecodeType), 0};
+  if (timing.start.empty()) return labels;
+  const std::string where = "--start " + timing.start;
+  bool drop = false;
+  const std::optional<captions::Timecode> start = captions::ParseTimecode(timing.start, &drop);
+  if (!start) throw Error(where, "is no timecode", "write HH:MM:SS:FF, or HH:MM:SS;FF for drop-frame labels");
+  if (drop && timing.timecodeType.empty()) labels.dropFrame = DropsLabels(survey, kind, "drop-frame");
+  if (drop != labels.dropFrame && (drop || !timing.timecodeType.empty()))
+    throw Error(
+        where,
+        drop ? "is a drop-frame label, and the others are not" : "is no drop-frame label, and the others are",
+        "leave --timecode-type out");
+  labels.dropFrame = drop;
+  const int nominal = kind == CaptionFileKind::kScc ? 30 : captions::InfoOf(*survey.pace.rate).nominal;
+  const std::optional<int64_t> first = captions::PictureOf(*start, nominal, drop);
+  if (!first) throw Error(where, fmt::format("does not exist among labels of {} numbers a second", nominal));
+  labels.first = *first;
+  return labels;
 }
 
-void WriteScc(const CaptionSurvey& survey, const std::string& out, bool dropFrame,
+using TakeText = std::function<void(std::string_view)>;
+
+void WriteMcc(const CaptionSurvey& survey, const Labels& labels, const TakeText& take,
               const ProgressCallback& progress) {
-  captions::SccTrackWriter writer(*survey.pace.rate, dropFrame);
+  captions::MccTrackWriter writer(*survey.pace.rate, labels.dropFrame, labels.first);
+  take(writer.Heading());
+  ReadCaptions(
+      survey, [&](const CaptionedPicture& picture) { take(writer.Lines(picture.triplets, picture.number)); },
+      progress);
+}
+
+void WriteScc(const CaptionSurvey& survey, const Labels& labels, const TakeText& take,
+              const ProgressCallback& progress) {
+  captions::SccTrackWriter writer(*survey.pace.rate, labels.dropFrame, labels.first);
   ReadCaptions(
       survey, [&](const CaptionedPicture& picture) { writer.Add(picture.triplets, picture.number); },
       progress);
-  WriteTextFile(out, writer.Text());
+  take(writer.Text());
+}
+
+// Hands a caption file's text over, piece by piece; nothing before all that can be refused is known.
+void MakeCaptionFile(const std::string& in, CaptionFileKind kind, const std::string& service,
+                     const CaptionTiming& timing, const TakeText& take, const ProgressCallback& progress) {
+  const bool packets = kind == CaptionFileKind::kMcc || kind == CaptionFileKind::kScc;
+  if (packets && !service.empty())
+    throw Error("--service", "goes with text, not with .mcc and .scc files",
+                "a .mcc file holds all services, a .scc file line 21 field 1");
+  for (const auto& [option, text] :
+       {std::pair("--timecode-type", &timing.timecodeType), std::pair("--start", &timing.start)}) {
+    if (!packets && !text->empty())
+      throw Error(option, "goes with .mcc and .scc files, whose times are labels");
+  }
+  const CaptionSurvey survey = SurveyFile(in, timing, progress);
+  if (packets && !survey.pace.rate)
+    throw Error(in,
+                fmt::format("has {} pictures a second, for which caption files have no rate",
+                            PlainNumber(survey.pace.picturesPerSecond)),
+                AdviceForPace(survey.pace));
+  if (packets) {
+    const Labels labels = LabelsOf(survey, kind, timing);
+    const auto write = kind == CaptionFileKind::kMcc ? WriteMcc : WriteScc;
+    return write(survey, labels, take, progress);
+  }
+  const std::vector<CaptionLine> lines = LinesOfService(Decode(survey, progress), in, service);
+  take(kind == CaptionFileKind::kSrt ? WriteSrt(lines) : WriteCaptionText(lines));
 }
 
 }  // namespace
@@ -79,7 +140,7 @@ FileCaptions ReadFileCaptions(const std::string& path, const ProgressCallback& p
 std::vector<CaptionLine> LinesOfService(const FileCaptions& captions, const std::string& path,
                                         const std::string& service) {
   for (const CaptionService& known : captions.services) {
-    const bool asked = known.name == service || known.name == "service " + service;
+    const bool asked = SameWord(known.name, service) || SameWord(known.name, "service " + service);
     if (asked || (service.empty() && !known.lines.empty())) return known.lines;
   }
   if (service.empty()) return {};
@@ -98,30 +159,27 @@ std::optional<CaptionFileKind> CaptionFileKindOf(const std::string& path) {
   return {};
 }
 
+std::string CaptionFileText(const std::string& in, CaptionFileKind kind, const std::string& service,
+                            const ProgressCallback& progress, const CaptionTiming& timing) {
+  std::string text;
+  MakeCaptionFile(
+      in, kind, service, timing, [&text](std::string_view piece) { text += piece; }, progress);
+  return text;
+}
+
 void WriteCaptionFile(const std::string& in, const std::string& out, const std::string& service,
                       const ProgressCallback& progress, const CaptionTiming& timing) {
   const std::optional<CaptionFileKind> kind = CaptionFileKindOf(out);
   if (!kind)
     throw Error(out, "is no kind of caption file that is known", "end it in .mcc, .scc, .srt or .txt");
-  const bool packets = kind == CaptionFileKind::kMcc || kind == CaptionFileKind::kScc;
-  if (packets && !service.empty())
-    throw Error("--service", "goes with text, not with .mcc and .scc files",
-                "a .mcc file holds all services, a .scc file line 21 field 1");
-  if (!packets && !timing.timecodeType.empty())
-    throw Error("--timecode-type", "goes with .mcc and .scc files, whose times are labels");
-  const CaptionSurvey survey = SurveyFile(in, timing, progress);
-  if (packets && !survey.pace.rate)
-    throw Error(in,
-                fmt::format("has {} pictures a second, for which caption files have no rate",
-                            PlainNumber(survey.pace.picturesPerSecond)),
-                AdviceForPace(survey.pace));
-  if (packets) {
-    const bool dropFrame = DropsLabels(survey, *kind, timing.timecodeType);
-    const auto write = kind == CaptionFileKind::kMcc ? WriteMcc : WriteScc;
-    return write(survey, out, dropFrame, progress);
-  }
-  const std::vector<CaptionLine> lines = LinesOfService(Decode(survey, progress), in, service);
-  WriteTextFile(out, kind == CaptionFileKind::kSrt ? WriteSrt(lines) : WriteCaptionText(lines));
+  std::optional<TextFileWriter> file;
+  const auto take = [&](std::string_view piece) {
+    if (!file) file.emplace(out);
+    file->Write(piece);
+  };
+  MakeCaptionFile(in, *kind, service, timing, take, progress);
+  if (!file) file.emplace(out);
+  file->Finish();
 }
 
 std::string SrtText(const std::vector<CaptionLine>& lines) { return WriteSrt(lines); }

@@ -46,6 +46,9 @@ struct CaptionTiming {
   /// Of .scc and .mcc: how labels count, as StreamChanges::timecodeType; drop-frame labels go by time. Empty
   /// for what the stream's own timecode says, and for counting every number where it has none.
   std::string timecodeType;
+  /// Of .scc and .mcc: the label of the first picture, "HH:MM:SS:FF", ";" for drop-frame ones; empty for
+  /// 00:00:00:00.
+  std::string start;
 };
 
 /// Reads the captions of a file.
@@ -63,7 +66,8 @@ QLNMEDIA_API FileCaptions ReadFileCaptions(const std::string& path, const Progre
 /// The lines of one service of `captions`.
 ///
 /// @param path     the file, for the message
-/// @param service  as CaptionService::name, digital ones also by number alone; empty for the first service
+/// @param service  as CaptionService::name, in letters of either case, digital ones also by number
+///                 alone; empty for the first service
 ///                 that shows text
 /// @return none where `service` is empty and no service shows text
 /// @throws Error where there is no such service
@@ -80,6 +84,13 @@ enum class CaptionFileKind {
 
 /// The kind that the ending of a file's name says; nothing for other endings.
 QLNMEDIA_API std::optional<CaptionFileKind> CaptionFileKindOf(const std::string& path);
+
+/// The captions of a media file as the text of a caption file of that kind; what is said of WriteCaptionFile
+/// holds of the rest.
+QLNMEDIA_API std::string CaptionFileText(const std::string& in, CaptionFileKind kind,
+                                         const std::string& service = {},
+                                         const ProgressCallback& progress = {},
+                                         const CaptionTiming& timing = {});
 
 /// Writes the captions of a media file as a caption file, which is there when it is whole and not before.
 ///

@@ -79,8 +79,8 @@ TEST(CaptionPictures, AreAsManyAsTheRateAsksFor) {
 
 TEST(CaptionPictures, AreConvertedByTime) {
   const CaptionTrack track = TrackOf(kScc);
-  // Frame 10 of 29.97 is picture 8 of 23.976, and the first picture of 25 that is not before it is the ninth.
-  for (const auto& [rate, first, last] : {std::tuple{Rate::k23_976, 8, 24}, std::tuple{Rate::k25, 9, 26},
+  // Frame 10 of 29.97 is picture 8 of 23.976, and the eighth of 25 is nearer to it than the ninth.
+  for (const auto& [rate, first, last] : {std::tuple{Rate::k23_976, 8, 24}, std::tuple{Rate::k25, 8, 25},
                                           std::tuple{Rate::k59_94, 20, 60}, std::tuple{Rate::k30, 10, 30}}) {
     const auto pairs = PairsOf(CaptionPictures(track, rate, track.FirstHour()), 100);
     ASSERT_EQ(pairs.size(), 4u);
@@ -279,6 +279,43 @@ TEST(CaptionTrackWriters, LabelsLeaveNumbersOut) {
     writer.Add(pair, number);
     EXPECT_NE(writer.Text().find("00:00:59;28\tc1c1"), std::string::npos) << writer.Text();
   }
+}
+
+// 1.1667 seconds are 35 frames of 30: picture 28 of 24, and of 25 the one at 1.16 seconds.
+TEST(CaptionTrackWriters, LabelsOfSccAreTheNearestOnes) {
+  const std::vector<Triplet> pair = {{true, CcType::kField1, 0xC1, 0xC1}};
+  for (const auto& [rate, number, label] :
+       {std::tuple{Rate::k24, 28, "00:00:01:05"}, std::tuple{Rate::k25, 29, "00:00:01:05"},
+        std::tuple{Rate::k25, 1, "00:00:00:01"}, std::tuple{Rate::k25, 2, "00:00:00:02"},
+        std::tuple{Rate::k25, 3, "00:00:00:04"}, std::tuple{Rate::k59_94, 71, "00:00:01:05"},
+        std::tuple{Rate::k29_97, 35, "00:00:01:05"}}) {
+    SccTrackWriter writer(rate);
+    writer.Add(pair, number);
+    EXPECT_NE(writer.Text().find(std::string("\n") + label + "\t"), std::string::npos) << writer.Text();
+  }
+}
+
+// Each picture's label leads back to it, where there are enough labels.
+TEST(CaptionTrackWriters, LabelsLeadBackToTheirPictures) {
+  for (const Rate rate : {Rate::k23_976, Rate::k24, Rate::k25, Rate::k29_97, Rate::k30}) {
+    for (int number = 0; number < 60; ++number) {
+      SccTrackWriter writer(rate, false, 108000);
+      writer.Add({{true, CcType::kField1, 0x94, 0x2C}}, number);
+      EXPECT_EQ(PairsOf(CaptionPictures(TrackOf(writer.Text()), rate, 108000), 70),
+                (std::vector<std::pair<int, int>>{{number, 0x942C}}))
+          << InfoOf(rate).name;
+    }
+  }
+}
+
+TEST(CaptionTrackWriters, LabelsBeginWhereTheyAreToldTo) {
+  const std::vector<Triplet> pair = {{true, CcType::kField1, 0xC1, 0xC1}};
+  SccTrackWriter scc(Rate::k29_97, true, 17982);  // 00:10:00;00
+  scc.Add(pair, 0);
+  scc.Add(pair, 1800);
+  EXPECT_NE(scc.Text().find("\n00:10:00;00\tc1c1\n\n00:11:00;02\tc1c1"), std::string::npos) << scc.Text();
+  MccTrackWriter mcc(Rate::k25, false, 90000);
+  EXPECT_EQ(mcc.Lines(pair, 26).substr(0, 11), "01:00:01:01");
 }
 
 }  // namespace
