@@ -52,7 +52,7 @@ StreamChecker::StreamChecker(const MediaStream& stream, FindingList& findings)
       codec_(stream.coded.codec == VideoCodec::kH264 ? Codec::kH264 : Codec::kHevc),
       config_(ReadConfigRecord(codec_, stream.coded.privateData)),
       place_(codec_ == Codec::kH264 ? "the avcC" : "the hvcC"),
-      hdr_(stream.index, {stream.mastering, stream.lightLevel}, findings) {
+      hdr_(stream, findings) {
   if (stream.encrypted)
     Add(FindingKind::kEncryption, "the samples are encrypted: what is in them is not judged", -1);
   if (!config_.problem.empty()) Add(FindingKind::kDamage, config_.problem, -1);
@@ -157,6 +157,7 @@ void StreamChecker::TakeSps(ByteSpan unit, int64_t frame) {
   } else {
     rules_.twoFields = rules_.twoFields || sps.hevc.interlace[2];
   }
+  hdr_.TakeSps(sps);
   CheckContainerFacts(stream_, sps, {frame < 0 ? place_ : "the stream", frame}, findings_);
 }
 

@@ -9,6 +9,10 @@
 namespace qlnmedia {
 
 std::string MasteringDisplayText(const MasteringDisplay& display);
+// Whether a colour can stand at a point of the chromaticity chart, as ParseMasteringDisplay says.
+bool IsOnChart(const MasteringDisplay::Point& point);
+// "1000", "0.005": units of 0.0001 cd/m2 in cd/m2.
+std::string LuminanceText(uint32_t luminance);
 std::string ColourText(const ColourCodes& codes);
 
 }  // namespace qlnmedia

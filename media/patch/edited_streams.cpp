@@ -10,22 +10,12 @@
 #include "base/error.h"
 #include "captions/reader.h"
 #include "edit/survey_facts.h"
+#include "hdr/base_layer.h"
 #include "units/coded_stream.h"
 
 namespace qlnmedia {
 
 namespace {
-
-// What the base layer of a Dolby Vision track is by its bl_signal_compatibility_id, as far as other readers
-// take it for something.
-struct BaseLayer {
-  int id;
-  const char* name;
-  std::set<int> transfers;
-};
-
-const BaseLayer kBaseLayers[] = {
-    {1, "HDR10", {16}}, {2, "SDR", {1, 6, 14, 15}}, {4, "HLG", {14, 18}}, {6, "HDR10", {16}}};
 
 bool EditsUnits(VideoCodec codec) { return UnitCodecOf(codec).has_value(); }
 
@@ -75,8 +65,8 @@ void EditedStreams::RequireTrueOfDolbyVision(unsigned index) const {
              record->dv_profile),
          {});
   for (const BaseLayer& layer : kBaseLayers) {
-    if (options_.colour && record->dv_bl_signal_compatibility_id == layer.id &&
-        layer.transfers.count(options_.colour->transfer) == 0)
+    if (options_.colour && record->dv_bl_signal_compatibility_id == layer.compatibility &&
+        !layer.Has(options_.colour->transfer))
       Fail(index,
            fmt::format("is a Dolby Vision track of profile {}, whose base layer is {}: another colour would "
                        "not be true of it",

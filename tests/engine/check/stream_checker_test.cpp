@@ -50,14 +50,14 @@ TEST(StreamChecker, SoundStreamsAreQuiet) {
 
 TEST(StreamChecker, TheContainerAgainstTheRecordsSps) {
   MediaStream stream =
-      MakeStream(MakeAvcc(MakeSps({.primaries = 9, .transfer = 16, .matrix = 9, .fullRange = true})));
+      MakeStream(MakeAvcc(MakeSps({.primaries = 9, .transfer = 18, .matrix = 9, .fullRange = true})));
   stream.container.width = 130;
   stream.coded.averageRate = stream.coded.baseRate = {30, 1};
   stream.container.fieldOrder = kTopFirst;
   EXPECT_THAT(
       Check(stream, {Packet({Hex(kIdr)})}),
       ElementsAre("colour: primaries: the container says BT.709, the avcC BT.2020",
-                  "colour: transfer: the container says BT.709, the avcC PQ (SMPTE ST 2084)",
+                  "colour: transfer: the container says BT.709, the avcC HLG (ARIB STD-B67)",
                   "colour: matrix: the container says BT.709, the avcC BT.2020 non-constant luminance",
                   "range: the container says limited range, the avcC full",
                   "size: the container says 130 x 96, the avcC 128 x 96",
@@ -158,7 +158,8 @@ TEST(StreamChecker, UnitsOutOfOrderCountUp) {
 }
 
 TEST(StreamChecker, StaticHdrOnBothSides) {
-  MediaStream stream = MakeStream(MakeAvcc(MakeSps()));
+  MediaStream stream = MakeStream(MakeAvcc(MakeSps({.transfer = 18})));
+  stream.container.transfer = 18;
   stream.lightLevel = LightLevel{1000, 400};
   stream.mastering =
       MasteringDisplay{{8500, 39850}, {6550, 2300}, {35400, 14600}, {15635, 16450}, 10000000, 50};

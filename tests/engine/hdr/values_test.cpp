@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "base/error.h"
+#include "qlnmedia/value_names.h"
 
 namespace qlnmedia {
 namespace {
@@ -14,19 +15,47 @@ TEST(HdrValues, DisplaysByNameAndByNumbers) {
   EXPECT_EQ(p3.green, (MasteringDisplay::Point{13250, 34500}));  // SMPTE RP 431-2, in 0.00002
   EXPECT_EQ(p3.white, (MasteringDisplay::Point{15635, 16450}));  // D65
   EXPECT_EQ(ParseMasteringDisplay("bt2020").red, (MasteringDisplay::Point{35400, 14600}));
-  const std::string text = "G(1,2)B(3,4)R(5,6)WP(7,8)L(10,9)";
+  const std::string text = "G(11,12)B(13,14)R(15,16)WP(17,18)L(10,9)";
   const MasteringDisplay display = ParseMasteringDisplay(text);
-  EXPECT_EQ(display.red.y, 6);
+  EXPECT_EQ(display.red.y, 16);
   EXPECT_EQ(display.minLuminance, 9u);
   EXPECT_EQ(MasteringDisplayText(display), text);
-  for (const char* bad : {"", "P3", "G(1,2)B(3,4)R(5,6)WP(7,8)L(9,9)", "G(50001,2)B(3,4)R(5,6)WP(7,8)L(10,9)",
-                          "G(1,2)B(3,4)R(5,6)WP(7,8)L(10,9) ", "G(1,70000)B(3,4)R(5,6)WP(7,8)L(10,9)"})
+  for (const char* bad :
+       {"", "P3", "G(11,12)B(13,14)R(15,16)WP(17,18)L(9,9)", "G(50001,12)B(13,14)R(15,16)WP(17,18)L(10,9)",
+        "G(11,12)B(13,14)R(15,16)WP(17,18)L(10,9) ", "G(11,70000)B(13,14)R(15,16)WP(17,18)L(10,9)"})
     EXPECT_THROW(ParseMasteringDisplay(bad), Error) << bad;
+}
+
+// ITU-T H.265 clause D.3.28 bounds what a point can be; PQ ends at 10000 cd/m2.
+TEST(HdrValues, WhatNoDisplayHasIsRefused) {
+  const auto with = [](const char* red, const char* light = "L(10000000,1)") {
+    return std::string("G(8500,39850)B(6550,2300)R(") + red + ")WP(15635,16450)" + light;
+  };
+  for (const char* good : {"5,5", "37000,5", "5,42000", "37000,13000"})
+    EXPECT_NO_THROW(ParseMasteringDisplay(with(good))) << good;
+  for (const char* bad : {"4,5", "5,4", "37001,5", "5,42001", "37000,13001", "0,0"})
+    EXPECT_THROW(ParseMasteringDisplay(with(bad)), Error) << bad;
+  EXPECT_NO_THROW(ParseMasteringDisplay(with("35400,14600", "L(100000000,0)")));
+  EXPECT_THROW(ParseMasteringDisplay(with("35400,14600", "L(100000001,1)")), Error);
+}
+
+TEST(HdrValues, NamesStandForWhatIsParsed) {
+  for (const NamedDisplay& named : NamedDisplays()) {
+    EXPECT_EQ(ParseMasteringDisplay(named.name), named.display);
+    EXPECT_EQ(ParseMasteringDisplay(named.text), named.display);
+  }
+  const std::vector<NamedColour> colours = NamedColours();
+  for (const NamedColour& named : colours) EXPECT_EQ(ParseColour(named.name), named.codes);
+  EXPECT_EQ(colours.at(3).transfer, "PQ (SMPTE ST 2084)");
+  EXPECT_EQ(LuminanceText(10000000), "1000");
+  EXPECT_EQ(LuminanceText(50), "0.005");
 }
 
 TEST(HdrValues, LightLevels) {
   EXPECT_EQ(ParseLightLevel("1000,400"), (LightLevel{1000, 400}));
-  for (const char* bad : {"", "1000", "1000,", "1000,400x", "65536,1", "-1,2"})
+  EXPECT_EQ(ParseLightLevel("400,400"), (LightLevel{400, 400}));
+  EXPECT_EQ(ParseLightLevel("0,400"), (LightLevel{0, 400}));  // a maximum that nobody knows
+  for (const char* bad : {"", "1000", "1000,", "1000,400x", "65536,1", "-1,2", "400,401"})
     EXPECT_THROW(ParseLightLevel(bad), Error) << bad;
 }
 
