@@ -7,9 +7,9 @@
 namespace qlnmedia {
 
 const char* FindingWord(FindingKind kind) {
-  static constexpr const char* kWords[] = {"colour",    "range",  "size",   "rate",
-                                           "interlace", "hdr",    "sets",   "order",
-                                           "captions",  "damage", "aspect", "encryption"};
+  static constexpr const char* kWords[] = {"colour", "range",      "size",    "rate",     "interlace",
+                                           "hdr",    "sets",       "order",   "captions", "damage",
+                                           "aspect", "encryption", "timecode"};
   const auto index = static_cast<size_t>(kind);
   return index < std::size(kWords) ? kWords[index] : "unknown";
 }

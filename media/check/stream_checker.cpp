@@ -52,7 +52,8 @@ StreamChecker::StreamChecker(const MediaStream& stream, FindingList& findings)
       codec_(stream.coded.codec == VideoCodec::kH264 ? Codec::kH264 : Codec::kHevc),
       config_(ReadConfigRecord(codec_, stream.coded.privateData)),
       place_(codec_ == Codec::kH264 ? "the avcC" : "the hvcC"),
-      hdr_(stream, findings) {
+      hdr_(stream, findings),
+      timecode_(stream, codec_, config_.units(), findings) {
   if (stream.encrypted)
     Add(FindingKind::kEncryption, "the samples are encrypted: what is in them is not judged", -1);
   if (!config_.problem.empty()) Add(FindingKind::kDamage, config_.problem, -1);
@@ -80,7 +81,13 @@ void StreamChecker::Take(const PacketView& packet) {
       Add(FindingKind::kDamage, std::move(text), number);
   }
   hdr_.Take(codec_, units, number);
+  timecode_.Take(units, packet);
   if (frame) ++frames_;
+}
+
+void StreamChecker::Finish() {
+  hdr_.Finish();
+  timecode_.Finish();
 }
 
 std::vector<Unit> StreamChecker::UnitsOf(ByteSpan data, int64_t frame) {

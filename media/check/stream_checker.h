@@ -11,6 +11,7 @@
 #include "check/frame_numbers.h"
 #include "check/hdr.h"
 #include "check/set_history.h"
+#include "check/timecode.h"
 #include "check/unit_order.h"
 #include "container/media_stream.h"
 #include "units/config_record.h"
@@ -26,7 +27,7 @@ class StreamChecker {
   // Takes the next packet of the stream. What is encrypted is not judged.
   void Take(const PacketView& packet);
   // At the end of the stream.
-  void Finish() { hdr_.Finish(); }
+  void Finish();
 
  private:
   void Add(FindingKind kind, std::string text, int64_t frame);
@@ -45,6 +46,7 @@ class StreamChecker {
   SetHistory sets_;
   OrderRules rules_;
   HdrChecker hdr_;
+  TimecodeChecker timecode_;
   FrameNumbers frameNumbers_;
   bool gapsAllowed_ = false;
   int64_t frames_ = 0;

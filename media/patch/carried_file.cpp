@@ -16,6 +16,7 @@
 #include "container/mp4/layout_check.h"
 #include "container/mp4/output_file.h"
 #include "patch/carried_tracks.h"
+#include "patch/timecode_track.h"
 #include "patch/verify.h"
 
 namespace qlnmedia {
@@ -64,7 +65,11 @@ PatchResult PatchCarried(const PatchOptions& options, const DescribedFile& in) {
   } else {
     RequireWritable(options.in, options.out);
   }
-  const mp4::FileSource source(options.in);
+  const mp4::FileSource file(options.in);
+  TimecodedInput timecoded;
+  if (options.timecodeTrack) timecoded = PutTimecodeTrack(file, *in.media, options);
+  const mp4::Source* const patched = timecoded.source.get();
+  const mp4::Source& source = patched != nullptr ? *patched : file;
   mp4::CarrierOptions carrierOptions;
   if (!options.dryRun) carrierOptions.scratchFolder = mp4::FolderOf(options.out);
   mp4::Carrier carrier(source, carrierOptions);
@@ -88,14 +93,16 @@ PatchResult PatchCarried(const PatchOptions& options, const DescribedFile& in) {
     std::string verified;
     if (options.verify) {
       RequireSamplesKept(carrier, input, streams, out->Readable(), options);
-      verified = in.whole ? VerifyPatched(options.in, out->Readable(), options, options.out)
-                          : VerifiedText(checked.samples, checked.tracks);
+      verified = in.whole
+                     ? VerifyPatched(options.in, out->Readable(), options, options.out, options.timecodeTrack)
+                     : VerifiedText(checked.samples, checked.tracks);
     }
     out->Finish();
     if (!verified.empty()) result.lines.push_back(std::move(verified));
   }
   meter.Done();
   std::vector<std::string> lines = streams.Summary();
+  if (!timecoded.line.empty()) lines.push_back(timecoded.line);
   result.lines.insert(result.lines.begin(), std::make_move_iterator(lines.begin()),
                       std::make_move_iterator(lines.end()));
   return result;

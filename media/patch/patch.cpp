@@ -2,6 +2,7 @@
 
 #include "patch/patch.h"
 
+#include "base/error.h"
 #include "patch/carried_file.h"
 #include "patch/described_file.h"
 #include "patch/in_place_file.h"
@@ -10,12 +11,29 @@
 
 namespace qlnmedia {
 
+namespace {
+
+void RequireTrackOptions(const PatchOptions& options) {
+  if (!options.timecodeTrack) return;
+  constexpr const char* kOption = "--timecode-track";
+  if (options.timecode.empty()) throw Error(kOption, "goes with --timecode");
+  if (options.inPlace) throw Error(kOption, "cannot be done in place", "write to another file");
+  if (options.segments || !options.initialization.empty())
+    throw Error(kOption, "is not for segments, which have no timecode track");
+}
+
+}  // namespace
+
 PatchResult PatchFile(const PatchOptions& options) {
+  RequireTrackOptions(options);
   if (options.inPlace) return PatchInPlace(options);
   if (options.segments) return PatchSegments(options);
   if (!options.initialization.empty()) return PatchSegment(options);
   const DescribedFile in = OpenDescribed(options.in);
   in.media->RequireVideo();
+  if (options.timecodeTrack && !in.media->isIso())
+    throw Error(options.in, "is no MP4 or MOV, which alone have timecode tracks",
+                "leave --timecode-track out");
   return in.media->isIso() ? PatchCarried(options, in) : PatchMuxed(options, *in.media);
 }
 

@@ -31,9 +31,10 @@ bool MayChange(Codec codec, int type, const StreamChanges& changes);
 
 // Holds one file against the other, packet by packet; of MP4 and MOV not the bytes, since whoever knows the
 // tables compares samples. Throws Error, naming `name` (what `out` is going to be
-// called) and the first difference. Says what was compared.
+// called) and the first difference. With `timecodeTrack` timecode tracks may differ, and one may have come
+// in. Says what was compared.
 std::string VerifyPatched(const std::string& in, const std::string& out, const StreamChanges& changes,
-                          const std::string& name);
+                          const std::string& name, bool timecodeTrack = false);
 
 // What is said of a comparison that boxes and their samples alone were enough for.
 std::string VerifiedText(uint64_t samples, uint64_t tracks);

@@ -36,6 +36,7 @@ enum class FindingKind {
   kDamage,      ///< bytes that are missing, or are not what their place asks for
   kAspect,      ///< the shape of samples
   kEncryption,  ///< samples that cannot be judged
+  kTimecode,    ///< the timecode that the file begins with
 };
 
 /// One kind of disagreement; the same in later frames counts up.
@@ -49,7 +50,7 @@ struct Finding {
 };
 
 /// The word of a kind, as scripts know it: "colour", "range", "size", "rate", "interlace", "hdr", "sets",
-/// "order", "captions", "damage", "aspect", "encryption". Static storage.
+/// "order", "captions", "damage", "aspect", "encryption", "timecode". Static storage.
 QLNMEDIA_API const char* FindingWord(FindingKind kind);
 /// "error", "warning" or "note". Static storage.
 QLNMEDIA_API const char* SeverityWord(Severity severity);

@@ -43,6 +43,9 @@ struct PatchOptions : EditOptions {
   /// `in` is a folder or an HLS playlist of one stream's segments, which are patched as one stream, and `out`
   /// the folder to write them to with their initialization segment; it must not exist, or be empty.
   bool segments = false;
+  /// MP4 and MOV that are no fragments, with `timecode`: the timecode track that the first H.264 or HEVC
+  /// stream names says the same, and is put in where there is none. Not with `inPlace` or for segments.
+  bool timecodeTrack = false;
   bool dryRun = false;            ///< everything is done but writing; `out` is not looked at
   UnfinishedCallback unfinished;  ///< hears of what is made beside `out`; may be empty
   bool verify = false;  ///< the output is read back and its slices and times held against the input's
