@@ -36,8 +36,8 @@ remux() { ffmpeg -v error -y -i in.mp4 -map 0 -c copy out.mp4 && sync out.mp4; }
 
 cp_time=$(seconds copy)
 ffmpeg_time=$(seconds remux)
-colour_time=$(seconds "$program" patch in.mp4 out.mp4 --colour bt2020-pq)
-timecode_time=$(seconds "$program" patch in.mp4 out.mp4 --timecode 01:00:00:00)
+colour_time=$(seconds "$program" patch --force in.mp4 out.mp4 --colour bt2020-pq)
+timecode_time=$(seconds "$program" patch --force in.mp4 out.mp4 --timecode 01:00:00:00)
 "$program" patch --in-place in.mp4 --colour bt2020-pq >/dev/null
 in_place() { "$program" patch --in-place in.mp4 --colour "$([[ $RANDOM -gt 16384 ]] && echo bt2020-hlg || echo bt2020-pq)"; }
 in_place_time=$(seconds in_place)

@@ -39,7 +39,7 @@ echo "== inspect $clip"
 patched=build/clips/clip-hdr.mp4
 echo
 echo "== patch: timecode into the stream, HDR and colour into stream and container"
-"$qlnmedia" patch --verify --timecode 10:00:00:00 --colour bt2020-pq --hdr bt2020 --light-level 1000,400 "$clip" "$patched"
+"$qlnmedia" patch --force --verify --timecode 10:00:00:00 --colour bt2020-pq --hdr bt2020 --light-level 1000,400 "$clip" "$patched"
 echo
 echo "== inspect $patched"
 "$qlnmedia" inspect --frames 1 "$patched"

@@ -1,8 +1,10 @@
 // Texts of transport commands: the library's XML, and its JSON, which has no name outside of it.
 
 #include <new>
+#include <vector>
 
 #include "base/library_messages.h"
+#include "command/strict_json.h"
 #include "qlnmedia/command_text.h"
 #include "qlnutil/mediacmd.h"
 #include "qlnutil/mediacmd/command_json.h"
@@ -12,6 +14,7 @@
 namespace qlnmedia {
 
 std::string CommandText(MediaCmd& command, CommandForm form, uint32_t timecodeType) {
+  if (form == CommandForm::kStrictJson) return StrictCommandJson(command, static_cast<uint8_t>(timecodeType));
   char* made = nullptr;
   if (form == CommandForm::kJson) {
     qln::MediaCmdToJSON(&made, &command, timecodeType);
@@ -50,6 +53,12 @@ CommandForm ReadCommandText(const std::string& text, uint32_t timecodeType, cons
 }
 
 std::string_view CommandWord(uint32_t command) { return qln::CommandWord(command); }
+
+std::vector<std::string_view> CommandFlagWords() {
+  std::vector<std::string_view> words;
+  for (const qln::WordRow& row : qln::kFlagWords) words.emplace_back(row.word);
+  return words;
+}
 
 std::string_view TimecodeTypeWord(uint8_t type) { return qln::TcTypeWord(type); }
 

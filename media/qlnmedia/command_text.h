@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "qlnmedia/api.h"
 #include "qlnmedia/error.h"
@@ -20,6 +21,8 @@ enum class CommandForm {
   kXml,   ///< as MediaCmdToXMLString writes it
   kJson,  ///< its sister: members carry their comma behind them, also the last one, so that strict parsers
           ///< refuse it
+  kStrictJson,  ///< the same members as JSON that every parser takes (RFC 8259), laid out in lines; bytes
+                ///< that are no UTF-8 are taken for ISO 8859-1
 };
 
 /// The text of a command, without a line feed at its end.
@@ -35,13 +38,17 @@ QLNMEDIA_API std::string CommandText(MediaCmd& command, CommandForm form, uint32
 /// @param text          JSON where it begins with "{" behind blanks, else XML
 /// @param timecodeType  in the low byte: how points in time are read where the text does not say
 /// @param where         what the text of a failure begins with
-/// @return the form of the text
+/// @return the form of the text, kXml or kJson
 /// @throws Error for a text that holds no command; it has what the library says to that
 QLNMEDIA_API CommandForm ReadCommandText(const std::string& text, uint32_t timecodeType,
                                          const std::string& where, MediaCmd& command);
 
 /// "Stop" for ctStop and so on; "Unknown" above ctSwitch. Static storage, with a terminator behind it.
 QLNMEDIA_API std::string_view CommandWord(uint32_t command);
+
+/// The words that name flags (cfFromString takes them), "deferred" and so on; some flags have two. Static
+/// storage, each with a terminator behind it.
+QLNMEDIA_API std::vector<std::string_view> CommandFlagWords();
 
 /// "pal" for 8 and so on; empty for a number that is no timecode type. Static storage, as above.
 QLNMEDIA_API std::string_view TimecodeTypeWord(uint8_t type);

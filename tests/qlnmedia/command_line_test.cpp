@@ -32,6 +32,37 @@ TEST(CommandLine, NegativeFrameCountIsAUsageError) {
   ExpectOneLine(Qlnmedia("inspect --frames -1 x"), 2, "frames");
 }
 
+TEST(CommandLine, CountsThatAreNoneAreOneLine) {
+  ExpectOneLine(Qlnmedia("inspect --frames -1 x"), 2, "--frames: -1 is no count from 0 to 2147483647");
+  ExpectOneLine(Qlnmedia("inspect --frames abc x"), 2, "--frames: abc is no count from 0 to 2147483647");
+  ExpectOneLine(Qlnmedia("transport --in 0 --out 1 --speed 1 --steps 1.5"), 2,
+                "--steps: 1.5 is no count from 0 to 1000000");
+}
+
+TEST(CommandLine, UnknownCommandsNameTheKnownOnes) {
+  ExpectOneLine(Qlnmedia("bogus"), 2,
+                "bogus is no command; there are inspect, patch, recover, check, captions, format, metadata, "
+                "command, transport; qlnmedia --help");
+  ExpectOneLine(Qlnmedia("inspct x.mp4"), 2, "inspct is no command; inspect? there are");
+  ExpectOneLine(Qlnmedia("meta list"), 2, "meta is no command; metadata? there are");
+  ExpectOneLine(Qlnmedia("metadata lst"), 2, "lst is no command; list? there are list, where, get, set,");
+}
+
+TEST(CommandLine, ListsOfNamesShowWhatTheyStandFor) {
+  const CommandResult colours = Qlnmedia("patch --colour list");
+  EXPECT_EQ(colours.exitCode, 0);
+  EXPECT_THAT(colours.output,
+              testing::ContainsRegex("bt2020-pq +9:16:9 +BT.2020 +PQ .SMPTE ST 2084. +BT.2020"));
+  const CommandResult displays = Qlnmedia("patch --hdr list");
+  EXPECT_EQ(displays.exitCode, 0);
+  EXPECT_THAT(
+      displays.output,
+      testing::ContainsRegex("p3 +0.68,0.32 +0.265,0.69 +0.15,0.06 +0.3127,0.329 +0.0001 to 1000 cd/m2"));
+  EXPECT_THAT(displays.output,
+              HasSubstr("bt2020 is G(8500,39850)B(6550,2300)R(35400,14600)WP(15635,16450)L(10000000,1)"));
+  ExpectOneLine(Qlnmedia("patch --colour bt709"), 2, "IN");
+}
+
 TEST(CommandLine, HelpAndVersionSucceed) {
   const CommandResult help = Qlnmedia("--help");
   EXPECT_EQ(help.exitCode, 0);

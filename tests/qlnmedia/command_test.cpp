@@ -75,6 +75,41 @@ TEST(CommandTexts, ConvertTurnsOneFormIntoTheOther) {
   EXPECT_EQ(Output("convert '" + path + "' --tctype pal"), xml);
 }
 
+TEST(CommandTexts, ConvertKeepsTheTimecodeType) {
+  const std::string path = MediaPath("typed.txt");
+  for (const char* type : {"pal", "drop-frame", "59.94", "frames"}) {
+    const std::string asked = std::string("play --position 00:01:00:02 --tctype ") + type;
+    const std::string xml = Output(asked);
+    const std::string json = Output(asked + " --json");
+    WriteFile(path, Bytes(xml.begin(), xml.end()));
+    EXPECT_EQ(Output("convert '" + path + "'"), json);
+    WriteFile(path, Bytes(json.begin(), json.end()));
+    EXPECT_EQ(Output("convert '" + path + "'"), xml);
+  }
+}
+
+// An independent parser takes it, and finds the members of the library's own form.
+TEST(CommandTexts, StrictJsonIsForEveryParser) {
+  const std::string asked =
+      "play --channel 1 --position 01:00:00:00 --tctype pal --flag loop --file 'a \"b\"\\c\td.mov'";
+  const CommandResult made =
+      test::Run("'" QLNMEDIA_PROGRAM "' command " + asked + " --strict-json | jq -c .MediaCmd");
+  EXPECT_EQ(made.exitCode, 0);
+  EXPECT_EQ(
+      made.output,
+      "{\"CmdID\":4196729344,\"StructSize\":4188,\"Channel\":1,\"Cmd\":{\"Value\":2,\"String\":"
+      "\"Play\",\"Loop\":1,"
+      "\"UseClipID\":1},\"Speed\":{\"Value\":65520,\"String\":\"100\"},\"Position\":{\"Value\":90000,"
+      "\"TcType\":"
+      "\"pal\",\"TcString\":\"01:00:00:00\"},\"ClipID\":\"\",\"FileName\":\"a \\\"b\\\"\\\\c\\td.mov\"}\n");
+  // What it writes it reads.
+  const std::string plain = "play --channel 2 --position 01:00:00:00 --tctype pal";
+  const std::string strict = Output(plain + " --strict-json");
+  const std::string path = MediaPath("strict.json");
+  WriteFile(path, Bytes(strict.begin(), strict.end()));
+  EXPECT_EQ(Output("convert '" + path + "'"), Output(plain));
+}
+
 // What `convert` says that it leaves behind, and its exit status.
 std::pair<int, std::string> LostOf(const std::string& json, const std::string& options = "") {
   const std::string path = MediaPath("lost.json");
@@ -99,9 +134,10 @@ TEST(CommandTexts, ConvertNamesWhatIsLost) {
   EXPECT_EQ(LostOf(R"({"MediaCmd" : {"Cmd": {"Value":2},"MetaTag":"Title","Channel":"four"}})"),
             Lost(0, "MetaTag, Channel"));
   EXPECT_EQ(LostOf(R"({"ClipInfo" : {"Cmd": {"Value":0},"Channel":4294967295}})"), Lost(0, ""));
-  // How the timecode counts is the option's and not the text's.
+  // How the timecode counts is the text's, where no option says otherwise.
   const std::string pal = Output("play --position 01:00:00:00 --tctype pal --json");
-  EXPECT_EQ(LostOf(pal), Lost(0, "Position.TcType"));
+  EXPECT_EQ(LostOf(pal), Lost(0, ""));
+  EXPECT_EQ(LostOf(pal, "--tctype drop-frame"), Lost(0, "Position.TcType"));
   EXPECT_EQ(LostOf(pal, "--tctype pal"), Lost(0, ""));
   EXPECT_EQ(LostOf(pal, "--tctype pal --json"), Lost(0, ""));
   const std::string both = Output("play --speed 50 --channel 1 --video 3 --audio 1 --clip CLIP --json");
@@ -123,7 +159,10 @@ TEST(CommandTexts, WrongUsage) {
   ExpectUsageError("dance", "dance is no command");
   ExpectUsageError("play --tctype ntsc", "ntsc is no timecode type");
   ExpectUsageError("play --position now", "now is no timecode");
-  ExpectUsageError("play --flag fast", "fast is no flag");
+  ExpectUsageError("play --flag fast", "fast is no flag; there are deferred, overridedeferred,");
+  ExpectUsageError("play --flag lop", "lop is no flag; loop? there are");
+  ExpectUsageError("plya", "plya is no command; play? there are convert, stop,");
+  ExpectUsageError("play --strict-json --json", "json");
   ExpectUsageError("getvalue --state nothing", "nothing is no state value");
   ExpectUsageError("play --clip 123456789", "8 characters");
   ExpectUsageError("play --speed 1e12", "out of range");

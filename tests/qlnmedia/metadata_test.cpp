@@ -128,6 +128,21 @@ TEST_P(Metadata, AllTagsAreNamed) {
   EXPECT_THAT(result.output, HasSubstr("TimeCode (number)\n"));
 }
 
+TEST_P(Metadata, WhereNamesTheFileThatSetMakes) {
+  const CommandResult where = Do("where");
+  EXPECT_EQ(where.exitCode, 0);
+  const std::string file = where.output.substr(0, where.output.size() - 1);
+  EXPECT_EQ(file, folder_ + (GetParam() ? "/UserMetadata.xml" : "/config/tarnwick/settings.db"));
+  Do("list");
+  Do("list --json");
+  Do("get Title");
+  EXPECT_FALSE(std::filesystem::exists(file));
+  EXPECT_FALSE(std::filesystem::exists(folder_ + "/config"));
+  Expect("set Title new", "");
+  EXPECT_TRUE(std::filesystem::exists(file));
+  EXPECT_THAT(Do("--help", "true").output, HasSubstr("tarnwick/settings.db"));
+}
+
 TEST_P(Metadata, ReadingNeitherSeedsNorMakesAUserFile) {
   if (GetParam()) {
     ExpectFailure("list", "UserMetadata.xml: no such file");

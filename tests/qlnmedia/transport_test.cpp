@@ -66,6 +66,22 @@ TEST(Transport, SpeedsThatTheCounterDoesNotHoldAreRefused) {
   }
 }
 
+TEST(Transport, AStartOutsideOfTheRangeIsNamed) {
+  for (const char* start : {"99", "110"}) {
+    const std::string asked =
+        std::string("transport --in 100 --out 110 --speed 1 --steps 1 --start ") + start;
+    const std::string note =
+        std::string("--start ") + start + " is outside of the range, which is 100 to 109";
+    EXPECT_THAT(Qlnmedia(asked).output, HasSubstr("note: " + note));
+    EXPECT_EQ(json::parse(Qlnmedia(asked + " --json").output).at("notes"), json::array({note}));
+  }
+  for (const char* inside : {"--in 100 --out 110 --start 100", "--in 100 --out 110 --start 109",
+                             "--in 0 --out 0 --start 5", "--in 5 --out 9"}) {
+    const CommandResult result = Qlnmedia(std::string("transport --speed 1 --steps 1 --json ") + inside);
+    EXPECT_FALSE(json::parse(result.output).contains("notes")) << inside;
+  }
+}
+
 TEST(Transport, TextForPeople) {
   const CommandResult result = Qlnmedia("transport --in 20 --out 10 --speed 0.5 --steps 1");
   EXPECT_EQ(result.exitCode, 0);

@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,8 @@
 #include "output.h"
 #include "progress_bar.h"
 #include "qlnmedia/captions.h"
+#include "replace.h"
+#include "words.h"
 
 namespace qlnmedia {
 
@@ -21,6 +24,8 @@ struct Options {
   std::string out;
   std::string service;
   CaptionTiming timing;
+  std::string form;
+  bool force = false;
 };
 
 std::string NamesOf(const std::vector<CaptionService>& services) {
@@ -38,7 +43,21 @@ void Show(const FileCaptions& captions) {
   }
 }
 
+// Standard output gets nothing where the work fails.
+void PrintFile(const Options& options) {
+  const std::string form = options.form.empty() ? "srt" : options.form;
+  const std::optional<CaptionFileKind> kind = CaptionFileKindOf("-." + form);
+  if (!kind)
+    throw CLI::ValidationError("--form: " + form + " is no form; " +
+                               WordsThereAre(form, {"mcc", "scc", "srt", "txt"}));
+  Print(CaptionFileText(options.file, *kind, options.service, ProgressBar(), options.timing));
+}
+
 void Run(const Options& options) {
+  if (options.out == "-") return PrintFile(options);
+  if (!options.form.empty())
+    throw CLI::ValidationError("--form goes with -o -; a file's ending says its form");
+  RequireMayReplace(options.out, options.force);
   if (!options.out.empty())
     return WriteCaptionFile(options.file, options.out, options.service, ProgressBar(), options.timing);
   const FileCaptions captions = ReadFileCaptions(options.file, ProgressBar(), options.timing);
@@ -52,11 +71,13 @@ void AddCaptionsCommand(CLI::App& app) {
   CLI::App* const command = app.add_subcommand("captions", "Take the captions out of a stream");
   auto options = std::make_shared<Options>();
   command->add_option("FILE", options->file, "H.264, HEVC or MPEG-2 in any container")->required();
-  auto* const out = command->add_option("-o,--output", options->out,
-                                        "A file whose ending says its form: .mcc, .scc, .srt or .txt");
+  auto* const out = command->add_option(
+      "-o,--output", options->out,
+      "A file whose ending says its form: .mcc, .scc, .srt or .txt; - for standard output");
+  command->add_option("--form", options->form, "With -o -: mcc, scc, srt or txt; default: srt")->needs(out);
   command->add_option(
       "--service", options->service,
-      "Service whose text is taken: CC1 to CC4, or 1 to 63 for digital captions; default: the "
+      "Service whose text is taken: CC1 to CC4 (or cc1), or 1 to 63 for digital captions; default: the "
       "first that shows any");
   command->add_option(
       "--rate", options->timing.rate,
@@ -67,6 +88,12 @@ void AddCaptionsCommand(CLI::App& app) {
                    "How labels of .scc and .mcc count: drop-frame, non-drop-frame ...; default: as the "
                    "stream's timecode does")
       ->needs(out);
+  command
+      ->add_option("--start", options->timing.start,
+                   "Label of the first picture in .scc and .mcc: HH:MM:SS:FF, or HH:MM:SS;FF for drop-frame "
+                   "labels; default: 00:00:00:00")
+      ->needs(out);
+  command->add_flag("--force", options->force, kForceHelp);
   command->callback([options] { Run(*options); });
 }
 

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@
 #include "qlnmedia/command_text.h"
 #include "qlnutil/mediacmd.h"
 #include "timecode/kxtimecode.h"
+#include "words.h"
 
 namespace qlnmedia {
 
@@ -35,39 +37,65 @@ struct Options {
   int32_t alternate = -1;
   std::vector<std::string> flags;
   std::string clip, name;
-  std::string type = "frames";
+  std::string type;
   bool xml = false;
   bool json = false;
+  bool strictJson = false;
+
+  CommandForm FormOr(CommandForm usual) const {
+    if (strictJson) return CommandForm::kStrictJson;
+    return xml ? CommandForm::kXml : json ? CommandForm::kJson : usual;
+  }
 };
 
 [[noreturn]] void RefuseUsage(const std::string& text) { throw CLI::ValidationError(text); }
 
-// Without the locale.
-std::string Lower(std::string_view text) {
-  std::string lowered(text);
-  for (char& c : lowered) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  return lowered;
-}
-
 uint32_t CommandOf(const std::string& word) {
-  std::string all;
+  std::vector<std::string> all = {"convert"};
   for (uint32_t cmd = ctStop; cmd <= ctSwitch; ++cmd) {
-    const std::string known = Lower(CommandWord(cmd));
-    if (known == Lower(word)) return cmd;
-    all += (all.empty() ? "" : " ") + known;
+    all.push_back(Lower(CommandWord(cmd)));
+    if (all.back() == Lower(word)) return cmd;
   }
-  RefuseUsage(word + " is no command; there are convert and " + all);
+  RefuseUsage(word + " is no command; " + WordsThereAre(word, all));
 }
 
-uint32_t TypeOf(const std::string& word) {
-  std::string all;
+uint32_t FlagOf(const std::string& word) {
+  uint32_t flag = 0;
+  if (cfFromString(word.c_str(), &flag) == 0) return flag;
+  std::vector<std::string> all;
+  for (const std::string_view known : CommandFlagWords()) all.emplace_back(known);
+  RefuseUsage("--flag: " + word + " is no flag; " + WordsThereAre(word, all));
+}
+
+// The types that have a word, and in `words` those words.
+std::optional<uint32_t> FindType(const std::string& word, std::vector<std::string>* words = nullptr) {
   for (uint32_t type = 0; type <= 0xFF; ++type) {
     const std::string known(TimecodeTypeWord(static_cast<uint8_t>(type)));
     if (known.empty()) continue;
     if (known == Lower(word)) return type;
-    all += (all.empty() ? "" : " ") + known;
+    if (words != nullptr) words->push_back(known);
   }
-  RefuseUsage("--tctype: " + word + " is no timecode type; there are " + all);
+  return {};
+}
+
+uint32_t TypeOf(const std::string& word) {
+  std::vector<std::string> all;
+  if (const std::optional<uint32_t> type = FindType(word, &all)) return *type;
+  RefuseUsage("--tctype: " + word + " is no timecode type; " + WordsThereAre(word, all));
+}
+
+// How the points of a command's text count, by the first that says so; both forms call it "TcType".
+std::optional<uint32_t> TypeIn(const std::string& text) {
+  constexpr std::string_view kName = "TcType";
+  constexpr std::string_view kQuotes = "\"'";
+  for (size_t at = text.find(kName); at != std::string::npos; at = text.find(kName, at + 1)) {
+    // A quote of its own stands behind the name in JSON.
+    const size_t value = text.find_first_not_of(" \t\r\n\"':=", at + kName.size());
+    const size_t end = value == std::string::npos ? value : text.find_first_of(kQuotes, value);
+    if (end == std::string::npos) return {};
+    if (const std::optional<uint32_t> type = FindType(text.substr(value, end - value))) return type;
+  }
+  return {};
 }
 
 int32_t PointOf(const Point& text, uint32_t type, const char* option) {
@@ -121,11 +149,7 @@ MediaCmd MakeCommand(const Options& options, const CLI::App& given, uint32_t typ
   const bool clip = take("--clip", CF_USE_CLIP_ID);
   const bool file = take("--file", CF_USE_CLIP_ID);
   if (clip || file) SetTexts(command, options);
-  for (const std::string& word : options.flags) {
-    uint32_t flag = 0;
-    if (cfFromString(word.c_str(), &flag) != 0) RefuseUsage("--flag: " + word + " is no flag");
-    command.Flags |= flag;
-  }
+  for (const std::string& word : options.flags) command.Flags |= FlagOf(word);
   fixMediaCmd(&command, 0);
   return command;
 }
@@ -147,17 +171,18 @@ std::string ReadText(const std::string& path) {
 
 // Reads and prints a command, and names what of a JSON text has no place in the other: its reader takes about
 // half of an object's members, and passes over what it does not know.
-void Convert(const Options& options, uint32_t type) {
+void Convert(const Options& options, std::optional<uint32_t> asked) {
   const std::string text = ReadText(options.file);
+  const uint32_t type = asked.value_or(TypeIn(text).value_or(TypeOf("frames")));
   MediaCmd command;
   const bool wasJson = ReadCommandText(text, type, options.file, command) == CommandForm::kJson;
-  const bool asJson = options.json || (!options.xml && !wasJson);
+  const CommandForm form = options.FormOr(wasJson ? CommandForm::kXml : CommandForm::kJson);
   std::vector<std::string> lost;
   if (wasJson) {
     MediaCmd copy = command;  // writing may change a record
     lost = LostMembers(CommandMembers(text), CommandMembers(CommandText(copy, CommandForm::kJson, type)));
   }
-  Print(CommandText(command, asJson ? CommandForm::kJson : CommandForm::kXml, type) + "\n");
+  Print(CommandText(command, form, type) + "\n");
   if (lost.empty()) return;
   std::string names;
   for (const std::string& name : lost) names += (names.empty() ? "" : ", ") + name;
@@ -167,15 +192,17 @@ void Convert(const Options& options, uint32_t type) {
 }
 
 void Run(const Options& options, const CLI::App& given) {
-  const uint32_t type = TypeOf(options.type);
+  std::optional<uint32_t> asked;
+  if (!options.type.empty()) asked = TypeOf(options.type);
   if (options.word == "convert") {
     if (options.file.empty()) RefuseUsage("convert: give the FILE that holds the command");
-    return Convert(options, type);
+    return Convert(options, asked);
   }
   if (!options.file.empty())
     RefuseUsage("a FILE goes with convert; a file name of the clip goes behind --file");
+  const uint32_t type = asked.value_or(TypeOf("frames"));
   MediaCmd command = MakeCommand(options, given, type);
-  Print(CommandText(command, options.json ? CommandForm::kJson : CommandForm::kXml, type) + "\n");
+  Print(CommandText(command, options.FormOr(CommandForm::kXml), type) + "\n");
 }
 
 }  // namespace
@@ -206,10 +233,16 @@ void AddCommandCommand(CLI::App& app) {
       ->allow_extra_args(false);
   command->add_option("--clip", options->clip, "Clip identifier");
   command->add_option("--file", options->name, "File name of the clip");
-  command->add_option("--tctype", options->type, "Timecode type, such as pal, drop-frame or 59.94")
-      ->capture_default_str();
+  command->add_option("--tctype", options->type,
+                      "Timecode type, such as pal, drop-frame or 59.94; default: with convert what the text "
+                      "says, else frames");
   CLI::Option* const xml = command->add_flag("--xml", options->xml, "Print XML (the default)");
-  command->add_flag("--json", options->json, "Print JSON")->excludes(xml);
+  CLI::Option* const json =
+      command->add_flag("--json", options->json, "Print the library's own JSON, which strict parsers refuse");
+  json->excludes(xml);
+  command->add_flag("--strict-json", options->strictJson, "Print JSON for every parser, such as jq")
+      ->excludes(xml)
+      ->excludes(json);
   command->callback([options, command] { Run(*options, *command); });
 }
 

@@ -12,6 +12,7 @@
 #include "exit_status.h"
 #include "output.h"
 #include "qlnmedia/error.h"
+#include "words.h"
 
 namespace {
 
@@ -28,6 +29,7 @@ int RunCommandLine(int argc, char** argv) {
   app.footer("Exit status: 0 done, 1 failed, 2 wrong usage, 3 done and found something to report.");
   qlnmedia::AddCommands(app);
   try {
+    qlnmedia::RequireSubcommand(app, argc, argv);
     app.parse(argc, argv);
   } catch (const CLI::Success& success) {  // --help and --version
     return app.exit(success);

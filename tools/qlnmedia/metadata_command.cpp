@@ -1,9 +1,13 @@
 // qlnmedia metadata: shows and edits the clip information of the default store or of a user file, by tag
 // name.
 
+#include <pwd.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -45,6 +49,23 @@ void List(const Options& options) {
   const Style style = Style::ForStream(stdout);
   for (const auto& [field, value] : entries)
     Print(style.Name(PadRight(field.name, width)) + "  " + Printable(TextOf(value)) + "\n");
+}
+
+// Where the utility layer puts the default store (kxutil.h); a folder that is not absolute does not count.
+std::string DefaultStorePath() {
+  const char* const configured = std::getenv("XDG_CONFIG_HOME");
+  if (configured != nullptr && *configured == '/') return std::string(configured) + "/tarnwick/settings.db";
+  const char* const home = std::getenv("HOME");
+  std::string folder = home != nullptr && *home == '/' ? home : "";
+  const passwd* const user = folder.empty() ? getpwuid(getuid()) : nullptr;
+  if (user != nullptr) folder = user->pw_dir;
+  return folder.empty() ? folder : folder + "/.config/tarnwick/settings.db";
+}
+
+void Where(const Options& options) {
+  const std::string path = options.file.empty() ? DefaultStorePath() : options.file;
+  if (path.empty()) throw Error("default store", "has no place", "set HOME or XDG_CONFIG_HOME");
+  Print(path + "\n");
 }
 
 void Get(const Options& options) {
@@ -114,11 +135,15 @@ CLI::App* AddAction(CLI::App* command, const std::shared_ptr<Options>& options, 
 void AddMetadataCommand(CLI::App& app) {
   CLI::App* const command =
       app.add_subcommand("metadata", "Show and edit the stored clip information by tag name");
+  command->footer(
+      "The default store is $XDG_CONFIG_HOME/tarnwick/settings.db, or ~/.config/tarnwick/settings.db; "
+      "it is made when the first tag is set.");
   command->require_subcommand(1);
   auto options = std::make_shared<Options>();
   CLI::App* const list = AddAction(command, options, "list", "Show all tags that are set", List);
   list->add_flag("--json", options->json, "Print JSON for programs instead of text");
   list->add_flag("--all", options->all, "Name every tag there is instead");
+  AddAction(command, options, "where", "Print where the tags are stored", Where);
   CLI::App* const get = AddAction(command, options, "get", "Print the value of one tag", Get);
   get->add_option("TAG", options->tag, "The tag, as Title or FileSize")->required();
   CLI::App* const set =

@@ -1,8 +1,10 @@
 // qlnmedia patch: the options and their texts.
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "commands.h"
@@ -10,6 +12,8 @@
 #include "output.h"
 #include "progress_bar.h"
 #include "qlnmedia/patch.h"
+#include "replace.h"
+#include "value_lists.h"
 
 namespace qlnmedia {
 
@@ -26,6 +30,7 @@ struct Options {
   bool limitedRange = false;
   bool interlaced = false;
   bool progressive = false;
+  bool force = false;
   CaptionOptions captions;
 };
 
@@ -43,8 +48,11 @@ void TakeSetOptions(const Options& options, PatchOptions& patch) {
 }
 
 void Run(Options& options) {
+  if (options.colour == kListWord) return Print(ColourTable());
+  if (options.hdr == kListWord) return Print(DisplayTable());
   PatchOptions& patch = options.patch;
-  if (patch.out.empty() && !patch.inPlace) throw CLI::RequiredError("OUT");
+  if (patch.in.empty()) throw CLI::RequiredError("IN");
+  if (patch.out.empty() && !patch.inPlace && !patch.dryRun) throw CLI::RequiredError("OUT");
   if (!patch.rate.empty() && patch.timecode.empty() && options.captions.file.empty())
     throw CLI::ValidationError("--rate goes with --timecode or --captions");
   TakeSetOptions(options, patch);
@@ -55,6 +63,9 @@ void Run(Options& options) {
   if (options.interlaced || options.progressive) patch.interlaced = options.interlaced;
   if (!options.captions.file.empty()) patch.captions = options.captions;
   if (!patch.any()) throw Error("patch", "nothing to do", "name what shall change; qlnmedia patch --help");
+  std::error_code unknown;
+  const bool onItself = std::filesystem::equivalent(patch.in, patch.out, unknown);  // which PatchFile refuses
+  if (!patch.dryRun && !patch.inPlace && !onItself) RequireMayReplace(patch.out, options.force);
   patch.progress = ProgressBar();
   Interruption interruption;
   patch.unfinished = interruption.callback();
@@ -85,17 +96,21 @@ void AddPatchCommand(CLI::App& app) {
   CLI::App* const command =
       app.add_subcommand("patch", "Correct what a file says, without touching a coded picture");
   auto options = std::make_shared<Options>();
-  command->add_option("IN", options->patch.in, "H.264 or HEVC in MP4, MOV, MKV, TS, or raw")->required();
-  auto* const out = command->add_option("OUT", options->patch.out,
-                                        "The output, of the same kind of container; not with --in-place");
+  command->add_option("IN", options->patch.in, "H.264 or HEVC in MP4, MOV, MKV, TS, or raw; required");
+  auto* const out =
+      command->add_option("OUT", options->patch.out,
+                          "The output, of the same kind of container; not with --in-place, and not "
+                          "needed with --dry-run");
   command->add_option("--colour,--color", options->colour,
-                      "bt709, bt601-525, bt601-625, bt2020-pq, bt2020-hlg, p3-pq, or P:T:M in numbers");
+                      ColourNames() + ", or P:T:M in numbers; list shows them");
   auto* const full =
       command->add_flag("--full-range", options->fullRange, "Say that samples use the full range");
   command->add_flag("--limited-range", options->limitedRange, "Say that samples use the limited range")
       ->excludes(full);
   command->add_option("--hdr", options->hdr,
-                      "Mastering display: p3, bt2020, or G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min)");
+                      "Mastering display: " + DisplayNames() +
+                          ", or G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min) in units of 0.00002 and 0.0001 cd/m2; "
+                          "list shows them");
   command->add_option("--light-level", options->lightLevel, "Content light level: MAX,AVERAGE in cd/m2");
   AddSetOptions(*command, *options);
   auto* const timecode = command->add_option("--timecode", options->patch.timecode,
@@ -104,6 +119,11 @@ void AddPatchCommand(CLI::App& app) {
       ->add_option(
           "--timecode-type", options->patch.timecodeType,
           "film, 23.98, pal, non-drop-frame, drop-frame, 50, 59.94 or 60; default: what the rate asks for")
+      ->needs(timecode);
+  command
+      ->add_flag(
+          "--timecode-track", options->patch.timecodeTrack,
+          "MP4, MOV: say the timecode in the timecode track as well, which is put in where there is none")
       ->needs(timecode);
   command->add_option("--rate", options->patch.rate,
                       "Frames a second for --timecode and --captions: 25, 29.97, 30000/1001, where the file "
@@ -140,6 +160,7 @@ void AddPatchCommand(CLI::App& app) {
       ->excludes(segments);
   command->add_flag("--verify", options->patch.verify, "Read the result back and compare it with the input");
   command->add_flag("--dry-run", options->patch.dryRun, "Say what would change and write nothing");
+  command->add_flag("--force", options->force, kForceHelp);
   command->callback([options] { Run(*options); });
 }
 

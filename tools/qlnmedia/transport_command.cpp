@@ -13,6 +13,7 @@
 #include "output.h"
 #include "qlnutil/qlntransport.h"
 #include "report_text.h"
+#include "words.h"
 
 namespace qlnmedia {
 
@@ -66,6 +67,12 @@ Json StepThrough(const Options& options) {
   counter.SetTC(options.start.value_or(counter.In()));
 
   Json report = {{"in", counter.In()}, {"out", counter.Out()}, {"speed", speed.Get()}};
+  // Without a range the counter runs free.
+  const bool outside = options.start && counter.In() != counter.Out() &&
+                       (*options.start < counter.In() || *options.start >= counter.Out());
+  if (outside)
+    report["notes"] = {fmt::format("--start {} is outside of the range, which is {} to {}", *options.start,
+                                   counter.In(), counter.Out() - 1)};
   Json& steps = report["steps"] = Json::array();
   steps.push_back(ReadCounter(counter, 0));
   for (uint32_t step = 1; step <= options.steps; ++step) {
@@ -90,6 +97,11 @@ ReportItem Table(const Json& report, double speed) {
                            report["out"].dump(), speed);
   root.children = {Fact("In point", report["in"]), Fact("Out point", report["out"]),
                    Fact("Speed", report["speed"], " units, 65520 being plain play")};
+  for (const Json& text : report.value("notes", Json::array())) {
+    ReportItem& note = root.children.emplace_back();
+    note.kind = ReportItem::Kind::kNote;
+    note.text = text.get<std::string>();
+  }
   ReportItem& table = root.children.emplace_back();
   table.kind = ReportItem::Kind::kTable;
   table.label = "Steps";
@@ -123,9 +135,7 @@ void AddTransportCommand(CLI::App& app) {
   command
       ->add_option("--speed", options->speed, "Multiple of plain play, negative for reverse; 32776 at most")
       ->required();
-  command->add_option("--steps", options->steps, "Steps to take")
-      ->required()
-      ->check(CLI::Range(0u, 1000000u));
+  command->add_option("--steps", options->steps, "Steps to take")->required()->check(CountUpTo(1000000));
   command->add_option("--start", options->start, "Frame to begin at; the in point if it is not given");
   command->add_flag("--json", options->json, "Print JSON for programs instead of text");
   command->callback([options] { Run(*options); });

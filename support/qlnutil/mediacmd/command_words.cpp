@@ -6,21 +6,8 @@
 #include <iterator>
 
 namespace qln {
-namespace {
 
-constexpr uint32_t kFound = 0;
-constexpr uint32_t kNotFound = 0xFFFFFFFFu;
-
-constexpr std::string_view kUnknownCommand = "Unknown";
-
-constexpr char kCommandWords[ctSwitch + 1][16] = {
-    "Stop",           "Pause",  "Play",      "Record",     "RecStop",  "Eject",    "Transfer", "Insert",
-    "Blank",          "Delete", "Trim",      "ChanSelect", "GetState", "SetState", "GetValue", "SetValue",
-    "ValueSupported", "Error",  "Terminate", "Abort",      "Edit",     "Switch",
-};
-
-// In search order; a bit with two words gives the first one.
-constexpr WordRow kFlagWords[] = {
+constexpr WordRow kFlagWords[kFlagWordCount] = {
     {CF_DEFERRED, "deferred"},
     {CF_OVERRIDE_DEFERRED, "overridedeferred"},
     {CF_TIME_MS, "timems"},
@@ -58,7 +45,19 @@ constexpr WordRow kFlagWords[] = {
     {CF_OVERRIDE_DEFERRED, "ignore"},
     {CF_NO_RETURN, "noreturn"},
 };
-static_assert(std::size(kFlagWords) == 36, "36 words name the flags");
+
+namespace {
+
+constexpr uint32_t kFound = 0;
+constexpr uint32_t kNotFound = 0xFFFFFFFFu;
+
+constexpr std::string_view kUnknownCommand = "Unknown";
+
+constexpr char kCommandWords[ctSwitch + 1][16] = {
+    "Stop",           "Pause",  "Play",      "Record",     "RecStop",  "Eject",    "Transfer", "Insert",
+    "Blank",          "Delete", "Trim",      "ChanSelect", "GetState", "SetState", "GetValue", "SetValue",
+    "ValueSupported", "Error",  "Terminate", "Abort",      "Edit",     "Switch",
+};
 
 bool EqualIgnoringCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;

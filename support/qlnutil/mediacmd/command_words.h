@@ -15,6 +15,10 @@ struct WordRow {
   char word[GS_WORD_SIZE + 1];
 };
 
+// In search order; a bit with two words gives the first one.
+inline constexpr size_t kFlagWordCount = 36;
+extern const WordRow kFlagWords[kFlagWordCount];
+
 inline constexpr size_t kStateValueCount = 460;
 extern const WordRow kStateValues[kStateValueCount];
 

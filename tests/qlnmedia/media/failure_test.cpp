@@ -63,9 +63,10 @@ TEST_P(FullDisk, LeavesNothingBehind) {
   const auto blocks = static_cast<int>(fs::file_size(in) / 512 + 1);
   for (int limit = 0; limit < blocks - 1; limit += std::max(1, blocks / 8)) {
     for (const std::string& name : {std::string("new"), std::string("old")}) {
-      const CommandResult result = test::Run((limit % 2 == 0 ? "trap '' XFSZ; ulimit -f " : "ulimit -f ") +
-                                             std::to_string(limit) + "; '" QLNMEDIA_PROGRAM "' patch '" + in +
-                                             "' '" + folder + "/" + name + "." + ending + "' --colour bt709");
+      const CommandResult result =
+          test::Run((limit % 2 == 0 ? "trap '' XFSZ; ulimit -f " : "ulimit -f ") + std::to_string(limit) +
+                    "; '" QLNMEDIA_PROGRAM "' patch --force '" + in + "' '" + folder + "/" + name + "." +
+                    ending + "' --colour bt709");
       ExpectOneLine(result, 1, name + "." + ending + ": ");
       EXPECT_THAT(result.output, HasSubstr("File too large")) << limit;
     }
@@ -96,7 +97,8 @@ TEST_P(Interrupted, LeavesNothingHalfWritten) {
   ASSERT_GE(child, 0);
   if (child == 0) {
     std::signal(signal, SIG_DFL);  // whoever started the tests may ignore it
-    execl(QLNMEDIA_PROGRAM, "qlnmedia", "patch", in.c_str(), out.c_str(), "--colour", "bt709", nullptr);
+    execl(QLNMEDIA_PROGRAM, "qlnmedia", "patch", "--force", in.c_str(), out.c_str(), "--colour", "bt709",
+          nullptr);
     _exit(127);
   }
   const auto parts = [&folder] { return FilesIn(folder) > 2; };

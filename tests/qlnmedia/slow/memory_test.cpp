@@ -18,7 +18,7 @@ constexpr long kSlack = 6 * 1024;  // KiB: buffers grow to the largest packets, 
 
 // Peak resident memory of a patch, in KiB.
 long PeakOfPatch(const std::string& in, const std::string& out, const std::vector<std::string>& options) {
-  std::vector<std::string> words = {QLNMEDIA_PROGRAM, "patch", in, out};
+  std::vector<std::string> words = {QLNMEDIA_PROGRAM, "patch", "--force", in, out};
   words.insert(words.end(), options.begin(), options.end());
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
