@@ -13,15 +13,15 @@ cd "$folder"
 expected() {
   case "$1" in
     # The muxer says progressive of an encoder's fields.
-    *_fields.mp4 | *_fields.mov | *_fields.mkv) echo "interlace: the container says progressive, the hvcC fields" ;;
+    *hevc*_fields.m[pk][4v] | *hevc*_fields.mov | plants_fields.mp4) echo "interlace: the container says progressive, the hvcC fields" ;;
     # The encoder's settings, put in front of the first picture's delimiter.
     set_options_h264.m[pk][4v] | timecode_avc10.m* | captions_avc_p.m* | frames.m*)
       echo "frame 0: order: an access unit delimiter is not the first unit of its frame" ;;
     # A filter that puts its message behind the slice of IDR pictures.
     captions_other.mp4) echo "order: an SEI stands behind a slice of its frame" ;;
     # Made so on purpose.
-    plants_rate_*.mp4 | truth_rate_fixed.mp4) echo "rate: the container runs at" ;;
-    check_colour_other.mov) echo "colour: (primaries|transfer|matrix): the container says" ;;
+    plants_rate_hevc.mp4 | truth_rate_fixed.mp4) echo "rate: the container runs at" ;;
+    check_colour_other.mov | checked_colours.mp4) echo "colour: (primaries|transfer|matrix): the container says" ;;
     check_range.mkv) echo "range: the container says full range" ;;
   esac
 }

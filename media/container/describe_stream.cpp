@@ -76,6 +76,17 @@ std::optional<std::array<int32_t, 9>> DisplayMatrixOf(const AVStream& stream) {
   return matrix == nullptr ? std::nullopt : std::optional<Matrix>(*matrix);
 }
 
+// As ISO/IEC 14496-12 (st3d), Matroska (StereoMode) and the messages of the streams have the arrangements.
+std::string StereoOf(const AVStream& stream) {
+  static constexpr const char* kNames[] = {
+      "one view",     "side by side",           "top and bottom",    "alternating frames",
+      "checkerboard", "side by side, quincunx", "alternating lines", "alternating columns"};
+  const auto* const stereo = SideData<AVStereo3D>(stream, AV_PKT_DATA_STEREO3D);
+  if (stereo == nullptr || static_cast<size_t>(stereo->type) >= std::size(kNames)) return {};
+  const std::string name = kNames[static_cast<size_t>(stereo->type)];
+  return (stereo->flags & AV_STEREO3D_FLAG_INVERT) != 0 ? name + ", right view first" : name;
+}
+
 std::optional<double> RotationOf(const std::optional<std::array<int32_t, 9>>& matrix) {
   if (!matrix) return {};
   const double degrees = av_display_rotation_get(matrix->data());
@@ -137,6 +148,7 @@ MediaStream DescribeMediaStream(const AVStream& stream, const ContainerColour& c
   out.height = parameters.height;
   out.fieldOrder = static_cast<FieldOrder>(parameters.field_order);
   out.sampleAspect = FromLibav(stream.sample_aspect_ratio);
+  out.stereo = StereoOf(stream);
   out.displayMatrix = DisplayMatrixOf(stream);
   out.rotation = RotationOf(out.displayMatrix);
   out.duration = stream.duration > 0 ? stream.duration : 0;

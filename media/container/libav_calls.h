@@ -15,6 +15,7 @@ extern "C" {
 #include <libavutil/dovi_meta.h>
 #include <libavutil/imgutils.h>
 #include <libavutil/mastering_display_metadata.h>
+#include <libavutil/stereo3d.h>
 #pragma GCC diagnostic pop
 }
 

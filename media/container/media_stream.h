@@ -89,6 +89,7 @@ struct MediaStream {
   int height = 0;
   FieldOrder fieldOrder = kFieldOrderUnknown;
   Rational sampleAspect{0, 1};     // width to height of a sample as the container tells; 0 where it does not
+  std::string stereo;              // how two views share a picture; empty where the container tells none
   std::optional<double> rotation;  // degrees, counter-clockwise, by which pictures are to be turned
   // The matrix that rotation is read from, as ISO/IEC 14496-12 clause 8.3.2 has it; 0 where there is none.
   std::optional<std::array<int32_t, 9>> displayMatrix;

@@ -87,6 +87,7 @@ void AddPresentation(Section& section, const MediaStream& stream) {
     section.Add("dispositions", "Dispositions", stream.dispositions,
                 fmt::format("{}", fmt::join(stream.dispositions, ", ")));
   if (stream.encrypted) section.Add("encrypted", "Encrypted", true, "yes", "its samples need a key");
+  if (!stream.stereo.empty()) section.Add("stereo", "Stereo", stream.stereo);
   if (stream.rotation)
     section.Add("rotation", "Rotation", *stream.rotation + 0.0,  // no negative zero
                 fmt::format("{:g} degrees counter-clockwise", *stream.rotation + 0.0));

@@ -36,6 +36,30 @@ class DescribedStream : public testing::Test {
   AVStream* stream_ = avformat_new_stream(context_.get(), nullptr);
 };
 
+TEST_F(DescribedStream, TwoViewsInAPicture) {
+  parameters().codec_type = AVMEDIA_TYPE_VIDEO;
+  EXPECT_EQ(Describe().stereo, "");
+  AVStereo3D stereo = {};
+  stereo.type = AV_STEREO3D_TOPBOTTOM;
+  Attach(AV_PKT_DATA_STEREO3D, stereo);
+  EXPECT_EQ(Describe().stereo, "top and bottom");
+  stereo.type = AV_STEREO3D_SIDEBYSIDE;
+  stereo.flags = AV_STEREO3D_FLAG_INVERT;
+  Attach(AV_PKT_DATA_STEREO3D, stereo);
+  EXPECT_EQ(Describe().stereo, "side by side, right view first");
+}
+
+// What failures call a stream.
+TEST_F(DescribedStream, ByKindAndCodec) {
+  parameters().codec_type = AVMEDIA_TYPE_SUBTITLE;
+  EXPECT_EQ(StreamText(stream()), "stream 0 (subtitle, unknown codec)");
+  parameters().codec_id = AV_CODEC_ID_SUBRIP;
+  EXPECT_EQ(StreamText(stream()), "stream 0 (subtitle, subrip)");
+  parameters().codec_type = AVMEDIA_TYPE_UNKNOWN;
+  parameters().codec_id = AV_CODEC_ID_NONE;
+  EXPECT_EQ(StreamText(stream()), "stream 0 (unknown, unknown codec)");
+}
+
 TEST_F(DescribedStream, PicturesWithAllThatIsKnown) {
   parameters().codec_type = AVMEDIA_TYPE_VIDEO;
   parameters().codec_id = AV_CODEC_ID_HEVC;
