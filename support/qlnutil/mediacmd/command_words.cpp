@@ -45,6 +45,7 @@ constexpr WordRow kFlagWords[kFlagWordCount] = {
     {CF_OVERRIDE_DEFERRED, "ignore"},
     {CF_NO_RETURN, "noreturn"},
 };
+static_assert(kFlagWords[kFlagWordCount - 1].word[0] != 0, "36 words name the flags");
 
 namespace {
 
