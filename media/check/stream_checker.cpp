@@ -102,20 +102,16 @@ std::vector<Unit> StreamChecker::UnitsOf(ByteSpan data, int64_t frame) {
   if (run.damaged()) Add(FindingKind::kDamage, "a length leads past the end of its frame", frame);
   if (config_.framing.startCodes()) return std::move(run.units);
   std::vector<Unit> units;
+  bool joined = false;  // with the unit in front
   for (Unit& unit : run.units) {
-    if (unit.bytes.empty()) {
+    if (unit.bytes.empty() && unit.trailingZeros == 0) {
       Add(FindingKind::kDamage, "a unit of length 0", frame);
       continue;
     }
-    // No unit holds a start code: emulation prevention sees to that.
-    UnitRun inner = TakeApart(unit.bytes, Framing{});
-    if (inner.units.empty()) {
-      units.push_back(std::move(unit));
-      continue;
-    }
-    Add(FindingKind::kDamage, "one length covers several units with start codes between them", frame);
-    if (!inner.lead.empty()) units.push_back({std::move(inner.lead), 4, 0});
-    for (Unit& part : inner.units) units.push_back(std::move(part));
+    if (unit.join == Join::kBegins || (unit.join == Join::kContinues && !joined))
+      Add(FindingKind::kDamage, "one length covers several units with start codes between them", frame);
+    joined = unit.join != Join::kNone;
+    units.push_back(std::move(unit));
   }
   return units;
 }

@@ -59,12 +59,20 @@ void AddFrameMessages(Section& frame, const CodedStream& stream, size_t number, 
   timecodes.AddToFrame(frame, number);
   AddCaptionMessages(frame, stream.codec, run);
   AddT35Messages(frame, stream.codec, run);
+  const bool joined = std::any_of(run.units.begin(), run.units.end(),
+                                  [](const Unit& unit) { return unit.join != Join::kNone; });
+  if (joined) frame.AddNote("one length covers several units with start codes between them");
   if (run.damaged()) frame.AddNote(fmt::format("{} bytes at the end are cut off", run.rest.size()));
 }
 
 size_t UnitOffsets::Next(const Unit& unit) {
   const size_t offset = at_;
-  const int prefix = framing_.startCodes() ? unit.startCodeBytes : framing_.lengthBytes;
+  int prefix = framing_.lengthBytes;
+  if (framing_.startCodes() || unit.join == Join::kContinues) {
+    prefix = unit.startCodeBytes;
+  } else if (unit.join == Join::kBegins) {
+    prefix += unit.startCodeBytes;
+  }
   at_ += static_cast<size_t>(prefix) + unit.bytes.size() + static_cast<size_t>(unit.trailingZeros);
   return offset;
 }

@@ -112,7 +112,9 @@ bool SampleUnits::MayHoldSets(mp4::Reader& reader, const mp4::Sample& sample) co
     if (size < head || size > left - length) return true;
     Bytes bytes;
     mp4::PutNumber(bytes, reader.Number(at + length, head), head);
-    if (IsSet(*codec_, bytes)) return true;
+    // A delimiter this long is the first of several units that one length covers.
+    constexpr uint64_t kMostOfDelimiter = 16;
+    if (IsSet(*codec_, bytes) || (IsDelimiter(*codec_, bytes) && size > kMostOfDelimiter)) return true;
     at += length + size;
     left -= length + size;
   }

@@ -19,8 +19,10 @@ bool IsFirstSlice(Codec codec, ByteSpan slice) { return BeginsPicture(codec, sli
 
 size_t OutgrownUnit(const UnitRun& run, Framing framing) {
   if (framing.startCodes() || framing.lengthBytes >= 4) return 0;
-  for (const Unit& unit : run.units) {
-    if (unit.bytes.size() >> 8 * framing.lengthBytes != 0) return unit.bytes.size();
+  for (size_t i = 0; i < run.units.size();) {
+    size_t bytes = 0;
+    i = CoveredUnits(run.units, i, &bytes);
+    if (bytes >> 8 * framing.lengthBytes != 0) return bytes;
   }
   return 0;
 }

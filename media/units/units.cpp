@@ -85,16 +85,51 @@ std::optional<ByteSpan> NextLengthUnit(ByteSpan& data, size_t lengthBytes) {
   return unit;
 }
 
+// Parts what one length covers.
+void AppendUnits(ByteSpan covered, std::vector<Unit>& units) {
+  const auto bytes = [&covered](size_t at, size_t size) {
+    const ByteSpan part = covered.subspan(at, size);
+    return Bytes(part.begin(), part.end());
+  };
+  const std::vector<UnitPlace> places = FindUnits(covered);
+  if (places.empty()) {
+    units.push_back({.bytes = bytes(0, covered.size())});
+    return;
+  }
+  const size_t lead = places[0].at - static_cast<size_t>(places[0].startCodeBytes);
+  Join join = Join::kBegins;
+  if (lead != 0) {
+    size_t end = lead;
+    while (end > 0 && covered[end - 1] == 0) --end;
+    units.push_back({.bytes = bytes(0, end), .trailingZeros = static_cast<int>(lead - end)});
+    join = Join::kContinues;
+  }
+  for (const UnitPlace& place : places) {
+    units.push_back({bytes(place.at, place.size), place.startCodeBytes, place.trailingZeros, join});
+    join = Join::kContinues;
+  }
+}
+
 UnitRun TakeApartLengths(ByteSpan data, size_t lengthBytes) {
   UnitRun run;
   while (!data.empty()) {
     const std::optional<ByteSpan> unit = NextLengthUnit(data, lengthBytes);
     if (!unit) break;
-    run.units.emplace_back();
-    run.units.back().bytes.assign(unit->begin(), unit->end());
+    AppendUnits(*unit, run.units);
   }
   run.rest.assign(data.begin(), data.end());
   return run;
+}
+
+// Calls `take` for each unit that one length covers.
+void VisitCovered(ByteSpan covered, const std::function<void(ByteSpan unit)>& take) {
+  const std::vector<UnitPlace> places = FindUnits(covered);
+  const size_t lead =
+      places.empty() ? covered.size() : places[0].at - static_cast<size_t>(places[0].startCodeBytes);
+  size_t end = lead;
+  while (!places.empty() && end > 0 && covered[end - 1] == 0) --end;
+  if (places.empty() || lead != 0) take(covered.first(end));
+  for (const UnitPlace& place : places) take(covered.subspan(place.at, place.size));
 }
 
 }  // namespace
@@ -112,20 +147,48 @@ void VisitUnits(ByteSpan data, Framing framing, const std::function<void(ByteSpa
   while (!data.empty()) {
     const std::optional<ByteSpan> unit = NextLengthUnit(data, static_cast<size_t>(framing.lengthBytes));
     if (!unit) return;
-    take(*unit);
+    VisitCovered(*unit, take);
   }
+}
+
+size_t CoveredUnits(const std::vector<Unit>& units, size_t first, size_t* bytes) {
+  size_t end = first + 1;
+  while (end < units.size() && units[end].join == Join::kContinues) ++end;
+  if (end == first + 1 && units[first].join != Join::kBegins) {
+    *bytes = units[first].bytes.size();
+    return end;
+  }
+  *bytes = 0;
+  for (size_t i = first; i < end; ++i) {
+    const bool code = i != first || units[i].join == Join::kBegins;
+    *bytes += units[i].bytes.size() + static_cast<size_t>(units[i].trailingZeros) +
+              static_cast<size_t>(code ? units[i].startCodeBytes : 0);
+  }
+  return end;
 }
 
 Bytes PutTogether(const UnitRun& run, Framing framing) {
   Bytes out = run.lead;
-  for (const Unit& unit : run.units) {
-    if (framing.startCodes()) {
+  const auto zeros = [&out](int count) { out.insert(out.end(), static_cast<size_t>(count), uint8_t{0}); };
+  if (framing.startCodes()) {
+    for (const Unit& unit : run.units) {
       AppendLength(out, 1, unit.startCodeBytes);
-    } else {
-      AppendLength(out, unit.bytes.size(), framing.lengthBytes);
+      Append(out, unit.bytes);
+      zeros(unit.trailingZeros);
     }
-    Append(out, unit.bytes);
-    if (framing.startCodes()) out.insert(out.end(), static_cast<size_t>(unit.trailingZeros), uint8_t{0});
+  }
+  for (size_t i = 0; !framing.startCodes() && i < run.units.size();) {
+    size_t bytes = 0;
+    const size_t first = i;
+    const size_t end = CoveredUnits(run.units, first, &bytes);
+    AppendLength(out, bytes, framing.lengthBytes);
+    const bool joined = end != first + 1 || run.units[first].join == Join::kBegins;
+    for (; i < end; ++i) {
+      const Unit& unit = run.units[i];
+      if (joined && (i != first || unit.join == Join::kBegins)) AppendLength(out, 1, unit.startCodeBytes);
+      Append(out, unit.bytes);
+      if (joined) zeros(unit.trailingZeros);
+    }
   }
   Append(out, run.rest);
   return out;

@@ -18,11 +18,19 @@ struct Framing {
   bool startCodes() const { return lengthBytes == 0; }
 };
 
+// Some writers let one length cover several units with start codes between them, which no standard knows.
+enum class Join {
+  kNone,       // the unit has a length of its own, or is the first one that its length covers
+  kBegins,     // the same, with a start code between length and unit
+  kContinues,  // a start code stands in front, and the length is that of a unit before
+};
+
 // One unit with what stood around it.
 struct Unit {
   Bytes bytes;             // from the NAL header on, emulation prevention included
-  int startCodeBytes = 4;  // 3 or 4; of no meaning where lengths tell units apart
+  int startCodeBytes = 4;  // 3 or 4; of no meaning where lengths alone tell units apart
   int trailingZeros = 0;   // zero bytes behind the unit, in front of the next start code or at the end
+  Join join = Join::kNone;
 };
 
 // The units of one packet.
@@ -34,11 +42,14 @@ struct UnitRun {
 };
 
 // Takes a packet apart; PutTogether of the result gives the same bytes. In length form a unit whose length
-// leads past the end goes to `rest` with all behind it.
+// leads past the end goes to `rest` with all behind it, and start codes inside of a length part units as
+// well: emulation prevention keeps them out of a unit.
 UnitRun TakeApart(ByteSpan data, Framing framing);
 // Calls `take` for each unit of a packet in order, without a copy: spans point into `data`.
 void VisitUnits(ByteSpan data, Framing framing, const std::function<void(ByteSpan unit)>& take);
 Bytes PutTogether(const UnitRun& run, Framing framing);
+// In length form: the end of the units that one length covers from `first` on, and how many `bytes` they are.
+size_t CoveredUnits(const std::vector<Unit>& units, size_t first, size_t* bytes);
 
 // All units with lengths of 4 bytes, or with start codes of 4 bytes: the two forms in which the library takes
 // frames.

@@ -67,6 +67,49 @@ TEST(Units, RandomBytesComeBackInEveryFraming) {
   }
 }
 
+// As some phones write frames: one length in front of all units, start codes between them.
+TEST(Units, SeveralUnderOneLength) {
+  const Framing lengths{4};
+  const Bytes data = Hex("0000000E 0605 00000001 65AA 00 000001 65BB 00000002 41CC");
+  const UnitRun run = TakeApart(data, lengths);
+  ASSERT_EQ(run.units.size(), 4u);
+  EXPECT_EQ(ToHex(run.units[0].bytes), "06 05");
+  EXPECT_EQ(run.units[0].join, Join::kNone);
+  EXPECT_EQ(ToHex(run.units[1].bytes), "65 AA");
+  EXPECT_EQ(run.units[1].join, Join::kContinues);
+  EXPECT_EQ(ToHex(run.units[2].bytes), "65 BB");
+  EXPECT_EQ(run.units[2].startCodeBytes, 4);
+  EXPECT_EQ(ToHex(run.units[3].bytes), "41 CC");
+  EXPECT_EQ(run.units[3].join, Join::kNone);
+  EXPECT_EQ(PutTogether(run, lengths), data);
+  std::vector<std::string> visited;
+  VisitUnits(data, lengths,
+             [&visited](ByteSpan unit) { visited.push_back(ToHex(Bytes(unit.begin(), unit.end()))); });
+  EXPECT_EQ(visited, (std::vector<std::string>{"06 05", "65 AA", "65 BB", "41 CC"}));
+
+  // What is put in has a length, and what goes takes no other with it.
+  UnitRun more = run;
+  more.units.insert(more.units.begin() + 1, Unit{.bytes = Hex("0680")});
+  EXPECT_EQ(ToHex(PutTogether(more, lengths)),
+            ToHex(Hex("00000002 0605 0000000E 0680 00000001 65AA 00 000001 65BB 00000002 41CC")));
+  UnitRun fewer = run;
+  fewer.units.erase(fewer.units.begin());
+  EXPECT_EQ(ToHex(PutTogether(fewer, lengths)), ToHex(Hex("00000008 65AA 00 000001 65BB 00000002 41CC")));
+}
+
+TEST(Units, StartCodesDirectlyBehindALength) {
+  for (const char* text : {"00000006 00000001 65AA", "00000005 000001 65AA", "00000007 00 00000001 65AA",
+                           "00000003 000001", "0000000C 00000001 65AA 00000001 65BB 00000005 000001 41CC",
+                           "00000006 6500 000001 00 00000001 65", "00000004 00000000"}) {
+    const Bytes data = Hex(text);
+    EXPECT_EQ(ToHex(PutTogether(TakeApart(data, Framing{4}), Framing{4})), ToHex(data)) << text;
+  }
+  const UnitRun run = TakeApart(Hex("00000006 00000001 65AA"), Framing{4});
+  ASSERT_EQ(run.units.size(), 1u);
+  EXPECT_EQ(ToHex(run.units[0].bytes), "65 AA");
+  EXPECT_EQ(run.units[0].join, Join::kBegins);
+}
+
 TEST(Units, LengthsThatLeadPastTheEndAreDamage) {
   const UnitRun run = TakeApart(Hex("02 6742 05 68CE"), Framing{1});
   ASSERT_EQ(run.units.size(), 1u);

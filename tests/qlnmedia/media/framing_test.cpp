@@ -155,5 +155,39 @@ INSTANTIATE_TEST_SUITE_P(All, StartCodes,
                            return std::string(std::get<0>(test.param).name) + "_" + std::get<1>(test.param);
                          });
 
+// One length in front of all units of a frame, start codes between them, as some phones write it.
+TEST(JoinedUnits, AreReadAndStayJoined) {
+  const std::string plain =
+      MediaFile("framing_slices.mp4",
+                "ffmpeg -v error -y -f lavfi -i testsrc2=s=96x80:r=25:d=0.4 -c:v libx264 -threads 1 -preset "
+                "ultrafast -x264-params slices=3 {out}");
+  const std::string in = MediaPath("framing_joined.mp4");
+  Remake remake;
+  remake.units = [](std::vector<Bytes>& units, int) {
+    Bytes all = units[0];
+    for (size_t i = 1; i < units.size(); ++i) {
+      all.insert(all.end(), {0, 0, 0, 1});
+      all.insert(all.end(), units[i].begin(), units[i].end());
+    }
+    units = {all};
+  };
+  RemakeFile(plain, in, remake);
+  EXPECT_THAT(Qlnmedia("check '" + in + "'").output,
+              HasSubstr("damage: one length covers several units with start codes between them (10 times)"));
+  const std::string shown = Text("'" QLNMEDIA_PROGRAM "' inspect --json --frames 2 '" + in + "'");
+  EXPECT_THAT(shown, HasSubstr("\"unit_count\": 3"));
+  EXPECT_THAT(shown, HasSubstr("one length covers several units"));
+  const std::string same = MediaPath("framing_joined_same.mp4");
+  ASSERT_EQ(Qlnmedia("patch --verify '" + in + "' '" + same + "' --recovery-points").exitCode, 0);
+  EXPECT_EQ(ReadFile(same), ReadFile(in));
+  const std::string out = MediaPath("framing_joined_out.mp4");
+  const CommandResult patch =
+      Qlnmedia("patch --verify '" + in + "' '" + out + "' --timecode 01:00:00:00 --delimiters");
+  ASSERT_EQ(patch.exitCode, 0) << patch.output;
+  EXPECT_THAT(patch.output, HasSubstr("10 pictures got their timecode"));
+  EXPECT_EQ(Decoded(out), Decoded(plain));
+  EXPECT_THAT(Timecodes(out), HasSubstr("01:00:00:09"));
+}
+
 }  // namespace
 }  // namespace qln::test
