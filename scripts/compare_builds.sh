@@ -55,7 +55,7 @@ both metadata-export metadata export @out.json
 for file; do
   base=$(basename "$file")
   ending=${base##*.}
-  both "$base.inspect" inspect "$file" --units --frames 8
+  both "$base.inspect" inspect "$file" --elements --library --units --frames 8
   both "$base.inspect.json" inspect "$file" --json --units --frames 8
   both "$base.check" check "$file"
   both "$base.check.json" check "$file" --json

@@ -26,7 +26,10 @@ qlnmedia=build/release/tools/qlnmedia/qlnmedia
 if [ $# -eq 1 ]; then
   file=$1
   [[ $file = /* ]] || file=$caller/$file
-  exec "$qlnmedia" inspect "$file"
+  "$qlnmedia" inspect --details "$file"
+  echo
+  echo "More of it: $qlnmedia inspect --elements --units --library '$file'"
+  exit
 fi
 
 mkdir -p build/clips
@@ -36,13 +39,16 @@ ffmpeg -v error -y -f lavfi -i testsrc2=size=640x360:rate=25:duration=2 \
   -c:v libx264 -preset veryfast -pix_fmt yuv420p -c:a aac "$clip"
 echo "== inspect $clip"
 "$qlnmedia" inspect "$clip"
+echo
+echo "== inspect --elements --library --frames 1 $clip"
+"$qlnmedia" inspect --elements --library --frames 1 "$clip"
 patched=build/clips/clip-hdr.mp4
 echo
 echo "== patch: timecode into the stream, HDR and colour into stream and container"
 "$qlnmedia" patch --force --verify --timecode 10:00:00:00 --colour bt2020-pq --hdr bt2020 --light-level 1000,400 "$clip" "$patched"
 echo
 echo "== inspect $patched"
-"$qlnmedia" inspect --frames 1 "$patched"
+"$qlnmedia" inspect --details --frames 1 "$patched"
 echo
 echo "== check $patched"
 "$qlnmedia" check "$patched"

@@ -61,6 +61,18 @@ void Section::AddNote(std::string text) {
   nodes_.push_back(std::move(node));
 }
 
+void Section::AddLine(std::string label, std::string text) {
+  auto node = std::make_shared<Node>();
+  node->kind = Node::Kind::kLine;
+  node->label = std::move(label);
+  node->text = Printable(text);
+  nodes_.push_back(std::move(node));
+}
+
+void Section::AddValue(std::string key, Json value) { Add(std::move(key), {}, std::move(value)); }
+
+void Section::MarkLast(ReportPart part) { nodes_.back()->part = part; }
+
 std::string PlainText(const Json& value) {
   if (value.is_string()) return Printable(value.get<std::string>());
   if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
@@ -108,6 +120,8 @@ Json Section::ToJson() const {
       }
       case Node::Kind::kNote:
         json["notes"].push_back(node->text);
+        break;
+      case Node::Kind::kLine:
         break;
     }
   }

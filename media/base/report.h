@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "qlnmedia/inspect.h"
+
 namespace qlnmedia {
 
 using Json = nlohmann::ordered_json;
@@ -55,6 +57,12 @@ class Section {
   void AddElements(std::string key, std::string title, std::vector<Element> elements);
   // Something that a reader should not miss; the JSON form keeps them in the array "notes".
   void AddNote(std::string text);
+  // A line for people alone, worded from values that AddValue gives to programs.
+  void AddLine(std::string label, std::string text);
+  // A value for programs alone.
+  void AddValue(std::string key, Json value);
+  // Says what the entry that was added last belongs to; all entries are details unless something is said.
+  void MarkLast(ReportPart part);
 
   Json ToJson() const;
 
@@ -70,8 +78,9 @@ class Section {
 
 // One entry of a section.
 struct Section::Node {
-  enum class Kind { kFact, kSection, kListItem, kTable, kElements, kNote };
+  enum class Kind { kFact, kSection, kListItem, kTable, kElements, kNote, kLine };
   Kind kind;
+  ReportPart part = ReportPart::kDetails;
   std::string key;
   std::string label;
   Json value;

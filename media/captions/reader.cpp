@@ -49,8 +49,12 @@ size_t CaptionSurvey::captioned() const {
   return counts.size() - static_cast<size_t>(std::count(counts.begin(), counts.end(), kNone));
 }
 
-CaptionCounter::CaptionCounter(StreamDescription stream)
-    : stream_(std::move(stream)), framing_(ConfigOf(stream_).framing), order_(stream_), dropFrame_(stream_) {}
+CaptionCounter::CaptionCounter(StreamDescription stream, bool keep)
+    : stream_(std::move(stream)),
+      framing_(ConfigOf(stream_).framing),
+      order_(stream_),
+      dropFrame_(stream_),
+      keep_(keep) {}
 
 void CaptionCounter::Add(const PacketView& packet) {
   order_.Add(packet);
@@ -59,6 +63,7 @@ void CaptionCounter::Add(const PacketView& packet) {
   const size_t count =
       triplets ? std::min<size_t>(triplets->size(), CaptionSurvey::kNone - 1) : CaptionSurvey::kNone;
   coded_.push_back(static_cast<uint8_t>(count));
+  if (keep_) kept_.push_back(triplets.value_or(Triplets()));
 }
 
 CaptionSurvey CaptionCounter::Finish() {
@@ -67,6 +72,7 @@ CaptionSurvey CaptionCounter::Finish() {
   survey.pace = PaceOf(stream_, survey.order);
   survey.dropFrame = dropFrame_.dropFrame();
   survey.counts.assign(survey.order.pictures, CaptionSurvey::kNone);
+  survey.kept = std::move(kept_);
   uint32_t place = kNoPlace;
   for (size_t i = 0; i < coded_.size(); ++i) {
     // Captions of a second field belong to its frame.
@@ -92,11 +98,14 @@ void CaptionSorter::Send(uint32_t unfinished) {
 }
 
 void CaptionSorter::Add(const PacketView& packet) {
+  Add(CaptionsOf(codec_, packet.data, framing_).value_or(Triplets()));
+}
+
+void CaptionSorter::Add(const Triplets& more) {
   const uint32_t place = survey_.order.places[packets_++];
   if (place != kNoPlace) place_ = place;
   if (place_ == kNoPlace) return;
   Triplets& triplets = waiting_[place_];
-  const Triplets more = CaptionsOf(codec_, packet.data, framing_).value_or(Triplets());
   triplets.insert(triplets.end(), more.begin(), more.end());
   // Pictures are handed over when the one after them in coding order begins: they are whole then.
   Send(place_);

@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "captions/user_data.h"
@@ -35,14 +36,16 @@ struct CaptionSurvey {
   Pace pace;
   std::optional<bool> dropFrame;  // whether its timecode leaves numbers out, where it has some
   std::vector<uint8_t> counts;    // triplets of each picture in presentation order, 254 for more, or kNone
+  // The triplets of each packet in coding order, of a stream that passes once; empty for all others.
+  std::vector<Triplets> kept;
   size_t captioned() const;
 };
 
 // Makes a survey of one stream out of its packets in coding order.
 class CaptionCounter {
  public:
-  // A stream that may have captions.
-  explicit CaptionCounter(StreamDescription stream);
+  // A stream that may have captions. `keep`: its triplets are kept, for a second pass without the stream.
+  explicit CaptionCounter(StreamDescription stream, bool keep = false);
   void Add(const PacketView& packet);
   // Packets that were added.
   size_t packets() const { return coded_.size(); }
@@ -54,7 +57,9 @@ class CaptionCounter {
   Framing framing_;
   OrderSurvey order_;
   DropFrameFinder dropFrame_;
+  bool keep_;
   std::vector<uint8_t> coded_;  // counts of each packet
+  std::vector<Triplets> kept_;
 };
 
 // One picture of the second pass.
@@ -71,9 +76,13 @@ class CaptionSorter {
   // `survey` must outlive this.
   CaptionSorter(const CaptionSurvey& survey, const StreamDescription& stream,
                 std::function<void(const CaptionedPicture&)> take);
+  // The same over triplets that were kept.
+  CaptionSorter(const CaptionSurvey& survey, std::function<void(const CaptionedPicture&)> take)
+      : CaptionSorter(survey, StreamDescription{}, std::move(take)) {}
   // Whether packets are missing of those that were surveyed; no more may be added.
   bool missing() const { return packets_ < survey_.order.places.size(); }
   void Add(const PacketView& packet);
+  void Add(const Triplets& ofPacket);
   void Finish() { Send(kNoPlace); }
 
  private:

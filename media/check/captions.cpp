@@ -2,13 +2,9 @@
 
 #include "check/captions.h"
 
-#include "container/file_captions.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
-
-#include "container/file_captions.h"
 
 namespace qlnmedia {
 
@@ -91,10 +87,6 @@ class CaptionFindings {
 
 void CheckCaptions(const CaptionSurvey& survey, FindingList& findings) {
   if (survey.captioned() != 0) CaptionFindings(survey, findings).Check();
-}
-
-void CheckCaptions(const std::string& path, FindingList& findings, const ProgressCallback& progress) {
-  CheckCaptions(SurveyCaptions(path, SIZE_MAX, progress), findings);
 }
 
 }  // namespace qlnmedia

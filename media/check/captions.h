@@ -9,12 +9,9 @@
 
 namespace qlnmedia {
 
-// Adds findings for pictures without captions in a stream that has some, for pictures whose number of
-// triplets is not the constant one of their rate, and for bursts, where one picture has the triplets of those
-// around it; frames are counted in presentation order. The file holds a stream that may have captions.
-void CheckCaptions(const std::string& path, FindingList& findings, const ProgressCallback& progress);
-
-// The same for captions that have been surveyed.
+// Adds findings of what was surveyed for pictures without captions in a stream that has some, for pictures
+// whose number of triplets is not the constant one of their rate, and for bursts, where one picture has the
+// triplets of those around it; frames are counted in presentation order.
 void CheckCaptions(const CaptionSurvey& survey, FindingList& findings);
 
 }  // namespace qlnmedia

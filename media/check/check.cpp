@@ -1,4 +1,4 @@
-// Reads a file once for all its streams, once more for its captions, and looks at its end.
+// Reads a file once, for all its streams and their captions, and looks at its end.
 
 #include "qlnmedia/check.h"
 
@@ -10,6 +10,7 @@
 #include "base/progress.h"
 #include "check/captions.h"
 #include "check/stream_checker.h"
+#include "container/coded_stream.h"
 #include "container/media_file.h"
 #include "container/raw_end.h"
 
@@ -37,32 +38,47 @@ bool HasCodedVideo(const std::vector<MediaStream>& streams) {
   return false;
 }
 
+// The first stream that may have captions, in a file that has one.
+unsigned FirstCaptioned(const std::vector<MediaStream>& streams) {
+  return std::find_if(streams.begin(), streams.end(),
+                      [](const MediaStream& stream) { return MayHaveCaptions(stream.coded.codec); })
+      ->index;
+}
+
 }  // namespace
 
 std::vector<Finding> CheckFile(const std::string& path, const ProgressCallback& progress) {
   const MessageSink messages;  // findings say it better
-  MediaFile file(path);
+  const MediaInput input(path);
+  MediaFile file(input);
   file.RequireVideo();
-  if (!HasCodedVideo(file.streams())) throw Error(path, "has no H.264, HEVC or MPEG-2 stream");
+  if (!HasCodedVideo(file.streams())) throw NotApplicable(path, "has no H.264, HEVC or MPEG-2 stream");
   FindingList findings;
   // Streams that show later are not looked at: their checkers would have missed packets.
   const std::vector<MediaStream> streams = file.streams();
   const StreamCheckers checkers = MakeCheckers(streams, findings);
+  // Captions stand in samples.
+  const bool encrypted = std::any_of(streams.begin(), streams.end(), [](const MediaStream& stream) {
+    return stream.coded.codec != VideoCodec::kOther && stream.encrypted;
+  });
+  const unsigned captioned = FirstCaptioned(streams);
+  CaptionCounter counter(DescribeStream(file, captioned));
   Progress meter(progress, "checking", file.sizeBytes());
   for (MediaPacket packet; file.Next(packet);) {
     meter.At(packet.view.position);
     if (packet.stream < checkers.size() && checkers[packet.stream] != nullptr)
       checkers[packet.stream]->Take(packet.view);
+    if (packet.stream == captioned && !encrypted) counter.Add(packet.view);
   }
   meter.Done();
   for (const auto& checker : checkers) {
     if (checker != nullptr) checker->Finish();
   }
-  // Captions stand in samples.
-  const bool encrypted = std::any_of(streams.begin(), streams.end(), [](const MediaStream& stream) {
-    return stream.coded.codec != VideoCodec::kOther && stream.encrypted;
-  });
-  if (!encrypted) CheckCaptions(path, findings, progress);
+  if (!encrypted) {
+    CaptionSurvey survey = counter.Finish();
+    survey.stream = captioned;
+    CheckCaptions(survey, findings);
+  }
   const std::string note = EndNote(file);
   if (!note.empty()) findings.Add(0, FindingKind::kDamage, note, -1);
   return findings.Take();

@@ -24,7 +24,8 @@ namespace {
 CaptionSurvey SurveyFile(const std::string& path, const CaptionTiming& timing,
                          const ProgressCallback& progress) {
   CaptionSurvey survey = SurveyCaptions(path, SIZE_MAX, progress);
-  if (survey.captioned() == 0) throw Error(path, fmt::format("stream {} has no captions", survey.stream));
+  if (survey.captioned() == 0)
+    throw NotApplicable(path, fmt::format("stream {} has no captions", survey.stream));
   survey.pace = AskedPace(survey.pace, survey.order, timing.rate);
   return survey;
 }

@@ -159,12 +159,18 @@ std::map<int, std::vector<AnnouncedService>> AnnouncedServices(ByteSpan bytes) {
   return std::move(tables.found);
 }
 
-std::vector<AnnouncedService> AnnouncedServicesOf(const std::string& path, int packetIdentifier) {
+std::vector<AnnouncedService> AnnouncedServicesOf(const MediaInput& input, int packetIdentifier) {
   constexpr size_t kBegin = size_t{1} << 20;  // program tables come several times a second
-  Bytes begin(kBegin);
-  std::ifstream file(path, std::ios::binary);
-  file.read(reinterpret_cast<char*>(begin.data()), static_cast<std::streamsize>(begin.size()));
-  begin.resize(static_cast<size_t>(std::max<std::streamsize>(file.gcount(), 0)));
+  Bytes begin;
+  if (input.isPipe()) {
+    const Bytes& kept = input.tape().head();
+    begin.assign(kept.begin(), kept.begin() + static_cast<std::ptrdiff_t>(std::min(kept.size(), kBegin)));
+  } else {
+    begin.resize(kBegin);
+    std::ifstream file(input.path(), std::ios::binary);
+    file.read(reinterpret_cast<char*>(begin.data()), static_cast<std::streamsize>(begin.size()));
+    begin.resize(static_cast<size_t>(std::max<std::streamsize>(file.gcount(), 0)));
+  }
   std::map<int, std::vector<AnnouncedService>> all = AnnouncedServices(begin);
   return std::move(all[packetIdentifier]);
 }

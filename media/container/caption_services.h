@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "container/media_input.h"
 #include "units/units.h"
 
 namespace qlnmedia {
@@ -25,8 +26,8 @@ struct AnnouncedService {
 // bytes, with 4 in front or 16 behind. What is no such stream announces nothing.
 std::map<int, std::vector<AnnouncedService>> AnnouncedServices(ByteSpan bytes);
 
-// Those of a stream of a file.
-std::vector<AnnouncedService> AnnouncedServicesOf(const std::string& path, int packetIdentifier);
+// Those of a stream of a file, or of what is kept of a pipe.
+std::vector<AnnouncedService> AnnouncedServicesOf(const MediaInput& input, int packetIdentifier);
 
 }  // namespace qlnmedia
 

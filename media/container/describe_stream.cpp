@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <iterator>
@@ -93,6 +94,44 @@ std::optional<double> RotationOf(const std::optional<std::array<int32_t, 9>>& ma
   return std::isnan(degrees) ? std::nullopt : std::optional<double>(degrees);
 }
 
+PictureForm FormOf(const AVCodecParameters& parameters) {
+  if (parameters.codec_type != AVMEDIA_TYPE_VIDEO) return {};
+  const AVPixFmtDescriptor* const format = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(parameters.format));
+  if (format == nullptr || format->nb_components == 0) return {};
+  PictureForm form;
+  form.depth = format->comp[0].depth;
+  const int across = format->log2_chroma_w;
+  const int down = format->log2_chroma_h;
+  if ((format->flags & (AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL)) != 0) {
+    form.chroma = "RGB";
+  } else if (format->nb_components < 3) {
+    form.chroma = "monochrome";
+  } else {
+    form.chroma = across == 0   ? down == 0 ? "4:4:4" : "4:4:0"
+                  : across == 2 ? "4:1:1"
+                  : down == 0   ? "4:2:2"
+                                : "4:2:0";
+  }
+  return form;
+}
+
+std::string LayoutOf(const AVChannelLayout& layout) {
+  if (layout.nb_channels == 0 || layout.order == AV_CHANNEL_ORDER_UNSPEC) return {};
+  std::array<char, 256> text{};
+  return av_channel_layout_describe(&layout, text.data(), text.size()) < 0 ? std::string() : text.data();
+}
+
+void DescribeSound(const AVCodecParameters& parameters, MediaStream& out) {
+  out.sampleRate = parameters.sample_rate;
+  out.channels = parameters.ch_layout.nb_channels;
+  if (parameters.codec_type != AVMEDIA_TYPE_AUDIO) return;
+  out.channelLayout = LayoutOf(parameters.ch_layout);
+  const int width = av_get_bits_per_sample(parameters.codec_id);
+  out.sampleBits = parameters.bits_per_raw_sample > 0 ? parameters.bits_per_raw_sample : width;
+}
+
+uint8_t ColourCode(int code) { return static_cast<uint8_t>(code < 0 || code > 255 ? 2 : code); }
+
 }  // namespace
 
 const char* StreamKindName(StreamKind kind) {
@@ -153,8 +192,14 @@ MediaStream DescribeMediaStream(const AVStream& stream, const ContainerColour& c
   out.rotation = RotationOf(out.displayMatrix);
   out.duration = stream.duration > 0 ? stream.duration : 0;
   out.bitRate = parameters.bit_rate;
-  out.sampleRate = parameters.sample_rate;
-  out.channels = parameters.ch_layout.nb_channels;
+  const char* const profile = avcodec_profile_name(parameters.codec_id, parameters.profile);
+  if (profile != nullptr) out.profile = profile;
+  out.pictures = FormOf(parameters);
+  out.codedAspect = FromLibav(parameters.sample_aspect_ratio);
+  out.colour = {ColourCode(parameters.color_primaries), ColourCode(parameters.color_trc),
+                ColourCode(parameters.color_space)};
+  out.range = parameters.color_range;
+  DescribeSound(parameters, out);
   const StreamHdr hdr = ContainerHdr(stream);
   out.mastering = hdr.mastering;
   out.lightLevel = hdr.lightLevel;

@@ -16,12 +16,13 @@ namespace {
 // The packets of the first stream that may have captions.
 class CaptionPackets {
  public:
-  explicit CaptionPackets(const std::string& path) : file_(path), packet_(av_packet_alloc()) {
+  explicit CaptionPackets(const MediaInput& input) : file_(input), packet_(av_packet_alloc()) {
     if (packet_ == nullptr) throw std::bad_alloc();
     file_.RequireVideo();
     while (index_ < file_.context()->nb_streams && !MayHaveCaptions(*file_.context()->streams[index_]))
       ++index_;
-    if (index_ == file_.context()->nb_streams) throw Error(path, "has no H.264, HEVC or MPEG-2 stream");
+    if (index_ == file_.context()->nb_streams)
+      throw NotApplicable(input.path(), "has no H.264, HEVC or MPEG-2 stream");
   }
 
   int64_t sizeBytes() const { return file_.sizeBytes(); }
@@ -47,9 +48,9 @@ class CaptionPackets {
 
 bool MayHaveCaptions(const AVStream& stream) { return MayHaveCaptions(DescribeStream(stream, false).codec); }
 
-CaptionSurvey SurveyCaptions(const std::string& path, size_t packets, const ProgressCallback& progress) {
-  CaptionPackets in(path);
-  CaptionCounter counter(in.stream());
+CaptionSurvey SurveyCaptions(const MediaInput& input, size_t packets, const ProgressCallback& progress) {
+  CaptionPackets in(input);
+  CaptionCounter counter(in.stream(), input.isPipe());
   Progress meter(progress, "reading", in.sizeBytes());
   while (counter.packets() < packets && in.Next()) {
     const PacketView packet = in.packet();
@@ -58,13 +59,18 @@ CaptionSurvey SurveyCaptions(const std::string& path, size_t packets, const Prog
   }
   meter.Done();
   CaptionSurvey survey = counter.Finish();
-  survey.path = path;
+  survey.path = input.path();
   survey.stream = in.index();
   return survey;
 }
 
 void ReadCaptions(const CaptionSurvey& survey, const std::function<void(const CaptionedPicture&)>& take,
                   const ProgressCallback& progress) {
+  if (!survey.kept.empty()) {
+    CaptionSorter sorter(survey, take);
+    for (const Triplets& triplets : survey.kept) sorter.Add(triplets);
+    return sorter.Finish();
+  }
   CaptionPackets in(survey.path);
   CaptionSorter sorter(survey, in.stream(), take);
   Progress meter(progress, "reading", in.sizeBytes());

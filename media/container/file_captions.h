@@ -9,6 +9,7 @@
 #include "base/progress.h"
 #include "captions/reader.h"
 #include "captions/text.h"
+#include "container/media_input.h"
 
 struct AVStream;
 
@@ -17,13 +18,13 @@ namespace qlnmedia {
 // True for H.264, HEVC and MPEG-2 pictures.
 bool MayHaveCaptions(const AVStream& stream);
 
-// Looks at the first stream that may have captions, at its first `packets` packets. Throws Error for a
-// file without such a stream.
-CaptionSurvey SurveyCaptions(const std::string& path, size_t packets = SIZE_MAX,
+// Looks at the first stream that may have captions, at its first `packets` packets. Throws NotApplicable for
+// a file without such a stream.
+CaptionSurvey SurveyCaptions(const MediaInput& input, size_t packets = SIZE_MAX,
                              const ProgressCallback& progress = {});
 
-// Reads what was surveyed once more, and hands over each picture in presentation order. Throws Error
-// where the file has changed meanwhile.
+// Reads what was surveyed once more, unless its captions were kept, and hands over each picture in
+// presentation order. Throws Error where the file has changed meanwhile.
 void ReadCaptions(const CaptionSurvey& survey, const std::function<void(const CaptionedPicture&)>& take,
                   const ProgressCallback& progress = {});
 

@@ -15,6 +15,7 @@ extern "C" {
 #include <libavutil/dovi_meta.h>
 #include <libavutil/imgutils.h>
 #include <libavutil/mastering_display_metadata.h>
+#include <libavutil/pixdesc.h>
 #include <libavutil/stereo3d.h>
 #pragma GCC diagnostic pop
 }
@@ -24,6 +25,7 @@ extern "C" {
   CALL(av_buffer_alloc)                 \
   CALL(av_buffer_unref)                 \
   CALL(av_calloc)                       \
+  CALL(av_channel_layout_describe)      \
   CALL(av_content_light_metadata_alloc) \
   CALL(av_dict_copy)                    \
   CALL(av_dict_free)                    \
@@ -39,10 +41,13 @@ extern "C" {
   CALL(av_image_get_buffer_size)        \
   CALL(av_log_default_callback)         \
   CALL(av_log_set_callback)             \
+  CALL(av_malloc)                       \
   CALL(av_mallocz)                      \
+  CALL(av_pix_fmt_desc_get)             \
   CALL(av_rescale_q)                    \
   CALL(av_strerror)
 #define QLNMEDIA_LIBAVCODEC_CALLS(CALL) \
+  CALL(av_get_bits_per_sample)          \
   CALL(av_grow_packet)                  \
   CALL(av_new_packet)                   \
   CALL(av_packet_alloc)                 \
@@ -59,6 +64,7 @@ extern "C" {
   CALL(avcodec_get_name)                \
   CALL(avcodec_open2)                   \
   CALL(avcodec_parameters_copy)         \
+  CALL(avcodec_profile_name)            \
   CALL(avcodec_receive_frame)           \
   CALL(avcodec_send_packet)             \
   CALL(avsubtitle_free)
@@ -85,8 +91,11 @@ extern "C" {
   CALL(avformat_open_input)              \
   CALL(avformat_query_codec)             \
   CALL(avformat_write_header)            \
+  CALL(avformat_alloc_context)           \
+  CALL(avio_alloc_context)               \
   CALL(avio_close_dyn_buf)               \
   CALL(avio_closep)                      \
+  CALL(avio_context_free)                \
   CALL(avio_open)                        \
   CALL(avio_open_dyn_buf)
 #define QLNMEDIA_LIBAV_CALLS(CALL) \

@@ -28,6 +28,33 @@ bool IsOneOf(std::string_view name, std::initializer_list<std::string_view> name
   return std::find(names.begin(), names.end(), name) != names.end();
 }
 
+// Whether a pipe has bytes for all of `to`; reads up to there.
+bool FillFrom(PipeTape& tape, uint64_t at, std::span<uint8_t> to) {
+  // What lies between is read as well, since a pipe goes one way.
+  Bytes passed(4096);
+  for (uint64_t from = tape.size(); from < at; from = tape.size()) {
+    if (tape.Read(from, std::span(passed).first(std::min<uint64_t>(passed.size(), at - from))) == 0)
+      return false;
+  }
+  while (!to.empty()) {
+    const size_t got = tape.Read(at, to);
+    if (got == 0) return false;
+    at += got;
+    to = to.subspan(got);
+  }
+  return true;
+}
+
+AVIOContext* OpenPipe(int (*read)(void*, uint8_t*, int), void* reader) {
+  constexpr int kBuffer = 1 << 16;
+  auto* const buffer = static_cast<uint8_t*>(av_malloc(kBuffer));
+  if (buffer == nullptr) throw std::bad_alloc();
+  AVIOContext* const pipe = avio_alloc_context(buffer, kBuffer, 0, reader, read, nullptr, nullptr);
+  if (pipe != nullptr) return pipe;
+  av_free(buffer);
+  throw std::bad_alloc();
+}
+
 // Demuxers that take any text or a single picture for media.
 bool IsNoMedia(std::string_view format) {
   return IsOneOf(format, {"tty", "image2", "concat", "ffmetadata", "hls"}) ||
@@ -56,6 +83,44 @@ void RestoreKeyMark(const AVFormatContext& context, AVPacket* packet) {
   const AVIndexEntry* const entry = found < 0 ? nullptr : avformat_index_get_entry(stream, found);
   if (entry == nullptr || entry->timestamp != time || (mov && entry->pos != packet->pos)) return;
   if ((entry->flags & AVINDEX_KEYFRAME) != 0) packet->flags |= AV_PKT_FLAG_KEY;
+}
+
+// Throws for a pipe that brought nothing.
+[[noreturn]] void FailWithoutBytes(const MediaInput& input) {
+  if (input.tape().ended()) throw NotApplicable(input.path(), "is empty");
+  throw Error(input.path(), "is a pipe through which nothing came in time",
+              "start its writer first, or name a file");
+}
+
+// A path that leads to a file.
+MediaInput FileAt(const std::string& path) {
+  MediaInput input(path);
+  input.RequireFile("this");
+  return input;
+}
+
+// Throws where a pipe brings MP4 or MOV whose index stands behind the media data.
+void RequireIndexInFront(const MediaInput& input) {
+  std::array<uint8_t, 16> head{};
+  const auto number = [&head](size_t at, size_t bytes) {
+    uint64_t value = 0;
+    for (size_t i = at; i < at + bytes; ++i) value = value << 8 | head[i];
+    return value;
+  };
+  // Boxes that stand in front of the two; all others, and what is no box, are left to libavformat.
+  for (uint64_t at = 0; FillFrom(input.tape(), at, head);) {
+    const auto type = static_cast<uint32_t>(number(4, 4));
+    if (type == mp4::FourCc("mdat"))
+      throw Error(input.path(), "comes through a pipe, and its index (moov) stands behind its media data",
+                  "save it to a file, or write it with the index in front (faststart)");
+    const bool skipped = type == mp4::FourCc("ftyp") || type == mp4::FourCc("free") ||
+                         type == mp4::FourCc("skip") || type == mp4::FourCc("wide") ||
+                         type == mp4::FourCc("uuid") || type == mp4::FourCc("pnot");
+    const uint64_t size = number(0, 4) == 1 ? number(8, 8) : number(0, 4);
+    constexpr uint64_t kMostInFront = uint64_t{1} << 20;
+    if (!skipped || size < 8 || size > kMostInFront) return;
+    at += size;
+  }
 }
 
 [[noreturn]] void FailNoMedia(const std::string& path) {
@@ -88,35 +153,79 @@ std::string LibavErrorText(int error) {
   return text.data();
 }
 
-MediaFile::MediaFile(const std::string& path) : path_(path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0) throw Error(path, std::strerror(errno), "check the path");
-  if (S_ISDIR(status.st_mode)) throw Error(path, "is a directory", "name a media file");
-  sizeBytes_ = status.st_size;
-  if (S_ISREG(status.st_mode) && sizeBytes_ == 0) throw Error(path, "is empty");
-
-  AVDictionary* options = nullptr;
-  av_dict_set(&options, "protocol_whitelist", "file", 0);
-  AVFormatContext* opened = nullptr;
-  // With the protocol named, a colon in a file name is a colon.
-  const int result = avformat_open_input(&opened, ("file:" + path).c_str(), nullptr, &options);
-  av_dict_free(&options);
-  if (result < 0) {
-    if (BeginsWithBox(path)) FailBoxes(path);
-    if (result == AVERROR_INVALIDDATA || result == AVERROR_EOF) FailNoMedia(path);
-    throw Error(path, "cannot be opened: " + LibavErrorText(result));
+MediaFile::MediaFile(const MediaInput& input) : input_(input) {
+  const std::string& file = path();
+  if (!isPipe()) {
+    struct stat status {};
+    if (stat(file.c_str(), &status) != 0) throw Error(file, std::strerror(errno), "check the path");
+    if (S_ISDIR(status.st_mode)) throw Error(file, "is a directory", "name a media file");
+    sizeBytes_ = status.st_size;
+    if (S_ISREG(status.st_mode) && sizeBytes_ == 0) throw NotApplicable(file, "is empty");
   }
-  context_.reset(opened);
-  if (IsNoMedia(formatName())) FailNoMedia(path);
+  Open();
+  if (IsNoMedia(formatName())) FailNoMedia(file);
 
   std::vector<ContainerColour> colours;
   for (unsigned i = 0; i < context_->nb_streams; ++i)
     colours.push_back(DescribeContainerColour(*context_->streams[i]));
   const int found = avformat_find_stream_info(context_.get(), nullptr);
-  if (found == AVERROR_INVALIDDATA) FailNoMedia(path);
-  if (found < 0) throw Error(path, "its streams cannot be read: " + LibavErrorText(found));
-  if (context_->nb_streams == 0) FailNoMedia(path);
+  if (found == AVERROR_INVALIDDATA) FailNoMedia(file);
+  if (found < 0) throw Error(file, "its streams cannot be read: " + LibavErrorText(found));
+  if (context_->nb_streams == 0) FailNoMedia(file);
+  LookAtBoxes();
   Describe(colours);
+}
+
+MediaFile::MediaFile(const std::string& path) : MediaFile(FileAt(path)) {}
+
+void MediaFile::Open() {
+  AVDictionary* options = nullptr;
+  av_dict_set(&options, "protocol_whitelist", "file", 0);
+  AVFormatContext* opened = nullptr;
+  // With the protocol named, a colon in a file name is a colon.
+  std::string name = "file:" + path();
+  if (isPipe()) {
+    RequireIndexInFront(input_);
+    pipe_.reset(OpenPipe(ReadPipe, this));
+    opened = avformat_alloc_context();
+    if (opened == nullptr) throw std::bad_alloc();
+    opened->pb = pipe_.get();
+    name = path();
+  }
+  const int result = avformat_open_input(&opened, name.c_str(), nullptr, &options);
+  av_dict_free(&options);
+  if (result < 0) {
+    if (isPipe() && input_.tape().size() == 0) FailWithoutBytes(input_);
+    if (!isPipe() && BeginsWithBox(path())) FailBoxes(path());
+    if (result == AVERROR_INVALIDDATA || result == AVERROR_EOF) FailNoMedia(path());
+    throw Error(path(), "cannot be opened: " + LibavErrorText(result));
+  }
+  context_.reset(opened);
+}
+
+int MediaFile::ReadPipe(void* file, uint8_t* to, int size) {
+  auto* const self = static_cast<MediaFile*>(file);
+  // Nothing may be thrown through libavformat.
+  try {
+    const size_t got =
+        self->input_.tape().Read(self->pipeAt_, std::span(to, static_cast<size_t>(std::max(size, 0))));
+    self->pipeAt_ += got;
+    return got == 0 ? AVERROR_EOF : static_cast<int>(got);
+  } catch (const std::bad_alloc&) {
+    return AVERROR(ENOMEM);
+  } catch (const Error&) {
+    return AVERROR(EIO);
+  }
+}
+
+void MediaFile::LookAtBoxes() {
+  if (!isIso() || (!isPipe() && sizeBytes_ == 0)) return;
+  fragmented_ = mp4::IsFragmented(*input_.Boxes());
+}
+
+void MediaFile::PipeCloser::operator()(AVIOContext* pipe) const {
+  av_freep(&pipe->buffer);
+  avio_context_free(&pipe);
 }
 
 void MediaFile::ContextCloser::operator()(AVFormatContext* context) const { avformat_close_input(&context); }
@@ -129,10 +238,10 @@ void MediaFile::Describe(const std::vector<ContainerColour>& colours) {
     streams_.push_back(DescribeMediaStream(*context_->streams[i],
                                            i < colours.size() ? colours[i] : ContainerColour{}, isRawStream(),
                                            described));
-  if (!isIso() || sizeBytes_ == 0) return;
+  if (!isIso() || (!isPipe() && sizeBytes_ == 0)) return;
   // The demuxer puts the codec in the place of the fourcc of encrypted pictures; their protection scheme
   // (ISO/IEC 14496-12 clause 8.12) shows in the boxes.
-  const std::set<uint32_t> encrypted = mp4::EncryptedTracks(mp4::FileSource(path_));
+  const std::set<uint32_t> encrypted = mp4::EncryptedTracks(*input_.Boxes());
   for (MediaStream& stream : streams_)
     stream.encrypted = stream.encrypted || encrypted.count(static_cast<uint32_t>(stream.id)) != 0;
 }
@@ -153,11 +262,46 @@ std::vector<Chapter> MediaFile::chapters() const {
   std::vector<Chapter> chapters;
   for (unsigned i = 0; i < context_->nb_chapters; ++i) {
     const AVChapter& chapter = *context_->chapters[i];
-    const double unit = av_q2d(chapter.time_base);
-    chapters.push_back({static_cast<double>(chapter.start) * unit, static_cast<double>(chapter.end) * unit,
-                        DescribeTags(chapter.metadata)});
+    const Rational unit = FromLibav(chapter.time_base);
+    chapters.push_back(
+        {SecondsOf(chapter.start, unit), SecondsOf(chapter.end, unit), DescribeTags(chapter.metadata)});
   }
   return chapters;
+}
+
+std::vector<Program> MediaFile::programs() const {
+  std::vector<Program> programs;
+  for (unsigned i = 0; i < context_->nb_programs; ++i) {
+    const AVProgram& program = *context_->programs[i];
+    const AVDictionaryEntry* const name = av_dict_get(program.metadata, "service_name", nullptr, 0);
+    programs.push_back(
+        {program.id, name == nullptr ? "" : name->value,
+         std::vector<unsigned>(program.stream_index, program.stream_index + program.nb_stream_indexes)});
+  }
+  return programs;
+}
+
+SamplePace MediaFile::IndexedPace(unsigned stream) const {
+  SamplePace pace;
+  if (!isIso()) return pace;
+  AVStream* const of = context_->streams[stream];
+  const int entries = avformat_index_get_entries_count(of);
+  int64_t shortest = INT64_MAX;
+  int64_t longest = 0;
+  int64_t before = 0;
+  for (int n = 0; n < entries; ++n) {
+    const AVIndexEntry* const entry = avformat_index_get_entry(of, n);
+    if (entry == nullptr) continue;
+    if (n > 0) {
+      shortest = std::min(shortest, entry->timestamp - before);
+      longest = std::max(longest, entry->timestamp - before);
+    }
+    before = entry->timestamp;
+    ++pace.samples;
+  }
+  // Times that are rounded to the track's clock differ by one tick.
+  pace.steady = longest - shortest <= 1;
+  return pace;
 }
 
 bool MediaFile::isRawStream() const { return IsOneOf(formatName(), {"h264", "hevc", "mpegvideo", "m4v"}); }
@@ -171,7 +315,7 @@ void MediaFile::RequireVideo() const {
   for (const MediaStream& stream : streams_) {
     if (stream.movingPictures) return;
   }
-  throw Error(path_, "has no video stream");
+  throw NotApplicable(path(), "has no video stream");
 }
 
 bool MediaFile::Next(MediaPacket& packet) {
@@ -210,7 +354,7 @@ std::string MediaFile::TruncationNote() const {
     return fmt::format("the file ends early: its index names data up to byte {}, the file has {} bytes",
                        indexEnd, sizeBytes_);
   if (isIso() && sizeBytes_ > 0) {
-    const std::optional<mp4::WrongBox> wrong = mp4::FindWrongBox(mp4::FileSource(path_));
+    const std::optional<mp4::WrongBox> wrong = mp4::FindWrongBox(mp4::FileSource(path()));
     if (wrong && wrong->type == mp4::FourCc("mdat") && wrong->said > wrong->left)
       return fmt::format("the file ends early: its media data (mdat) has {} bytes, of which {} are there",
                          wrong->said, wrong->left);

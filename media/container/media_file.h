@@ -8,9 +8,11 @@
 #include <string_view>
 #include <vector>
 
+#include "container/media_input.h"
 #include "container/media_stream.h"
 
 struct AVFormatContext;
+struct AVIOContext;
 struct AVPacket;
 struct AVStream;
 
@@ -21,16 +23,22 @@ class MediaFile {
  public:
   // Opens `path` and looks into its streams. Throws Error, with a line of its own for a file that is
   // missing, is no media, or does not open because it is cut off.
+  explicit MediaFile(const MediaInput& input);
+  // The same for work that a pipe does not do for: throws Error for one.
   explicit MediaFile(const std::string& path);
 
-  const std::string& path() const { return path_; }
-  int64_t sizeBytes() const { return sizeBytes_; }
+  const std::string& path() const { return input_.path(); }
+  const MediaInput& input() const { return input_; }
+  bool isPipe() const { return input_.isPipe(); }
+  int64_t sizeBytes() const { return sizeBytes_; }  // 0 for a pipe
   // The kind of container by libavformat's short name, as "mov,mp4,m4a,3gp,3g2,mj2", and in words.
   std::string_view formatName() const;
   std::string_view formatLongName() const;
   bool isRawStream() const;
   // MP4, MOV and their kin.
   bool isIso() const { return formatName().substr(0, 4) == "mov,"; }
+  // MP4 and MOV in fragments, whose index grows with reading.
+  bool isFragmented() const { return fragmented_; }
   bool isTransportStream() const { return formatName() == "mpegts"; }
   double seconds() const;   // 0 where the duration is not known
   int64_t bitRate() const;  // bits a second; 0 where it is not known
@@ -38,6 +46,12 @@ class MediaFile {
   // What the container says of the file as a whole.
   std::vector<Tag> tags() const;
   std::vector<Chapter> chapters() const;
+
+  // The programs of a transport stream; none of other files.
+  std::vector<Program> programs() const;
+  // The distances between the samples of a stream as the file's index has them; no samples where there is
+  // none.
+  SamplePace IndexedPace(unsigned stream) const;
 
   // Its streams by index. Streams that only packets make known are added when they show.
   const std::vector<MediaStream>& streams() const { return streams_; }
@@ -68,11 +82,21 @@ class MediaFile {
   struct PacketFreer {
     void operator()(AVPacket* packet) const;
   };
+  struct PipeCloser {
+    void operator()(AVIOContext* pipe) const;
+  };
+  void Open();
+  void LookAtBoxes();
+  // What libavformat calls for more bytes of a pipe.
+  static int ReadPipe(void* file, uint8_t* to, int size);
   // Describes the streams from the first that has no description yet.
   void Describe(const std::vector<ContainerColour>& colours);
 
-  std::string path_;
+  MediaInput input_;
   int64_t sizeBytes_ = 0;
+  uint64_t pipeAt_ = 0;  // how far libavformat has read in a pipe
+  std::unique_ptr<AVIOContext, PipeCloser> pipe_;
+  bool fragmented_ = false;
   std::unique_ptr<AVFormatContext, ContextCloser> context_;
   std::unique_ptr<AVPacket, PacketFreer> packet_;
   std::vector<MediaStream> streams_;

@@ -69,6 +69,25 @@ struct Chapter {
   std::vector<Tag> tags;
 };
 
+// A program of a transport stream, with the streams that it names.
+struct Program {
+  int number = 0;
+  std::string name;  // of its service; empty where nothing tells it
+  std::vector<unsigned> streams;
+};
+
+// How samples follow each other in decoding order.
+struct SamplePace {
+  int64_t samples = 0;  // that were looked at
+  bool steady = true;   // each stands as long as the one before it
+};
+
+// Pictures of any codec as a decoder would have them; empty and 0 where nothing is known.
+struct PictureForm {
+  std::string chroma;  // "4:2:0", "RGB", "monochrome"
+  int depth = 0;       // bits of a sample
+};
+
 struct MediaStream {
   unsigned index = 0;
   int id = 0;  // of the container: track id, PID
@@ -95,8 +114,15 @@ struct MediaStream {
   std::optional<std::array<int32_t, 9>> displayMatrix;
   int64_t duration = 0;  // in units of coded.timeBase; 0 where it is not known
   int64_t bitRate = 0;   // bits a second; 0 where it is not known
-  int sampleRate = 0;    // audio, Hz
-  int channels = 0;      // audio
+  std::string profile;   // of the codec, as libavcodec calls it; empty where it is not known
+  PictureForm pictures;
+  Rational codedAspect{0, 1};  // width to height of a sample as the stream's headers say
+  ColourCodes colour;          // as container and headers say
+  int range = kRangeUnknown;   // ColourRange, of the same
+  int sampleRate = 0;          // audio, Hz
+  int channels = 0;            // audio
+  std::string channelLayout;   // audio, as "5.1(side)"; empty where it is not known
+  int sampleBits = 0;          // audio of a fixed width, in bits
 
   std::optional<MasteringDisplay> mastering;
   std::optional<LightLevel> lightLevel;

@@ -175,6 +175,12 @@ std::string EndNote(const MediaFile& file) {
   const Codec codec = coded == VideoCodec::kH264 ? Codec::kH264 : Codec::kHevc;
   if (!note.empty() || !file.isRawStream() || (coded != VideoCodec::kH264 && coded != VideoCodec::kHevc))
     return note;
+  if (file.isPipe()) {
+    const PipeTape& tape = file.input().tape();
+    const Bytes tail = tape.Tail();
+    const Bytes& head = tape.head();
+    return RawEndNote(ByteSpan(head).first(std::min<size_t>(head.size(), kHeadBytes)), tail, codec);
+  }
   std::ifstream data(file.path(), std::ios::binary | std::ios::ate);
   if (!data) throw Error(file.path(), std::strerror(errno));
   const auto size = static_cast<uint64_t>(data.tellg());

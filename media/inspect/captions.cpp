@@ -14,8 +14,51 @@ namespace {
 
 constexpr size_t kPacketsInReport = 1800;
 constexpr size_t kLinesInReport = 5;
+constexpr std::chrono::seconds kWaitForPipe{3};
+
+// How many steps are those of pictures that were all read: where reading stopped in the middle of a stream,
+// pictures that come late in coding order are missing at the end.
+size_t WholeSteps(const CaptionSurvey& survey, bool whole) {
+  constexpr size_t kLate = 32;
+  const size_t count = survey.order.steps.size();
+  return whole ? count : count - std::min(count, kLate);
+}
+
+Rational AverageRate(const CaptionSurvey& survey, bool whole) {
+  const size_t count = WholeSteps(survey, whole);
+  uint64_t ticks = 0;
+  for (size_t i = 0; i < count; ++i) ticks += survey.order.steps[i];
+  const Rational unit = survey.order.timeBase;
+  if (ticks == 0 || unit.numerator <= 0 || unit.denominator <= 0) return {};
+  return Reduced(count * static_cast<uint64_t>(unit.denominator),
+                 ticks * static_cast<uint64_t>(unit.numerator));
+}
+
+// Whether pictures stand equally long but for the rounding of their times.
+std::optional<bool> IsPaceSteady(const CaptionSurvey& survey, bool whole) {
+  const std::vector<uint32_t>& steps = survey.order.steps;
+  const size_t count = WholeSteps(survey, whole);
+  if (count < 3) return {};
+  const auto [shortest, longest] =
+      std::minmax_element(steps.begin(), steps.begin() + static_cast<std::ptrdiff_t>(count));
+  return *longest - *shortest <= 2;
+}
 
 }  // namespace
+
+StreamCaptions ReadFirstCaptions(const MediaInput& input) {
+  StreamCaptions captions;
+  if (input.isPipe()) input.tape().WaitUntil(std::chrono::steady_clock::now() + kWaitForPipe);
+  const CaptionSurvey survey = SurveyCaptions(input, kPacketsInReport);
+  captions.stream = survey.stream;
+  captions.pictures = survey.counts.size();
+  const bool whole = survey.order.places.size() < kPacketsInReport;
+  captions.averageRate = AverageRate(survey, whole);
+  captions.steadyPace = IsPaceSteady(survey, whole);
+  captions.found = survey.captioned() != 0;
+  if (captions.found) captions.services = DecodeCaptions(survey);
+  return captions;
+}
 
 void AddCaptionServices(Section& section, const std::vector<CaptionService>& services) {
   Json names = Json::array();
@@ -39,11 +82,6 @@ void AddAnnouncedServices(Section& section, const std::vector<AnnouncedService>&
     one.Add("wide_aspect_ratio", "Wide aspect ratio", service.wideAspectRatio,
             service.wideAspectRatio ? "yes" : "no");
   }
-}
-
-void AddCaptions(Section& section, const std::string& path, unsigned index) {
-  const CaptionSurvey survey = SurveyCaptions(path, kPacketsInReport);
-  if (survey.stream == index && survey.captioned() != 0) AddCaptionServices(section, DecodeCaptions(survey));
 }
 
 }  // namespace qlnmedia

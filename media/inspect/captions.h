@@ -2,20 +2,32 @@
 #ifndef MEDIA_INSPECT_CAPTIONS_H
 #define MEDIA_INSPECT_CAPTIONS_H
 
-#include <string>
+#include <optional>
 #include <vector>
 
+#include "base/rational.h"
 #include "base/report.h"
 #include "captions/text.h"
 #include "container/caption_services.h"
+#include "container/media_input.h"
 
 namespace qlnmedia {
 
-// Adds the caption services of the stream `index`, and the first lines of each, if its first packets carry
-// any. The file is opened once more: captions are shown in presentation order.
-void AddCaptions(Section& section, const std::string& path, unsigned index);
+// What the first packets of the stream that may have captions tell.
+struct StreamCaptions {
+  std::optional<unsigned> stream;  // nothing for a file without such a stream
+  bool found = false;              // pictures have captions, padding included
+  std::vector<CaptionService> services;
+  size_t pictures = 0;             // that were looked at
+  Rational averageRate{0, 1};      // pictures a second as the times of those tell; 0 where they have none
+  std::optional<bool> steadyPace;  // whether they stand equally long; nothing where they have no times
+};
 
-// The same for services that are known.
+// The file is opened once more, since captions are shown in presentation order. Of a pipe, what comes within
+// seconds is looked at.
+StreamCaptions ReadFirstCaptions(const MediaInput& input);
+
+// Adds the caption services of a stream that has captions, and the first lines of each.
 void AddCaptionServices(Section& section, const std::vector<CaptionService>& services);
 
 // The services that the container announces, with their languages; nothing where it announces none.

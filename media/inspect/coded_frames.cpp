@@ -27,26 +27,43 @@ CodedStream MakeCodedStream(const MediaStream& stream) {
   return coded;
 }
 
-std::vector<CodedStream> ReadCodedStreams(MediaFile& file, int frames) {
-  std::vector<CodedStream> streams;
-  for (const MediaStream& stream : file.streams()) {
-    if (stream.coded.codec == VideoCodec::kH264 || stream.coded.codec == VideoCodec::kHevc)
-      streams.push_back(MakeCodedStream(stream));
-  }
+FirstPictures ReadFirstPictures(MediaFile& file, int frames) {
+  // What the summary looks at: a second of pictures, unless a stream is thinly spread over its file.
+  static constexpr size_t kForSummary = 30;
+  static constexpr size_t kMostBytes = size_t{32} << 20;
   const auto wanted = static_cast<size_t>(frames);
+  FirstPictures first;
+  for (const MediaStream& stream : file.streams()) {
+    if (stream.coded.codec == VideoCodec::kMpeg2) first.mpeg2[stream.index];
+    if (stream.coded.codec == VideoCodec::kH264 || stream.coded.codec == VideoCodec::kHevc)
+      first.coded.push_back(MakeCodedStream(stream));
+  }
+  size_t bytes = 0;
   const auto missing = [&] {
-    return std::any_of(streams.begin(), streams.end(),
-                       [&](const CodedStream& coded) { return coded.packets.size() < wanted; });
+    const auto lacks = [&](const CodedStream& coded) {
+      return coded.packets.size() < wanted ||
+             (bytes < kMostBytes && coded.packets.size() + coded.more.size() < kForSummary);
+    };
+    return std::any_of(first.coded.begin(), first.coded.end(), lacks) ||
+           (bytes < kMostBytes && std::any_of(first.mpeg2.begin(), first.mpeg2.end(), [](const auto& stream) {
+              return stream.second.size() < kForSummary;
+            }));
   };
   MediaPacket packet;
   while (missing() && file.Next(packet)) {
-    for (CodedStream& coded : streams) {
-      if (packet.stream != coded.index || coded.packets.size() >= wanted) continue;
-      const PacketView& view = packet.view;
-      coded.packets.push_back({Bytes(view.data.begin(), view.data.end()), view.pts, view.dts, view.key});
+    const PacketView& view = packet.view;
+    bytes += view.data.size();
+    for (CodedStream& coded : first.coded) {
+      if (packet.stream != coded.index) continue;
+      std::vector<CodedPacket>& to = coded.packets.size() < wanted ? coded.packets : coded.more;
+      if (to.size() < std::max(wanted, kForSummary))
+        to.push_back({Bytes(view.data.begin(), view.data.end()), view.pts, view.dts, view.key});
     }
+    const auto mpeg2 = first.mpeg2.find(packet.stream);
+    if (mpeg2 != first.mpeg2.end() && mpeg2->second.size() < kForSummary)
+      mpeg2->second.emplace_back(view.data.begin(), view.data.end());
   }
-  return streams;
+  return first;
 }
 
 std::string FoundSet::Places() const { return fmt::format("{}", fmt::join(places, ", ")); }
@@ -72,17 +89,20 @@ void SetCollector::Add(Codec codec, const Bytes& unit, const std::string& place)
 }
 
 void AddMessages(Section& section, MessageSink& messages) {
-  for (const LibraryMessage& message : messages.Take()) section.AddNote("the library says: " + message.text);
+  for (const LibraryMessage& message : messages.Take()) {
+    section.AddNote("the library says: " + message.text);
+    section.MarkLast(ReportPart::kLibrary);
+  }
 }
 
 std::string TimeText(int64_t timestamp, Rational timeBase) {
   if (timestamp == kNoTime) return "-";
-  return fmt::format("{:.3f}", static_cast<double>(timestamp) * timeBase.value());
+  return fmt::format("{:.3f}", SecondsOf(timestamp, timeBase));
 }
 
 Json TimeJson(int64_t timestamp, Rational timeBase) {
   if (timestamp == kNoTime) return nullptr;
-  return static_cast<double>(timestamp) * timeBase.value();
+  return SecondsOf(timestamp, timeBase);
 }
 
 }  // namespace qlnmedia

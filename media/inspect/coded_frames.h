@@ -2,6 +2,7 @@
 #ifndef MEDIA_INSPECT_CODED_FRAMES_H
 #define MEDIA_INSPECT_CODED_FRAMES_H
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -28,8 +29,9 @@ struct CodedStream {
   uint32_t height = 0;
   ConfigRecord config;
   Bytes privateData;
-  std::vector<Bytes> layeredUnits;  // of an lhvC, which describes the higher layers
-  std::vector<CodedPacket> packets;
+  std::vector<Bytes> layeredUnits;   // of an lhvC, which describes the higher layers
+  std::vector<CodedPacket> packets;  // that are laid out
+  std::vector<CodedPacket> more;     // behind them, for the summary
 
   // Where the parameter sets of the private data stand, as people call it.
   std::string configName() const;
@@ -38,9 +40,15 @@ struct CodedStream {
 // A stream without packets; its codec is H.264 or HEVC.
 CodedStream MakeCodedStream(const MediaStream& stream);
 
-// All streams that the library parses, each with its first `frames` packets. Reads the file from where it
-// stands.
-std::vector<CodedStream> ReadCodedStreams(MediaFile& file, int frames);
+// The first packets of a file's video streams.
+struct FirstPictures {
+  std::vector<CodedStream> coded;                // all that the library parses
+  std::map<unsigned, std::vector<Bytes>> mpeg2;  // packets of MPEG-2 by their stream
+};
+
+// Each stream with its first `frames` packets, and some more where they come without much reading. Reads the
+// file from where it stands.
+FirstPictures ReadFirstPictures(MediaFile& file, int frames);
 
 // One parameter set as found: equal bytes count once, wherever they stand.
 struct FoundSet {

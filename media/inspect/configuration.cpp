@@ -87,6 +87,7 @@ void AddAvcc(Section& record, const CodedStream& stream, MessageSink& messages) 
   H264PpsRecord pps{};
   messages.Take();
   record.Add("read_by_library", "Read by the library", qlnutilReadAvcc(&state, &sps, &pps) == 0);
+  record.MarkLast(ReportPart::kLibrary);
   AddMessages(record, messages);
 }
 
@@ -113,9 +114,11 @@ void AddHvccReading(Section& record, const CodedStream& stream, MessageSink& mes
       config.problem.empty() && HasOtherUnits(config) && sps->profile_tier_level.general_level_idc != 0;
   const bool read = (result != QLN_HEVC_REFUSED && result != 0) || passesOthers;
   record.Add("read_by_library", "Read by the library", read);
+  record.MarkLast(ReportPart::kLibrary);
   if (!passesOthers) return AddMessages(record, messages);
   messages.Take();
   record.AddNote("units behind the parameter sets (SEI) are passed over by the library");
+  record.MarkLast(ReportPart::kLibrary);
 }
 
 void AddHvcc(Section& record, const CodedStream& stream, MessageSink& messages) {

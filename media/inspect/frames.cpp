@@ -50,6 +50,7 @@ Section& AddFrameHead(Section& section, const CodedStream& stream, size_t number
   frame.Add("unit_count", "Units", run.units.size(), UnitSummary(stream.codec, run.units));
   frame.Add("scan_count", "Scan", visited,
             fmt::format("the library's scan visits {} of {}", visited, run.units.size()));
+  frame.MarkLast(ReportPart::kLibrary);
   return frame;
 }
 

@@ -147,6 +147,7 @@ void AddUnits(Section& frame, const CodedStream& stream, const UnitRun& run, Act
                   {"detail", "What"},
                   {"slice", "", false, true}},
                  std::move(rows));
+  frame.MarkLast(ReportPart::kUnits);
 }
 
 void AddSlices(Section& frame, const UnitRun& run, ActiveSets& active) {

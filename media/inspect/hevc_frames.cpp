@@ -87,6 +87,7 @@ void AddUnits(Section& frame, std::vector<std::vector<Cell>> rows) {
                   {"size", "Bytes", true},
                   {"detail", "What"}},
                  std::move(rows));
+  frame.MarkLast(ReportPart::kUnits);
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include "inspect/inspect.h"
 
+#include <algorithm>
+#include <chrono>
 #include <set>
 #include <utility>
 
@@ -13,6 +15,7 @@
 #include "inspect/frames.h"
 #include "inspect/parameter_sets.h"
 #include "inspect/stream.h"
+#include "inspect/summary.h"
 #include "inspect/track_boxes.h"
 #include "inspect/user_data.h"
 
@@ -51,29 +54,58 @@ void AddCodedStream(Section& section, const CodedStream& stream, const InspectOp
   messages.Take();  // of readers that were run for their results alone
 }
 
-}  // namespace
+bool HasCodedVideo(const std::vector<MediaStream>& streams) {
+  return std::any_of(streams.begin(), streams.end(),
+                     [](const MediaStream& stream) { return stream.coded.codec != VideoCodec::kOther; });
+}
 
-Section ReportOnFile(const std::string& path, const InspectOptions& options) {
-  MessageSink messages;
-  MediaFile file(path);
-  file.RequireVideo();
-  std::vector<CodedStream> coded = ReadCodedStreams(file, options.frames);
-  Section report;
+// All that container and streams say.
+void AddDetails(Section& report, const MediaInput& input, const MediaFile& file, FirstPictures& first,
+                const StreamCaptions& captions, const InspectOptions& options, MessageSink& messages) {
   AddContainer(report, file);
   for (const MediaStream& described : file.streams()) {
     Section& section = AddStream(report, described);
     TrackBoxes boxes = ReadTrackBoxes(file, described);
     AddTrackBoxes(section, boxes);
-    if (described.coded.codec != VideoCodec::kOther) AddCaptions(section, path, described.index);
-    if (file.isTransportStream()) AddAnnouncedServices(section, AnnouncedServicesOf(path, described.id));
-    for (CodedStream& stream : coded) {
+    if (captions.found && captions.stream == described.index) AddCaptionServices(section, captions.services);
+    if (file.isTransportStream()) AddAnnouncedServices(section, AnnouncedServicesOf(input, described.id));
+    for (CodedStream& stream : first.coded) {
       if (stream.index != described.index) continue;
       stream.layeredUnits = std::move(boxes.layeredUnits);
       AddCodedStream(section, stream, options, messages);
     }
   }
-  const std::string note = EndNote(file);
-  if (!note.empty()) report.AddNote(note);
+}
+
+// A note that the summary has, too.
+void AddFileNote(Section& report, const std::string& note) {
+  report.AddNote(note);
+  report.MarkLast(ReportPart::kSummary);
+}
+
+}  // namespace
+
+Section ReportOnFile(const std::string& path, const InspectOptions& options) {
+  MessageSink messages;
+  const MediaInput input(path);
+  // A pipe may stand still, or go on for ever: what comes by then is what there is to tell.
+  constexpr std::chrono::seconds kWaitForPipe{6};
+  if (input.isPipe()) input.tape().WaitUntil(std::chrono::steady_clock::now() + kWaitForPipe);
+  MediaFile file(input);
+  file.RequireVideo();
+  FirstPictures first = ReadFirstPictures(file, options.frames);
+  StreamCaptions captions;
+  if (HasCodedVideo(file.streams())) captions = ReadFirstCaptions(input);
+  Section report;
+  AddSummary(report, file, first, captions);
+  if (options.details) AddDetails(report, input, file, first, captions, options, messages);
+  // A pipe goes on.
+  const std::string note = input.isPipe() && !input.tape().ended() ? "" : EndNote(file);
+  if (!note.empty()) AddFileNote(report, note);
+  if (input.isPipe())
+    AddFileNote(report,
+                "read from a pipe as far as the report needs: size, and where its head does not tell them, "
+                "duration and bit rate want a file");
   return report;
 }
 

@@ -45,6 +45,7 @@ void AddFirstChange(Section& section, const PublishedSet& published, const Libra
                     const std::vector<Departure>& departures, const ChromaFormats& formats) {
   const bool same = published.unit == record.written;
   section.Add("read_write_same", "Written back", same, same ? "the same bytes" : "other bytes");
+  section.MarkLast(ReportPart::kLibrary);
   if (same) return;
   const std::optional<FirstChange> change = FirstChangeOf(published, record, departures, formats);
   if (!change) {
@@ -67,6 +68,12 @@ void AddFirstChange(Section& section, const PublishedSet& published, const Libra
               change->why);
 }
 
+void AddChange(Section& section, const PublishedSet& published, const LibraryRecord& record,
+               const std::vector<Departure>& departures, const ChromaFormats& formats) {
+  AddFirstChange(section, published, record, departures, formats);
+  section.MarkLast(ReportPart::kLibrary);
+}
+
 void AddDepartures(Section& section, const std::vector<Departure>& departures) {
   if (departures.empty()) return;
   std::vector<std::vector<Cell>> rows;
@@ -75,6 +82,7 @@ void AddDepartures(Section& section, const std::vector<Departure>& departures) {
                     Cell(departure.stream, PlainText(departure.stream))});
   section.AddTable("library_reads", "The library reads",
                    {{"element", "Element"}, {"as", "As"}, {"stream", "In the stream"}}, std::move(rows));
+  section.MarkLast(ReportPart::kLibrary);
 }
 
 void AddEnd(Section& section, const SetElements& set) {
@@ -99,6 +107,11 @@ const Departure* StepLostAt(const std::vector<Departure>& departures) {
   return found == departures.end() ? nullptr : &*found;
 }
 
+void AddLibraryNote(Section& section, std::string text) {
+  section.AddNote(std::move(text));
+  section.MarkLast(ReportPart::kLibrary);
+}
+
 void AddSet(Section& sets, const CodedStream& stream, const FoundSet& found, const ChromaFormats& formats,
             MessageSink& messages) {
   const PublishedSet published(stream.codec, found.bytes, formats);
@@ -114,17 +127,19 @@ void AddSet(Section& sets, const CodedStream& stream, const FoundSet& found, con
   const SetElement* const entropy = published.set.Find("entropy_coding_mode_flag");
   if (entropy != nullptr)
     section.Add("entropy_coding", "Entropy coding", entropy->value != 0 ? "CABAC" : "CAVLC");
-  if (record.read) AddFirstChange(section, published, record, departures, formats);
+  if (record.read) AddChange(section, published, record, departures, formats);
   AddDepartures(section, departures);
   section.AddElements("elements", "Elements", published.elements);
+  section.MarkLast(ReportPart::kElements);
   if (lost != nullptr)
-    section.AddNote(
-        fmt::format("the library's reading leaves the stream's syntax at {}: its record says "
-                    "behind that place what the stream does not",
-                    lost->element));
+    AddLibraryNote(section,
+                   fmt::format("the library's reading leaves the stream's syntax at {}: its record says "
+                               "behind that place what the stream does not",
+                               lost->element));
   AddEnd(section, published.set);
-  if (record.known && !record.read) section.AddNote("the library cannot read it");
-  for (const LibraryMessage& message : record.said) section.AddNote("the library says: " + message.text);
+  if (record.known && !record.read) AddLibraryNote(section, "the library cannot read it");
+  for (const LibraryMessage& message : record.said)
+    AddLibraryNote(section, "the library says: " + message.text);
 }
 
 }  // namespace

@@ -52,7 +52,7 @@ ReportItem ElementsOf(const Section::Node& node) {
   return elements;
 }
 
-ReportItem ItemOf(const Section::Node& node) {
+ReportItem ItemWithoutPart(const Section::Node& node) {
   ReportItem item;
   switch (node.kind) {
     case Section::Node::Kind::kFact:
@@ -73,9 +73,20 @@ ReportItem ItemOf(const Section::Node& node) {
       item.kind = ReportItem::Kind::kNote;
       item.text = node.text;
       return item;
+    case Section::Node::Kind::kLine:
+      item.kind = ReportItem::Kind::kLine;
+      item.label = node.label;
+      item.text = node.text;
+      return item;
   }
   item.key = node.key;
   item.label = node.label;
+  return item;
+}
+
+ReportItem ItemOf(const Section::Node& node) {
+  ReportItem item = ItemWithoutPart(node);
+  item.part = node.part;
   return item;
 }
 

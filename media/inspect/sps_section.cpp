@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <numeric>
+
 #include "inspect/published_elements.h"
 #include "sets/names.h"
 #include "sets/sps_facts.h"
@@ -36,7 +38,9 @@ void AddSampleAspect(Section& section, uint32_t aspect_ratio_idc, uint32_t sar_w
 
 void AddFrameRate(Section& section, uint64_t numerator, uint64_t denominator, const char* note) {
   if (numerator == 0 || denominator == 0) return;
-  section.Add("frame_rate", "Frame rate", Json{{"numerator", numerator}, {"denominator", denominator}},
+  const uint64_t common = std::gcd(numerator, denominator);
+  section.Add("frame_rate", "Frame rate",
+              Json{{"numerator", numerator / common}, {"denominator", denominator / common}},
               RateText(numerator, denominator), note);
 }
 
@@ -53,32 +57,37 @@ uint32_t Word(const SetElements& set, std::string_view name) {
   return element == nullptr ? 0 : static_cast<uint32_t>(element->value);
 }
 
-void AddH264Profile(Section& section, const PublishedSet& published) {
+SetProfile H264Profile(const PublishedSet& published) {
   const SetElement* const profile = published.set.Find("profile_idc");
   const SetElement* const level = published.set.Find("level_idc");
-  if (profile == nullptr || level == nullptr) return;
+  if (profile == nullptr || level == nullptr) return {};
   uint32_t constraintSets = 0;
   for (uint32_t i = 0; i < 6; ++i)
     constraintSets |= Word(published.set, fmt::format("constraint_set{}_flag", i)) << i;
   const auto profile_idc = static_cast<uint32_t>(profile->value);
-  section.Add("profile", "Profile", H264ProfileName(profile_idc, constraintSets));
-  section.Add(
-      "level", "Level",
-      H264LevelName(static_cast<uint32_t>(level->value), profile_idc, (constraintSets >> 3 & 1) != 0));
+  return {H264ProfileName(profile_idc, constraintSets),
+          H264LevelName(static_cast<uint32_t>(level->value), profile_idc, (constraintSets >> 3 & 1) != 0),
+          ""};
 }
 
-void AddHevcProfile(Section& section, const PublishedSet& published) {
+SetProfile HevcProfile(const PublishedSet& published) {
   const SetElements& set = published.set;
   const SetElement* const compatibility = set.Find("general_profile_compatibility_flag");
   const SetElement* const level = set.Find("general_level_idc");
-  if (compatibility == nullptr || level == nullptr) return;
+  if (compatibility == nullptr || level == nullptr) return {};
   const uint64_t constraints = BitsAt(published.payload, compatibility->position + 32, 48);
-  section.Add("profile", "Profile",
-              HevcProfileName(Word(set, "general_profile_idc"),
-                              static_cast<uint32_t>(BitsAt(published.payload, compatibility->position, 32)),
-                              constraints));
-  section.Add("tier", "Tier", HevcTierName(Word(set, "general_tier_flag")));
-  section.Add("level", "Level", HevcLevelName(static_cast<uint32_t>(level->value)));
+  return {HevcProfileName(Word(set, "general_profile_idc"),
+                          static_cast<uint32_t>(BitsAt(published.payload, compatibility->position, 32)),
+                          constraints),
+          HevcLevelName(static_cast<uint32_t>(level->value)), HevcTierName(Word(set, "general_tier_flag"))};
+}
+
+void AddProfile(Section& section, const PublishedSet& published) {
+  const SetProfile profile = ProfileOf(published);
+  if (profile.profile.empty()) return;
+  section.Add("profile", "Profile", profile.profile);
+  if (!profile.tier.empty()) section.Add("tier", "Tier", profile.tier);
+  section.Add("level", "Level", profile.level);
 }
 
 void AddSizes(Section& section, const SpsFacts& sps) {
@@ -117,6 +126,7 @@ void AddHevcFacts(Section& section, const SpsFacts& sps, bool stepLost) {
   const auto [progressive, interlaced, fields] = sps.hevc.interlace;
   AddSizes(section, sps);
   section.Add("in_step", "In step", !stepLost);
+  section.MarkLast(ReportPart::kLibrary);
   AddBitDepth(section, sps);
   section.Add("scan", "Scan", fields ? "fields" : "frames");
   section.Add("source_scan", "Source",
@@ -132,14 +142,22 @@ std::string BitDepthText(uint32_t luma, uint32_t chroma) {
   return fmt::format("{} luma, {} chroma", luma, chroma);
 }
 
+SetProfile ProfileOf(const PublishedSet& published) {
+  return published.codec == Codec::kH264 ? H264Profile(published) : HevcProfile(published);
+}
+
+SetProfile ProfileOf(Codec codec, const Bytes& unit) {
+  return ProfileOf(PublishedSet(codec, unit, ChromaFormats()));
+}
+
 void AddSetFacts(Section& section, const PublishedSet& published, bool stepLost) {
   const int type = UnitType(published.codec, published.unit);
   if (published.codec == Codec::kH264) {
     if (type != h264::kSps && type != h264::kSubsetSps) return;
-    AddH264Profile(section, published);
+    AddProfile(section, published);
   } else {
     if (type != hevc::kVps && type != hevc::kSps) return;
-    AddHevcProfile(section, published);
+    AddProfile(section, published);
     if (type == hevc::kVps) return;
   }
   const std::optional<SpsFacts> sps = ReadSpsFacts(published.codec, published.unit);

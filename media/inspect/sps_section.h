@@ -12,6 +12,17 @@ namespace qlnmedia {
 // leaves the stream's syntax.
 void AddSetFacts(Section& section, const PublishedSet& published, bool stepLost);
 
+// What a VPS, an SPS or an H.264 subset SPS says that its stream is, by the standards' names; empty texts
+// where the set breaks off before it does.
+struct SetProfile {
+  std::string profile;
+  std::string level;
+  std::string tier;  // HEVC only
+};
+SetProfile ProfileOf(const PublishedSet& published);
+// The same of a set that stands alone.
+SetProfile ProfileOf(Codec codec, const Bytes& unit);
+
 // "8 luma, 8 chroma"
 std::string BitDepthText(uint32_t luma, uint32_t chroma);
 

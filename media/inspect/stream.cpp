@@ -16,18 +16,6 @@ namespace qlnmedia {
 
 namespace {
 
-std::string SizeText(int64_t bytes) {
-  if (bytes < 10000) return fmt::format("{} bytes", bytes);
-  if (bytes < 10000000) return fmt::format("{:.1f} kB", static_cast<double>(bytes) / 1e3);
-  if (bytes < 10000000000) return fmt::format("{:.1f} MB", static_cast<double>(bytes) / 1e6);
-  return fmt::format("{:.1f} GB", static_cast<double>(bytes) / 1e9);
-}
-
-std::string DurationText(double seconds) {
-  const int64_t ms = static_cast<int64_t>(seconds * 1000 + 0.5);
-  return fmt::format("{}:{:02}:{:02}.{:03}", ms / 3600000, ms / 60000 % 60, ms / 1000 % 60, ms % 1000);
-}
-
 Json RationalJson(Rational value) {
   return Json{{"numerator", value.numerator}, {"denominator", value.denominator}};
 }
@@ -137,17 +125,30 @@ void AddContainerColour(Section& section, const MediaStream& stream) {
 }  // namespace
 
 void AddContainer(Section& report, const MediaFile& file) {
-  Section& container = report.AddSection("container", file.path());
+  Section& container = report.AddSection("container", "Container");
   container.Add("path", "File", file.path());
   container.Add("format", "Container", std::string(file.formatName()),
                 fmt::format("{} ({})", file.formatLongName(), file.formatName()));
-  container.Add("size", "Size", file.sizeBytes(), SizeText(file.sizeBytes()));
+  container.Add("size", "Size", file.isPipe() ? Json(nullptr) : Json(file.sizeBytes()),
+                file.isPipe() ? "not known" : SizeText(file.sizeBytes()));
   if (file.seconds() > 0) container.Add("duration", "Duration", file.seconds(), DurationText(file.seconds()));
   if (file.bitRate() > 0)
     container.Add("bit_rate", "Bit rate", file.bitRate(), fmt::format("{} kbit/s", file.bitRate() / 1000));
   container.Add("streams", "Streams", file.streams().size());
   AddTags(container, file.tags());
   AddChapters(container, file.chapters());
+}
+
+std::string SizeText(int64_t bytes) {
+  if (bytes < 10000) return fmt::format("{} bytes", bytes);
+  if (bytes < 10000000) return fmt::format("{:.1f} kB", static_cast<double>(bytes) / 1e3);
+  if (bytes < 10000000000) return fmt::format("{:.1f} MB", static_cast<double>(bytes) / 1e6);
+  return fmt::format("{:.1f} GB", static_cast<double>(bytes) / 1e9);
+}
+
+std::string DurationText(double seconds) {
+  const int64_t ms = static_cast<int64_t>(seconds * 1000 + 0.5);
+  return fmt::format("{}:{:02}:{:02}.{:03}", ms / 3600000, ms / 60000 % 60, ms / 1000 % 60, ms % 1000);
 }
 
 Section& AddStream(Section& report, const MediaStream& stream) {
@@ -177,7 +178,7 @@ Section& AddStream(Section& report, const MediaStream& stream) {
   section.Add("time_base", "Time base", RationalJson(timeBase),
               fmt::format("{}/{}", timeBase.numerator, timeBase.denominator));
   if (stream.duration > 0) {
-    const double seconds = static_cast<double>(stream.duration) * timeBase.value();
+    const double seconds = SecondsOf(stream.duration, timeBase);
     section.Add("duration", "Duration", seconds, DurationText(seconds));
   }
   AddPresentation(section, stream);

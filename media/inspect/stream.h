@@ -10,6 +10,10 @@ namespace qlnmedia {
 // The section "container" of the report.
 void AddContainer(Section& report, const MediaFile& file);
 
+// "1.2 MB" and "0:00:01.400".
+std::string SizeText(int64_t bytes);
+std::string DurationText(double seconds);
+
 // One more section in the report's list "streams", with what every kind of stream has; the section is
 // returned, and the coded side of the stream goes into it.
 Section& AddStream(Section& report, const MediaStream& stream);

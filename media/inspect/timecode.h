@@ -16,7 +16,9 @@ namespace qlnmedia {
 class StreamTimecodes {
  public:
   explicit StreamTimecodes(const CodedStream& stream);
-  // The timecode that is first in presentation order, as the stream's `timecode`.
+  // The timecode that is first in presentation order.
+  const std::optional<ClockTime>& first() const { return first_; }
+  // The same as the stream's `timecode`.
   void AddToStream(Section& section) const;
   // That of packet `number`.
   void AddToFrame(Section& frame, size_t number) const;

@@ -130,9 +130,9 @@ TrackBoxes ReadTrackBoxes(const mp4::Source& source, uint32_t trackId) {
 TrackBoxes ReadTrackBoxes(const MediaFile& file, const MediaStream& stream) {
   if (file.formatName().substr(0, 4) != "mov,") return {};
   try {
-    return ReadTrackBoxes(mp4::FileSource(file.path()), static_cast<uint32_t>(stream.id));
+    return ReadTrackBoxes(*file.input().Boxes(), static_cast<uint32_t>(stream.id));
   } catch (const Error&) {
-    return {};  // no file that can be read twice
+    return {};  // gone meanwhile
   }
 }
 

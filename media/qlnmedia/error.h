@@ -38,6 +38,13 @@ class QLNMEDIA_API Error : public std::runtime_error {
   std::string advice_;
 };
 
+/// Thrown where nothing is wrong with a file, and it has nothing that the work is about: it is empty, has no
+/// video, or none of a codec that is told apart here, or no captions where those are asked for.
+class QLNMEDIA_API NotApplicable : public Error {
+ public:
+  using Error::Error;
+};
+
 }  // namespace qlnmedia
 
 #endif

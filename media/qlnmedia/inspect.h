@@ -19,6 +19,18 @@ namespace qlnmedia {
 struct InspectOptions {
   int frames = 3;      ///< coded frames of each video stream
   bool units = false;  ///< every unit of those frames, with its header
+  /// All that the file says, behind the summary. Without it the report holds the summary and its notes alone.
+  bool details = true;
+};
+
+/// What an entry of a report belongs to, for those who show a part of it. What is inside an entry belongs to
+/// it.
+enum class ReportPart {
+  kDetails,   ///< what container, streams, sets and frames say
+  kSummary,   ///< the few lines in front
+  kElements,  ///< all syntax elements of a set
+  kUnits,     ///< the units of a frame
+  kLibrary,   ///< what the library makes of sets and frames
 };
 
 /// What the facts of one column of a table have in common.
@@ -38,16 +50,18 @@ struct ReportItem {
     kElements,  ///< the children are elements; `label` is their title, which may be empty
     kElement,   ///< a syntax element by its published name: a fact of its own kind
     kNote,      ///< `text` is something that a reader should not miss
+    kLine,      ///< `label` and `text` for people, of facts beside it that have no label
   };
   Kind kind = Kind::kSection;
   std::string key;                    ///< its name in the JSON form; empty for rows, and for the root
   bool inList = false;                ///< a section that is one of several under its key, an array in JSON
-  std::string label;                  ///< as people read it; empty for a column that programs alone get
+  std::string label;                  ///< as people read it; empty for what programs alone get
   std::string value;                  ///< of facts and elements: the value as JSON text
   std::string text;                   ///< of facts and elements: the value as people read it
   std::string note;                   ///< said behind the value; mostly empty
   std::vector<ReportColumn> columns;  ///< of tables
   std::vector<ReportItem> children;
+  ReportPart part = ReportPart::kDetails;
 };
 
 /// A whole report. Copies share their contents, which never change.
@@ -69,7 +83,8 @@ class QLNMEDIA_API Report {
 
 /// Reads a file and reports on it.
 ///
-/// @throws Error for a file that is missing, is no media, or has no video
+/// @throws NotApplicable for a file that is empty or has no video
+/// @throws Error         for one that is missing or is no media
 QLNMEDIA_API Report InspectFile(const std::string& path, const InspectOptions& options = {});
 
 }  // namespace qlnmedia

@@ -2,6 +2,7 @@
 
 No consumer is helped to find its libraries: they start, or they do not."""
 import glob
+import json
 import os
 import shlex
 import shutil
@@ -77,6 +78,8 @@ run_engine_consumers(f"{work}/engine_pkgconfig")
 tool = f"{prefix}/bin/qlnmedia"
 run(tool, "--version")
 run(tool, "inspect", clip)
+with open(f"{prefix}/share/qlnmedia/inspect.schema.json", encoding="utf-8") as schema:
+    json.load(schema)
 for binary in (tool, *glob.glob(f"{library_dir}/lib*.so.*.*")):
     debug = f"{os.path.dirname(binary)}/.debug/{os.path.basename(binary)}.debug"
     if ".debug_info" in run("readelf", "-SW", binary) or ".gnu_debuglink" not in run("readelf", "-SW", binary):

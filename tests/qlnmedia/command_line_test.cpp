@@ -83,7 +83,7 @@ TEST(CommandLine, Directory) { ExpectOneLine(Qlnmedia("inspect /"), 1, "/: is a 
 TEST(CommandLine, EmptyFile) {
   const std::string path = MediaPath("empty.mp4");
   WriteFile(path, {});
-  ExpectOneLine(Qlnmedia("inspect '" + path + "'"), 1, path + ": is empty");
+  ExpectOneLine(Qlnmedia("inspect '" + path + "'"), 4, path + ": is empty");
 }
 
 TEST(CommandLine, TextIsNoMedia) {

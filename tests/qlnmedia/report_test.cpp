@@ -87,8 +87,36 @@ TEST(Report, ShortElementsStandInColumnsReadDownwards) {
       Kind::kSection, "",
       {Group(Kind::kElements, "",
              {ElementOf("aa", "1"), ElementOf("b", "22"), ElementOf("ccc", "3"), ElementOf("d", "-4")})});
-  EXPECT_EQ(ReportText(report, Style(false), 16), "aa   1   ccc  3\nb   22   d   -4\n");
+  EXPECT_EQ(ReportText(report, Style(false), 16), "aa  1   ccc  3\nb  22   d   -4\n");
   EXPECT_EQ(ReportText(report, Style(false), 10), "aa   1\nb   22\nccc  3\nd   -4\n");
+}
+
+// One long name costs one column its width, and not all of them.
+TEST(Report, ElementsTakeTheColumnsOfAWideTerminal) {
+  const ReportItem report = Group(Kind::kSection, "",
+                                  {Group(Kind::kElements, "",
+                                         {ElementOf("a_name_that_is_long", "1"), ElementOf("b", "2"),
+                                          ElementOf("c", "3"), ElementOf("d", "4")})});
+  EXPECT_EQ(ReportText(report, Style(false), 100), "a_name_that_is_long 1   b 2   c 3   d 4\n");
+  EXPECT_EQ(ReportText(report, Style(false), 30),
+            "a_name_that_is_long 1   c 3\nb                   2   d 4\n");
+}
+
+TEST(Report, LinesAreBrokenAndValuesForProgramsAreNotShown) {
+  ReportItem summary = Group(Kind::kSection, "clip.mp4",
+                             {Item(Kind::kLine, "Codec", "H.264, High profile"),
+                              Group(Kind::kSection, "Stream 0", {Item(Kind::kLine, "Scan", "progressive")}),
+                              Fact("", "for programs")});
+  summary.part = ReportPart::kSummary;
+  ReportItem details = Group(Kind::kSection, "Container", {Fact("Size", "1")});
+  ReportView view;
+  view.lineWidth = 20;
+  view.details = false;
+  const ReportItem report = Group(Kind::kSection, "", {summary, details});
+  EXPECT_EQ(ReportText(report, Style(false), view),
+            "clip.mp4\n  Codec  H.264, High\n         profile\n  Stream 0\n    Scan   progressive\n");
+  view.details = true;
+  EXPECT_THAT(ReportText(report, Style(false), view), HasSubstr("Container\n  Size  1\n"));
 }
 
 TEST(Report, LongArraysAreBrokenIntoLinesOfSixteen) {

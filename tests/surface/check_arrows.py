@@ -45,7 +45,7 @@ ENGINE = {
     "edit": SAID,
     "container": SAID,
     "check": SAID | {"edit", "container"},
-    "inspect": SAID | {"edit", "container"},
+    "inspect": SAID | {"edit", "container", "check"},
     "patch": SAID | {"edit", "container"},
 }
 # The rooms that know libav: files are read there, and, as long as a muxer writes some of them, written.

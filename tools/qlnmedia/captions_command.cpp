@@ -1,32 +1,49 @@
-// qlnmedia captions: takes the captions out of a stream, as a caption file or as text.
+// qlnmedia captions: takes the captions out of streams, as caption files or as text.
 
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "batch.h"
 #include "commands.h"
 #include "output.h"
-#include "progress_bar.h"
 #include "qlnmedia/captions.h"
+#include "qlnmedia/error.h"
 #include "replace.h"
+#include "tables.h"
 #include "words.h"
 
 namespace qlnmedia {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 struct Options {
-  std::string file;
+  InputOptions inputs;
   std::string out;
-  std::string service;
-  CaptionTiming timing;
   std::string form;
+  std::string service;
+  bool json = false;
   bool force = false;
+  CaptionTiming timing;
 };
+
+// Of files that no ending says it for.
+CaptionFileKind FormOf(const Options& options) {
+  const std::string form = options.form.empty() ? "srt" : options.form;
+  const std::optional<CaptionFileKind> kind = CaptionFileKindOf("-." + form);
+  if (!kind)
+    throw CLI::ValidationError("--form: " + form + " is no form; " +
+                               WordsThereAre(form, {"mcc", "scc", "srt", "txt"}));
+  return *kind;
+}
 
 std::string NamesOf(const std::vector<CaptionService>& services) {
   std::string names;
@@ -34,47 +51,135 @@ std::string NamesOf(const std::vector<CaptionService>& services) {
   return names;
 }
 
-void Show(const FileCaptions& captions) {
+std::string TextOf(const FileCaptions& captions) {
   const std::string names = NamesOf(captions.services);
-  Print(fmt::format("stream {}: captions on {} of {} pictures: {}\n", captions.stream, captions.captioned,
-                    captions.pictures, names.empty() ? "nothing but padding" : names));
+  std::string text =
+      fmt::format("stream {}: captions on {} of {} pictures: {}\n", captions.stream, captions.captioned,
+                  captions.pictures, names.empty() ? "nothing but padding" : names);
   for (const CaptionService& service : captions.services) {
-    if (!service.lines.empty()) Print(service.name + ":\n" + CaptionText(service.lines));
+    if (!service.lines.empty()) text += service.name + ":\n" + CaptionText(service.lines);
   }
+  return text;
 }
 
-// Standard output gets nothing where the work fails.
-void PrintFile(const Options& options) {
-  const std::string form = options.form.empty() ? "srt" : options.form;
-  const std::optional<CaptionFileKind> kind = CaptionFileKindOf("-." + form);
-  if (!kind)
-    throw CLI::ValidationError("--form: " + form + " is no form; " +
-                               WordsThereAre(form, {"mcc", "scc", "srt", "txt"}));
-  Print(CaptionFileText(options.file, *kind, options.service, ProgressBar(), options.timing));
+Json LinesJson(const std::vector<CaptionLine>& lines) {
+  Json list = Json::array();
+  for (const CaptionLine& line : lines)
+    list.push_back({{"begin", line.begin}, {"end", line.end}, {"text", line.text}});
+  return list;
+}
+
+// All services, or the one that is asked for.
+Json JsonOf(const FileCaptions& captions, const Input& input, const Options& options) {
+  Json services = Json::array();
+  if (options.service.empty()) {
+    for (const CaptionService& service : captions.services)
+      services.push_back({{"name", service.name}, {"lines", LinesJson(service.lines)}});
+  } else {
+    services.push_back({{"name", options.service},
+                        {"lines", LinesJson(LinesOfService(captions, input.path, options.service))}});
+  }
+  return Json{{"stream", captions.stream},
+              {"pictures", captions.pictures},
+              {"captioned", captions.captioned},
+              {"services", services}};
+}
+
+std::string Shown(const FileCaptions& captions, const Input& input, const Options& options, bool several) {
+  if (options.json && !several) return JsonOf(captions, input, options).dump(2) + "\n";
+  if (options.json) {
+    Json line = LineHead(input, kExitSuccess);
+    line.update(JsonOf(captions, input, options));
+    return JsonLine(line);
+  }
+  const std::string heading = several ? input.path + ":\n" : std::string();
+  if (options.service.empty()) return heading + TextOf(captions);
+  return heading + CaptionText(LinesOfService(captions, input.path, options.service));
+}
+
+// Where each file's captions go: into the file that is named, or below the folder under the file's own name.
+using Outputs = std::map<std::string, std::string>;
+
+Outputs FindOutputs(const Inputs& inputs, const Options& options) {
+  Outputs outputs;
+  std::error_code error;
+  if (!inputs.several && !fs::is_directory(options.out, error)) {
+    if (!options.form.empty())
+      throw CLI::ValidationError("--form goes with -o - or a folder; a file's ending says its form");
+    outputs[inputs.files.front().path] = options.out;
+    return outputs;
+  }
+  if (!fs::is_directory(options.out, error))
+    throw Error(options.out, "is no folder, into which the captions of several files would go",
+                "make the folder first");
+  FormOf(options);
+  std::map<std::string, std::string> taken;
+  for (const Input& input : inputs.files) {
+    fs::path name(input.below);
+    name.replace_extension("." + (options.form.empty() ? std::string("srt") : options.form));
+    const std::string out = (fs::path(options.out) / name).string();
+    const auto [place, isNew] = taken.emplace(out, input.path);
+    if (!isNew)
+      throw Error(out, fmt::format("would be the captions of {} and of {}", place->second, input.path),
+                  "take them one after the other, into folders of their own");
+    outputs[input.path] = out;
+  }
+  return outputs;
+}
+
+FileResult Write(const Input& input, const std::string& out, const Options& options, bool several,
+                 const ProgressCallback& progress) {
+  // Folders below the one that is named are made as they are in the input.
+  if (fs::path(input.below).has_parent_path() && several) {
+    std::error_code error;
+    fs::create_directories(fs::path(out).parent_path(), error);
+    if (error) throw Error(out, "its folder cannot be made: " + error.message());
+  }
+  WriteCaptionFile(input.path, out, options.service, progress, options.timing);
+  if (!several) return {};
+  if (!options.json) return {fmt::format("{}: {}\n", input.path, out)};
+  Json line = LineHead(input, kExitSuccess);
+  line["output"] = out;
+  return {JsonLine(line)};
 }
 
 void Run(const Options& options) {
-  if (options.out == "-") return PrintFile(options);
-  if (!options.form.empty())
-    throw CLI::ValidationError("--form goes with -o -; a file's ending says its form");
-  RequireMayReplace(options.out, options.force);
-  if (!options.out.empty())
-    return WriteCaptionFile(options.file, options.out, options.service, ProgressBar(), options.timing);
-  const FileCaptions captions = ReadFileCaptions(options.file, ProgressBar(), options.timing);
-  if (options.service.empty()) return Show(captions);
-  Print(CaptionText(LinesOfService(captions, options.file, options.service)));
+  const Inputs inputs = FindInputs(options.inputs);
+  const bool printed = options.out == "-";
+  if (printed && inputs.several)
+    throw CLI::ValidationError("-o - is for one file; name a folder for the captions of several");
+  if (printed && options.json) throw CLI::ValidationError("-o - prints a caption file and no JSON");
+  if (printed) FormOf(options);
+  const Outputs outputs = options.out.empty() || printed ? Outputs() : FindOutputs(inputs, options);
+  for (const auto& [input, out] : outputs) RequireMayReplace(out, options.force);
+  Batch batch;
+  batch.work = [&](const Input& input, const ProgressCallback& progress) {
+    // Standard output gets nothing where the work fails.
+    if (printed)
+      return FileResult{
+          CaptionFileText(input.path, FormOf(options), options.service, progress, options.timing)};
+    if (!options.out.empty()) return Write(input, outputs.at(input.path), options, inputs.several, progress);
+    return FileResult{
+        Shown(ReadFileCaptions(input.path, progress, options.timing), input, options, inputs.several)};
+  };
+  if (options.json) batch.failed = FailedLine;
+  RunBatch(inputs, options.inputs.jobs, batch);
 }
 
 }  // namespace
 
 void AddCaptionsCommand(CLI::App& app) {
-  CLI::App* const command = app.add_subcommand("captions", "Take the captions out of a stream");
+  CLI::App* const command = app.add_subcommand("captions", "Take the captions out of streams");
   auto options = std::make_shared<Options>();
-  command->add_option("FILE", options->file, "H.264, HEVC or MPEG-2 in any container")->required();
-  auto* const out = command->add_option(
-      "-o,--output", options->out,
-      "A file whose ending says its form: .mcc, .scc, .srt or .txt; - for standard output");
-  command->add_option("--form", options->form, "With -o -: mcc, scc, srt or txt; default: srt")->needs(out);
+  AddInputOptions(*command, options->inputs, "H.264, HEVC or MPEG-2 in any container");
+  auto* const out =
+      command->add_option("-o,--output", options->out,
+                          "A file whose ending says its form: .mcc, .scc, .srt or .txt; - for standard "
+                          "output; a folder for a file each");
+  command->add_option("--form", options->form, "With -o - or a folder: mcc, scc, srt or txt; default: srt")
+      ->needs(out);
+  command->add_flag("--json", options->json,
+                    "Print JSON for programs instead of text: of one file an object, of several a line each");
   command->add_option(
       "--service", options->service,
       "Service whose text is taken: CC1 to CC4 (or cc1), or 1 to 63 for digital captions; default: the "

@@ -5,23 +5,21 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
-#include <nlohmann/json.hpp>
 
+#include "batch.h"
 #include "commands.h"
-#include "exit_status.h"
 #include "output.h"
-#include "progress_bar.h"
 #include "qlnmedia/check.h"
+#include "tables.h"
 
 namespace qlnmedia {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 struct Options {
-  std::string file;
+  InputOptions inputs;
   bool json = false;
+  bool csv = false;
 };
 
 // The word of a finding; a note says that it is one.
@@ -31,31 +29,75 @@ std::string Weighed(const Style& style, const Finding& finding) {
   return finding.severity == Severity::kWarning ? style.Warning(word) : style.Bad(word);
 }
 
-void Run(const Options& options) {
-  const std::vector<Finding> findings = CheckFile(options.file, ProgressBar());
+std::string TextOf(const std::vector<Finding>& findings) {
   const Style style = Style::ForStream(stdout);
-  Json list = Json::array();
+  if (findings.empty()) return style.Good("nothing found") + "\n";
+  std::string text;
   for (const Finding& finding : findings) {
-    if (options.json) {
-      list.push_back({{"stream", finding.stream},
-                      {"what", FindingWord(finding.kind)},
-                      {"severity", SeverityWord(finding.severity)},
-                      {"text", finding.text},
-                      {"frame", finding.frame < 0 ? Json(nullptr) : Json(finding.frame)},
-                      {"count", finding.count}});
-      continue;
-    }
     std::string where = fmt::format("stream {}", finding.stream);
     if (finding.frame >= 0) where += fmt::format(", frame {}", finding.frame);
-    Print(fmt::format("{}: {}: {}{}\n", where, Weighed(style, finding), finding.text,
-                      finding.count > 1 ? fmt::format(" ({} times)", finding.count) : ""));
+    text += fmt::format("{}: {}: {}{}\n", where, Weighed(style, finding), finding.text,
+                        finding.count > 1 ? fmt::format(" ({} times)", finding.count) : "");
   }
-  if (options.json) Print(Json{{"findings", list}}.dump(2) + "\n");
-  if (findings.empty() && !options.json) Print(style.Good("nothing found") + "\n");
-  FlushOutput();
-  const bool worthy = std::any_of(findings.begin(), findings.end(),
-                                  [](const Finding& finding) { return finding.severity != Severity::kNote; });
-  if (worthy) throw ToolExit{kExitFindings};
+  return text;
+}
+
+Json JsonOf(const std::vector<Finding>& findings) {
+  Json list = Json::array();
+  for (const Finding& finding : findings)
+    list.push_back({{"stream", finding.stream},
+                    {"what", FindingWord(finding.kind)},
+                    {"severity", SeverityWord(finding.severity)},
+                    {"text", finding.text},
+                    {"frame", finding.frame < 0 ? Json(nullptr) : Json(finding.frame)},
+                    {"count", finding.count}});
+  return list;
+}
+
+// A row for each finding; one without any for a file in which nothing was found.
+std::string RowsOf(const std::vector<Finding>& findings, const Input& input, ExitStatus status) {
+  const std::string number = std::to_string(status);
+  if (findings.empty()) return CsvRow({input.path, number, "", "", "", "", "", "", ""});
+  std::string rows;
+  for (const Finding& finding : findings)
+    rows +=
+        CsvRow({input.path, number, std::to_string(finding.stream), FindingWord(finding.kind),
+                SeverityWord(finding.severity), finding.text,
+                finding.frame < 0 ? "" : std::to_string(finding.frame), std::to_string(finding.count), ""});
+  return rows;
+}
+
+std::string FailedRow(const Input& input, ExitStatus status, const std::string& error) {
+  return CsvRow({input.path, std::to_string(status), "", "", "", "", "", "", error});
+}
+
+std::string Result(const std::vector<Finding>& findings, const Input& input, ExitStatus status,
+                   const Options& options, bool several) {
+  if (options.csv) return RowsOf(findings, input, status);
+  if (!options.json) return (several ? input.path + ":\n" : std::string()) + TextOf(findings);
+  if (!several) return Json{{"findings", JsonOf(findings)}}.dump(2) + "\n";
+  Json line = LineHead(input, status);
+  line["findings"] = JsonOf(findings);
+  return JsonLine(line);
+}
+
+void Run(const Options& options) {
+  const Inputs inputs = FindInputs(options.inputs);
+  Batch batch;
+  batch.work = [&](const Input& input, const ProgressCallback& progress) {
+    const std::vector<Finding> findings = CheckFile(input.path, progress);
+    const bool worthy = std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
+      return finding.severity != Severity::kNote;
+    });
+    const ExitStatus status = worthy ? kExitFindings : kExitSuccess;
+    return FileResult{Result(findings, input, status, options, inputs.several), status};
+  };
+  if (options.json) batch.failed = FailedLine;
+  if (options.csv) {
+    batch.failed = FailedRow;
+    Print(CsvRow({"file", "status", "stream", "what", "severity", "text", "frame", "count", "error"}));
+  }
+  RunBatch(inputs, options.inputs.jobs, batch);
 }
 
 }  // namespace
@@ -64,8 +106,14 @@ void AddCheckCommand(CLI::App& app) {
   CLI::App* const command =
       app.add_subcommand("check", "Name where container, configuration record and stream disagree");
   auto options = std::make_shared<Options>();
-  command->add_option("FILE", options->file, "H.264 or HEVC in MP4, MOV, MKV, TS, or raw")->required();
-  command->add_flag("--json", options->json, "Print JSON for programs instead of text");
+  AddInputOptions(*command, options->inputs, "H.264 or HEVC in MP4, MOV, MKV, TS, or raw");
+  auto* const json = command->add_flag("--json", options->json,
+                                       "Print JSON for programs instead of text: of one file an object, of "
+                                       "several a line each");
+  command
+      ->add_flag("--csv", options->csv,
+                 "Print comma separated values: a row for each finding, and one for each file without any")
+      ->excludes(json);
   command->callback([options] { Run(*options); });
 }
 

@@ -1,8 +1,6 @@
 // qlnmedia: takes the command line apart, runs one subcommand, and turns its failure into one line and an
 // exit status.
 
-#include <fmt/format.h>
-
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
@@ -10,6 +8,7 @@
 
 #include "commands.h"
 #include "exit_status.h"
+#include "help_text.h"
 #include "output.h"
 #include "qlnmedia/error.h"
 #include "words.h"
@@ -17,8 +16,7 @@
 namespace {
 
 int Fail(const std::string& line, qlnmedia::ExitStatus status) {
-  const qlnmedia::Style style = qlnmedia::Style::ForStream(stderr);
-  fmt::print(stderr, "{} {}\n", style.Bad("qlnmedia:"), line);
+  qlnmedia::PrintFailure(line);
   return status;
 }
 
@@ -26,7 +24,10 @@ int RunCommandLine(int argc, char** argv) {
   CLI::App app{"Shows, checks and corrects what H.264 and HEVC media say about themselves.", "qlnmedia"};
   app.require_subcommand(1);
   app.set_version_flag("--version", std::string("qlnmedia ") + qlnmedia::Version());
-  app.footer("Exit status: 0 done, 1 failed, 2 wrong usage, 3 done and found something to report.");
+  app.footer(
+      "Exit status: 0 done, 1 failed, 2 wrong usage, 3 done and found something to report, 4 not applicable "
+      "(inspect, check, captions): nothing is wrong, and the file has nothing that the command is about.");
+  app.formatter(qlnmedia::MakeHelpFormatter());
   qlnmedia::AddCommands(app);
   try {
     qlnmedia::RequireSubcommand(app, argc, argv);
@@ -48,7 +49,7 @@ int RunCommandLine(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // A full disk or a closed pipe is an error of the write that met it, not the end of the process.
+  // A full disk or a closed pipe is told by the write that met it, and does not end the process by itself.
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
   try {

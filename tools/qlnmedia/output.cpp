@@ -3,6 +3,7 @@
 #include "output.h"
 
 #include <fmt/format.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "exit_status.h"
 #include "qlnmedia/error.h"
 
 namespace qlnmedia {
@@ -48,10 +50,36 @@ std::string PadLeft(std::string_view text, size_t width) {
   return std::string(columns < width ? width - columns : 0, ' ').append(text);
 }
 
-size_t OutputWidth(std::FILE* stream) {
+size_t OutputWidth(std::FILE* stream, size_t elsewhere) {
   winsize size{};
   if (ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col >= 40) return size.ws_col;
-  return 100;
+  return elsewhere;
+}
+
+std::string WrapText(std::string_view text, size_t width, size_t indent) {
+  std::string out;
+  size_t column = indent;
+  for (size_t at = 0; at < text.size();) {
+    const size_t end = std::min(text.find_first_of(" \n", at), text.size());
+    const std::string_view word = text.substr(at, end - at);
+    const size_t columns = ColumnsOf(word);
+    const bool begins = column == indent;
+    if (!begins && column + 1 + columns > width) {
+      out += "\n" + std::string(indent, ' ');
+      column = indent;
+    } else if (!begins) {
+      out += ' ';
+      ++column;
+    }
+    out += word;
+    column += columns;
+    if (end < text.size() && text[end] == '\n') {
+      out += "\n" + std::string(indent, ' ');
+      column = indent;
+    }
+    at = end + 1;
+  }
+  return out;
 }
 
 std::string FormatTable(const std::vector<std::string>& headings,
@@ -79,13 +107,27 @@ std::string FormatTable(const std::vector<std::string>& headings,
 }
 
 namespace {
-[[noreturn]] void FailOutput() {
-  throw Error("standard output", fmt::format("cannot be written: {}", std::strerror(errno)));
+
+// A pipe tells so whenever it is asked, also when the write that met it is long past.
+bool IsReaderGone() {
+  pollfd one{fileno(stdout), POLLOUT, 0};
+  return poll(&one, 1, 0) > 0 && (one.revents & POLLERR) != 0;
 }
+
+[[noreturn]] void FailOutput() {
+  const int error = errno;
+  if (error == EPIPE || IsReaderGone()) throw ToolExit{kExitSuccess};
+  throw Error("standard output", fmt::format("cannot be written: {}", std::strerror(error)));
+}
+
 }  // namespace
 
 void Print(std::string_view text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) FailOutput();
+}
+
+void PrintFailure(std::string_view line) {
+  fmt::print(stderr, "{} {}\n", Style::ForStream(stderr).Bad("qlnmedia:"), line);
 }
 
 void FlushOutput() {

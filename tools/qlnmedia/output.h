@@ -40,8 +40,12 @@ std::string PadRight(std::string_view text, size_t width);
 std::string PadLeft(std::string_view text, size_t width);
 size_t ColumnsOf(std::string_view text);
 
-// Columns on a terminal: its width, or 100 where there is none to ask.
-size_t OutputWidth(std::FILE* stream);
+// Columns on a terminal: its width, or `elsewhere` where there is none to ask.
+size_t OutputWidth(std::FILE* stream, size_t elsewhere = 100);
+
+// `text` broken at blanks into lines that end at column `width` at the latest, as far as its words allow it.
+// The first line begins at column `indent`, the others are indented to there.
+std::string WrapText(std::string_view text, size_t width, size_t indent);
 
 // Rows of cells under a heading row, each column as wide as its widest cell; numbers (columns named in
 // `rightAligned`) flush right. Every line begins with `indent` blanks.
@@ -49,11 +53,15 @@ std::string FormatTable(const std::vector<std::string>& headings,
                         const std::vector<std::vector<std::string>>& rows,
                         const std::vector<bool>& rightAligned, size_t indent, const Style& style);
 
-// Writes to standard output; throws Error when it does not take the text.
+// Writes to standard output. Throws Error when it does not take the text, and ToolExit of success where it is
+// a pipe whose reader has gone: that one has what it wanted.
 void Print(std::string_view text);
 
-// Sends out what is buffered; throws Error when standard output does not take it.
+// Sends out what is buffered; throws as Print does.
 void FlushOutput();
+
+// One line about a failure on standard error.
+void PrintFailure(std::string_view line);
 
 }  // namespace qlnmedia
 

@@ -34,6 +34,15 @@ bool HasIndex(const Source& source) {
   return false;
 }
 
+bool IsFragmented(const Source& source) {
+  Reader reader(source);
+  BoxLevel level = BoxLevel::Top(reader);
+  for (Box movie; level.Next(movie);) {
+    if (movie.type == FourCc("moov")) return FindBox(reader, movie, FourCc("mvex")).has_value();
+  }
+  return false;
+}
+
 bool IsQuickTime(const Source& source) {
   Reader reader(source);
   BoxLevel level = BoxLevel::Top(reader);

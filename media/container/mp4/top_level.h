@@ -24,6 +24,9 @@ std::optional<WrongBox> FindWrongBox(const Source& source);
 // True where the file has a whole `moov` with a track in it.
 bool HasIndex(const Source& source);
 
+// True where the movie says that it goes on in fragments (`mvex`).
+bool IsFragmented(const Source& source);
+
 // True for QuickTime: the brand 'qt  ', or no `ftyp` at all.
 bool IsQuickTime(const Source& source);
 

@@ -68,6 +68,9 @@ Json JsonOf(const ReportItem& item) {
           if (!element.note.empty()) json[child.key + "_notes"][element.key] = element.note;
         }
         break;
+      case ReportItem::Kind::kLine:
+        EXPECT_EQ(child.key, "");
+        break;
       case ReportItem::Kind::kNote:
         json["notes"].push_back(child.text);
         break;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <nlohmann/json.hpp>
 
 #include "captions/caption_track.h"
 #include "captions/line21.h"
@@ -28,8 +29,10 @@ TEST(CaptionCheck, NamesJoinedAndSpedUpStreams) {
   const std::string out = MediaPath("captions_check.ts");
   ASSERT_EQ(Qlnmedia("patch '" + in + "' '" + out + "' --captions '" + scc + "'").exitCode, 0);
   EXPECT_THAT(Qlnmedia("check '" + out + "'").output, Not(HasSubstr("caption")));
-  EXPECT_THAT(Qlnmedia("inspect '" + out + "'").output, HasSubstr("GOOD MORNING"));
-  EXPECT_THAT(Qlnmedia("inspect '" + in + "' --json").output, Not(HasSubstr("\"captions\"")));
+  EXPECT_THAT(Qlnmedia("inspect --details '" + out + "'").output, HasSubstr("GOOD MORNING"));
+  const auto plain = nlohmann::json::parse(Qlnmedia("inspect '" + in + "' --json").output);
+  EXPECT_FALSE(plain["streams"][0].contains("captions"));
+  EXPECT_EQ(plain["summary"]["streams"][0]["captions"], nullptr);
 
   const std::string joined = MediaPath("captions_joined.mp4");
   Text("ffmpeg -v error -y -i 'concat:" + out + "|" + in + "' -map 0:v -c copy '" + joined + "'");
@@ -193,7 +196,7 @@ TEST(CaptionServices, AreListedAndReadAsTheyAreByOthers) {
     for (const char* service : {"EIA-608", "-CC1", "-CC3", "EIA-708", "-1", "-2"})
       EXPECT_THAT(seen, HasSubstr(service)) << seen;
 
-    const CommandResult inspected = Qlnmedia("inspect '" + out + "'");
+    const CommandResult inspected = Qlnmedia("inspect --details '" + out + "'");
     EXPECT_THAT(inspected.output, HasSubstr("CC1, CC3, service 1, service 2"));
     EXPECT_THAT(inspected.output, ContainsRegex("caption, CC1: .*FIRST FIELD"));
     EXPECT_THAT(inspected.output, ContainsRegex("caption, CC3: .*SECOND FIELD"));

@@ -141,7 +141,7 @@ TEST(InspectDolbyVision, ConfigurationAndUnitsOfEveryContainer) {
       ExpectProbedConfiguration(file);
     }
   }
-  const std::string text = Qlnmedia("inspect '" + MediaPath("dolby-5.mp4") + "'").output;
+  const std::string text = Qlnmedia("inspect --units '" + MediaPath("dolby-5.mp4") + "'").output;
   EXPECT_THAT(text, HasSubstr("Dolby Vision configuration"));
   EXPECT_THAT(text, HasSubstr("Dolby Vision RPU"));
 }

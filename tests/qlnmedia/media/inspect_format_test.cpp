@@ -29,7 +29,7 @@ Json SignalFormat(const std::string& file) {
 TEST(InspectFormat, Progressive) {
   const std::string file = Clip("format-720p.mp4", "1280x720");
   EXPECT_EQ(SignalFormat(file), Json::parse(R"({"word": "0x22109019", "name": "1280x720P@25"})"));
-  EXPECT_THAT(Qlnmedia("inspect '" + file + "'").output,
+  EXPECT_THAT(Qlnmedia("inspect --details '" + file + "'").output,
               HasSubstr("Signal format  1280x720P@25 (0x22109019)\n"));
 }
 
@@ -45,7 +45,7 @@ TEST(InspectFormat, NoneWhereTheNearestIsOfAnotherRasterOrRate) {
   EXPECT_EQ(SignalFormat(small), nullptr);
   EXPECT_EQ(SignalFormat(Clip("format-1934.mp4", "1934x1080")), nullptr);
   EXPECT_EQ(SignalFormat(Clip("format-90.mp4", "1280x720", "-r 90")), nullptr);
-  EXPECT_THAT(Qlnmedia("inspect '" + small + "'").output, HasSubstr("Signal format  none\n"));
+  EXPECT_THAT(Qlnmedia("inspect --details '" + small + "'").output, HasSubstr("Signal format  none\n"));
 }
 
 TEST(InspectFormat, RasterThatHasNone) {

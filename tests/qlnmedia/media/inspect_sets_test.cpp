@@ -53,7 +53,7 @@ Json FirstChangeOf(const std::string& file, const char* kind) {
   const Json& set = report["streams"][0]["parameter_sets"][kind][0];
   EXPECT_EQ(set["read_write_same"], false) << set.dump();
   const Json change = set.value("first_change", Json());
-  const CommandResult text = Qlnmedia("inspect --frames 1 '" + file + "'");
+  const CommandResult text = Qlnmedia("inspect --library --frames 1 '" + file + "'");
   EXPECT_THAT(text.output, HasSubstr("First change"));
   if (change.is_object() && change["element"].is_string()) {
     EXPECT_THAT(text.output, HasSubstr(change["element"].get<std::string>() + " "));
@@ -323,7 +323,7 @@ TEST(InspectSets, TheLibraryReadsItAs) {
               testing::Contains(Json{{"element", "offset_for_non_ref_pic"}, {"as", 4}, {"stream", -2}}));
   EXPECT_THAT(
       rows, testing::Contains(Json{{"element", "offset_for_ref_frame"}, {"as", 2}, {"stream", Json{3, -1}}}));
-  EXPECT_THAT(Qlnmedia("inspect --frames 1 '" + file + "'").output, HasSubstr("The library reads"));
+  EXPECT_THAT(Qlnmedia("inspect --library --frames 1 '" + file + "'").output, HasSubstr("The library reads"));
 }
 
 TEST(InspectHevc, EveryContainerGoesThroughTheLibrary) {

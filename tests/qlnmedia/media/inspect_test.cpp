@@ -186,7 +186,7 @@ TEST(Inspect, ConfigurationRecordWithSeveralSeiUnits) {
     EXPECT_EQ(head[9]["box"], unit.value("chroma_format_idc"));
     EXPECT_EQ(head[10]["box"], unit.value("bit_depth_luma_minus8"));
   }
-  EXPECT_THAT(Qlnmedia("inspect '" + file + "'").output, HasSubstr("10 luma, 10 chroma"));
+  EXPECT_THAT(Qlnmedia("inspect --details '" + file + "'").output, HasSubstr("10 luma, 10 chroma"));
   EXPECT_EQ(Qlnmedia("check '" + file + "'").exitCode, 0);
 }
 
@@ -294,7 +294,7 @@ TEST(Inspect, NoFramesWhenNoneAreAskedFor) {
 TEST(Inspect, SoundAloneHasNoVideo) {
   const std::string path = MediaFile("sound.m4a", "ffmpeg -v error -y -f lavfi -i sine=d=0.2 -c:a aac {out}");
   const CommandResult result = Qlnmedia("inspect '" + path + "'");
-  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.exitCode, 4);
   EXPECT_THAT(result.output, HasSubstr("sound.m4a: has no video stream"));
 }
 
