@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Patches some 800 MP4 and MOV files, made by ffmpeg's and GStreamer's muxers with their many options and by hand, and
+# Patches some 1000 MP4 and MOV files, made by ffmpeg's and GStreamer's muxers with their many options and by hand, and
 # asks the tests' own reader, ffprobe, ffmpeg's decoders and GStreamer's demuxer whether all but what was asked for is as
 # it was: scripts/matrix_mp4.sh [FOLDER]. What is wrong is printed, and stays in the folder. QLN_PRESET chooses another
 # build than release.
