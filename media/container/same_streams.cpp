@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 #include "base/error.h"
@@ -59,6 +60,23 @@ std::string Difference(const AVStream& was, const AVStream& is, const AVStream& 
   return {};
 }
 
+bool SameProgram(const AVProgram& a, const AVProgram& b) {
+  return a.id == b.id && a.program_num == b.program_num && a.pmt_pid == b.pmt_pid &&
+         std::equal(a.stream_index, a.stream_index + a.nb_stream_indexes, b.stream_index,
+                    b.stream_index + b.nb_stream_indexes);
+}
+
+// Times to a millisecond, which is what some containers count.
+bool SameChapter(const AVChapter& a, const AVChapter& b) {
+  const auto same = [&](int64_t one, int64_t other) {
+    const AVRational milliseconds{1, 1000};
+    return std::abs(av_rescale_q(one, a.time_base, milliseconds) -
+                    av_rescale_q(other, b.time_base, milliseconds)) <= 1;
+  };
+  return same(a.start, b.start) && same(a.end, b.end) &&
+         TagOf(a.metadata, "title") == TagOf(b.metadata, "title");
+}
+
 }  // namespace
 
 void RequireSameStreams(const MediaFile& in, const AVFormatContext& wanted, const std::string& written) {
@@ -75,7 +93,13 @@ void RequireSameStreams(const MediaFile& in, const AVFormatContext& wanted, cons
     if (!difference.empty()) fail(fmt::format("{}: its {}", StreamText(*was.streams[i]), difference));
   }
   if (was.nb_programs != is.nb_programs) fail("its programs");
+  for (unsigned i = 0; i < was.nb_programs; ++i) {
+    if (!SameProgram(*was.programs[i], *is.programs[i])) fail(fmt::format("program {}", was.programs[i]->id));
+  }
   if (was.nb_chapters != is.nb_chapters) fail("its chapters");
+  for (unsigned i = 0; i < was.nb_chapters; ++i) {
+    if (!SameChapter(*was.chapters[i], *is.chapters[i])) fail(fmt::format("chapter {}", i));
+  }
 }
 
 }  // namespace qlnmedia

@@ -5,6 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "container/media_file.h"
+#include "container/same_streams.h"
 #include "qlnmedia/program.h"
 #include "support/program_tables.h"
 
@@ -105,6 +107,30 @@ TEST(RefusedStreams, OfStreamTypesThatTheMuxerWouldChange) {
   EXPECT_THAT(
       Refusal(WithMap(Transport(), {{0x1B, 0x100}, {0x0D, 0x101}}), "ts"),
       HasSubstr("stream 1 (audio, mp2): its codec tag or stream type cannot be carried over unchanged"));
+}
+
+// What a muxer writes is held against the input: chapters by their times and titles.
+TEST(RefusedStreams, ChaptersThatComeOutOtherwise) {
+  const auto clip = [](const std::string& name, const std::string& start, const std::string& title) {
+    return MediaFile(name, "printf ';FFMETADATA1\n[CHAPTER]\nTIMEBASE=1/1000\nSTART=" + start +
+                               "\nEND=300\ntitle=" + title +
+                               "\n' > {out}.txt && ffmpeg -v error -y -f lavfi -i " +
+                               "testsrc2=s=96x80:r=25:d=0.4 -i {out}.txt -map 0 -map_metadata 1 -c:v libx264 "
+                               "-preset ultrafast {out}; rm -f {out}.txt");
+  };
+  const std::string file = clip("chapters_in.mkv", "100", "one");
+  const qlnmedia::MediaFile in(file);
+  const auto says = [&in](const std::string& written) -> std::string {
+    try {
+      qlnmedia::RequireSameStreams(in, *in.context(), written);
+    } catch (const qlnmedia::Error& error) {
+      return error.what();
+    }
+    return "";
+  };
+  EXPECT_EQ(says(file), "");
+  EXPECT_THAT(says(clip("chapters_title.mkv", "100", "two")), HasSubstr("chapter 0 cannot be carried over"));
+  EXPECT_THAT(says(clip("chapters_time.mkv", "150", "one")), HasSubstr("chapter 0 cannot be carried over"));
 }
 
 // ATSC A/65 clause 6.9.2, beside the pictures.
