@@ -110,10 +110,10 @@ class PictureLines {
     section_.AddValue("profile", TextOrNull(profile));
     section_.AddValue("level", TextOrNull(level));
     if (!profile_.tier.empty()) section_.AddValue("tier", profile_.tier);
-    section_.AddLine("Codec",
-                     Joined({CodecText(), profile.empty() ? "" : profile + " profile",
-                             level.empty() ? "" : "level " + level,
-                             profile_.tier.empty() ? "" : profile_.tier + " tier", TagText(stream_.tag)}));
+    section_.AddLine("Codec", Joined({CodecText(), profile.empty() ? "" : profile + " profile",
+                                      level.empty() ? "" : "level " + level,
+                                      profile_.tier.empty() ? "" : profile_.tier + " tier",
+                                      source_.file.isIso() ? TagText(stream_.tag) : ""}));
   }
 
   void AddPicture() {

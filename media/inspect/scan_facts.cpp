@@ -22,12 +22,13 @@ constexpr char kInterlacedType[] = "interlaced";
 struct Seen {
   size_t frames = 0;
   size_t fields = 0;
-  size_t adaptive = 0;     // frames whose macroblock pairs may be fields
-  size_t toldFrames = 0;   // picture timing says that they are progressive frames
-  size_t toldFields = 0;   // or that they are two fields
-  size_t toldSources = 0;  // HEVC: source_scan_type says progressive
-  size_t interlaced = 0;   // HEVC: source_scan_type says interlaced
-  std::string order;       // of the first picture that tells one
+  size_t adaptive = 0;                // frames whose macroblock pairs may be fields
+  size_t toldFrames = 0;              // picture timing says that they are progressive frames
+  size_t toldFields = 0;              // or that they are two fields
+  size_t toldSources = 0;             // HEVC: source_scan_type says progressive
+  size_t interlaced = 0;              // HEVC: source_scan_type says interlaced
+  std::string order;                  // of the first picture that tells one
+  std::optional<CodedPicture> field;  // the last first field: its other half may come in a packet of its own
 };
 
 // pic_struct of a frame of H.264 (table D-1) and of HEVC (table D.2), which agree for frames.
@@ -73,11 +74,10 @@ void TakeH264(const std::vector<Unit>& units, const std::vector<CodedPicture>& p
     if (!picture.head) continue;
     ++(picture.head->field ? seen.fields : seen.frames);
     if (!picture.head->field && adaptive) ++seen.adaptive;
+    if (picture.head->field && picture.secondField && seen.field) TakeFieldPair(*seen.field, picture, seen);
+    if (picture.head->field && !picture.secondField) seen.field = picture;
   }
-  if (first->head->field) {
-    if (pictures.size() > 1) TakeFieldPair(pictures[0], pictures[1], seen);
-    return;
-  }
+  if (first->head->field) return;
   const std::optional<Bytes> payload = PictureTimingIn(Codec::kH264, units);
   if (payload && sps.h264.picStruct) {
     if (const auto timing = ReadPictureTiming(*payload, sps)) return TakePicStruct(timing->picStruct, seen);

@@ -195,9 +195,10 @@ void AddCheck(Section& summary, const MediaFile& file, const FirstPictures& firs
   summary.AddValue("check", Json{{"pictures", pictures}, {"findings", list}});
   if (list.empty())
     return summary.AddLine("Check", fmt::format("nothing found in the {} pictures that were read", pictures));
+  summary.AddLine("Check", fmt::format("{} found in the {} pictures that were read:", list.size(), pictures));
   for (const Finding& finding : findings.findings())
-    summary.AddLine("Check", fmt::format("{}: {}: {}", SeverityWord(finding.severity),
-                                         FindingWord(finding.kind), finding.text));
+    summary.AddLine("", fmt::format("{}: {}: {}", SeverityWord(finding.severity), FindingWord(finding.kind),
+                                    finding.text));
 }
 
 }  // namespace

@@ -18,7 +18,12 @@ constexpr char kClip[] =
     "ffmpeg -v error -y -f lavfi -i testsrc2=s=160x112:r=25:d=0.4 -c:v libx264 -preset ultrafast -threads 1 "
     "{out}";
 
-std::string Good() { return MediaFile("many, \"good\".mp4", kClip); }
+// A name that must stand in quotes in tables.
+std::string Good() {
+  const std::string path = MediaPath("many, \"good\".mp4");
+  fs::copy_file(MediaFile("many.mp4", kClip), path, fs::copy_options::overwrite_existing);
+  return path;
+}
 std::string Ts() { return MediaFile("many.ts", kClip); }
 std::string Sound() {
   return MediaFile("sound.m4a", "ffmpeg -v error -y -f lavfi -i sine=d=0.2 -c:a aac {out}");
