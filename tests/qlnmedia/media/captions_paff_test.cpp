@@ -26,8 +26,8 @@ void ExpectCaptions(const std::string& in, const std::string& out, size_t frames
   const CommandResult read = Qlnmedia("captions '" + out + "'");
   EXPECT_THAT(read.output,
               HasSubstr("captions on " + std::to_string(frames) + " of " + std::to_string(frames)));
-  // Frame 15 of 29.97 is the first that does not precede it of 25, or one later where its field must wait.
-  EXPECT_THAT(read.output, testing::ContainsRegex("00:00:00\\.5[26]0 - 00:00:01\\.0[48]0  GOOD MORNING"));
+  // Frames 15 and 30 of 29.97 are nearest to pictures 13 and 25 of 25; one later where a field must wait.
+  EXPECT_THAT(read.output, testing::ContainsRegex("00:00:00\\.5[26]0 - 00:00:01\\.0[04]0  GOOD MORNING"));
   EXPECT_THAT(Qlnmedia("check '" + out + "'").output, Not(HasSubstr("captions:")));
 }
 
