@@ -41,9 +41,10 @@ def media_info(desk, path, kind, field):
 def what_is_in_this_file(desk):
     """Size, codec and profile of a file, as text and for a script."""
     for terminal in desk.terminals:
-        status, lines = terminal.run("qlnmedia inspect clip.mov")
+        status, lines = terminal.run_narrow("qlnmedia inspect clip.mov")
         expect("inspect", status, 0)
         expect_in("inspect", "160", "\n".join(lines))
+        expect("lines for two streams", len(lines) <= 25, True)
     told = json.loads(desk.shell("qlnmedia inspect clip.mov --json | jq '.streams[0]'"))
     is_so = stream_of(desk, "clip.mov")
     expect("size and codec", (told["width"], told["height"], told["codec"]),
@@ -163,15 +164,13 @@ def change_it_where_it_stands(desk):
 
 @job
 def which_format_is_that(desk):
-    """Raster and rate into the name that switchers show."""
+    """Raster and rate into the name that switchers show, and a counter that is jogged."""
     name = desk.shell("qlnmedia format 1920 1080 30000/1001 --interlaced --json | jq -r '.name, .rate.numerator'")
     expect("format", name.split("\n")[1], "30000")
     expect_in("format", "1920x1080i@29.97", name)
 
 
-@job
-def jog_the_transport(desk):
-    """Where a counter stands after some steps."""
+    # Where the transport stands after some steps.
     steps = desk.shell("qlnmedia transport --in 100 --out 110 --speed 1 --steps 2 --start 109 --json | "
                        "jq -c '[.steps[].position]'")
     expect("positions", steps, "[109,100,101]\n")
@@ -203,8 +202,36 @@ def keep_a_title(desk):
 
 
 @job
-def i_mistyped(desk):
-    """One line that says what there is."""
+def is_the_delivery_right(desk):
+    """A folder of files into a table, and the same for programs."""
+    os.makedirs("delivery/second")
+    shutil.copy("clip.mov", "delivery")
+    shutil.copy("flat.mp4", "delivery/second")
+    with open("delivery/empty.mp4", "w", encoding="ascii"):
+        pass
+    rows = list(csv.DictReader(io.StringIO(desk.shell("qlnmedia check --csv --recursive delivery 2>/dev/null", 3))))
+    expect("status of each file", {row["file"]: row["status"] for row in rows},
+           {"delivery/clip.mov": "0", "delivery/empty.mp4": "4", "delivery/second/flat.mp4": "3"})
+    expect("findings", [row["what"] for row in rows if row["status"] == "3"], ["hdr"])
+    names = desk.shell("qlnmedia inspect --json clip.mov clip.mp4 | jq -r .file")
+    expect("JSON lines", names, "clip.mov\nclip.mp4\n")
+
+
+@job
+def it_comes_through_a_pipe(desk):
+    """From another program and into one; no file gets the name of the pipe, and nothing hangs."""
+    desk.shell("ffmpeg -v error -y -i clip.mov -c copy -f mpegts clip.ts")
+    expect("size", desk.shell("cat clip.ts | timeout 10 qlnmedia inspect - --json | jq '.streams[0].width'"), "160\n")
+    expect_in("an index behind", "faststart", desk.shell("cat clip.mov | timeout 10 qlnmedia inspect -", 1))
+    expect("a reader that goes away", desk.shell(
+        "timeout 10 qlnmedia inspect clip.mov --elements | head -1").count("\n"), 1)
+    desk.shell("mkfifo pipe; cat clip.ts >pipe & timeout 10 qlnmedia check pipe; rm pipe")
+    expect("no file of that name", os.path.exists("-"), False)
+
+
+@job
+def i_do_not_find_the_words(desk):
+    """One line that says what there is, and the help of commands at both widths."""
     for terminal in desk.terminals:
         expect("a wrong command", terminal.run("qlnmedia inspct clip.mov")[0], 2)
         expect_in("a wrong command", "inspect?", " ".join(terminal.lines()))
@@ -214,13 +241,8 @@ def i_mistyped(desk):
         text = desk.shell(line, None)
         expect_in(line, said, text)
         expect(f"lines of {line}", text.count("\n"), 1)
-
-
-@job
-def i_do_not_know_the_options(desk):
-    """Help of every command at both widths."""
     for terminal in desk.terminals:
         for command in ("", "patch", "captions", "metadata", "command"):
-            status, lines = terminal.run(f"qlnmedia {command} --help")
+            status, lines = terminal.run_narrow(f"qlnmedia {command} --help")
             expect("help", status, 0)
             expect_in("help", "sage", "\n".join(lines))

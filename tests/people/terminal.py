@@ -4,6 +4,8 @@ import shlex
 import subprocess
 import time
 
+END = "== that was it"  # on the screen behind each command
+
 
 class Terminal:
     """Runs commands one after the other in a tmux of its own, which goes away with it."""
@@ -31,7 +33,8 @@ class Terminal:
         self.runs += 1
         self.status = f"{self.folder}/status-{self.columns}-{self.runs}"
         done = shlex.quote(self.status)
-        line = f"cd {shlex.quote(self.folder)}; {command}; echo $? >{done}.new; mv {done}.new {done}; sleep 600"
+        line = (f"cd {shlex.quote(self.folder)}; {command}; echo $? >{done}.new; echo; echo '{END}'; "
+                f"mv {done}.new {done}; sleep 600")
         self.call("new-window", "-k", "-t", ":9", "sh", "-c", line)
 
     def lines(self, joined=False):
@@ -53,8 +56,10 @@ class Terminal:
     def finish(self):
         """Waits for the command's end: its exit status, and what it left on the screen."""
         self.wait_for(lambda: os.path.exists(self.status))
+        # What was printed takes its time to the screen.
+        self.wait_for(lambda: END in self.lines())
         with open(self.status, encoding="ascii") as file:
-            return int(file.read()), self.lines()
+            return int(file.read()), "\n".join(self.lines()[:-1]).rstrip().split("\n")
 
     def run(self, command):
         self.start(command)
@@ -63,6 +68,6 @@ class Terminal:
     def run_narrow(self, command):
         """The same for what must not be wider than the terminal."""
         status, lines = self.run(command)
-        if len(self.lines(joined=True)) != len(lines):
+        if len(self.lines(joined=True)) != len(self.lines()):
             raise SystemExit("wider than %d columns: %s\n%s" % (self.columns, command, "\n".join(lines)))
         return status, lines
