@@ -40,7 +40,7 @@ struct PatchOptions : EditOptions {
   bool inPlace = false;
   /// The initialization segment of `in`, where that is a media segment alone; else empty. It is only read.
   std::string initialization;
-  /// `in` is a folder or an HLS playlist of one stream's segments, which are patched as one stream, and `out`
+  /// `in` is a folder, an HLS playlist or a DASH manifest of one stream's segments, which are patched as one, and `out`
   /// the folder to write them to with their initialization segment; it must not exist, or be empty.
   bool segments = false;
   /// MP4 and MOV that are no fragments, with `timecode`: the timecode track that the first H.264 or HEVC

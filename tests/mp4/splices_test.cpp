@@ -84,6 +84,26 @@ TEST(Splices, DifferenceIsSmallAndBeginsInsideTheOld) {
   EXPECT_TRUE(splices.empty());
 }
 
+// Long samples go by in blocks; where the difference stands must not matter.
+TEST(Splices, DifferencesOfLongBytesAreFoundWhereverTheyAre) {
+  const Bytes old = Noise(1500, 4);
+  for (const size_t at : {0u, 1u, 255u, 256u, 257u, 511u, 512u, 700u, 1243u, 1244u, 1245u, 1498u, 1499u}) {
+    for (const bool grows : {false, true}) {
+      Bytes fresh = old;
+      fresh[at] = 1;  // noise has no such byte
+      if (grows) fresh.insert(fresh.begin() + static_cast<std::ptrdiff_t>(at), 300, 2);
+      Spool spool;
+      Splices splices(spool);
+      EXPECT_TRUE(splices.AddDifference(0, old, fresh));
+      splices.Seal(MemorySource(old));
+      EXPECT_EQ(splices.At(0).at, at);
+      EXPECT_EQ(splices.At(0).removed, 1u);
+      EXPECT_EQ(splices.At(0).inserted, grows ? 301u : 1u);
+      EXPECT_EQ(Apply(splices, old), fresh);
+    }
+  }
+}
+
 TEST(Splices, SameBytesTwiceAreRefused) {
   Spool spool;
   for (const uint64_t second : {3u, 4u}) {

@@ -3,6 +3,7 @@
 #include "container/mp4/splices.h"
 
 #include <array>
+#include <cstring>
 
 namespace qlnmedia::mp4 {
 
@@ -11,6 +12,25 @@ namespace {
 constexpr size_t kStep = 64;
 // What AddGrowth stands on: no bytes, and none removed.
 constexpr uint64_t kNoContent = (uint64_t{1} << 48) - 1;
+
+// Samples are long and differ in few places, so that most of them goes by in blocks.
+constexpr size_t kBlock = 256;
+
+size_t AlikeInFront(const uint8_t* a, const uint8_t* b, size_t most) {
+  size_t alike = 0;
+  while (most - alike >= kBlock && std::memcmp(a + alike, b + alike, kBlock) == 0) alike += kBlock;
+  while (alike < most && a[alike] == b[alike]) ++alike;
+  return alike;
+}
+
+// Of what ends at two places.
+size_t AlikeBehind(const uint8_t* a, const uint8_t* b, size_t most) {
+  size_t alike = 0;
+  while (most - alike >= kBlock && std::memcmp(a - alike - kBlock, b - alike - kBlock, kBlock) == 0)
+    alike += kBlock;
+  while (alike < most && *(a - alike - 1) == *(b - alike - 1)) ++alike;
+  return alike;
+}
 
 }  // namespace
 
@@ -45,16 +65,12 @@ void Splices::Close() {
 
 bool Splices::AddDifference(uint64_t at, ByteSpan old, ByteSpan fresh) {
   const size_t shorter = std::min(old.size(), fresh.size());
-  size_t front = 0;
-  while (front < shorter && old[front] == fresh[front]) ++front;
+  size_t front = AlikeInFront(old.data(), fresh.data(), shorter);
   if (front == old.size() && front == fresh.size()) return false;
   // What is added behind the last byte takes that byte with it.
   if (front == old.size()) --front;
-  size_t back = 0;
-  while (back < shorter - std::min(front, shorter) &&
-         old[old.size() - 1 - back] == fresh[fresh.size() - 1 - back]) {
-    ++back;
-  }
+  const size_t back =
+      AlikeBehind(old.data() + old.size(), fresh.data() + fresh.size(), shorter - std::min(front, shorter));
   Add(at + front, static_cast<uint32_t>(old.size() - front - back),
       fresh.subspan(front, fresh.size() - front - back));
   return true;
