@@ -40,8 +40,8 @@ struct PatchOptions : EditOptions {
   bool inPlace = false;
   /// The initialization segment of `in`, where that is a media segment alone; else empty. It is only read.
   std::string initialization;
-  /// `in` is a folder, an HLS playlist or a DASH manifest of one stream's segments, which are patched as one, and `out`
-  /// the folder to write them to with their initialization segment; it must not exist, or be empty.
+  /// `in` is a folder, an HLS playlist or a DASH manifest of one stream's segments, which are patched as one,
+  /// and `out` the folder to write them to with their initialization segment; it must not exist, or be empty.
   bool segments = false;
   /// MP4 and MOV that are no fragments, with `timecode`: the timecode track that the first H.264 or HEVC
   /// stream names says the same, and is put in where there is none. Not with `inPlace` or for segments.
