@@ -82,7 +82,7 @@ TEST_P(Interrupted, StaysIgnoredWhereItWas) {
 }
 
 TEST_P(Interrupted, DoesAsBeforeWhenTheWorkIsDone) {
-  const int status = StatusOf([this] {
+  const int status = StatusOf([] {
     std::signal(GetParam(), SIG_DFL);
     { Interruption interruption; }
     std::signal(GetParam(), [](int) { _exit(7); });

@@ -17,9 +17,6 @@ using Json = nlohmann::ordered_json;
 
 constexpr int kLimit = 20;  // seconds; 124 is what a command that takes longer ends with
 
-const Kind kPicture = {"pipe", "h264", "25",
-                       "-c:v libx264 -preset ultrafast -threads 1 -pix_fmt yuv420p -bf 2"};
-
 std::string Clip(const std::string& name, const std::string& options = "") {
   return MediaFile(name,
                    "ffmpeg -v error -y -f lavfi -i testsrc2=s=160x112:r=25:d=1 -f lavfi -i sine=d=1 "
