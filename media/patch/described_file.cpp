@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
+#include <system_error>
 
 #include "base/error.h"
 #include "container/mp4/movie.h"
@@ -37,8 +39,9 @@ void ClearUnneeded(mp4::Reader& reader, mp4::BoxLevel level, mp4::Bytes& bytes) 
   }
 }
 
-// Empty where there is not one movie.
+// Empty where there is not one movie, and for what cannot be read twice.
 mp4::Bytes MovieOf(const std::string& path) {
+  if (std::error_code error; !std::filesystem::is_regular_file(path, error)) return {};
   const mp4::FileSource source(path);
   mp4::Reader reader(source);
   mp4::Bytes bytes;

@@ -76,7 +76,7 @@ TEST(Pipes, CaptionsAreThoseOfTheFile) {
   EXPECT_THAT(piped.output, HasSubstr("GOOD MORNING"));
   const std::string ofPipe = MediaPath("pipe-of-pipe.mcc");
   const std::string ofFile = MediaPath("pipe-of-file.mcc");
-  EXPECT_EQ(Piped(file, "captions /dev/stdin -o '" + ofPipe + "'").exitCode, 0);
+  EXPECT_EQ(Piped(file, "captions --force /dev/stdin -o '" + ofPipe + "'").exitCode, 0);
   EXPECT_EQ(Qlnmedia("captions '" + file + "' -o '" + ofFile + "'").exitCode, 0);
   EXPECT_EQ(Text("grep -v '^UUID\\|^Creation' '" + ofPipe + "'"),
             Text("grep -v '^UUID\\|^Creation' '" + ofFile + "'"));
