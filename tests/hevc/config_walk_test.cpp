@@ -287,7 +287,7 @@ struct WalkCost {
 WalkCost CostOf(const Ring& ring, size_t emptyUnits = 0) {
   Bytes box = ring.box();
   box.insert(box.begin() + ring.lengths[0] + 3, 2 * emptyUnits, 0);  // behind the first unit
-  ExactCopy copy(box);
+  ExactCopy copy(box, 1);  // single reads may take the bit behind the limit
   WalkCost cost;
   kxSetDiagnosticSink([](uint32_t, const char*, void* count) { ++*static_cast<int*>(count); }, &cost.said);
   const auto stateAt = [&](uint32_t bitPos) {

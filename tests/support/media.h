@@ -24,9 +24,9 @@ CommandResult Run(const std::string& command, int secondsLimit = 60);
 std::string MediaPath(const std::string& name);
 
 // Makes the media file `name` by `command`, in which "{out}" stands for the file, unless it was made before
-// by the same command. The file appears only when it is whole, in a folder that programs share, and builds too
-// where QLN_MADE_DIR names one: nobody changes it. Returns its path; fails the running test when the command
-// fails.
+// by the same command. The file appears only when it is whole, in a folder that programs share, and builds
+// too where QLN_MADE_DIR names one: nobody changes it. Returns its path; fails the running test when the
+// command fails.
 std::string MediaFile(const std::string& name, const std::string& command, int secondsLimit = 120);
 
 // One syntax element as the trace_headers filter of ffmpeg prints it.
