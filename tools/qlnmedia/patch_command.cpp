@@ -90,6 +90,59 @@ void AddSetOptions(CLI::App& command, Options& options) {
       ->allow_extra_args(false);
 }
 
+// What goes into units of the stream: timecode, scan, delimiters, recovery points, captions.
+void AddUnitOptions(CLI::App& command, Options& options) {
+  auto* const timecode = command.add_option("--timecode", options.patch.timecode,
+                                            "Timecode of the first picture: HH:MM:SS:FF or HH:MM:SS;FF");
+  command
+      .add_option(
+          "--timecode-type", options.patch.timecodeType,
+          "film, 23.98, pal, non-drop-frame, drop-frame, 50, 59.94 or 60; default: what the rate asks for")
+      ->needs(timecode);
+  command
+      .add_flag(
+          "--timecode-track", options.patch.timecodeTrack,
+          "MP4, MOV: say the timecode in the timecode track as well, which is put in where there is none")
+      ->needs(timecode);
+  command.add_option("--rate", options.patch.rate,
+                     "Frames a second for --timecode and --captions: 25, 29.97, 30000/1001, where the file "
+                     "says none, or nominal for the rate that a file of uneven pictures is made for");
+  auto* const interlaced =
+      command.add_flag("--interlaced", options.interlaced, "HEVC that codes each field as a picture: say so");
+  command.add_flag("--progressive", options.progressive, "HEVC that codes progressive frames: say so")
+      ->excludes(interlaced);
+  command.add_flag("--delimiters", options.patch.delimiters,
+                   "An access unit delimiter in front of every picture that lacks it");
+  command.add_flag("--recovery-points", options.patch.recoveryPoints,
+                   "A recovery point where decoding can start at a picture that does not say so");
+  auto* const captions =
+      command.add_option("--captions", options.captions.file, "Captions of a .scc or .mcc file; MPEG-2 too");
+  command
+      .add_option("--captions-offset", options.captions.offset,
+                  "The caption file's timecode of the first picture; default: its first whole hour")
+      ->needs(captions);
+  command
+      .add_flag("--replace-captions", options.captions.replace, "Take out the captions that the stream has")
+      ->needs(captions);
+}
+
+// Where what is written goes, if not into one file.
+void AddPlaceOptions(CLI::App& command, CLI::Option& out, Options& options) {
+  auto* const inPlace = command.add_flag(
+      "--in-place", options.patch.inPlace,
+      "MP4, MOV: change IN itself where it fits; qlnmedia recover helps where that is cut off");
+  inPlace->excludes(&out);
+  auto* const segments = command.add_flag(
+      "--segments", options.patch.segments,
+      "IN is a folder or playlist of media segments of one stream, OUT a new folder for them");
+  segments->excludes(inPlace);
+  command
+      .add_option("--init", options.patch.initialization,
+                  "IN is a media segment alone, and this its initialization segment")
+      ->excludes(inPlace)
+      ->excludes(segments);
+}
+
 }  // namespace
 
 void AddPatchCommand(CLI::App& app) {
@@ -113,51 +166,8 @@ void AddPatchCommand(CLI::App& app) {
                           "list shows them");
   command->add_option("--light-level", options->lightLevel, "Content light level: MAX,AVERAGE in cd/m2");
   AddSetOptions(*command, *options);
-  auto* const timecode = command->add_option("--timecode", options->patch.timecode,
-                                             "Timecode of the first picture: HH:MM:SS:FF or HH:MM:SS;FF");
-  command
-      ->add_option(
-          "--timecode-type", options->patch.timecodeType,
-          "film, 23.98, pal, non-drop-frame, drop-frame, 50, 59.94 or 60; default: what the rate asks for")
-      ->needs(timecode);
-  command
-      ->add_flag(
-          "--timecode-track", options->patch.timecodeTrack,
-          "MP4, MOV: say the timecode in the timecode track as well, which is put in where there is none")
-      ->needs(timecode);
-  command->add_option("--rate", options->patch.rate,
-                      "Frames a second for --timecode and --captions: 25, 29.97, 30000/1001, where the file "
-                      "says none, or nominal for the rate that a file of uneven pictures is made for");
-  auto* const interlaced = command->add_flag("--interlaced", options->interlaced,
-                                             "HEVC that codes each field as a picture: say so");
-  command->add_flag("--progressive", options->progressive, "HEVC that codes progressive frames: say so")
-      ->excludes(interlaced);
-  command->add_flag("--delimiters", options->patch.delimiters,
-                    "An access unit delimiter in front of every picture that lacks it");
-  command->add_flag("--recovery-points", options->patch.recoveryPoints,
-                    "A recovery point where decoding can start at a picture that does not say so");
-  auto* const captions = command->add_option("--captions", options->captions.file,
-                                             "Captions of a .scc or .mcc file; MPEG-2 too");
-  command
-      ->add_option("--captions-offset", options->captions.offset,
-                   "The caption file's timecode of the first picture; default: its first whole hour")
-      ->needs(captions);
-  command
-      ->add_flag("--replace-captions", options->captions.replace, "Take out the captions that the stream has")
-      ->needs(captions);
-  auto* const inPlace = command->add_flag(
-      "--in-place", options->patch.inPlace,
-      "MP4, MOV: change IN itself where it fits; qlnmedia recover helps where that is cut off");
-  inPlace->excludes(out);
-  auto* const segments = command->add_flag(
-      "--segments", options->patch.segments,
-      "IN is a folder or playlist of media segments of one stream, OUT a new folder for them");
-  segments->excludes(inPlace);
-  command
-      ->add_option("--init", options->patch.initialization,
-                   "IN is a media segment alone, and this its initialization segment")
-      ->excludes(inPlace)
-      ->excludes(segments);
+  AddUnitOptions(*command, *options);
+  AddPlaceOptions(*command, *out, *options);
   command->add_flag("--verify", options->patch.verify, "Read the result back and compare it with the input");
   command->add_flag("--dry-run", options->patch.dryRun, "Say what would change and write nothing");
   command->add_flag("--force", options->force, kForceHelp);

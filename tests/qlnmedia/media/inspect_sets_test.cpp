@@ -391,15 +391,5 @@ TEST(InspectCaptions, AreFoundInBothCodecs) {
   EXPECT_FALSE(InspectJson(H264Clip("same.h264"))["streams"][0]["frames"][0].contains("captions"));
 }
 
-TEST(InspectErrors, AreOneLineAndAFailure) {
-  WriteFile(MediaPath("words.txt"), Bytes{'n', 'o', ' ', 'm', 'e', 'd', 'i', 'a', '\n'});
-  for (const char* name : {"missing.mp4", "words.txt"}) {
-    const CommandResult result = Qlnmedia("inspect '" + MediaPath(name) + "'");
-    EXPECT_EQ(result.exitCode, 1) << name;
-    EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1) << result.output;
-    EXPECT_THAT(result.output, HasSubstr(name));
-  }
-}
-
 }  // namespace
 }  // namespace qln::test

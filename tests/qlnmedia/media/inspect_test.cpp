@@ -298,5 +298,15 @@ TEST(Inspect, SoundAloneHasNoVideo) {
   EXPECT_THAT(result.output, HasSubstr("sound.m4a: has no video stream"));
 }
 
+TEST(InspectErrors, AreOneLineAndAFailure) {
+  WriteFile(MediaPath("words.txt"), Bytes{'n', 'o', ' ', 'm', 'e', 'd', 'i', 'a', '\n'});
+  for (const char* name : {"missing.mp4", "words.txt"}) {
+    const CommandResult result = Qlnmedia("inspect '" + MediaPath(name) + "'");
+    EXPECT_EQ(result.exitCode, 1) << name;
+    EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1) << result.output;
+    EXPECT_THAT(result.output, HasSubstr(name));
+  }
+}
+
 }  // namespace
 }  // namespace qln::test
