@@ -110,7 +110,7 @@ TEST(Pipes, NothingAndNoMedia) {
   EXPECT_EQ(test::Run(std::string("'") + QLNMEDIA_PROGRAM + "' inspect - < /dev/null", kLimit).exitCode, 4);
   EXPECT_EQ(test::Run(std::string("true | '") + QLNMEDIA_PROGRAM + "' check -", kLimit).exitCode, 4);
   const CommandResult words =
-      test::Run(std::string("yes words | '") + QLNMEDIA_PROGRAM + "' check -", kLimit);
+      test::Run(std::string("yes | tr -d '\\n' | '") + QLNMEDIA_PROGRAM + "' check -", kLimit);
   EXPECT_EQ(words.exitCode, 1);
   EXPECT_EQ(Qlnmedia("check - -", kLimit).exitCode, 2);
 }
