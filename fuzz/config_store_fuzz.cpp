@@ -54,16 +54,23 @@ bool Holds(KXConfigHandle store, uint32_t expected) {
   return kxCFGValueDword(store, "S", "K", &number, 0) == 0 && number == expected;
 }
 
-// What is told as done is there.
-void Use(KXConfigHandle store) {
+// What is told as done is there. Calls `done` behind each change that is.
+template <typename Done>
+void Use(KXConfigHandle store, const Done& done) {
   uint32_t number = 7;
   char text[] = "text";
-  if (kxCFGValueDword(store, "S", "K", &number, 1) == 0 && !Holds(store, 7)) std::abort();
+  if (kxCFGValueDword(store, "S", "K", &number, 1) == 0) {
+    if (!Holds(store, 7)) std::abort();
+    done();
+  }
   if (kxCFGBegin(store) != 0) std::abort();
   number = 8;
   kxCFGValueDword(store, "S", "K", &number, 1);
   kxCFGValueString(store, "Tarnwick\\MetaData\\Default", "Title", text, nullptr, 1);
-  if (kxCFGEnd(store) == 0 && !Holds(store, 8)) std::abort();
+  if (kxCFGEnd(store) == 0) {
+    if (!Holds(store, 8)) std::abort();
+    done();
+  }
   ReadKey(store, "Tarnwick\\MetaData\\Default", "Title");
   ReadKey(store, "S", "K");
   if (kxCFGDeleteValue(store, "S", "K") == 0 && (Holds(store, 7) || Holds(store, 8))) std::abort();
@@ -75,12 +82,23 @@ void UseXml(const uint8_t* data, size_t size) {
   const KXConfigHandle store = kxCFGOpen(path.c_str(), 0);
   if (store == 0) return;
   ReadKey(store, "Tarnwick\\MetaData\\Default", "Title");
-  Use(store);
+  Use(store, [] {});
   kxCFGClose(store, 1);
   // What was saved opens again.
   const KXConfigHandle saved = kxCFGOpen(path.c_str(), 0);
   if (saved == 0) std::abort();
   kxCFGClose(saved, 0);
+}
+
+// The header's versions of writing and reading say that there is a log; that is worked in before a change,
+// with the counters of changes.
+bool SameButForTheLog(std::vector<uint8_t> a, std::vector<uint8_t> b) {
+  for (auto* const bytes : {&a, &b}) {
+    for (const size_t at : {18u, 19u, 24u, 25u, 26u, 27u, 92u, 93u, 94u, 95u, 96u, 97u, 98u, 99u}) {
+      if (at < bytes->size()) (*bytes)[at] = 0;
+    }
+  }
+  return a == b;
 }
 
 // With a journal or a log, two bytes say how much of the rest is the database.
@@ -97,13 +115,16 @@ void UseDatabase(unsigned kind, const uint8_t* data, size_t size) {
   kxCFGSetDefaultStore(path.c_str());
   // One process begins with a change, another has read.
   if (size % 2 != 0) ReadKey(KX_DEFAULT_STORE, "S", "K");
-  Use(KX_DEFAULT_STORE);
+  std::vector<std::vector<uint8_t>> states = {{data, data + database}};
+  Use(KX_DEFAULT_STORE, [&] { states.push_back(Read(path)); });
   kxCFGSetDefaultStore(nullptr);
   if (kind != 0) return;
-  // A store that was set aside is as it came.
+  // A store that was set aside is as it came, or as a change left it that was told as done.
   for (const auto& entry : std::filesystem::directory_iterator(ScratchFolder())) {
     if (entry.path().filename().string().find(".damaged-") == std::string::npos) continue;
-    if (Read(entry.path()) != std::vector<uint8_t>(data, data + database)) std::abort();
+    const std::vector<uint8_t> aside = Read(entry.path());
+    const auto isIt = [&](const std::vector<uint8_t>& state) { return SameButForTheLog(aside, state); };
+    if (std::none_of(states.begin(), states.end(), isIt)) std::abort();
   }
 }
 

@@ -149,19 +149,20 @@ CheckResult SettingsTable::Check() {
   SqliteStatement scan;
   if (!scan.Prepare(connection_, form_ == Form::kWithChecksums ? kScan : kEarlierScan)) return troubled();
   // Rows out of order are whole as pages, but a search misses them. Names that are no blobs are no settings,
-  // and were none before there were checksums.
-  ConfigName last;
+  // and were none before there were checksums; SQLite puts them in front of all blobs.
+  std::tuple<bool, std::string, bool, std::string> last;
   bool first = true;
   bool allHold = true;
   while (scan.Step()) {
-    if (scan.Type(0) != SQLITE_BLOB || scan.Type(1) != SQLITE_BLOB) {
-      allHold = false;
-      continue;
-    }
-    ConfigName name{std::string(scan.Bytes(0)), std::string(scan.Bytes(1))};
-    if (!first && name <= last) return CheckResult::kDamaged;
-    allHold = allHold && SumHolds(scan, 2, name.section, name.key);
-    last = std::move(name);
+    const auto part = [&scan](int column) {
+      const bool isBlob = scan.Type(column) == SQLITE_BLOB;
+      return std::make_tuple(isBlob, isBlob ? std::string(scan.Bytes(column)) : std::string());
+    };
+    auto row = std::tuple_cat(part(0), part(1));
+    const bool isSetting = std::get<0>(row) && std::get<2>(row);
+    if (!first && (row < last || (isSetting && row == last))) return CheckResult::kDamaged;
+    allHold = allHold && isSetting && SumHolds(scan, 2, std::get<1>(row), std::get<3>(row));
+    last = std::move(row);
     first = false;
   }
   if (scan.failed()) return troubled();

@@ -257,6 +257,26 @@ TEST_F(DefaultStoreDamage, AStoreOutOfOrderIsSetAsideWithOneMessage) {
   }
 }
 
+// A name that became a text stands behind the blobs, where the order has all texts in front of them.
+TEST_F(DefaultStoreDamage, ANameOfTheWrongKindInTheWrongPlaceSetsTheStoreAside) {
+  constexpr uint8_t kBlobOfThree = 18, kTextOfThree = 19;  // SQLite file format, 2.1: serial types
+  MakeEarlierStore({"Aaa", "Bbb", "Ccc", "Ddd"});
+  Bytes damaged = ReadFile(path());
+  const std::string names = std::string(kSection) + "Ddd";
+  const auto found = std::search(damaged.begin(), damaged.end(), names.begin(), names.end());
+  ASSERT_NE(found, damaged.end());
+  uint8_t& kind = *(found - 2);  // in front of the value's
+  ASSERT_EQ(kind, kBlobOfThree);
+  kind = kTextOfThree;
+  Put(damaged);
+  MessageCapture capture;
+  EXPECT_EQ(Set("Aaa", 5), 0);
+  EXPECT_EQ(Get("Aaa"), 5u);
+  ASSERT_EQ(SetAside().size(), 1u);
+  EXPECT_EQ(ReadFile(SetAside()[0]), damaged);
+  EXPECT_EQ(capture.messages().size(), 1u);
+}
+
 // A process that has met the damage in a read sets the store aside, but begins no new one in its place: what
 // it wants to write may be what it took for absent.
 TEST_F(DefaultStoreDamage, AfterAFailedReadADamagedStoreIsSetAsideAndNothingIsWritten) {
