@@ -158,7 +158,9 @@ typedef intptr_t KXConfigHandle;
 /// A value that is damaged counts as absent, with one message. A store that could not be read for another
 /// reason than an absent key takes no changes from this process until a read of it has succeeded: they fail.
 /// A change that finds the store damaged beyond single values renames it to a name with ".damaged-" and the
-/// time, with one message; the next change begins a new store.
+/// time, with one message, and goes into a new store; but where a read of this process has met the damage, it
+/// fails, and the next change begins the new store. What was changed before the damage showed stands in the
+/// file that was renamed.
 #define KX_DEFAULT_STORE ((KXConfigHandle)-1)
 
 /* How kxCFGOpen opens; there is one way. */

@@ -100,9 +100,10 @@ typedef struct MediaCmd {
   uint32_t Cmd;          /**< MediaCmdCommand */
   uint32_t Flags;        /**< CF_ bits */
   int32_t Speed;         /**< 65520 is 100 percent forward play; MEDIACMD_NO_SPEED when no speed is set */
-  int32_t VideoChannels; /**< video preset mask, -1 for all; with CF_USE_FRAME_COUNT a timecode, as below */
-  int32_t AudioChannels; /**< audio preset mask, -1 for all */
-  int32_t InfoChannels;  /**< info preset mask, -1 for all */
+  int32_t VideoChannels; /**< video preset mask, -1 for all; with CF_USE_PRESETS and CF_USE_FRAME_COUNT both
+                              set, the timecode of the control track, in frames */
+  int32_t AudioChannels; /**< audio preset mask, -1 for all; in the same case the LTC */
+  int32_t InfoChannels;  /**< info preset mask, -1 for all; in the same case the VITC */
   int32_t CmdAlt;        /**< second operand: state value, time or alternate value; -1 when none is set */
   int32_t Position;      /**< in frames, or fields with CF_FIELDS; -1 when none is set */
   int32_t Start;         /**< start point, as Position */
@@ -144,8 +145,10 @@ QLN_API uint32_t fixMediaCmd(MediaCmd* command, uint32_t mask);
 /// stays set. `FileName` is copied up to 4099 bytes within both records, unless one of them ends before
 /// byte 86.
 /// @param[in,out] destination, source whole records, not overlapping; null does nothing.
-/// @param mask the source's flags that may be added. Flags that repairs below ask for are added whatever it
-/// says.
+/// @param mask the source's flags that are added to those of the destination. The flags that say which of the
+/// fields above are valid come with their fields whatever it says. What the source lacks of CF_DEFERRED,
+/// CF_OVERRIDE_DEFERRED, the three of time, CF_USE_ALL_IDS, CF_NO_CLIP_FILES, CF_NO_TC_SPACES, CF_LOOP,
+/// CF_RIPPLE, CF_INVERT, CF_TEST and CF_NO_RETURN goes out of the destination's flags.
 QLN_API void copyMediaCmd(MediaCmd* destination, const MediaCmd* source, uint32_t mask);
 
 /// Looks a flag's word up, whatever its case (ASCII).

@@ -44,10 +44,11 @@ QLN_C_BEGIN
 /// applied to the unit.
 ///
 /// Start code form: the unit goes in front of the first start code behind an SPS (first byte 0x67) and a PPS
-/// (0x68) that both begin in the frame's first 256 bytes. Where there is none, it goes in at offset 6, right
-/// behind a delimiter with a 4-byte start code; a frame with neither parameter sets nor a delimiter has its
-/// first unit cut there, so a host does not ask for it. Length form: the unit goes behind a leading
-/// delimiter, SPS and PPS, or at the frame's end where that comes first; an offset of 256 or more becomes 6.
+/// (0x68), if that code begins in the frame's first 256 bytes. Where there is none, it goes in at offset 6,
+/// right behind a delimiter with a 4-byte start code; a frame with neither parameter sets nor a delimiter has
+/// its first unit cut there, so a host does not ask for it. Length form: the unit goes in front of the first
+/// unit that is no delimiter, SPS or PPS, behind one SPS and one PPS at the latest, or at the frame's end
+/// where that comes first; an offset of 256 or more becomes 6.
 ///
 /// @param frame in and out; `frameSize` grows by the unit's length (19 bytes and the triplets).
 /// @param caption the caption packet with its 4 bytes of prefix; may be `captionData` of the same frame.

@@ -35,8 +35,8 @@ QLN_API uint32_t speedRate(int32_t speed);
 /// The run (the speed last given, its rate and what has accumulated) is one for the whole process and
 /// outlives every call: the function must not be called from two threads at once, and two transports at
 /// different speeds disturb each other, since each change of speed begins a new run.
-/// @param[in,out] counter frame counter to be moved on; may be null, and what a fast run would add then
-/// accumulates.
+/// @param[in,out] counter frame counter to be moved on; may be null. The fractions of a fast run then go on
+/// accumulating, of which one frame at most is made up for at a later call that has a counter.
 /// @param speed in 1/65520. 0 returns at once and changes nothing; QLN_SPEED_NONE goes on with the stored
 /// run; any other value that differs from the last begins a new one.
 /// @return how often the step is repeated. At 65520 and above: 1, and the counter moves by two for each 1.0
@@ -166,7 +166,7 @@ class CQLNPos {
   QLN_API void Set(int32_t whole, int32_t fraction);
 
   /// Goes to numerator / denominator frames, in plain signed 32-bit arithmetic: the remainder is multiplied
-  /// by 65520 and wraps for remainders above 32775. A denominator of 0 gives frame 0, fraction 0; the most
+  /// by 65520 and wraps for remainders above 32776. A denominator of 0 gives frame 0, fraction 0; the most
   /// negative number over -1 is that number again.
   QLN_API void SetAsFrac(int32_t numerator, int32_t denominator);
 
