@@ -180,6 +180,18 @@ TEST_F(ProjectFiles, WhatDeadProcessesLeftIsRemovedByTheNextSave) {
   EXPECT_EQ(ValueIn(In("p.xml")), 1u);
 }
 
+// A process that may not be signalled lives all the same.
+TEST_F(ProjectFiles, WhatAnotherUsersProcessWritesIsNotRemoved) {
+  if (getuid() != 0) GTEST_SKIP() << "only root becomes another user";
+  constexpr uid_t kUser = 3000;
+  const std::string name = In(".project-" + std::to_string(getpid()) + "-0");
+  Write(name, "at work");
+  ASSERT_EQ(chown(name.c_str(), kUser, kUser), 0);
+  ASSERT_EQ(chown(folder.c_str(), kUser, kUser), 0);
+  ASSERT_EQ(test::ResultAs(kUser, {kUser}, [this] { return SaveTo(In("p.xml"), 1) != 0 ? 0 : 1; }), 0);
+  EXPECT_EQ(TextOfFile(name), "at work");
+}
+
 TEST_F(ProjectFiles, AFileWhoseLockIsHeldIsNotRemoved) {
   // So does a process in another container, which cannot be seen from here.
   const std::string name = In(".project-" + std::to_string(DeadProcess()) + "-0");

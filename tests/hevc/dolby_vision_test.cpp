@@ -171,8 +171,8 @@ TEST(DolbyVisionSearch, ALengthThatWrapsThirtyTwoBitsEndsTheSearch) {
   // The cursor leads to 2^32 + 2 and not to 2, where byte 6 would be taken for a unit.
   auto two = Search(Hex("FF FF FF FE 7C 01 4E 01 55 55 55 55"), 0);
   EXPECT_EQ(two.rpu, 5);
-  EXPECT_EQ(two.rpuSize, 0xFFFFFFFDu);
-  EXPECT_EQ(two.sei, -1);
+  ASSERT_EQ(two.rpuSize, 0xFFFFFFFDu);
+  ASSERT_EQ(two.sei, -1) << "the next search would never end";
   // 2^32 itself, from where a cursor of 32 bits would never get away.
   auto whole = Search(Hex("FF FF FF FC 7C 01 02 03 04"), 0);
   EXPECT_EQ(whole.rpuSize, 0xFFFFFFFBu);

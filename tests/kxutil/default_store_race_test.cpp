@@ -1,6 +1,7 @@
-// What may happen to the default store's file in the middle of a read: put at its place by SQLite's own hooks
-// into the system calls.
+// What may happen to the default store's file in the middle of a read or a change: put at its place by
+// SQLite's own hooks into the system calls, and by a call of its that is stood in for.
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -55,6 +56,9 @@ class SqliteCalls {
     return got;
   }
 };
+
+// What is done to the bytes of a database that SQLite hands out, for as long as it is set.
+std::function<void(unsigned char*, size_t)> handsOut;
 
 using DefaultStoreRace = DefaultStoreTest;
 
@@ -127,5 +131,78 @@ TEST_F(DefaultStoreRace, AChangeThatIsTakenBackWhileItIsCopiedIsNotSeen) {
   for (const int end : {toChild[0], toChild[1], fromChild[0], fromChild[1]}) close(end);
 }
 
+// The lock is on the file that was opened. Another tool needs none to put its own file into the place.
+TEST_F(DefaultStoreRace, AFileThatComesIntoThePlaceOfALockedOneIsNotWrittenOver) {
+  std::vector<std::string> keys;
+  for (int i = 0; i < 500; ++i) keys.push_back("K" + std::to_string(i));
+  MakeEarlierStore(keys);
+  const std::string other = folder_ / "other.db";
+  kxCFGSetDefaultStore(other.c_str());
+  ASSERT_EQ(Set("Other", 5), 0);
+  const Bytes theirs = ReadFile(other);
+  Reopen();
+  ASSERT_EQ(Set("K1", 1000), 0);
+  MessageCapture capture;
+  int reads = 0, last = 0;
+  {
+    SqliteCalls calls;
+    SqliteCalls::hasRead = [&](size_t) {
+      // The last pages are read under the lock.
+      if (++reads == last) std::filesystem::rename(other, path());
+    };
+    ASSERT_EQ(Set("K2", 1000), 0);
+    last = std::exchange(reads, 0);
+    EXPECT_NE(Set("K3", 1000), 0);
+  }
+  EXPECT_EQ(reads, last);
+  EXPECT_EQ(ReadFile(path()), theirs);
+  EXPECT_EQ(NamesInFolder(), std::set<std::string>{"settings.db"});
+  EXPECT_EQ(capture.messages().size(), 1u);
+  EXPECT_EQ(Set("K3", 1000), 0);
+  EXPECT_EQ(Get("Other"), 5u);
+}
+
+// A change is told as done only where the bytes that will stand in the file give it back.
+TEST_F(DefaultStoreRace, AChangeThatDoesNotReadBackIsNotTaken) {
+  for (const bool once : {true, false}) {
+    std::filesystem::remove(path());
+    Reopen();
+    ASSERT_EQ(SetText(KX_DEFAULT_STORE, kSection, "Title", "Dawn"), 0);
+    const Bytes before = ReadFile(path());
+    MessageCapture capture;
+    int spoiled = 0;
+    handsOut = [&](unsigned char* bytes, size_t size) {
+      const std::string_view dusk = "Dusk";
+      unsigned char* const found = std::search(bytes, bytes + size, dusk.begin(), dusk.end());
+      if (found == bytes + size || (once && spoiled != 0)) return;
+      *found = 'H';
+      ++spoiled;
+    };
+    const int32_t result = SetText(KX_DEFAULT_STORE, kSection, "Title", "Dusk");
+    handsOut = nullptr;
+    // The store counts as damaged and gives way to a new one, for which that holds as well.
+    EXPECT_EQ(result == 0, once);
+    EXPECT_EQ(spoiled, once ? 1 : 2);
+    EXPECT_EQ(GetText(KX_DEFAULT_STORE, kSection, "Title"),
+              once ? std::optional<std::string>("Dusk") : std::nullopt);
+    EXPECT_EQ(capture.messages().size(), 1u);
+    ASSERT_EQ(SetAside().size(), 1u);
+    EXPECT_EQ(ReadFile(SetAside()[0]), before);
+    std::filesystem::remove(SetAside()[0]);
+  }
+}
+
 }  // namespace
 }  // namespace qln::test
+
+// In front of SQLite's own.
+extern "C" __attribute__((visibility("default"))) unsigned char* sqlite3_serialize(sqlite3* database,
+                                                                                   const char* schema,
+                                                                                   sqlite3_int64* size,
+                                                                                   unsigned int flags) {
+  using Function = unsigned char*(sqlite3*, const char*, sqlite3_int64*, unsigned int);
+  const auto real = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, "sqlite3_serialize"));
+  unsigned char* const bytes = real(database, schema, size, flags);
+  if (bytes != nullptr && qln::test::handsOut) qln::test::handsOut(bytes, static_cast<size_t>(*size));
+  return bytes;
+}
