@@ -313,6 +313,14 @@ TEST(HevcConfig, OtherUnitsArePassedUntilAllThreeWereSeen) {
   EXPECT_THAT(read.messages, IsEmpty());
   EXPECT_EQ(read.result, box.size());
   EXPECT_EQ(Read(Box({{39, {sei}}})).result, 31u + 5 + 6) << "passed for its type: the end moves";
+  for (size_t missing = 0; missing < 3; ++missing) {
+    std::vector<Array> two = FullSet();
+    two.erase(two.begin() + static_cast<long>(missing));
+    two.push_back({39, {sei}});
+    auto behind = Read(Box(two));
+    EXPECT_THAT(behind.messages, IsEmpty()) << missing;
+    EXPECT_EQ(behind.result, Box(two).size()) << missing;
+  }
 }
 
 TEST(HevcConfig, AnArrayBehindAFullSetKeepsThePosition) {

@@ -222,6 +222,15 @@ TEST(HevcPps, ScalingListDataIsNotLookedFor) {
   EXPECT_THAT(pps.messages, IsEmpty());
 }
 
+TEST(HevcPps, AStateWithoutDataReadsAsZeros) {
+  QLNBitState state{nullptr, 40, 320, 0};
+  HevcPpsRecord record{};
+  MessageCapture capture;
+  EXPECT_EQ(qlnutilRead_HEVC_PPS(&state, &record, nullptr, 0), 0xFFFFFFFFu);
+  EXPECT_EQ(state.bitPos, 7u);
+  EXPECT_THAT(capture.textsWithoutLines(), testing::ElementsAre("Not a pps NAL (0)" + kLocated));
+}
+
 TEST(HevcPps, WriterNullsAndUnitsThatDoNotFit) {
   HevcPpsRecord pps{};
   uint8_t byte = 0;

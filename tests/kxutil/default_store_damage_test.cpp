@@ -277,6 +277,24 @@ TEST_F(DefaultStoreDamage, ANameOfTheWrongKindInTheWrongPlaceSetsTheStoreAside) 
   EXPECT_EQ(capture.messages().size(), 1u);
 }
 
+// A page that the file counts as free and that nobody can find is damage that no read of a key meets.
+TEST_F(DefaultStoreDamage, AStoreWhosePagesDoNotAddUpIsSetAside) {
+  ASSERT_EQ(Set("A", 1), 0);
+  Bytes bytes = ReadFile(path());
+  constexpr size_t kFreePages = 36;  // of the published header, big-endian
+  ASSERT_EQ(bytes[kFreePages + 3], 0);
+  bytes[kFreePages + 3] = 1;
+  Put(bytes);
+  MessageCapture capture;
+  EXPECT_EQ(Get("A"), 1u);
+  EXPECT_TRUE(capture.messages().empty());
+  EXPECT_EQ(Set("A", 2), 0);
+  EXPECT_EQ(Get("A"), 2u);
+  EXPECT_EQ(capture.messages().size(), 1u);
+  ASSERT_EQ(SetAside().size(), 1u);
+  EXPECT_EQ(ReadFile(SetAside()[0]), bytes);
+}
+
 // A process that has met the damage in a read sets the store aside, but begins no new one in its place: what
 // it wants to write may be what it took for absent.
 TEST_F(DefaultStoreDamage, AfterAFailedReadADamagedStoreIsSetAsideAndNothingIsWritten) {
