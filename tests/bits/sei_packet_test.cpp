@@ -25,6 +25,7 @@ Bytes Finish(const Bytes& packet, uint32_t bits, uint32_t sizeByte = kNoSizeByte
                      bits};
   QLNBitState destination{to.data(), 0, 0, position};
   WriteSeiPacket(&source, &destination, sizeByte, lengthPrefix);
+  EXPECT_EQ(source.bitPos, (bits + 7) / 8 * 8 + 8) << "behind the trailing byte";
   Bytes all = to.bytes();
   const size_t written = (destination.bitPos + 7) / 8;
   for (size_t i = written; i < all.size(); ++i) EXPECT_EQ(all[i], 0xFF);
