@@ -1,62 +1,26 @@
-// The read cache: the file calls that it makes, one by one, what it delivers and what it reports.
+// The read cache: the file calls that it makes, one by one, and what it delivers.
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <new>
 
+#include "files/disk_cache_support.h"
 #include "files/file_calls.h"
 #include "qlnutil/kxdiskcache.h"
 
 namespace qln {
 namespace {
 
+using test::Back;
 using test::Bytes;
-using test::MessageCapture;
+using test::DiskCache;
+using test::ExpectWhole;
+using test::Front;
+using test::kCacheSize;
+using test::Log;
+using test::Outcome;
+using test::ReadAt;
 using test::ScriptedFile;
-using Log = std::vector<std::string>;
-
-constexpr uint32_t kCacheSize = 65536;
-constexpr KXFileHandle kHandle = ScriptedFile::kHandle;
-
-struct Outcome {
-  uint32_t result;
-  uint32_t delivered;
-  Bytes bytes;
-};
-
-// Reads into a block of exactly the length asked for, filled with 0xEE.
-Outcome ReadAt(CKXDiskCache& cache, uint64_t position, uint32_t length, uint32_t flags = 0) {
-  const std::unique_ptr<uint8_t[]> block(new uint8_t[length]);
-  std::fill_n(block.get(), length, uint8_t{0xEE});
-  Outcome outcome{0, 0xDDDDDDDD, {}};
-  outcome.result = cache.Read(block.get(), position, length, &outcome.delivered, flags);
-  outcome.bytes.assign(block.get(), block.get() + length);
-  return outcome;
-}
-
-void ExpectWhole(const Outcome& outcome, uint64_t position) {
-  EXPECT_EQ(outcome.result, 0u);
-  EXPECT_EQ(outcome.delivered, outcome.bytes.size());
-  EXPECT_EQ(outcome.bytes, ScriptedFile::BytesAt(position, outcome.bytes.size()));
-}
-
-Bytes Front(const Bytes& bytes, size_t count) {
-  return Bytes(bytes.begin(), bytes.begin() + static_cast<long>(count));
-}
-Bytes Back(const Bytes& bytes, size_t from) {
-  return Bytes(bytes.begin() + static_cast<long>(from), bytes.end());
-}
-
-class DiskCache : public testing::Test {
- protected:
-  explicit DiskCache(uint64_t size = 1000000) : file(size) {}
-  void Open(uint32_t cacheSize = kCacheSize, bool retry = false) {
-    ASSERT_EQ(cache.SetHandleAndCacheSize(kHandle, cacheSize, retry), 0u);
-  }
-  ScriptedFile file;
-  CKXDiskCache cache;
-};
 
 TEST(DiskCacheAlone, WithoutAHandleEveryReadFails) {
   CKXDiskCache cache;
@@ -191,42 +155,6 @@ TEST_F(DiskCache, AFileSizeThatCannotBeToldCountsAs0) {
   EXPECT_EQ(mute.TakeLog(), (Log{"seek 4096", "read 3000"}));
 }
 
-TEST_F(DiskCache, AtTheEndOfTheFileAShortReadIsNoErrorAndDeliversWhatTheWindowHad) {
-  file.size = 70000;
-  Open();
-  ReadAt(cache, 4096, 1);
-  file.TakeLog();
-  Outcome outcome = ReadAt(cache, 69600, 1000);
-  EXPECT_EQ(outcome.result, 0u);
-  EXPECT_EQ(outcome.delivered, 32u);
-  EXPECT_EQ(Front(outcome.bytes, 32), ScriptedFile::BytesAt(69600, 32));
-  EXPECT_EQ(Back(outcome.bytes, 32), Bytes(968, 0xEE)) << "nothing else is written";
-  EXPECT_EQ(file.TakeLog(), (Log{"seek 69632", "read 65536"}));
-  outcome = ReadAt(cache, 80000, 10);
-  EXPECT_EQ(outcome.result, 0u);
-  EXPECT_EQ(outcome.delivered, 0u);
-}
-
-TEST_F(DiskCache, AShortReadWithAnErrorReportsItWithTheHighBit) {
-  Open();
-  file.steps = {{false, 0, 5}};
-  Outcome outcome = ReadAt(cache, 0, 10);
-  EXPECT_EQ(outcome.result, 0x80000005u);
-  EXPECT_EQ(outcome.delivered, 0u);
-  file.steps = {{true, 4, 0x80000009}};
-  outcome = ReadAt(cache, 0, 10);
-  EXPECT_EQ(outcome.result, 0x80000009u);
-  EXPECT_EQ(file.sleeps, 0u) << "without the retry flag nobody waits";
-}
-
-TEST_F(DiskCache, ACountAboveTheRequestIsAFailedRead) {
-  Open();
-  file.steps = {{true, 65537, 8}};
-  const Outcome outcome = ReadAt(cache, 0, 10);
-  EXPECT_EQ(outcome.result, 0x80000008u);
-  EXPECT_EQ(outcome.delivered, 0u);
-}
-
 TEST_F(DiskCache, TheNeedIsCountedFromTheWindowsStart) {
   // 4906 of the 5000 bytes lie in front of the position, yet they are enough for a need of 1000.
   file.size = 5000;
@@ -236,101 +164,6 @@ TEST_F(DiskCache, TheNeedIsCountedFromTheWindowsStart) {
   EXPECT_EQ(outcome.delivered, 1000u);
   EXPECT_EQ(Front(outcome.bytes, 910), ScriptedFile::BytesAt(4090, 910));
   EXPECT_EQ(Back(outcome.bytes, 910), Bytes(90, 0)) << "the buffer begins zeroed";
-}
-
-TEST_F(DiskCache, AFailedSeekIsReported) {
-  Open();
-  ReadAt(cache, 8192, 1);
-  file.TakeLog();
-  file.failSeeks = 1;
-  file.seekAnswer = 3;
-  file.error = 0x1F;
-  MessageCapture messages;
-  const Outcome outcome = ReadAt(cache, 0, 10);
-  EXPECT_EQ(outcome.result, 0x8000001Fu);
-  EXPECT_EQ(outcome.delivered, 0u);
-  EXPECT_EQ(outcome.bytes, Bytes(10, 0xEE));
-  EXPECT_EQ(messages.texts(), (Log{"Diskcache seek failed 0x0000001F "}));
-  EXPECT_EQ(file.TakeLog(), (Log{"seek 0"}));
-
-  // The window's start has moved, its end has not: what the buffer holds now counts from 0.
-  const Outcome stale = ReadAt(cache, 100, 50);
-  EXPECT_EQ(stale.delivered, 50u);
-  EXPECT_EQ(stale.bytes, ScriptedFile::BytesAt(8192 + 100, 50));
-  const Outcome outside = ReadAt(cache, 65530, 12);
-  EXPECT_EQ(outside.result, 0u);
-  EXPECT_EQ(outside.delivered, 12u);
-  EXPECT_EQ(Front(outside.bytes, 6), ScriptedFile::BytesAt(8192 + 65530, 6));
-  EXPECT_EQ(Back(outside.bytes, 6), Bytes(6, 0)) << "outside the buffer there is nothing";
-  EXPECT_EQ(file.TakeLog(), Log{});
-}
-
-TEST_F(DiskCache, AFailedSeekWithoutAnErrorIsTheHighBitAlone) {
-  Open();
-  file.failSeeks = 1;
-  file.seekAnswer = UINT64_MAX;
-  MessageCapture messages;
-  EXPECT_EQ(ReadAt(cache, 0, 10).result, 0x80000000u);
-  EXPECT_EQ(messages.texts(), (Log{"Diskcache seek failed 0x00000000 "}));
-}
-
-TEST_F(DiskCache, AFailedSeekBehindAPartKeepsThePart) {
-  Open();
-  ReadAt(cache, 0, 1);
-  file.failSeeks = 1;
-  file.error = 2;
-  MessageCapture messages;
-  const Outcome outcome = ReadAt(cache, 65500, 100);
-  EXPECT_EQ(outcome.result, 0x80000002u);
-  EXPECT_EQ(outcome.delivered, 36u);
-  EXPECT_EQ(Front(outcome.bytes, 36), ScriptedFile::BytesAt(65500, 36));
-  EXPECT_EQ(Back(outcome.bytes, 36), Bytes(64, 0xEE));
-}
-
-TEST_F(DiskCache, WithRetryAReadWaitsForTheFileToGrow) {
-  file.size = 100;
-  file.grownBySleep = 30;
-  Open(kCacheSize, true);
-  ExpectWhole(ReadAt(cache, 0, 200), 0);
-  EXPECT_EQ(file.sleeps, 4u);
-  EXPECT_EQ(file.TakeLog(),
-            (Log{"seek 0", "read 65536", "read 65436", "read 65406", "read 65376", "read 65346"}));
-  ExpectWhole(ReadAt(cache, 20, 190),
-              20);  // 210 bytes stand in the window; it ends there, so 10 more are asked for
-}
-
-TEST_F(DiskCache, WithRetryAReadGivesUpAfter1500Milliseconds) {
-  file.size = 100;
-  for (const uint32_t start : {1000u, 0xFFFFFF00u}) {  // the second clock wraps meanwhile
-    file.now = start;
-    file.sleeps = 0;
-    Open(kCacheSize, true);
-    const Outcome outcome = ReadAt(cache, 0, 200);
-    EXPECT_EQ(outcome.result, 0u);
-    EXPECT_EQ(outcome.delivered, 0u);
-    EXPECT_EQ(file.sleeps, 750u);
-    EXPECT_EQ(file.TakeLog().size(), 752u);
-  }
-}
-
-TEST_F(DiskCache, AClockThatStandsStillEndsTheWaitToo) {
-  file.size = 100;
-  file.clockMoves = false;
-  Open(kCacheSize, true);
-  EXPECT_EQ(ReadAt(cache, 0, 200).delivered, 0u);
-  EXPECT_GE(file.sleeps, 9999u);
-  EXPECT_LE(file.sleeps, 20000u);
-}
-
-TEST_F(DiskCache, AFailedReadThatALaterOneMakesUpForIsReportedPlain) {
-  Open(kCacheSize, true);
-  file.steps = {{false, 0, 6}, {true, 10, 0}};
-  const Outcome outcome = ReadAt(cache, 0, 50);
-  EXPECT_EQ(outcome.result, 6u);
-  EXPECT_EQ(outcome.delivered, 50u);
-  EXPECT_EQ(outcome.bytes, ScriptedFile::BytesAt(0, 50));
-  EXPECT_EQ(file.TakeLog(), (Log{"seek 0", "read 65536", "read 65536", "read 65526"}));
-  EXPECT_EQ(file.sleeps, 2u);
 }
 
 TEST_F(DiskCache, AnEmptyReadOutsideTheWindowSeeksAndEmptiesIt) {
@@ -343,20 +176,6 @@ TEST_F(DiskCache, AnEmptyReadOutsideTheWindowSeeksAndEmptiesIt) {
   EXPECT_EQ(file.TakeLog(), (Log{"seek 196608"}));
   ReadAt(cache, 0, 1);
   EXPECT_EQ(file.TakeLog(), (Log{"seek 0", "read 65536"}));
-}
-
-TEST_F(DiskCache, WithoutMemoryEveryReadGoesStraightToTheFile) {
-  file.failAllocations = 1;
-  EXPECT_EQ(cache.SetHandleAndCacheSize(kHandle, kCacheSize, false), 0xFFFFFFFFu);
-  ExpectWhole(ReadAt(cache, 100, 16), 100);
-  EXPECT_EQ(file.TakeLog(), (Log{"seek 100", "read 16"}));
-  Open();
-  ReadAt(cache, 0, 1);
-  file.failAllocations = 1;
-  EXPECT_EQ(cache.SetHandleAndCacheSize(kHandle, kCacheSize, false), 0xFFFFFFFFu);
-  file.TakeLog();
-  ExpectWhole(ReadAt(cache, 100, 16), 100);
-  EXPECT_EQ(file.TakeLog(), (Log{"seek 100", "read 16"})) << "the old buffer is gone";
 }
 
 TEST_F(DiskCache, ANewCacheBeginsEmpty) {
