@@ -98,7 +98,7 @@ TEST(Counter, AssignmentsGiveBackItsOwnMembers) {
   counter.GetCSpeed(speed);
   EXPECT_EQ(counter.GetTC(), 50);
   EXPECT_EQ(counter.GetLSpeed(), 65520);
-  CQLNSpeed copy;
+  CQLNSpeed copy(7);
   counter.GetCSpeed(copy);
   EXPECT_EQ(copy.Get(), 65520);
 
@@ -107,6 +107,12 @@ TEST(Counter, AssignmentsGiveBackItsOwnMembers) {
   EXPECT_EQ((clip = 25), 15);
   EXPECT_EQ((clip = CQLNPos(26, 5)).floor(), 16);
   EXPECT_EQ((clip = CQLNSpeed(77)).Get(), 77);
+}
+
+TEST(Counter, ANewOneHasItsPlayCountStillToWorkOut) {
+  CQLNTransTC counter;
+  counter = CQLNSpeed(16380);
+  EXPECT_EQ(CountOf(counter), 4);
 }
 
 TEST(Counter, AnAssignedSpeedLeavesFractionAndPlayCount) {

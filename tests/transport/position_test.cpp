@@ -60,6 +60,7 @@ TEST(Position, TellsItsSignAndEdges) {
   EXPECT_TRUE(seven.IsPlus());
   EXPECT_FALSE(seven.IsNeg());
   EXPECT_TRUE(CQLNPos(0, 1).IsPlus());
+  EXPECT_TRUE(CQLNPos(1, 0).IsPlus());
   EXPECT_FALSE(CQLNPos(0, 1).IsZero());
   EXPECT_FALSE(CQLNPos(-7, 0).IsPlus());
   EXPECT_EQ(CQLNPos(INT32_MAX, 1).ceil(), INT32_MIN);

@@ -61,6 +61,8 @@ TEST(Speed, TakesADoubleTruncatedAndHeldInside32Bits) {
   EXPECT_EQ(assigned(1.9 / 65520), 1);
   EXPECT_EQ(assigned(-1.9 / 65520), -1);
   EXPECT_EQ(assigned(32776.0), 32776 * 65520);
+  EXPECT_EQ(assigned(2147483646.5 / 65520), 2147483646);
+  EXPECT_EQ(assigned(-2147483647.5 / 65520), -2147483647);
   EXPECT_EQ(assigned(32777.0), INT32_MAX);
   EXPECT_EQ(assigned(-32777.0), INT32_MIN);
   EXPECT_EQ(assigned(1e300), INT32_MAX);
