@@ -78,9 +78,6 @@ std::string OutputFormatOf(const MediaFile& in) {
   }
   if (name.substr(0, 8) == "matroska") return "matroska";
   if (name == "mpegvideo") return "mpeg2video";
-  if (name == "mpegts" && !HasPlainTransportPackets(in.path()))
-    throw Error(in.path(), "is a transport stream with bytes around its packets, which cannot be written",
-                "remux it to packets of 188 bytes");
   if (name == "mpegts" || name == "h264" || name == "hevc") return std::string(name);
   throw Error(in.path(), fmt::format("containers of the kind {} cannot be written", name),
               "use MP4, MOV, MKV, TS, raw H.264 or raw HEVC");
@@ -100,24 +97,6 @@ void RequireEndingOf(const std::string& format, const MediaFile& in, const std::
   throw Error(path,
               fmt::format("is named as {}, but the output is {} as the input is", named->name, is->name),
               "name it ." + usual);
-}
-
-bool HasPlainTransportPackets(const std::string& path) {
-  constexpr size_t kPacket = 188;
-  constexpr size_t kLooked = 4 * kPacket;
-  constexpr char kSync = 0x47;
-  std::ifstream file(path, std::ios::binary);
-  std::array<char, 4096> head{};
-  file.read(head.data(), head.size());
-  const auto size = static_cast<size_t>(file.gcount());
-  // Some bytes may stand in front of the first packet.
-  for (size_t first = 0; first + kPacket <= size; ++first) {
-    bool all = true;
-    for (size_t at = first; at < std::min(size, first + kLooked); at += kPacket)
-      all = all && head[at] == kSync;
-    if (all) return true;
-  }
-  return false;
 }
 
 }  // namespace qlnmedia

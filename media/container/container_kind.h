@@ -21,9 +21,6 @@ std::string RequireOutput(const MediaFile& in, const std::string& path);
 // name. An ending that `in` has itself is always taken, and so is one that is not known.
 void RequireEndingOf(const std::string& format, const MediaFile& in, const std::string& path);
 
-// Whether a transport stream has packets of 188 bytes, and nothing in front of or behind each.
-bool HasPlainTransportPackets(const std::string& path);
-
 }  // namespace qlnmedia
 
 #endif

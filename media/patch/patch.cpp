@@ -8,6 +8,7 @@
 #include "patch/in_place_file.h"
 #include "patch/muxed_file.h"
 #include "patch/segment_files.h"
+#include "patch/transport_file.h"
 
 namespace qlnmedia {
 
@@ -34,6 +35,9 @@ PatchResult PatchFile(const PatchOptions& options) {
   if (options.timecodeTrack && !in.media->isIso())
     throw Error(options.in, "is no MP4 or MOV, which alone have timecode tracks",
                 "leave --timecode-track out");
+  if (options.keepRate && !in.media->isTransportStream())
+    throw Error(options.in, "is no transport stream, which alone have null packets", "leave --keep-rate out");
+  if (in.media->isTransportStream()) return PatchTransport(options, *in.media);
   return in.media->isIso() ? PatchCarried(options, in) : PatchMuxed(options, *in.media);
 }
 

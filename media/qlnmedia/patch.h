@@ -46,6 +46,9 @@ struct PatchOptions : EditOptions {
   /// MP4 and MOV that are no fragments, with `timecode`: the timecode track that the first H.264 or HEVC
   /// stream names says the same, and is put in where there is none. Not with `inPlace` or for segments.
   bool timecodeTrack = false;
+  /// Transport streams: what comes in takes null packets and stuffing only, so that a constant rate stays
+  /// one; refused where there is too little of them.
+  bool keepRate = false;
   bool dryRun = false;            ///< everything is done but writing; `out` is not looked at
   UnfinishedCallback unfinished;  ///< hears of what is made beside `out`; may be empty
   bool verify = false;  ///< the output is read back and its slices and times held against the input's

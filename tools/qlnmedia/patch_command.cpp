@@ -104,6 +104,8 @@ void AddUnitOptions(CLI::App& command, Options& options) {
           "--timecode-track", options.patch.timecodeTrack,
           "MP4, MOV: say the timecode in the timecode track as well, which is put in where there is none")
       ->needs(timecode);
+  command.add_flag("--keep-rate", options.patch.keepRate,
+                   "Transport streams: what comes in takes null packets and stuffing only, or is refused");
   command.add_option("--rate", options.patch.rate,
                      "Frames a second for --timecode and --captions: 25, 29.97, 30000/1001, where the file "
                      "says none, or nominal for the rate that a file of uneven pictures is made for");
