@@ -73,7 +73,7 @@ PatchResult PatchCarried(const PatchOptions& options, const DescribedFile& in) {
   mp4::CarrierOptions carrierOptions;
   if (!options.dryRun) carrierOptions.scratchFolder = mp4::FolderOf(options.out);
   mp4::Carrier carrier(source, carrierOptions);
-  const CarriedInput input(*in.media, options.in, carrier);
+  const CarriedInput input(in.media->streams(), options.in, carrier);
   EditedStreams streams(input, options);
   CarriedTracks tracks(input, streams, options);
   std::optional<mp4::OutputFile> out;

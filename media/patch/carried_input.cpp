@@ -13,12 +13,11 @@
 
 namespace qlnmedia {
 
-CarriedInput::CarriedInput(const MediaFile& media, std::string path, const mp4::Carrier& carrier)
-    : media_(media), path_(std::move(path)), carrier_(carrier) {}
+CarriedInput::CarriedInput(const std::vector<MediaStream>& streams, std::string path,
+                           const mp4::Carrier& carrier)
+    : streams_(streams), path_(std::move(path)), carrier_(carrier) {}
 
-uint32_t CarriedInput::TrackId(unsigned stream) const {
-  return static_cast<uint32_t>(media_.streams()[stream].id);
-}
+uint32_t CarriedInput::TrackId(unsigned stream) const { return static_cast<uint32_t>(streams_[stream].id); }
 
 const mp4::Track& CarriedInput::TrackOf(unsigned stream) const {
   const mp4::Track* const track = carrier_.FindTrack(TrackId(stream));
@@ -28,7 +27,7 @@ const mp4::Track& CarriedInput::TrackOf(unsigned stream) const {
 }
 
 std::vector<CarriedInput::Private> CarriedInput::PrivateOf(unsigned stream) const {
-  const MediaStream& described = media_.streams()[stream];
+  const MediaStream& described = streams_[stream];
   const uint32_t wanted =
       described.coded.codec == VideoCodec::kHevc ? mp4::FourCc("hvcC") : mp4::FourCc("avcC");
   std::vector<Private> all;
@@ -53,7 +52,7 @@ std::vector<uint32_t> CarriedInput::RecordBoxes(unsigned stream) const {
 SampleUnits CarriedInput::UnitsOf(unsigned stream) const {
   std::vector<Bytes> records;
   for (Private& data : PrivateOf(stream)) records.push_back(std::move(data.data));
-  return {media_.streams()[stream].coded.codec, std::move(records)};
+  return {streams_[stream].coded.codec, std::move(records)};
 }
 
 std::vector<std::vector<uint8_t>> CarriedInput::OtherPrivateData(unsigned stream) const {
@@ -78,7 +77,7 @@ void CarriedInput::FillInRate(const mp4::Track& track, StreamDescription& stream
 }
 
 StreamDescription CarriedInput::Describe(unsigned index) const {
-  const MediaStream& described = media_.streams()[index];
+  const MediaStream& described = streams_[index];
   const mp4::Track& track = TrackOf(index);
   StreamDescription stream = described.coded;
   stream.ownMarks = true;

@@ -1,4 +1,5 @@
-// An MP4 or MOV file as a patch reads it: described by libavformat, its samples out of the boxes.
+// An MP4 or MOV file as a patch reads it: described by libavformat or by its boxes, its samples out of the
+// boxes.
 #ifndef MEDIA_PATCH_CARRIED_INPUT_H
 #define MEDIA_PATCH_CARRIED_INPUT_H
 
@@ -14,11 +15,12 @@ namespace qlnmedia {
 
 class CarriedInput final : public PatchInput {
  public:
-  // `path` is what failures name. `media` is the file, or the initialization segment of `carrier`'s segment;
-  // both must outlive this.
-  CarriedInput(const MediaFile& media, std::string path, const mp4::Carrier& carrier);
+  // `path` is what failures name. `streams` are the file's, or those of the initialization segment of
+  // `carrier`'s segment; both must outlive this.
+  CarriedInput(const std::vector<MediaStream>& streams, std::string path, const mp4::Carrier& carrier);
 
-  const MediaFile& media() const override { return media_; }
+  const std::vector<MediaStream>& streams() const override { return streams_; }
+  bool describesPictures() const override { return true; }
   const std::string& path() const override { return path_; }
   bool carried() const override { return true; }
   StreamDescription Describe(unsigned stream) const override;
@@ -41,7 +43,7 @@ class CarriedInput final : public PatchInput {
   const mp4::Track& TrackOf(unsigned stream) const;
   void FillInRate(const mp4::Track& track, StreamDescription& stream) const;
 
-  const MediaFile& media_;
+  const std::vector<MediaStream>& streams_;
   std::string path_;
   const mp4::Carrier& carrier_;
 };

@@ -9,8 +9,10 @@
 #include <array>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include "base/error.h"
+#include "container/box_streams.h"
 #include "container/mp4/movie.h"
 
 namespace qlnmedia {
@@ -95,15 +97,41 @@ std::unique_ptr<MediaFile> MovieAlone(const std::string& path) {
   }
 }
 
+// Timecodes and signs of fields go by rates, captions by times, and the comparison needs an independent
+// reader.
+bool BoxesAreEnough(const PatchOptions& options) {
+  const bool compares = options.verify && !options.dryRun;
+  return options.timecode.empty() && !options.interlaced && !options.captions && !compares;
+}
+
 }  // namespace
 
 DescribedFile OpenDescribed(const std::string& path) {
+  DescribedFile file;
   try {
-    return {std::make_unique<MediaFile>(path), true};
+    file.media = std::make_unique<MediaFile>(path);
   } catch (const Error&) {
-    if (auto alone = MovieAlone(path)) return {std::move(alone), false};
-    throw;
+    file.media = MovieAlone(path);
+    if (file.media == nullptr) throw;
+    file.whole = false;
   }
+  file.streams = file.media->streams();
+  return file;
+}
+
+DescribedFile DescribeFor(const PatchOptions& options, const mp4::Carrier& carrier) {
+  if (BoxesAreEnough(options)) {
+    DescribedFile file;
+    auto streams = StreamsOfBoxes(carrier.source(), carrier.layout());
+    const auto shows = [](const MediaStream& stream) { return stream.movingPictures; };
+    if (streams && std::any_of(streams->begin(), streams->end(), shows)) {
+      file.streams = std::move(*streams);
+      return file;
+    }
+  }
+  DescribedFile file = OpenDescribed(options.in);
+  file.media->RequireVideo();
+  return file;
 }
 
 }  // namespace qlnmedia

@@ -52,7 +52,7 @@ bool EditedStreams::ChangesPictures(unsigned index) const {
 }
 
 void EditedStreams::RequireTrueOfDolbyVision(unsigned index) const {
-  const std::optional<DolbyVisionConfiguration>& record = in_.media().streams()[index].dolbyVision;
+  const std::optional<DolbyVisionConfiguration>& record = in_.streams()[index].dolbyVision;
   if (!record) return;
   if (!in_.carried())
     Fail(index, "is a Dolby Vision track, whose metadata would no longer fit", "patch the base layer alone");
@@ -77,7 +77,7 @@ void EditedStreams::RequireTrueOfDolbyVision(unsigned index) const {
 
 // Where samples cannot be read, only what stands outside of them is changed.
 void EditedStreams::RequireClear(unsigned index) const {
-  if (!in_.media().streams()[index].encrypted) return;
+  if (!in_.streams()[index].encrypted) return;
   const bool messages = options_.mastering || options_.lightLevel || !options_.timecode.empty() ||
                         options_.interlaced || options_.delimiters || options_.recoveryPoints;
   if (index == captioned_ || (messages && EditsUnits(streams_.at(index).stream.codec)))
@@ -85,7 +85,7 @@ void EditedStreams::RequireClear(unsigned index) const {
 }
 
 void EditedStreams::FindStreams() {
-  const std::vector<MediaStream>& all = in_.media().streams();
+  const std::vector<MediaStream>& all = in_.streams();
   for (const MediaStream& stream : all) {
     if (!stream.movingPictures || !EditsUnits(stream.coded.codec)) continue;
     RequireTrueOfDolbyVision(stream.index);
@@ -134,12 +134,6 @@ void EditedStreams::MakeEditor(unsigned index, EditedStream& edited, CaptionProv
   edited.editor = std::make_unique<StreamEditor>(edited.stream, changes, edited.survey.get(), where);
 }
 
-// Raw and transport streams have no place for it, nor for a size.
-bool EditedStreams::HasContainerColour() const {
-  const MediaFile& media = in_.media();
-  return !media.isRawStream() && !media.isTransportStream();
-}
-
 std::string EditedStreams::LineOf(unsigned index, const EditedStream& edited) const {
   EditCounts counts = edited.editor->counts();
   for (const auto& other : edited.others) {
@@ -158,8 +152,8 @@ std::string EditedStreams::LineOf(unsigned index, const EditedStream& edited) co
   if (counts.privateSequenceSets != 0)
     add(fmt::format("{} sequence parameter sets in the {} changed", counts.privateSequenceSets,
                     ConfigOf(edited.stream).box ? boxName : "private data"));
-  if ((options_.colour || options_.fullRange) && HasContainerColour()) add("container colour set");
-  if (options_.cropping && HasContainerColour() && counts.sequenceSets + counts.privateSequenceSets != 0)
+  if ((options_.colour || options_.fullRange) && in_.describesPictures()) add("container colour set");
+  if (options_.cropping && in_.describesPictures() && counts.sequenceSets + counts.privateSequenceSets != 0)
     add("container size set");
   count(counts.unitsRemoved, "units taken out");
   count(counts.messagesRemoved, "messages taken out");

@@ -46,7 +46,6 @@ class EditedStreams {
   void RequireTrueOfDolbyVision(unsigned index) const;
   void RequireClear(unsigned index) const;
   void Survey();
-  bool HasContainerColour() const;
   bool NeedsSigns(const StreamDescription& stream) const;
   void MakeEditor(unsigned index, EditedStream& edited, CaptionProvider captions);
   std::string LineOf(unsigned index, const EditedStream& edited) const;

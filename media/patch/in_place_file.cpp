@@ -60,9 +60,9 @@ PatchResult PatchInPlace(const PatchOptions& options) {
   mp4::InPlaceWork steps;
   steps.write = !options.dryRun;
   steps.make = [&](const mp4::Carrier& carrier) -> const mp4::Change& {
-    work.file = OpenDescribed(options.in);
-    work.file.media->RequireVideo();
-    work.input = std::make_unique<CarriedInput>(*work.file.media, options.in, carrier);
+    work.file = DescribeFor(options, carrier);
+    work.file.media.reset();  // whose index of samples takes more memory than all that follows
+    work.input = std::make_unique<CarriedInput>(work.file.streams, options.in, carrier);
     work.streams = std::make_unique<EditedStreams>(*work.input, options);
     work.tracks = std::make_unique<CarriedTracks>(*work.input, *work.streams, options);
     // The movie alone has no packets; its tables are looked at before anything is written.

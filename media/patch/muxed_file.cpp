@@ -30,7 +30,8 @@ class MuxedInput final : public PatchInput {
  public:
   explicit MuxedInput(const MediaFile& in) : in_(in) {}
 
-  const MediaFile& media() const override { return in_; }
+  const std::vector<MediaStream>& streams() const override { return in_.streams(); }
+  bool describesPictures() const override { return !in_.isRawStream() && !in_.isTransportStream(); }
   const std::string& path() const override { return in_.path(); }
   bool carried() const override { return false; }
   StreamDescription Describe(unsigned stream) const override { return DescribeStream(in_, stream); }

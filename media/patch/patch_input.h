@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "container/media_file.h"
+#include "container/media_stream.h"
 #include "qlnmedia/progress.h"
 
 namespace qlnmedia {
@@ -17,8 +17,10 @@ class PatchInput {
   using Take = std::function<void(unsigned stream, const PacketView& packet)>;
 
   virtual ~PatchInput() = default;
-  // What is read of its streams; all that is there has an index in it.
-  virtual const MediaFile& media() const = 0;
+  // Its streams by index.
+  virtual const std::vector<MediaStream>& streams() const = 0;
+  // True where the container around them has a place for their colour and their size.
+  virtual bool describesPictures() const = 0;
   // What failures name.
   virtual const std::string& path() const = 0;
   // A stream as its editor takes it.

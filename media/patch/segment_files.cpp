@@ -62,7 +62,7 @@ class Segments {
     mp4::CarrierOptions carrierOptions;
     carrierOptions.scratchFolder = scratch;
     carrier_ = std::make_unique<mp4::Carrier>(*source_, carrierOptions);
-    input_ = std::make_unique<CarriedInput>(media_, options.in, *carrier_);
+    input_ = std::make_unique<CarriedInput>(media_.streams(), options.in, *carrier_);
     streams_ = std::make_unique<EditedStreams>(*input_, options);
     tracks_ = std::make_unique<CarriedTracks>(*input_, *streams_, options);
     const auto bytes = static_cast<int64_t>(source_->size());

@@ -57,7 +57,7 @@ const char* NewsText(mp4::TimecodeTrackNews news) {
 
 TimecodedInput PutTimecodeTrack(const mp4::Source& file, const MediaFile& in, const PatchOptions& options) {
   const mp4::Carrier plain(file);
-  const CarriedInput input(in, options.in, plain);
+  const CarriedInput input(in.streams(), options.in, plain);
   for (const MediaStream& stream : in.streams()) {
     if (!stream.movingPictures || !UnitCodecOf(stream.coded.codec)) continue;
     const mp4::TimecodeFacts facts = FactsOf(input.Describe(stream.index), options);

@@ -71,6 +71,7 @@ int PatchAll(const fs::path& folder, const fs::path& out) {
       WriteFile(out / (file.stem().string() + "." + name + file.extension().string()), output);
     }
     if (init.empty() && untrue.empty()) judge(file, "in place", JudgeInPlace(bytes));
+    if (init.empty()) judge(file, "boxes", JudgeBoxStreams(bytes));
   }
   std::printf("%zu files, %zu wrong\n", files.size(), wrong);
   return wrong == 0 ? 0 : 1;

@@ -121,6 +121,7 @@ TEST_P(MuxedFiles, EveryOptionOfTheMuxer) {
     ExpectCarried(path, hevc, files % 4 == 0);
     // scripts/matrix_mp4.sh has these judged by others as well.
     EXPECT_EQ(JudgePatch(ReadFile(path), {}, files % 2 == 0 ? Wishes::kDelimiters : Wishes::kEverything), "");
+    EXPECT_EQ(JudgeBoxStreams(ReadFile(path)), "");
     if (files % 3 == 0) {
       EXPECT_EQ(JudgeInPlace(ReadFile(path)), "");
     }
@@ -236,6 +237,8 @@ TEST(HintTracks, ChangesOfWhatTheySendAreRefused) {
       "mp4-hinted.mp4", "ffmpeg -v error -y -i " + Coded(false) + " -map 0 -c copy -movflags +rtphint {out}");
   const std::string out = MediaPath("mp4-hinted-out.mp4");
   EXPECT_THAT(Refusal([&] { CarryFile(path, out, AddFiller(false)); }), testing::HasSubstr("hint"));
+  // What stands outside of samples changes beside them.
+  EXPECT_EQ(JudgeInPlace(ReadFile(path)), "");
 }
 
 }  // namespace

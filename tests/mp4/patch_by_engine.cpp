@@ -8,6 +8,8 @@
 #include <map>
 #include <set>
 
+#include "container/box_streams.h"
+#include "patch/described_file.h"
 #include "support/media.h"
 
 namespace qln::test::mp4 {
@@ -210,6 +212,52 @@ std::string JudgeInPlace(const Bytes& file) {
     return error.what();
   }
   return ReadFile(path) == changed ? "" : "changed again it is another file";
+}
+
+std::string JudgeBoxStreams(const Bytes& file, size_t* byBoxes) {
+  using qlnmedia::MediaStream;
+  const std::string path = ScratchFolder() + "/described.mp4";
+  WriteFile(path, file);
+  const qlnmedia::mp4::FileSource source(path);
+  const auto boxes = qlnmedia::StreamsOfBoxes(source, qlnmedia::mp4::ReadLayout(source));
+  if (!boxes) return {};
+  if (byBoxes != nullptr) ++*byBoxes;
+  const std::vector<MediaStream> streams = qlnmedia::OpenDescribed(path).streams;
+  const auto isEdited = [](const MediaStream& stream) {
+    return stream.movingPictures && qlnmedia::UnitCodecOf(stream.coded.codec);
+  };
+  const auto levels = [](const MediaStream& stream) {
+    const qlnmedia::DolbyVisionConfiguration none{};
+    const auto& record = stream.dolbyVision.value_or(none);
+    return std::vector<int>{stream.dolbyVision.has_value(),
+                            record.dv_version_major,
+                            record.dv_version_minor,
+                            record.dv_profile,
+                            record.dv_level,
+                            record.rpu_present_flag,
+                            record.el_present_flag,
+                            record.bl_present_flag,
+                            record.dv_bl_signal_compatibility_id};
+  };
+  for (size_t i = 0; i < std::max(streams.size(), boxes->size()); ++i) {
+    const std::string name = "stream " + std::to_string(i);
+    if (i >= streams.size()) return name + " is none";
+    const bool edited = i < boxes->size() && isEdited((*boxes)[i]);
+    if (isEdited(streams[i]) != edited) return name + " is of another kind";
+    if (i >= boxes->size()) continue;
+    const MediaStream& is = (*boxes)[i];
+    const MediaStream& shall = streams[i];
+    if (is.index != i || is.id != shall.id) return name + " has another number";
+    if (!edited) continue;
+    if (is.coded.codec != shall.coded.codec) return name + " has another codec";
+    if (is.coded.privateData != shall.coded.privateData) return name + " has other private data";
+    if (is.encrypted != shall.encrypted) return name + " is encrypted, or not";
+    if (is.container.width != shall.container.width || is.container.height != shall.container.height)
+      return name + " has another size";
+    if (is.container.fieldOrder != shall.container.fieldOrder) return name + " has another field order";
+    if (levels(is) != levels(shall)) return name + " has another Dolby Vision configuration";
+  }
+  return {};
 }
 
 }  // namespace qln::test::mp4

@@ -33,6 +33,10 @@ std::string JudgePatch(const Bytes& file, const Bytes& init, Wishes wishes, Byte
 // space, and a second change writes nothing. A change that does not fit is no fault.
 std::string JudgeInPlace(const Bytes& file);
 
+// Whether boxes alone describe the streams of a file as libavformat does, as far as a patch asks. `byBoxes`
+// counts the files that they describe.
+std::string JudgeBoxStreams(const Bytes& file, size_t* byBoxes = nullptr);
+
 }  // namespace qln::test::mp4
 
 #endif

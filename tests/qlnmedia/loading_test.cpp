@@ -6,6 +6,7 @@
 #include <string>
 
 #include "qlnmedia/program.h"
+#include "support/media.h"
 #include "support/test_support.h"
 
 namespace qln::test {
@@ -35,6 +36,24 @@ TEST(Loading, CommandsWithoutMediaDoWithoutLibav) {
     EXPECT_NE(told.find("libqlnmedia.so"), std::string::npos) << arguments;
     EXPECT_EQ(told.find("libav"), std::string::npos) << arguments;
   }
+}
+
+// Loading it would take longer than the change.
+TEST(Loading, AChangeInPlaceDoesWithoutLibav) {
+  const std::string clip =
+      MediaFile("loading_clip.mp4",
+                "ffmpeg -v error -y -f lavfi -i color=s=64x64:r=25:d=0.2 -f lavfi -i sine=d=0.2 "
+                "-c:v libx264 -preset ultrafast -pix_fmt yuv420p -c:a aac {out}");
+  const std::string own = MediaPath("loading_own.mp4");
+  std::filesystem::copy_file(clip, own, std::filesystem::copy_options::overwrite_existing);
+  for (const char* change :
+       {"--colour bt2020-pq", "--hdr p3 --dry-run", "--level 4.1", "--colour bt709 --sar 4:3"}) {
+    const std::string told = LinkerTold("patch --in-place '" + own + "' " + change);
+    EXPECT_NE(told.find("libqlnmedia.so"), std::string::npos) << change;
+    EXPECT_EQ(told.find("libav"), std::string::npos) << change;
+  }
+  EXPECT_NE(ReadFile(own), ReadFile(clip));
+  std::filesystem::remove(own);
 }
 
 TEST(Loading, AMediaFileBringsLibav) {

@@ -60,7 +60,8 @@ struct Track {
   std::vector<Box> auxiliaryOffsets;  // saio
   std::vector<Box> subSamples;        // subs
   std::vector<Box> metas;
-  std::vector<uint32_t> hinted;  // tracks whose samples this one tells a server how to send (tref, 'hint')
+  std::vector<uint32_t> hinted;    // tracks whose samples this one tells a server how to send (tref, 'hint')
+  std::vector<uint32_t> chapters;  // tracks that hold its chapters (tref, 'chap')
   // Why what the track holds cannot be relied on; empty where it can. Throw through Require.
   std::string problem;
 

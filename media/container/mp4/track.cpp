@@ -48,14 +48,18 @@ class TrackReader {
       track_.media = box;
       ForEach(box, 0, [this](const Box& inner) { TakeOfMedia(inner); });
     } else if (box.type == FourCc("tref")) {
-      const auto hint = FindBox(reader_, box, FourCc("hint"));
-      for (uint64_t at = hint ? hint->body : 0; hint && hint->end - at >= 4 && track_.hinted.size() < 64;
-           at += 4) {
-        track_.hinted.push_back(reader_.U32(at));
-      }
+      TakeTracks(box, FourCc("hint"), track_.hinted);
+      TakeTracks(box, FourCc("chap"), track_.chapters);
     } else {
       TakeMetas(reader_, box, track_.metas);
     }
+  }
+
+  void TakeTracks(const Box& references, uint32_t type, std::vector<uint32_t>& tracks) {
+    constexpr size_t kMost = 64;
+    const auto box = FindBox(reader_, references, type);
+    for (uint64_t at = box ? box->body : 0; box && box->end - at >= 4 && tracks.size() < kMost; at += 4)
+      tracks.push_back(reader_.U32(at));
   }
 
   void TakeOfMedia(const Box& box) {
