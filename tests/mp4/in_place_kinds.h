@@ -35,6 +35,14 @@ struct Kind {
   qlnmedia::mp4::InPlaceResult::Movie movie = qlnmedia::mp4::InPlaceResult::Movie::kStays;
 };
 
+// The movie at the end of a file says no size.
+inline Bytes WithOpenMovie(Bytes file) {
+  for (const Node& node : ListFile(file).boxes) {
+    if (node.type == "moov") std::fill_n(file.begin() + static_cast<std::ptrdiff_t>(node.at), 4, uint8_t{0});
+  }
+  return file;
+}
+
 inline std::vector<Kind> Kinds() {
   const auto free = [](size_t bytes) { return Box("free", Noise(bytes, 1)); };
   return {
@@ -55,6 +63,9 @@ inline std::vector<Kind> Kinds() {
       {"grows at the end", BuildMovie({.tracks = {SomeTrack()}, .moovFirst = false}), true, Noise(77, 8),
        qlnmedia::mp4::InPlaceResult::Movie::kGrowsAtTheEnd},
       {"shrinks at the end", BuildMovie({.tracks = {SomeTrack()}, .moovFirst = false}), true, Noise(3, 8),
+       qlnmedia::mp4::InPlaceResult::Movie::kGrowsAtTheEnd},
+      {"grows at the end, which is open",
+       WithOpenMovie(BuildMovie({.tracks = {SomeTrack()}, .moovFirst = false})), true, Noise(77, 8),
        qlnmedia::mp4::InPlaceResult::Movie::kGrowsAtTheEnd},
       {"moves to the end", BuildMovie({.tracks = {SomeTrack()}}), true, Noise(31, 8),
        qlnmedia::mp4::InPlaceResult::Movie::kMovesToTheEnd},

@@ -38,20 +38,63 @@ class LockedFile {
   int descriptor_;
 };
 
-// New bytes for a stretch of the file: those of the splices over [from, to), in front and behind what is
-// told.
+// New bytes for a stretch of the file that is more than one splice: those of the splices over [from, to), and
+// what is told in their stead or behind them.
 struct Stretch {
   uint64_t at = 0;  // where it is written
   Bytes front;
   uint64_t from = 0, to = 0;
   Bytes back;
-  uint64_t bytes = 0;  // all of it
+  uint64_t bytes = 0;    // all of it
+  uint64_t spooled = 0;  // where they stand in the spool, once they are gathered
 };
 
-struct Layup {
-  std::vector<Stretch> stretches;  // in the order of the file
-  uint64_t size = 0;               // of the file afterwards
+// What is written: the splices, each where it stands, but for those of a movie that grows, which gets
+// stretches. Of these there are a few at most.
+class Layup {
+ public:
+  explicit Layup(const Splices& splices) : splices_(&splices) {}
+
+  std::vector<Stretch> stretches;                   // in the order of the file
+  size_t firstOfMovie = SIZE_MAX, behindMovie = 0;  // indices of the splices that stretches stand for
+  uint64_t size = 0;                                // of the file afterwards
   InPlaceResult::Movie movie = InPlaceResult::Movie::kStays;
+
+  const Splices& splices() const { return *splices_; }
+  bool IsOfStretch(size_t splice) const { return splice >= firstOfMovie && splice < behindMovie; }
+
+  // Calls `ofSplice` or `ofStretch` with each of what is written, in the order of the file.
+  template <typename OfSplice, typename OfStretch>
+  void ForEach(OfSplice ofSplice, OfStretch ofStretch) const {
+    auto stretch = stretches.begin();
+    for (size_t i = 0; i < splices_->size(); ++i) {
+      if (IsOfStretch(i)) continue;
+      const Splices::Splice splice = splices_->At(i);
+      for (; stretch != stretches.end() && stretch->at <= splice.at; ++stretch) ofStretch(*stretch);
+      if (splice.removed != 0) ofSplice(splice);
+    }
+    for (; stretch != stretches.end(); ++stretch) ofStretch(*stretch);
+  }
+
+  Regions regions() const {
+    return [this](const std::function<void(const Region&)>& take) {
+      ForEach(
+          [&take](const Splices::Splice& splice) {
+            take({splice.at, splice.removed});
+          },
+          [&take](const Stretch& stretch) {
+            take({stretch.at, stretch.bytes});
+          });
+    };
+  }
+  uint64_t bytes() const {
+    uint64_t sum = 0;
+    regions()([&sum](const Region& region) { sum += region.bytes; });
+    return sum;
+  }
+
+ private:
+  const Splices* splices_;
 };
 
 // Writes at a place of the file, piece by piece.
@@ -94,20 +137,16 @@ class SpoolSink final : public Sink {
 
 class Placer {
  public:
-  explicit Placer(const Carrier& carrier) : carrier_(carrier), source_(carrier.source()), reader_(source_) {}
+  explicit Placer(const Carrier& carrier)
+      : carrier_(carrier), source_(carrier.source()), reader_(source_), out_(carrier.splices()) {}
 
   Layup Place() {
     out_.size = source_.size();
     RequireOthersFit();
-    if (growth_ == 0 && !splicesOfMovieGrow_) {
-      for (size_t i = 0; i < carrier_.splices().size(); ++i) AddSplice(carrier_.splices().At(i));
-      return std::move(out_);
-    }
+    if (growth_ == 0 && !splicesOfMovieGrow_) return std::move(out_);
     const Box& movie = carrier_.layout().movies.front().box;
-    for (size_t i = 0; i < carrier_.splices().size(); ++i) {
-      const auto splice = carrier_.splices().At(i);
-      if (splice.at < movie.at || splice.at >= movie.end) AddSplice(splice);
-    }
+    out_.firstOfMovie = carrier_.splices().FirstFrom(movie.at);
+    out_.behindMovie = carrier_.splices().FirstFrom(movie.end);
     PlaceMovie(movie);
     std::sort(out_.stretches.begin(), out_.stretches.end(),
               [](const Stretch& a, const Stretch& b) { return a.at < b.at; });
@@ -142,18 +181,13 @@ class Placer {
     if (uneven) Refuse(missing);
   }
 
-  void AddSplice(const Splices::Splice& splice) {
-    if (splice.removed == 0) return;
-    out_.stretches.push_back({splice.at, {}, splice.at, splice.at + splice.removed, {}, splice.removed});
-  }
-
   // Where the movie's first changed byte is: what is in front of it may stay.
   uint64_t FirstChange(const Box& movie) const {
     return carrier_.splices().At(carrier_.splices().FirstFrom(movie.at)).at;
   }
 
   void PlaceMovie(const Box& movie) {
-    if (movie.overruns || movie.toEnd) throw source_.Fault(movie.at, "box 'moov' is open at its end");
+    if (movie.overruns) throw source_.Fault(movie.at, "box 'moov' is open at its end");
     const uint64_t size = movie.size() + static_cast<uint64_t>(growth_);
     const uint64_t from = FirstChange(movie);
     if (growth_ == 0) return AddMovie(from, movie.end, {}, size - (from - movie.at));
@@ -173,7 +207,7 @@ class Placer {
       behind = behind || box.at == movie.at;
     }
     const bool whole = !open && level.at() == source_.size();
-    if (last && whole) {
+    if (last && (whole || movie.toEnd)) {
       out_.movie = InPlaceResult::Movie::kGrowsAtTheEnd;
       AddMovie(from, movie.end, {}, size - (from - movie.at));
       out_.size = movie.at + size;
@@ -187,8 +221,8 @@ class Placer {
       AddMovie(from, movie.end, head, size - (from - movie.at) + head.size());
     } else if (whole && carrier_.layout().fragments.empty()) {
       out_.movie = InPlaceResult::Movie::kMovesToTheEnd;
-      out_.stretches.push_back({movie.at + 4, NumberBytes(FourCc("free"), 4), 0, 0, {}, 4});
-      out_.stretches.push_back({source_.size(), {}, movie.at, movie.end, {}, size});
+      out_.stretches.push_back({movie.at + 4, NumberBytes(FourCc("free"), 4), 0, 0, {}, 4, 0});
+      out_.stretches.push_back({source_.size(), {}, movie.at, movie.end, {}, size, 0});
       out_.size = source_.size() + size;
     } else {
       Refuse(growth_ - static_cast<int64_t>(free));
@@ -208,7 +242,7 @@ class Placer {
   }
 
   void AddMovie(uint64_t from, uint64_t to, Bytes back, uint64_t bytes) {
-    out_.stretches.push_back({from, {}, from, to, std::move(back), bytes});
+    out_.stretches.push_back({from, {}, from, to, std::move(back), bytes, 0});
   }
 
   const Carrier& carrier_;
@@ -219,17 +253,11 @@ class Placer {
   bool splicesOfMovieGrow_ = false;
 };
 
-// What the file will be: its bytes, with the stretches over them, which wait in a spool.
+// What the file will be: its bytes, with splices and stretches over them, the latter out of a spool.
 class PlannedFile final : public Source {
  public:
   PlannedFile(const Source& file, const Layup& layup, const Spool& spool)
-      : file_(file), layup_(layup), spool_(spool) {
-    uint64_t spooled = 0;
-    for (const Stretch& stretch : layup.stretches) {
-      spooledAt_.push_back(spooled);
-      spooled += stretch.bytes;
-    }
-  }
+      : file_(file), layup_(layup), spool_(spool) {}
 
   const std::string& name() const override { return file_.name(); }
   uint64_t size() const override { return layup_.size; }
@@ -238,14 +266,26 @@ class PlannedFile final : public Source {
     const uint64_t end = at + to.size();
     if (at < file_.size())
       file_.Read(at, to.first(static_cast<size_t>(std::min<uint64_t>(to.size(), file_.size() - at))));
-    const std::vector<Stretch>& all = layup_.stretches;
-    auto stretch = std::partition_point(all.begin(), all.end(),
-                                        [at](const Stretch& one) { return one.at + one.bytes <= at; });
-    for (; stretch != all.end() && stretch->at < end; ++stretch) {
-      const uint64_t from = std::max(at, stretch->at);
-      const uint64_t until = std::min(end, stretch->at + stretch->bytes);
-      spool_.Read(spooledAt_[static_cast<size_t>(stretch - all.begin())] + from - stretch->at,
-                  to.subspan(static_cast<size_t>(from - at), static_cast<size_t>(until - from)));
+    // The part of what is written at `place` that is asked for: from which of its bytes on, and where to.
+    const auto over = [&](uint64_t place, uint64_t bytes, const auto& read) {
+      const uint64_t from = std::max(at, place);
+      const uint64_t until = std::min(end, place + bytes);
+      if (from >= until) return;
+      read(from - place, to.subspan(static_cast<size_t>(from - at), static_cast<size_t>(until - from)));
+    };
+    const Splices& splices = layup_.splices();
+    size_t i = splices.FirstFrom(at);
+    // The one in front may reach in.
+    for (i -= i == 0 ? 0 : 1; i < splices.size(); ++i) {
+      if (layup_.IsOfStretch(i)) continue;
+      const Splices::Splice splice = splices.At(i);
+      if (splice.at >= end) break;
+      over(splice.at, splice.removed,
+           [&](uint64_t from, std::span<uint8_t> part) { splices.ReadNew(splice, from, part); });
+    }
+    for (const Stretch& stretch : layup_.stretches) {
+      over(stretch.at, stretch.bytes,
+           [&](uint64_t from, std::span<uint8_t> part) { spool_.Read(stretch.spooled + from, part); });
     }
   }
 
@@ -253,46 +293,50 @@ class PlannedFile final : public Source {
   const Source& file_;
   const Layup& layup_;
   const Spool& spool_;
-  std::vector<uint64_t> spooledAt_;  // of each stretch
 };
 
-// Puts all that is to be written together, one stretch behind the other.
-void Gather(const Carrier& carrier, const Layup& layup, Spool& spool) {
+// Puts the stretches together, one behind the other, since they are made of what they overwrite.
+void Gather(const Carrier& carrier, Layup& layup, Spool& spool) {
   SpoolSink gather(spool);
-  for (const Stretch& stretch : layup.stretches) {
-    const uint64_t from = spool.size();
+  for (Stretch& stretch : layup.stretches) {
+    stretch.spooled = spool.size();
     gather.Write(stretch.front);
     carrier.splices().Apply(carrier.source(), stretch.from, stretch.to, gather, [](uint64_t) {});
     gather.Write(stretch.back);
-    if (spool.size() - from != stretch.bytes)
+    if (spool.size() - stretch.spooled != stretch.bytes)
       throw Error(carrier.source().name(), "a stretch came out in another size; nothing was written");
   }
 }
 
-uint64_t WriteStretches(const Carrier& carrier, const Layup& layup, const Spool& spool, int descriptor,
-                        const std::string& path, Disk& disk) {
-  std::vector<Region> regions;
-  for (const Stretch& stretch : layup.stretches) regions.push_back({stretch.at, stretch.bytes});
-  // What is cut off the file's end has to come back as well.
-  if (layup.size < carrier.source().size())
-    regions.push_back({layup.size, carrier.source().size() - layup.size});
-  WriteJournal(JournalPath(path), carrier.source(), regions, disk);
-  uint64_t at = 0;
-  Bytes piece;
-  for (const Stretch& stretch : layup.stretches) {
+void WriteLayup(const Source& source, const Layup& layup, const Spool& spool, int descriptor,
+                const std::string& path, Disk& disk) {
+  const bool shortens = layup.size < source.size();
+  WriteJournal(
+      JournalPath(path), source,
+      [&](const std::function<void(const Region&)>& take) {
+        layup.regions()(take);
+        // What is cut off the file's end has to come back as well.
+        if (shortens) take({layup.size, source.size() - layup.size});
+      },
+      disk);
+  const auto ofSplice = [&](const Splices::Splice& splice) {
+    PlaceSink sink(disk, descriptor, splice.at, path);
+    layup.splices().WriteNew(splice, sink);
+  };
+  const auto ofStretch = [&](const Stretch& stretch) {
     PlaceSink sink(disk, descriptor, stretch.at, path);
-    for (uint64_t left = stretch.bytes; left > 0; left -= piece.size()) {
-      piece.resize(static_cast<size_t>(std::min<uint64_t>(size_t{1} << 16, left)));
-      spool.Read(at, piece);
+    Bytes piece;
+    for (uint64_t done = 0; done < stretch.bytes; done += piece.size()) {
+      piece.resize(static_cast<size_t>(std::min<uint64_t>(size_t{1} << 16, stretch.bytes - done)));
+      spool.Read(stretch.spooled + done, piece);
       sink.Write(piece);
-      at += piece.size();
     }
-  }
-  if (layup.size < carrier.source().size() && disk.Truncate(descriptor, layup.size) != 0) {
+  };
+  layup.ForEach(ofSplice, ofStretch);
+  if (shortens && disk.Truncate(descriptor, layup.size) != 0) {
     throw Error(path, std::string("cannot be made shorter: ") + std::strerror(errno));
   }
   FlushFile(disk, descriptor, path);
-  return at;
 }
 
 Recovered RecoverLocked(const std::string& path, int descriptor, Disk& disk) {
@@ -334,16 +378,16 @@ InPlaceResult ChangeInPlace(const std::string& path, const InPlaceWork& work, co
   InPlaceResult result;
   result.counts = carrier.Prepare(work.make(carrier), true);
   if (carrier.changesNothing()) return result;
-  const Layup layup = Placer(carrier).Place();
+  Layup layup = Placer(carrier).Place();
   result.movie = layup.movie;
-  for (const Stretch& stretch : layup.stretches) result.bytesWritten += stretch.bytes;
+  result.bytesWritten = layup.bytes();
   // All of it is put together and looked at before the first byte is overwritten.
   Spool spool(options.scratchFolder);
   Gather(carrier, layup, spool);
   CheckLayoutInPlace(carrier, PlannedFile(source, layup, spool), path);
   if (!work.write) return result;
   try {
-    result.bytesWritten = WriteStretches(carrier, layup, spool, file.descriptor(), path, disk);
+    WriteLayup(source, layup, spool, file.descriptor(), path, disk);
     if (work.check) work.check();
     RemoveJournal(JournalPath(path), disk);
   } catch (...) {

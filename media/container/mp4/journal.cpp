@@ -35,21 +35,24 @@ class Checksum {
 };
 
 // Over the ends of the first `size` bytes of a file, but for what changes.
-uint64_t Fingerprint(const Source& file, uint64_t size, const std::vector<Region>& regions) {
-  Checksum sum;
-  const auto take = [&](uint64_t from, uint64_t to) {
-    Bytes piece(static_cast<size_t>(to - from));
-    file.Read(from, piece);
-    for (const Region& region : regions) {
-      const uint64_t begin = std::max(from, region.at);
-      const uint64_t end = std::min(to, region.at + region.bytes);
-      for (uint64_t at = begin; at < end; ++at) piece[static_cast<size_t>(at - from)] = 0;
-    }
-    sum.Take(piece);
+uint64_t Fingerprint(const Source& file, uint64_t size, const Regions& regions) {
+  struct End {
+    uint64_t from = 0;
+    Bytes bytes;
   };
   const uint64_t front = std::min(size, kFingerprintBytes);
-  take(0, front);
-  take(std::max(front, size - front), size);
+  const uint64_t back = std::max(front, size - front);
+  End ends[2] = {{0, Bytes(static_cast<size_t>(front))}, {back, Bytes(static_cast<size_t>(size - back))}};
+  for (End& end : ends) file.Read(end.from, end.bytes);
+  regions([&ends](const Region& region) {
+    for (End& end : ends) {
+      const uint64_t from = std::max(end.from, region.at);
+      const uint64_t to = std::min(end.from + end.bytes.size(), region.at + region.bytes);
+      for (uint64_t at = from; at < to; ++at) end.bytes[static_cast<size_t>(at - end.from)] = 0;
+    }
+  });
+  Checksum sum;
+  for (const End& end : ends) sum.Take(end.bytes);
   return sum.value();
 }
 
@@ -113,10 +116,11 @@ struct Saved {
   uint64_t at = 0;  // of its bytes in the journal
 };
 
-std::vector<Saved> ReadRegions(Reader& reader) {
+// Calls `take` with each region of a whole journal. Throws Error where they do not fit together.
+template <typename Take>
+void ForEachSaved(Reader& reader, Take take) {
   const uint64_t fileSize = reader.U64(8);
   const uint64_t end = reader.size() - 8;
-  std::vector<Saved> out;
   uint64_t at = kHeadBytes;
   for (uint64_t left = reader.U64(24); left > 0; --left) {
     Saved saved;
@@ -127,31 +131,45 @@ std::vector<Saved> ReadRegions(Reader& reader) {
       throw reader.source().Fault(at, "the journal does not fit together");
     }
     at = saved.at + saved.region.bytes;
-    out.push_back(saved);
+    take(saved);
   }
-  return out;
+}
+
+// Where a file of now `is` bytes, which had `size`, was cut off at the latest: what was cut off its end is
+// among the regions, which then stand behind each other up to the end. `size` where nothing was cut off.
+uint64_t KeptSize(Reader& journal, uint64_t is, uint64_t size) {
+  uint64_t kept = size;
+  uint64_t end = UINT64_MAX;  // of the region before
+  ForEachSaved(journal, [&](const Saved& saved) {
+    const bool follows = saved.region.at == end;
+    if (!follows || saved.region.at <= is) kept = saved.region.at;
+    end = saved.region.at + saved.region.bytes;
+  });
+  return end == size && size > is ? kept : size;
 }
 
 }  // namespace
 
-void WriteJournal(const std::string& journal, const Source& file, const std::vector<Region>& regions,
-                  Disk& disk) {
+void WriteJournal(const std::string& journal, const Source& file, const Regions& regions, Disk& disk) {
   // Only what is in the file can be put back; the rest goes when the file gets its old size.
-  std::vector<Region> saved;
-  for (Region region : regions) {
-    if (region.at >= file.size()) continue;
-    region.bytes = std::min(region.bytes, file.size() - region.at);
-    saved.push_back(region);
-  }
+  const Regions saved = [&](const std::function<void(const Region&)>& take) {
+    regions([&](Region region) {
+      if (region.at >= file.size()) return;
+      region.bytes = std::min(region.bytes, file.size() - region.at);
+      take(region);
+    });
+  };
+  uint64_t count = 0;
+  saved([&count](const Region&) { ++count; });
   auto writer = std::make_unique<JournalWriter>(journal, disk);
   try {
     Bytes head = NumberBytes(kMark, 8);
     PutNumber(head, file.size(), 8);
     PutNumber(head, Fingerprint(file, file.size(), saved), 8);
-    PutNumber(head, saved.size(), 8);
+    PutNumber(head, count, 8);
     writer->Put(head);
     Bytes piece;
-    for (const Region& region : saved) {
+    saved([&](const Region& region) {
       Bytes heading = NumberBytes(region.at, 8);
       PutNumber(heading, region.bytes, 8);
       writer->Put(heading);
@@ -160,7 +178,7 @@ void WriteJournal(const std::string& journal, const Source& file, const std::vec
         file.Read(region.at + at, piece);
         writer->Put(piece);
       }
-    }
+    });
     writer->Finish();
   } catch (const Error&) {
     disk.Remove(journal);
@@ -177,29 +195,23 @@ JournalState PutBack(const std::string& journal, const std::string& path, int de
   if (!state.whole) return state;
   Reader reader(saved);
   const uint64_t size = reader.U64(8);
-  const std::vector<Saved> regions = ReadRegions(reader);
   const FileSource file(path);
-  std::vector<Region> places;
-  for (const Saved& region : regions) places.push_back(region.region);
-  // What was cut off the file's end is among the regions; the rest of it is still there.
-  uint64_t kept = size;
-  while (!places.empty() && kept > file.size() && places.back().at + places.back().bytes == kept) {
-    kept = places.back().at;
-    places.pop_back();
-  }
-  const bool shorter = kept > file.size();
-  if (shorter || (kept == size && Fingerprint(file, size, places) != reader.U64(16))) {
+  const uint64_t kept = KeptSize(reader, file.size(), size);
+  const Regions regions = [&reader](const std::function<void(const Region&)>& take) {
+    ForEachSaved(reader, [&take](const Saved& region) { take(region.region); });
+  };
+  if (kept > file.size() || (kept == size && Fingerprint(file, size, regions) != reader.U64(16))) {
     throw Error(journal, "not the journal of " + path + " as it stands",
                 "where the file was replaced since, the journal can be removed");
   }
   Bytes piece;
-  for (const Saved& region : regions) {
+  ForEachSaved(reader, [&](const Saved& region) {
     for (uint64_t at = 0; at < region.region.bytes; at += piece.size()) {
       piece.resize(static_cast<size_t>(std::min<uint64_t>(kPieceBytes, region.region.bytes - at)));
       saved.Read(region.at + at, piece);
       WriteAll(disk, descriptor, piece, region.region.at + at, path);
     }
-  }
+  });
   if (disk.Truncate(descriptor, size) != 0) {
     throw Error(path, std::string("cannot get its old size: ") + std::strerror(errno));
   }

@@ -2,8 +2,8 @@
 #ifndef MEDIA_CONTAINER_MP4_JOURNAL_H
 #define MEDIA_CONTAINER_MP4_JOURNAL_H
 
+#include <functional>
 #include <string>
-#include <vector>
 
 #include "container/mp4/disk.h"
 #include "container/mp4/source.h"
@@ -16,10 +16,12 @@ struct Region {
   uint64_t bytes = 0;
 };
 
-// Writes the journal of a file and has it on disk. Regions do not overlap and count upwards. Throws
-// Error, and takes the journal away again, where that cannot be.
-void WriteJournal(const std::string& journal, const Source& file, const std::vector<Region>& regions,
-                  Disk& disk);
+// Calls `take` with each of them, in the order of the file; they do not overlap. Called more than once.
+using Regions = std::function<void(const std::function<void(const Region&)>& take)>;
+
+// Writes the journal of a file and has it on disk. Throws Error, and takes the journal away again, where that
+// cannot be.
+void WriteJournal(const std::string& journal, const Source& file, const Regions& regions, Disk& disk);
 
 // False where there is none. `whole` is false where it is cut off, so that nothing had been overwritten.
 // Otherwise the file, open for writing as `descriptor`, is put back, flushed. Throws Error where the

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <deque>
 #include <vector>
 
 #include "container/mp4/source.h"
@@ -87,7 +88,10 @@ class Splices {
     }
     CopyRun(source, at, end, sink, wrote);
   }
-  // The new bytes of a splice.
+  // The new bytes of a splice; some of them, from a place among them on.
+  void ReadNew(const Splice& splice, uint64_t from, std::span<uint8_t> to) const {
+    spool_->Read(splice.spooled + from, to);
+  }
   void WriteNew(const Splice& splice, Sink& sink) const;
 
  private:
@@ -116,7 +120,7 @@ class Splices {
   int64_t Held(size_t index, uint64_t at) const;
 
   Spool* spool_;
-  std::vector<Entry> entries_;
+  std::deque<Entry> entries_;    // which grows without being copied
   std::vector<int64_t> shifts_;  // in front of every 64th entry
   int64_t total_ = 0;
   // Of the splice that is open.

@@ -17,8 +17,8 @@ namespace {
 constexpr long kSlack = 6 * 1024;  // KiB: buffers grow to the largest packets, which come in any order
 
 // Peak resident memory of a patch, in KiB.
-long PeakOfPatch(const std::string& in, const std::string& out, const std::vector<std::string>& options) {
-  std::vector<std::string> words = {QLNMEDIA_PROGRAM, "patch", "--force", in, out};
+long PeakOf(const std::string& in, const std::vector<std::string>& options) {
+  std::vector<std::string> words = {QLNMEDIA_PROGRAM, "patch", in};
   words.insert(words.end(), options.begin(), options.end());
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
@@ -33,8 +33,14 @@ long PeakOfPatch(const std::string& in, const std::string& out, const std::vecto
   rusage usage{};
   wait4(child, &status, 0, &usage);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << in;
-  std::filesystem::remove(out);
   return usage.ru_maxrss;
+}
+
+long PeakOfPatch(const std::string& in, const std::string& out, std::vector<std::string> options) {
+  options.insert(options.begin(), {out, "--force"});
+  const long peak = PeakOf(in, options);
+  std::filesystem::remove(out);
+  return peak;
 }
 
 // A clip whose pictures are large, played over and over, with sound all along.
@@ -67,25 +73,48 @@ TEST_P(Memory, DoesNotGrowWithTheFile) {
 INSTANTIATE_TEST_SUITE_P(All, Memory, testing::Values("ts", "h264"),
                          [](const auto& test) { return std::string(test.param); });
 
-TEST(Memory, GrowsLittleWithTheSamplesOfAnMp4) {
+constexpr int kSamplesOfClip = 1000;
+constexpr int kFew = 4;
+constexpr int kMany = 104;
+
+// A clip of small pictures, played over and over.
+std::string Tiny(int loops) {
   const std::string clip = MediaFile(
       "memory_tiny.mp4",
       "ffmpeg -v error -y -f lavfi -i color=gray:s=64x64:r=100:d=10 -c:v libx264 -preset ultrafast -bf 0 "
       "-pix_fmt yuv420p {out}");
-  const auto looped = [&clip](int loops) {
-    return MediaFile(
-        "memory_tiny_" + std::to_string(loops) + ".mp4",
-        "ffmpeg -v error -y -stream_loop " + std::to_string(loops - 1) + " -i '" + clip + "' -c copy {out}");
-  };
-  constexpr int kSamplesOfClip = 1000;
-  constexpr int kFew = 4;
-  constexpr int kMany = 104;
+  return MediaFile(
+      "memory_tiny_" + std::to_string(loops) + ".mp4",
+      "ffmpeg -v error -y -stream_loop " + std::to_string(loops - 1) + " -i '" + clip + "' -c copy {out}");
+}
+
+double BytesPerSample(long few, long many) {
+  return static_cast<double>(many - few) * 1024 / ((kMany - kFew) * kSamplesOfClip);
+}
+
+TEST(Memory, GrowsLittleWithTheSamplesOfAnMp4) {
   const std::string out = MediaPath("memory_out.mp4");
   const std::vector<std::string> options = {"--colour", "bt2020-pq"};
-  const long few = PeakOfPatch(looped(kFew), out, options);
-  const long many = PeakOfPatch(looped(kMany), out, options);
-  const long bytesPerSample = (many - few) * 1024 / ((kMany - kFew) * kSamplesOfClip);
-  EXPECT_LT(bytesPerSample, 300);
+  EXPECT_LT(BytesPerSample(PeakOfPatch(Tiny(kFew), out, options), PeakOfPatch(Tiny(kMany), out, options)),
+            300);
+}
+
+// Of a change in place nothing is held for a sample that stays, and one place for one that changes.
+TEST(Memory, GrowsHardlyWithTheSamplesOfAChangeInPlace) {
+  const auto timed = [](int loops) {
+    const std::string file = MediaPath("memory_timed_" + std::to_string(loops) + ".mp4");
+    PeakOf(Tiny(loops), {file, "--force", "--timecode", "00:00:00:00", "--timecode-type", "60"});
+    return file;
+  };
+  const std::string few = timed(kFew);
+  const std::string many = timed(kMany);
+  const std::vector<std::string> colour = {"--in-place", "--colour", "bt2020-pq"};
+  EXPECT_LT(BytesPerSample(PeakOf(few, colour), PeakOf(many, colour)), 4);
+  const std::vector<std::string> timecode = {"--in-place", "--timecode", "01:00:00:00", "--timecode-type",
+                                             "60"};
+  EXPECT_LT(BytesPerSample(PeakOf(few, timecode), PeakOf(many, timecode)), 100);
+  std::filesystem::remove(few);
+  std::filesystem::remove(many);
 }
 
 }  // namespace
