@@ -33,7 +33,9 @@ class Editor final : public SampleEditor {
     if (expected.size() == kMostSamples) throw qlnmedia::Error("", "enough");
     Bytes fresh(bytes.begin(), bytes.end());
     seed_ = seed_ * 1664525 + 1013904223;
-    if (!fresh.empty()) {
+    if (!fresh.empty() && (seed_ >> 6 & 3) == 3) {
+      fresh = GiveParts(sample.number, bytes, returns);
+    } else if (!fresh.empty()) {
       const size_t at = (seed_ >> 8) % fresh.size();
       switch (seed_ >> 28 & 3) {
         case 0:
@@ -58,6 +60,26 @@ class Editor final : public SampleEditor {
   std::vector<Listed> expected;
 
  private:
+  // More bytes at one place, and fewer from another one on.
+  Bytes GiveParts(uint64_t number, ByteSpan bytes, SampleReturns& returns) const {
+    const size_t first = (seed_ >> 8) % bytes.size();
+    const size_t second = first + 1 + (seed_ >> 16) % (bytes.size() - first);
+    Bytes fresh(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(first) + 1);
+    fresh.insert(fresh.end(), seed_ >> 20 & 15, 0x55);
+    std::vector<SamplePart> parts = {
+        {first, {bytes[first]}, Bytes(fresh.begin() + static_cast<ptrdiff_t>(first), fresh.end())}};
+    const ByteSpan rest = bytes.subspan(first + 1);
+    const size_t kept = second - first - 1;
+    fresh.insert(fresh.end(), rest.begin(), rest.begin() + static_cast<ptrdiff_t>(kept));
+    if (kept < rest.size()) {
+      const ByteSpan goes = rest.subspan(kept);
+      parts.push_back({second, Bytes(goes.begin(), goes.end()), {0x77}});
+      fresh.push_back(0x77);
+    }
+    returns.ReplaceParts(number, parts);
+    return fresh;
+  }
+
   uint32_t seed_;
 };
 

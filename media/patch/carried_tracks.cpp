@@ -19,11 +19,17 @@ namespace {
 // Of each sample at a time, while only the heads of units are looked at.
 constexpr size_t kHeadBytes = 512;
 
-// Colour and range stand in parameter sets alone.
+// Colour, range, level and their like stand in parameter sets alone.
 bool ChangesSetsOnly(const StreamChanges& changes) {
   StreamChanges others = changes;
   others.colour.reset();
   others.fullRange.reset();
+  others.sampleAspect.reset();
+  others.level.reset();
+  others.highTier.reset();
+  others.timing.reset();
+  others.chromaLocation.reset();
+  others.cropping.reset();
   return !others.beyondCaptions() && !others.replaceCaptions;
 }
 
@@ -53,8 +59,9 @@ class CarriedTracks::Editor final : public mp4::SampleEditor {
   void Take(const mp4::Sample& sample, mp4::ByteSpan bytes, mp4::SampleReturns& returns) override {
     SampleUnits::Given given;
     if (!units_.Take(sample, bytes, given)) return;
-    AccessUnit unit{std::move(given.bytes), sample.compositionTime, sample.decodeTime, sample.sync};
-    given.bytes.clear();
+    // What is not given back in parts is read again.
+    AccessUnit unit{given.cuts.empty() ? std::move(given.bytes) : given.bytes, sample.compositionTime,
+                    sample.decodeTime, sample.sync};
     std::vector<Bytes> sets;
     if (track_ != nullptr && known_.count(sample.description) == 0) sets = UnitsIn(unit.data);
     waiting_.push_back({sample.number, sample.description, std::move(given), std::move(sets)});
@@ -98,7 +105,11 @@ class CarriedTracks::Editor final : public mp4::SampleEditor {
           units_.GiveBack(waiting.description, waiting.given, edited->unit.data, where_);
       edited_.borrowedSequenceSets += returned.sequenceSets;
       edited_.borrowedVideoSets += returned.videoSets;
-      returns.Replace(waiting.number, returned.bytes);
+      if (waiting.given.cuts.empty()) {
+        returns.Replace(waiting.number, returned.bytes);
+      } else {
+        returns.ReplaceParts(waiting.number, returned.parts);
+      }
     }
   }
 

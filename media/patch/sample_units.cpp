@@ -34,6 +34,32 @@ std::vector<Bytes> SetsOf(const ConfigRecord& record) {
   return sets;
 }
 
+// More than any slice header takes, entry points of many tiles aside, which no editor looks at.
+constexpr size_t kSliceHeadBytes = 4096;
+
+size_t LengthAt(ByteSpan bytes, size_t at, size_t lengthBytes) {
+  return static_cast<size_t>(mp4::LoadNumber(bytes.data() + at, lengthBytes));
+}
+
+// Calls `take` with the place of the length field of each unit and the unit, up to where lengths no longer
+// fit, which comes back.
+template <typename Take>
+size_t ForEachUnit(ByteSpan bytes, size_t lengthBytes, Take take) {
+  size_t at = 0;
+  while (bytes.size() - at >= lengthBytes) {
+    const size_t size = LengthAt(bytes, at, lengthBytes);
+    if (size > bytes.size() - at - lengthBytes) break;
+    take(at, bytes.subspan(at + lengthBytes, size));
+    at += lengthBytes + size;
+  }
+  return at;
+}
+
+void AppendUnit(Bytes& to, size_t length, size_t lengthBytes, ByteSpan bytes) {
+  mp4::PutNumber(to, length, lengthBytes);
+  to.insert(to.end(), bytes.begin(), bytes.end());
+}
+
 }  // namespace
 
 SampleUnits::SampleUnits(VideoCodec codec, std::vector<Bytes> records) : codec_(UnitCodecOf(codec)) {
@@ -64,7 +90,7 @@ bool SampleUnits::Take(const mp4::Sample& sample, mp4::ByteSpan bytes, Given& gi
   if (&record != current_ && record.units() != current_->units()) sets = SetsOf(record);
   current_ = &record;
   if (sets.empty() && record.framing.lengthBytes == framing_.lengthBytes) {
-    given.bytes.assign(bytes.begin(), bytes.end());
+    given.bytes = CutSlices(bytes, given.cuts);
     return true;
   }
   UnitRun run = TakeApart(bytes, record.framing);
@@ -76,6 +102,69 @@ bool SampleUnits::Take(const mp4::Sample& sample, mp4::ByteSpan bytes, Given& gi
                    std::make_move_iterator(borrowed.end()));
   given.bytes = PutTogether(run, framing_);
   return true;
+}
+
+Bytes SampleUnits::CutSlices(ByteSpan bytes, std::vector<Cut>& cuts) const {
+  const auto lengthBytes = static_cast<size_t>(framing_.lengthBytes);
+  Bytes out;
+  bool joined = lengthBytes == 0;
+  size_t slices = 0;
+  const auto take = [&](size_t, ByteSpan unit) {
+    joined = joined || HoldsStartCode(unit);
+    const bool slice = !joined && IsSlice(*codec_, UnitType(*codec_, unit));
+    const bool cut = slice && unit.size() > 2 * kSliceHeadBytes;
+    if (cut) cuts.push_back({out.size(), slices, unit.size(), unit.back()});
+    if (slice) ++slices;
+    if (cut) unit = unit.first(kSliceHeadBytes);
+    if (!joined) AppendUnit(out, unit.size(), lengthBytes, unit);
+  };
+  const size_t end = joined ? 0 : ForEachUnit(bytes, lengthBytes, take);
+  if (joined) {
+    cuts.clear();
+    return {bytes.begin(), bytes.end()};
+  }
+  const ByteSpan rest = bytes.subspan(end);
+  out.insert(out.end(), rest.begin(), rest.end());
+  return out;
+}
+
+std::vector<mp4::SamplePart> SampleUnits::PartsOf(const Given& given, const Bytes& edited,
+                                                  const std::string& where) const {
+  const auto lengthBytes = static_cast<size_t>(framing_.lengthBytes);
+  std::vector<size_t> slices;  // their length fields
+  ForEachUnit(edited, lengthBytes, [&](size_t at, ByteSpan unit) {
+    if (IsSlice(*codec_, UnitType(*codec_, unit))) slices.push_back(at);
+  });
+  std::vector<mp4::SamplePart> parts;
+  mp4::SamplePart part;
+  size_t was = 0;  // how far the parts go in what was given,
+  size_t is = 0;   // in what came back,
+  for (const Cut& cut : given.cuts) {
+    const ByteSpan head = ByteSpan(given.bytes).subspan(cut.at + lengthBytes, kSliceHeadBytes);
+    const size_t at = cut.slice < slices.size() ? slices[cut.slice] : edited.size();
+    const bool same =
+        at >= is && edited.size() - at >= lengthBytes + head.size() &&
+        LengthAt(edited, at, lengthBytes) == head.size() &&
+        std::equal(head.begin(), head.end(), edited.begin() + static_cast<std::ptrdiff_t>(at + lengthBytes));
+    if (!same) throw Error(where, "a slice came back changed; nothing was written");
+    // The length as it is in the sample, and the slice's first byte, so that the part is not empty.
+    const auto take = [&](Bytes& to, ByteSpan from) {
+      to.insert(to.end(), from.begin(), from.end());
+      AppendUnit(to, cut.size, lengthBytes, head.first(1));
+    };
+    take(part.was, ByteSpan(given.bytes).subspan(was, cut.at - was));
+    take(part.is, ByteSpan(edited).subspan(is, at - is));
+    const size_t end = part.was.size();
+    if (part.was != part.is) parts.push_back(part);
+    // The next one begins with the slice's last byte.
+    part = {part.at + end + cut.size - 2, {cut.last}, {cut.last}};
+    was = cut.at + lengthBytes + head.size();
+    is = at + lengthBytes + head.size();
+  }
+  part.was.insert(part.was.end(), given.bytes.begin() + static_cast<std::ptrdiff_t>(was), given.bytes.end());
+  part.is.insert(part.is.end(), edited.begin() + static_cast<std::ptrdiff_t>(is), edited.end());
+  if (part.was != part.is) parts.push_back(std::move(part));
+  return parts;
 }
 
 bool SampleUnits::IsKept(const mp4::Sample& sample, ByteSpan before, ByteSpan after,
@@ -124,6 +213,7 @@ bool SampleUnits::MayHoldSets(mp4::Reader& reader, const mp4::Sample& sample) co
 SampleUnits::Returned SampleUnits::GiveBack(uint32_t description, const Given& given, const Bytes& edited,
                                             const std::string& where) const {
   if (!codec_) return {.bytes = edited};
+  if (!given.cuts.empty()) return {.bytes = {}, .parts = PartsOf(given, edited, where)};
   const Framing own = RecordOf(description).framing;
   if (given.borrowed == 0 && own.lengthBytes == framing_.lengthBytes) return {.bytes = edited};
   Returned returned;

@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "container/mp4/change.h"
 #include "container/mp4/sample_table.h"
 #include "qlnmedia/stream_editor.h"
 #include "units/coded_stream.h"
@@ -22,9 +23,18 @@ class SampleUnits {
   // Length fields that differ between the descriptions are given one size, which the editor has to know.
   std::optional<int> lengthBytes() const { return lengthBytes_; }
 
+  // Slices are given with their heads alone, which is all that an editor looks at, where each has a length of
+  // its own.
+  struct Cut {
+    size_t at = 0;     // of its length field in what is given
+    size_t slice = 0;  // which of the slices, from 0
+    size_t size = 0;   // of all of it
+    uint8_t last = 0;  // its last byte
+  };
   struct Given {
     Bytes bytes;
     size_t borrowed = 0;  // sets in front that are not the sample's
+    std::vector<Cut> cuts;
   };
   // False for a sample that is passed by: it is empty, or encrypted. In decoding order.
   bool Take(const mp4::Sample& sample, mp4::ByteSpan bytes, Given& given);
@@ -35,11 +45,12 @@ class SampleUnits {
   // True where both hold the same but for what a patch may put in, take out or change.
   bool IsKept(const mp4::Sample& sample, ByteSpan before, ByteSpan after, const StreamChanges& changes) const;
 
-  // The edited sample as it goes back into the track. Throws Error, with `where` in front, for a unit that
-  // outgrows its length field.
+  // The edited sample as it goes back into the track, of one with cut slices the parts between these. Throws
+  // Error, with `where` in front, for a unit that outgrows its length field.
   struct Returned {
     Bytes bytes;
-    int64_t sequenceSets = 0;  // of the borrowed sets, those that were changed
+    std::vector<mp4::SamplePart> parts = {};  // in its stead
+    int64_t sequenceSets = 0;                 // of the borrowed sets, those that were changed
     int64_t videoSets = 0;
   };
   Returned GiveBack(uint32_t description, const Given& given, const Bytes& edited,
@@ -47,6 +58,9 @@ class SampleUnits {
 
  private:
   const ConfigRecord& RecordOf(uint32_t description) const;
+  Bytes CutSlices(ByteSpan bytes, std::vector<Cut>& cuts) const;
+  std::vector<mp4::SamplePart> PartsOf(const Given& given, const Bytes& edited,
+                                       const std::string& where) const;
 
   std::optional<Codec> codec_;  // nothing for MPEG-2
   std::vector<ConfigRecord> records_;

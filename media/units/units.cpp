@@ -151,6 +151,8 @@ void VisitUnits(ByteSpan data, Framing framing, const std::function<void(ByteSpa
   }
 }
 
+bool HoldsStartCode(ByteSpan bytes) { return BehindStartCode(bytes, 0) != 0; }
+
 size_t CoveredUnits(const std::vector<Unit>& units, size_t first, size_t* bytes) {
   size_t end = first + 1;
   while (end < units.size() && units[end].join == Join::kContinues) ++end;

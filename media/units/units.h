@@ -48,6 +48,8 @@ UnitRun TakeApart(ByteSpan data, Framing framing);
 // Calls `take` for each unit of a packet in order, without a copy: spans point into `data`.
 void VisitUnits(ByteSpan data, Framing framing, const std::function<void(ByteSpan unit)>& take);
 Bytes PutTogether(const UnitRun& run, Framing framing);
+// True where a start code stands anywhere in the bytes, which a unit by itself never holds.
+bool HoldsStartCode(ByteSpan bytes);
 // In length form: the end of the units that one length covers from `first` on, and how many `bytes` they are.
 size_t CoveredUnits(const std::vector<Unit>& units, size_t first, size_t* bytes);
 

@@ -229,6 +229,44 @@ TEST(Carrier, SubSamplesGetTheGrowthOfTheirPart) {
   EXPECT_NE(std::search(output.begin(), output.end(), expected.begin(), expected.end()), output.end());
 }
 
+// What comes back in parts is that of whole samples, and each part of `subs` gets the growth within it, also
+// where they come out even.
+TEST(Carrier, SamplesComeBackInParts) {
+  TrackSpec track = SampleTrack(2);
+  track.samples = {Noise(10, 1), Noise(10, 2)};
+  const auto part = [](uint16_t size) { return Joined({Number(size, 2), Bytes(6)}); };
+  track.tableBoxes = {Full("subs", 0, 0, {Number(1, 4), Number(1, 4), Number(2, 2), part(4), part(6)})};
+  const Bytes file = BuildMovie({.tracks = {track}});
+  class Editor final : public SampleEditor {
+   public:
+    void Take(const Sample& sample, ByteSpan bytes, SampleReturns& returns) override {
+      Bytes whole(bytes.begin(), bytes.end());
+      if (sample.number == 0) {
+        const Bytes grown = Joined({{bytes[1]}, {7, 7, 7}});
+        const Bytes shrunk = {bytes[6]};
+        returns.ReplaceParts(0, std::vector<SamplePart>{{1, {bytes[1]}, grown},
+                                                        {6, Bytes(bytes.begin() + 6, bytes.end()), shrunk}});
+        whole = Joined({Bytes(bytes.begin(), bytes.begin() + 1), grown,
+                        Bytes(bytes.begin() + 2, bytes.begin() + 6), shrunk});
+      } else {
+        const SamplePart outside[] = {{8, {1, 2, 3}, {4}}};
+        EXPECT_THROW(returns.ReplaceParts(1, outside), qlnmedia::Error);
+      }
+      result.push_back(whole);
+    }
+    std::vector<Bytes> result;
+  };
+  Editor editor;
+  Change change;
+  change.tracks.push_back({.trackId = 1, .samples = &editor});
+  const Carried carried = CarryBytes(file, change);
+  EXPECT_EQ(carried.counts.changedSamples, 1u);
+  const Bytes& output = carried.output;
+  EXPECT_EQ(Compare(file, output, 1, editor.result), "");
+  const Bytes expected = Full("subs", 0, 0, {Number(1, 4), Number(1, 4), Number(2, 2), part(7), part(3)});
+  EXPECT_NE(std::search(output.begin(), output.end(), expected.begin(), expected.end()), output.end());
+}
+
 TEST(Carrier, WhatCannotBeTrueIsRefusedWithItsPlace) {
   FunctionEditor all([](const Sample&, const Bytes& bytes) { return Joined({bytes, Text("+")}); });
   // Two chunks over the same bytes.

@@ -6,12 +6,21 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "container/mp4/bytes.h"
 #include "container/mp4/sample_table.h"
 
 namespace qlnmedia::mp4 {
+
+// A stretch of a sample, as it was and as it shall be. It is never empty before: bytes that come in take one
+// of their neighbours along.
+struct SamplePart {
+  uint64_t at = 0;  // bytes from the sample's begin
+  Bytes was;
+  Bytes is;
+};
 
 // Takes back the samples that an editor was given. Numbers count upwards from call to call; a sample may be
 // left out, and is then as it was. The bytes are copied before the call returns.
@@ -21,6 +30,8 @@ class SampleReturns {
   // The sample's new bytes. Throws Error for a sample that was not given yet or not in this order, for an
   // empty one on either side, and for an encrypted one whose bytes would change.
   virtual void Replace(uint64_t number, ByteSpan bytes) = 0;
+  // The same where all but some parts is as it was. They count upwards and do not overlap.
+  virtual void ReplaceParts(uint64_t number, std::span<const SamplePart> parts) = 0;
 
  protected:
   SampleReturns() = default;

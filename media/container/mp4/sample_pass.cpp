@@ -22,6 +22,43 @@ class Returns final : public SampleReturns {
   void NoCurrent() { current_ = nullptr; }
 
   void Replace(uint64_t number, ByteSpan bytes) override {
+    const Sample sample = TakeBack(number);
+    const bool isCurrent = current_ != nullptr && waiting_.empty();
+    const Bytes& old = isCurrent ? *current_ : Load(sample);
+    if (std::equal(old.begin(), old.end(), bytes.begin(), bytes.end())) return;
+    if (old.empty() || bytes.empty()) {
+      throw edit_.source.Fault(sample.offset, Name(number) + " is empty, or would become so");
+    }
+    RequireMayChange(sample, bytes.size());
+    edit_.samples.AddDifference(sample.offset, old, bytes);
+    ++changed_;
+  }
+
+  void ReplaceParts(uint64_t number, std::span<const SamplePart> parts) override {
+    const Sample sample = TakeBack(number);
+    uint64_t size = sample.size;
+    uint64_t end = 0;  // of the part before
+    bool differs = false;
+    for (const SamplePart& part : parts) {
+      if (part.was.empty() || part.at < end || part.at > sample.size ||
+          part.was.size() > sample.size - part.at)
+        throw edit_.source.Fault(sample.offset, Name(number) + " came back in parts that it does not have");
+      end = part.at + part.was.size();
+      size += part.is.size();
+      size -= part.was.size();
+      differs = differs || part.was != part.is;
+    }
+    if (!differs) return;
+    RequireMayChange(sample, size);
+    for (const SamplePart& part : parts)
+      edit_.samples.AddDifference(sample.offset + part.at, part.was, part.is);
+    ++changed_;
+  }
+
+  uint64_t changed() const { return changed_; }
+
+ private:
+  Sample TakeBack(uint64_t number) {
     const auto found = std::find_if(waiting_.begin(), waiting_.end(),
                                     [=](const Sample& sample) { return sample.number == number; });
     if (number < next_ || found == waiting_.end()) {
@@ -30,24 +67,16 @@ class Returns final : public SampleReturns {
     const Sample sample = *found;
     waiting_.erase(waiting_.begin(), found + 1);
     next_ = number + 1;
-    const bool isCurrent = current_ != nullptr && waiting_.empty();
-    const Bytes& old = isCurrent ? *current_ : Load(sample);
-    if (std::equal(old.begin(), old.end(), bytes.begin(), bytes.end())) return;
-    if (old.empty() || bytes.empty()) {
-      throw edit_.source.Fault(sample.offset, Name(number) + " is empty, or would become so");
-    }
-    if (sample.encrypted) {
-      throw edit_.source.Fault(sample.offset, Name(number) + " is encrypted and cannot be changed");
-    }
-    if (bytes.size() > UINT32_MAX)
-      throw edit_.source.Fault(sample.offset, Name(number) + " would pass 4 GiB");
-    edit_.samples.AddDifference(sample.offset, old, bytes);
-    ++changed_;
+    return sample;
   }
 
-  uint64_t changed() const { return changed_; }
+  void RequireMayChange(const Sample& sample, uint64_t size) const {
+    if (sample.encrypted) {
+      throw edit_.source.Fault(sample.offset, Name(sample.number) + " is encrypted and cannot be changed");
+    }
+    if (size > UINT32_MAX) throw edit_.source.Fault(sample.offset, Name(sample.number) + " would pass 4 GiB");
+  }
 
- private:
   std::string Name(uint64_t number) const {
     return "sample " + std::to_string(number + 1) + " of track " + std::to_string(trackId_);
   }

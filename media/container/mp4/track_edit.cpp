@@ -190,21 +190,30 @@ class TableSampleSizes final : public SampleSizes {
   TableSamples samples_;
 };
 
-// Where the change lies within one part, that part takes the growth. Else parts are found again by their
+// Gives each part the growth of the changes in it; what is changed behind all of them belongs to none. False
+// where a change begins in one part and ends in another.
+bool GrowByChanges(const Edit& edit, uint64_t offset, uint32_t size, std::vector<uint64_t>& parts) {
+  std::vector<uint64_t> grown = parts;
+  size_t part = 0;
+  uint64_t end = offset + (parts.empty() ? 0 : parts[0]);
+  for (size_t i = edit.samples.FirstFrom(offset); i < edit.samples.size(); ++i) {
+    const Splices::Splice splice = edit.samples.At(i);
+    if (splice.at >= offset + size) break;
+    while (part < parts.size() && splice.at >= end) end += ++part < parts.size() ? parts[part] : 0;
+    if (part == parts.size()) break;
+    if (splice.at + splice.removed > end) return false;
+    grown[part] += splice.inserted;
+    grown[part] -= splice.removed;
+  }
+  parts = std::move(grown);
+  return true;
+}
+
+// Where each change lies within one part, that part takes its growth. Else parts are found again by their
 // bytes, and what lies between two that are found belongs to the one part that is not.
 std::vector<uint64_t> NewParts(const Edit& edit, uint64_t offset, uint32_t size, std::vector<uint64_t> parts,
                                uint64_t place) {
-  const size_t first = edit.samples.FirstFrom(offset);
-  const Splices::Splice splice = edit.samples.At(first);
-  uint64_t end = offset;
-  for (uint64_t& part : parts) {
-    end += part;
-    if (splice.at >= end) continue;
-    if (splice.at + splice.removed > end) break;
-    part += edit.SampleSize(offset, size) - size;
-    return parts;
-  }
-  if (splice.at >= end) return parts;  // behind all of them
+  if (GrowByChanges(edit, offset, size, parts)) return parts;
   Bytes old(size);
   edit.source.Read(offset, old);
   MemorySink sink;
