@@ -56,6 +56,13 @@ TEST(InPlace, WhatDoesNotFitSaysHowManyBytesAreMissing) {
   change.tracks.push_back({.trackId = 1, .samples = &grows, .privateData = {}, .facts = {}});
   EXPECT_THAT(refusal(BuildMovie({.tracks = {SomeTrack()}}), change),
               HasSubstr("does not fit in place: 12 bytes are missing"));
+  FunctionEditor shrinks([](const Sample& sample, const Bytes& bytes) -> std::optional<Bytes> {
+    if (sample.number > 2) return std::nullopt;
+    return Bytes(bytes.begin() + 1, bytes.end());
+  });
+  change.tracks[0].samples = &shrinks;
+  EXPECT_THAT(refusal(BuildMovie({.tracks = {SomeTrack()}}), change),
+              HasSubstr("does not fit in place: samples would change their sizes, by 3 bytes less in all"));
   // The movie of fragments cannot go behind them.
   Change record;
   record.tracks.push_back(

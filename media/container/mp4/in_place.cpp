@@ -155,9 +155,10 @@ class Placer {
 
  private:
   [[noreturn]] void Refuse(int64_t missing) const {
-    throw Error(source_.name(),
-                "the change does not fit in place: " + std::to_string(missing) + " bytes are missing",
-                "write it to another file");
+    const std::string why = missing > 0 ? std::to_string(missing) + " bytes are missing"
+                                        : "samples would change their sizes, by " + std::to_string(-missing) +
+                                              " bytes less in all";
+    throw Error(source_.name(), "the change does not fit in place: " + why, "write it to another file");
   }
 
   // Growth is only for the one movie; what grows elsewhere would move the file.
