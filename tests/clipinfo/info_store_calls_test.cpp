@@ -168,6 +168,20 @@ TEST(InfoStoreCalls, WithoutMemoryAReadSlotIsNull) {
   for (size_t i = 0; i < kSlots; ++i) EXPECT_EQ(*record.slot(i), nullptr);
 }
 
+TEST(InfoStoreCalls, WithoutMemoryATextIsNotWrittenAndTheOthersAre) {
+  Record record;
+  record.setText(8, "first");
+  record.setText(9, "second");
+  ScriptedStore store;
+  std::vector<std::string> texts;
+  store.wroteString = [&](const std::string&, const std::string& bytes) {
+    texts.push_back(bytes.substr(0, bytes.find('\0')));
+  };
+  const FailAllocations fail(0);
+  EXPECT_EQ(qlnInfoWriteRegSet(3, &record.info), 0u);
+  EXPECT_EQ(texts, std::vector<std::string>{"second"});
+}
+
 TEST(InfoStoreCalls, ANumberThatCannotBeReadKeepsItsValue) {
   Record record;
   record.info.FileSize = 12;
