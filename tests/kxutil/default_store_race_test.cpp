@@ -9,6 +9,7 @@
 
 #include "kxutil/child_process.h"
 #include "kxutil/default_store_support.h"
+#include "support/sync_calls.h"
 
 namespace qln::test {
 namespace {
@@ -133,33 +134,68 @@ TEST_F(DefaultStoreRace, AChangeThatIsTakenBackWhileItIsCopiedIsNotSeen) {
 
 // The lock is on the file that was opened. Another tool needs none to put its own file into the place.
 TEST_F(DefaultStoreRace, AFileThatComesIntoThePlaceOfALockedOneIsNotWrittenOver) {
-  std::vector<std::string> keys;
-  for (int i = 0; i < 500; ++i) keys.push_back("K" + std::to_string(i));
-  MakeEarlierStore(keys);
   const std::string other = folder_ / "other.db";
   kxCFGSetDefaultStore(other.c_str());
   ASSERT_EQ(Set("Other", 5), 0);
   const Bytes theirs = ReadFile(other);
   Reopen();
-  ASSERT_EQ(Set("K1", 1000), 0);
+  ASSERT_EQ(Set("A", 1), 0);
   MessageCapture capture;
-  int reads = 0, last = 0;
-  {
-    SqliteCalls calls;
-    SqliteCalls::hasRead = [&](size_t) {
-      // The last pages are read under the lock.
-      if (++reads == last) std::filesystem::rename(other, path());
-    };
-    ASSERT_EQ(Set("K2", 1000), 0);
-    last = std::exchange(reads, 0);
-    EXPECT_NE(Set("K3", 1000), 0);
-  }
-  EXPECT_EQ(reads, last);
+  handsOut = [&](unsigned char*, size_t) {
+    if (std::filesystem::exists(other)) std::filesystem::rename(other, path());
+  };
+  EXPECT_NE(Set("A", 2), 0);
+  handsOut = nullptr;
   EXPECT_EQ(ReadFile(path()), theirs);
   EXPECT_EQ(NamesInFolder(), std::set<std::string>{"settings.db"});
   EXPECT_EQ(capture.messages().size(), 1u);
-  EXPECT_EQ(Set("K3", 1000), 0);
+  EXPECT_EQ(Set("A", 2), 0);
   EXPECT_EQ(Get("Other"), 5u);
+}
+
+// Of two processes that find the same damage one sets the store aside; what it made instead is no damaged
+// store.
+TEST_F(DefaultStoreRace, AStoreThatTookADamagedOnesPlaceIsNotSetAside) {
+  const std::string other = folder_ / "other.db";
+  kxCFGSetDefaultStore(other.c_str());
+  ASSERT_EQ(Set("Other", 5), 0);
+  Reopen();
+  ASSERT_EQ(Set("A", 1), 0);
+  Bytes damaged = ReadFile(path());
+  damaged[39] = 1;  // a free page that is not there
+  WriteFile(path(), damaged);
+  Reopen();
+  MessageCapture capture;
+  handsOut = [&](unsigned char*, size_t) {
+    if (std::filesystem::exists(other)) std::filesystem::rename(other, path());
+  };
+  EXPECT_EQ(Set("A", 2), 0);
+  handsOut = nullptr;
+  EXPECT_TRUE(SetAside().empty());
+  EXPECT_EQ(Get("Other"), 5u);
+  EXPECT_EQ(Get("A"), 2u);
+  EXPECT_TRUE(capture.messages().empty());
+}
+
+// What is renamed is the file that was written, and nothing that came to its name meanwhile.
+TEST_F(DefaultStoreRace, AFileThatIsPutInThePlaceOfTheNewOneIsNotTaken) {
+  ASSERT_EQ(Set("A", 1), 0);
+  const Bytes before = ReadFile(path());
+  const std::string beside = folder_ / ".settings.db.new";
+  MessageCapture capture;
+  {
+    SyncLog log;
+    log.each = [&](const std::string& line) {
+      if (line != "flush .settings.db.new") return;
+      std::filesystem::remove(beside);
+      WriteFile(beside, Bytes(before.size(), 'x'));
+    };
+    EXPECT_NE(Set("A", 2), 0);
+  }
+  EXPECT_EQ(ReadFile(path()), before);
+  EXPECT_EQ(capture.messages().size(), 1u);
+  EXPECT_EQ(Set("A", 2), 0);
+  EXPECT_EQ(Get("A"), 2u);
 }
 
 // A change is told as done only where the bytes that will stand in the file give it back.

@@ -142,6 +142,10 @@ TEST(XmlReader, BinaryDataAtTheEdges) {
   expected.StructSize = 76 + 4112;
   expected.Flags = 0x2000;
   EXPECT_TRUE(SameRecord(read("<arbID length='4112'>ABCDE</arbID>"), expected));
+  // Characters that are no digits are taken the same way: 7 less above "9", and the low four bits.
+  expected.ClipID[0] = '\x33';
+  expected.ClipID[1] = '\x9A';
+  EXPECT_TRUE(SameRecord(read("<arbID length='4112'>::9a</arbID>"), expected));
 }
 
 TEST(XmlReader, BinaryDataOfALongRecord) {

@@ -14,6 +14,7 @@ constexpr uint32_t kRootIsNoElement = 0xFFFFFFFDu;
 TEST(XmlReader, Results) {
   MediaCmd command;
   EXPECT_EQ(MediaCmdFromXMLString(nullptr, nullptr, "<MediaCmd/>"), kMiss);
+  EXPECT_EQ(MediaCmdFromXMLString(nullptr, nullptr, nullptr), kMiss);
   EXPECT_EQ(MediaCmdFromXML(nullptr, nullptr, TiXmlDocument()), kMiss);
   const MediaCmd defaults = Command(ctStop);
   for (const char* text :

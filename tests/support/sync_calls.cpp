@@ -18,7 +18,9 @@ SyncLog* current = nullptr;
 std::string LastPart(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
 void Note(const std::string& line) {
-  if (current != nullptr) current->lines.push_back(line);
+  if (current == nullptr) return;
+  current->lines.push_back(line);
+  if (current->each) current->each(line);
 }
 
 void NoteFlush(int descriptor) {

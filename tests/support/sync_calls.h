@@ -3,6 +3,7 @@
 #ifndef TESTS_SUPPORT_SYNC_CALLS_H
 #define TESTS_SUPPORT_SYNC_CALLS_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@ class SyncLog {
   SyncLog& operator=(const SyncLog&) = delete;
 
   std::vector<std::string> lines;
+  std::function<void(const std::string&)> each;  // called with each line, in front of the call itself
 };
 
 }  // namespace qln::test
