@@ -84,7 +84,7 @@ void InterlaceEdit::ChangeHead(ConfigRecord& record) const {
 }
 
 void InterlaceEdit::TakeSps(ByteSpan unit) {
-  if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit))) return;
+  if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit)) || !IsBaseLayer(Codec::kHevc, unit)) return;
   const std::optional<SpsFacts> sps = ReadSpsFacts(Codec::kHevc, unit);
   if (!sps) return;
   if (sps_ && sps_->id != sps->id &&

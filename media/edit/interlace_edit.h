@@ -34,7 +34,7 @@ class InterlaceEdit {
 
  private:
   void RequireSigns(const ScanSigns& signs) const;
-  // A sequence parameter set as the source has it; other units are passed over.
+  // A sequence parameter set of the base layer as the source has it; other units are passed over.
   void TakeSps(ByteSpan unit);
   bool ChangePicture(PictureUnits& part, uint32_t picStruct);
   // pic_struct of a picture that does not say it: the `number`-th of `count` of a packet.

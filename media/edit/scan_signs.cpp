@@ -53,13 +53,19 @@ ScanSigns::ScanSigns(const StreamDescription& stream) {
   if (stream.ownMarks) rate_ = stream.averageRate;
   for (const Bytes& unit : config.units()) {
     tracker_.TakeSet(unit);
-    if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit))) continue;
-    if (const std::optional<SpsFacts> sps = ReadSpsFacts(Codec::kHevc, unit)) TakeSps(*sps);
+    TakeSet(unit);
   }
 }
 
-void ScanSigns::TakeSps(const SpsFacts& sps) {
+void ScanSigns::TakeSet(ByteSpan unit) {
+  if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit)) || !IsBaseLayer(Codec::kHevc, unit)) return;
+  const std::optional<SpsFacts> sps = ReadSpsFacts(Codec::kHevc, unit);
+  if (!sps) return;
   sps_ = sps;
+  TakeSps(*sps);
+}
+
+void ScanSigns::TakeSps(const SpsFacts& sps) {
   if (sps.hevc.interlace[2]) Keep(fields_, "the sequence parameter set says field_seq_flag 1");
   if (height_ > 0 && sps.height > 0 && height_ == 2 * sps.height)
     Keep(fields_, fmt::format("the container's picture has {} lines, a coded one {}", height_, sps.height));
@@ -80,10 +86,7 @@ void ScanSigns::TakeSps(const SpsFacts& sps) {
 
 void ScanSigns::TakePacket(ByteSpan data) {
   std::vector<Unit> units = TakeApart(data, framing_).units;
-  for (const Unit& unit : units) {
-    if (!IsSps(Codec::kHevc, UnitType(Codec::kHevc, unit.bytes))) continue;
-    if (const std::optional<SpsFacts> sps = ReadSpsFacts(Codec::kHevc, unit.bytes)) TakeSps(*sps);
-  }
+  for (const Unit& unit : units) TakeSet(unit.bytes);
   const std::vector<PictureUnits> parts = PartUnits(Codec::kHevc, tracker_, std::move(units));
   if (CountPictures(parts) == 2) Keep(fields_, "a packet holds two pictures");
   for (const PictureUnits& part : parts) {

@@ -39,6 +39,8 @@ class ScanSigns {
   bool everyPictureTold() const { return everyPictureTold_; }
 
  private:
+  // A sequence parameter set of the base layer; other units are passed over.
+  void TakeSet(ByteSpan unit);
   void TakeSps(const SpsFacts& sps);
 
   Rational rate_;  // packets a second by the container; 0/1 where it says nothing
