@@ -34,7 +34,8 @@ StreamDescription DescribeStream(const MediaFile& file, unsigned index) {
   described.ownMarks = !described.raw && file.formatName() != "mpegts";
   const ContainerColour& container = file.containerColour(index);
   if (container.height > 0) described.height = static_cast<uint32_t>(container.height);
-  described.bottomFirst = container.fieldOrder == AV_FIELD_BB || container.fieldOrder == AV_FIELD_TB;
+  described.bottomFirst =
+      container.fieldOrder == kBottomFirst || container.fieldOrder == kTopCodedBottomShownFirst;
   return described;
 }
 

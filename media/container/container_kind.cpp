@@ -6,11 +6,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 
 #include "base/error.h"
 #include "container/mp4/top_level.h"

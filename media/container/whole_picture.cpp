@@ -57,7 +57,8 @@ CodecContextHandle OpenDecoder(Codec codec, Surroundings& surroundings) {
   context->opaque = &surroundings;
   context->get_buffer2 = FilledBuffer;
   context->thread_count = 1;
-  context->error_concealment = 0;  // nobody writes what the data does not give
+  context->thread_type = FF_THREAD_SLICE;  // of frames it would warn, for the sake of our own buffers
+  context->error_concealment = 0;          // nobody writes what the data does not give
   // Pictures in between are left out, so that the order count of the last one may come out lower than that of
   // the one in front; the decoder drops such a picture unless it keeps all of them up to the end.
   constexpr int kMostWaiting = 16;
