@@ -19,45 +19,13 @@
 #include "container/raw_end.h"
 #include "patch/container_facts.h"
 #include "patch/edited_streams.h"
+#include "patch/packet_input.h"
 #include "patch/verify.h"
 #include "units/coded_stream.h"
 
 namespace qlnmedia {
 
 namespace {
-
-class MuxedInput final : public PatchInput {
- public:
-  explicit MuxedInput(const MediaFile& in) : in_(in) {}
-
-  const std::vector<MediaStream>& streams() const override { return in_.streams(); }
-  bool describesPictures() const override { return !in_.isRawStream() && !in_.isTransportStream(); }
-  const std::string& path() const override { return in_.path(); }
-  bool carried() const override { return false; }
-  StreamDescription Describe(unsigned stream) const override { return DescribeStream(in_, stream); }
-
-  void Read(const std::set<unsigned>& streams, const ProgressCallback& progress,
-            const Take& take) const override {
-    MediaFile file(in_.path());
-    PacketJoiner joiner(file);
-    const auto give = [&](const PacketHandle& packet) {
-      const auto index = static_cast<unsigned>(packet->stream_index);
-      if (streams.count(index) != 0) take(index, ViewOf(*packet));
-    };
-    const PacketHandle packet(av_packet_alloc());
-    if (packet == nullptr) throw std::bad_alloc();
-    Progress meter(progress, "reading", file.sizeBytes());
-    while (file.Read(packet.get())) {
-      meter.At(packet->pos);
-      if (const PacketHandle whole = joiner.Take(packet.get())) give(whole);
-    }
-    while (const PacketHandle whole = joiner.Finish()) give(whole);
-    meter.Done();
-  }
-
- private:
-  const MediaFile& in_;
-};
 
 // Packets on their way through the editors.
 class Packets {
@@ -125,8 +93,7 @@ void SetParametersOf(const MediaFile& in, const EditedStreams& streams, const Ed
     parameters.privateData = edited.editor->privateData();
     parameters.colour = options.colour;
     parameters.fullRange = options.fullRange;
-    // A transport stream has no place for it.
-    if (!in.isTransportStream()) parameters.sampleAspect = options.sampleAspect;
+    parameters.sampleAspect = options.sampleAspect;
     parameters.mastering = options.mastering;
     parameters.lightLevel = options.lightLevel;
     if (options.cropping) parameters.size = CroppedSize(in, index, edited);
@@ -141,8 +108,8 @@ void SetParametersOf(const MediaFile& in, const EditedStreams& streams, const Ed
 PatchResult PatchMuxed(const PatchOptions& options, MediaFile& in) {
   // A stream without an index is whole as far as it goes; who patches it hears that it does not go to its
   // end.
-  const std::string early = in.isRawStream() || in.isTransportStream() ? EndNote(in) : std::string();
-  const MuxedInput input(in);
+  const std::string early = in.isRawStream() ? EndNote(in) : std::string();
+  const PacketInput input(in, false);
   EditedStreams streams(input, options);
   MediaWriter out(in, options.out, options.unfinished);
   SetParametersOf(in, streams, options, out);
@@ -157,10 +124,7 @@ PatchResult PatchMuxed(const PatchOptions& options, MediaFile& in) {
     if (PacketHandle whole = joiner.Take(packet.get())) packets.Take(std::move(whole));
   }
   while (PacketHandle whole = joiner.Finish()) packets.Take(std::move(whole));
-  // The last packet of a transport stream that ends early is the one that is cut off.
-  const bool cutOff = in.isTransportStream() && !early.empty();
-  if (!in.endNote().empty() && !cutOff)
-    throw Error(options.in, in.endNote(), "a damaged file is not patched");
+  if (!in.endNote().empty()) throw Error(options.in, in.endNote(), "a damaged file is not patched");
   packets.Finish();
   PatchResult result;
   std::string verified;

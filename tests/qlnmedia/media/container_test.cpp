@@ -187,10 +187,35 @@ TEST(Container, ProgramsOfTransportStreamsStay) {
                            "-program program_num=7:title=B:st=2:st=3 -mpegts_start_pid 0x200 {out}"));
 }
 
-TEST(Container, TransportStreamsWithTimesBetweenPacketsAreRefused) {
-  const std::string in =
-      MediaFile("container.m2ts", "ffmpeg -v error -y -i '" + Clip() + "' -c copy -mpegts_m2ts_mode 1 {out}");
-  ExpectRefused(in, "bytes around its packets");
+TEST(Container, TransportStreamsStayWhateverStandsAroundTheirPackets) {
+  for (const char* how : {"-mpegts_m2ts_mode 1", "-muxrate 2M", "-omit_video_pes_length 0 -pcr_period 10",
+                          "-output_ts_offset 95443 -mpegts_flags +pat_pmt_at_frames"}) {
+    SCOPED_TRACE(how);
+    const bool arrivalTimes = std::string(how).find("m2ts") != std::string::npos;
+    static int number = 0;
+    ExpectKept(MediaFile("container_transport" + std::to_string(++number) + (arrivalTimes ? ".m2ts" : ".ts"),
+                         "ffmpeg -v error -y -i '" + Clip() + "' -c copy " + how + " -f mpegts {out}"));
+  }
+}
+
+// What comes in takes the null packets of a constant rate, and is refused where there are too few.
+TEST(Container, AConstantRateStaysOneWhereItIsAskedFor) {
+  const auto made = [](const char* name, const char* rate) {
+    return MediaFile(name,
+                     "ffmpeg -v error -y -i '" + Clip() + "' -map 0:v -c copy -muxrate " + rate + " {out}");
+  };
+  const std::string roomy = made("container_rate.ts", "4M"), full = made("container_full.ts", "1");
+  const std::string out = OutOf(roomy);
+  const std::string options = "' --verify --keep-rate --timecode 01:00:00:00";
+  const CommandResult patch = Qlnmedia("patch '" + roomy + "' '" + out + options);
+  ASSERT_EQ(patch.exitCode, 0) << patch.output;
+  EXPECT_EQ(std::filesystem::file_size(out), std::filesystem::file_size(roomy));
+  const std::string none = OutOf(full);
+  std::filesystem::remove(none);
+  const CommandResult refused = Qlnmedia("patch '" + full + "' '" + none + options);
+  EXPECT_EQ(refused.exitCode, 1);
+  EXPECT_THAT(refused.output, testing::HasSubstr("packets too few of stuffing"));
+  EXPECT_FALSE(std::filesystem::exists(none));
 }
 
 TEST(Container, AStartThatIsCutAwayByTheEditListStays) {
