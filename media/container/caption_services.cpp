@@ -1,4 +1,4 @@
-// Walks the program tables of a transport stream (ISO/IEC 13818-1 clause 2.4.4).
+// Walks the program tables of a transport stream (ISO/IEC 13818-1 clause 2.4.4) and the events of ATSC A/65.
 
 #include "container/caption_services.h"
 
@@ -21,6 +21,7 @@ constexpr uint8_t kCaptionService = 0x86;  // descriptor_tag
 
 size_t Length12(ByteSpan bytes, size_t at) { return (bytes[at] & 0x0FU) << 8 | bytes[at + 1]; }
 int Identifier(ByteSpan bytes, size_t at) { return (bytes[at] & 0x1F) << 8 | bytes[at + 1]; }
+int Number16(ByteSpan bytes, size_t at) { return bytes[at] << 8 | bytes[at + 1]; }
 
 // Packets as a file has them: the first one's place and how far they are apart.
 struct Packets {
@@ -76,11 +77,85 @@ void AppendServices(ByteSpan descriptors, std::vector<AnnouncedService>& service
   }
 }
 
+// Events of ATSC A/65 (PSIP): which services the one has that is on, by the source that carries it.
+class EventTables {
+ public:
+  static constexpr int kBase = 0x1FFB;  // packet identifier of the master guide and the channels
+
+  bool Wants(int identifier) const { return identifier == kBase || events_.count(identifier) != 0; }
+
+  void Take(int identifier, ByteSpan section) {
+    constexpr uint8_t kGuide = 0xC7;
+    constexpr uint8_t kTerrestrial = 0xC8;
+    constexpr uint8_t kCable = 0xC9;
+    constexpr uint8_t kEvents = 0xCB;
+    constexpr size_t kCheck = 4;
+    if (section.size() < kHead + kCheck) return;
+    const ByteSpan body = section.first(section.size() - kCheck);
+    const uint8_t table = section[0];
+    if (identifier != kBase) {
+      if (table == kEvents) TakeEvents(body);
+    } else if (table == kGuide) {
+      TakeGuide(body);
+    } else if (table == kTerrestrial || table == kCable) {
+      TakeChannels(body);
+    }
+  }
+
+  // By program_number.
+  std::map<int, std::vector<AnnouncedService>> OfPrograms() const {
+    std::map<int, std::vector<AnnouncedService>> found;
+    for (const auto& [program, source] : sources_) {
+      const auto services = services_.find(source);
+      if (services != services_.end()) found[program] = services->second;
+    }
+    return found;
+  }
+
+ private:
+  static constexpr size_t kHead = 10;  // with protocol_version and a count
+
+  // Where the events stand of the three hours that run; clause 6.2.
+  void TakeGuide(ByteSpan body) {
+    constexpr size_t kEntry = 11;
+    constexpr int kFirstEvents = 0x0100;
+    for (size_t at = kHead + 1; at + kEntry <= body.size(); at += kEntry + Length12(body, at + 9)) {
+      if (Number16(body, at) == kFirstEvents) events_.insert(Identifier(body, at + 2));
+    }
+  }
+
+  // Clauses 6.3.1 and 6.3.2, which lay out both kinds alike.
+  void TakeChannels(ByteSpan body) {
+    constexpr size_t kEntry = 32;
+    for (size_t at = kHead; at + kEntry <= body.size(); at += kEntry + (Length12(body, at + 30) & 0x3FF))
+      sources_[Number16(body, at + 24)] = Number16(body, at + 28);
+  }
+
+  // Clause 6.5. The first event that tells services is taken; later ones have not begun.
+  void TakeEvents(ByteSpan body) {
+    constexpr size_t kEntry = 10;  // up to title_length
+    const int source = Number16(body, 3);
+    for (size_t at = kHead; at + kEntry <= body.size() && services_.count(source) == 0;) {
+      at += kEntry + body[at + 9];
+      if (at + 2 > body.size()) return;
+      const size_t size = std::min(Length12(body, at), body.size() - at - 2);
+      std::vector<AnnouncedService> services;
+      AppendServices(body.subspan(at + 2, size), services);
+      if (!services.empty()) services_[source] = std::move(services);
+      at += 2 + size;
+    }
+  }
+
+  std::set<int> events_;                                   // packet identifiers
+  std::map<int, int> sources_;                             // source_id by program_number
+  std::map<int, std::vector<AnnouncedService>> services_;  // by source_id
+};
+
 class ProgramTables {
  public:
   void Take(ByteSpan packet) {
     const int identifier = Identifier(packet, 1);
-    if (identifier != kAssociationTable && maps_.count(identifier) == 0) return;
+    if (identifier != kAssociationTable && maps_.count(identifier) == 0 && !events_.Wants(identifier)) return;
     size_t at = 4;
     if ((packet[3] & 0x10) == 0) return;  // no payload
     if ((packet[3] & 0x20) != 0) at += 1 + size_t{packet[4]};
@@ -99,20 +174,36 @@ class ProgramTables {
     Append(identifier, section, payload);
   }
 
-  std::map<int, std::vector<AnnouncedService>> found;
+  // By the packet identifier of streams. What events tell goes to the pictures of a program whose map tells
+  // nothing.
+  std::map<int, std::vector<AnnouncedService>> Found() {
+    for (auto& [program, services] : events_.OfPrograms()) {
+      const auto pictures = pictures_.find(program);
+      if (pictures == pictures_.end()) continue;
+      for (const int identifier : pictures->second) found_.try_emplace(identifier, services);
+    }
+    return std::move(found_);
+  }
 
  private:
-  // One section a packet is taken, as tables are laid out; stuffing stands behind.
+  // Sections follow each other; stuffing stands behind the last.
   void Append(int identifier, Bytes& section, ByteSpan bytes) {
+    constexpr uint8_t kStuffing = 0xFF;
     section.insert(section.end(), bytes.begin(), bytes.end());
-    if (section.size() < 3 || section.size() < 3 + Length12(section, 1)) return;
-    const ByteSpan whole(section.data(), 3 + Length12(section, 1));
-    if (identifier == kAssociationTable) {
-      TakeAssociations(whole);
-    } else {
-      TakeMap(whole);
+    while (section.size() >= 3 && section[0] != kStuffing) {
+      const size_t size = 3 + Length12(section, 1);
+      if (section.size() < size) return;
+      const ByteSpan whole(section.data(), size);
+      if (identifier == kAssociationTable) {
+        TakeAssociations(whole);
+      } else if (maps_.count(identifier) != 0) {
+        TakeMap(whole);
+      } else {
+        events_.Take(identifier, whole);
+      }
+      section.erase(section.begin(), section.begin() + static_cast<std::ptrdiff_t>(size));
     }
-    section.clear();
+    if (!section.empty() && section[0] == kStuffing) section.clear();
   }
 
   void TakeAssociations(ByteSpan section) {
@@ -138,13 +229,20 @@ class ProgramTables {
       const size_t size = std::min(Length12(body, at + 3), body.size() - at - 5);
       std::vector<AnnouncedService> services = ofProgram;
       AppendServices(body.subspan(at + 5, size), services);
-      if (!services.empty()) found[Identifier(body, at + 1)] = std::move(services);
+      if (!services.empty()) found_[Identifier(body, at + 1)] = std::move(services);
+      if (IsPictures(body[at])) pictures_[Number16(body, 3)].insert(Identifier(body, at + 1));
       at += 5 + size;
     }
   }
 
+  // stream_type of MPEG-2, H.264 and HEVC.
+  static bool IsPictures(uint8_t type) { return type == 0x02 || type == 0x1B || type == 0x24; }
+
   std::set<int> maps_;  // packet identifiers of program maps
   std::map<int, Bytes> sections_;
+  std::map<int, std::set<int>> pictures_;  // packet identifiers by program_number
+  std::map<int, std::vector<AnnouncedService>> found_;
+  EventTables events_;
 };
 
 }  // namespace
@@ -156,11 +254,11 @@ std::map<int, std::vector<AnnouncedService>> AnnouncedServices(ByteSpan bytes) {
   for (size_t at = packets->first; at + kPacketBytes <= bytes.size(); at += packets->step) {
     if (bytes[at] == kSync) tables.Take(bytes.subspan(at, kPacketBytes));
   }
-  return std::move(tables.found);
+  return tables.Found();
 }
 
 std::vector<AnnouncedService> AnnouncedServicesOf(const MediaInput& input, int packetIdentifier) {
-  constexpr size_t kBegin = size_t{1} << 20;  // program tables come several times a second
+  constexpr size_t kBegin = size_t{4} << 20;  // all tables come at least twice a second
   Bytes begin;
   if (input.isPipe()) {
     const Bytes& kept = input.tape().head();

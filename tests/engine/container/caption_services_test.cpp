@@ -90,8 +90,90 @@ TEST(AnnouncedCaptions, WhatIsNoSuchDescriptor) {
               ElementsAre(AnnouncedService{"line 21 field 2", "eng", false, false}));
 }
 
+// Tables of ATSC A/65 laid out by hand; a program, and a source, of number 1 is what TableSection says.
+constexpr int kGuide = 0x1FFB;
+constexpr int kEvents = 0x1D00;
+
+Bytes Number16(int value) { return {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)}; }
+
+// Clause 6.2: events of the running hours (type 0x0100), behind a table of another kind.
+Bytes MasterGuide() {
+  Bytes body = {0, 0, 2};  // protocol_version, tables_defined
+  for (const auto& [type, identifier] : {std::pair{0x0301, 0x1E00}, std::pair{0x0100, kEvents}}) {
+    AppendBytes(body, Number16(type));
+    AppendBytes(body, Number16(0xE000 | identifier));
+    AppendBytes(body, {0xE0, 0, 0, 0, 0, 0xF0, 0});
+  }
+  AppendBytes(body, {0xF0, 0});
+  return qln::test::TableSection(0xC7, body);
+}
+
+// Clause 6.3.1: one channel with a descriptor of three bytes in front, and that of the program.
+Bytes Channels(int program, int source) {
+  Bytes body = {0, 2};
+  for (const bool other : {true, false}) {
+    Bytes channel(24, 0);
+    AppendBytes(channel, Number16(other ? 99 : program));
+    AppendBytes(channel, {0x0D, 0xC2});
+    AppendBytes(channel, Number16(other ? 98 : source));
+    AppendBytes(channel, {0xFC, static_cast<uint8_t>(other ? 3 : 0)});
+    if (other) AppendBytes(channel, {0xA0, 1, 0});
+    AppendBytes(body, channel);
+  }
+  AppendBytes(body, {0xFC, 0});
+  return qln::test::TableSection(0xC8, body);
+}
+
+// Clause 6.5, with a title of four bytes each.
+Bytes Events(const std::vector<Bytes>& descriptors) {
+  Bytes body = {0, static_cast<uint8_t>(descriptors.size())};
+  for (const Bytes& of : descriptors) {
+    AppendBytes(body, {0xC0, 1, 0, 0, 0, 0, 0xC0, 0x0E, 0x10, 4, 1, 2, 3, 4});
+    AppendBytes(body, Number16(static_cast<int>(0xF000 | of.size())));
+    AppendBytes(body, of);
+  }
+  return qln::test::TableSection(0xCB, body);
+}
+
+// Guide and channels share a packet.
+Bytes WithEvents(const Bytes& map, const Bytes& events, int program = 1, int source = 1) {
+  Bytes stream = StreamOf(map);
+  Bytes sections = MasterGuide();
+  AppendBytes(sections, Channels(program, source));
+  AppendBytes(stream, TablePackets(kGuide, sections));
+  AppendBytes(stream, TablePackets(kEvents, events));
+  return stream;
+}
+
+const Bytes kPlainMap = MapTable({{0x1B, kPictures}, {0x81, 0x102}});
+
+TEST(AnnouncedCaptions, OfTheEventThatIsOn) {
+  const Bytes later = Descriptor(0x86, {0xE1, 'd', 'u', 't', 0xC1, 0x3F, 0xFF});
+  Bytes first =
+      Descriptor(0x87, Bytes(120, 'r'));  // of another kind, so that the event takes several packets
+  AppendBytes(first, kServices);
+  for (const Bytes& events : {Events({first, later}), Events({Descriptor(0x87, {1}), first, later})}) {
+    const Bytes stream = WithEvents(kPlainMap, events);
+    EXPECT_EQ(Services(stream), kExpected);
+    EXPECT_THAT(Services(stream, 0x102), IsEmpty());
+  }
+}
+
+TEST(AnnouncedCaptions, TheMapIsBelievedBeforeEvents) {
+  const Bytes map = MapTable({{0x1B, kPictures, Descriptor(0x86, {0xE1, 'd', 'u', 't', 0xC1, 0x3F, 0xFF})}});
+  EXPECT_THAT(Services(WithEvents(map, Events({kServices}))),
+              ElementsAre(AnnouncedService{"service 1", "dut", false, false}));
+}
+
+TEST(AnnouncedCaptions, EventsOfOtherProgramsAreNotTheirs) {
+  EXPECT_THAT(Services(WithEvents(kPlainMap, Events({kServices}), 2)), IsEmpty());
+  EXPECT_THAT(Services(WithEvents(kPlainMap, Events({kServices}), 1, 2)), IsEmpty());
+  EXPECT_THAT(Services(WithEvents(kPlainMap, Events({}))), IsEmpty());
+}
+
 TEST(AnnouncedCaptions, InBytesThatBreakOffAnywhere) {
-  const Bytes stream = StreamOf(MapTable({{0x1B, kPictures, kServices}}));
+  Bytes stream = StreamOf(MapTable({{0x1B, kPictures, kServices}}));
+  AppendBytes(stream, WithEvents(kPlainMap, Events({kServices, kServices})));
   for (size_t size = 0; size < stream.size(); size += 7) AnnouncedServices(ByteSpan(stream).first(size));
   qln::test::Random random(3);
   for (int i = 0; i < 300; ++i) {
