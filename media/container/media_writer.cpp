@@ -15,6 +15,7 @@
 
 #include "base/error.h"
 #include "container/container_kind.h"
+#include "container/container_rates.h"
 #include "container/describe_stream.h"
 #include "container/same_streams.h"
 
@@ -51,10 +52,29 @@ bool TakesAlone(const AVFormatContext& muxer, const AVStream& stream) {
   return taken;
 }
 
+// The duration that a tag of MKV tells, as "00:01:02.345000000", where it is one of whole milliseconds.
+int64_t TaggedMilliseconds(const AVStream& stream) {
+  const AVDictionaryEntry* const tag = av_dict_get(stream.metadata, "DURATION", nullptr, 0);
+  int hours = 0;
+  int minutes = 0;
+  int seconds = 0;
+  int nanoseconds = 0;
+  if (tag == nullptr ||
+      std::sscanf(tag->value, "%d:%2d:%2d.%9d", &hours, &minutes, &seconds, &nanoseconds) != 4 ||
+      nanoseconds % 1000000 != 0)
+    return AV_NOPTS_VALUE;
+  return ((hours * int64_t{60} + minutes) * 60 + seconds) * 1000 + nanoseconds / 1000000;
+}
+
 }  // namespace
 
-MediaWriter::MediaWriter(const MediaFile& in, const std::string& path, UnfinishedCallback unfinished)
-    : in_(in), path_(path), beside_(NameBeside(path)), callback_(std::move(unfinished)) {
+MediaWriter::MediaWriter(const MediaFile& in, const std::string& path, UnfinishedCallback unfinished,
+                         bool dryRun)
+    : in_(in),
+      path_(path.empty() ? in.path() : path),
+      beside_(NameBeside(path_)),
+      callback_(std::move(unfinished)),
+      dryRun_(dryRun) {
   const std::string format = RequireOutput(in, path);
   try {
     Open(format);
@@ -67,7 +87,8 @@ MediaWriter::MediaWriter(const MediaFile& in, const std::string& path, Unfinishe
 
 MediaWriter::~MediaWriter() {
   if (context_ != nullptr) {
-    if (context_->pb != nullptr) avio_closep(&context_->pb);
+    if (context_->pb != nullptr && !scratch_) avio_closep(&context_->pb);
+    context_->pb = nullptr;
     avformat_free_context(context_);
   }
   if (!inPlace_ && unfinished_) unlink(beside_.c_str());
@@ -94,8 +115,12 @@ void MediaWriter::CopyStreams() {
   const AVFormatContext& in = *in_.context();
   const bool matroska = std::string_view(context_->oformat->name) == "matroska";
   lastDts_.resize(in.nb_streams, AV_NOPTS_VALUE);
+  rates_ = ContainerRates(in_);
   for (unsigned i = 0; i < in.nb_streams; ++i) {
     attachments_.push_back(matroska && (in.streams[i]->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0);
+    // Durations of subtitles are written, those of other packets only count for the tag.
+    const bool written = in.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE;
+    ends_.push_back(matroska && !written ? TaggedMilliseconds(*in.streams[i]) : AV_NOPTS_VALUE);
     CopyStream(i);
   }
 }
@@ -113,8 +138,11 @@ void MediaWriter::CopyStream(unsigned index) {
   to->time_base = from.time_base;
   to->disposition = from.disposition;
   to->sample_aspect_ratio = from.sample_aspect_ratio;
+  // No muxer takes one that its stream contradicts, as two views in a picture do.
+  if (from.sample_aspect_ratio.num > 0) to->codecpar->sample_aspect_ratio = from.sample_aspect_ratio;
   to->avg_frame_rate = from.avg_frame_rate;
   to->r_frame_rate = from.r_frame_rate;
+  if (in_.streams()[index].hasColourDescription) to->avg_frame_rate = to->r_frame_rate = rates_[index];
   to->discard = from.discard;
   av_dict_copy(&to->metadata, from.metadata, 0);
   for (int n = 0; n < from.nb_side_data; ++n) {
@@ -123,12 +151,7 @@ void MediaWriter::CopyStream(unsigned index) {
     if (copy == nullptr) throw std::bad_alloc();
     std::memcpy(copy, side.data, side.size);
   }
-  // What the container itself said of the colour, not what the search found in the stream.
-  const ContainerColour& colour = in_.containerColour(index);
-  to->codecpar->color_primaries = static_cast<AVColorPrimaries>(colour.primaries);
-  to->codecpar->color_trc = static_cast<AVColorTransferCharacteristic>(colour.transfer);
-  to->codecpar->color_space = static_cast<AVColorSpace>(colour.matrix);
-  to->codecpar->color_range = static_cast<AVColorRange>(colour.range);
+  CopyContainerFacts(index, *to->codecpar);
   if (!attachments_[index]) return;
   // The picture's one packet is the attached file.
   const AVPacket& picture = from.attached_pic;
@@ -140,6 +163,21 @@ void MediaWriter::CopyStream(unsigned index) {
   to->codecpar->extradata = file;
   to->codecpar->extradata_size = picture.size;
   to->codecpar->codec_type = AVMEDIA_TYPE_ATTACHMENT;
+}
+
+// What the container itself said of the pictures, not what the search found in the stream.
+void MediaWriter::CopyContainerFacts(unsigned index, AVCodecParameters& to) const {
+  const ContainerColour& said = in_.containerColour(index);
+  to.color_primaries = static_cast<AVColorPrimaries>(said.primaries);
+  to.color_trc = static_cast<AVColorTransferCharacteristic>(said.transfer);
+  to.color_space = static_cast<AVColorSpace>(said.matrix);
+  to.color_range = static_cast<AVColorRange>(said.range);
+  const MediaStream& stream = in_.streams()[index];
+  if (!stream.hasColourDescription || !stream.movingPictures) return;
+  to.field_order = static_cast<AVFieldOrder>(said.fieldOrder);
+  if (said.width <= 0 || said.height <= 0) return;
+  to.width = said.width;
+  to.height = said.height;
 }
 
 void MediaWriter::CopyPrograms() {
@@ -173,6 +211,15 @@ void MediaWriter::CopyChapters() {
 }
 
 void MediaWriter::Begin() {
+  if (dryRun_) {
+    context_->pb = scratch_.emplace().context();
+  } else {
+    CreateFile();
+  }
+  WriteHeader();
+}
+
+void MediaWriter::CreateFile() {
   // Made new, with the rights that a file made by the user has.
   unfinished_.emplace(callback_, beside_);
   const int file = open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666);
@@ -182,9 +229,8 @@ void MediaWriter::Begin() {
     throw Error(path_, fmt::format("cannot be written: {}", std::strerror(reason)));
   }
   close(file);
-  int result = avio_open(&context_->pb, ("file:" + beside_).c_str(), AVIO_FLAG_WRITE);
+  const int result = avio_open(&context_->pb, ("file:" + beside_).c_str(), AVIO_FLAG_WRITE);
   if (result < 0) Fail("cannot be written", result);
-  WriteHeader();
 }
 
 void MediaWriter::WriteHeader() {
@@ -219,6 +265,10 @@ void MediaWriter::Write(AVPacket* packet) {
   if (attachments_[index]) return av_packet_unref(packet);
   av_packet_rescale_ts(packet, in_.context()->streams[index]->time_base, context_->streams[index]->time_base);
   packet->pos = -1;
+  if (std::string_view(context_->oformat->name) == "matroska") {
+    PutDelayBack(packet);
+    KeepTaggedEnd(packet);
+  }
   const int64_t dts = packet->dts;
   // A transport stream hands out a packet when the next one of its stream begins, so that its order says
   // little: time alone decides there. Everywhere else the order of the input is kept.
@@ -233,17 +283,47 @@ void MediaWriter::Write(AVPacket* packet) {
   if (result < 0) Fail(StreamText(*in_.context()->streams[index]) + ": writing failed", result);
 }
 
-void MediaWriter::Finish(const std::function<void(const std::string&)>& check) {
+// MKV counts from the first sample that a decoder gives, the reader from the first that is heard.
+void MediaWriter::PutDelayBack(AVPacket* packet) const {
+  const AVStream& to = *context_->streams[packet->stream_index];
+  const AVCodecParameters& sound = *to.codecpar;
+  const int rate = sound.codec_id == AV_CODEC_ID_OPUS ? 48000 : sound.sample_rate;
+  if (sound.codec_type != AVMEDIA_TYPE_AUDIO || sound.initial_padding <= 0 || rate <= 0) return;
+  const int64_t delay = av_rescale_q(sound.initial_padding, AVRational{1, rate}, to.time_base);
+  if (packet->pts != AV_NOPTS_VALUE) packet->pts += delay;
+  if (packet->dts != AV_NOPTS_VALUE) packet->dts += delay;
+}
+
+// The muxer's duration tag is the latest end of a stream's packets, and how long they are goes nowhere else.
+void MediaWriter::KeepTaggedEnd(AVPacket* packet) const {
+  const int64_t end = ends_[static_cast<size_t>(packet->stream_index)];
+  if (end != AV_NOPTS_VALUE && packet->pts != AV_NOPTS_VALUE && end > packet->pts)
+    packet->duration = end - packet->pts;
+}
+
+void MediaWriter::Close() {
+  if (scratch_) {
+    context_->pb = nullptr;
+    return;
+  }
+  const int closed = avio_closep(&context_->pb);
+  if (closed < 0) Fail("writing failed", closed);
+}
+
+std::vector<std::string> MediaWriter::Finish(const std::function<void(const std::string&)>& check) {
   int result = av_write_trailer(context_);
   if (result >= 0 && context_->pb->error < 0) result = context_->pb->error;
-  const int closed = avio_closep(&context_->pb);
   if (result < 0) Fail("writing failed", result);
-  if (closed < 0) Fail("writing failed", closed);
-  if (!in_.isRawStream()) RequireSameStreams(in_, *context_, beside_);
-  if (check) check(beside_);
+  Close();
+  std::vector<std::string> otherwise;
+  const std::string written = scratch_ ? scratch_->path() : beside_;
+  if (!in_.isRawStream() && !written.empty()) otherwise = RequireSameStreams(in_, *context_, written);
+  if (!written.empty() && (!scratch_ || scratch_->whole())) check(written);
+  if (scratch_) return otherwise;
   if (std::rename(beside_.c_str(), path_.c_str()) != 0)
     throw Error(path_, fmt::format("cannot be put in place: {}", std::strerror(errno)));
   inPlace_ = true;
+  return otherwise;
 }
 
 }  // namespace qlnmedia

@@ -30,8 +30,7 @@ namespace {
 // Packets on their way through the editors.
 class Packets {
  public:
-  // A null writer writes nothing.
-  Packets(EditedStreams& streams, MediaWriter* out) : streams_(streams), out_(out) {}
+  Packets(EditedStreams& streams, MediaWriter& out) : streams_(streams), out_(out) {}
 
   void Take(PacketHandle packet) {
     if (EditedStream* const edited = Find(*packet)) {
@@ -63,12 +62,12 @@ class Packets {
         if (unit->unit.key) packet->flags |= AV_PKT_FLAG_KEY;
         if (unit->changed) ReplacePacketData(packet, unit->unit.data);
       }
-      if (out_ != nullptr) out_->Write(packet);
+      out_.Write(packet);
     }
   }
 
   EditedStreams& streams_;
-  MediaWriter* out_;
+  MediaWriter& out_;
   std::deque<PacketHandle> waiting_;
 };
 
@@ -111,13 +110,13 @@ PatchResult PatchMuxed(const PatchOptions& options, MediaFile& in) {
   const std::string early = in.isRawStream() ? EndNote(in) : std::string();
   const PacketInput input(in, false);
   EditedStreams streams(input, options);
-  MediaWriter out(in, options.out, options.unfinished);
+  MediaWriter out(in, options.out, options.unfinished, options.dryRun);
   SetParametersOf(in, streams, options, out);
-  if (!options.dryRun) out.Begin();
+  out.Begin();
   Progress meter(options.progress, options.dryRun ? "reading" : "patching", in.sizeBytes());
   const PacketHandle packet(av_packet_alloc());
   if (packet == nullptr) throw std::bad_alloc();
-  Packets packets(streams, options.dryRun ? nullptr : &out);
+  Packets packets(streams, out);
   PacketJoiner joiner(in);
   while (in.Read(packet.get())) {
     meter.At(packet->pos);
@@ -126,18 +125,19 @@ PatchResult PatchMuxed(const PatchOptions& options, MediaFile& in) {
   while (PacketHandle whole = joiner.Finish()) packets.Take(std::move(whole));
   if (!in.endNote().empty()) throw Error(options.in, in.endNote(), "a damaged file is not patched");
   packets.Finish();
-  PatchResult result;
-  std::string verified;
-  if (!options.dryRun) {
-    out.Finish([&](const std::string& written) {
-      if (options.verify) verified = VerifyPatched(options.in, written, options, options.out);
-    });
-  }
+  MuxedVerified verified;
+  const std::vector<std::string> otherwise = out.Finish([&](const std::string& written) {
+    verified = VerifyMuxed(options.in, written, options, options.out.empty() ? options.in : options.out);
+  });
   meter.Done();
+  PatchResult result;
   result.lines = streams.Summary();
-  if (!early.empty()) result.lines.push_back("warning: " + early);
-  if (!in.endNote().empty()) result.lines.push_back("warning: " + in.endNote());
-  if (!verified.empty()) result.lines.push_back(verified);
+  const auto warn = [&result](const std::string& text) { result.lines.push_back("warning: " + text); };
+  if (!early.empty()) warn(early);
+  if (!in.endNote().empty()) warn(in.endNote());
+  for (const std::string& text : otherwise) warn(text);
+  for (const std::string& text : verified.otherwise) warn(text);
+  if (!options.dryRun) result.lines.push_back(verified.text);
   return result;
 }
 

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "base/error.h"
-#include "patch/verify.h"
+#include "patch/kept_packets.h"
 #include "units/access_unit.h"
 #include "units/mpeg2.h"
 
@@ -168,7 +168,7 @@ std::vector<mp4::SamplePart> SampleUnits::PartsOf(const Given& given, const Byte
 }
 
 bool SampleUnits::IsKept(const mp4::Sample& sample, ByteSpan before, ByteSpan after,
-                         const StreamChanges& changes) const {
+                         const EditOptions& changes) const {
   const auto rest = [&](ByteSpan bytes) {
     std::vector<Bytes> kept;
     const auto keep = [&kept](ByteSpan unit) { kept.emplace_back(unit.begin(), unit.end()); };

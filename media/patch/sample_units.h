@@ -8,6 +8,7 @@
 
 #include "container/mp4/change.h"
 #include "container/mp4/sample_table.h"
+#include "qlnmedia/patch.h"
 #include "qlnmedia/stream_editor.h"
 #include "units/coded_stream.h"
 
@@ -43,7 +44,7 @@ class SampleUnits {
   bool MayHoldSets(mp4::Reader& reader, const mp4::Sample& sample) const;
 
   // True where both hold the same but for what a patch may put in, take out or change.
-  bool IsKept(const mp4::Sample& sample, ByteSpan before, ByteSpan after, const StreamChanges& changes) const;
+  bool IsKept(const mp4::Sample& sample, ByteSpan before, ByteSpan after, const EditOptions& changes) const;
 
   // The edited sample as it goes back into the track, of one with cut slices the parts between these. Throws
   // Error, with `where` in front, for a unit that outgrows its length field.

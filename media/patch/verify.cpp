@@ -4,157 +4,185 @@
 
 #include <fmt/format.h>
 
-#include <deque>
-#include <new>
-#include <vector>
+#include <cstdlib>
 
 #include "base/error.h"
-#include "container/coded_stream.h"
-#include "container/media_file.h"
-#include "units/mpeg2.h"
 
 namespace qlnmedia {
 
 namespace {
 
-// Of one packet, as KeptOf tells.
-struct Kept {
-  int64_t pts = 0;
-  int64_t dts = 0;
-  int64_t duration = 0;  // 0 where durations do not count
-  uint64_t hash = 0xCBF29CE484222325u;
+[[noreturn]] void Fail(const std::string& name, size_t stream, int64_t packet, const char* what,
+                       const std::string& advice = {}) {
+  throw Error(name, fmt::format("stream {}, packet {}: its {} is not the input's", stream, packet, what),
+              advice);
+}
+
+bool IsTimecode(const KeptReader& reader, size_t stream) {
+  return reader.file().context()->streams[stream]->codecpar->codec_tag == MKTAG('t', 'm', 'c', 'd');
+}
+
+// Calls `take` with each packet's stream, number, and what is kept of it in both files; `skip` tells streams
+// that are left out. Throws where a stream has more packets in one of them. Returns how many there are.
+template <class Skip, class Take>
+uint64_t ForPairs(KeptReader& before, KeptReader& after, const std::string& name, const Skip& skip,
+                  const Take& take) {
+  std::vector<int64_t> counts(before.streams());
+  uint64_t packets = 0;
+  for (bool more = true; more;) {
+    const bool beforeMore = before.Next();
+    const bool afterMore = after.Next();
+    more = beforeMore || afterMore;
+    for (size_t i = 0; i < counts.size(); ++i) {
+      auto& was = before.queue(i);
+      auto& is = after.queue(i);
+      if (skip(i)) {
+        was.clear();
+        is.clear();
+      }
+      for (; !was.empty() && !is.empty(); was.pop_front(), is.pop_front(), ++packets)
+        take(i, counts[i]++, was.front(), is.front());
+    }
+  }
+  for (size_t i = 0; i < counts.size(); ++i) {
+    if (!before.queue(i).empty() || !after.queue(i).empty())
+      throw Error(name, fmt::format("stream {} has not as many packets as the input", i));
+  }
+  return packets;
+}
+
+// Durations of one stream that came out otherwise.
+struct OtherDurations {
+  int64_t packets = 0;
+  int64_t first = 0;
+  int64_t was = 0;  // of that one, in nanoseconds
+  int64_t is = 0;
+
+  void Add(int64_t packet, int64_t before, int64_t after) {
+    if (packets++ == 0) {
+      first = packet;
+      was = before;
+      is = after;
+    }
+  }
+  std::string Text(size_t stream) const {
+    const auto milliseconds = [](int64_t time) {
+      return fmt::format("{:g}", static_cast<double>(time) / 1e6);
+    };
+    return fmt::format(
+        "stream {}: {} packets have another duration than in the input (packet {}: {} ms, was {} ms)", stream,
+        packets, first, milliseconds(is), milliseconds(was));
+  }
 };
 
-// FNV-1a, which tells a changed byte from an unchanged one; nobody forges slices against us.
-void Mix(uint64_t& hash, ByteSpan bytes) {
-  for (const uint8_t byte : bytes) hash = (hash ^ byte) * 0x100000001B3u;
-  hash = (hash ^ bytes.size()) * 0x100000001B3u;
+// Raw and transport streams have no marks but what pictures say of themselves.
+bool MarkMayChange(const MediaFile& file, const EditOptions& changes, const KeptPacket& was) {
+  const bool told = !file.isRawStream() && !file.isTransportStream();
+  return was.key ? !told && changes.remove.any() : changes.recoveryPoints;
 }
 
-void Mix(uint64_t& hash, int64_t number) {
-  for (int shift = 0; shift < 64; shift += 8)
-    hash = (hash ^ (static_cast<uint64_t>(number) >> shift & 0xFF)) * 0x100000001B3u;
-}
-
-// The packets of one file, stream by stream, as they are read.
-class KeptReader {
+// The verification of one file that a muxer wrote.
+class MuxedComparison {
  public:
-  // `bytes`: whether those of MP4 and MOV count as well.
-  KeptReader(const std::string& path, const StreamChanges& changes, bool bytes)
-      : file_(path), packet_(av_packet_alloc()), changes_(changes) {
-    bytes_ = bytes || !file_.isIso();
-    if (packet_ == nullptr) throw std::bad_alloc();
-    for (unsigned i = 0; i < file_.context()->nb_streams; ++i) {
-      const AVStream& stream = *file_.context()->streams[i];
-      codecs_.push_back(CodecOf(stream));
-      framings_.emplace_back();
-      if (codecs_.back() && stream.codecpar->extradata_size > 0)
-        SetFraming(i, stream.codecpar->extradata, static_cast<size_t>(stream.codecpar->extradata_size));
-    }
-    queues_.resize(codecs_.size());
+  MuxedComparison(KeptReader& before, KeptReader& after, const EditOptions& changes, const std::string& name)
+      : before_(before), after_(after), changes_(changes), name_(name), durations_(before.streams()) {
+    timed_ = !before.file().isRawStream();
   }
 
-  size_t streams() const { return codecs_.size(); }
-  const MediaFile& file() const { return file_; }
-  std::vector<std::deque<Kept>>& queues() { return queues_; }
-
-  bool Next() {
-    do {
-      if (!file_.Read(packet_.get())) return false;
-    } while (static_cast<size_t>(packet_->stream_index) >= codecs_.size());
-    const auto index = static_cast<size_t>(packet_->stream_index);
-    const AVRational base = file_.context()->streams[index]->time_base;
-    Kept kept{Time(packet_->pts, base), Time(packet_->dts, base)};
-    if (file_.isIso()) {
-      // Where timing goes into parameter sets, libavformat tells H.264 durations from there, whatever tables
-      // say.
-      if (!changes_.timing) kept.duration = packet_->duration;
-      TakeSideData(index, kept.hash);
+  MuxedVerified Run() {
+    if (before_.streams() != after_.streams())
+      throw Error(name_, fmt::format("has {} streams, the input {}", after_.streams(), before_.streams()));
+    const uint64_t packets = ForPairs(
+        before_, after_, name_, [](size_t) { return false; },
+        [this](size_t stream, int64_t packet, const KeptPacket& was, const KeptPacket& is) {
+          Compare(stream, packet, was, is);
+        });
+    MuxedVerified result;
+    for (size_t i = 0; i < durations_.size(); ++i) {
+      if (durations_[i].packets != 0) result.otherwise.push_back(durations_[i].Text(i));
+      if (const int64_t more = after_.delimiters(i) - before_.delimiters(i);
+          more != 0 && !changes_.delimiters && !changes_.remove.delimiters)
+        result.otherwise.push_back(fmt::format(
+            "stream {}: {} access unit delimiters came in, which transport streams want", i, more));
     }
-    if (bytes_) MixBytes(index, kept.hash);
-    queues_[index].push_back(kept);
-    return true;
+    result.text = Text(packets);
+    return result;
   }
 
  private:
-  void SetFraming(size_t index, const uint8_t* data, size_t size) {
-    framings_[index] = ReadConfigRecord(*codecs_[index], ByteSpan(data, size)).framing;
+  void Compare(size_t stream, int64_t packet, const KeptPacket& was, const KeptPacket& is) {
+    if (was.bytes != is.bytes) Fail(name_, stream, packet, "coded data");
+    if (was.sideData != is.sideData) Fail(name_, stream, packet, "side data");
+    if (was.key != is.key && !MarkMayChange(before_.file(), changes_, was))
+      Fail(name_, stream, packet, "sync mark");
+    if (!timed_) return;
+    const AVRational unit = after_.file().context()->streams[stream]->time_base;
+    const AVRational unitBefore = before_.file().context()->streams[stream]->time_base;
+    const std::string advice =
+        av_cmp_q(unit, unitBefore) == 0
+            ? ""
+            : fmt::format("the container's muxer counts in units of {}/{} s", unit.num, unit.den);
+    if (was.pts != is.pts) Fail(name_, stream, packet, "presentation time", advice);
+    if (was.dts != is.dts) Fail(name_, stream, packet, "decoding time", advice);
+    // Readers of MKV share the time of several frames in a block out in whole units.
+    constexpr int64_t kRounding = 1000000;
+    const bool shared = before_.file().streams()[stream].kind == StreamKind::kAudio &&
+                        std::abs(was.duration - is.duration) <= kRounding &&
+                        before_.file().formatName() != "mpegts";
+    if (was.duration != is.duration && !shared) durations_[stream].Add(packet, was.duration, is.duration);
   }
 
-  // A new configuration record changes with the patch; what else stands beside a packet stays.
-  void TakeSideData(size_t index, uint64_t& hash) {
-    for (int i = 0; i < packet_->side_data_elems; ++i) {
-      const AVPacketSideData& side = packet_->side_data[i];
-      if (side.type == AV_PKT_DATA_NEW_EXTRADATA) {
-        if (codecs_[index]) SetFraming(index, side.data, side.size);
-        continue;
-      }
-      Mix(hash, static_cast<int64_t>(side.type));
-      Mix(hash, ByteSpan(side.data, side.size));
+  std::string Text(uint64_t packets) const {
+    if (!timed_)
+      return fmt::format(
+          "verified: {} packets have the input's bytes and sync marks, but for what a patch changes; a raw "
+          "stream holds nothing else",
+          packets);
+    size_t without = 0;
+    size_t other = 0;
+    for (size_t i = 0; i < durations_.size(); ++i) {
+      without += before_.HasDurations(i) ? 0U : 1U;
+      other += durations_[i].packets != 0 ? 1U : 0U;
     }
+    std::string durations = "durations";
+    if (other != 0) durations += fmt::format(" (but for {} streams, named above)", other);
+    if (without != 0)
+      durations += fmt::format(" (but for {} streams, where they follow from what is changed)", without);
+    return fmt::format(
+        "verified: {} packets of {} streams have the input's presentation and decoding times, {}, sync "
+        "marks, side data and bytes, but for what a patch changes; streams, dispositions, tags, chapters and "
+        "programs, as libavformat reads them, are the input's{}",
+        packets, durations_.size(), durations, other != 0 ? " but for what is named above" : "");
   }
 
-  void MixBytes(size_t index, uint64_t& hash) const {
-    const ByteSpan data(packet_->data, static_cast<size_t>(packet_->size));
-    if (file_.context()->streams[index]->codecpar->codec_id == AV_CODEC_ID_MPEG2VIDEO) {
-      for (const Mpeg2Unit& unit : Mpeg2Units(data)) {
-        if (unit.code != kMpeg2UserData) Mix(hash, data.subspan(unit.at, unit.size));
-      }
-    } else if (!codecs_[index]) {
-      Mix(hash, data);
-    } else {
-      const Codec codec = *codecs_[index];
-      for (const Unit& unit : TakeApart(data, framings_[index]).units) {
-        const int type = UnitType(codec, unit.bytes);
-        if (!MayChange(codec, type, changes_)) Mix(hash, unit.bytes);
-      }
-    }
-  }
-
-  // Muxers have their own units of time.
-  int64_t Time(int64_t timestamp, AVRational base) const {
-    if (timestamp == AV_NOPTS_VALUE || file_.isIso()) return timestamp;
-    return av_rescale_q(timestamp, base, AVRational{1, 1000000});
-  }
-
-  MediaFile file_;
-  PacketHandle packet_;
-  const StreamChanges& changes_;
-  bool bytes_ = true;
-  std::vector<std::optional<Codec>> codecs_;
-  std::vector<Framing> framings_;
-  std::vector<std::deque<Kept>> queues_;
+  KeptReader& before_;
+  KeptReader& after_;
+  const EditOptions& changes_;
+  const std::string& name_;
+  bool timed_ = true;
+  std::vector<OtherDurations> durations_;
 };
 
-std::string Compared(uint64_t packets, size_t streams, bool carried, bool boxes) {
+std::string Compared(uint64_t packets, size_t streams, bool boxes) {
   return fmt::format(
-      "verified: {} packets of {} streams have the input's {} and bytes, but for what a patch changes{}",
-      packets, streams,
-      carried ? "presentation and decoding times, durations, side data" : "presentation and decoding times",
-      boxes ? "; boxes, edit lists and sync samples are the input's" : "");
+      "verified: {} packets of {} streams have the input's presentation and decoding times, durations, side "
+      "data and bytes, but for what a patch changes{}",
+      packets, streams, boxes ? "; boxes, edit lists and sync samples are the input's" : "");
 }
 
 }  // namespace
 
-bool MayChange(Codec codec, int type, const StreamChanges& changes) {
-  if (changes.remove.unspecified && IsUnspecified(codec, type)) return true;
-  if (codec == Codec::kH264)
-    return type == h264::kSei || type == h264::kSps || type == h264::kSubsetSps || type == h264::kDelimiter ||
-           type == h264::kFiller;
-  return type == hevc::kVps || type == hevc::kSps || type == hevc::kDelimiter || type == hevc::kFiller ||
-         type == hevc::kPrefixSei || type == hevc::kSuffixSei;
-}
-
-std::vector<StreamKept> KeptOf(const std::string& file, const StreamChanges& changes) {
+std::vector<StreamKept> KeptOf(const std::string& file, const EditOptions& changes) {
   KeptReader reader(file, changes, true);
   std::vector<StreamKept> kept(reader.streams());
   while (reader.Next()) {
     for (size_t i = 0; i < kept.size(); ++i) {
-      for (auto& queue = reader.queues()[i]; !queue.empty(); queue.pop_front()) {
-        const Kept& packet = queue.front();
+      for (auto& queue = reader.queue(i); !queue.empty(); queue.pop_front()) {
+        const KeptPacket& packet = queue.front();
         for (const int64_t number :
-             {packet.pts, packet.dts, packet.duration, static_cast<int64_t>(packet.hash)})
-          Mix(kept[i].digest, number);
+             {packet.pts, packet.dts, packet.duration, static_cast<int64_t>(packet.sideData),
+              static_cast<int64_t>(packet.bytes)})
+          MixNumber(kept[i].digest, number);
         ++kept[i].packets;
       }
     }
@@ -172,51 +200,33 @@ std::string RequireKept(const std::vector<StreamKept>& before, const std::vector
       throw Error(name, fmt::format("stream {}: its packets are not what they were", i));
     packets += before[i].packets;
   }
-  return Compared(packets, before.size(), true, false);
+  return Compared(packets, before.size(), false);
 }
 
-std::string VerifyPatched(const std::string& in, const std::string& out, const StreamChanges& changes,
+std::string VerifyPatched(const std::string& in, const std::string& out, const EditOptions& changes,
                           const std::string& name, bool timecodeTrack) {
   KeptReader before(in, changes, false);
   KeptReader after(out, changes, false);
-  const auto isTimecode = [](const KeptReader& reader, size_t index) {
-    return reader.file().context()->streams[index]->codecpar->codec_tag == MKTAG('t', 'm', 'c', 'd');
-  };
   const bool cameIn =
-      timecodeTrack && after.streams() == before.streams() + 1 && isTimecode(after, before.streams());
+      timecodeTrack && after.streams() == before.streams() + 1 && IsTimecode(after, before.streams());
   if (before.streams() != after.streams() && !cameIn)
     throw Error(name, fmt::format("has {} streams, the input {}", after.streams(), before.streams()));
-  const bool timed = !before.file().isRawStream();
-  std::vector<int64_t> counts(before.streams());
-  uint64_t packets = 0;
-  bool more = true;
-  while (more) {
-    const bool beforeMore = before.Next();
-    const bool afterMore = after.Next();
-    more = beforeMore || afterMore;
-    for (size_t i = 0; i < counts.size(); ++i) {
-      auto& was = before.queues()[i];
-      auto& is = after.queues()[i];
-      if (timecodeTrack && isTimecode(before, i)) {
-        was.clear();
-        is.clear();
-      }
-      for (; !was.empty() && !is.empty(); was.pop_front(), is.pop_front(), ++counts[i], ++packets) {
-        const Kept& a = was.front();
-        const Kept& b = is.front();
-        if (a.hash != b.hash)
-          throw Error(name,
-                      fmt::format("stream {}, packet {}: its coded data is not the input's", i, counts[i]));
-        if (timed && (a.pts != b.pts || a.dts != b.dts || a.duration != b.duration))
-          throw Error(name, fmt::format("stream {}, packet {}: its time is not the input's", i, counts[i]));
-      }
-    }
-  }
-  for (size_t i = 0; i < counts.size(); ++i) {
-    if (!before.queues()[i].empty() || !after.queues()[i].empty())
-      throw Error(name, fmt::format("stream {} has not as many packets as the input", i));
-  }
-  return Compared(packets, counts.size(), before.file().isIso(), before.file().isIso());
+  const uint64_t packets = ForPairs(
+      before, after, name, [&](size_t i) { return timecodeTrack && IsTimecode(before, i); },
+      [&](size_t stream, int64_t packet, const KeptPacket& was, const KeptPacket& is) {
+        if (was.sideData != is.sideData) Fail(name, stream, packet, "side data");
+        if (was.pts != is.pts) Fail(name, stream, packet, "presentation time");
+        if (was.dts != is.dts) Fail(name, stream, packet, "decoding time");
+        if (was.duration != is.duration) Fail(name, stream, packet, "duration");
+      });
+  return Compared(packets, before.streams(), true);
+}
+
+MuxedVerified VerifyMuxed(const std::string& in, const std::string& out, const EditOptions& changes,
+                          const std::string& name) {
+  KeptReader before(in, changes, true);
+  KeptReader after(out, changes, true);
+  return MuxedComparison(before, after, changes, name).Run();
 }
 
 std::string VerifiedText(uint64_t samples, uint64_t tracks) {

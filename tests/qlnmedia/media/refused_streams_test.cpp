@@ -39,6 +39,10 @@ std::string Refusal(const Bytes& bytes, const std::string& ending) {
   EXPECT_EQ(result.exitCode, 1) << result.output;
   EXPECT_FALSE(std::filesystem::exists(out));
   EXPECT_THAT(result.output, testing::Not(HasSubstr("Invalid argument")));
+  // A dry run says the same.
+  const CommandResult dry = Qlnmedia("patch --dry-run '" + in + "' --colour bt709");
+  EXPECT_EQ(dry.exitCode, 1);
+  EXPECT_EQ(dry.output, result.output);
   return result.output;
 }
 
