@@ -68,15 +68,6 @@ void ExpectKept(const std::string& in) {
   EXPECT_EQ(std::filesystem::file_size(again), std::filesystem::file_size(out));
 }
 
-void ExpectRefused(const std::string& in, const std::string& text) {
-  const std::string out = OutOf(in);
-  std::filesystem::remove(out);
-  const CommandResult patch = Qlnmedia("patch '" + in + "' '" + out + "' --colour bt709");
-  EXPECT_EQ(patch.exitCode, 1);
-  EXPECT_THAT(patch.output, HasSubstr(text));
-  EXPECT_FALSE(std::filesystem::exists(out));
-}
-
 // A file with something planted in its boxes.
 std::string Planted(const std::string& name, const Bytes& bytes) {
   const std::string file = MediaPath("container_planted_" + name);
