@@ -1,0 +1,90 @@
+// Transport streams in memory: whatever their packets say, a change of nothing is the input, and what was
+// changed comes out of the same packets while all others are those of the input.
+
+#include <vector>
+
+#include "container/mp4/memory_sink.h"
+#include "container/ts/carrier.h"
+#include "container/ts/kept_packets.h"
+#include "fuzz_input.h"
+
+namespace {
+
+using qlnmedia::mp4::MemorySink;
+using qlnmedia::mp4::MemorySource;
+using namespace qlnmedia::ts;
+
+constexpr uint16_t kIdentifier = 0x100;
+
+void Expect(bool holds) {
+  if (!holds) __builtin_trap();
+}
+
+// The elementary stream's bytes PES packet by PES packet, as clause 2.4.3.6 has them.
+std::vector<Bytes> StreamOf(const Bytes& bytes) {
+  const MemorySource source(bytes);
+  RowReader rows(source);
+  std::vector<Bytes> packets;
+  for (Row row; rows.Next(row);) {
+    if (!row.isPacket || row.identifier() != kIdentifier) continue;
+    if (row.startsUnit() && row.hasPayload()) packets.emplace_back();
+    if (packets.empty()) continue;
+    const ByteSpan payload = row.payload();
+    packets.back().insert(packets.back().end(), payload.begin(), payload.end());
+  }
+  for (Bytes& packet : packets) {
+    const bool isPes =
+        packet.size() >= 9 && packet[0] == 0 && packet[1] == 0 && packet[2] == 1 && packet[6] >> 6 == 2;
+    const size_t head = isPes ? size_t{9} + packet[8] : packet.size();
+    const size_t length = isPes ? size_t{packet[4]} << 8 | packet[5] : 0;
+    const size_t end = length == 0 ? packet.size() : std::min(packet.size(), length + 6);
+    packet = head >= end ? Bytes()
+                         : Bytes(packet.begin() + static_cast<std::ptrdiff_t>(head),
+                                 packet.begin() + static_cast<std::ptrdiff_t>(end));
+  }
+  return packets;
+}
+
+Bytes Carried(const Bytes& bytes, const std::vector<Bytes>& was, const std::vector<Bytes>& is) {
+  const MemorySource source(bytes);
+  MemorySink sink;
+  Carrier carrier(source, &sink, {kIdentifier});
+  for (size_t i = 0; i < was.size(); ++i) {
+    if (!was[i].empty()) carrier.Take(kIdentifier, was[i], is[i]);
+  }
+  carrier.Finish();
+  RequireOthersKept(source, MemorySource(sink.bytes()), {kIdentifier}, "out");
+  return sink.bytes();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  qln::fuzz::Input input(data, size);
+  uint32_t seed = input.Number(4);
+  if (size < 4) return 0;
+  const Bytes bytes(data + 4, data + size);
+  try {
+    const std::vector<Bytes> was = StreamOf(bytes);
+    Expect(Carried(bytes, {}, {}) == bytes);
+    Expect(Carried(bytes, was, was) == bytes);
+    std::vector<Bytes> is = was;
+    for (Bytes& packet : is) {
+      seed = seed * 1664525 + 1013904223;
+      if (packet.empty() || (seed >> 30) == 0) continue;
+      const size_t at = (seed >> 8) % packet.size();
+      const auto place = packet.begin() + static_cast<std::ptrdiff_t>(at);
+      if ((seed >> 30) == 1) {
+        packet.erase(place, packet.end());
+      } else {
+        packet.insert(place, (seed >> 12) % 700, 0x55);
+      }
+    }
+    const std::vector<Bytes> comes = StreamOf(Carried(bytes, was, is));
+    Expect(comes.size() == is.size());
+    for (size_t i = 0; i < is.size(); ++i) Expect(comes[i] == is[i]);
+  } catch (const qlnmedia::Error&) {
+    // refused
+  }
+  return 0;
+}
