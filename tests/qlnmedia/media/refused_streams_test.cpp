@@ -133,7 +133,8 @@ TEST(RefusedStreams, ChaptersThatComeOutOtherwise) {
     return "";
   };
   EXPECT_EQ(says(file), "");
-  EXPECT_THAT(says(clip("chapters_title.mkv", "100", "two")), HasSubstr("chapter 0 cannot be carried over"));
+  EXPECT_THAT(says(clip("chapters_title.mkv", "100", "two")),
+              HasSubstr("chapter 0: its title cannot be carried over"));
   EXPECT_THAT(says(clip("chapters_time.mkv", "150", "one")), HasSubstr("chapter 0 cannot be carried over"));
 }
 
