@@ -31,9 +31,23 @@ struct Segments {
   std::string kind;  // of pictures, sound or text
   std::string initialization, media;
   uint64_t startNumber = 1;
-  std::vector<std::pair<uint64_t, uint64_t>> timeline;  // begin and number of each segment
+  std::vector<uint64_t> timeline;  // begin of each segment
   std::vector<std::string> listed;
   bool oneFile = false;
+};
+
+// A reference as it stands inside of a base (IETF RFC 3986 clause 5.2): what is behind the base's last slash
+// goes.
+std::string Resolved(const std::string& base, const std::string& reference) {
+  if (reference.empty()) return base;
+  if (reference.front() == '/' || reference.find("://") != std::string::npos) return reference;
+  return base.substr(0, base.rfind('/') + 1) + reference;
+}
+
+// What a template is filled in with for one segment.
+struct Filling {
+  uint64_t time = 0;
+  uint64_t number = 0;
 };
 
 class ManifestReader {
@@ -93,19 +107,26 @@ class ManifestReader {
       const std::string_view kind = level.attribute(attribute).value();
       if (!kind.empty()) now.kind = kind.substr(0, kind.find('/'));
     }
+    bool located = false;
     for (const pugi::xml_node& element : level.children()) {
       const std::string_view name = NameOf(element);
-      if (name == "BaseURL") {
+      // Further ones are other places for the same segments.
+      if (name == "BaseURL" && !located) {
+        located = true;
         std::string text = element.child_value();
         text.erase(0, text.find_first_not_of(" \t\r\n"));
         text.erase(text.find_last_not_of(" \t\r\n") + 1);
-        now.base += text;
+        now.base = Resolved(now.base, text);
       } else if (name == "SegmentBase") {
         now.oneFile = true;
       } else if (name == "SegmentTemplate" || name == "SegmentList") {
         Take(element.attribute("initialization"), now.initialization);
         Take(element.attribute("media"), now.media);
         now.startNumber = Number(element.attribute("startNumber"), now.startNumber);
+        const auto children = element.children();
+        if (std::any_of(children.begin(), children.end(),
+                        [](const pugi::xml_node& part) { return NameOf(part) == "SegmentURL"; }))
+          now.listed.clear();
         for (const pugi::xml_node& part : element.children()) TakePart(part, now);
       }
     }
@@ -136,17 +157,17 @@ class ManifestReader {
       if (repeats >= kMostSegments - now.timeline.size())
         throw Error(path_, "names more than a million segments");
       for (uint64_t i = 0; i <= repeats; ++i) {
-        now.timeline.emplace_back(time, now.startNumber + now.timeline.size());
+        now.timeline.push_back(time);
         time += duration;
       }
     }
   }
 
-  // A template with its names filled in: "$Number%05d$" and the like; "$$" is a dollar sign. `place` gets
-  // where the number would stand, and its width, where it is left open.
-  std::string Filled(const std::string& text, const std::pair<uint64_t, uint64_t>* of,
-                     DashStream::Numbered* open) const {
+  // A template with its names filled in: "$Number%05d$" and the like; "$$" is a dollar sign. `open` gets
+  // what stands in front of the number, and its width, where it is left open.
+  std::string Filled(const std::string& text, const Filling* of, DashStream::Numbered* open) const {
     std::string out;
+    bool opened = false;
     for (size_t at = 0; at < text.size(); ++at) {
       if (text[at] != '$') {
         out += text[at];
@@ -170,10 +191,12 @@ class ManifestReader {
       } else if (what == "Bandwidth") {
         out += bandwidth_;
       } else if (of != nullptr && what == "Time") {
-        out += fmt::format("{:0{}}", of->first, width);
+        out += fmt::format("{:0{}}", of->time, width);
       } else if (of != nullptr && what == "Number") {
-        out += fmt::format("{:0{}}", of->second, width);
+        out += fmt::format("{:0{}}", of->number, width);
       } else if (open != nullptr && what == "Number") {
+        if (std::exchange(opened, true))
+          throw Error(path_, fmt::format("does not say how many segments there are of \"{}\"", text));
         open->front = std::exchange(out, {});
         open->width = width;
       } else {
@@ -193,15 +216,20 @@ class ManifestReader {
                     "patch the file itself");
       return;
     }
-    stream.initialization = of.base + Filled(of.initialization, nullptr, nullptr);
-    for (const std::string& name : of.listed) stream.segments.push_back(of.base + name);
-    for (const auto& segment : of.timeline)
-      stream.segments.push_back(of.base + Filled(of.media, &segment, nullptr));
+    if (!of.initialization.empty())
+      stream.initialization = Resolved(of.base, Filled(of.initialization, nullptr, nullptr));
+    for (const std::string& name : of.listed) stream.segments.push_back(Resolved(of.base, name));
+    if (!of.media.empty()) {
+      for (uint64_t i = 0; i < of.timeline.size(); ++i) {
+        const Filling segment{of.timeline[i], of.startNumber + i};
+        stream.segments.push_back(Resolved(of.base, Filled(of.media, &segment, nullptr)));
+      }
+    }
     if (stream.segments.empty() && !of.media.empty()) {
       DashStream::Numbered open;
       open.first = static_cast<unsigned>(of.startNumber);
       open.behind = Filled(of.media, nullptr, &open);
-      open.front = of.base + open.front;
+      open.front = Resolved(of.base, open.front);
       stream.numbered.push_back(open);
     }
     streams_.push_back(std::move(stream));

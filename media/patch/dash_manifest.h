@@ -7,11 +7,11 @@
 
 namespace qlnmedia {
 
-// Names as they stand in the manifest, BaseURL in front.
+// Names as they stand in the manifest, inside of its first BaseURL at each level.
 struct DashStream {
   std::string id;  // of the Representation
   bool video = false;
-  std::string initialization;
+  std::string initialization;  // empty where it has none
   // Names in order of time. Where nothing but a template with numbers says how many there are, `numbered`
   // stands for them: text in front of the number, and behind it, the first number, and its least width.
   std::vector<std::string> segments;

@@ -117,7 +117,7 @@ uint64_t KeptReader::SideData(Stream& stream) {
   return hash;
 }
 
-uint64_t KeptReader::BytesOf(Stream& stream) const {
+uint64_t KeptReader::BytesOf(const Stream& stream) const {
   uint64_t hash = kEmptyHash;
   const ByteSpan data(packet_->data, static_cast<size_t>(packet_->size));
   const AVStream& of = *file_.context()->streams[packet_->stream_index];
@@ -129,14 +129,11 @@ uint64_t KeptReader::BytesOf(Stream& stream) const {
     Mix(hash, data);
   } else {
     const Codec codec = *stream.codec;
-    for (const Unit& unit : TakeApart(data, stream.framing).units) {
-      const int type = UnitType(codec, unit.bytes);
-      const bool delimiter = IsDelimiter(codec, type);
-      if (delimiter) ++stream.delimiters;
-      // The muxer of transport streams puts some in.
-      if (delimiter && file_.isTransportStream()) continue;
-      if (!MayChange(codec, type, changes_)) Mix(hash, unit.bytes);
+    const UnitRun run = TakeApart(data, stream.framing);
+    for (const Unit& unit : run.units) {
+      if (!MayChange(codec, UnitType(codec, unit.bytes), changes_)) Mix(hash, unit.bytes);
     }
+    if (run.damaged()) Mix(hash, run.rest);
   }
   return hash;
 }

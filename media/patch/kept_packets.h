@@ -44,8 +44,6 @@ class KeptReader {
   const MediaFile& file() const { return file_; }
   // What has been read of a stream and not been taken yet.
   std::deque<KeptPacket>& queue(size_t stream) { return streams_[stream].queue; }
-  // Delimiters in what has been read of a stream.
-  int64_t delimiters(size_t stream) const { return streams_[stream].delimiters; }
   // False where durations of a stream follow from what changes in it, so that they are not compared.
   bool HasDurations(size_t stream) const;
 
@@ -57,13 +55,12 @@ class KeptReader {
     std::optional<Codec> codec;
     Framing framing;
     Bytes streamId;  // the last that a packet told
-    int64_t delimiters = 0;
     std::deque<KeptPacket> queue;
   };
 
   void SetFraming(Stream& stream, const uint8_t* data, size_t size) const;
   uint64_t SideData(Stream& stream);
-  uint64_t BytesOf(Stream& stream) const;
+  uint64_t BytesOf(const Stream& stream) const;
   int64_t Time(int64_t timestamp, AVRational base) const;
 
   MediaFile file_;

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <filesystem>
 #include <optional>
 #include <sstream>
@@ -73,18 +74,34 @@ SegmentList ListFolder(const std::string& path) {
   return list;
 }
 
-// A name that a playlist gives, which has to stay in its folder.
+std::string FolderOfList(const std::string& path) {
+  const fs::path folder = fs::path(path).parent_path();
+  return folder.empty() ? fs::path(".") : folder;
+}
+
+// Percent signs with two digits behind them are bytes of a name (IETF RFC 3986 clause 2.1).
+std::string WithoutPercents(const std::string& uri) {
+  std::string name;
+  for (size_t at = 0; at < uri.size(); ++at) {
+    unsigned byte = 0;
+    const char* const digits = uri.data() + at + 1;
+    const bool coded = uri[at] == '%' && at + 2 < uri.size() &&
+                       std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2 && byte != 0;
+    name += coded ? static_cast<char>(byte) : uri[at];
+    if (coded) at += 2;
+  }
+  return name;
+}
+
+// A name that a playlist gives, which has to stay in its folder. Not all writers put percent signs in.
 std::string InsideFolder(const std::string& playlist, const std::string& uri) {
-  const fs::path name = fs::path(uri).lexically_normal();
+  std::error_code ignored;
+  const bool there = fs::exists(fs::path(FolderOfList(playlist)) / uri, ignored);
+  const fs::path name = fs::path(there ? uri : WithoutPercents(uri)).lexically_normal();
   const bool outside =
       name.is_absolute() || uri.find("://") != std::string::npos || (!name.empty() && *name.begin() == "..");
   if (outside) throw Error(playlist, fmt::format("names \"{}\", which stands outside of its folder", uri));
   return name;
-}
-
-std::string FolderOfList(const std::string& path) {
-  const fs::path folder = fs::path(path).parent_path();
-  return folder.empty() ? fs::path(".") : folder;
 }
 
 // The one stream of pictures of a manifest; those of all else go with it as they are.

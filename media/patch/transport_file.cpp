@@ -113,12 +113,10 @@ PatchResult PatchTransport(const PatchOptions& options, MediaFile& in) {
   pictures.Finish();
   RequireRate(options, carrier);
   PatchResult result;
-  std::string verified;
+  MuxedVerified verified;
   if (out) {
-    if (options.verify) {
-      ts::RequireOthersKept(source, mp4::FileSource(out->Readable()), identifiers, options.out);
-      verified = VerifyPatched(options.in, out->Readable(), options, options.out);
-    }
+    ts::RequireOthersKept(source, mp4::FileSource(out->Readable()), identifiers, options.out);
+    if (options.verify) verified = VerifyMuxed(options.in, out->Readable(), options, options.out);
     out->Finish();
   }
   meter.Done();
@@ -126,9 +124,11 @@ PatchResult PatchTransport(const PatchOptions& options, MediaFile& in) {
   if (carrier.counts().putIn != 0)
     result.lines.push_back(fmt::format("{} packets put in, where the stream had no null packets for them",
                                        carrier.counts().putIn));
-  if (!early.empty()) result.lines.push_back("warning: " + early);
-  if (!in.endNote().empty()) result.lines.push_back("warning: " + in.endNote());
-  if (!verified.empty()) result.lines.push_back(verified);
+  const auto warn = [&result](const std::string& text) { result.lines.push_back("warning: " + text); };
+  if (!early.empty()) warn(early);
+  if (!in.endNote().empty()) warn(in.endNote());
+  for (const std::string& text : verified.otherwise) warn(text);
+  if (!verified.text.empty()) result.lines.push_back(verified.text);
   return result;
 }
 
