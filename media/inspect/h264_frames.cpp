@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <map>
 #include <utility>
 
@@ -151,7 +152,7 @@ void AddUnits(Section& frame, const CodedStream& stream, const UnitRun& run, Act
 }
 
 void AddSlices(Section& frame, const UnitRun& run, ActiveSets& active) {
-  std::string types;
+  std::vector<std::string> types;
   SliceFacts first;
   for (const Unit& unit : run.units) {
     active.Take(unit.bytes);
@@ -161,13 +162,13 @@ void AddSlices(Section& frame, const UnitRun& run, ActiveSets& active) {
     if (!slice.known) continue;
     if (!first.known) first = slice;
     const std::string name = H264SliceTypeName(slice.header.slice_type);
-    if (types.find(name) == std::string::npos) types += (types.empty() ? "" : " ") + name;
+    if (std::find(types.begin(), types.end(), name) == types.end()) types.push_back(name);
   }
   if (!first.known) {
     frame.AddNote("no slice that its parameter sets explain");
     return;
   }
-  frame.Add("slice_types", "Slice types", types);
+  frame.Add("slice_types", "Slice types", fmt::format("{}", fmt::join(types, " ")));
   frame.Add("frame_num", "frame_num", first.header.frame_num);
   frame.Add("picture", "Picture",
             first.header.field_pic_flag == 0      ? "frame"

@@ -109,4 +109,8 @@ Section ReportOnFile(const std::string& path, const InspectOptions& options) {
   return report;
 }
 
+Report InspectFile(const std::string& path, const InspectOptions& options) {
+  return ReportOf(ReportOnFile(path, options));
+}
+
 }  // namespace qlnmedia

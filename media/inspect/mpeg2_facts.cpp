@@ -21,18 +21,35 @@ struct Seen {
   std::string order;
 };
 
-// profile_and_level_indication (clause 8); bit 7 is the escape of the 4:2:2 profile.
-void NameProfile(int indication, Mpeg2Facts& facts) {
-  if ((indication & 0x80) != 0) {
-    facts.profile = "4:2:2";
-    facts.level = indication == 0x85 ? "Main" : indication == 0x82 ? "High" : "";
-    return;
+// profile_and_level_indication (clause 8) with its escape bit, which names profile and level together.
+void NameEscapedProfile(int indication, Mpeg2Facts& facts) {
+  struct Named {
+    int indication;
+    const char* profile;
+    const char* level;
+  };
+  static constexpr Named kNamed[] = {{0x82, "4:2:2", "High"},      {0x85, "4:2:2", "Main"},
+                                     {0x8A, "Multi-view", "High"}, {0x8B, "Multi-view", "High 1440"},
+                                     {0x8D, "Multi-view", "Main"}, {0x8E, "Multi-view", "Low"}};
+  facts.profile = facts.level = "";
+  for (const Named& named : kNamed) {
+    if (named.indication != indication) continue;
+    facts.profile = named.profile;
+    facts.level = named.level;
   }
+}
+
+void NameProfile(int indication, Mpeg2Facts& facts) {
+  if ((indication & 0x80) != 0) return NameEscapedProfile(indication, facts);
   static constexpr const char* kProfiles[] = {"",     "High",  "Spatially Scalable", "SNR Scalable",
                                               "Main", "Simple"};
   const int profile = indication >> 4 & 7;
   facts.profile = profile < 6 ? kProfiles[profile] : "";
+  facts.level = "";
   switch (indication & 15) {
+    case 2:
+      facts.level = "HighP";
+      break;
     case 4:
       facts.level = "High";
       break;

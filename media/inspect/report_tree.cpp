@@ -115,8 +115,4 @@ Report ReportOf(Section section) {
   return Report(std::move(contents));
 }
 
-Report InspectFile(const std::string& path, const InspectOptions& options) {
-  return ReportOf(ReportOnFile(path, options));
-}
-
 }  // namespace qlnmedia

@@ -70,7 +70,7 @@ inline Bytes HevcSps(const HevcSpsParts& parts = {}) {
 inline Bytes HevcPps(uint32_t id = 0, uint32_t sps = 0, uint32_t extraBits = 0) {
   qln::test::BitBuilder bits;
   bits.u(16, 0x4401).ue(id).ue(sps).u(1, 0).u(1, 0).u(3, extraBits).u(2, 0).ue(0).ue(0).se(0);
-  bits.u(3, 0).se(0).se(0).u(4, 0).u(2, 0).u(3, 0).u(2, 0).ue(0).u(2, 0);
+  bits.u(3, 0).se(0).se(0).u(4, 0).u(2, 0).u(4, 0).ue(0).u(2, 0);
   return bits.trailing().bytes();
 }
 
