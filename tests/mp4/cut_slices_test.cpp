@@ -5,6 +5,8 @@
 #include <random>
 
 #include "mp4/build_boxes.h"
+#include "mp4/list_file.h"
+#include "mp4/patch_by_engine.h"
 #include "patch/sample_units.h"
 #include "support/media.h"
 
@@ -144,6 +146,20 @@ TEST(CutSlices, ASliceThatComesBackChangedIsRefused) {
   EXPECT_THROW(of.GiveBack(1, given, edited, "here"), Error);
   edited.resize(edited.size() / 2);
   EXPECT_THROW(of.GiveBack(1, given, edited, "here"), Error);
+}
+
+// Pictures of an encoder, of several slices each.
+TEST(CutSlices, PicturesAreWhatTheyWere) {
+  const std::string path =
+      MediaFile("mp4-large-slices.mp4",
+                "ffmpeg -v error -y -f lavfi -i \"nullsrc=s=320x240:r=25:d=0.4,geq=random(1)*255:128:128\" "
+                "-c:v libx264 "
+                "-threads 1 -preset ultrafast -qp 8 -g 5 -slices 3 -pix_fmt yuv420p {out}");
+  const Bytes file = ReadFile(path);
+  const Listing listing = ListFile(file);
+  for (const ListedSample& sample : listing.samples.at(1)) EXPECT_GT(sample.data.size(), 30000u);
+  for (const Wishes wishes : {Wishes::kDelimiters, Wishes::kEverything})
+    EXPECT_EQ(JudgePatch(file, {}, wishes), "");
 }
 
 }  // namespace
