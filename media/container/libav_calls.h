@@ -71,7 +71,6 @@ extern "C" {
 #define QLNMEDIA_LIBAVFORMAT_CALLS(CALL) \
   CALL(av_disposition_to_string)         \
   CALL(av_index_search_timestamp)        \
-  CALL(av_interleaved_write_frame)       \
   CALL(av_new_program)                   \
   CALL(av_program_add_stream_index)      \
   CALL(av_read_frame)                    \

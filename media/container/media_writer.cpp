@@ -234,11 +234,7 @@ void MediaWriter::CreateFile() {
 }
 
 void MediaWriter::WriteHeader() {
-  AVDictionary* options = nullptr;
-  const std::string_view format = context_->oformat->name;
-  if (format == "mpegts") av_dict_set(&options, "mpegts_copyts", "1", 0);
-  int result = avformat_init_output(context_, &options);
-  av_dict_free(&options);
+  int result = avformat_init_output(context_, nullptr);
   if (result >= 0) {
     // The preparation takes the input's tag away, so that it can put its own there.
     const AVDictionaryEntry* const encoder = av_dict_get(in_.context()->metadata, "encoder", nullptr, 0);
@@ -270,10 +266,8 @@ void MediaWriter::Write(AVPacket* packet) {
     KeepTaggedEnd(packet);
   }
   const int64_t dts = packet->dts;
-  // A transport stream hands out a packet when the next one of its stream begins, so that its order says
-  // little: time alone decides there. Everywhere else the order of the input is kept.
-  const bool byTime = std::string_view(context_->oformat->name) == "mpegts";
-  const int result = byTime ? av_interleaved_write_frame(context_, packet) : av_write_frame(context_, packet);
+  // The order of the input is kept.
+  const int result = av_write_frame(context_, packet);
   av_packet_unref(packet);
   if (result == AVERROR(EINVAL) && lastDts_[index] != AV_NOPTS_VALUE && dts <= lastDts_[index])
     throw Error(in_.path(), fmt::format("stream {}: its times go back, which cannot be written", index),

@@ -1,4 +1,4 @@
-// Writes a media file of the same kind as the one that is read (MKV, a transport stream or a raw stream),
+// Writes a media file of the same kind as the one that is read (MKV or a raw stream),
 // stream by stream and packet by packet, and puts it in place only when it is whole.
 #ifndef MEDIA_CONTAINER_MEDIA_WRITER_H
 #define MEDIA_CONTAINER_MEDIA_WRITER_H

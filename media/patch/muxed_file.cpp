@@ -15,7 +15,6 @@
 #include "container/edited_stream.h"
 #include "container/media_writer.h"
 #include "container/mp4/picture_size.h"
-#include "container/packet_joiner.h"
 #include "container/raw_end.h"
 #include "patch/container_facts.h"
 #include "patch/edited_streams.h"
@@ -117,12 +116,13 @@ PatchResult PatchMuxed(const PatchOptions& options, MediaFile& in) {
   const PacketHandle packet(av_packet_alloc());
   if (packet == nullptr) throw std::bad_alloc();
   Packets packets(streams, out);
-  PacketJoiner joiner(in);
   while (in.Read(packet.get())) {
     meter.At(packet->pos);
-    if (PacketHandle whole = joiner.Take(packet.get())) packets.Take(std::move(whole));
+    PacketHandle taken(av_packet_alloc());
+    if (taken == nullptr) throw std::bad_alloc();
+    av_packet_move_ref(taken.get(), packet.get());
+    packets.Take(std::move(taken));
   }
-  while (PacketHandle whole = joiner.Finish()) packets.Take(std::move(whole));
   if (!in.endNote().empty()) throw Error(options.in, in.endNote(), "a damaged file is not patched");
   packets.Finish();
   MuxedVerified verified;
