@@ -236,6 +236,10 @@ TEST_P(StoreTest, WrongArgumentsAreRefused) {
   EXPECT_EQ(kxCFGOpen(nullptr, 0), 0);
   EXPECT_EQ(kxCFGOpen("", 0), 0);
   EXPECT_EQ(GetNumber(handle_, "s", "k"), std::nullopt);
+  // Nor for a text that is there.
+  EXPECT_EQ(SetText(handle_, "s", "k", "text"), 0);
+  EXPECT_NE(kxCFGValueString(handle_, "s", "k", text, nullptr, 0), 0);
+  EXPECT_STREQ(text, "x");
 }
 
 }  // namespace
