@@ -56,6 +56,9 @@ TEST_F(Project, DocumentsByOtherWriters) {
   EXPECT_EQ(Config(project, "A"), "x\xE9");
   ASSERT_NE(Load("\xEF\xBB\xBF<Settings A='x\xE9'/>"), 0u) << "a mark in front of bytes that are no UTF-8";
   EXPECT_EQ(Config(project, "A"), "x\xE9");
+  ASSERT_NE(Load("<Settings A='a\r\nb\rc\r\r\nd'/>"), 0u)
+      << "line ends of other systems are one line feed each";
+  EXPECT_EQ(Config(project, "A"), "a\nb\nc\n\nd");
 }
 
 TEST_F(Project, DeepAndWideDocumentsAreReadUpToTheirLimits) {
