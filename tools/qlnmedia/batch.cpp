@@ -139,14 +139,15 @@ void RunBatch(const Inputs& inputs, unsigned jobs, const Batch& batch) {
     for (const Input& input : inputs.files) {
       const Done done = workers.Next();
       status = Combined(status, done.result.status);
-      workers.line().Clear();
-      if (!done.error.empty()) {
-        PrintFailed(batch, input, done.result.status, done.error);
-      } else {
-        Print((first ? "" : batch.between) + done.result.text);
-        first = false;
-      }
-      FlushOutput();
+      workers.line().Around([&] {
+        if (!done.error.empty()) {
+          PrintFailed(batch, input, done.result.status, done.error);
+        } else {
+          Print((first ? "" : batch.between) + done.result.text);
+          first = false;
+        }
+        FlushOutput();
+      });
     }
   }
   for (const std::string& folder : inputs.emptyFolders) {

@@ -3,6 +3,7 @@
 #define TOOLS_QLNMEDIA_PROGRESS_BAR_H
 
 #include <cstddef>
+#include <functional>
 #include <mutex>
 #include <string>
 
@@ -17,18 +18,19 @@ ProgressCallback ProgressBar();
 class ProgressLine {
  public:
   explicit ProgressLine(size_t files);
-  ~ProgressLine() { Clear(); }
+  ~ProgressLine();
   ProgressLine(const ProgressLine&) = delete;
   ProgressLine& operator=(const ProgressLine&) = delete;
 
   // A file has come as far as that.
   void Step(const std::string& path, const ProgressStep& step);
   void FileDone();
-  // Takes the line away, in front of what is printed.
-  void Clear();
+  // Calls `print` while the line is away, and nobody draws it.
+  void Around(const std::function<void()>& print);
 
  private:
-  void Draw(const std::string& about);
+  void Clear();
+  void Draw(const std::string& what, const std::string& path, const std::string& behind);
 
   const size_t files_;
   const bool shown_;

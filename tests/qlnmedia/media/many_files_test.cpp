@@ -3,7 +3,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <csignal>
 #include <filesystem>
 
 #include "qlnmedia/media/caption_media.h"
@@ -164,6 +168,50 @@ TEST(ManyFiles, CaptionsGoIntoAFolder) {
   const std::string out = MediaPath("many-captions.jsonl");
   EXPECT_EQ(Qlnmedia("captions --json" + Quoted({one, two}) + " > '" + out + "'").exitCode, 0);
   EXPECT_EQ(Text("jq '.captioned' '" + out + "'"), "10\n10\n");
+}
+
+// However many files there are still to do: the prompt is back within 0.3 s.
+TEST(ManyFiles, AreCalledOffAtOnce) {
+  const std::string folder = MediaPath("many-called-off");
+  fs::remove_all(folder);
+  fs::create_directories(folder);
+  const std::string in = Ts();
+  for (const std::string command : {"check", "inspect", "captions"}) {
+    std::vector<std::string> words = {"qlnmedia", command, "--jobs", "3"};
+    if (command == "captions") words.insert(words.end(), {"--form", "mcc", "-o", folder, "--force"});
+    for (int i = 0; i < 400; ++i) {
+      const std::string path = folder + "/" + std::to_string(i) + ".ts";
+      if (!fs::exists(path)) fs::create_symlink(in, path);
+      words.push_back(path);
+    }
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      std::signal(SIGINT, SIG_DFL);  // whoever started the tests may ignore it
+      dup2(ends[1], STDOUT_FILENO);
+      dup2(ends[1], STDERR_FILENO);
+      close(ends[0]);
+      close(ends[1]);
+      execv(QLNMEDIA_PROGRAM, arguments.data());
+      _exit(127);
+    }
+    close(ends[1]);
+    // The first result is there.
+    char byte = 0;
+    EXPECT_EQ(read(ends[0], &byte, 1), 1);
+    const auto begin = std::chrono::steady_clock::now();
+    kill(child, SIGINT);
+    int status = 0;
+    waitpid(child, &status, 0);
+    close(ends[0]);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << command << " " << status;
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(300)) << command;
+  }
 }
 
 }  // namespace
