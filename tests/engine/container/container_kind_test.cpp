@@ -63,16 +63,5 @@ TEST_F(Kinds, OutputsThatCannotBeWritten) {
   EXPECT_THAT(RefusalOf([&] { RequireWritable(in, in + "/b"); }), HasSubstr("cannot be written"));
 }
 
-// ISO/IEC 13818-1: packets of 188 bytes that begin with 0x47.
-Bytes TransportPackets(size_t count, size_t front, size_t behind) {
-  Bytes bytes;
-  for (size_t i = 0; i < count; ++i) {
-    bytes.resize(bytes.size() + front, 0x11);
-    bytes.push_back(0x47);
-    bytes.resize(bytes.size() + 187 + behind, 0xFF);
-  }
-  return bytes;
-}
-
 }  // namespace
 }  // namespace qlnmedia

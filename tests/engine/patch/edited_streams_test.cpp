@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "container/media_file.h"
 #include "container/mp4/memory_sink.h"
 #include "patch/carried_tracks.h"
 #include "small_files.h"
@@ -34,7 +35,7 @@ class Opened {
         media_(files_.Put("clip.mp4", bytes)),
         source_(bytes_, "clip.mp4"),
         carrier_(source_),
-        input_(media_, "clip.mp4", carrier_) {}
+        input_(media_.streams(), "clip.mp4", carrier_) {}
 
   const CarriedInput& input() const { return input_; }
   // The file with what `options` ask for, as it comes out.
@@ -61,7 +62,8 @@ class Opened {
 class Remuxed final : public PatchInput {
  public:
   explicit Remuxed(const CarriedInput& in) : in_(in) {}
-  const MediaFile& media() const override { return in_.media(); }
+  const std::vector<MediaStream>& streams() const override { return in_.streams(); }
+  bool describesPictures() const override { return true; }
   const std::string& path() const override { return in_.path(); }
   StreamDescription Describe(unsigned stream) const override { return in_.Describe(stream); }
   void Read(const std::set<unsigned>& streams, const ProgressCallback& progress,

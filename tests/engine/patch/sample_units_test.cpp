@@ -149,15 +149,23 @@ TEST(SampleUnits, HeadsTellWhetherASampleMayHoldSets) {
 TEST(SampleUnits, KeptIsWhatNoPatchMayChange) {
   const SampleUnits units(VideoCodec::kH264, {kFirst});
   const auto kept = [&](const std::vector<Bytes>& before, const std::vector<Bytes>& after,
-                        const StreamChanges& changes = {}) {
+                        const EditOptions& changes = {}) {
     return units.IsKept(Of(1), test::PacketOf(before, 4), test::PacketOf(after, 4), changes);
   };
   const Bytes slice = Hex("65B8AA");
-  EXPECT_TRUE(kept({slice}, {Hex("09F0"), Hex("674D"), Hex("0605AA80"), slice}));
+  // Sets, messages and delimiters come and go where they are asked for.
+  const std::vector<Bytes> more = {Hex("09F0"), Hex("674D"), Hex("0605AA80"), slice};
+  EditOptions asked;
+  EXPECT_FALSE(kept({slice}, more, asked));
+  asked.delimiters = true;
+  asked.fullRange = true;
+  EXPECT_FALSE(kept({slice}, more, asked));
+  asked.lightLevel = LightLevel{1000, 400};
+  EXPECT_TRUE(kept({slice}, more, asked));
   EXPECT_FALSE(kept({slice}, {Hex("65B8AB")}));
   EXPECT_FALSE(kept({slice, slice}, {slice}));
   EXPECT_FALSE(kept({Hex("68EE01"), slice}, {Hex("68EE02"), slice}));  // PPS
-  StreamChanges changes;
+  EditOptions changes;
   EXPECT_FALSE(kept({Hex("7801"), slice}, {slice}, changes));
   changes.remove.unspecified = true;
   EXPECT_TRUE(kept({Hex("7801"), slice}, {slice}, changes));
@@ -165,9 +173,9 @@ TEST(SampleUnits, KeptIsWhatNoPatchMayChange) {
   Bytes damaged = test::PacketOf({slice}, 4);
   damaged.push_back(0x11);
   Bytes other = test::PacketOf({Hex("09F0"), slice}, 4);
-  EXPECT_FALSE(units.IsKept(Of(1), damaged, other, {}));
+  EXPECT_FALSE(units.IsKept(Of(1), damaged, other, asked));
   other.push_back(0x11);
-  EXPECT_TRUE(units.IsKept(Of(1), damaged, other, {}));
+  EXPECT_TRUE(units.IsKept(Of(1), damaged, other, asked));
 }
 
 TEST(SampleUnits, OfMpeg2AllButUserDataIsKept) {
