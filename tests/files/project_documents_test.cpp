@@ -10,6 +10,7 @@
 #include "files/file_calls.h"
 #include "files/project_support.h"
 #include "qlnutil/kxprojecttoxml.h"
+#include "support/open_descriptors.h"
 
 namespace qln {
 namespace {
@@ -59,6 +60,8 @@ TEST_F(Project, DocumentsByOtherWriters) {
   ASSERT_NE(Load("<Settings A='a\r\nb\rc\r\r\nd'/>"), 0u)
       << "line ends of other systems are one line feed each";
   EXPECT_EQ(Config(project, "A"), "a\nb\nc\n\nd");
+  ASSERT_NE(Load("<Settings/><!--end\r\n"), 0u) << "at the very end as well";
+  EXPECT_NE(Save().find("<!--end\n-->"), std::string::npos);
 }
 
 TEST_F(Project, DeepAndWideDocumentsAreReadUpToTheirLimits) {
@@ -102,7 +105,9 @@ TEST_F(Project, SavingReplacesTheFileInOneStep) {
 TEST_F(Project, AFailedSaveSaysSo) {
   for (const std::string& path : {In("none/p.xml"), folder, std::string("/dev/full")}) {
     project.SetXMLName(path.c_str());
+    const auto descriptors = test::OpenDescriptors();
     EXPECT_EQ(project.SaveXMLFile(), 0u) << path;
+    EXPECT_EQ(test::OpenDescriptors(), descriptors) << path;
   }
   EXPECT_TRUE(fs::is_character_file("/dev/full"));
 }

@@ -13,6 +13,8 @@
 #include "qlnutil/kxprojecttoxml.h"
 #include "support/cpu_time.h"
 #include "support/file_status.h"
+#include "support/open_descriptors.h"
+#include "support/refused_calls.h"
 #include "support/sync_calls.h"
 #include "support/temporary_folder.h"
 
@@ -166,7 +168,9 @@ TEST_F(ProjectFiles, WhatDeadProcessesLeftIsRemovedByTheNextSave) {
                       ".project-0-0",
                       ".project-99999999999999999999-0",
                       "project-" + dead + "-0",
-                      ".project-" + dead + "-0-1"};
+                      ".project-" + dead + "-0-1",
+                      ".project-" + dead + "-",
+                      ".project-" + dead + "-99999999999999999999"};
   for (const std::string& name : kept) Write(In(name), "kept");
   for (const std::string& name : {".project-" + dead + "-0", ".project-" + dead + "-17"}) {
     Write(In(name), "left");
@@ -211,16 +215,20 @@ TEST_F(ProjectFiles, AFileThatIsBeingWrittenIsLocked) {
    public:
     std::string path;
     int locked = 0;
+    test::DescriptorCounts descriptors;
     int32_t Write(KXFileHandle handle, const void* buffer, uint32_t count, uint32_t* written) override {
       const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
       locked += descriptor >= 0 && flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
       close(descriptor);
+      descriptors = test::DescriptorsOf(path);
       return FileCalls::Write(handle, buffer, count, written);
     }
   } calls;
   calls.path = In(".project-" + std::to_string(getpid()) + "-0");
   LoadProject();
   EXPECT_EQ(calls.locked, 1);
+  EXPECT_EQ(calls.descriptors.open, 2) << "what is written to, and what holds the lock";
+  EXPECT_EQ(calls.descriptors.inherited, 0) << "a program started meanwhile would hold the lock on";
 }
 
 TEST_F(ProjectFiles, ANameInUseIsLeftAlone) {
@@ -243,6 +251,25 @@ TEST_F(ProjectFiles, FilesAreFlushedInFrontOfTheirRenamingAndTheFolderBehind) {
   test::SyncLog log;
   LoadProject();
   EXPECT_EQ(log.lines, (Texts{"flush " + mine, "rename clips.txt", "flush folder " + name}));
+}
+
+// Some file systems know no renaming that leaves what is there, others no second names either.
+TEST_F(ProjectFiles, ATextIsMadeOnFileSystemsThatKnowLess) {
+  for (const test::RefusedCalls& calls :
+       {test::RefusedCalls{{SYS_renameat2, EINVAL}}, test::RefusedCalls{{SYS_renameat2, ENOSYS}},
+        test::RefusedCalls{{SYS_renameat2, EINVAL}, {SYS_link, EPERM}}}) {
+    fs::remove(In("clips.txt"));
+    WriteProjectWithClip(1000);
+    if (!test::RunWithout(calls, [this] { LoadProject(); })) GTEST_SKIP() << "calls cannot be refused here";
+    EXPECT_EQ(TextOfFile(In("clips.txt")), std::string(1000, 'c'));
+    EXPECT_EQ(Names(), (Texts{"clips.txt", "p.xml"}));
+    fs::remove(In("clips.txt"));
+    WritingCalls writing;
+    writing.makes = In("clips.txt");
+    test::RunWithout(calls, [this] { LoadProject(); });
+    EXPECT_EQ(TextOfFile(In("clips.txt")), "mine") << "nor is one that appears meanwhile written over";
+    EXPECT_EQ(Names(), (Texts{"clips.txt", "p.xml"}));
+  }
 }
 
 TEST_F(ProjectFiles, ADanglingLinkMakesItsTarget) {

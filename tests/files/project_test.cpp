@@ -49,6 +49,7 @@ TEST_F(Project, DecimalsWrapInside32BitsAndAreHeldOutside) {
   const std::vector<std::pair<const char*, uint32_t>> rows = {{"12", 12},
                                                               {" \t-7x", 0xFFFFFFF9},
                                                               {"+5", 5},
+                                                              {"1020", 1020},
                                                               {"", 0},
                                                               {"x1", 0},
                                                               {"- 1", 0},
@@ -83,20 +84,23 @@ TEST_F(Project, TextsAreCutAt259CharactersAndMissingOnesLeaveTheBuffer) {
 }
 
 TEST_F(Project, KeysThatAreNoNamesAreRefused) {
-  for (const char* key : {"", "1a", "a b", "a=b", "-a", ".a", ":a", "a<", "a\"", "a&b",
-                          "\xEF\xBB\xBF"
-                          "a",
-                          "a/"}) {
+  for (const char* key :
+       {"", "1a", "a b", "a=b", "-a", ".a", ":a", "a<", "a\"", "a&b", "@", "[", "`", "{", "a;",
+        "\xEF\xBB\xBF"
+        "a",
+        "a/"}) {
     EXPECT_EQ(project.SetConfigString(key, "x"), 0xFFFFFFFFu) << key;
     EXPECT_EQ(project.SetConfigDWORD(key, 1), 0xFFFFFFFFu) << key;
   }
   EXPECT_EQ(project.SetConfigString(nullptr, "x"), 0xFFFFFFFFu);
-  for (const char* key : {"a", "_", "A.b-c:d", "\xC3\xA9t\xC3\xA9", "\xE9"}) {
+  for (const char* key : {"a", "_", "A.b-c:d", "AZ", "Z", "az", "z", "a09", "\xC3\xA9t\xC3\xA9", "\xE9"}) {
     EXPECT_EQ(project.SetConfigString(key, key), 0u) << key;
   }
   Save();
   ASSERT_NE(project.LoadXMLFile(In("p.xml").c_str()), 0u);
   EXPECT_EQ(Config(project, "A.b-c:d"), "A.b-c:d");
+  EXPECT_EQ(Config(project, "Z"), "Z");
+  EXPECT_EQ(Config(project, "a09"), "a09");
   EXPECT_EQ(Config(project, "\xE9"), "\xE9");
   EXPECT_EQ(Config(project, "\xC3\xA9t\xC3\xA9"), "\xC3\xA9t\xC3\xA9");
 }
@@ -120,6 +124,8 @@ TEST_F(Project, PathsOf260BytesAndMoreAreRefused) {
   EXPECT_EQ(ClipFile(project), longest);
   EXPECT_EQ(project.SetClipFile(nullptr), 0u);
   EXPECT_EQ(ClipFile(project), "");
+  EXPECT_EQ(project.SetXMLName(nullptr), 0u);
+  EXPECT_EQ(XmlName(project), "");
 }
 
 TEST_F(Project, SettersWorkOnALoadedDocument) {
