@@ -9,6 +9,8 @@
 
 #include "kxutil/child_process.h"
 #include "kxutil/default_store_support.h"
+#include "support/open_descriptors.h"
+#include "support/sync_calls.h"
 
 namespace qln::test {
 namespace {
@@ -49,7 +51,8 @@ class DefaultStorePlace : public DefaultStoreTest {
       if (!capture.messages().empty()) return 3;
       if (Set("K0", 5) == 0) return 4;
       if (!AllKeysAre(offset)) return 5;
-      return capture.messages().size() == 1 ? 0 : 6;
+      if (capture.messages().size() != 1) return 6;
+      return capture.messages()[0].text.find("locked") == std::string::npos ? 0 : 7;  // by nobody
     });
     EXPECT_EQ(NamesInFolder(), names);
     EXPECT_EQ(ReadFile(path()), before);
@@ -175,7 +178,8 @@ TEST_F(DefaultStorePlace, OwnerGroupAndPermissionsAreKept) {
   ASSERT_EQ(Set("A", 1), 0);
   if (chown(path().c_str(), 1234, 2345) != 0) GTEST_SKIP() << "only root gives files away";
   chmod(path().c_str(), 0640);
-  const bool hasAttributes = setxattr(path().c_str(), "user.kept", "yes", 3, 0) == 0;
+  const bool hasAttributes = setxattr(path().c_str(), "user.kept", "yes", 3, 0) == 0 &&
+                             setxattr(path().c_str(), "user.empty", "", 0, 0) == 0;
   ASSERT_EQ(Set("A", 2), 0);
   struct stat status;
   ASSERT_EQ(stat(path().c_str(), &status), 0);
@@ -186,6 +190,7 @@ TEST_F(DefaultStorePlace, OwnerGroupAndPermissionsAreKept) {
   if (hasAttributes) {
     EXPECT_EQ(getxattr(path().c_str(), "user.kept", value, sizeof value), 3);
     EXPECT_STREQ(value, "yes");
+    EXPECT_EQ(getxattr(path().c_str(), "user.empty", value, sizeof value), 0);
   }
 }
 
@@ -207,6 +212,101 @@ TEST_F(DefaultStorePlace, AUserKeepsTheGroupOfAFile) {
     EXPECT_EQ(status.st_gid, member == kShared ? kShared : gid_t{kNobody});
     EXPECT_EQ(status.st_mode & 07777, member == kShared ? 0676u : 0666u);
   }
+}
+
+TEST_F(DefaultStorePlace, ATroubleIsToldAgainAfterAChangeThatWasDone) {
+  ASSERT_EQ(Set("A", 1), 0);
+  if (chown(path().c_str(), kNobody, kNobody) != 0 || chown(folder_.path().c_str(), kNobody, kNobody) != 0)
+    GTEST_SKIP() << "only root gives files away";
+  const int code = ExitCodeAsNobody([this] {
+    Reopen();
+    MessageCapture capture;
+    chmod(folder_.path().c_str(), 0555);
+    if (Set("A", 2) == 0 || Set("A", 2) == 0 || capture.messages().size() != 1) return 1;
+    chmod(folder_.path().c_str(), 0700);
+    if (Set("A", 2) != 0 || capture.messages().size() != 1) return 2;
+    chmod(folder_.path().c_str(), 0555);
+    if (Set("A", 3) == 0 || Set("A", 3) == 0) return 3;
+    return capture.messages().size() == 2 ? 0 : 4;
+  });
+  chmod(folder_.path().c_str(), 0700);
+  if (code == kCannotDropRights) GTEST_SKIP() << "rights cannot be dropped here";
+  EXPECT_EQ(code, 0);
+}
+
+TEST_F(DefaultStorePlace, AStoreMayStandInTheRootFolder) {
+  const int code = ExitCodeOf(InChild([this] {
+    if (chroot(folder_.path().c_str()) != 0 || chdir("/") != 0) return kCannotDropRights;
+    kxCFGSetDefaultStore("/settings.db");
+    if (Set("A", 1) != 0 || Set("A", 2) != 0) return 1;
+    return Get("A") == 2u ? 0 : 2;
+  }));
+  if (code == kCannotDropRights) GTEST_SKIP() << "the root folder cannot be changed here";
+  EXPECT_EQ(code, 0);
+  EXPECT_EQ(NamesInFolder(), std::set<std::string>{"settings.db"});
+}
+
+// Some file systems cannot be asked to flush a folder; a pipe, which stands for one, cannot either.
+TEST_F(DefaultStorePlace, AChangeIsDoneWhereAFolderCannotBeFlushed) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  int replaced = 0;
+  {
+    SyncLog log;
+    log.each = [&](const std::string& line) {
+      if (!line.starts_with("flush folder ")) return;
+      for (const auto& [number, name] : OpenDescriptors()) {
+        if (name == folder_.path()) replaced += dup2(ends[0], number) == number;
+      }
+    };
+    EXPECT_EQ(Set("A", 1), 0);
+  }
+  EXPECT_EQ(replaced, 1);
+  EXPECT_EQ(Get("A"), 1u);
+  for (const int end : ends) close(end);
+}
+
+// While one lives, the process is a user whom the system has no home folder for.
+class Homeless {
+ public:
+  Homeless() : is_(getuid() == 0 && setreuid(kUser, static_cast<uid_t>(-1)) == 0) {
+    for (const char* const name : {"HOME", "XDG_CONFIG_HOME"}) {
+      const char* const value = getenv(name);
+      if (value != nullptr) before_.emplace_back(name, value);
+      unsetenv(name);
+    }
+  }
+  ~Homeless() {
+    if (is_ && setreuid(0, static_cast<uid_t>(-1)) != 0) ADD_FAILURE();
+    unsetenv("HOME");
+    for (const auto& [name, value] : before_) setenv(name.c_str(), value.c_str(), 1);
+  }
+  Homeless(const Homeless&) = delete;
+  Homeless& operator=(const Homeless&) = delete;
+  bool is() const { return is_; }
+
+ private:
+  static constexpr uid_t kUser = 54321;
+  bool is_;
+  std::vector<std::pair<std::string, std::string>> before_;
+};
+
+TEST_F(DefaultStorePlace, AUserWithoutAHomeHasNoStore) {
+  const Homeless homeless;
+  if (!homeless.is()) GTEST_SKIP() << "only root becomes another user";
+  kxCFGSetDefaultStore(nullptr);
+  MessageCapture capture;
+  EXPECT_EQ(Get("A"), std::nullopt);
+  EXPECT_NE(Set("A", 1), 0);
+  ASSERT_EQ(capture.messages().size(), 2u);
+  for (const auto& message : capture.messages()) {
+    EXPECT_NE(message.text.find("the user has no home folder"), std::string::npos);
+  }
+  setenv("HOME", folder_.path().c_str(), 1);
+  EXPECT_EQ(Get("A"), std::nullopt);
+  EXPECT_EQ(Set("A", 1), 0);
+  EXPECT_EQ(capture.messages().size(), 2u);
+  EXPECT_TRUE(std::filesystem::exists(folder_ / ".config/tarnwick/settings.db"));
 }
 
 }  // namespace

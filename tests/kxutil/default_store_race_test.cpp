@@ -3,8 +3,12 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
+#include <ctime>
 #include <functional>
 
 #include "kxutil/child_process.h"
@@ -19,6 +23,7 @@ class SqliteCalls {
  public:
   static inline std::function<void(const char*)> opens;
   static inline std::function<void(size_t)> hasRead;
+  static inline bool readsFail = false;
 
   SqliteCalls() {
     Set("open", reinterpret_cast<sqlite3_syscall_ptr>(Open));
@@ -33,6 +38,7 @@ class SqliteCalls {
     }
     opens = nullptr;
     hasRead = nullptr;
+    readsFail = false;
   }
   SqliteCalls(const SqliteCalls&) = delete;
   SqliteCalls& operator=(const SqliteCalls&) = delete;
@@ -46,17 +52,26 @@ class SqliteCalls {
     if (opens && (flags & O_ACCMODE) == O_RDWR) opens(path);
     return open(path, flags, mode);
   }
+  static ssize_t Failed() {
+    errno = EIO;
+    return -1;
+  }
   static ssize_t Read(int file, void* to, size_t size) {
+    if (readsFail) return Failed();
     const ssize_t got = read(file, to, size);
     if (hasRead && got > 0) hasRead(static_cast<size_t>(got));
     return got;
   }
   static ssize_t ReadAt(int file, void* to, size_t size, off_t at) {
+    if (readsFail) return Failed();
     const ssize_t got = pread(file, to, size, at);
     if (hasRead && got > 0) hasRead(static_cast<size_t>(got));
     return got;
   }
 };
+
+// How far the steady clock jumps at each look, and has jumped; it never goes back.
+std::atomic<int64_t> jumpSeconds = 0, jumpedSeconds = 0;
 
 // What is done to the bytes of a database that SQLite hands out, for as long as it is set.
 std::function<void(unsigned char*, size_t)> handsOut;
@@ -198,6 +213,61 @@ TEST_F(DefaultStoreRace, AFileThatIsPutInThePlaceOfTheNewOneIsNotTaken) {
   EXPECT_EQ(Get("A"), 2u);
 }
 
+// Another process may set the file aside between its making and its lock.
+TEST_F(DefaultStoreRace, AFileThatIsGoneBeforeItIsLockedIsMadeAnew) {
+  ASSERT_EQ(Set("A", 1), 0);
+  ASSERT_EQ(Get("A"), 1u);  // the reader has it open from here on
+  const std::string away = folder_ / "away.db";
+  MessageCapture capture;
+  {
+    SqliteCalls calls;
+    SqliteCalls::opens = [&](const char* opened) {
+      if (opened == path() && !std::filesystem::exists(away)) std::filesystem::rename(path(), away);
+    };
+    EXPECT_EQ(Set("B", 2), 0);
+  }
+  EXPECT_TRUE(std::filesystem::exists(away));
+  EXPECT_EQ(Get("A"), std::nullopt);
+  EXPECT_EQ(Get("B"), 2u);
+  EXPECT_TRUE(capture.messages().empty());
+}
+
+// A change waits for a lock, but not for ever, and goes nowhere without.
+TEST_F(DefaultStoreRace, AChangeThatGetsNoLockInItsTimeIsNotMade) {
+  ASSERT_EQ(Set("A", 1), 0);
+  const Bytes before = ReadFile(path());
+  Tool tool(path());
+  ASSERT_TRUE(tool.Run("BEGIN IMMEDIATE"));
+  MessageCapture capture;
+  jumpSeconds = 3;
+  const int32_t result = Set("A", 2);
+  jumpSeconds = 0;
+  EXPECT_NE(result, 0);
+  ASSERT_EQ(capture.messages().size(), 1u);
+  EXPECT_NE(capture.messages()[0].text.find("database is locked"), std::string::npos);
+  EXPECT_EQ(ReadFile(path()), before);
+  ASSERT_TRUE(tool.Run("ROLLBACK"));
+  EXPECT_EQ(Set("A", 2), 0);
+}
+
+// What a disk does not give is no damage: nothing is known of the store.
+TEST_F(DefaultStoreRace, AStoreThatTheDiskDoesNotGiveIsNotDamaged) {
+  ASSERT_EQ(Set("A", 1), 0);
+  Reopen();
+  {
+    SqliteCalls calls;
+    SqliteCalls::readsFail = true;
+    MessageCapture capture;
+    EXPECT_EQ(Get("A"), std::nullopt);
+    EXPECT_NE(Set("A", 2), 0);
+    ASSERT_EQ(capture.messages().size(), 1u);
+    EXPECT_NE(capture.messages()[0].text.find("disk I/O error"), std::string::npos);
+  }
+  EXPECT_EQ(NamesInFolder(), std::set<std::string>{"settings.db"});
+  EXPECT_EQ(Get("A"), 1u);
+  EXPECT_EQ(Set("A", 2), 0);
+}
+
 // A change is told as done only where the bytes that will stand in the file give it back.
 TEST_F(DefaultStoreRace, AChangeThatDoesNotReadBackIsNotTaken) {
   for (const bool once : {true, false}) {
@@ -230,6 +300,17 @@ TEST_F(DefaultStoreRace, AChangeThatDoesNotReadBackIsNotTaken) {
 
 }  // namespace
 }  // namespace qln::test
+
+// In front of the system's own.
+extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock,
+                                                                    timespec* time) noexcept {
+  const long result = syscall(SYS_clock_gettime, clock, time);
+  if (result == 0 && clock == CLOCK_MONOTONIC) {
+    qln::test::jumpedSeconds += qln::test::jumpSeconds;
+    time->tv_sec += qln::test::jumpedSeconds;
+  }
+  return static_cast<int>(result);
+}
 
 // In front of SQLite's own.
 extern "C" __attribute__((visibility("default"))) unsigned char* sqlite3_serialize(sqlite3* database,

@@ -8,6 +8,7 @@
 #include "kxutil/store_test_support.h"
 #include "support/cpu_time.h"
 #include "support/file_status.h"
+#include "support/open_descriptors.h"
 #include "support/sync_calls.h"
 #include "support/test_support.h"
 
@@ -62,6 +63,9 @@ TEST_F(StoreFiles, WithoutAWorkingFolderARelativeNameDoesNotOpen) {
   fs::remove(folder_ / "gone");
   MessageCapture capture;
   EXPECT_EQ(kxCFGOpen("User.xml", 0), 0);
+  const KXConfigHandle store = kxCFGOpen(file().c_str(), 0);
+  EXPECT_NE(store, 0) << "a name from the root on does";
+  EXPECT_EQ(kxCFGClose(store, KX_CONFIG_DISCARD), 0);
   fs::current_path(before);
   EXPECT_EQ(capture.messages().size(), 1u);
 }
@@ -145,6 +149,13 @@ TEST_F(StoreOwners, RootKeepsOwnerAndGroup) {
   EXPECT_EQ(StatusOf(file()).st_mode & 07777u, 02664u);
 }
 
+TEST_F(StoreOwners, RootKeepsAnOwnerWhoseGroupIsItsOwn) {
+  Own(kOther, getegid(), 0664);
+  ASSERT_EQ(Set(file(), "A", 2), 0);
+  EXPECT_EQ(StatusOf(file()).st_uid, kOther);
+  EXPECT_EQ(StatusOf(file()).st_gid, getegid());
+}
+
 TEST_F(StoreOwners, TheGroupIsKeptByAUserWhoMayOnlySetTheGroup) {
   Own(kOther, kShared, 0664);
   ASSERT_EQ(SetAsUser(2), 0);
@@ -169,7 +180,13 @@ TEST_F(StoreFiles, TheFileIsFlushedInFrontOfItsRenamingAndTheFolderBehind) {
   const std::string name = fs::path(folder_.path()).filename();
   for (uint32_t round = 0; round < 2; ++round) {  // made, then replaced
     SyncLog log;
+    DescriptorCounts counts;
+    log.each = [&](const std::string& line) {
+      if (line == "flush folder " + name) counts = DescriptorsOf(folder_.path());
+    };
     ASSERT_EQ(Set(file(), "A", round), 0);
+    EXPECT_EQ(counts.open, 2) << "for the lock and for the flushing";
+    EXPECT_EQ(counts.inherited, 0) << "by a program that is started meanwhile";
     EXPECT_EQ(log.lines,
               (std::vector<std::string>{"flush .User.xml.new", "rename User.xml", "flush folder " + name}));
   }

@@ -150,11 +150,19 @@ TEST_F(StoreSafety, FilesThatAreNoDocumentAreNotOpenedAndNeverOverwritten) {
     for (int i = 0; i < 2000; ++i) text += "<a>";
     return text;
   }();
+  const auto nested = [](int levels) {
+    std::string text = "<settings>";
+    for (int i = 1; i < levels; ++i) text += "<a>";
+    for (int i = 1; i < levels; ++i) text += "</a>";
+    return text + "</settings>";
+  };
+  Make(file(), nested(1000));
+  EXPECT_EQ(kxCFGClose(kxCFGOpen(file().c_str(), 0), KX_CONFIG_DISCARD), 0) << "as deep as may be";
   for (const std::string& text :
        {std::string(), std::string("x"), std::string("<other/>"), std::string("<settings>"),
         std::string("<settings/>tail"), std::string("<settings/><settings/>"),
         std::string("<settings/>\0<x/>", 16), std::string("<settings><section path='\xFF'/></settings>"),
-        deep, std::string("<settings><a b=1 b=2/></settings>")}) {
+        deep, nested(1001), std::string("<settings><a b=1 b=2/></settings>")}) {
     Make(file(), text);
     MessageCapture capture;
     EXPECT_EQ(kxCFGOpen(file().c_str(), 0), 0) << text;
@@ -214,6 +222,22 @@ TEST_F(StoreSafety, WhatElseStandsInTheFileStays) {
     EXPECT_NE(text.find(kept), std::string::npos) << kept;
   }
   EXPECT_EQ(text.find("number=\"7\""), std::string::npos);
+}
+
+TEST_F(StoreSafety, ANumberTakesThePlaceOfATextAndATextThatOfANumber) {
+  Make(file(),
+       "<settings><section path='Tarnwick\\Test'><value key='A' text='old'/><value key='B' bytes='01'/>"
+       "<value key='C' number='1'/></section></settings>");
+  const KXConfigHandle store = kxCFGOpen(file().c_str(), 0);
+  SetNumber(store, kSection, "A", 5);
+  SetNumber(store, kSection, "B", 6);
+  SetText(store, kSection, "C", "new");
+  ASSERT_EQ(kxCFGClose(store, KX_CONFIG_SAVE), 0);
+  const std::string text = Text(file());
+  for (const char* const value : {"<value key=\"A\" number=\"5\" />", "<value key=\"B\" number=\"6\" />",
+                                  "<value key=\"C\" text=\"new\" />"}) {
+    EXPECT_NE(text.find(value), std::string::npos) << value;
+  }
 }
 
 TEST_F(StoreSafety, PermissionsAndLinksAreKept) {

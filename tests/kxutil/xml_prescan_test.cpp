@@ -188,6 +188,45 @@ TEST(XmlPrescan, WhatHidesAnEndTagDoesNotLowerTheDepth) {
   EXPECT_LT(SafeLength("\xEF\xBB\xBF" + Repeat("<a b='\xF4'></a>'>", 1200)), 1200u * 17 + 3);
 }
 
+TEST(XmlPrescan, TextsThatTheParserGivesUpInFrontOfTheLimitStayWhole) {
+  const std::string deep = Repeat("<a>", 1001);
+  ASSERT_LT(SafeLength(deep), deep.size());
+  for (const std::string& start : {std::string("\xEF\xBB\xBF<\xEF\xBB\xBF>"), std::string("<b c=1'2>"),
+                                   std::string("<b c=1\"2>"), std::string("<b c='&#1\0'>", 12)}) {
+    const std::string text = start + deep;
+    EXPECT_EQ(SafeLength(text), text.size()) << text.substr(0, start.size());
+    EXPECT_LE(Parse(text).measure.depth, 1u);
+  }
+}
+
+TEST(XmlPrescan, ReferencesOfAnyDigitsAreCharacters) {
+  for (const std::string piece : {"<a b='&#10;'>", "<a b='&#x0A;'>", "<a b='&#9;'>", "<a b='&#x9f;'>"}) {
+    EXPECT_EQ(SafeLength(Repeat(piece, 1001)), 1000 * piece.size()) << piece;
+    EXPECT_EQ(Parse(Repeat(piece, 1000)).measure.depth, 1000u) << piece;
+  }
+}
+
+// In UTF-8 the long lead byte swallows the end tag, so that the text goes too deep.
+TEST(XmlPrescan, TheEncodingIsTheLastOneThatTheDeclarationNames) {
+  const std::string swallowing = Repeat("<a>x\xF4</a>", 1200);
+  const std::vector<std::pair<std::string, bool>> rows = {{"", true},
+                                                          {"encoding='UTF-8'", true},
+                                                          {"encoding='utf8'", true},
+                                                          {"encoding='UTF&#x2D;8'", true},
+                                                          {"encoding='UTF&#x2d;8'", true},
+                                                          {"encoding='UTF&#45;8'", true},
+                                                          {"encoding='latin1'", false},
+                                                          {"encoding='UT'", false},
+                                                          {"encoding='UTF&#x2E;8'", false},
+                                                          {"encoding='latin1' encoding='utf-8'", true},
+                                                          {"encoding='utf-8' encoding='latin1'", false}};
+  for (const auto& [attributes, isUtf8] : rows) {
+    const std::string text = "<?xml version='1.0' " + attributes + "?>" + swallowing;
+    EXPECT_EQ(SafeLength(text) < text.size(), isUtf8) << attributes;
+    EXPECT_EQ(Parse(text).measure.depth, isUtf8 ? 1200u : 1u) << attributes;
+  }
+}
+
 TEST(XmlPrescan, LimitsHoldForRandomTextsAndLeaveTheOthersAlone) {
   const std::vector<std::string> pieces = {"<",
                                            "</",
