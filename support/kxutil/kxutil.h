@@ -153,7 +153,8 @@ typedef intptr_t KXConfigHandle;
 /// It stands in a database file that is never changed in place: a change writes a new file, flushes it, and
 /// puts it in the old one's place, so that a reader never waits, a copy of the file is whole at any moment,
 /// and a process that is killed leaves the old values or the new ones. Writers wait for each other, for half
-/// a minute at most. Other tools may read the file, but should not keep it open.
+/// a minute at most. Other tools may read the file, but should not keep it open. A file that the caller may
+/// only read is not replaced.
 ///
 /// A value that is damaged counts as absent, with one message. A store that could not be read for another
 /// reason than an absent key takes no changes from this process until a read of it has succeeded: they fail.

@@ -117,7 +117,10 @@ class Change {
       const Step worked = WorkLogIn();
       if (worked != Step::kGoOn) return worked;
     }
-    const bool locked = file.OpenFile(path_, deadline_) && file.Run("BEGIN IMMEDIATE");
+    const bool opened = file.OpenFile(path_, deadline_);
+    // Others may not write it: nor is it replaced, though their folder would allow that.
+    if (opened && changes_ != nullptr && file.IsReadOnly()) return Fail("it may not be written");
+    const bool locked = opened && file.Run("BEGIN IMMEDIATE");
     const Step step = locked ? Step::kGoOn : Trouble(file);
     if (step == Step::kFailed) return step;
     if (file.HasMoved()) return Step::kAgain;

@@ -49,6 +49,8 @@ class SqliteConnection {
   // Whether the name that was opened leads to another file by now. A look at the name alone could not tell:
   // the number of a file that is gone is soon another one's, but not while it is open here.
   bool HasMoved();
+  // Whether the file could only be opened for reading. Such a connection locks nobody out.
+  bool IsReadOnly() { return sqlite3_db_readonly(database_, "main") == 1; }
 
   sqlite3* database() { return database_; }
   void AllowSteps() { checks_ = 0; }

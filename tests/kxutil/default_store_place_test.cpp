@@ -234,6 +234,27 @@ TEST_F(DefaultStorePlace, ATroubleIsToldAgainAfterAChangeThatWasDone) {
   EXPECT_EQ(code, 0);
 }
 
+// A folder that lets a user replace files does not make them the user's.
+TEST_F(DefaultStorePlace, AFileThatMayOnlyBeReadIsNotReplaced) {
+  ASSERT_EQ(Set("A", 1), 0);
+  chmod(path().c_str(), 0444);
+  if (chown(folder_.path().c_str(), kNobody, kNobody) != 0) GTEST_SKIP() << "only root gives files away";
+  const Bytes before = ReadFile(path());
+  const int code = ExitCodeAsNobody([this] {
+    Reopen();
+    MessageCapture capture;
+    if (Get("A") != 1u) return 1;
+    if (Set("A", 2) == 0 || Set("A", 2) == 0) return 2;
+    if (capture.messages().size() != 1) return 3;
+    if (capture.messages()[0].text.find("may not be written") == std::string::npos) return 4;
+    return Get("A") == 1u ? 0 : 5;
+  });
+  if (code == kCannotDropRights) GTEST_SKIP() << "rights cannot be dropped here";
+  EXPECT_EQ(code, 0);
+  EXPECT_EQ(ReadFile(path()), before);
+  EXPECT_EQ(NamesInFolder(), std::set<std::string>{"settings.db"});
+}
+
 TEST_F(DefaultStorePlace, AStoreMayStandInTheRootFolder) {
   const int code = ExitCodeOf(InChild([this] {
     if (chroot(folder_.path().c_str()) != 0 || chdir("/") != 0) return kCannotDropRights;
