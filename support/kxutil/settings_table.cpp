@@ -4,6 +4,7 @@
 #include "kxutil/settings_table.h"
 
 #include <cstring>
+#include <tuple>
 #include <utility>
 #include <vector>
 

@@ -117,6 +117,7 @@ void Carrier::QueueBetween(Stream& stream, uint16_t tag) {
     stream.packets.back().rows.push_back(first_ + queue_.size() - 1);
   }
   Write();
+  EndQuiet();
 }
 
 void Carrier::EndQuiet() {
