@@ -156,6 +156,13 @@ TEST_F(StoreOwners, RootKeepsAnOwnerWhoseGroupIsItsOwn) {
   EXPECT_EQ(StatusOf(file()).st_gid, getegid());
 }
 
+TEST_F(StoreOwners, RootKeepsTheGroupOfAFileThatIsItsOwn) {
+  Own(geteuid(), kForeign, 0664);
+  ASSERT_EQ(Set(file(), "A", 2), 0);
+  EXPECT_EQ(StatusOf(file()).st_uid, geteuid());
+  EXPECT_EQ(StatusOf(file()).st_gid, kForeign);
+}
+
 TEST_F(StoreOwners, TheGroupIsKeptByAUserWhoMayOnlySetTheGroup) {
   Own(kOther, kShared, 0664);
   ASSERT_EQ(SetAsUser(2), 0);
