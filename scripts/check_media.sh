@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # Asks `check` about every file that the suite made by a recipe: scripts/check_media.sh [FOLDER] [QLNMEDIA].
-# Run it behind the suite; FOLDER is build/release/tests/media unless it is said. All of them are sound but for those that
+# Run it behind the suite; FOLDER is build/made unless it is said. All of them are sound but for those that
 # are listed below with what is wrong with them. Whatever else is found, and what is no longer found of the listed, is
 # printed, and the status is then 1.
 set -euo pipefail
 root="$(realpath "$(dirname "${BASH_SOURCE[0]}")/..")"
-folder="${1:-$root/build/release/tests/media}"
+folder="${1:-$root/build/made}"
 program="$(realpath "${2:-$root/build/release/tools/qlnmedia/qlnmedia}")"
 cd "$folder"
 
@@ -13,15 +13,19 @@ cd "$folder"
 expected() {
   case "$1" in
     # The muxer says progressive of an encoder's fields.
-    *hevc*_fields.m[pk][4v] | *hevc*_fields.mov | plants_fields.mp4) echo "interlace: the container says progressive, the hvcC fields" ;;
+    *hevc*_fields.m[pk][4v] | *hevc*_fields.mov | plants_fields.mp4 | all8.mkv) echo "interlace: the container says progressive, the hvcC fields" ;;
     # The encoder's settings, put in front of the first picture's delimiter.
     set_options_h264.m[pk][4v] | timecode_avc10.m* | captions_avc_p.m* | frames.m*)
       echo "frame 0: order: an access unit delimiter is not the first unit of its frame" ;;
     # A filter that puts its message behind the slice of IDR pictures.
     captions_other.mp4) echo "order: an SEI stands behind a slice of its frame" ;;
     # Made so on purpose.
-    plants_rate_hevc.mp4 | truth_rate_fixed.mp4) echo "rate: the container runs at" ;;
-    check_colour_other.mov | checked_colours.mp4) echo "colour: (primaries|transfer|matrix): the container says" ;;
+    plants_rate_hevc.mp4 | plants_rate_avc.mp4 | truth_rate_fixed.mp4) echo "rate: the container runs at" ;;
+    check_colour_other.mov | checked_colours.mp4 | many-wrong.mp4 | summary-wrong.mp4) echo "colour: (primaries|transfer|matrix): the container says" ;;
+    verify_fields.mkv) echo "interlace: the container says fields, the avcC progressive" ;;
+    verify_light.mkv) echo "hdr: (the container has a content light level|there is a content light level)" ;;
+    verify_merged_shape.mkv | verify_merged_views.mkv) echo "aspect: the container says samples of" ;;
+    verify_size.mkv) echo "size: the container says 98 x 80, the avcC 96 x 80" ;;
     check_range.mkv) echo "range: the container says full range" ;;
   esac
 }

@@ -133,6 +133,8 @@ TEST(CommandTexts, ConvertNamesWhatIsLost) {
             Lost(0, "Colour"));
   EXPECT_EQ(LostOf(R"({"MediaCmd" : {"Cmd": {"Value":2},"MetaTag":"Title","Channel":"four"}})"),
             Lost(0, "MetaTag, Channel"));
+  EXPECT_EQ(LostOf(R"({"MediaCmd" : {"Cmd": {"Value":2},"Foo":{"a":1},"Bar":[1,[2]],"Baz":{"b":[3]}}})"),
+            Lost(0, "Foo.a, Bar, Baz.b"));
   EXPECT_EQ(LostOf(R"({"ClipInfo" : {"Cmd": {"Value":0},"Channel":4294967295}})"), Lost(0, ""));
   // How the timecode counts is the text's, where no option says otherwise.
   const std::string pal = Output("play --position 01:00:00:00 --tctype pal --json");

@@ -26,7 +26,8 @@ LIBRARY = {
 HEADER_HOME = {
     "qlnapi.h": "any", "qlnvidutil.h": "any", "qlnbits.h": "bits", "qlnframe.h": "bits", "qlnformat.h": "format",
     "qlntransport.h": "transport", "mediacmd.h": "mediacmd", "qlninfo.h": "clipinfo", "kxdiskcache.h": "files",
-    "kxprojecttoxml.h": "files", "qlnh264.h": "h264", "qlnhevc.h": "hevc", "qlninband.h": "inband",
+    "kxprojecttoxml.h": "files", "qlnh264.h": "h264", "qlnh264_records.h": "h264", "qlnhevc.h": "hevc", "qlnhevc_records.h": "hevc",
+    "qlntransport_position.h": "transport", "qlninband.h": "inband",
     "qlnaac.h": "aac", "qlnutil.h": "umbrella", "helpers.h": "hosts",
 }
 # Room of the engine -> rooms that it may include from, beside itself, the library, and the engine's installed headers.

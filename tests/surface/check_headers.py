@@ -12,6 +12,8 @@ WARNINGS = ["-Wall", "-Wextra", "-Wpedantic", "-Wshadow", "-Wconversion", "-Wsig
 CXX_ONLY = {"kxdiskcache.h", "kxprojecttoxml.h", "qlnutil.h", "helpers.h"}
 # The umbrella itself, what every header includes, and what a host asks for by its name.
 NOT_IN_THE_UMBRELLA = {"qlnutil/qlnutil.h", "qlnutil/qlnapi.h", "qlnutil/helpers.h"}
+# Parts of the header of their family, which brings them.
+NOT_IN_THE_UMBRELLA |= {f"qlnutil/{part}.h" for part in ("qlnh264_records", "qlnhevc_records", "qlntransport_position")}
 # Not part of the surface.
 INTERNAL = {"qlnvidutil.h"}
 

@@ -70,7 +70,10 @@ class MemberWalk {
     // The first is the outermost object, which has no key, the second what stands for the command.
     std::string path;
     for (size_t i = 2; i < open_.size(); ++i) path += open_[i] + ".";
-    members_.emplace_back(path + key_, std::move(token));
+    path += key_;
+    // What stands in an array has no name of its own.
+    path.erase(path.find_last_not_of('.') + 1);
+    members_.emplace_back(std::move(path), std::move(token));
     key_.clear();
   }
 

@@ -2,8 +2,6 @@
 
 #include "container/mp4/in_place.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,30 +11,11 @@
 
 #include "container/mp4/journal.h"
 #include "container/mp4/layout_check.h"
+#include "container/mp4/locked_file.h"
 
 namespace qlnmedia::mp4 {
 
 namespace {
-
-// The file, open for writing, and nobody else's while this lives.
-class LockedFile {
- public:
-  explicit LockedFile(const std::string& path) : descriptor_(open(path.c_str(), O_RDWR | O_CLOEXEC)) {
-    if (descriptor_ < 0) throw Error(path, std::strerror(errno));
-    if (flock(descriptor_, LOCK_EX | LOCK_NB) == 0) return;
-    const bool busy = errno == EWOULDBLOCK;
-    const std::string reason = busy ? "another run is changing it" : std::strerror(errno);
-    close(descriptor_);
-    throw Error(path, reason);
-  }
-  ~LockedFile() { close(descriptor_); }
-  LockedFile(const LockedFile&) = delete;
-  LockedFile& operator=(const LockedFile&) = delete;
-  int descriptor() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
 
 // New bytes for a stretch of the file that is more than one splice: those of the splices over [from, to), and
 // what is told in their stead or behind them.
