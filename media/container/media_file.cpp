@@ -336,7 +336,8 @@ bool MediaFile::Read(AVPacket* packet) {
     if (IsVideo(*context_->streams[packet->stream_index])) RestoreKeyMark(*context_, packet);
     return true;
   }
-  if (result != AVERROR_EOF) endNote_ = "reading stopped early: " + LibavErrorText(result);
+  stoppedEarly_ = result != AVERROR_EOF;
+  if (stoppedEarly_) endNote_ = "reading stopped early: " + LibavErrorText(result);
   return false;
 }
 

@@ -65,6 +65,8 @@ class MediaFile {
   // file, or where it stops being readable: `endNote` then says why.
   bool Next(MediaPacket& packet);
   const std::string& endNote() const { return endNote_; }
+  // True where the file stopped being readable, and `endNote` does not tell of a packet alone.
+  bool stoppedEarly() const { return stoppedEarly_; }
   // A note when the file ends before the data that its index names, or in the middle of a packet; else empty.
   std::string TruncationNote() const;
 
@@ -101,6 +103,7 @@ class MediaFile {
   std::unique_ptr<AVPacket, PacketFreer> packet_;
   std::vector<MediaStream> streams_;
   std::string endNote_;
+  bool stoppedEarly_ = false;
 };
 
 }  // namespace qlnmedia
