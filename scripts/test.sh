@@ -9,6 +9,8 @@ preset=${QLN_PRESET:-release}
 export QLN_MADE_DIR=${QLN_MADE_DIR:-$PWD/build/made}
 scripts/setup.sh
 mkdir -p build
+# What readers said of files that nobody makes any more.
+if [ -d "$QLN_MADE_DIR/readings" ]; then find "$QLN_MADE_DIR/readings" -type f -mtime +7 -delete; fi
 if ! cmake --preset "$preset" >build/configure.log 2>&1; then
   cat build/configure.log >&2
   exit 1
