@@ -18,7 +18,7 @@ namespace qlnmedia {
 namespace {
 
 struct Kind {
-  const char* format;   // the muxer
+  const char* format;   // libavformat's name of its muxer
   const char* name;     // as people call it
   const char* endings;  // blanks around each; the usual one first
 };

@@ -9,12 +9,13 @@
 
 namespace qlnmedia {
 
-// The muxer that writes the kind of container that `in` is; throws Error where there is none.
+// The kind of container that `in` is, by the name of libavformat's muxer; throws Error for one that is not
+// written.
 std::string OutputFormatOf(const MediaFile& in);
 
 // Throws Error for an output that cannot be written at all: the input `in` itself, or no ordinary file.
 void RequireWritable(const std::string& in, const std::string& path);
-// The same, and for one that is named as another kind of container. Gives the muxer's name as above.
+// The same, and for one that is named as another kind of container. Gives its name as above.
 std::string RequireOutput(const MediaFile& in, const std::string& path);
 
 // Throws Error where the ending of `path` is known for another kind of container than `format`, a muxer's

@@ -1,22 +1,12 @@
-// HDR metadata between libavformat's side data and the engine's values.
+// HDR metadata from libavformat's side data in the engine's values.
 
 #include "container/hdr_side_data.h"
 
-#include <algorithm>
 #include <cmath>
-#include <new>
 
 namespace qlnmedia {
 
 namespace {
-
-template <class Data>
-void AddSideData(AVStream* stream, AVPacketSideDataType type, Data* made, size_t size) {
-  if (made == nullptr || av_stream_add_side_data(stream, type, reinterpret_cast<uint8_t*>(made), size) < 0) {
-    av_free(made);
-    throw std::bad_alloc();
-  }
-}
 
 uint32_t Units(AVRational value, double scale) {
   return value.den == 0 ? 0 : static_cast<uint32_t>(std::llround(av_q2d(value) * scale));
@@ -43,29 +33,6 @@ StreamHdr ContainerHdr(const AVStream& stream) {
   if (light != nullptr)
     hdr.lightLevel = LightLevel{static_cast<uint16_t>(light->MaxCLL), static_cast<uint16_t>(light->MaxFALL)};
   return hdr;
-}
-
-void SetContainerMastering(AVStream* stream, const MasteringDisplay& display) {
-  auto* const data = static_cast<AVMasteringDisplayMetadata*>(av_mallocz(sizeof(AVMasteringDisplayMetadata)));
-  AddSideData(stream, AV_PKT_DATA_MASTERING_DISPLAY_METADATA, data, sizeof(AVMasteringDisplayMetadata));
-  const MasteringDisplay::Point points[3] = {display.red, display.green, display.blue};
-  for (int i = 0; i < 3; ++i) {
-    data->display_primaries[i][0] = {points[i].x, 50000};
-    data->display_primaries[i][1] = {points[i].y, 50000};
-  }
-  data->white_point[0] = {display.white.x, 50000};
-  data->white_point[1] = {display.white.y, 50000};
-  data->max_luminance = {static_cast<int>(display.maxLuminance), 10000};
-  data->min_luminance = {static_cast<int>(display.minLuminance), 10000};
-  data->has_primaries = data->has_luminance = 1;
-}
-
-void SetContainerLightLevel(AVStream* stream, const LightLevel& level) {
-  size_t size = 0;
-  AVContentLightMetadata* const data = av_content_light_metadata_alloc(&size);
-  AddSideData(stream, AV_PKT_DATA_CONTENT_LIGHT_LEVEL, data, size);
-  data->MaxCLL = level.maxContent;
-  data->MaxFALL = level.maxAverage;
 }
 
 }  // namespace qlnmedia

@@ -9,9 +9,6 @@ namespace qlnmedia {
 
 // What the container's boxes say.
 StreamHdr ContainerHdr(const AVStream& stream);
-// Sets the container's side data.
-void SetContainerMastering(AVStream* stream, const MasteringDisplay& display);
-void SetContainerLightLevel(AVStream* stream, const LightLevel& level);
 
 }  // namespace qlnmedia
 

@@ -21,30 +21,25 @@ extern "C" {
 }
 
 // What is called of each library. A function that is missing here is one that the linker does not find.
-#define QLNMEDIA_LIBAVUTIL_CALLS(CALL)  \
-  CALL(av_buffer_alloc)                 \
-  CALL(av_buffer_unref)                 \
-  CALL(av_calloc)                       \
-  CALL(av_channel_layout_describe)      \
-  CALL(av_content_light_metadata_alloc) \
-  CALL(av_dict_copy)                    \
-  CALL(av_dict_free)                    \
-  CALL(av_dict_get)                     \
-  CALL(av_dict_set)                     \
-  CALL(av_dict_set_int)                 \
-  CALL(av_display_rotation_get)         \
-  CALL(av_frame_alloc)                  \
-  CALL(av_frame_free)                   \
-  CALL(av_free)                         \
-  CALL(av_freep)                        \
-  CALL(av_image_copy_to_buffer)         \
-  CALL(av_image_get_buffer_size)        \
-  CALL(av_log_default_callback)         \
-  CALL(av_log_set_callback)             \
-  CALL(av_malloc)                       \
-  CALL(av_mallocz)                      \
-  CALL(av_pix_fmt_desc_get)             \
-  CALL(av_rescale_q)                    \
+#define QLNMEDIA_LIBAVUTIL_CALLS(CALL) \
+  CALL(av_channel_layout_describe)     \
+  CALL(av_dict_free)                   \
+  CALL(av_dict_get)                    \
+  CALL(av_dict_set)                    \
+  CALL(av_dict_set_int)                \
+  CALL(av_display_rotation_get)        \
+  CALL(av_frame_alloc)                 \
+  CALL(av_frame_free)                  \
+  CALL(av_free)                        \
+  CALL(av_freep)                       \
+  CALL(av_image_copy_to_buffer)        \
+  CALL(av_image_get_buffer_size)       \
+  CALL(av_log_default_callback)        \
+  CALL(av_log_set_callback)            \
+  CALL(av_malloc)                      \
+  CALL(av_mallocz)                     \
+  CALL(av_pix_fmt_desc_get)            \
+  CALL(av_rescale_q)                   \
   CALL(av_strerror)
 #define QLNMEDIA_LIBAVCODEC_CALLS(CALL) \
   CALL(av_get_bits_per_sample)          \
@@ -54,7 +49,6 @@ extern "C" {
   CALL(av_packet_free)                  \
   CALL(av_packet_get_side_data)         \
   CALL(av_packet_move_ref)              \
-  CALL(av_packet_rescale_ts)            \
   CALL(av_packet_unref)                 \
   CALL(avcodec_alloc_context3)          \
   CALL(avcodec_decode_subtitle2)        \
@@ -63,7 +57,6 @@ extern "C" {
   CALL(avcodec_free_context)            \
   CALL(avcodec_get_name)                \
   CALL(avcodec_open2)                   \
-  CALL(avcodec_parameters_copy)         \
   CALL(avcodec_profile_name)            \
   CALL(avcodec_receive_frame)           \
   CALL(avcodec_send_packet)             \
@@ -71,32 +64,19 @@ extern "C" {
 #define QLNMEDIA_LIBAVFORMAT_CALLS(CALL) \
   CALL(av_disposition_to_string)         \
   CALL(av_index_search_timestamp)        \
-  CALL(av_new_program)                   \
-  CALL(av_program_add_stream_index)      \
   CALL(av_read_frame)                    \
-  CALL(av_stream_add_side_data)          \
   CALL(av_stream_get_side_data)          \
   CALL(av_stream_new_side_data)          \
-  CALL(av_write_frame)                   \
-  CALL(av_write_trailer)                 \
-  CALL(avformat_alloc_output_context2)   \
   CALL(avformat_close_input)             \
   CALL(avformat_find_stream_info)        \
   CALL(avformat_free_context)            \
   CALL(avformat_index_get_entries_count) \
   CALL(avformat_index_get_entry)         \
-  CALL(avformat_init_output)             \
   CALL(avformat_new_stream)              \
   CALL(avformat_open_input)              \
-  CALL(avformat_query_codec)             \
-  CALL(avformat_write_header)            \
   CALL(avformat_alloc_context)           \
   CALL(avio_alloc_context)               \
-  CALL(avio_close_dyn_buf)               \
-  CALL(avio_closep)                      \
-  CALL(avio_context_free)                \
-  CALL(avio_open)                        \
-  CALL(avio_open_dyn_buf)
+  CALL(avio_context_free)
 #define QLNMEDIA_LIBAV_CALLS(CALL) \
   QLNMEDIA_LIBAVUTIL_CALLS(CALL)   \
   QLNMEDIA_LIBAVCODEC_CALLS(CALL)  \

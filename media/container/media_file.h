@@ -39,6 +39,8 @@ class MediaFile {
   bool isIso() const { return formatName().substr(0, 4) == "mov,"; }
   // MP4 and MOV in fragments, whose index grows with reading.
   bool isFragmented() const { return fragmented_; }
+  // MKV and WebM.
+  bool isMatroska() const { return formatName().substr(0, 8) == "matroska"; }
   bool isTransportStream() const { return formatName() == "mpegts"; }
   double seconds() const;   // 0 where the duration is not known
   int64_t bitRate() const;  // bits a second; 0 where it is not known

@@ -10,7 +10,7 @@
 namespace qlnmedia {
 
 // Where a packet of a transport stream holds both fields of a frame, the demuxer hands out two, the second
-// without times, which no muxer takes. Each packet of H.264 therefore waits for the next one of its stream.
+// without times. Each packet of H.264 therefore waits for the next one of its stream.
 class PacketJoiner {
  public:
   explicit PacketJoiner(const MediaFile& in)

@@ -8,31 +8,26 @@
 #include <vector>
 
 #include "container/mp4/carrier.h"
-#include "patch/patch_input.h"
-#include "patch/sample_units.h"
+#include "patch/track_input.h"
 
 namespace qlnmedia {
 
-class CarriedInput final : public PatchInput {
+class CarriedInput final : public TrackInput {
  public:
   // `path` is what failures name. `streams` are the file's, or those of the initialization segment of
   // `carrier`'s segment; both must outlive this.
   CarriedInput(const std::vector<MediaStream>& streams, std::string path, const mp4::Carrier& carrier);
 
   const std::vector<MediaStream>& streams() const override { return streams_; }
-  bool describesPictures() const override { return true; }
   const std::string& path() const override { return path_; }
-  bool carried() const override { return true; }
   StreamDescription Describe(unsigned stream) const override;
   void Read(const std::set<unsigned>& streams, const ProgressCallback& progress,
             const Take& take) const override;
   std::vector<std::vector<uint8_t>> OtherPrivateData(unsigned stream) const override;
 
-  uint32_t TrackId(unsigned stream) const;
-  // Of all sample descriptions of a stream's track.
-  SampleUnits UnitsOf(unsigned stream) const;
-  // The box that holds the private data of each sample description; 0 where there is none.
-  std::vector<uint32_t> RecordBoxes(unsigned stream) const;
+  uint32_t TrackId(unsigned stream) const override;
+  SampleUnits UnitsOf(unsigned stream) const override;
+  std::vector<uint32_t> RecordBoxes(unsigned stream) const override;
 
  private:
   struct Private {

@@ -100,7 +100,10 @@ class CarriedTracks::Editor final : public mp4::SampleEditor {
       const Waiting waiting = std::move(waiting_.front());
       waiting_.pop_front();
       if (!waiting.units.empty()) TakePictures(waiting, edited->unit.data);
-      if (!edited->changed) continue;
+      if (!edited->changed) {
+        returns.Keep(waiting.number);
+        continue;
+      }
       const SampleUnits::Returned returned =
           units_.GiveBack(waiting.description, waiting.given, edited->unit.data, where_);
       edited_.borrowedSequenceSets += returned.sequenceSets;
@@ -127,7 +130,7 @@ class CarriedTracks::Editor final : public mp4::SampleEditor {
 namespace {
 
 // Those of the sample descriptions that hold parameter sets.
-std::vector<mp4::PictureSize> PicturesOf(const CarriedInput& in, unsigned index, const EditedStream& edited) {
+std::vector<mp4::PictureSize> PicturesOf(const TrackInput& in, unsigned index, const EditedStream& edited) {
   std::vector<mp4::PictureSize> pictures;
   const Codec codec = *UnitCodecOf(edited.stream.codec);
   std::vector<std::vector<uint8_t>> records = in.OtherPrivateData(index);
@@ -146,7 +149,7 @@ std::vector<mp4::PictureSize> PicturesOf(const CarriedInput& in, unsigned index,
 
 }  // namespace
 
-CarriedTracks::CarriedTracks(const CarriedInput& in, EditedStreams& streams, const EditOptions& options) {
+CarriedTracks::CarriedTracks(const TrackInput& in, EditedStreams& streams, const EditOptions& options) {
   change_.tracks.reserve(streams.streams().size());  // editors keep their places
   for (auto& [index, edited] : streams.streams()) {
     if (!streams.ChangesPictures(index)) continue;

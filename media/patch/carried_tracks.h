@@ -1,4 +1,4 @@
-// The editors of a file's streams at work on the tracks of an MP4 or MOV file.
+// The editors of a file's streams at work on the tracks of a file whose container is carried.
 #ifndef MEDIA_PATCH_CARRIED_TRACKS_H
 #define MEDIA_PATCH_CARRIED_TRACKS_H
 
@@ -6,15 +6,15 @@
 #include <vector>
 
 #include "container/mp4/change.h"
-#include "patch/carried_input.h"
 #include "patch/edited_streams.h"
+#include "patch/track_input.h"
 
 namespace qlnmedia {
 
 class CarriedTracks {
  public:
   // All are kept by the caller as long as this, and as long as the change is used.
-  CarriedTracks(const CarriedInput& in, EditedStreams& streams, const EditOptions& options);
+  CarriedTracks(const TrackInput& in, EditedStreams& streams, const EditOptions& options);
   ~CarriedTracks();
   CarriedTracks(const CarriedTracks&) = delete;
   CarriedTracks& operator=(const CarriedTracks&) = delete;

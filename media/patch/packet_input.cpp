@@ -6,7 +6,6 @@
 
 #include "base/progress.h"
 #include "container/coded_stream.h"
-#include "container/edited_stream.h"
 #include "container/packet_joiner.h"
 
 namespace qlnmedia {

@@ -1,4 +1,4 @@
-// Runs a patch: by the boxes of MP4 and MOV, which are carried, or through a muxer.
+// Runs a patch: containers are carried, each in its own way; raw streams are written again.
 
 #include "patch/patch.h"
 
@@ -6,7 +6,8 @@
 #include "patch/carried_file.h"
 #include "patch/described_file.h"
 #include "patch/in_place_file.h"
-#include "patch/muxed_file.h"
+#include "patch/matroska_file.h"
+#include "patch/raw_file.h"
 #include "patch/segment_files.h"
 #include "patch/transport_file.h"
 
@@ -38,7 +39,8 @@ PatchResult PatchFile(const PatchOptions& options) {
   if (options.keepRate && !in.media->isTransportStream())
     throw Error(options.in, "is no transport stream, which alone have null packets", "leave --keep-rate out");
   if (in.media->isTransportStream()) return PatchTransport(options, *in.media);
-  return in.media->isIso() ? PatchCarried(options, in) : PatchMuxed(options, *in.media);
+  if (in.media->isMatroska()) return PatchMatroska(options, *in.media);
+  return in.media->isIso() ? PatchCarried(options, in) : PatchRaw(options, *in.media);
 }
 
 }  // namespace qlnmedia

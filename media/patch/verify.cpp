@@ -4,18 +4,14 @@
 
 #include <fmt/format.h>
 
-#include <cstdlib>
-
 #include "base/error.h"
 
 namespace qlnmedia {
 
 namespace {
 
-[[noreturn]] void Fail(const std::string& name, size_t stream, int64_t packet, const char* what,
-                       const std::string& advice = {}) {
-  throw Error(name, fmt::format("stream {}, packet {}: its {} is not the input's", stream, packet, what),
-              advice);
+[[noreturn]] void Fail(const std::string& name, size_t stream, int64_t packet, const char* what) {
+  throw Error(name, fmt::format("stream {}, packet {}: its {} is not the input's", stream, packet, what));
 }
 
 bool IsTimecode(const KeptReader& reader, size_t stream) {
@@ -81,7 +77,7 @@ bool MarkMayChange(const MediaFile& file, const EditOptions& changes, const Kept
   return was.key ? !told && changes.remove.any() : changes.recoveryPoints;
 }
 
-// The verification of one file that a muxer wrote.
+// The verification of one file that is no MP4 or MOV.
 class MuxedComparison {
  public:
   MuxedComparison(KeptReader& before, KeptReader& after, const EditOptions& changes, const std::string& name)
@@ -112,20 +108,9 @@ class MuxedComparison {
     if (was.key != is.key && !MarkMayChange(before_.file(), changes_, was))
       Fail(name_, stream, packet, "sync mark");
     if (!timed_) return;
-    const AVRational unit = after_.file().context()->streams[stream]->time_base;
-    const AVRational unitBefore = before_.file().context()->streams[stream]->time_base;
-    const std::string advice =
-        av_cmp_q(unit, unitBefore) == 0
-            ? ""
-            : fmt::format("the container's muxer counts in units of {}/{} s", unit.num, unit.den);
-    if (was.pts != is.pts) Fail(name_, stream, packet, "presentation time", advice);
-    if (was.dts != is.dts) Fail(name_, stream, packet, "decoding time", advice);
-    // Readers of MKV share the time of several frames in a block out in whole units.
-    constexpr int64_t kRounding = 1000000;
-    const bool shared = before_.file().streams()[stream].kind == StreamKind::kAudio &&
-                        std::abs(was.duration - is.duration) <= kRounding &&
-                        before_.file().formatName() != "mpegts";
-    if (was.duration != is.duration && !shared) durations_[stream].Add(packet, was.duration, is.duration);
+    if (was.pts != is.pts) Fail(name_, stream, packet, "presentation time");
+    if (was.dts != is.dts) Fail(name_, stream, packet, "decoding time");
+    if (was.duration != is.duration) durations_[stream].Add(packet, was.duration, is.duration);
   }
 
   std::string Text(uint64_t packets) const {
@@ -146,9 +131,8 @@ class MuxedComparison {
       durations += fmt::format(" (but for {} streams, where they follow from what is changed)", without);
     return fmt::format(
         "verified: {} packets of {} streams have the input's presentation and decoding times, {}, sync "
-        "marks, side data and bytes, but for what a patch changes; streams, dispositions, tags, chapters and "
-        "programs, as libavformat reads them, are the input's{}",
-        packets, durations_.size(), durations, other != 0 ? " but for what is named above" : "");
+        "marks, side data and bytes, but for what a patch changes",
+        packets, durations_.size(), durations);
   }
 
   KeptReader& before_;

@@ -29,10 +29,10 @@ std::string RequireKept(const std::vector<StreamKept>& before, const std::vector
 std::string VerifyPatched(const std::string& in, const std::string& out, const EditOptions& changes,
                           const std::string& name, bool timecodeTrack = false);
 
-// What is said of a file that a muxer wrote.
+// What is said of a file that is no MP4 or MOV.
 struct MuxedVerified {
   std::string text;                    // what was compared
-  std::vector<std::string> otherwise;  // what nobody asked for and the muxer cannot write as it was
+  std::vector<std::string> otherwise;  // durations that readers tell otherwise, a line for each stream
 };
 // Holds such a file against the one that it was made of, packet by packet, bytes included. Throws as
 // VerifyPatched does, but for what the container holds no other way.

@@ -32,6 +32,8 @@ class SampleReturns {
   virtual void Replace(uint64_t number, ByteSpan bytes) = 0;
   // The same where all but some parts is as it was. They count upwards and do not overlap.
   virtual void ReplaceParts(uint64_t number, std::span<const SamplePart> parts) = 0;
+  // Says that a sample stays, so that nobody need keep it in mind.
+  virtual void Keep(uint64_t number) { static_cast<void>(number); }
 
  protected:
   SampleReturns() = default;

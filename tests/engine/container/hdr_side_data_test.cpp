@@ -19,6 +19,25 @@ class SideData : public testing::Test {
     return *reinterpret_cast<AVMasteringDisplayMetadata*>(
         av_stream_get_side_data(stream_, AV_PKT_DATA_MASTERING_DISPLAY_METADATA, nullptr));
   }
+  template <class Data>
+  Data& Add(AVPacketSideDataType type) {
+    auto* const data = reinterpret_cast<Data*>(av_stream_new_side_data(stream_, type, sizeof(Data)));
+    return *data = Data{};
+  }
+  // What libav's readers tell of a display.
+  void AddDisplay() {
+    auto& display = Add<AVMasteringDisplayMetadata>(AV_PKT_DATA_MASTERING_DISPLAY_METADATA);
+    constexpr AVRational kPoints[3][2] = {
+        {{68, 100}, {32, 100}}, {{265, 1000}, {69, 100}}, {{15, 100}, {6, 100}}};
+    for (int i = 0; i < 3; ++i) {
+      for (int axis = 0; axis < 2; ++axis) display.display_primaries[i][axis] = kPoints[i][axis];
+    }
+    display.white_point[0] = {3127, 10000};
+    display.white_point[1] = {3290, 10000};
+    display.max_luminance = {1000, 1};
+    display.min_luminance = {5, 1000};
+    display.has_primaries = display.has_luminance = 1;
+  }
   std::unique_ptr<AVFormatContext, ContextFreer> context_{avformat_alloc_context()};
   AVStream* stream_ = avformat_new_stream(context_.get(), nullptr);
 };
@@ -29,18 +48,12 @@ const MasteringDisplay kDisplay{{34000, 16000}, {13250, 34500}, {7500, 3000}, {1
 // red, green, blue.
 TEST_F(SideData, MasteringDisplayInItsUnits) {
   EXPECT_FALSE(ContainerHdr(*stream_).mastering);
-  SetContainerMastering(stream_, kDisplay);
-  EXPECT_EQ(av_cmp_q(Display().display_primaries[0][0], {68, 100}), 0);
-  EXPECT_EQ(av_cmp_q(Display().display_primaries[1][1], {69, 100}), 0);
-  EXPECT_EQ(av_cmp_q(Display().display_primaries[2][0], {15, 100}), 0);
-  EXPECT_EQ(av_cmp_q(Display().white_point[0], {3127, 10000}), 0);
-  EXPECT_EQ(av_cmp_q(Display().max_luminance, {1000, 1}), 0);
-  EXPECT_EQ(av_cmp_q(Display().min_luminance, {5, 1000}), 0);
+  AddDisplay();
   EXPECT_EQ(ContainerHdr(*stream_).mastering, kDisplay);
 }
 
 TEST_F(SideData, OtherFractionsAreRounded) {
-  SetContainerMastering(stream_, kDisplay);
+  AddDisplay();
   Display().display_primaries[0][0] = {17, 25};
   Display().max_luminance = {4000, 1};
   Display().min_luminance = {1, 3};
@@ -51,7 +64,7 @@ TEST_F(SideData, OtherFractionsAreRounded) {
 }
 
 TEST_F(SideData, HalfOfADisplayIsNone) {
-  SetContainerMastering(stream_, kDisplay);
+  AddDisplay();
   Display().has_luminance = 0;
   EXPECT_FALSE(ContainerHdr(*stream_).mastering);
   Display().has_luminance = 1;
@@ -60,7 +73,9 @@ TEST_F(SideData, HalfOfADisplayIsNone) {
 }
 
 TEST_F(SideData, LightLevel) {
-  SetContainerLightLevel(stream_, {1000, 400});
+  auto& light = Add<AVContentLightMetadata>(AV_PKT_DATA_CONTENT_LIGHT_LEVEL);
+  light.MaxCLL = 1000;
+  light.MaxFALL = 400;
   EXPECT_EQ(ContainerHdr(*stream_).lightLevel, (LightLevel{1000, 400}));
   EXPECT_FALSE(ContainerHdr(*stream_).mastering);
 }

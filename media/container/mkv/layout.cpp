@@ -1,0 +1,185 @@
+// One walk over segments and what stands in them; clusters are stepped over where they say their size.
+
+#include "container/mkv/layout.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace qlnmedia::mkv {
+
+namespace {
+
+// More than any track says of itself; the picture of a private data field included.
+constexpr uint64_t kMostText = 256;
+constexpr uint64_t kMostPrivateData = uint64_t{16} << 20;
+// BITMAPINFOHEADER, which stands in front of what the codec says.
+constexpr size_t kBitmapHead = 40;
+
+// What stands in a segment, so that it ends a cluster without a size.
+bool StandsInSegment(uint64_t id) {
+  return id == id::kSeekHead || id == id::kInfo || id == id::kTracks || id == id::kCues ||
+         id == id::kCluster || id == id::kTags || id == id::kAttachments || id == id::kChapters;
+}
+
+bool StandsAtTop(uint64_t id) { return id == id::kEbml || id == id::kSegment; }
+
+class LayoutReader {
+ public:
+  explicit LayoutReader(const Source& source) : source_(source), reader_(source) {}
+
+  Layout Run() {
+    const uint64_t size = source_.size();
+    uint64_t at = 0;
+    while (at < size) {
+      const std::optional<Element> element = Top(at, size);
+      if (!element) break;
+      if (element->id == id::kEbml) ReadHead(*element);
+      at = element->id == id::kSegment ? ReadSegment(*element) : element->end;
+    }
+    if (layout_.segments.empty()) throw source_.Fault(at, "there is no segment");
+    return std::move(layout_);
+  }
+
+ private:
+  // What stands behind the segments need not be elements.
+  std::optional<Element> Top(uint64_t at, uint64_t size) {
+    const bool behind = !layout_.segments.empty();
+    std::optional<Element> element;
+    try {
+      element = FindElement(reader_, at, size, limits_);
+    } catch (const Error&) {
+      if (!behind || (size - at >= 4 && StandsAtTop(reader_.Number(at, 4)))) throw;
+    }
+    if (element && element->open && element->id != id::kSegment) element.reset();
+    if (!element && !behind) throw source_.Fault(at, "there is no EBML element");
+    return element;
+  }
+
+  void ReadHead(const Element& head) {
+    limits_ = {};
+    ForEachElement(reader_, head.body, head.end, limits_, [&](const Element& child) {
+      const bool length = child.id == id::kEbmlMaxIdLength || child.id == id::kEbmlMaxSizeLength;
+      if (!length) return;
+      const uint64_t most = ReadUnsigned(reader_, child);
+      if (most == 0 || most > 8)
+        throw source_.Fault(child.at, fmt::format("identifiers or sizes of {} bytes are not read", most));
+      (child.id == id::kEbmlMaxIdLength ? next_.idBytes : next_.sizeBytes) = static_cast<size_t>(most);
+    });
+    limits_ = std::exchange(next_, {});
+    // The identifiers of Matroska have up to 4 bytes, whatever a head says.
+    limits_.idBytes = std::max<size_t>(limits_.idBytes, 4);
+  }
+
+  // Returns where it ends.
+  uint64_t ReadSegment(const Element& element) {
+    layout_.segments.push_back({.element = element, .limits = limits_});
+    uint64_t at = element.body;
+    while (at < element.end) {
+      const Element child = ReadElement(reader_, at, element.end, limits_);
+      if (element.open && StandsAtTop(child.id)) break;
+      at = child.id == id::kCluster ? ReadCluster(child) : child.end;
+      if (child.open && child.id != id::kCluster)
+        throw source_.Fault(child.at, fmt::format("the element {} does not say its size", IdName(child.id)));
+      Segment& segment = layout_.segments.back();
+      if (child.id == id::kSeekHead || child.id == id::kCues) segment.indexes.push_back(child);
+      if (child.id == id::kInfo) ReadInfo(child, segment);
+      if (child.id == id::kTracks) ReadTracks(child);
+    }
+    layout_.segments.back().element.end = at;
+    return at;
+  }
+
+  uint64_t ReadCluster(const Element& cluster) {
+    uint64_t end = cluster.end;
+    if (cluster.open) {
+      end = cluster.body;
+      while (end < cluster.end) {
+        if (const Element child = ReadElement(reader_, end, cluster.end, limits_);
+            StandsInSegment(child.id) || StandsAtTop(child.id))
+          break;
+        end = ReadSizedElement(reader_, end, cluster.end, limits_).end;
+      }
+    }
+    layout_.segments.back().clusters.push_back({cluster.at, end});
+    return end;
+  }
+
+  void ReadInfo(const Element& info, Segment& segment) {
+    ForEachElement(reader_, info.body, info.end, limits_, [&](const Element& child) {
+      if (child.id == id::kTimestampScale) segment.timestampScale = ReadUnsigned(reader_, child);
+    });
+  }
+
+  void ReadTracks(const Element& tracks) {
+    layout_.segments.back().tracks.push_back(tracks);
+    ForEachElement(reader_, tracks.body, tracks.end, limits_, [&](const Element& child) {
+      if (child.id == id::kTrackEntry) ReadEntry(child);
+    });
+  }
+
+  void ReadEntry(const Element& element) {
+    Entry entry;
+    entry.element = element;
+    entry.segment = layout_.segments.size() - 1;
+    ForEachElement(reader_, element.body, element.end, limits_, [&](const Element& child) {
+      if (child.id == id::kTrackNumber) entry.number = ReadUnsigned(reader_, child);
+      if (child.id == id::kTrackType) entry.type = ReadUnsigned(reader_, child);
+      if (child.id == id::kCodecId) entry.codec = Text(child);
+      if (child.id == id::kDefaultDuration) entry.defaultDuration = ReadUnsigned(reader_, child);
+      if (child.id == id::kCodecPrivate) entry.privateData = child;
+      if (child.id == id::kContentEncodings) entry.encodings = ReadEncodings(reader_, child, limits_);
+    });
+    std::vector<Entry>& entries = layout_.tracks[entry.number];
+    entry.description = static_cast<uint32_t>(entries.size() + 1);
+    if (entry.segment == 0 && entries.empty()) layout_.firstTracks.push_back(entry.number);
+    entries.push_back(std::move(entry));
+  }
+
+  std::string Text(const Element& element) const {
+    std::string text;
+    for (const uint8_t byte : reader_.Run(element.body, std::min(element.size(), kMostText))) {
+      if (byte == 0) break;
+      text += byte >= ' ' && byte <= '~' ? static_cast<char>(byte) : '.';
+    }
+    return text;
+  }
+
+  const Source& source_;
+  Reader reader_;
+  Limits limits_;
+  Limits next_;
+  Layout layout_;
+};
+
+}  // namespace
+
+size_t Entry::privateHead() const { return codec == "V_MS/VFW/FOURCC" ? kBitmapHead : 0; }
+
+const Entry* Layout::EntryOf(uint64_t number, size_t segment, uint64_t clusterAt) const {
+  const auto found = tracks.find(number);
+  if (found == tracks.end()) return nullptr;
+  const Entry* entry = nullptr;
+  for (const Entry& candidate : found->second) {
+    if (candidate.segment != segment) continue;
+    if (entry == nullptr || candidate.element.at < clusterAt) entry = &candidate;
+  }
+  return entry;
+}
+
+Layout ReadLayout(const Source& source) { return LayoutReader(source).Run(); }
+
+Bytes ReadPrivateData(const Source& source, const Entry& entry) {
+  const Element& element = entry.privateData;
+  if (element.end == 0) return {};
+  if (element.size() > kMostPrivateData)
+    throw source.Fault(element.at, "a track's private data is longer than makes sense");
+  Bytes bytes = Reader(source).Run(element.body, element.size());
+  if (entry.encodings.touchesPrivateData()) bytes = entry.encodings.Undo(source, element.body, bytes, true);
+  const size_t head = std::min(entry.privateHead(), bytes.size());
+  bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(head));
+  return bytes;
+}
+
+}  // namespace qlnmedia::mkv
