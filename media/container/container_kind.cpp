@@ -27,7 +27,7 @@ constexpr Kind kKinds[] = {
     {"mp4", "MP4", " mp4 m4v m4a 3gp 3g2 f4v cmfv "},     {"mov", "MOV", " mov qt "},
     {"matroska", "MKV", " mkv mk3d mka mks webm "},       {"mpegts", "TS", " ts m2ts mts m2t trp "},
     {"h264", "raw H.264", " h264 264 avc 26l jvt "},      {"hevc", "raw HEVC", " hevc h265 265 hvc "},
-    {"mpeg2video", "raw MPEG-2", " m2v mpv mpeg2video "},
+    {"mpeg2video", "raw MPEG-2", " m2v mpv mpeg2video "}, {"mxf", "MXF", " mxf "},
 };
 
 // Of a file's name, in small letters; a dot in front of a name makes no ending.
@@ -76,9 +76,9 @@ std::string OutputFormatOf(const MediaFile& in) {
   }
   if (name.substr(0, 8) == "matroska") return "matroska";
   if (name == "mpegvideo") return "mpeg2video";
-  if (name == "mpegts" || name == "h264" || name == "hevc") return std::string(name);
+  if (name == "mpegts" || name == "mxf" || name == "h264" || name == "hevc") return std::string(name);
   throw Error(in.path(), fmt::format("containers of the kind {} cannot be written", name),
-              "use MP4, MOV, MKV, TS, raw H.264 or raw HEVC");
+              "use MP4, MOV, MKV, TS, MXF, raw H.264 or raw HEVC");
 }
 
 void RequireEndingOf(const std::string& format, const MediaFile& in, const std::string& path) {

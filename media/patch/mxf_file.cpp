@@ -1,0 +1,192 @@
+// Pictures go from their elements through their editors and back; what the descriptors say follows.
+
+#include "patch/mxf_file.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <deque>
+#include <map>
+#include <optional>
+#include <utility>
+
+#include "base/error.h"
+#include "base/progress.h"
+#include "container/container_kind.h"
+#include "container/mp4/output_file.h"
+#include "container/mxf/carrier.h"
+#include "container/mxf/layout_check.h"
+#include "patch/container_facts.h"
+#include "patch/edited_streams.h"
+#include "patch/mxf_input.h"
+#include "patch/verify.h"
+#include "sets/sps_facts.h"
+#include "units/coded_stream.h"
+
+namespace qlnmedia {
+
+namespace {
+
+bool HasStartCode(const Bytes& bytes) {
+  const size_t zeros = static_cast<size_t>(
+      std::find_if(bytes.begin(), bytes.end(), [](uint8_t byte) { return byte != 0; }) - bytes.begin());
+  return zeros >= 2 && zeros < bytes.size() && bytes[zeros] == 1;
+}
+
+// Pictures between the file, their editors and the carrier.
+class Pictures {
+ public:
+  Pictures(const MxfInput& input, EditedStreams& streams, const PatchOptions& options, mxf::Carrier& carrier)
+      : input_(input), streams_(streams), options_(options), carrier_(carrier) {
+    for (auto& [index, edited] : streams.streams()) {
+      Track& track = tracks_[input.TrackOf(index)];
+      track.stream = index;
+      track.edited = &edited;
+      track.codec = UnitCodecOf(edited.stream.codec);
+      track.facts = FactsOf(track);
+    }
+  }
+
+  void Take(mxf::Picture picture) {
+    const auto found = tracks_.find(picture.track);
+    if (found == tracks_.end()) return;
+    Track& track = found->second;
+    if (!HasStartCode(picture.bytes))
+      throw carrier_.source().Fault(picture.klv.at,
+                                    fmt::format("stream {}: its units have no start codes", track.stream));
+    const PacketView view = input_.ViewOf(picture);
+    track.edited->editor->Push({picture.bytes, view.pts, view.dts, view.key});
+    track.waiting.push_back(std::move(picture));
+    Send(track);
+  }
+
+  // What the descriptors have to say.
+  mxf::FactsByTrack Finish() {
+    mxf::FactsByTrack facts;
+    for (auto& [place, track] : tracks_) {
+      track.edited->editor->Finish();
+      Send(track);
+      const mxf::PictureTrack& of = carrier_.tracks()[place];
+      facts[{of.bodySid, of.number}] = track.facts;
+    }
+    return facts;
+  }
+
+ private:
+  struct Track {
+    unsigned stream = 0;
+    EditedStream* edited = nullptr;
+    std::optional<Codec> codec;
+    mxf::DescriptorFacts facts;
+    bool seen = false;  // a sequence parameter set
+    std::deque<mxf::Picture> waiting;
+  };
+
+  mxf::DescriptorFacts FactsOf(const Track& track) const {
+    mxf::DescriptorFacts facts;
+    if (!track.codec) return facts;
+    facts.colour = options_.colour;
+    facts.fullRange = options_.fullRange;
+    if (options_.sampleAspect && options_.sampleAspect->width != 0)
+      facts.sampleAspect = options_.sampleAspect;
+    facts.mastering = options_.mastering;
+    facts.fields = options_.interlaced;
+    return facts;
+  }
+
+  // Level and size are what the stream's sets say once they are changed.
+  void FollowSets(Track& track, const Bytes& was, const Bytes& is) {
+    if (track.seen || !track.codec || (!options_.cropping && !options_.level)) return;
+    const auto units = [](const Bytes& data) {
+      std::vector<Bytes> list;
+      for (Unit& unit : TakeApart(data, Framing{}).units) list.push_back(std::move(unit.bytes));
+      return list;
+    };
+    const std::vector<Bytes> before = units(was), after = units(is);
+    const std::optional<mp4::PictureSize> size = PictureSizeOf(*track.codec, before, after);
+    if (!size) return;
+    track.seen = true;
+    if (options_.cropping)
+      track.facts.size = mxf::SizeChange{size->wasWidth, size->wasHeight, size->width, size->height};
+    if (!options_.level || track.codec != Codec::kH264) return;
+    for (const Bytes& unit : after) {
+      if (UnitType(*track.codec, unit) != h264::kSps) continue;
+      if (const auto facts = ReadSpsFacts(*track.codec, unit))
+        track.facts.avcLevel = static_cast<uint8_t>(facts->level);
+    }
+  }
+
+  void Send(Track& track) {
+    while (!track.waiting.empty()) {
+      const std::optional<EditedUnit> unit = track.edited->editor->Pull();
+      if (!unit) return;
+      const mxf::Picture& picture = track.waiting.front();
+      if (unit->changed) {
+        FollowSets(track, picture.bytes, unit->unit.data);
+        carrier_.Replace(picture, unit->unit.data, track.codec);
+      }
+      track.waiting.pop_front();
+    }
+  }
+
+  const MxfInput& input_;
+  EditedStreams& streams_;
+  const PatchOptions& options_;
+  mxf::Carrier& carrier_;
+  std::map<size_t, Track> tracks_;
+};
+
+// Pictures without times are ordered by what they say; the rate at which they follow each other is the
+// file's, all the same.
+PatchOptions WithRate(const PatchOptions& options, const MxfInput& input, const mxf::Carrier& carrier) {
+  PatchOptions with = options;
+  for (size_t i = 0; i < carrier.tracks().size(); ++i) {
+    const Rational& rate = carrier.tracks()[i].editRate;
+    if (with.rate.empty() && !input.isTimed(i) && rate.numerator > 0)
+      with.rate = fmt::format("{}/{}", rate.numerator, rate.denominator);
+  }
+  return with;
+}
+
+}  // namespace
+
+PatchResult PatchMxf(const PatchOptions& options, MediaFile& in) {
+  if (!options.dryRun) RequireOutput(in, options.out);
+  const mp4::FileSource source(options.in);
+  mxf::Carrier carrier(source, options.dryRun ? "/tmp" : mp4::FolderOf(options.out));
+  const MxfInput input(in, carrier);
+  const PatchOptions rated = WithRate(options, input, carrier);
+  EditedStreams streams(input, rated);
+  Pictures pictures(input, streams, rated, carrier);
+  std::optional<mp4::OutputFile> out;
+  if (!options.dryRun) out.emplace(options.out, mp4::Disk::System(), options.unfinished);
+  const auto bytes = static_cast<int64_t>(source.size());
+  Progress meter(options.progress, options.dryRun ? "reading" : "patching", 2 * bytes);
+  mxf::PictureReader reader(source, carrier.layout(), carrier.tracks());
+  for (mxf::Picture picture; reader.Next(picture);) {
+    meter.At(static_cast<int64_t>(picture.klv.at));
+    pictures.Take(std::move(picture));
+    picture = {};
+  }
+  carrier.Prepare(pictures.Finish());
+  PatchResult result;
+  MuxedVerified verified;
+  if (out) {
+    carrier.Write(*out, [&](uint64_t done) { meter.At(bytes + static_cast<int64_t>(done)); });
+    const mp4::FileSource written(out->Readable());
+    mxf::CheckLayout(source, carrier.layout(), written, options.out);
+    if (options.verify) verified = VerifyMuxed(options.in, out->Readable(), options, options.out);
+    out->Finish();
+  }
+  meter.Done();
+  result.lines = streams.Summary();
+  const auto warn = [&result](const std::string& text) { result.lines.push_back("warning: " + text); };
+  if (carrier.layout().cutAt)
+    warn(fmt::format("the file ends early, within what begins at byte {}: that was carried as it stands",
+                     *carrier.layout().cutAt));
+  for (const std::string& text : verified.otherwise) warn(text);
+  if (!verified.text.empty()) result.lines.push_back(verified.text);
+  return result;
+}
+
+}  // namespace qlnmedia
