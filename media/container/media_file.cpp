@@ -19,6 +19,7 @@
 #include "container/describe_stream.h"
 #include "container/libav_handles.h"
 #include "container/mp4/top_level.h"
+#include "container/mxf/pictures.h"
 
 namespace qlnmedia {
 
@@ -201,6 +202,24 @@ void MediaFile::Open() {
     throw Error(path(), "cannot be opened: " + LibavErrorText(result));
   }
   context_.reset(opened);
+  KnowHevcOfMxf();
+}
+
+// libavformat knows no label of HEVC in MXF; it takes the codec that it is told.
+void MediaFile::KnowHevcOfMxf() {
+  if (!isMxf() || isPipe()) return;
+  std::vector<AVCodecParameters*> unknown;
+  for (unsigned i = 0; i < context_->nb_streams; ++i) {
+    AVCodecParameters* const parameters = context_->streams[i]->codecpar;
+    if (parameters->codec_type == AVMEDIA_TYPE_VIDEO && parameters->codec_id == AV_CODEC_ID_NONE)
+      unknown.push_back(parameters);
+  }
+  try {
+    if (unknown.empty() || !mxf::BeginsWithHevc(mp4::FileSource(path()))) return;
+  } catch (const Error&) {
+    return;  // what libavformat makes of it stands
+  }
+  for (AVCodecParameters* const parameters : unknown) parameters->codec_id = AV_CODEC_ID_HEVC;
 }
 
 int MediaFile::ReadPipe(void* file, uint8_t* to, int size) {

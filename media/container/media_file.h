@@ -42,6 +42,7 @@ class MediaFile {
   // MKV and WebM.
   bool isMatroska() const { return formatName().substr(0, 8) == "matroska"; }
   bool isTransportStream() const { return formatName() == "mpegts"; }
+  bool isMxf() const { return formatName() == "mxf"; }
   double seconds() const;   // 0 where the duration is not known
   int64_t bitRate() const;  // bits a second; 0 where it is not known
 
@@ -90,6 +91,7 @@ class MediaFile {
     void operator()(AVIOContext* pipe) const;
   };
   void Open();
+  void KnowHevcOfMxf();
   void LookAtBoxes();
   // What libavformat calls for more bytes of a pipe.
   static int ReadPipe(void* file, uint8_t* to, int size);

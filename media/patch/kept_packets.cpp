@@ -117,13 +117,17 @@ uint64_t KeptReader::SideData(Stream& stream) {
   return hash;
 }
 
+// Filler of MXF, where pictures may have to keep their size, gives way to what comes in.
 uint64_t KeptReader::BytesOf(const Stream& stream) const {
   uint64_t hash = kEmptyHash;
   const ByteSpan data(packet_->data, static_cast<size_t>(packet_->size));
   const AVStream& of = *file_.context()->streams[packet_->stream_index];
   if (of.codecpar->codec_id == AV_CODEC_ID_MPEG2VIDEO && changes_.captions) {
     for (const Mpeg2Unit& unit : Mpeg2Units(data)) {
-      if (unit.code != kMpeg2UserData) Mix(hash, data.subspan(unit.at, unit.size));
+      if (unit.code == kMpeg2UserData) continue;
+      ByteSpan bytes = data.subspan(unit.at, unit.size);
+      while (file_.isMxf() && !bytes.empty() && bytes.back() == 0) bytes = bytes.first(bytes.size() - 1);
+      Mix(hash, bytes);
     }
   } else if (!stream.codec) {
     Mix(hash, data);
@@ -131,7 +135,9 @@ uint64_t KeptReader::BytesOf(const Stream& stream) const {
     const Codec codec = *stream.codec;
     const UnitRun run = TakeApart(data, stream.framing);
     for (const Unit& unit : run.units) {
-      if (!MayChange(codec, UnitType(codec, unit.bytes), changes_)) Mix(hash, unit.bytes);
+      const int type = UnitType(codec, unit.bytes);
+      if (file_.isMxf() && type == (codec == Codec::kH264 ? h264::kFiller : hevc::kFiller)) continue;
+      if (!MayChange(codec, type, changes_)) Mix(hash, unit.bytes);
     }
     if (run.damaged()) Mix(hash, run.rest);
   }

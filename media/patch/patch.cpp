@@ -40,7 +40,7 @@ PatchResult PatchFile(const PatchOptions& options) {
   if (options.keepRate && !in.media->isTransportStream())
     throw Error(options.in, "is no transport stream, which alone have null packets", "leave --keep-rate out");
   if (in.media->isTransportStream()) return PatchTransport(options, *in.media);
-  if (in.media->formatName() == "mxf") return PatchMxf(options, *in.media);
+  if (in.media->isMxf()) return PatchMxf(options, *in.media);
   if (in.media->isMatroska()) return PatchMatroska(options, *in.media);
   return in.media->isIso() ? PatchCarried(options, in) : PatchRaw(options, *in.media);
 }

@@ -151,7 +151,7 @@ void AddPatchCommand(CLI::App& app) {
   CLI::App* const command =
       app.add_subcommand("patch", "Correct what a file says, without touching a coded picture");
   auto options = std::make_shared<Options>();
-  command->add_option("IN", options->patch.in, "H.264 or HEVC in MP4, MOV, MKV, TS, or raw; required");
+  command->add_option("IN", options->patch.in, "H.264 or HEVC in MP4, MOV, MKV, TS, MXF, or raw; required");
   auto* const out =
       command->add_option("OUT", options->patch.out,
                           "The output, of the same kind of container; not with --in-place, and not "

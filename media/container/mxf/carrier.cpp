@@ -51,8 +51,11 @@ bool Carrier::IsConstant(const PictureTrack& track) const {
 void Carrier::PutChange(const Klv& klv, ByteSpan was, ByteSpan is) {
   if (was.empty() || is.empty()) throw source_.Fault(klv.at, "an element that is empty cannot change");
   // What stands at the end waits until it is known what comes behind it.
-  const bool tail =
-      was.back() != is.back() || is.size() < was.size() || std::equal(was.begin(), was.end(), is.begin());
+  if (is.size() > was.size() && std::equal(was.begin(), was.end(), is.begin())) {
+    tails_.Add(klv.end() - 1, 1, is.subspan(was.size() - 1));
+    return;
+  }
+  const bool tail = was.back() != is.back() || is.size() < was.size();
   (tail ? tails_ : values_).AddDifference(klv.valueAt(), was, is);
 }
 

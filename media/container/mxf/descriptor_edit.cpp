@@ -40,6 +40,7 @@ constexpr uint16_t kDepth = 0x3301, kLayout = 0x320C;
 constexpr uint16_t kStoredWidth = 0x3203, kStoredHeight = 0x3202;
 constexpr uint16_t kSampledWidth = 0x3205, kSampledHeight = 0x3204;
 constexpr uint16_t kShownWidth = 0x3209, kShownHeight = 0x3208;
+constexpr uint64_t kMostSide = 0xFFFF;  // so that products of four fit
 constexpr uint8_t kSeparateFields = 1, kSegmentedFrame = 4;
 
 // Labels of H.273 codes.
@@ -146,24 +147,39 @@ uint64_t LinesFactor(const SetEdit& set) {
   return layout == kSeparateFields || layout == kSegmentedFrame ? 2 : 1;
 }
 
+void PutRatio(SetEdit& set, uint64_t numerator, uint64_t denominator) {
+  const uint64_t shared = std::gcd(numerator, denominator);
+  if (shared == 0 || numerator / shared > INT32_MAX || denominator / shared > INT32_MAX) return;
+  set.Put(kAspect, mp4::NumberBytes((numerator / shared) << 32 | denominator / shared, 8));
+}
+
 void PutAspect(SetEdit& set, const SampleAspect& sample) {
   uint64_t width = set.Number(kShownWidth, 4), height = set.Number(kShownHeight, 4);
   if (width == 0 || height == 0) {
     width = set.Number(kStoredWidth, 4);
     height = set.Number(kStoredHeight, 4);
   }
-  if (width == 0 || height == 0 || sample.width == 0 || sample.height == 0) return;
-  uint64_t numerator = width * sample.width, denominator = height * LinesFactor(set) * sample.height;
-  const uint64_t shared = std::gcd(numerator, denominator);
-  numerator /= shared;
-  denominator /= shared;
-  if (numerator > INT32_MAX || denominator > INT32_MAX) return;
-  set.Put(kAspect, mp4::NumberBytes(numerator << 32 | denominator, 8));
+  if (width > kMostSide || height > kMostSide || sample.width > kMostSide || sample.height > kMostSide)
+    return;
+  if (width * height * sample.width * sample.height == 0) return;
+  PutRatio(set, width * sample.width, height * LinesFactor(set) * sample.height);
+}
+
+// Samples keep their shape, so that what is left of the picture gets another one.
+void FollowAspect(SetEdit& set, const SizeChange& size) {
+  const uint64_t ratio = set.Number(kAspect.tag, 8);
+  const uint64_t numerator = ratio >> 32, denominator = ratio & 0xFFFFFFFF;
+  for (const uint64_t side : {uint64_t{size.width}, uint64_t{size.height}, uint64_t{size.wasWidth},
+                              uint64_t{size.wasHeight}, numerator, denominator}) {
+    if (side == 0 || side > kMostSide) return;
+  }
+  PutRatio(set, numerator * size.width * size.wasHeight, denominator * size.wasWidth * size.height);
 }
 
 // Fields of a size that the pictures had follow; what is stored beyond them stays.
 void PutSize(SetEdit& set, const SizeChange& size) {
   const uint64_t factor = LinesFactor(set);
+  FollowAspect(set, size);
   for (const uint16_t tag : {kSampledWidth, kShownWidth}) {
     if (set.Number(tag, 4) == size.wasWidth) set.Renew(tag, mp4::NumberBytes(size.width, 4));
   }

@@ -101,4 +101,22 @@ bool PictureReader::Next(Picture& picture) {
   return false;
 }
 
+bool BeginsWithHevc(const Source& source) {
+  constexpr uint8_t kPictureItems[] = {0x05, 0x15};
+  constexpr size_t kLongestStartCode = 4, kHead = 2;
+  constexpr uint8_t kDelimiterHead = 35 << 1, kVideoSetHead = 32 << 1;
+  KlvReader triplets(source);
+  for (Klv klv; triplets.Next(klv);) {
+    const bool picture =
+        std::find(std::begin(kPictureItems), std::end(kPictureItems), klv.key[12]) != std::end(kPictureItems);
+    if (klv.kind() != Kind::kEssence || !picture || klv.size < kLongestStartCode + kHead) continue;
+    const Bytes begin = triplets.reader().Run(klv.valueAt(), kLongestStartCode + kHead);
+    const size_t one = begin[2] == 1 ? 2 : 3;
+    if (begin[0] != 0 || begin[1] != 0 || begin[one] != 1) return false;
+    const uint8_t head = begin[one + 1];
+    return (head == kDelimiterHead || head == kVideoSetHead) && begin[one + 2] == 1;
+  }
+  return false;
+}
+
 }  // namespace qlnmedia::mxf

@@ -57,6 +57,10 @@ class PictureReader {
   std::vector<uint64_t> counts_;
 };
 
+// True where the first picture of a file begins as an access unit of HEVC does: with a delimiter or a video
+// parameter set. Labels of its wrapping are not known to every reader. Throws Error as ReadLayout does.
+bool BeginsWithHevc(const Source& source);
+
 }  // namespace qlnmedia::mxf
 
 #endif
