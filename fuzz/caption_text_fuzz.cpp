@@ -9,7 +9,7 @@
 #include "captions/sequencer.h"
 #include "captions/service_block.h"
 #include "captions/text.h"
-#include "container/line21_channel.h"
+#include "captions/timed_text.h"
 #include "fuzz_input.h"
 
 namespace {
@@ -42,7 +42,7 @@ void TakeText(std::string_view text, int row, int service) {
 }
 
 void TakeTriplets(qln::fuzz::Input input) {
-  qlnmedia::CaptionDecoder decoder(qlnmedia::MakeLine21Channel);
+  qlnmedia::CaptionDecoder decoder;
   int pictures = 0;
   for (; input.left() != 0 && pictures < 200; ++pictures) {
     qlnmedia::Triplets triplets;
@@ -56,6 +56,17 @@ void TakeTriplets(qln::fuzz::Input input) {
     decoder.Add(triplets, pictures / 29.97);
   }
   decoder.Finish(pictures / 29.97);
+  for (const qlnmedia::StyledService& service : decoder.styled()) {
+    for (const StyledCaption& caption : service.captions) {
+      Expect(caption.begin <= caption.end && !caption.rows.empty());
+      for (const StyledRow& row : caption.rows)
+        Expect(row.row >= 0 && row.row <= kLine21Rows && row.column + row.width <= kLine21Columns);
+    }
+    WriteTtml(service.captions);
+    const std::string vtt = WriteVtt(service.captions);
+    std::string reason;
+    if (service.name.starts_with("CC")) Expect(ReadCues(vtt, &reason).has_value());
+  }
   const std::vector<qlnmedia::CaptionService> services = decoder.services();
   qlnmedia::NamesOf(services);
   for (const qlnmedia::CaptionService& service : services) {

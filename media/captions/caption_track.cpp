@@ -103,7 +103,7 @@ std::optional<CaptionTrack> FromMcc(std::string_view text, std::string* reason) 
 }  // namespace
 
 int64_t CaptionTrack::FirstHour() const {
-  if (events.empty()) return 0;
+  if (events.empty() || fromZero) return 0;
   const Timecode first = TimecodeOf(events.front().at / framesPerNumber, nominal, dropFrame);
   return PictureOf({first.hours, 0, 0, 0}, nominal, dropFrame).value_or(0) * framesPerNumber;
 }

@@ -25,9 +25,10 @@ struct CaptionTrack {
   int nominal = 30;         // frames that its timecodes count in a second
   int framesPerNumber = 1;  // 2 where two pictures share a timecode
   bool dropFrame = false;
+  bool fromZero = false;             // times count from the first picture
   std::vector<CaptionEvent> events;  // at times that rise
 
-  // The whole hour in which it begins, in frames.
+  // The whole hour in which it begins, in frames; 0 where times count from the first picture.
   int64_t FirstHour() const;
   // The frame of a timecode of the file; nothing for a text that is none, or that does not exist.
   std::optional<int64_t> FrameOf(std::string_view timecode) const;
@@ -52,6 +53,8 @@ class CaptionPictures {
   size_t early() const { return early_; }
   // Events that no picture has had yet.
   size_t left() const { return track_.events.size() - next_; }
+  // True where neither events nor what they hold is left.
+  bool over() const { return left() == 0 && sequencer_.empty(); }
   // True if the track is of another rate, so that times were converted. Drop-frame labels are of 29.97 or
   // 59.94 frames a second, and of 30 or 60 no more than of 25.
   bool converted() const;

@@ -46,13 +46,26 @@ void CaptionDecoder::Finish(double seconds) {
   for (auto& [service, digital] : digital_) digital.Show({}, seconds);
 }
 
+std::vector<StyledService> CaptionDecoder::styled() const {
+  std::vector<StyledService> services;
+  for (const Line21Field& field : fields_) {
+    for (StyledService& service : field.services()) services.push_back(std::move(service));
+  }
+  for (const auto& [number, digital] : digital_) {
+    services.push_back({fmt::format("service {}", number), {}});
+    for (const CaptionLine& line : digital.lines)
+      services.back().captions.push_back(captions::PlainCaption(line.begin, line.end, line.text));
+  }
+  return services;
+}
+
 std::vector<CaptionService> CaptionDecoder::services() const {
   std::vector<CaptionService> services;
-  for (const Line21Field& field : fields_) {
-    for (CaptionService& service : field.services()) services.push_back(std::move(service));
+  for (const StyledService& service : styled()) {
+    services.push_back({service.name, {}});
+    for (const captions::StyledCaption& caption : service.captions)
+      services.back().lines.push_back({caption.begin, caption.end, captions::TextOf(caption)});
   }
-  for (const auto& [service, digital] : digital_)
-    services.push_back({fmt::format("service {}", service), digital.lines});
   return services;
 }
 

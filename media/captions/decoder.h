@@ -10,12 +10,12 @@
 #include "captions/reader.h"
 #include "captions/service_reader.h"
 #include "captions/service_screen.h"
+#include "captions/text.h"
 
 namespace qlnmedia {
 
 class CaptionDecoder {
  public:
-  explicit CaptionDecoder(const Line21ChannelMaker& make) : fields_{{1, make}, {2, make}} {}
   // Takes the triplets of the next picture in presentation order.
   void Add(const Triplets& triplets, double seconds);
   // Ends what stands on the screen.
@@ -23,6 +23,8 @@ class CaptionDecoder {
   // The services that were met, those of line 21 first. A digital caption stands from its first character
   // until its text goes or another one takes its place; characters that are added to it are part of it.
   std::vector<CaptionService> services() const;
+  // The same with places and looks, which digital captions are without.
+  std::vector<StyledService> styled() const;
 
  private:
   struct Digital {
@@ -32,7 +34,7 @@ class CaptionDecoder {
     void Show(std::string text, double seconds);
   };
 
-  Line21Field fields_[2];
+  Line21Field fields_[2] = {Line21Field(1), Line21Field(2)};
   qlnmedia::captions::ServiceReader reader_;
   std::map<int, Digital> digital_;  // by service
 };

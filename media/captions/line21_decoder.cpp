@@ -4,8 +4,6 @@
 
 #include <fmt/format.h>
 
-#include <utility>
-
 #include "captions/line21.h"
 
 namespace qlnmedia {
@@ -38,8 +36,8 @@ void Line21Field::Add(uint8_t first, uint8_t second, double seconds) {
   const uint8_t code = first & kValue;
   if (code == 0 && (second & kValue) == 0) {
     // Null pairs part control codes that are doubled from those that are said again.
-    for (size_t i = 0; i < channels_.size(); ++i) {
-      if (channels_[i] != nullptr) channels_[i]->Add(field_, first, second, seconds);
+    for (auto& channel : channels_) {
+      if (channel) channel->Add(first, second, seconds);
     }
     return;
   }
@@ -54,22 +52,21 @@ void Line21Field::Add(uint8_t first, uint8_t second, double seconds) {
     textMet_[channel_] = true;
     return;
   }
-  if (channels_[channel_] == nullptr) channels_[channel_] = make_();
-  channels_[channel_]->Add(field_, code < 0x20 && channel_ == 1 ? ForFirstChannel(first) : first, second,
-                           seconds);
+  if (!channels_[channel_]) channels_[channel_].emplace();
+  channels_[channel_]->Add(code < 0x20 && channel_ == 1 ? ForFirstChannel(first) : first, second, seconds);
 }
 
 void Line21Field::Finish(double seconds) {
-  for (const auto& channel : channels_) {
-    if (channel != nullptr) channel->Finish(seconds);
+  for (auto& channel : channels_) {
+    if (channel) channel->Finish(seconds);
   }
 }
 
-std::vector<CaptionService> Line21Field::services() const {
-  std::vector<CaptionService> services;
+std::vector<StyledService> Line21Field::services() const {
+  std::vector<StyledService> services;
   for (size_t i = 0; i < channels_.size(); ++i) {
     const size_t number = 2 * static_cast<size_t>(field_) - 1 + i;
-    if (channels_[i] != nullptr) services.push_back({fmt::format("CC{}", number), channels_[i]->lines()});
+    if (channels_[i]) services.push_back({fmt::format("CC{}", number), channels_[i]->captions()});
     if (textMet_[i]) services.push_back({fmt::format("T{}", number), {}});
   }
   if (dataMet_) services.push_back({"XDS", {}});

@@ -4,49 +4,38 @@
 
 #include <array>
 #include <cstdint>
-#include <functional>
-#include <memory>
+#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "captions/text.h"
+#include "captions/line21_screen.h"
 
 namespace qlnmedia {
 
-// Decodes one caption channel. The decoder stands outside: see MakeLine21Channel of the containers' room.
-class Line21Channel {
- public:
-  virtual ~Line21Channel() = default;
-  // Takes a pair of channel 1; `field` is 1 or 2.
-  virtual void Add(int field, uint8_t first, uint8_t second, double seconds) = 0;
-  // Ends what stands on the screen.
-  virtual void Finish(double seconds) = 0;
-  virtual const std::vector<CaptionLine>& lines() const = 0;
+// A service with what it shows.
+struct StyledService {
+  std::string name;  // as CaptionService::name
+  std::vector<captions::StyledCaption> captions;
 };
-
-// Makes the decoder of a channel that is met; throws Error where there is none.
-using Line21ChannelMaker = std::function<std::unique_ptr<Line21Channel>()>;
 
 // A field with its two caption channels, its two text channels, and, in field 2, extended data services.
 class Line21Field {
  public:
-  Line21Field(int field, Line21ChannelMaker make) : field_(field), make_(std::move(make)) {}
+  explicit Line21Field(int field) : field_(field) {}
 
   void Add(uint8_t first, uint8_t second, double seconds);
   void Finish(double seconds);
-  // What was met: "CC1" to "CC4" with their lines; "T1" to "T4" and "XDS" without.
-  std::vector<CaptionService> services() const;
+  // What was met: "CC1" to "CC4" with their captions; "T1" to "T4" and "XDS" without.
+  std::vector<StyledService> services() const;
 
  private:
   void TakeControl(uint8_t code, uint8_t parameter);
 
   int field_;
-  Line21ChannelMaker make_;
-  size_t channel_ = 0;                                      // that control codes spoke of last
-  bool text_ = false;                                       // what follows is for the text channel
-  bool data_ = false;                                       // what follows is for extended data services
-  std::array<std::unique_ptr<Line21Channel>, 2> channels_;  // those that were met
+  size_t channel_ = 0;  // that control codes spoke of last
+  bool text_ = false;   // what follows is for the text channel
+  bool data_ = false;   // what follows is for extended data services
+  std::array<std::optional<captions::Line21Screen>, 2> channels_;  // those that were met
   std::array<bool, 2> textMet_{};
   bool dataMet_ = false;
 };

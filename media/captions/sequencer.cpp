@@ -3,14 +3,10 @@
 #include "captions/sequencer.h"
 
 namespace qlnmedia::captions {
-namespace {
 
-constexpr int kFieldsPerSecond = 60;
-
-// Line 21 fields that have begun when `picture` pictures are over.
-int64_t FieldsBefore(int64_t picture, Rate rate) { return picture * kFieldsPerSecond / InfoOf(rate).nominal; }
-
-}  // namespace
+int64_t Sequencer::FieldsBefore(int64_t picture, Rate rate) {
+  return picture * kFieldsPerSecond / InfoOf(rate).nominal;
+}
 
 void Sequencer::AddPairs(int field, const std::vector<Pair>& pairs) {
   std::deque<Pair>& queue = pairs_[field == 2 ? 1 : 0];

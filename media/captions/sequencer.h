@@ -25,6 +25,10 @@ class Sequencer {
   // The triplets of a caption channel packet.
   void AddService(const std::vector<Triplet>& triplets);
 
+  // Line 21 fields, of both kinds in turn, that have begun when `picture` pictures are over.
+  static int64_t FieldsBefore(int64_t picture, Rate rate);
+  static constexpr int kFieldsPerSecond = 60;
+
   // True when nothing is queued.
   bool empty() const { return pairs_[0].empty() && pairs_[1].empty() && service_.empty(); }
 

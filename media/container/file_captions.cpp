@@ -7,7 +7,6 @@
 #include "base/error.h"
 #include "captions/decoder.h"
 #include "container/coded_stream.h"
-#include "container/line21_channel.h"
 
 namespace qlnmedia {
 
@@ -85,7 +84,7 @@ void ReadCaptions(const CaptionSurvey& survey, const std::function<void(const Ca
 }
 
 std::vector<CaptionService> DecodeCaptions(const CaptionSurvey& survey, const ProgressCallback& progress) {
-  CaptionDecoder decoder(MakeLine21Channel);
+  CaptionDecoder decoder;
   PictureClock clock(survey.order, survey.pace);
   ReadCaptions(
       survey,

@@ -9,21 +9,32 @@
 #include "base/error.h"
 #include "base/numbers.h"
 #include "base/text_file.h"
+#include "container/caption_source.h"
 
 namespace qlnmedia {
 
 CaptionFile::CaptionFile(const CaptionOptions& options) : options_(options) {
+  std::string text = ReadTextFile(options.file);
+  if (IsCueFile(options.file)) {
+    // What can be refused without the stream is refused first.
+    MakeTrackOfCues(options.file, text, captions::Rate::k29_97, options.source, &done_);
+    cues_ = std::move(text);
+    return;
+  }
   std::string reason;
-  std::optional<captions::CaptionTrack> track =
-      captions::ReadCaptionTrack(ReadTextFile(options.file), &reason);
+  std::optional<captions::CaptionTrack> track = captions::ReadCaptionTrack(text, &reason);
   if (!track) throw Error(options.file, reason);
   track_ = std::move(*track);
+  SetOffset();
+}
+
+void CaptionFile::SetOffset() {
   offset_ = track_.FirstHour();
-  if (options.offset.empty()) return;
-  const std::optional<int64_t> frame = track_.FrameOf(options.offset);
+  if (options_.offset.empty()) return;
+  const std::optional<int64_t> frame = track_.FrameOf(options_.offset);
   if (!frame)
     throw Error("--captions-offset",
-                fmt::format("\"{}\" is no timecode at the caption file's rate", options.offset),
+                fmt::format("\"{}\" is no timecode at the caption file's rate", options_.offset),
                 "write HH:MM:SS:FF");
   offset_ = *frame;
 }
@@ -40,6 +51,10 @@ void CaptionFile::SpreadOver(const CaptionSurvey& survey, const std::string& pat
                 fmt::format("stream {} has {} pictures a second, a rate without captions", index,
                             PlainNumber(pace_.picturesPerSecond)),
                 AdviceForPace(pace_));
+  if (!cues_.empty()) {
+    track_ = MakeTrackOfCues(options_.file, cues_, *pace_.rate, options_.source, &done_);
+    SetOffset();
+  }
   clock_.emplace(survey.order, pace_);
   source_.emplace(track_, *pace_.rate, offset_);
 }
@@ -62,6 +77,7 @@ std::vector<std::string> CaptionFile::Summary(const EditCounts& counts) const {
   if (!pace_.steady)
     warn(fmt::format("pictures are missing or of uneven length: captions go by time, {} pictures a second",
                      info.name));
+  for (const std::string& line : done_) warn(options_.file + ": " + line);
   if (source_->converted())
     warn(fmt::format("{} is made for {} pictures a second, the stream has {}: times are converted",
                      options_.file, captions::InfoOf(track_.rate).name, info.name));

@@ -14,14 +14,15 @@ namespace qlnmedia {
 
 class CaptionFile {
  public:
-  // Reads the file. Throws Error where it cannot be read, or the offset is no time of it.
+  // Reads the file; of timed text captions are made as soon as the stream's rate is known. Throws Error where
+  // it cannot be read, or the offset is no time of it.
   explicit CaptionFile(const CaptionOptions& options);
   CaptionFile(const CaptionFile&) = delete;
   CaptionFile& operator=(const CaptionFile&) = delete;
 
   // Spreads the captions over the pictures of stream `index` of the file `path`; `survey` must outlive this.
   // `rate` is the text of --rate, empty if it was not given. Throws Error where the stream's rate knows no
-  // captions or contradicts that, or it has some that may not be replaced.
+  // captions or contradicts that, it has some that may not be replaced, or text cannot become captions.
   void SpreadOver(const CaptionSurvey& survey, const std::string& path, unsigned index,
                   const std::string& rate);
   // The captions of the pictures, which must be asked for in presentation order.
@@ -30,9 +31,13 @@ class CaptionFile {
   std::vector<std::string> Summary(const EditCounts& counts) const;
 
  private:
+  void SetOffset();
+
   CaptionOptions options_;
+  std::string cues_;  // text of which captions are made when the stream's rate is known
   qlnmedia::captions::CaptionTrack track_;
-  int64_t offset_;
+  std::vector<std::string> done_;  // about that text
+  int64_t offset_ = 0;
   unsigned index_ = 0;
   Pace pace_;
   std::optional<PictureClock> clock_;

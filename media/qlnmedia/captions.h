@@ -1,12 +1,15 @@
 /// @file captions.h
-/// The closed captions (CTA-608 and CTA-708) that an H.264, HEVC or MPEG-2 stream carries: surveyed, decoded
-/// to text, and written as caption files.
+/// The closed captions (CTA-608 and CTA-708) that an H.264, HEVC or MPEG-2 stream carries, or a caption file:
+/// surveyed, decoded to text, and written as caption files; and captions made of timed text.
 ///
-/// Of a file the first such stream counts. Functions may run in several threads at once.
+/// Of a media file the first such stream counts. A path that ends in .scc, .mcc, .srt or .vtt is a caption
+/// file: of timed text (.srt, .vtt) pop-on captions of line 21 are made, each sent ahead so that it shows on
+/// the picture of its time. Functions may run in several threads at once.
 #ifndef QLNMEDIA_CAPTIONS_H
 #define QLNMEDIA_CAPTIONS_H
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -51,17 +54,35 @@ struct CaptionTiming {
   std::string start;
 };
 
+/// What captions are taken from, where a path alone does not say it, and how text becomes captions.
+struct CaptionSourceOptions {
+  /// Of a media file the stream, by its index ("2"), whose captions are taken, where several have some; empty
+  /// for the only one.
+  std::string stream;
+  /// Of .srt and .vtt: lines that are too long for a row are broken, captions that cannot be sent in time are
+  /// shifted, and those that overlap are cut; else these are failures.
+  bool fit = false;
+  /// Of the same: characters that line 21 lacks are replaced by those that come nearest; else they are
+  /// failures.
+  bool transliterate = false;
+  /// Takes a line of text for each thing that was done, or that is to be done before captions can be made;
+  /// may be empty.
+  std::function<void(const std::string& line)> told;
+};
+
 /// Reads the captions of a file.
 ///
 /// @param path      the file
 /// @param progress  may be empty; two passes are told one after the other
 /// @param timing    its rate; labels have no part in it
+/// @param source    where the captions are, and how text becomes captions
 /// @throws Error      for a file that cannot be read, for one whose stream has no captions, and for a rate
 /// that
 ///                    is none or contradicts the file
 /// @throws Cancelled  where `progress` calls it off
 QLNMEDIA_API FileCaptions ReadFileCaptions(const std::string& path, const ProgressCallback& progress = {},
-                                           const CaptionTiming& timing = {});
+                                           const CaptionTiming& timing = {},
+                                           const CaptionSourceOptions& source = {});
 
 /// The lines of one service of `captions`.
 ///
@@ -80,6 +101,8 @@ enum class CaptionFileKind {
   kScc,   ///< .scc: line 21, field 1
   kSrt,   ///< .srt: the text of one service with times
   kText,  ///< .txt: a line for each caption
+  kVtt,   ///< .vtt: the text of one service with times, places and colours
+  kTtml,  ///< .ttml: the same, in the text profile of IMSC 1
 };
 
 /// The kind that the ending of a file's name says; nothing for other endings.
@@ -90,15 +113,17 @@ QLNMEDIA_API std::optional<CaptionFileKind> CaptionFileKindOf(const std::string&
 QLNMEDIA_API std::string CaptionFileText(const std::string& in, CaptionFileKind kind,
                                          const std::string& service = {},
                                          const ProgressCallback& progress = {},
-                                         const CaptionTiming& timing = {});
+                                         const CaptionTiming& timing = {},
+                                         const CaptionSourceOptions& source = {});
 
 /// Writes the captions of a media file as a caption file, which is there when it is whole and not before.
 ///
 /// @param in        the media file
 /// @param out       the caption file; its ending says its kind
-/// @param service   of .srt and .txt as for LinesOfService; empty for .mcc and .scc
+/// @param service   of text as for LinesOfService; empty for .mcc and .scc
 /// @param progress  may be empty
 /// @param timing    rate and labels
+/// @param source    as for ReadFileCaptions
 /// @throws Error      for an ending or a rate for which there are no such files, a way of counting that is
 /// not
 ///                    theirs, a file without captions or without the service, and where `out` cannot be
@@ -106,7 +131,7 @@ QLNMEDIA_API std::string CaptionFileText(const std::string& in, CaptionFileKind 
 /// @throws Cancelled  where `progress` calls it off
 QLNMEDIA_API void WriteCaptionFile(const std::string& in, const std::string& out,
                                    const std::string& service = {}, const ProgressCallback& progress = {},
-                                   const CaptionTiming& timing = {});
+                                   const CaptionTiming& timing = {}, const CaptionSourceOptions& source = {});
 
 /// Captions as the text of an .srt file, and as a line each: its times and its text on one line.
 QLNMEDIA_API std::string SrtText(const std::vector<CaptionLine>& lines);

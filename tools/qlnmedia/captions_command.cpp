@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "batch.h"
+#include "caption_making.h"
 #include "commands.h"
 #include "output.h"
 #include "qlnmedia/captions.h"
@@ -33,6 +34,7 @@ struct Options {
   bool json = false;
   bool force = false;
   CaptionTiming timing;
+  CaptionSourceOptions source;
 };
 
 // Of files that no ending says it for.
@@ -41,7 +43,7 @@ CaptionFileKind FormOf(const Options& options) {
   const std::optional<CaptionFileKind> kind = CaptionFileKindOf("-." + form);
   if (!kind)
     throw CLI::ValidationError("--form: " + form + " is no form; " +
-                               WordsThereAre(form, {"mcc", "scc", "srt", "txt"}));
+                               WordsThereAre(form, {"mcc", "scc", "srt", "vtt", "ttml", "txt"}));
   return *kind;
 }
 
@@ -135,7 +137,7 @@ FileResult Write(const Input& input, const std::string& out, const Options& opti
     fs::create_directories(fs::path(out).parent_path(), error);
     if (error) throw Error(out, "its folder cannot be made: " + error.message());
   }
-  WriteCaptionFile(input.path, out, options.service, progress, options.timing);
+  WriteCaptionFile(input.path, out, options.service, progress, options.timing, options.source);
   if (!several) return {};
   if (!options.json) return {fmt::format("{}: {}\n", input.path, out)};
   Json line = LineHead(input, kExitSuccess);
@@ -156,11 +158,11 @@ void Run(const Options& options) {
   batch.work = [&](const Input& input, const ProgressCallback& progress) {
     // Standard output gets nothing where the work fails.
     if (printed)
-      return FileResult{
-          CaptionFileText(input.path, FormOf(options), options.service, progress, options.timing)};
+      return FileResult{CaptionFileText(input.path, FormOf(options), options.service, progress,
+                                        options.timing, options.source)};
     if (!options.out.empty()) return Write(input, outputs.at(input.path), options, inputs.several, progress);
-    return FileResult{
-        Shown(ReadFileCaptions(input.path, progress, options.timing), input, options, inputs.several)};
+    return FileResult{Shown(ReadFileCaptions(input.path, progress, options.timing, options.source), input,
+                            options, inputs.several)};
   };
   if (options.json) batch.failed = FailedLine;
   RunBatch(inputs, options.inputs.jobs, batch);
@@ -169,14 +171,18 @@ void Run(const Options& options) {
 }  // namespace
 
 void AddCaptionsCommand(CLI::App& app) {
-  CLI::App* const command = app.add_subcommand("captions", "Take the captions out of streams");
+  CLI::App* const command =
+      app.add_subcommand("captions", "Take the captions out of streams, or make them of text");
   auto options = std::make_shared<Options>();
-  AddInputOptions(*command, options->inputs, "H.264, HEVC or MPEG-2 in any container");
-  auto* const out =
-      command->add_option("-o,--output", options->out,
-                          "A file whose ending says its form: .mcc, .scc, .srt or .txt; - for standard "
-                          "output; a folder for a file each");
-  command->add_option("--form", options->form, "With -o - or a folder: mcc, scc, srt or txt; default: srt")
+  AddInputOptions(*command, options->inputs,
+                  "H.264, HEVC or MPEG-2 in any container, or a caption file: .scc, .mcc, .srt, .vtt");
+  auto* const out = command->add_option(
+      "-o,--output", options->out,
+      "A file whose ending says its form: .mcc, .scc, .srt, .vtt, .ttml or .txt; - for standard "
+      "output; a folder for a file each");
+  command
+      ->add_option("--form", options->form,
+                   "With -o - or a folder: mcc, scc, srt, vtt, ttml or txt; default: srt")
       ->needs(out);
   command->add_flag("--json", options->json,
                     "Print JSON for programs instead of text: of one file an object, of several a line each");
@@ -198,6 +204,7 @@ void AddCaptionsCommand(CLI::App& app) {
                    "Label of the first picture in .scc and .mcc: HH:MM:SS:FF, or HH:MM:SS;FF for drop-frame "
                    "labels; default: 00:00:00:00")
       ->needs(out);
+  AddMakingOptions(*command, options->source);
   command->add_flag("--force", options->force, kForceHelp);
   command->callback([options] { Run(*options); });
 }

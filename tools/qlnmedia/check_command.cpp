@@ -106,7 +106,8 @@ void AddCheckCommand(CLI::App& app) {
   CLI::App* const command =
       app.add_subcommand("check", "Name where container, configuration record and stream disagree");
   auto options = std::make_shared<Options>();
-  AddInputOptions(*command, options->inputs, "H.264 or HEVC in MP4, MOV, MKV, TS, or raw");
+  AddInputOptions(*command, options->inputs,
+                  "H.264 or HEVC in MP4, MOV, MKV, TS, or raw; or a caption file: .scc, .mcc, .srt, .vtt");
   auto* const json = command->add_flag("--json", options->json,
                                        "Print JSON for programs instead of text: of one file an object, of "
                                        "several a line each");

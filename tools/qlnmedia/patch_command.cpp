@@ -7,6 +7,7 @@
 #include <system_error>
 #include <vector>
 
+#include "caption_making.h"
 #include "commands.h"
 #include "interruption.h"
 #include "output.h"
@@ -117,12 +118,14 @@ void AddUnitOptions(CLI::App& command, Options& options) {
                    "An access unit delimiter in front of every picture that lacks it");
   command.add_flag("--recovery-points", options.patch.recoveryPoints,
                    "A recovery point where decoding can start at a picture that does not say so");
-  auto* const captions =
-      command.add_option("--captions", options.captions.file, "Captions of a .scc or .mcc file; MPEG-2 too");
+  auto* const captions = command.add_option(
+      "--captions", options.captions.file,
+      "Captions of a .scc or .mcc file, or made of the text of a .srt or .vtt file; MPEG-2 too");
   command
       .add_option("--captions-offset", options.captions.offset,
                   "The caption file's timecode of the first picture; default: its first whole hour")
       ->needs(captions);
+  AddMakingOptions(command, options.captions.source, captions);
   command
       .add_flag("--replace-captions", options.captions.replace, "Take out the captions that the stream has")
       ->needs(captions);

@@ -7,7 +7,6 @@
 #include "captions/line21.h"
 #include "captions/service_block.h"
 #include "captions/text.h"
-#include "container/line21_channel.h"
 
 namespace qlnmedia {
 namespace {
@@ -44,7 +43,7 @@ class Stream {
   }
 
  private:
-  CaptionDecoder decoder_{MakeLine21Channel};
+  CaptionDecoder decoder_;
   int picture_ = 0;
   int sequence_ = 0;
 };
@@ -61,7 +60,7 @@ std::vector<std::pair<std::string, std::string>> CuesOf(const std::string& srt) 
 // whole milliseconds: a cue ends where the next one begins.
 TEST(CaptionDecoder, CuesMeetWithoutOverlap) {
   for (const double picture : {1 / 30.0, 1001 / 30000.0, 1001 / 24000.0, 1 / 60.0, 0.04}) {
-    CaptionDecoder decoder(MakeLine21Channel);
+    CaptionDecoder decoder;
     constexpr int kPictures = 1500;
     // The pairs of the pictures: RCL, ENM, PAC, two letters, EOC, each control code twice.
     std::vector<Pair> pairs(kPictures, 0x8080);

@@ -1,0 +1,250 @@
+// Reads .srt and .vtt text, line by line.
+
+#include "captions/cue_file.h"
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <utility>
+
+#include "captions/line21_characters.h"
+#include "captions/text_lines.h"
+
+namespace qlnmedia::captions {
+
+namespace {
+
+constexpr std::string_view kArrow = "-->";
+constexpr std::string_view kVttHeading = "WEBVTT";
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr int64_t kDay = int64_t{24} * 3600 * 1000;
+
+// Takes digits off the front; nothing for none or more than `most`.
+std::optional<int64_t> TakeNumber(std::string_view* text, size_t most) {
+  size_t digits = 0;
+  while (digits < text->size() && (*text)[digits] >= '0' && (*text)[digits] <= '9') ++digits;
+  if (digits == 0 || digits > most) return {};
+  int64_t number = 0;
+  std::from_chars(text->data(), text->data() + digits, number);
+  text->remove_prefix(digits);
+  return number;
+}
+
+bool TakeCharacter(std::string_view* text, char a, char b) {
+  if (text->empty() || (text->front() != a && text->front() != b)) return false;
+  text->remove_prefix(1);
+  return true;
+}
+
+// Takes "HH:MM:SS,mmm" off the front, of .vtt also "MM:SS.mmm", in milliseconds.
+std::optional<int64_t> TakeTime(std::string_view* text, bool vtt) {
+  std::array<int64_t, 3> parts{};
+  size_t count = 0;
+  do {
+    const std::optional<int64_t> part = TakeNumber(text, 2);
+    if (!part || count == parts.size()) return {};
+    parts[count++] = *part;
+  } while (TakeCharacter(text, ':', ':'));
+  if (count < (vtt ? 2 : 3)) return {};
+  if (count == 2) parts = {0, parts[0], parts[1]};
+  if (!TakeCharacter(text, '.', vtt ? '.' : ',')) return {};
+  const size_t before = text->size();
+  const std::optional<int64_t> ms = TakeNumber(text, 3);
+  if (!ms || before - text->size() != 3 || parts[1] > 59 || parts[2] > 59) return {};
+  return ((parts[0] * 60 + parts[1]) * 60 + parts[2]) * 1000 + *ms;
+}
+
+std::string_view TakeWord(std::string_view* text) {
+  *text = TextLines::Trimmed(*text);
+  const size_t end = std::min(text->find_first_of(" \t"), text->size());
+  const std::string_view word = text->substr(0, end);
+  text->remove_prefix(end);
+  return word;
+}
+
+// A number with or without its percent sign.
+std::optional<double> PlaceNumber(std::string_view text, bool* percent) {
+  *percent = !text.empty() && text.back() == '%';
+  if (*percent) text.remove_suffix(1);
+  double value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value)) return {};
+  return value;
+}
+
+// The settings behind the times of a .vtt cue; those that are not known, or say nothing, are passed over, as
+// WebVTT has it.
+void TakeSettings(std::string_view text, Cue* cue) {
+  while (!TextLines::Trimmed(text).empty()) {
+    const std::string_view word = TakeWord(&text);
+    const size_t colon = word.find(':');
+    if (colon == std::string_view::npos) continue;
+    const std::string_view name = word.substr(0, colon);
+    const std::string_view value = word.substr(colon + 1);
+    bool percent = false;
+    if (name == "line") {
+      const std::optional<double> top = PlaceNumber(value.substr(0, value.find(',')), &percent);
+      if (!top || (percent && (*top < 0 || *top > 100)) || std::abs(*top) > 1000) continue;
+      cue->top = top;
+      cue->topIsRow = !percent;
+    } else if (name == "position") {
+      const std::optional<double> left = PlaceNumber(value.substr(0, value.find(',')), &percent);
+      if (left && percent && *left >= 0 && *left <= 100) cue->left = left;
+    } else if (name == "align") {
+      if (value == "start" || value == "left") cue->align = CueAlign::kLeft;
+      if (value == "end" || value == "right") cue->align = CueAlign::kRight;
+    }
+  }
+}
+
+// What an entity of .vtt stands for; 0 for a text that is none.
+char32_t EntityOf(std::u32string_view name) {
+  constexpr std::pair<std::u32string_view, char32_t> kEntities[] = {
+      {U"amp", U'&'},    {U"lt", U'<'},    {U"gt", U'>'},    {U"quot", U'"'},
+      {U"nbsp", 0x00A0}, {U"lrm", 0x200E}, {U"rlm", 0x200F}, {U"apos", U'\''},
+  };
+  for (const auto& [known, character] : kEntities) {
+    if (name == known) return character;
+  }
+  return 0;
+}
+
+// Whether `tag`, what stands between < and >, is one that .srt files have; other brackets are text.
+bool IsSrtTag(std::u32string_view tag) {
+  if (!tag.empty() && tag.front() == U'/') tag.remove_prefix(1);
+  const std::u32string_view name = tag.substr(0, tag.find(U' '));
+  for (const std::u32string_view known : {U"i", U"b", U"u", U"s", U"font", U"I", U"B", U"U", U"S", U"FONT"}) {
+    if (name == known) return true;
+  }
+  return false;
+}
+
+// A line's text without tags, with the characters of its entities.
+std::u32string WithoutMarkup(std::u32string_view line, bool vtt) {
+  std::u32string text;
+  for (size_t i = 0; i < line.size(); ++i) {
+    const char32_t close = line[i] == U'<' ? U'>' : line[i] == U'{' ? U'}' : line[i] == U'&' ? U';' : 0;
+    const size_t end = close == 0 ? std::u32string_view::npos : line.find(close, i);
+    const std::u32string_view inside =
+        end == std::u32string_view::npos ? std::u32string_view() : line.substr(i + 1, end - i - 1);
+    if (line[i] == U'<' && vtt && end == std::u32string_view::npos) break;  // a tag that breaks off
+    const bool tag = line[i] == U'<' && end != std::u32string_view::npos && (vtt || IsSrtTag(inside));
+    const bool command = line[i] == U'{' && !vtt && !inside.empty() && inside.front() == U'\\';
+    const char32_t entity = line[i] == U'&' && vtt ? EntityOf(inside) : 0;
+    if (!tag && !command && entity == 0) {
+      text += line[i];
+      continue;
+    }
+    if (entity != 0) text += entity;
+    i = end;
+  }
+  return text;
+}
+
+class CueReader {
+ public:
+  CueReader(std::string_view text, std::string* reason)
+      : vtt_(IsWebVtt(text)), lines_(text), reason_(reason) {}
+
+  std::optional<std::vector<Cue>> Read() {
+    if (vtt_) SkipBlock();
+    while (NextLine()) {
+      if (line_.empty()) continue;
+      if (!TakeBlock()) return {};
+    }
+    if (cues_.empty() && !vtt_) {
+      *reason_ = "holds no cues";
+      return {};
+    }
+    return std::move(cues_);
+  }
+
+ private:
+  bool NextLine() { return lines_.Next(&line_); }
+  bool Refuse(const char* what) {
+    *reason_ = lines_.Place(what);
+    return false;
+  }
+  void SkipBlock() {
+    while (NextLine() && !line_.empty()) {
+    }
+  }
+
+  bool TakeBlock() {
+    const std::string_view word = line_.substr(0, line_.find_first_of(" \t"));
+    if (vtt_ && (word == "NOTE" || word == "STYLE" || word == "REGION") &&
+        line_.find(kArrow) == std::string_view::npos) {
+      SkipBlock();
+      return true;
+    }
+    if (line_.find(kArrow) == std::string_view::npos) {
+      std::string_view number = line_;
+      if (!vtt_ && (!TakeNumber(&number, 9) || !number.empty()))
+        return Refuse("neither the number nor the times of a cue");
+      if (!NextLine() || line_.find(kArrow) == std::string_view::npos)
+        return Refuse("the times of a cue are missing");
+    }
+    Cue cue;
+    if (!TakeTimes(&cue)) return false;
+    while (NextLine() && !line_.empty()) {
+      const std::optional<std::u32string> text = FromUtf8(line_);
+      if (!text) return Refuse("no UTF-8");
+      std::u32string plain = WithoutMarkup(*text, vtt_);
+      if (plain.find_first_not_of(U" \t") != std::u32string::npos)
+        cue.lines.push_back({lines_.number(), std::move(plain)});
+    }
+    Keep(std::move(cue));
+    return true;
+  }
+
+  bool TakeTimes(Cue* cue) {
+    cue->line = lines_.number();
+    std::string_view rest = line_;
+    const std::optional<int64_t> begin = TakeTime(&rest, vtt_);
+    rest = TextLines::Trimmed(rest);
+    const bool arrow = rest.substr(0, kArrow.size()) == kArrow;
+    if (arrow) rest = TextLines::Trimmed(rest.substr(kArrow.size()));
+    const std::optional<int64_t> end = arrow ? TakeTime(&rest, vtt_) : std::nullopt;
+    if (!begin || !end || (!rest.empty() && rest.front() != ' ' && rest.front() != '\t'))
+      return Refuse("no times of a cue");
+    if (*end <= *begin) return Refuse("a cue that ends before it begins");
+    if (*end >= kDay) return Refuse("a time of 24 hours or more");
+    if (*begin < last_) return Refuse("the time goes back");
+    last_ = cue->begin = *begin;
+    cue->end = *end;
+    if (vtt_) TakeSettings(rest, cue);
+    return true;
+  }
+
+  void Keep(Cue cue) {
+    if (cue.lines.empty()) return;
+    if (!cues_.empty() && cues_.back().begin == cue.begin && cues_.back().end == cue.end && !cue.top &&
+        !cues_.back().top) {
+      for (CueLine& line : cue.lines) cues_.back().lines.push_back(std::move(line));
+      return;
+    }
+    cues_.push_back(std::move(cue));
+  }
+
+  bool vtt_;
+  TextLines lines_;
+  std::string* reason_;
+  std::string_view line_;
+  std::vector<Cue> cues_;
+  int64_t last_ = 0;
+};
+
+}  // namespace
+
+bool IsWebVtt(std::string_view text) {
+  if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) text.remove_prefix(kByteOrderMark.size());
+  if (text.substr(0, kVttHeading.size()) != kVttHeading) return false;
+  text.remove_prefix(kVttHeading.size());
+  return text.empty() || std::string_view(" \t\r\n").find(text.front()) != std::string_view::npos;
+}
+
+std::optional<std::vector<Cue>> ReadCues(std::string_view text, std::string* reason) {
+  return CueReader(text, reason).Read();
+}
+
+}  // namespace qlnmedia::captions

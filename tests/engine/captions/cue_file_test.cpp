@@ -1,0 +1,92 @@
+// Timed text: what .srt and .vtt files look like, and what is refused with its line.
+
+#include "captions/cue_file.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace qlnmedia::captions {
+namespace {
+
+using testing::StartsWith;
+
+std::vector<Cue> CuesOf(std::string_view text) {
+  std::string reason;
+  const auto cues = ReadCues(text, &reason);
+  EXPECT_TRUE(cues) << reason;
+  return cues.value_or(std::vector<Cue>());
+}
+
+TEST(SrtFile, IsRead) {
+  const auto cues = CuesOf(
+      "\xEF\xBB\xBF\r\n1\r\n00:00:01,000 --> 00:00:02,500\r\n<i>Good</i> <font color=\"#fff\">day</font>\r\n"
+      "{\\an8}if a < b & c > d {x}\r\n\r\n\r\n2\r\n01:02:03.004 --> 01:02:03,005  X1:10 "
+      "X2:20\r\n-\xC3\xA9\r\n");
+  ASSERT_EQ(cues.size(), 2u);
+  EXPECT_EQ(cues[0].line, 3);
+  EXPECT_EQ(cues[0].begin, 1000);
+  EXPECT_EQ(cues[0].end, 2500);
+  EXPECT_EQ(cues[0].lines, (std::vector<CueLine>{{4, U"Good day"}, {5, U"if a < b & c > d {x}"}}));
+  EXPECT_EQ(cues[1].begin, 3723004);
+  EXPECT_EQ(cues[1].end, 3723005);
+  EXPECT_EQ(cues[1].lines, (std::vector<CueLine>{{10, U"-\u00E9"}}));
+}
+
+TEST(VttFile, HasPlacesAndEntities) {
+  const auto cues = CuesOf(
+      "WEBVTT - title\nKind: captions\n\nNOTE a\ncomment\n\nSTYLE\n::cue {}\n\n"
+      "first\n01:02.000 --> 01:03.000 line:10% position:20%,line-left align:start size:50%\n"
+      "<v Fred>Tom &amp; <c.yellow.bg_blue>Jerry</c> &lt;3&nbsp;<00:01:02.500>x &nothing; <b\n\n"
+      "00:01:03.000 --> 00:01:04.000 line:-2,end align:right\nlow\n\n"
+      "00:01:05.000 --> 00:01:06.000 line:x position:200% line:7e999% :\nlow\n");
+  ASSERT_EQ(cues.size(), 3u);
+  EXPECT_EQ(cues[0].top, 10);
+  EXPECT_FALSE(cues[0].topIsRow);
+  EXPECT_EQ(cues[0].left, 20);
+  EXPECT_EQ(cues[0].align, CueAlign::kLeft);
+  EXPECT_EQ(cues[0].begin, 62000);
+  EXPECT_EQ(cues[0].lines, (std::vector<CueLine>{{12, U"Tom & Jerry <3\u00A0x &nothing; "}}));
+  EXPECT_EQ(cues[1].top, -2);
+  EXPECT_TRUE(cues[1].topIsRow);
+  EXPECT_EQ(cues[1].align, CueAlign::kRight);
+  EXPECT_FALSE(cues[2].top || cues[2].left);
+}
+
+TEST(CueFiles, OfOneTimeAreOneCue) {
+  const auto cues = CuesOf("1\n00:00:01,000 --> 00:00:02,000\na\n\n2\n00:00:01,000 --> 00:00:02,000\nb\n");
+  ASSERT_EQ(cues.size(), 1u);
+  EXPECT_EQ(cues[0].lines.size(), 2u);
+}
+
+TEST(CueFiles, AreRefusedWithTheirLine) {
+  const std::pair<std::string, const char*> refused[] = {
+      {"", "holds no cues"},
+      {"hello\n", "line 1: neither the number nor the times"},
+      {"1\nhello\n", "line 2: the times of a cue are missing"},
+      {"1\n", "line 1: the times of a cue are missing"},
+      {"1\n00:00:01,000 -> 00:00:02,000\nx\n", "line 2: the times of a cue are missing"},
+      {"1\n00:00:01,00 --> 00:00:02,000\nx\n", "line 2: no times"},
+      {"1\n00:00:01,0000 --> 00:00:02,000\nx\n", "line 2: no times"},
+      {"1\n00:00:60,000 --> 00:01:02,000\nx\n", "line 2: no times"},
+      {"1\n00:60:00,000 --> 01:01:02,000\nx\n", "line 2: no times"},
+      {"1\n00:01,000 --> 00:02,000\nx\n", "line 2: no times"},
+      {"1\n00:00:01,000 --> 00:00:02,000x\nx\n", "line 2: no times"},
+      {"1\n00:00:02,000 --> 00:00:02,000\nx\n", "line 2: a cue that ends before it begins"},
+      {"1\n23:00:02,000 --> 24:00:00,000\nx\n", "line 2: a time of 24 hours"},
+      {"1\n00:00:02,000 --> 00:00:03,000\nx\n\n2\n00:00:01,999 --> 00:00:04,000\ny\n",
+       "line 6: the time goes back"},
+      {"1\n00:00:02,000 --> 00:00:03,000\nx\xFF\n", "line 3: no UTF-8"},
+      {"WEBVTT\n\n00:00:01,000 --> 00:00:02.000\nx\n", "line 3: no times"},
+      {"WEBVTTX\n\n", "line 1: neither"},
+  };
+  for (const auto& [text, reason] : refused) {
+    std::string told;
+    const auto cues = ReadCues(text, &told);
+    EXPECT_FALSE(cues) << text;
+    EXPECT_THAT(told, StartsWith(reason)) << text;
+  }
+  EXPECT_TRUE(CuesOf("WEBVTT").empty());
+}
+
+}  // namespace
+}  // namespace qlnmedia::captions
