@@ -8,8 +8,11 @@
 #include "base/error.h"
 #include "base/library_messages.h"
 #include "base/progress.h"
+#include "base/text_file.h"
+#include "check/caption_file.h"
 #include "check/captions.h"
 #include "check/stream_checker.h"
+#include "container/caption_source.h"
 #include "container/coded_stream.h"
 #include "container/media_file.h"
 #include "container/raw_end.h"
@@ -48,6 +51,11 @@ unsigned FirstCaptioned(const std::vector<MediaStream>& streams) {
 }  // namespace
 
 std::vector<Finding> CheckFile(const std::string& path, const ProgressCallback& progress) {
+  if (IsCaptionFile(path)) {
+    FindingList findings;
+    CheckCaptionFile(path, ReadTextFile(path), findings);
+    return findings.Take();
+  }
   const MessageSink messages;  // findings say it better
   const MediaInput input(path);
   MediaFile file(input);

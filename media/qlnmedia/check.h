@@ -57,7 +57,9 @@ QLNMEDIA_API const char* SeverityWord(Severity severity);
 
 /// Reads a whole file and returns what is found, in the order in which it shows; nothing for a sound file.
 ///
-/// @param path      an H.264 or HEVC stream in any container that can be read, or raw; of MPEG-2 the captions
+/// @param path      an H.264 or HEVC stream in any container that can be read, or raw; of MPEG-2 the
+/// captions; or a
+///                  caption file that ends in .scc, .mcc, .srt or .vtt, whose findings name its lines
 /// @param progress  may be empty
 /// @throws Error      for a file that is missing, is no media, or has no such stream
 /// @throws Cancelled  where `progress` calls it off
