@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "captions/old_user_data.h"
 #include "captions/units.h"
 #include "units/access_unit.h"
 #include "units/mpeg2.h"
@@ -26,17 +27,39 @@ uint8_t Sum(uint8_t a, uint8_t b) {
   return static_cast<uint8_t>(std::min(a + b, CaptionSurvey::kNone - 1));
 }
 
+// Whether the top field of an MPEG-2 picture is shown first (ITU-T H.262 clause 6.3.10).
+bool IsTopFirst(ByteSpan data, const std::vector<Mpeg2Unit>& units) {
+  constexpr int kExtensionStart = 0xB5;
+  constexpr uint8_t kPictureCoding = 8;  // extension_start_code_identifier
+  constexpr uint8_t kFrame = 3;
+  for (const Mpeg2Unit& unit : units) {
+    if (unit.code != kExtensionStart || unit.size < 8 || data[unit.at + 4] >> 4 != kPictureCoding) continue;
+    const uint8_t picture_structure = data[unit.at + 6] & 3;
+    if (picture_structure != kFrame) return picture_structure == 1;
+    return (data[unit.at + 7] & 0x80) != 0;  // top_field_first
+  }
+  return true;
+}
+
+std::optional<Triplets> Mpeg2Captions(ByteSpan data) {
+  std::optional<Triplets> all, old;
+  const std::vector<Mpeg2Unit> units = Mpeg2Units(data);
+  for (const Mpeg2Unit& unit : units) {
+    if (unit.code != kMpeg2UserData) continue;
+    const ByteSpan body = data.subspan(unit.at + 4, unit.size - 4);
+    Append(all, captions::ReadUserData(body));
+    Append(old, captions::ReadScte20UserData(body, IsTopFirst(data, units)));
+    Append(old, captions::ReadDvdUserData(body));
+  }
+  // Streams that carry line 21 in an older form beside the newer one say the same twice.
+  return all ? all : old;
+}
+
 }  // namespace
 
 std::optional<Triplets> CaptionsOf(VideoCodec codec, ByteSpan data, Framing framing) {
+  if (codec == VideoCodec::kMpeg2) return Mpeg2Captions(data);
   std::optional<Triplets> all;
-  if (codec == VideoCodec::kMpeg2) {
-    for (const Mpeg2Unit& unit : Mpeg2Units(data)) {
-      if (unit.code == kMpeg2UserData)
-        Append(all, captions::ReadUserData(data.subspan(unit.at + 4, unit.size - 4)));
-    }
-    return all;
-  }
   const std::optional<Codec> ofUnits = UnitCodecOf(codec);
   if (!ofUnits) return all;
   for (const Unit& unit : TakeApart(data, framing).units) {

@@ -6,6 +6,7 @@
 
 #include <utility>
 
+#include "captions/old_user_data.h"
 #include "captions/units.h"
 #include "edit/survey_facts.h"
 #include "units/access_unit.h"
@@ -49,7 +50,8 @@ Bytes CaptionEdit::ChangeMpeg2(ByteSpan data) {
   bool missing = wanted_;
   for (const Mpeg2Unit& unit : replace_ ? Mpeg2Units(data) : Mpeg2Head(data)) {
     const ByteSpan bytes = data.subspan(unit.at, unit.size);
-    if (replace_ && unit.code == kMpeg2UserData && captions::ReadUserData(bytes.subspan(4))) {
+    const bool userData = replace_ && unit.code == kMpeg2UserData;
+    if (userData && (captions::ReadUserData(bytes.subspan(4)) || captions::IsOldUserData(bytes.subspan(4)))) {
       ++counts_.captionsRemoved;
       continue;
     }
