@@ -2,7 +2,10 @@
 
 #include <string>
 
+#include "captions/anc_packets.h"
+#include "captions/caption_sample.h"
 #include "captions/cdp.h"
+#include "captions/old_user_data.h"
 #include "captions/user_data.h"
 #include "fuzz_input.h"
 
@@ -46,6 +49,37 @@ void TakeUserData(const Bytes& bytes) {
   ReadRegisteredUserData(bytes);
 }
 
+// The older forms hold no more pairs than there is room for.
+void TakeOldUserData(const Bytes& bytes) {
+  const auto scte20 = ReadScte20UserData(bytes, bytes.size() % 2 == 0);
+  const auto dvd = ReadDvdUserData(bytes);
+  Expect(IsOldUserData(bytes) == (scte20.has_value() || dvd.has_value()));
+  if (scte20) Expect(scte20->size() * 26 + 21 <= bytes.size() * 8);
+  if (dvd) Expect(dvd->size() * 3 + 5 <= bytes.size());
+}
+
+void TakeSample(const Bytes& bytes) {
+  std::string reason;
+  const std::optional<CaptionSample> sample = ReadCaptionSample(bytes, &reason);
+  if (!sample) return Expect(!reason.empty());
+  size_t triplets = 0;
+  for (const std::vector<Triplet>& picture : sample->pictures) triplets += picture.size();
+  Expect(triplets * 2 <= bytes.size());
+}
+
+void TakeAncPackets(const Bytes& bytes) {
+  std::vector<std::string> damage;
+  size_t words = 0;
+  for (const AncPacket& packet : ReadSt2038(bytes, &damage)) {
+    words += packet.words.size() + 7;  // six of the head, and the checksum
+    std::optional<Rate> rate;
+    std::string reason;
+    CaptionsOfAnc(packet, &rate, &reason);
+  }
+  Expect(words * 10 <= bytes.size() * 8);
+  Expect(damage.size() <= bytes.size());
+}
+
 // The same bytes with a length and a checksum that are right, so that the sections come to be read.
 Bytes Repaired(Bytes bytes) {
   if (bytes.size() < 4 || bytes.size() > 255) return bytes;
@@ -65,5 +99,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   TakeCdp(Repaired(bytes));
   TakeAnc(bytes);
   TakeUserData(bytes);
+  TakeOldUserData(bytes);
+  TakeSample(bytes);
+  TakeAncPackets(bytes);
   return 0;
 }

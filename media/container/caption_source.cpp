@@ -5,13 +5,19 @@
 #include <fmt/format.h>
 #include <strings.h>
 
+#include <functional>
 #include <utility>
 
 #include "base/error.h"
+#include "base/numbers.h"
 #include "base/text_file.h"
 #include "captions/decoder.h"
 #include "captions/pop_on_schedule.h"
+#include "container/anc_captions.h"
+#include "container/caption_tracks.h"
 #include "container/file_captions.h"
+#include "container/media_file.h"
+#include "container/media_input.h"
 
 namespace qlnmedia {
 
@@ -32,12 +38,12 @@ Pace PaceOfRate(captions::Rate rate) {
 // The coded pictures of a stream.
 class PictureSource final : public CaptionSource {
  public:
-  PictureSource(const std::string& path, const CaptionTiming& timing, const ProgressCallback& progress)
-      : survey_(SurveyCaptions(path, SIZE_MAX, progress)) {
+  PictureSource(const MediaInput& input, const CaptionTiming& timing, const ProgressCallback& progress)
+      : survey_(SurveyCaptions(input, SIZE_MAX, progress)) {
     stream = survey_.stream;
     pictures = survey_.counts.size();
     captioned = survey_.captioned();
-    if (captioned == 0) throw NotApplicable(path, fmt::format("stream {} has no captions", stream));
+    if (captioned == 0) throw NotApplicable(input.path(), fmt::format("stream {} has no captions", stream));
     pace = survey_.pace = AskedPace(survey_.pace, survey_.order, timing.rate);
     dropFrame = survey_.dropFrame;
   }
@@ -119,6 +125,95 @@ std::unique_ptr<CaptionSource> OpenFile(const std::string& path, const CaptionTi
   return std::make_unique<TrackSource>(std::move(*track), rate);
 }
 
+// A stream of captions beside the pictures.
+struct CaptionStream {
+  unsigned index = 0;
+  std::string kind;
+  std::function<captions::CaptionTrack(std::optional<captions::Rate> asked, std::vector<std::string>* damage)>
+      read;
+};
+
+// Those of an MP4 or MOV.
+std::vector<CaptionStream> TracksOf(const std::string& path) {
+  std::vector<CaptionStream> streams;
+  for (const CaptionTrackPlace& place : FindCaptionTracks(mp4::FileSource(path)))
+    streams.push_back({place.stream, place.format + " track", [path, place](auto asked, auto* damage) {
+                         return ReadCaptionTrackOf(mp4::FileSource(path), place, asked, damage);
+                       }});
+  return streams;
+}
+
+// Those of a transport stream.
+std::vector<CaptionStream> AncStreamsOf(const std::string& path, const ProgressCallback& progress) {
+  std::vector<CaptionStream> streams;
+  for (const unsigned index : FindAncStreams(MediaFile(path)))
+    streams.push_back({index, "ancillary data", [path, index, progress](auto asked, auto* damage) {
+                         return ReadAncStream(path, index, asked, damage, progress);
+                       }});
+  return streams;
+}
+
+// By what a file begins with; none of files that have no such streams.
+std::vector<CaptionStream> CaptionStreamsOf(const std::string& path, const ProgressCallback& progress) {
+  constexpr uint8_t kSync = 0x47;  // of a transport packet, behind its time in M2TS
+  try {
+    const mp4::FileSource source(path);
+    if (source.size() < 8) return {};
+    mp4::Reader reader(source);
+    const uint32_t type = reader.U32(4);
+    for (const uint32_t known : {mp4::FourCc("ftyp"), mp4::FourCc("moov"), mp4::FourCc("mdat"),
+                                 mp4::FourCc("wide"), mp4::FourCc("free"), mp4::FourCc("skip")}) {
+      if (type == known) return TracksOf(path);
+    }
+    if (reader.U8(0) == kSync || reader.U8(4) == kSync) return AncStreamsOf(path, progress);
+  } catch (const Error&) {  // whoever opens it as media says what is wrong
+  }
+  return {};
+}
+
+std::unique_ptr<CaptionSource> OpenOther(const std::string& path, const CaptionStream& stream,
+                                         const CaptionTiming& timing, const CaptionSourceOptions& options) {
+  std::optional<captions::Rate> asked;
+  if (!timing.rate.empty()) asked = AskedPace({}, {}, timing.rate).rate;
+  std::vector<std::string> damage;
+  captions::CaptionTrack track = stream.read(asked, &damage);
+  for (const std::string& line : damage) {
+    if (options.told) options.told(path + ": " + line);
+  }
+  const captions::Rate rate = track.rate;
+  auto source = std::make_unique<TrackSource>(std::move(track), rate);
+  source->stream = stream.index;
+  source->dropFrame.reset();
+  return source;
+}
+
+// One of several streams with captions: the one that is named, else the only one.
+std::unique_ptr<CaptionSource> OpenStream(const MediaInput& input, const std::vector<CaptionStream>& others,
+                                          const CaptionTiming& timing, const CaptionSourceOptions& options,
+                                          const ProgressCallback& progress) {
+  const std::string& path = input.path();
+  for (const CaptionStream& other : others) {
+    if (options.stream == std::to_string(other.index)) return OpenOther(path, other, timing, options);
+  }
+  std::unique_ptr<CaptionSource> pictures;
+  try {
+    pictures = std::make_unique<PictureSource>(input, timing, progress);
+  } catch (const NotApplicable&) {  // no pictures, or none with captions
+    if (others.empty()) throw;
+  }
+  std::string list;
+  if (pictures != nullptr) list = fmt::format("{} (pictures)", pictures->stream);
+  for (const CaptionStream& other : others)
+    list += fmt::format("{}{} ({})", list.empty() ? "" : ", ", other.index, other.kind);
+  if (!options.stream.empty()) {
+    if (pictures != nullptr && options.stream == std::to_string(pictures->stream)) return pictures;
+    throw Error(path, "has no captions in stream " + options.stream, "there are some in " + list);
+  }
+  if (others.size() + (pictures != nullptr ? 1 : 0) != 1)
+    throw Error(path, "has captions in several streams: " + list, "--captions-from says which");
+  return OpenOther(path, others.front(), timing, options);
+}
+
 }  // namespace
 
 bool IsCueFile(const std::string& path) { return HasEnding(path, ".srt") || HasEnding(path, ".vtt"); }
@@ -152,11 +247,38 @@ captions::CaptionTrack MakeTrackOfCues(const std::string& path, const std::strin
   return std::move(*track);
 }
 
+captions::CaptionTrack TrackOf(CaptionSource& source, const std::string& path,
+                               const ProgressCallback& progress) {
+  if (!source.pace.rate)
+    throw Error(path,
+                fmt::format("has {} pictures a second, a rate without captions",
+                            PlainNumber(source.pace.picturesPerSecond)),
+                AdviceForPace(source.pace));
+  captions::CaptionTrack track;
+  track.rate = *source.pace.rate;
+  track.nominal = captions::InfoOf(track.rate).nominal;
+  track.fromZero = true;
+  const auto take = [&track](const CaptionedPicture& picture) {
+    if (!picture.triplets.empty()) track.events.push_back({picture.number, picture.triplets});
+  };
+  source.Read(take, progress);
+  return track;
+}
+
 std::unique_ptr<CaptionSource> OpenCaptionSource(const std::string& path, const CaptionTiming& timing,
                                                  const CaptionSourceOptions& options,
                                                  const ProgressCallback& progress) {
-  if (IsCaptionFile(path)) return OpenFile(path, timing, options);
-  return std::make_unique<PictureSource>(path, timing, progress);
+  if (IsCaptionFile(path)) {
+    if (!options.stream.empty())
+      throw Error(path, "is a caption file, which has no streams", "name no stream");
+    return OpenFile(path, timing, options);
+  }
+  const MediaInput input(path);
+  const std::vector<CaptionStream> others =
+      input.isPipe() ? std::vector<CaptionStream>() : CaptionStreamsOf(path, progress);
+  if (others.empty() && options.stream.empty())
+    return std::make_unique<PictureSource>(input, timing, progress);
+  return OpenStream(input, others, timing, options, progress);
 }
 
 std::vector<StyledService> DecodeStyled(CaptionSource& source, const ProgressCallback& progress) {

@@ -52,6 +52,11 @@ std::vector<CaptionService> DecodeCaptions(CaptionSource& source, const Progress
 bool IsCaptionFile(const std::string& path);
 bool IsCueFile(const std::string& path);
 
+// All that a source has as a track, whose times count from its first picture. Throws Error where its rate is
+// none of captions.
+captions::CaptionTrack TrackOf(CaptionSource& source, const std::string& path,
+                               const ProgressCallback& progress);
+
 // The text of the cue file `path` as pictures of `rate` with captions. Tells `options` what was done about
 // its text, and gives it back in `done` if that is given. Throws Error where the text is none, or something
 // remains to be done about it.

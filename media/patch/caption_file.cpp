@@ -4,6 +4,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
+#include <fstream>
 #include <utility>
 
 #include "base/error.h"
@@ -13,7 +16,26 @@
 
 namespace qlnmedia {
 
+namespace {
+
+// Media begin with bytes that no text has.
+bool IsMedia(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::array<char, 4096> head{};
+  file.read(head.data(), head.size());
+  return std::find(head.begin(), head.begin() + file.gcount(), '\0') != head.begin() + file.gcount();
+}
+
+}  // namespace
+
 CaptionFile::CaptionFile(const CaptionOptions& options) : options_(options) {
+  if (!IsCaptionFile(options.file) && IsMedia(options.file)) {
+    track_ = TrackOf(*OpenCaptionSource(options.file, {}, options.source, {}), options.file, {});
+    SetOffset();
+    return;
+  }
+  if (!options.source.stream.empty())
+    throw Error(options.file, "is a caption file, which has no streams", "leave --captions-from out");
   std::string text = ReadTextFile(options.file);
   if (IsCueFile(options.file)) {
     // What can be refused without the stream is refused first.

@@ -11,6 +11,8 @@ namespace qlnmedia {
 
 void AddMakingOptions(CLI::App& command, CaptionSourceOptions& options, CLI::Option* with) {
   CLI::Option* const all[] = {
+      command.add_option("--captions-from", options.stream,
+                         "Of a media file with captions in several streams: the stream, by its index"),
       command.add_flag("--fit", options.fit,
                        "Text of .srt and .vtt: break lines that are too long, shift captions that cannot be "
                        "sent in time, cut those that overlap"),

@@ -1,4 +1,4 @@
-// The options of making captions out of text.
+// The options of where captions come from.
 #ifndef TOOLS_QLNMEDIA_CAPTION_MAKING_H
 #define TOOLS_QLNMEDIA_CAPTION_MAKING_H
 

@@ -118,9 +118,9 @@ void AddUnitOptions(CLI::App& command, Options& options) {
                    "An access unit delimiter in front of every picture that lacks it");
   command.add_flag("--recovery-points", options.patch.recoveryPoints,
                    "A recovery point where decoding can start at a picture that does not say so");
-  auto* const captions = command.add_option(
-      "--captions", options.captions.file,
-      "Captions of a .scc or .mcc file, or made of the text of a .srt or .vtt file; MPEG-2 too");
+  auto* const captions = command.add_option("--captions", options.captions.file,
+                                            "Captions of a .scc or .mcc file, of a media file, or made of "
+                                            "the text of a .srt or .vtt file; MPEG-2 too");
   command
       .add_option("--captions-offset", options.captions.offset,
                   "The caption file's timecode of the first picture; default: its first whole hour")

@@ -149,6 +149,11 @@ TEST(CaptionEdit, Mpeg2HasThemInFrontOfItsFirstSlice) {
   EXPECT_EQ(remover.ChangeMpeg2(added), packet);
   EXPECT_EQ(remover.ChangeMpeg2(Join({kHeaders, captions, kOther, captions, kSlices})), packet);
   EXPECT_EQ(counts.captionsRemoved, 3);
+  // So are the forms of SCTE 20 and of DVDs.
+  const Bytes scte20 = Hex("000001B2 0381 10ACA4D24BA87580");
+  const Bytes dvd = Hex("000001B2 434301F8 82 FF942C FE8080");
+  EXPECT_EQ(remover.ChangeMpeg2(Join({kHeaders, scte20, kOther, dvd, kSlices})), packet);
+  EXPECT_EQ(counts.captionsRemoved, 5);
 }
 
 }  // namespace

@@ -117,5 +117,37 @@ TEST(KeptCaptions, GoThroughATranscode) {
   }
 }
 
+// A track that ffmpeg writes: of one caption stream it is taken, of several only by its name.
+TEST(CaptionTracksOfMov, AreSources) {
+  const std::string srt = Write("captions_track.srt", kSrt);
+  const std::string scc = MediaPath("captions_track.scc");
+  ASSERT_EQ(Qlnmedia("captions '" + srt + "' -o '" + scc + "'").exitCode, 0);
+  const std::string texts = Qlnmedia("captions '" + scc + "' -o -").output;
+  const std::string plain = Source(kSource, "mp4");
+  const std::string mov = MediaPath("captions_track.mov");
+  Text("ffmpeg -v error -y -i '" + plain + "' -i '" + scc + "' -map 0:v -map 1:s -c copy '" + mov + "'");
+  const auto read = Qlnmedia("captions '" + mov + "' -o -");
+  EXPECT_EQ(read.exitCode, 0) << read.output;
+  for (const char* text : {"Good morning,\nAm\xC3\xA9lie\n", "\nBye\n"})
+    EXPECT_THAT(read.output, HasSubstr(text));
+  // Into pictures: those of another file, and then there are two.
+  const std::string both = MediaPath("captions_track_both.mov");
+  const auto put = Qlnmedia("patch '" + mov + "' '" + both + "' --captions '" + mov + "'");
+  ASSERT_EQ(put.exitCode, 0) << put.output;
+  const auto refused = Qlnmedia("captions '" + both + "' -o -");
+  EXPECT_EQ(refused.exitCode, 1);
+  EXPECT_THAT(refused.output, HasSubstr("has captions in several streams: 0 (pictures), 1 (c608 track)"));
+  EXPECT_EQ(Qlnmedia("captions '" + both + "' -o - --captions-from 1").output, read.output);
+  EXPECT_THAT(Qlnmedia("captions '" + both + "' -o - --captions-from 0").output, HasSubstr("Good morning,"));
+  EXPECT_THAT(Qlnmedia("captions '" + both + "' -o - --captions-from 7").output,
+              HasSubstr("has no captions in stream 7; there are some in 0 (pictures), 1 (c608 track)"));
+  // The pictures of one file into those of another, as .mcc would carry them.
+  const std::string out = MediaPath("captions_track_out.mp4");
+  ASSERT_EQ(
+      Qlnmedia("patch '" + plain + "' '" + out + "' --captions '" + both + "' --captions-from 0").exitCode,
+      0);
+  EXPECT_EQ(TripletBytes(out), TripletBytes(both));
+}
+
 }  // namespace
 }  // namespace qln::test

@@ -1,0 +1,49 @@
+// Rounds times to pictures.
+
+#include "container/timed_triplets.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "base/error.h"
+
+namespace qlnmedia {
+
+captions::CaptionTrack TrackOfTimes(std::vector<TimedTriplets> captions, captions::Rate rate,
+                                    const std::string& where) {
+  constexpr double kLongest = 24 * 3600;
+  const captions::RateInfo& info = captions::InfoOf(rate);
+  std::stable_sort(captions.begin(), captions.end(),
+                   [](const TimedTriplets& a, const TimedTriplets& b) { return a.seconds < b.seconds; });
+  captions::CaptionTrack track;
+  track.rate = rate;
+  track.nominal = info.nominal;
+  track.fromZero = true;
+  for (const TimedTriplets& one : captions) {
+    if (one.seconds >= kLongest) throw Error(where, "has captions behind 24 hours");
+    const int64_t at = std::llround(std::max(one.seconds, 0.0) * info.numerator / info.denominator);
+    if (track.events.empty() || track.events.back().at != at) track.events.push_back({at, {}});
+    std::vector<captions::Triplet>& triplets = track.events.back().triplets;
+    triplets.insert(triplets.end(), one.triplets.begin(), one.triplets.end());
+  }
+  return track;
+}
+
+void DamagedPlaces::Add(const std::string& place, const std::string& what) {
+  const auto [found, isNew] = kinds_.try_emplace(what, Kind{place, 0});
+  if (isNew) order_.push_back(what);
+  ++found->second.count;
+}
+
+void DamagedPlaces::Tell(const std::string& where, std::vector<std::string>* lines) const {
+  for (const std::string& what : order_) {
+    const Kind& kind = kinds_.at(what);
+    lines->push_back(fmt::format("{}: {}: {}{}; left out", where, kind.place, what,
+                                 kind.count > 1 ? fmt::format(" ({} {})", kind.count, units_) : ""));
+  }
+}
+
+}  // namespace qlnmedia

@@ -1,0 +1,119 @@
+// Ancillary data streams, in transport packets put together by hand.
+
+#include "container/anc_captions.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/media.h"
+#include "support/program_tables.h"
+
+namespace qlnmedia {
+namespace {
+
+using qln::test::AppendBytes;
+using qln::test::Bytes;
+using qln::test::Hex;
+using testing::ElementsAre;
+
+constexpr int kMap = 0x100;
+constexpr int kVideo = 0x101;
+constexpr int kAnc = 0x102;
+
+// A PES packet in one transport packet: stream_id, time in units of 90 kHz, payload.
+Bytes Pes(int identifier, uint8_t id, int64_t pts, const Bytes& payload, int counter) {
+  Bytes pes = {0, 0, 1, id, 0, static_cast<uint8_t>(8 + payload.size()), 0x84, 0x80, 5};
+  pes.push_back(static_cast<uint8_t>(0x21 | (pts >> 29 & 0x0E)));
+  for (const int shift : {22, 7}) {
+    pes.push_back(static_cast<uint8_t>(pts >> shift));
+    pes.push_back(static_cast<uint8_t>((pts >> (shift - 8) & 0xFE) | 1));
+  }
+  AppendBytes(pes, payload);
+  Bytes packet = {0x47, static_cast<uint8_t>(0x40 | identifier >> 8), static_cast<uint8_t>(identifier),
+                  static_cast<uint8_t>(0x30 | (counter & 15))};
+  packet.push_back(static_cast<uint8_t>(183 - pes.size()));
+  if (packet.back() != 0) packet.push_back(0);
+  packet.resize(188 - pes.size(), 0xFF);
+  AppendBytes(packet, pes);
+  return packet;
+}
+
+// A line 21 packet (DID 61, SDID 02): 000000, luma, line 9, offset 0, then 161 102 203 of ten bits with their
+// parity, field and two bytes, checksum, and bits of 1 up to the next byte.
+Bytes Anc(uint8_t first, uint8_t second, uint32_t spoilt = 0) {
+  std::string bits;
+  const auto put = [&bits](uint32_t value, int count) {
+    for (int i = count - 1; i >= 0; --i) bits += (value >> i & 1) != 0 ? '1' : '0';
+  };
+  const auto word = [](uint32_t byte) { return byte | (__builtin_parity(byte) != 0 ? 0x100U : 0x200U); };
+  put(9, 18);
+  put(0, 12);
+  uint32_t sum = 0;
+  for (const uint32_t byte : {0x61U, 0x02U, 0x03U, 0x80U, uint32_t{first}, uint32_t{second}}) {
+    put(word(byte), 10);
+    sum += word(byte);
+  }
+  sum &= 0x1FF;
+  put((sum | ((sum & 0x100) != 0 ? 0U : 0x200U)) ^ spoilt, 10);
+  while (bits.size() % 8 != 0) bits += '1';
+  Bytes bytes;
+  for (size_t i = 0; i < bits.size(); i += 8)
+    bytes.push_back(static_cast<uint8_t>(std::stoi(bits.substr(i, 8), nullptr, 2)));
+  bytes.push_back(0xFF);
+  return bytes;
+}
+
+std::string Stream(const std::string& name, bool withVideo) {
+  std::vector<qln::test::MappedStream> streams;
+  if (withVideo) streams.push_back({0x02, kVideo});
+  streams.push_back({0x06, kAnc, qln::test::Descriptor(0x05, {'V', 'A', 'N', 'C'})});
+  Bytes bytes = qln::test::TablePackets(0, qln::test::AssociationTable(kMap));
+  AppendBytes(bytes, qln::test::TablePackets(kMap, qln::test::MapTable(streams)));
+  // Sequence and picture headers of MPEG-2, 16 by 16 at 30 a second, and a slice.
+  const Bytes picture =
+      Hex("000001B3 010010 15 FFFFE0 00 000001B5 148200010000 00000100 000FFFF8 000001B5 8FFFF38180 "
+          "00000101 13F000");
+  const uint8_t pairs[][2] = {{0x94, 0x20}, {0x94, 0x70}, {0xC1, 0xC2}, {0x94, 0x2F}};
+  for (int i = 0; i < 12; ++i) {
+    if (withVideo) AppendBytes(bytes, Pes(kVideo, 0xE0, 90000 + 3003 * i, picture, i));
+    if (i >= 4 && i < 8)
+      AppendBytes(bytes, Pes(kAnc, 0xBD, 90000 + 3003 * i,
+                             Anc(pairs[i - 4][0], pairs[i - 4][1], i == 6 ? 1 : 0), i - 4));
+  }
+  const std::string path = qln::test::MediaPath(name);
+  qln::test::WriteFile(path, bytes);
+  return path;
+}
+
+std::vector<std::pair<int64_t, int>> EventsOf(const captions::CaptionTrack& track) {
+  std::vector<std::pair<int64_t, int>> events;
+  for (const captions::CaptionEvent& event : track.events)
+    events.emplace_back(event.at, event.triplets.at(0).first << 8 | event.triplets[0].second);
+  return events;
+}
+
+TEST(AncCaptions, GoByTheTimesOfTheFirstVideo) {
+  const std::string path = Stream("anc_captions.ts", true);
+  const std::vector<unsigned> streams = FindAncStreams(MediaFile(path));
+  ASSERT_EQ(streams.size(), 1u);
+  std::vector<std::string> damage;
+  const captions::CaptionTrack track = ReadAncStream(path, streams[0], {}, &damage, {});
+  EXPECT_EQ(track.rate, captions::Rate::k29_97);
+  EXPECT_THAT(EventsOf(track), ElementsAre(std::pair(4, 0x9420), std::pair(5, 0x9470), std::pair(7, 0x942F)));
+  ASSERT_EQ(damage.size(), 1u);
+  EXPECT_THAT(damage[0],
+              testing::MatchesRegex("stream 1: packet 2 at byte [0-9]+: an ANC packet whose checksum is "
+                                    "wrong; left out"));
+}
+
+TEST(AncCaptions, BeginWithTheFirstWhereThereIsNoVideo) {
+  const std::string path = Stream("anc_captions_alone.ts", false);
+  const std::vector<unsigned> streams = FindAncStreams(MediaFile(path));
+  ASSERT_EQ(streams.size(), 1u);
+  std::vector<std::string> damage;
+  EXPECT_THAT(EventsOf(ReadAncStream(path, streams[0], captions::Rate::k59_94, &damage, {})),
+              ElementsAre(std::pair(0, 0x9420), std::pair(2, 0x9470), std::pair(6, 0x942F)));
+}
+
+}  // namespace
+}  // namespace qlnmedia
