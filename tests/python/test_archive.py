@@ -2,12 +2,16 @@
 from __future__ import annotations
 
 import concurrent.futures
+import json
 import os
 import pathlib
 import shutil
+import signal
+import subprocess
 
 import pytest
 import workers
+from conftest import TOOL, Tool
 
 import qlnutil
 from qlnutil import archive, media
@@ -104,3 +108,39 @@ def test_a_journal_belongs_to_one_run(folder: pathlib.Path, tmp_path: pathlib.Pa
         archive.check_all([], journal=tmp_path / "no" / "journal")
     with pytest.raises(ValueError):
         archive.check_all([], jobs=-1)
+
+
+def test_the_tool_has_the_same_journal(folder: pathlib.Path, tmp_path: pathlib.Path, tool: Tool) -> None:
+    journal = tmp_path / "check.jsonl"
+    paths = list(archive.files(folder))
+    list(archive.check_all(paths[:3], jobs=2, journal=journal))
+    tool("check", "--recursive", folder, "--jobs", "2", "--journal", journal, status=1)
+    entries = [json.loads(line) for line in journal.read_text().splitlines()]
+    assert sorted(entry["file"] for entry in entries) == sorted(paths)
+    assert {entry["file"]: entry["status"] for entry in entries}[paths[4]] == 4
+    results = list(archive.check_all(paths, jobs=1, journal=journal))
+    assert all(result.resumed for result in results)
+    assert [result.ok for result in sorted(results, key=lambda one: paths.index(one.path))] == [
+        True, True, True, False, False, True]
+
+
+def test_the_tool_goes_on_when_a_check_is_killed(tmp_path: pathlib.Path, h264_mp4: pathlib.Path) -> None:
+    os.mkfifo(tmp_path / "waits.mp4")  # whose check waits for somebody who writes
+    shutil.copy(h264_mp4, tmp_path / "sound.mp4")
+    journal = tmp_path / "journal"
+    with subprocess.Popen([TOOL, "check", tmp_path / "waits.mp4", tmp_path / "sound.mp4", "--journal", journal],
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as run:
+        child = None
+        while child is None:
+            for stat in pathlib.Path("/proc").glob("[0-9]*/stat"):
+                try:
+                    fields = stat.read_text().rpartition(")")[2].split()
+                except OSError:
+                    continue
+                if int(fields[1]) == run.pid:
+                    child = int(stat.parent.name)
+        os.kill(child, signal.SIGKILL)
+        out, error = run.communicate()
+    assert run.returncode == 1 and "ended by signal 9" in error and "nothing found" in out
+    entries = [json.loads(line) for line in journal.read_text().splitlines()]
+    assert entries[0]["failure"][0] == "WorkerDied" and entries[1]["status"] == 0

@@ -5,9 +5,11 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
+#include <optional>
 
 #include "batch.h"
 #include "commands.h"
+#include "journaled_check.h"
 #include "output.h"
 #include "qlnmedia/check.h"
 #include "tables.h"
@@ -20,6 +22,7 @@ struct Options {
   InputOptions inputs;
   bool json = false;
   bool csv = false;
+  std::string journal;
 };
 
 // The word of a finding; a note says that it is one.
@@ -83,9 +86,12 @@ std::string Result(const std::vector<Finding>& findings, const Input& input, Exi
 
 void Run(const Options& options) {
   const Inputs inputs = FindInputs(options.inputs);
+  std::optional<Journal> journal;
+  if (!options.journal.empty()) journal.emplace(options.journal, "check");
   Batch batch;
   batch.work = [&](const Input& input, const ProgressCallback& progress) {
-    const std::vector<Finding> findings = CheckFile(input.path, progress);
+    const std::vector<Finding> findings =
+        journal ? CheckWithJournal(input.path, *journal) : CheckFile(input.path, progress);
     const bool worthy = std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
       return finding.severity != Severity::kNote;
     });
@@ -115,6 +121,10 @@ void AddCheckCommand(CLI::App& app) {
       ->add_flag("--csv", options->csv,
                  "Print comma separated values: a row for each finding, and one for each file without any")
       ->excludes(json);
+  command->add_option("--journal", options->journal,
+                      "Keep what is done in FILE, a line each, and go on there in the next run; each file is "
+                      "then checked in a "
+                      "process of its own, so that one which ends it is one failed file");
   command->callback([options] { Run(*options); });
 }
 
