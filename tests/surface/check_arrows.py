@@ -114,14 +114,16 @@ for path, text in sources("media/qlnmedia"):
 INSTALLED = {"kxutil/kxutil.h", "timecode/kxtimecode.h"}
 INSTALLED |= {f"qlnutil/{name}" for name in HEADER_HOME if name != "qlnvidutil.h"}
 INSTALLED |= {f"qlnmedia/{name}" for name in os.listdir(os.path.join(root, "media/qlnmedia"))}
-for path, text in sources("tools"):
-    for include in INCLUDE.findall(text):
-        if "/" in include and include not in INSTALLED:
-            problems.append(f"{path} must not include {include}: it is not installed")
-        if "/" not in include and not os.path.exists(os.path.join(root, os.path.dirname(path), include)):
-            problems.append(f"{path}: {include} is none of its own")
-    if LIBAV.search(text):
-        problems.append(f"{path} must not know libav")
+# So does the Python extension.
+for folder in ("tools", "python"):
+    for path, text in sources(folder):
+        for include in INCLUDE.findall(text):
+            if "/" in include and include not in INSTALLED:
+                problems.append(f"{path} must not include {include}: it is not installed")
+            if "/" not in include and not os.path.exists(os.path.join(root, os.path.dirname(path), include)):
+                problems.append(f"{path}: {include} is none of its own")
+        if LIBAV.search(text):
+            problems.append(f"{path} must not know libav")
 
 print("\n".join(problems) or "all includes go downwards")
 sys.exit(1 if problems else 0)
