@@ -44,6 +44,8 @@ void Translate(std::exception_ptr pointer) {
     Raise("Error", error.where(), error.problem(), error.advice());
   } catch (const StreamFailure& error) {
     Raise("StreamError", {}, error.what(), error.advice());
+  } catch (const py::cast_error&) {
+    PyErr_SetString(PyExc_TypeError, "a value is of another kind, or does not fit its field");
   }
 }
 

@@ -70,6 +70,8 @@ def test_a_worker_that_dies_is_one_failed_result(folder: pathlib.Path, h264_mp4:
     assert isinstance(results["killer.mp4"].error, qlnutil.WorkerDied)
     assert results["once.mp4"].ok and "out of ideas" in str(results["raiser.mp4"].error)
     assert sum(result.ok for result in results.values()) == 5
+    shutil.copy(h264_mp4, folder / "twice.mp4")
+    assert [result.ok for result in workers.check_all([folder / "twice.mp4"], jobs=1)] == [True]
     # An executor that somebody hands in may break as well.
     (folder / "once.mp4.killed").unlink()
     with concurrent.futures.ProcessPoolExecutor(2) as pool:

@@ -81,6 +81,7 @@ def test_configuration_records_come_back_byte_for_byte(h264_mp4: pathlib.Path, h
     body = box(hevc_mp4, b"hvcC")
     config = hevc.read_hvcc(body)
     assert config.write() == body and config == hevc.read_hvcc(config.write())
+    assert config.head.numOfArrays == len(config.arrays) == body[22]
     assert config.head.general_level_idc == body[12] and config.sps is not None
     assert config.sps.pic_width_in_luma_samples == 160 and config.vps is not None and config.pps is not None
     assert [array.nal_unit_type for array in config.arrays][:3] == [32, 33, 34]

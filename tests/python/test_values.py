@@ -83,10 +83,17 @@ def test_transport() -> None:
     assert counter.repeat == 4 and counter.step() == 101 and counter.clip_frame == 1
     assert [counter.step() for _ in range(4)] == [102, 103, 100, 101] and counter.step(-1) == 100
     assert counter.step(-2**31) in range(100, 104)
+    assert (counter.in_point, counter.out_point, counter.duration) == (100, 104, 4)
+    counter.limit_to(500)
+    assert counter.frame == 103 and counter.position.frame == 103 and counter.speed == transport.Speed(1, 4)
+    counter.go_to_clip(2)
+    assert (counter.frame, counter.index) == (102, 0) and "100 to 104" in repr(counter)
+    counter.go_to(transport.Position(101, 10))
+    assert counter.position.fraction == 10
     with pytest.raises(TypeError):
         transport.Speed(2**31)
     assert transport.channels(0b1010) == [2, 8] and transport.speed_rate(98280) == 0x18000
-    assert transport.fourcc_to_upper(0x61766331) == 0x41564331
+    assert transport.fourcc_to_upper(0x61766331) == 0x41564331 and transport.fourcc_to_lower(0x41564331) == 0x61766331
 
 
 def test_commands(tool: Tool, tmp_path: pathlib.Path) -> None:
@@ -106,8 +113,9 @@ def test_commands(tool: Tool, tmp_path: pathlib.Path) -> None:
             assert error.what
     with pytest.raises(ValueError):
         play.with_clip(b"123456789")
-    with pytest.raises((TypeError, RuntimeError)):
-        MediaCommand(Speed="fast").to_xml()  # type: ignore[arg-type]
+    for wrong_speed in ("fast", 2**31):
+        with pytest.raises(TypeError):
+            MediaCommand(Speed=wrong_speed).to_xml()  # type: ignore[arg-type]
     with pytest.raises(ValueError):
         MediaCommand(data=bytes(5000)).to_xml()
     assert "<table>" in play._repr_html_()

@@ -14,12 +14,14 @@ def work(item: Any, options: dict[str, Any]) -> Any:
     name = os.path.basename(item.path)
     if name.startswith("killer"):
         os.kill(os.getpid(), signal.SIGKILL)
-    if name.startswith("once"):
-        marker = item.path + ".killed"
-        if not os.path.exists(marker):
-            with open(marker, "w"):
-                pass
-            os.kill(os.getpid(), signal.SIGKILL)
+    for times, word in enumerate(("once", "twice"), 1):
+        if name.startswith(word):
+            with open(item.path + ".killed", "a+") as marker:
+                marker.seek(0)
+                seen = len(marker.read())
+                marker.write("x")
+            if seen < times:
+                os.kill(os.getpid(), signal.SIGKILL)
     if name.startswith("raiser"):
         raise RuntimeError("out of ideas")
     time.sleep(options.get("pause", 0))

@@ -87,6 +87,9 @@ std::string Result(const std::vector<Finding>& findings, const Input& input, Exi
 void Run(const Options& options) {
   const Inputs inputs = FindInputs(options.inputs);
   std::optional<Journal> journal;
+  const auto isPipe = [](const Input& input) { return input.path == "/dev/stdin"; };
+  if (!options.journal.empty() && std::any_of(inputs.files.begin(), inputs.files.end(), isPipe))
+    throw CLI::ValidationError("--journal: standard input has no place in it");
   if (!options.journal.empty()) journal.emplace(options.journal, "check");
   Batch batch;
   batch.work = [&](const Input& input, const ProgressCallback& progress) {
