@@ -9,16 +9,16 @@ import sys
 
 # Header -> (record, Python class, module); a record stands behind those that it holds.
 RECORDS = {
-    "qlnh264.h": [
+    "qlnh264_records.h": [
         ("H264HrdSchedule", "HrdSchedule", "h264"), ("H264HrdRecord", "Hrd", "h264"), ("H264SpsRecord", "Sps", "h264"),
         ("H264PpsRecord", "Pps", "h264"), ("H264SliceHeaderRecord", "SliceHeader", "h264"),
     ],
-    "qlnhevc.h": [
+    "qlnhevc_records.h": [
         ("HevcProfileTierLevel", "ProfileTierLevel", "hevc"), ("HevcVpsRecord", "Vps", "hevc"),
         ("HevcShortTermRps", "ShortTermRps", "hevc"), ("HevcLongTermPicture", "LongTermPicture", "hevc"),
-        ("HevcSpsRecord", "Sps", "hevc"), ("HevcPpsRecord", "Pps", "hevc"), ("HevcConfigRecord", "ConfigHead", "hevc"),
-        ("DvvcConfigRecord", "DolbyVisionConfig", "hevc"),
+        ("HevcSpsRecord", "Sps", "hevc"), ("HevcPpsRecord", "Pps", "hevc"),
     ],
+    "qlnhevc.h": [("HevcConfigRecord", "ConfigHead", "hevc"), ("DvvcConfigRecord", "DolbyVisionConfig", "hevc")],
     "qlnaac.h": [("QLNAacConfig", "AacConfig", "aac"), ("QLNAdtsHeader", "AdtsHeader", "aac")],
 }
 # Records that go back into a stream.
