@@ -68,7 +68,8 @@ std::optional<SccFile> ReadScc(std::string_view text, std::string* reason) {
 }
 
 std::string WriteScc(const SccFile& file) {
-  std::string text = std::string(kHeading) + "\n";
+  std::string text(kHeading);
+  text += '\n';
   for (const SccLine& line : file.lines) {
     text += "\n" + FormatTimecode(line.at, file.dropFrame);
     char separator = '\t';
