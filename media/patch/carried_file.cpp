@@ -15,6 +15,7 @@
 #include "container/mp4/in_place.h"
 #include "container/mp4/layout_check.h"
 #include "container/mp4/output_file.h"
+#include "patch/carried_input.h"
 #include "patch/carried_tracks.h"
 #include "patch/timecode_track.h"
 #include "patch/verify.h"

@@ -13,6 +13,7 @@
 #include "base/error.h"
 #include "base/progress.h"
 #include "container/mp4/in_place.h"
+#include "patch/carried_input.h"
 #include "patch/carried_tracks.h"
 #include "patch/described_file.h"
 #include "patch/verify.h"

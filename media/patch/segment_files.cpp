@@ -21,6 +21,7 @@
 #include "container/mp4/layout_check.h"
 #include "container/mp4/memory_sink.h"
 #include "container/mp4/output_file.h"
+#include "patch/carried_input.h"
 #include "patch/carried_tracks.h"
 #include "patch/segment_list.h"
 #include "patch/verify.h"

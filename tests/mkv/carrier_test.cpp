@@ -78,6 +78,25 @@ Bytes Simple(const std::vector<Part>& segment, uint64_t maxSizeLength = 8) {
   return Build({Head(maxSizeLength), Master(0x18538067, parts)});
 }
 
+Part Encoded(uint64_t algorithm, const Bytes& settings = {}, uint64_t scope = 1) {
+  Part compression = Master(0x5034, {Number(0x4254, algorithm)});
+  if (!settings.empty()) compression.parts.push_back(Leaf(0x4255, settings));
+  return Master(0x6D80, {Master(0x6240, {Number(0x5032, scope), compression})});
+}
+
+Bytes Zlib(const Bytes& bytes) {
+  Bytes out(bytes.size() + 100);
+  uLongf size = out.size();
+  compress(out.data(), &size, bytes.data(), bytes.size());
+  out.resize(size);
+  return out;
+}
+
+Bytes WithTrack(const Part& track, const std::vector<Part>& blocks) {
+  return Build(
+      {Head(), Master(0x18538067, {Info(), Master(0x1654AE6B, {track}), Master(0x1F43B675, blocks)})});
+}
+
 TEST(MkvCarrier, FilesOfEveryShapeKeepAllButTheFrames) {
   for (uint32_t seed = 0; seed < 300; ++seed) {
     SCOPED_TRACE(seed);
@@ -149,25 +168,6 @@ TEST(MkvCarrier, FixedLacingBecomesToldWhereSizesDiffer) {
   const Bytes fixed = CarryFrames(file, all);
   const Bytes still{0x81, 0, 0, 0x84, 2};
   EXPECT_NE(std::search(fixed.begin(), fixed.end(), still.begin(), still.end()), fixed.end());
-}
-
-Part Encoded(uint64_t algorithm, const Bytes& settings = {}, uint64_t scope = 1) {
-  Part compression = Master(0x5034, {Number(0x4254, algorithm)});
-  if (!settings.empty()) compression.parts.push_back(Leaf(0x4255, settings));
-  return Master(0x6D80, {Master(0x6240, {Number(0x5032, scope), compression})});
-}
-
-Bytes Zlib(const Bytes& bytes) {
-  Bytes out(bytes.size() + 100);
-  uLongf size = out.size();
-  compress(out.data(), &size, bytes.data(), bytes.size());
-  out.resize(size);
-  return out;
-}
-
-Bytes WithTrack(const Part& track, const std::vector<Part>& blocks) {
-  return Build(
-      {Head(), Master(0x18538067, {Info(), Master(0x1654AE6B, {track}), Master(0x1F43B675, blocks)})});
 }
 
 TEST(MkvCarrier, ZlibIsUndoneAndDoneAgain) {
@@ -303,6 +303,39 @@ TEST(MkvCarrier, WhatIsNoMatroskaIsRefusedWithItsPlace) {
   Part open = Master(0x1654AE6B, {Track(1)});
   open.open = true;
   EXPECT_THAT(Refusal(Build({Head(), Master(0x18538067, {open})})), HasSubstr("does not say its size"));
+}
+
+// Masters in masters of their own kind, as deep as a file is long, and an index that cannot be read.
+TEST(MkvCarrier, WhatStandsInTheWrongPlaceIsLeftAlone) {
+  const auto nested = [](const Bytes& id, size_t levels) {
+    Bytes all;
+    for (size_t left = levels; left-- > 0;) {
+      all.insert(all.end(), id.begin(), id.end());
+      const size_t size = left * (id.size() + 4);
+      for (const size_t byte : {0x10 | size >> 24, size >> 16 & 0xFF, size >> 8 & 0xFF, size & 0xFF})
+        all.push_back(static_cast<uint8_t>(byte));
+    }
+    return all;
+  };
+  constexpr size_t kLevels = 200000;
+  const Part cluster = Master(0x1F43B675, {Leaf(0xA3, BlockBytes(1, 0, 0, {Noise(70, 1)}))});
+  const Bytes wrong{0x4D, 0xBB, 0x85, 1};
+  for (const Bytes& inside : {nested({0xB7}, kLevels), nested({0xDB}, kLevels), nested({0xBB}, kLevels)}) {
+    const Bytes file = Simple({Leaf(0x1C53BB6B, inside), cluster});
+    FunctionEditor longer([](const Sample&, const Bytes& bytes) { return Bytes(bytes.size() + 9, 7); });
+    CarryFrames(file, longer);
+  }
+  const Bytes deep = WithTrack(Track(1, {Leaf(0xE0, nested({0xE0}, kLevels))}),
+                               {Leaf(0xA3, BlockBytes(1, 0, 0, {Noise(9, 1)}))});
+  Change change;
+  change.tracks.push_back({.trackId = 1});
+  change.tracks[0].facts.fields = {1, 0};
+  Carry(deep, change);
+  // Nothing moves: carried. Something moves: refused.
+  const Bytes file = Simple({Leaf(0x114D9B74, wrong), cluster});
+  FunctionEditor other([](const Sample&, const Bytes& bytes) { return Bytes(bytes.size(), 7); });
+  EXPECT_EQ(CarryFrames(file, other).size(), file.size());
+  EXPECT_THAT(Refusal(file), HasSubstr("the element 0x4DBB is longer than what holds it"));
 }
 
 // Whatever one byte becomes, there is an output or an error, and an output is checked as ever.

@@ -193,7 +193,9 @@ class Shaper {
     limits_ = segment_->limits;
     if (!ChangesIn(segment_->element.body, segment_->element.end)) return;
     int64_t growth = 0;
-    for (const Element& element : segment_->indexes) growth += WalkIndex(element, kOfLevelOne);
+    if (moves_) {
+      for (const Element& element : segment_->indexes) growth += WalkIndex(element, kOfLevelOne);
+    }
     for (size_t i = 0; i < segment_->clusters.size(); ++i) growth += WalkCluster(i, clusterFields_[index][i]);
     for (const Element& tracks : segment_->tracks) {
       LookInto(tracks, kOfLevelOne);
@@ -245,12 +247,12 @@ class Shaper {
     int64_t growth = 0;
     std::optional<Element> relative;
     const Cluster* cluster = nullptr;
-    if (depth + 1 < kDepths) LookInto(master, depth);
+    LookInto(master, depth);
     ForEachElement(reader_, master.body, master.end, limits_, [&](const Element& child) {
-      if (IsIndexMaster(child.id) && depth + 1 < kDepths)
-        growth += WalkIndex(child, static_cast<Depth>(depth + 1));
-      if (child.id == id::kCueRelativePosition) relative = child;
-      if (!IsSegmentPlace(child.id)) return;
+      const Role role = RoleOf(master.id, child.id);
+      if (role == Role::kMaster) growth += WalkIndex(child, static_cast<Depth>(depth + 1));
+      if (role == Role::kRelativePlace) relative = child;
+      if (role != Role::kPlace) return;
       const uint64_t place = ReadUnsigned(reader_, child);
       if (child.id == id::kCueClusterPosition) cluster = ClusterAt(place);
       growth += PutPlace(child, MapFrom(segment_->element.body, place));
@@ -336,13 +338,27 @@ uint32_t ChecksumOf(const Source& source, uint64_t begin, uint64_t end) {
   return sink.value();
 }
 
-bool IsIndexMaster(uint64_t id) {
-  return id == id::kSeek || id == id::kCuePoint || id == id::kCueTrackPositions || id == id::kCueReference;
-}
-
-bool IsSegmentPlace(uint64_t id) {
-  return id == id::kSeekPosition || id == id::kCueClusterPosition || id == id::kCueCodecState ||
-         id == id::kCueRefCluster || id == id::kCueRefCodecState;
+Role RoleOf(uint64_t parent, uint64_t id) {
+  struct Known {
+    uint64_t parent, id;
+    Role role;
+  };
+  constexpr Known kKnown[] = {
+      {id::kSeekHead, id::kSeek, Role::kMaster},
+      {id::kSeek, id::kSeekPosition, Role::kPlace},
+      {id::kCues, id::kCuePoint, Role::kMaster},
+      {id::kCuePoint, id::kCueTrackPositions, Role::kMaster},
+      {id::kCueTrackPositions, id::kCueClusterPosition, Role::kPlace},
+      {id::kCueTrackPositions, id::kCueRelativePosition, Role::kRelativePlace},
+      {id::kCueTrackPositions, id::kCueCodecState, Role::kPlace},
+      {id::kCueTrackPositions, id::kCueReference, Role::kMaster},
+      {id::kCueReference, id::kCueRefCluster, Role::kPlace},
+      {id::kCueReference, id::kCueRefCodecState, Role::kPlace},
+  };
+  const auto* const found = std::find_if(std::begin(kKnown), std::end(kKnown), [&](const Known& known) {
+    return known.parent == parent && known.id == id;
+  });
+  return found == std::end(kKnown) ? Role::kOther : found->role;
 }
 
 }  // namespace qlnmedia::mkv

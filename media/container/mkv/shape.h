@@ -17,9 +17,10 @@ void PutShape(const Source& source, const Layout& layout, mp4::Splices& contents
 // CRC-32 of a stretch of a source as its element holds it (RFC 8794 section 11.3.1).
 uint32_t ChecksumOf(const Source& source, uint64_t begin, uint64_t end);
 
-// Of the masters in an index those that hold places, and those elements that are places in the segment.
-bool IsIndexMaster(uint64_t id);
-bool IsSegmentPlace(uint64_t id);
+// What an element in an index is to whoever moves things: holds others that name places, is a place in the
+// segment or in a cluster, or none of that.
+enum class Role { kOther, kMaster, kPlace, kRelativePlace };
+Role RoleOf(uint64_t parent, uint64_t id);
 
 }  // namespace qlnmedia::mkv
 

@@ -32,20 +32,23 @@ struct Node {
   std::vector<Node> children;
 };
 
-bool IsMaster(uint64_t id) {
-  return id == id::kTrackEntry || id == id::kVideo || id == id::kColour || id == id::kMastering;
+// The way to what a change may name; the same identifiers elsewhere are nobody's.
+bool IsMaster(uint64_t parent, uint64_t id) {
+  return (parent == id::kTrackEntry && id == id::kVideo) || (parent == id::kVideo && id == id::kColour) ||
+         (parent == id::kColour && id == id::kMastering);
 }
 
-Node ReadNode(Reader& reader, const Element& element, const Limits& limits) {
+Node ReadNode(Reader& reader, const Element& element, bool master, const Limits& limits) {
   Node node;
   node.element = element;
-  node.master = IsMaster(element.id);
-  if (!node.master) {
+  node.master = master;
+  if (!master) {
     node.body = reader.Run(element.body, element.size());
     return node;
   }
-  ForEachElement(reader, element.body, element.end, limits,
-                 [&](const Element& child) { node.children.push_back(ReadNode(reader, child, limits)); });
+  ForEachElement(reader, element.body, element.end, limits, [&](const Element& child) {
+    node.children.push_back(ReadNode(reader, child, IsMaster(element.id, child.id), limits));
+  });
   return node;
 }
 
@@ -55,7 +58,7 @@ class EntryEdit {
       : source_(source), reader_(source), entry_(entry), limits_(limits) {
     if (entry.element.size() > kMostBytes)
       throw source.Fault(entry.element.at, "the description of a track is longer than makes sense");
-    root_ = ReadNode(reader_, entry.element, limits);
+    root_ = ReadNode(reader_, entry.element, true, limits);
   }
 
   void Apply(const mp4::TrackChange& change) {
@@ -89,7 +92,7 @@ class EntryEdit {
   static Node& Add(Node& parent, uint64_t id) {
     Node& node = parent.children.emplace_back();
     node.element.id = id;
-    node.master = IsMaster(id);
+    node.master = IsMaster(parent.element.id, id);
     return node;
   }
 

@@ -8,6 +8,7 @@
 
 #include "container/media_file.h"
 #include "container/mp4/memory_sink.h"
+#include "patch/carried_input.h"
 #include "patch/carried_tracks.h"
 #include "small_files.h"
 
