@@ -8,7 +8,6 @@
 #include "base/error.h"
 #include "captions/caption_track.h"
 #include "captions/decoder.h"
-#include "container/line21_channel.h"
 #include "qlnmedia/caption_file.h"
 
 namespace qlnmedia {
@@ -72,7 +71,7 @@ std::vector<CaptionService> DecodeCaptionPictures(const CaptionPictureList& list
   const auto seconds = [&info](int64_t number) {
     return static_cast<double>(number) * info.denominator / info.numerator;
   };
-  CaptionDecoder decoder(MakeLine21Channel);
+  CaptionDecoder decoder;
   for (const CaptionPicture& picture : list.pictures) decoder.Add(picture.triplets, seconds(picture.number));
   if (!list.pictures.empty()) decoder.Finish(seconds(list.pictures.back().number + 1));
   return decoder.services();
