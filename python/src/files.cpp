@@ -57,7 +57,9 @@ qlnmedia::PatchOptions ReadPatch(const py::object& in, const py::object& out, co
   if (!out.is_none()) options.out = PathOf(out);
   ReadChanges(values, options);
   Given<py::object>(values, "captions", [&](const py::object& file) {
-    options.captions = qlnmedia::CaptionOptions{PathOf(file), {}, options.replaceCaptions};
+    options.captions.emplace();
+    options.captions->file = PathOf(file);
+    options.captions->replace = options.replaceCaptions;
     options.replaceCaptions = false;
   });
   Given<std::string>(values, "captions_offset", [&](const std::string& offset) {
