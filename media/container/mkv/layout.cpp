@@ -160,12 +160,16 @@ size_t Entry::privateHead() const { return codec == "V_MS/VFW/FOURCC" ? kBitmapH
 const Entry* Layout::EntryOf(uint64_t number, size_t segment, uint64_t clusterAt) const {
   const auto found = tracks.find(number);
   if (found == tracks.end()) return nullptr;
-  const Entry* entry = nullptr;
-  for (const Entry& candidate : found->second) {
-    if (candidate.segment != segment) continue;
-    if (entry == nullptr || candidate.element.at < clusterAt) entry = &candidate;
-  }
-  return entry;
+  // They stand in the order of the file, and of hostile ones there are as many as blocks.
+  const std::vector<Entry>& entries = found->second;
+  const auto begin =
+      std::lower_bound(entries.begin(), entries.end(), segment,
+                       [](const Entry& entry, size_t wanted) { return entry.segment < wanted; });
+  const auto behind = std::partition_point(begin, entries.end(), [&](const Entry& entry) {
+    return entry.segment == segment && entry.element.at < clusterAt;
+  });
+  if (behind != begin) return &*std::prev(behind);
+  return begin != entries.end() && begin->segment == segment ? &*begin : nullptr;
 }
 
 Layout ReadLayout(const Source& source) { return LayoutReader(source).Run(); }
