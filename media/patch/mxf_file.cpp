@@ -37,7 +37,7 @@ bool HasStartCode(const Bytes& bytes) {
 class Pictures {
  public:
   Pictures(const MxfInput& input, EditedStreams& streams, const PatchOptions& options, mxf::Carrier& carrier)
-      : input_(input), streams_(streams), options_(options), carrier_(carrier) {
+      : input_(input), options_(options), carrier_(carrier) {
     for (auto& [index, edited] : streams.streams()) {
       Track& track = tracks_[input.TrackOf(index)];
       track.stream = index;
@@ -130,7 +130,6 @@ class Pictures {
   }
 
   const MxfInput& input_;
-  EditedStreams& streams_;
   const PatchOptions& options_;
   mxf::Carrier& carrier_;
   std::map<size_t, Track> tracks_;
