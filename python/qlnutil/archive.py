@@ -206,13 +206,14 @@ class _Run:
         except futures.BrokenExecutor:
             raise
         except (Exception, futures.CancelledError) as failure:
-            if type(failure).__name__ != "KilledWorker":
-                return self._result(item, None, Error(item.path, f"{type(failure).__name__}: {failure}"))
-            # A cluster gives up what waited in its workers as well as what ended them.
-            if item not in self.doubtful:
+            # What the file does is an answer, so this is the executor's trouble: a cluster gives up what waited in
+            # its workers as well as what ended them.
+            if self.doubtful.count(item) < 2:
                 self.doubtful.append(item)
                 return None
-            return self._result(item, None, WorkerDied(item.path, "its workers ended, again and again"))
+            if type(failure).__name__ == "KilledWorker":
+                return self._result(item, None, WorkerDied(item.path, "its workers ended, again and again"))
+            return self._result(item, None, Error(item.path, f"{type(failure).__name__}: {failure}"))
         return self._result(item, value, error)
 
     def results(self, items: Iterator[_Item], ahead: int) -> Iterator[Result]:

@@ -39,7 +39,7 @@ def test_a_killed_worker_loses_no_result(tmp_path: pathlib.Path, h264_mp4: pathl
             results.append(result)
     by_name = {os.path.basename(result.path): result for result in results}
     assert len(results) == len(by_name) == 14
-    assert all(by_name[f"{at}.mp4"].ok for at in range(12))
+    assert [str(result) for result in results if not result.ok and result.path[-5].isdigit()] == []
     assert isinstance(by_name["damaged.mp4"].error, qlnutil.Error)
     assert isinstance(by_name["killer.mp4"].error, qlnutil.WorkerDied)
 
