@@ -99,8 +99,8 @@ def _patch(item: _Item, options: dict[str, Any]) -> Any:
     return media.patch(item.path, item.dst, **options)
 
 
-def _attempt(work: _Work, item: _Item, options: dict[str, Any]) -> _Answer:
-    """Runs in the worker."""
+def _attempt(work: _Work, item: _Item, options: dict[str, Any], turn: int = 0) -> _Answer:
+    """Runs in the worker. turn tells tries apart: a cluster takes the same call for the same result."""
     try:
         return work(item, options), None
     except Error as error:
@@ -174,7 +174,7 @@ class _Run:
 
     def _submit(self, item: _Item) -> None:
         try:
-            future = self.executor.submit(_attempt, self.work, item, self.options)
+            future = self.executor.submit(_attempt, self.work, item, self.options, self.retried)
         except futures.BrokenExecutor as error:
             future = futures.Future()
             future.set_exception(error)
@@ -234,8 +234,8 @@ class _Run:
                         continue
                     if self.retried == len(self.doubtful):
                         return
-                    self._submit(self.doubtful[self.retried])
                     self.retried += 1
+                    self._submit(self.doubtful[self.retried - 1])
                 done, _ = futures.wait(self.waiting, return_when=futures.FIRST_COMPLETED)
                 for future in done:
                     if future not in self.waiting:
