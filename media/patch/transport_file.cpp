@@ -108,7 +108,8 @@ PatchResult PatchTransport(const PatchOptions& options, MediaFile& in) {
     if (const PacketHandle whole = joiner.Take(packet.get())) pictures.Take(*whole);
   }
   while (const PacketHandle whole = joiner.Finish()) pictures.Take(*whole);
-  // What was lost on the way stays lost: the packets that came are carried, and joints of streams look the same.
+  // What was lost on the way stays lost: the packets that came are carried, and joints of streams look the
+  // same.
   if (in.stoppedEarly() && early.empty())
     throw Error(options.in, in.endNote(), "a damaged file is not patched");
   pictures.Finish();
