@@ -18,11 +18,11 @@ namespace qlnmedia {
 
 /// Captions that come from a file and go into one stream.
 struct CaptionOptions {
-  std::string file;  ///< .scc or .mcc, or text of which captions are made: .srt or .vtt
+  std::string file;  ///< .scc, .mcc, a media file, or text to make captions of: .srt, .vtt
   /// The file's timecode that falls on the first picture; empty for its first whole hour, of text for 0.
   std::string offset;
-  bool replace = false;         ///< captions that the stream has are taken out
-  CaptionSourceOptions source;  ///< how text becomes captions
+  bool replace = false;              ///< captions that the stream has are taken out
+  CaptionSourceOptions source = {};  ///< which stream's, and how text becomes captions
 };
 
 /// The changes of every H.264 and HEVC stream of a file, and the captions of one.

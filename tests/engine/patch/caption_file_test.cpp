@@ -114,5 +114,34 @@ TEST_F(CaptionFiles, GoIntoNoStreamThatHasSomeOrKnowsNone) {
               HasSubstr("stream 0 has 12.5 pictures a second, a rate without captions"));
 }
 
+// Nine pairs ahead of the picture at one second, 1.2 of them a picture; the end-of-caption code is on that
+// picture, and what erases the caption on those at 1.2 seconds.
+TEST_F(CaptionFiles, OfTextAreMadeAtTheRateOfTheStream) {
+  const std::string path = files_.Put("captions.srt", "1\n00:00:01,000 --> 00:00:01,200\nHi\n");
+  CaptionFile file({path, {}, false, {}});
+  const CaptionSurvey survey = Survey(captions::Rate::k25, 40);
+  file.SpreadOver(survey, "clip", 0, "");
+  EXPECT_THAT(Filled(file, 40), ElementsAre(17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 30, 31));
+  EditCounts counts;
+  EXPECT_EQ(file.Summary(counts).size(), 1u);
+}
+
+TEST_F(CaptionFiles, OfTextAreRefusedOrFitted) {
+  const std::string path = files_.Put("late.srt", "1\n00:00:00,100 --> 00:00:01,200\nHi\n");
+  EXPECT_THROW((CaptionFile{{path, {}, false, {}}}), Error);
+  CaptionSourceOptions fit;
+  fit.fit = true;
+  CaptionFile file({path, {}, false, fit});
+  const CaptionSurvey survey = Survey(captions::Rate::k29_97, 40);
+  file.SpreadOver(survey, "clip", 0, "");
+  EditCounts counts;
+  EXPECT_THAT(file.Summary(counts).at(1),
+              HasSubstr("late.srt: line 2: \"Hi\" cannot be sent in time: it would be"));
+  // A stream is named of media alone.
+  CaptionSourceOptions stream;
+  stream.stream = "1";
+  EXPECT_THROW((CaptionFile{{files_.Put("captions.scc", kScc), {}, false, stream}}), Error);
+}
+
 }  // namespace
 }  // namespace qlnmedia
