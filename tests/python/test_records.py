@@ -45,7 +45,7 @@ def test_every_record_goes_into_a_dict_and_back(kind: type[qlnutil.Record]) -> N
 
 
 def test_members_are_those_of_the_headers() -> None:
-    header = (ROOT / "support/qlnutil/qlnh264.h").read_text()
+    header = (ROOT / "support/qlnutil/qlnh264_records.h").read_text()
     body = re.search(r"typedef struct H264SpsRecord \{(.*?)\} H264SpsRecord", header, re.S)
     assert body is not None
     names = re.findall(r"^  \w+ (\w+)(?:\[\w+\])*;", body[1], re.M)
