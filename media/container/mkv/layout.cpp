@@ -46,15 +46,15 @@ class LayoutReader {
   // What stands behind the segments need not be elements.
   std::optional<Element> Top(uint64_t at, uint64_t size) {
     const bool behind = !layout_.segments.empty();
-    std::optional<Element> element;
     try {
-      element = FindElement(reader_, at, size, limits_);
+      const std::optional<Element> element = FindElement(reader_, at, size, limits_);
+      if (element && (!element->open || element->id == id::kSegment)) return element;
     } catch (const Error&) {
       if (!behind || (size - at >= 4 && StandsAtTop(reader_.Number(at, 4)))) throw;
+      return {};
     }
-    if (element && element->open && element->id != id::kSegment) element.reset();
-    if (!element && !behind) throw source_.Fault(at, "there is no EBML element");
-    return element;
+    if (!behind) throw source_.Fault(at, "there is no EBML element");
+    return {};
   }
 
   void ReadHead(const Element& head) {
