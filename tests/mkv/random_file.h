@@ -65,7 +65,7 @@ class RandomFile {
   }
 
   Bytes Body(uint64_t track, int16_t time, uint8_t flags) {
-    const size_t kind = One(2) ? 0 : 1 + Up(2);
+    const size_t kind = One(2) ? 0 : 1 + Up(1);
     constexpr Lacing kKinds[] = {Lacing::kNone, Lacing::kXiph, Lacing::kFixed};
     const Lacing lacing = kind == 1 && One(2) ? Lacing::kEbml : kKinds[kind];
     std::vector<Bytes> frames{Frame()};

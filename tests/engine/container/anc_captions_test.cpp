@@ -26,7 +26,7 @@ Bytes Pes(int identifier, uint8_t id, int64_t pts, const Bytes& payload, int cou
   pes.push_back(static_cast<uint8_t>(0x21 | (pts >> 29 & 0x0E)));
   for (const int shift : {22, 7}) {
     pes.push_back(static_cast<uint8_t>(pts >> shift));
-    pes.push_back(static_cast<uint8_t>((pts >> (shift - 8) & 0xFE) | 1));
+    pes.push_back(static_cast<uint8_t>((pts >> (shift - 7) << 1 & 0xFE) | 1));
   }
   AppendBytes(pes, payload);
   Bytes packet = {0x47, static_cast<uint8_t>(0x40 | identifier >> 8), static_cast<uint8_t>(identifier),
