@@ -245,7 +245,8 @@ std::vector<StyledRow> Line21Screen::Rows() const {
 
 void Line21Screen::Break(double seconds) {
   std::vector<StyledRow> rows = Rows();
-  if (!rows.empty()) captions_.push_back({begin_, seconds, style_, std::move(rows)});
+  // What came and went with one picture was never seen.
+  if (!rows.empty() && seconds > begin_) captions_.push_back({begin_, seconds, style_, std::move(rows)});
   begin_ = seconds;
 }
 
