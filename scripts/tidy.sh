@@ -2,6 +2,8 @@
 # Runs clang-tidy with the checks of .clang-tidy over the library, the engine and the tools, or over the files given.
 #   scripts/tidy.sh [FILE...]          all checks
 #   scripts/tidy.sh --names [FILE...]  the naming alone: a quarter of the time
+#   scripts/tidy.sh --names --recent   the naming of what the last 100 commits touched, which is all that can be new to it;
+#                                      of everything where there is less history than that
 #   scripts/tidy.sh --deep [FILE...]   all checks and the analyzer
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -12,6 +14,11 @@ case "${1:-}" in
   --deep) checks=('--checks=clang-analyzer-*') ;;
 esac
 if [ ${#checks[@]} -ne 0 ]; then shift; fi
+recent=0
+if [ "${1:-}" = --recent ]; then
+  shift
+  if [ "$(git rev-list --count HEAD 2>/dev/null || echo 0)" -gt 100 ]; then recent=1; fi
+fi
 
 scripts/setup.sh
 mkdir -p build
@@ -21,7 +28,14 @@ cmake --build build/fuzz --target {media/CMakeFiles/qlnmedia_objects.dir,tools/q
   { cat build/configure.log >&2; exit 1; }
 files=("$@")
 if [ ${#files[@]} -eq 0 ]; then
-  mapfile -t files < <(git ls-files 'support/*.cpp' 'media/*.cpp' 'tools/*.cpp')
+  folders=('support/*.cpp' 'media/*.cpp' 'tools/*.cpp')
+  # A header comes with the source of its name. Who changes the rules looks at everything.
+  if [ "$recent" -eq 1 ] && git diff --quiet HEAD~100 -- .clang-tidy; then
+    mapfile -t files < <({ git diff --name-only HEAD~100 -- support media tools; git ls-files -m -o --exclude-standard; } |
+      sed 's/\.h$/.cpp/' | sort -u | grep -Fxf <(git ls-files "${folders[@]}") || true)
+  else
+    mapfile -t files < <(git ls-files "${folders[@]}")
+  fi
 fi
 # What a header has wrong comes with each file that includes it, and is told once. Standard error has little but the count
 # of warnings that are not ours; it is shown where a run failed and found nothing.
