@@ -2,7 +2,7 @@
 # Runs clang-tidy with the checks of .clang-tidy over the library, the engine and the tools, or over the files given.
 #   scripts/tidy.sh [FILE...]          all checks
 #   scripts/tidy.sh --names [FILE...]  the naming alone: a quarter of the time
-#   scripts/tidy.sh --names --recent   the naming of what the last 100 commits touched, which is all that can be new to it;
+#   scripts/tidy.sh --names --recent   the naming of what the last 80 commits touched, which is all that can be new to it;
 #                                      of everything where there is less history than that
 #   scripts/tidy.sh --deep [FILE...]   all checks and the analyzer
 set -euo pipefail
@@ -17,7 +17,7 @@ if [ ${#checks[@]} -ne 0 ]; then shift; fi
 recent=0
 if [ "${1:-}" = --recent ]; then
   shift
-  if [ "$(git rev-list --count HEAD 2>/dev/null || echo 0)" -gt 100 ]; then recent=1; fi
+  if [ "$(git rev-list --count HEAD 2>/dev/null || echo 0)" -gt 80 ]; then recent=1; fi
 fi
 
 scripts/setup.sh
@@ -30,8 +30,8 @@ files=("$@")
 if [ ${#files[@]} -eq 0 ]; then
   folders=('support/*.cpp' 'media/*.cpp' 'tools/*.cpp')
   # A header comes with the source of its name. Who changes the rules looks at everything.
-  if [ "$recent" -eq 1 ] && git diff --quiet HEAD~100 -- .clang-tidy; then
-    mapfile -t files < <({ git diff --name-only HEAD~100 -- support media tools; git ls-files -m -o --exclude-standard; } |
+  if [ "$recent" -eq 1 ] && git diff --quiet HEAD~80 -- .clang-tidy; then
+    mapfile -t files < <({ git diff --name-only HEAD~80 -- support media tools; git ls-files -m -o --exclude-standard; } |
       sed 's/\.h$/.cpp/' | sort -u | grep -Fxf <(git ls-files "${folders[@]}") || true)
   else
     mapfile -t files < <(git ls-files "${folders[@]}")
