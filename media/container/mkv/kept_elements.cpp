@@ -274,19 +274,18 @@ class Comparison {
         if (child.id == id::kCueClusterPosition) out[0] = ReadUnsigned(reader, child);
         if (child.id == id::kCueRelativePosition) out[1] = ReadUnsigned(reader, child);
       });
-      std::optional<Element> block;
       const std::optional<size_t> index = out[0] ? ClusterAt(segment, *out[0]) : std::nullopt;
-      if (!index || !out[1]) return block;
+      if (!index || !out[1]) return std::optional<Element>();
       const Cluster& cluster = segment.clusters[*index];
       const Element head = ReadElement(reader, cluster.at, cluster.end, limits());
-      if (*out[1] >= cluster.end - head.body) return block;
+      if (*out[1] >= cluster.end - head.body) return std::optional<Element>();
       try {
-        block = FindElement(reader, head.body + *out[1], cluster.end, limits());
+        const std::optional<Element> block = FindElement(reader, head.body + *out[1], cluster.end, limits());
+        if (block && (block->id == id::kSimpleBlock || block->id == id::kBlockGroup)) return block;
       } catch (const Error&) {
         // names no element
       }
-      if (block && block->id != id::kSimpleBlock && block->id != id::kBlockGroup) block.reset();
-      return block;
+      return std::optional<Element>();
     };
     const std::optional<Element> a = read(was_, layoutWas_.segments[segment_], was);
     if (!a) return;
