@@ -56,6 +56,8 @@ class CarriedTracks::Editor final : public mp4::SampleEditor {
     return units_.MayHoldSets(*reader_, sample);
   }
 
+  uint64_t headBytes() const override { return setsOnly_ ? kHeadBytes : 0; }
+
   void Take(const mp4::Sample& sample, mp4::ByteSpan bytes, mp4::SampleReturns& returns) override {
     SampleUnits::Given given;
     if (!units_.Take(sample, bytes, given)) return;

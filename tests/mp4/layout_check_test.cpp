@@ -4,7 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "mp4/carry.h"
 #include "mp4/list_file.h"
@@ -257,6 +260,49 @@ TEST(Wants, SamplesThatNobodyWantsAreNotRead) {
   std::vector<Bytes> fresh = Pictures().samples;
   for (const size_t i : {2u, 6u, 10u}) fresh[i].push_back(0x77);
   EXPECT_EQ(Compare(file, carried.output, 1, fresh), "");
+}
+
+// The heads that an editor looks at are announced ahead of the look, each once, and no more than there is.
+TEST(Wants, HeadsAreAnnouncedAhead) {
+  class Announced final : public Source {
+   public:
+    explicit Announced(ByteSpan bytes) : bytes_(bytes, "in.mp4") {}
+    const std::string& name() const override { return bytes_.name(); }
+    uint64_t size() const override { return bytes_.size(); }
+    void Read(uint64_t at, std::span<uint8_t> to) const override { bytes_.Read(at, to); }
+    void Announce(uint64_t at, uint64_t bytes) const override { places.emplace_back(at, bytes); }
+    mutable std::vector<std::pair<uint64_t, uint64_t>> places;
+
+   private:
+    MemorySource bytes_;
+  };
+  class Looker final : public SampleEditor {
+   public:
+    explicit Looker(uint64_t heads) : heads_(heads) {}
+    bool Wants(const Source& source, const Sample& sample) override {
+      const auto& places = dynamic_cast<const Announced&>(source).places;
+      samples.emplace_back(sample.offset, std::min<uint64_t>(sample.size, heads_));
+      EXPECT_EQ(std::count(places.begin(), places.end(), samples.back()), heads_ == 0 ? 0 : 1);
+      return false;
+    }
+    uint64_t headBytes() const override { return heads_; }
+    void Take(const Sample&, ByteSpan, SampleReturns&) override { FAIL(); }
+    std::vector<std::pair<uint64_t, uint64_t>> samples;
+
+   private:
+    uint64_t heads_;
+  };
+  const Bytes file = MovieFile();
+  for (const uint64_t heads : {uint64_t{0}, uint64_t{5}, uint64_t{100000}}) {
+    const Announced source(file);
+    Looker editor(heads);
+    Change change;
+    change.tracks.push_back({.trackId = 1, .samples = &editor});
+    Carrier carrier(source);
+    carrier.Prepare(change);
+    EXPECT_EQ(editor.samples.size(), Pictures().samples.size());
+    EXPECT_EQ(source.places, heads == 0 ? decltype(source.places){} : editor.samples);
+  }
 }
 
 }  // namespace

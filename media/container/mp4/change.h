@@ -53,6 +53,8 @@ class SampleEditor {
     static_cast<void>(sample);
     return true;
   }
+  // How many bytes at the begin of each sample Wants reads as a rule; they are announced to the source.
+  virtual uint64_t headBytes() const { return 0; }
   // `bytes` are the sample's, valid during the call.
   virtual void Take(const Sample& sample, ByteSpan bytes, SampleReturns& returns) = 0;
   // Behind the last sample; what is held back is given back now.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <optional>
 
 namespace qlnmedia::mp4 {
 
@@ -197,6 +198,33 @@ void ForEachStretch(const Source& source, const Layout& layout, Take take) {
   ForEachRun(source, layout, take);
 }
 
+// Tells the source of samples' heads some way ahead of the pass: one after the other they would take a disk's
+// whole time for finding a place once for each picture.
+class HeadsAhead {
+ public:
+  HeadsAhead(const Edit& edit, uint32_t trackId, uint64_t headBytes) : edit_(edit), bytes_(headBytes) {
+    if (bytes_ != 0) ahead_.emplace(edit.source, edit.layout, trackId);
+  }
+
+  // `number` is that of the sample that comes next.
+  void GoTo(uint64_t number) {
+    constexpr uint64_t kSamplesAhead = 256;
+    for (Sample sample; ahead_ && next_ < number + kSamplesAhead; ++next_) {
+      if (!ahead_->Next(sample)) {
+        ahead_.reset();
+        return;
+      }
+      if (sample.inFile) edit_.source.Announce(sample.offset, std::min<uint64_t>(sample.size, bytes_));
+    }
+  }
+
+ private:
+  const Edit& edit_;
+  uint64_t bytes_;
+  std::optional<TrackSamples> ahead_;
+  uint64_t next_ = 0;
+};
+
 }  // namespace
 
 SampleCounts RunSampleEditor(Edit& edit, uint32_t trackId, SampleEditor& editor,
@@ -206,7 +234,9 @@ SampleCounts RunSampleEditor(Edit& edit, uint32_t trackId, SampleEditor& editor,
   SampleCounts counts;
   Bytes bytes;
   uint64_t done = 0;
+  HeadsAhead heads(edit, trackId, editor.headBytes());
   for (Sample sample; samples.Next(sample); ++counts.samples) {
+    heads.GoTo(counts.samples);
     if (editor.Wants(edit.source, sample)) {
       ReadSample(edit.source, trackId, sample, bytes);
       returns.Given(sample, &bytes);

@@ -43,6 +43,13 @@ void FileSource::Read(uint64_t at, std::span<uint8_t> to) const {
   }
 }
 
+void FileSource::Announce(uint64_t at, uint64_t bytes) const {
+  if (at >= size_) return;
+  // A hint only: a system that does not take it reads later.
+  static_cast<void>(posix_fadvise(descriptor_, static_cast<off_t>(at),
+                                  static_cast<off_t>(std::min(bytes, size_ - at)), POSIX_FADV_WILLNEED));
+}
+
 void MemorySource::Read(uint64_t at, std::span<uint8_t> to) const {
   if (at > bytes_.size() || to.size() > bytes_.size() - at) {
     throw Fault(at, "the file ends within what is read");

@@ -20,6 +20,12 @@ class Source {
   virtual uint64_t size() const = 0;
   // Fills `to` with the bytes from `at` on. Throws Error where they are not there or cannot be read.
   virtual void Read(uint64_t at, std::span<uint8_t> to) const = 0;
+  // Says that bytes will be read soon, so that a disk may fetch many such places at once. Changes nothing
+  // else, and may do nothing.
+  virtual void Announce(uint64_t at, uint64_t bytes) const {
+    static_cast<void>(at);
+    static_cast<void>(bytes);
+  }
   // Where the file begins that holds a place: what its boxes name by absolute places counts from there. 0 but
   // where several files are read as one.
   virtual uint64_t OriginOf(uint64_t at) const {
@@ -50,6 +56,7 @@ class FileSource final : public Source {
   const std::string& name() const override { return path_; }
   uint64_t size() const override { return size_; }
   void Read(uint64_t at, std::span<uint8_t> to) const override;
+  void Announce(uint64_t at, uint64_t bytes) const override;
   int descriptor() const override { return descriptor_; }
 
  private:
