@@ -65,10 +65,10 @@ StreamChecker::StreamChecker(const MediaStream& stream, FindingList& findings)
 
 void StreamChecker::Take(const PacketView& packet) {
   if (stream_.encrypted) return;
-  // What ends the stream, or the sequence in front, may come as a packet of its own: it is part of the frame
-  // before it.
+  // What ends the stream, or the sequence in front, may come as a packet of its own, and so may slices of
+  // higher layers: they are part of the frame before them.
   const std::vector<Unit> units = UnitsOf(packet.data, frames_);
-  const bool frame = frames_ == 0 || !EndsOnly(codec_, units);
+  const bool frame = frames_ == 0 || !(EndsOnly(codec_, units) || CompletesPicture(codec_, units));
   const int64_t number = frame ? frames_ : frames_ - 1;
   const bool entry = BeginsSequence(codec_, units);
   for (const Unit& unit : units) TakeSet(unit.bytes, number, entry);

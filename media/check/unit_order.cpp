@@ -109,7 +109,8 @@ std::vector<std::string> OrderFindings(Codec codec, const std::vector<Unit>& uni
   for (size_t i = 0; i < second; ++i) first.Take(*base[i]);
   AccessUnit field(codec, rules, findings);
   for (size_t i = second; i < base.size(); ++i) field.Take(*base[i]);
-  if (!first.hasSlice() && !first.endsOnly()) findings.emplace_back("a frame has no slice");
+  if (!first.hasSlice() && !first.endsOnly() && !CompletesPicture(codec, units))
+    findings.emplace_back("a frame has no slice");
   return findings;
 }
 

@@ -63,6 +63,7 @@ extern "C" {
   CALL(avsubtitle_free)
 #define QLNMEDIA_LIBAVFORMAT_CALLS(CALL) \
   CALL(av_disposition_to_string)         \
+  CALL(av_find_input_format)             \
   CALL(av_index_search_timestamp)        \
   CALL(av_read_frame)                    \
   CALL(av_stream_get_side_data)          \

@@ -154,7 +154,9 @@ std::string LibavErrorText(int error) {
   return text.data();
 }
 
-MediaFile::MediaFile(const MediaInput& input) : input_(input) {
+MediaFile::MediaFile(const MediaInput& input) : MediaFile(input, {}) {}
+
+MediaFile::MediaFile(const MediaInput& input, std::string_view format) : input_(input) {
   const std::string& file = path();
   if (!isPipe()) {
     struct stat status {};
@@ -163,7 +165,7 @@ MediaFile::MediaFile(const MediaInput& input) : input_(input) {
     sizeBytes_ = status.st_size;
     if (S_ISREG(status.st_mode) && sizeBytes_ == 0) throw NotApplicable(file, "is empty");
   }
-  Open();
+  Open(format);
   if (IsNoMedia(formatName())) FailNoMedia(file);
 
   std::vector<ContainerColour> colours;
@@ -177,9 +179,9 @@ MediaFile::MediaFile(const MediaInput& input) : input_(input) {
   Describe(colours);
 }
 
-MediaFile::MediaFile(const std::string& path) : MediaFile(FileAt(path)) {}
+MediaFile::MediaFile(const std::string& path, std::string_view format) : MediaFile(FileAt(path), format) {}
 
-void MediaFile::Open() {
+void MediaFile::Open(std::string_view format) {
   AVDictionary* options = nullptr;
   av_dict_set(&options, "protocol_whitelist", "file", 0);
   AVFormatContext* opened = nullptr;
@@ -193,7 +195,9 @@ void MediaFile::Open() {
     opened->pb = pipe_.get();
     name = path();
   }
-  const int result = avformat_open_input(&opened, name.c_str(), nullptr, &options);
+  const AVInputFormat* const known =
+      format.empty() ? nullptr : av_find_input_format(std::string(format).c_str());
+  const int result = avformat_open_input(&opened, name.c_str(), known, &options);
   av_dict_free(&options);
   if (result < 0) {
     if (isPipe() && input_.tape().size() == 0) FailWithoutBytes(input_);

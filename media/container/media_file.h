@@ -24,8 +24,9 @@ class MediaFile {
   // Opens `path` and looks into its streams. Throws Error, with a line of its own for a file that is
   // missing, is no media, or does not open because it is cut off.
   explicit MediaFile(const MediaInput& input);
-  // The same for work that a pipe does not do for: throws Error for one.
-  explicit MediaFile(const std::string& path);
+  // The same for work that a pipe does not do for: throws Error for one. With a short name of libavformat's
+  // the file is taken for that kind of container, whatever it seems to be.
+  explicit MediaFile(const std::string& path, std::string_view format = {});
 
   const std::string& path() const { return input_.path(); }
   const MediaInput& input() const { return input_; }
@@ -90,7 +91,8 @@ class MediaFile {
   struct PipeCloser {
     void operator()(AVIOContext* pipe) const;
   };
-  void Open();
+  MediaFile(const MediaInput& input, std::string_view format);
+  void Open(std::string_view format);
   void KnowHevcOfMxf();
   void LookAtBoxes();
   // What libavformat calls for more bytes of a pipe.

@@ -48,8 +48,9 @@ bool MayChange(Codec codec, int type, const EditOptions& changes) {
   return false;
 }
 
-KeptReader::KeptReader(const std::string& path, const EditOptions& changes, bool bytes)
-    : file_(path), packet_(av_packet_alloc()), changes_(changes), bytes_(bytes || !file_.isIso()) {
+KeptReader::KeptReader(const std::string& path, const EditOptions& changes, bool bytes,
+                       std::string_view format)
+    : file_(path, format), packet_(av_packet_alloc()), changes_(changes), bytes_(bytes || !file_.isIso()) {
   if (packet_ == nullptr) throw std::bad_alloc();
   streams_.resize(file_.context()->nb_streams);
   rates_ = ContainerRates(file_);

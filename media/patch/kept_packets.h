@@ -38,7 +38,7 @@ struct KeptPacket {
 class KeptReader {
  public:
   // `bytes`: whether those of MP4 and MOV count as well. `changes` must outlive the reader.
-  KeptReader(const std::string& path, const EditOptions& changes, bool bytes);
+  KeptReader(const std::string& path, const EditOptions& changes, bool bytes, std::string_view format = {});
 
   size_t streams() const { return streams_.size(); }
   const MediaFile& file() const { return file_; }

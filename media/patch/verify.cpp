@@ -205,7 +205,9 @@ std::string VerifyPatched(const std::string& in, const std::string& out, const E
 MuxedVerified VerifyMuxed(const std::string& in, const std::string& out, const EditOptions& changes,
                           const std::string& name) {
   KeptReader before(in, changes, true);
-  KeptReader after(out, changes, true);
+  // Some raw streams are only known by the end of their name, which the output does not have yet.
+  KeptReader after(out, changes, true,
+                   before.file().isRawStream() ? before.file().formatName() : std::string_view());
   return MuxedComparison(before, after, changes, name).Run();
 }
 

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "units/access_unit.h"
+
 namespace qlnmedia {
 
 namespace {
@@ -24,8 +26,13 @@ OrderSurvey::OrderSurvey(const StreamDescription& stream) : keys_(stream) {
 
 void OrderSurvey::Add(const PacketView& packet) {
   std::vector<CodedPicture> pictures;
-  if (tracker_) pictures = tracker_->Take(TakeApart(packet.data, framing_).units);
-  const std::optional<PresentationKey> key = keys_.Next(packet, pictures);
+  bool completes = false;
+  if (tracker_) {
+    const std::vector<Unit> units = TakeApart(packet.data, framing_).units;
+    pictures = tracker_->Take(units);
+    completes = CompletesPicture(tracker_->codec(), units);
+  }
+  const std::optional<PresentationKey> key = completes ? std::nullopt : keys_.Next(packet, pictures);
   if (key) pending_.push_back({*key, result_.places.size()});
   result_.places.push_back(kNoPlace);
   if (pending_.size() >= 2 * kSettledAtOnce) Settle(kSettledAtOnce);

@@ -71,6 +71,10 @@ std::vector<CodedPicture> PictureTracker::Take(const std::vector<Unit>& units) {
       if (begin == kNone && BeginsAccessUnit(codec_, type)) begin = i;
       continue;
     }
+    if (!IsBaseLayer(codec_, unit)) {
+      if (!pictures.empty()) begin = kNone;
+      continue;
+    }
     const std::optional<SliceHead> head = slices_.Read(unit);
     if (pictures.empty() || BeginsPicture(last, head, unit)) {
       if (begin == kNone) begin = i;

@@ -30,10 +30,11 @@ class PictureTracker {
  public:
   explicit PictureTracker(Codec codec) : codec_(codec), slices_(codec), counter_(codec) {}
 
+  Codec codec() const { return codec_; }
   // A parameter set from outside the packets. Any other unit is passed over.
   void TakeSet(ByteSpan unit);
-  // The pictures of the next packet in coding order, none where it has no slice. A packet holds a picture, or
-  // the two fields of a frame.
+  // The pictures of the next packet in coding order, none where it has no slice of the base layer. A packet
+  // holds a picture, or the two fields of a frame.
   std::vector<CodedPicture> Take(const std::vector<Unit>& units);
 
   // The kinds that the slices of a picture of the last packet have, SliceKinds combined; of an HEVC picture

@@ -30,18 +30,24 @@ size_t OutgrownUnit(const UnitRun& run, Framing framing) {
 size_t FirstPictureUnit(Codec codec, const std::vector<Unit>& units) {
   for (size_t i = 0; i < units.size(); ++i) {
     const int type = UnitType(codec, units[i].bytes);
-    if (IsSlice(codec, type) ||
+    if ((IsSlice(codec, type) && IsBaseLayer(codec, units[i].bytes)) ||
         (codec == Codec::kH264 && (type == h264::kPrefix || type == h264::kSliceExtension)))
       return i;
   }
   return units.size();
 }
 
+bool CompletesPicture(Codec codec, const std::vector<Unit>& units) {
+  return FirstPictureUnit(codec, units) == units.size() &&
+         std::any_of(units.begin(), units.end(),
+                     [codec](const Unit& unit) { return IsSlice(codec, UnitType(codec, unit.bytes)); });
+}
+
 bool IsRandomAccess(Codec codec, const std::vector<Unit>& units) {
   for (const Unit& unit : units) {
     const int type = UnitType(codec, unit.bytes);
     if (codec == Codec::kHevc) {
-      if (type >= hevc::kFirstIrap && type <= hevc::kLastIrap) return true;
+      if (type >= hevc::kFirstIrap && type <= hevc::kLastIrap && IsBaseLayer(codec, unit.bytes)) return true;
     } else if (type == h264::kIdrSlice) {
       return true;
     } else if (type == h264::kSei) {

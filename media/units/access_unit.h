@@ -20,8 +20,13 @@ bool IsFirstSlice(Codec codec, ByteSpan slice);
 size_t OutgrownUnit(const UnitRun& run, Framing framing);
 
 // Index of the first unit that belongs to the coded picture itself: its first slice, or the prefix unit in
-// front of it; the number of units if there is none.
+// front of it; the number of units if there is none. Slices of HEVC layers above the base layer are passed
+// over: they belong to the picture in front of them.
 size_t FirstPictureUnit(Codec codec, const std::vector<Unit>& units);
+
+// True for HEVC units with slices of layers above the base layer alone. Some writers give these a packet of
+// their own, which completes the picture of the packet in front of it and is none itself.
+bool CompletesPicture(Codec codec, const std::vector<Unit>& units);
 
 // True where decoding can start: an IDR or IRAP picture, or one with a recovery point message.
 bool IsRandomAccess(Codec codec, const std::vector<Unit>& units);

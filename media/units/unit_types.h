@@ -76,6 +76,7 @@ inline constexpr int kPictureTiming = 1;
 inline constexpr int kRegisteredUserData = 4;
 inline constexpr int kUnregisteredUserData = 5;
 inline constexpr int kRecoveryPoint = 6;
+inline constexpr int kFramePacking = 45;
 inline constexpr int kActiveParameterSets = 129;
 inline constexpr int kTimeCode = 136;
 inline constexpr int kMasteringDisplay = 137;

@@ -165,6 +165,28 @@ TEST(AccessUnit, Layers) {
   EXPECT_TRUE(IsBaseLayer(Codec::kH264, Hex("67FF")));
 }
 
+// A packet of slices of layer 1 alone is part of the picture in front of it.
+TEST(AccessUnit, HigherLayersCompleteAPicture) {
+  const auto units = [](std::initializer_list<const char*> all) {
+    std::vector<Unit> made;
+    for (const char* one : all) made.push_back(OneUnit(Hex(one))[0]);
+    return made;
+  };
+  constexpr const char* kBase = "2601 AF";     // IDR_W_RADL of the base layer
+  constexpr const char* kHigher = "2609 AF";   // of layer 1
+  constexpr const char* kMessage = "4E09 00";  // prefix SEI of layer 1
+  EXPECT_TRUE(CompletesPicture(Codec::kHevc, units({kHigher})));
+  EXPECT_TRUE(CompletesPicture(Codec::kHevc, units({kMessage, kHigher, kHigher})));
+  EXPECT_FALSE(CompletesPicture(Codec::kHevc, units({kBase, kHigher})));
+  EXPECT_FALSE(CompletesPicture(Codec::kHevc, units({kBase})));
+  EXPECT_FALSE(CompletesPicture(Codec::kHevc, units({kMessage})));
+  EXPECT_FALSE(CompletesPicture(Codec::kH264, units({kHigher})));
+  EXPECT_EQ(FirstPictureUnit(Codec::kHevc, units({kMessage, kHigher})), 2u);
+  EXPECT_EQ(FirstPictureUnit(Codec::kHevc, units({kMessage, kBase, kHigher})), 1u);
+  EXPECT_FALSE(IsRandomAccess(Codec::kHevc, units({kHigher})));
+  EXPECT_TRUE(IsRandomAccess(Codec::kHevc, units({kHigher, kBase})));
+}
+
 TEST(AccessUnit, RandomAccess) {
   EXPECT_TRUE(IsRandomAccess(Codec::kH264, H264Units("SPS IDR")));
   EXPECT_FALSE(IsRandomAccess(Codec::kH264, H264Units("SPS SEI P")));
