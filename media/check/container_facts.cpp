@@ -62,7 +62,10 @@ class FactChecker {
     const SampleAspect aspect = SampleAspectRatio(sps_.aspectRatioIdc, sps_.sarWidth, sps_.sarHeight);
     if (said.numerator <= 0 || said.denominator <= 0 || aspect.width == 0 || aspect.height == 0) return;
     const double is = static_cast<double>(aspect.width) / aspect.height;
-    if (std::abs(said.value() - is) <= 0.01 * is) return;
+    const auto shows = [said](double shape) { return std::abs(said.value() - shape) <= 0.01 * shape; };
+    if (shows(is)) return;
+    // Where two views share a picture, some writers tell of the picture and some of one view.
+    if (!stream_.stereo.empty() && (shows(is * 2) || shows(is / 2))) return;
     Add(FindingKind::kAspect, fmt::format("the container says samples of {}:{}, {} {}:{}", said.numerator,
                                           said.denominator, place_.name, aspect.width, aspect.height));
   }

@@ -12,6 +12,7 @@
 #include "container/raw_end.h"
 #include "inspect/captions.h"
 #include "inspect/configuration.h"
+#include "inspect/frame_packing.h"
 #include "inspect/frames.h"
 #include "inspect/parameter_sets.h"
 #include "inspect/stream.h"
@@ -44,6 +45,7 @@ void AddCodedStream(Section& section, const CodedStream& stream, const InspectOp
   timecodes.AddToStream(section);
   AddEncoderSettings(section, stream);
   AddLayers(section, stream);
+  AddFramePacking(section, stream);
   AddConfiguration(section, stream, messages);
   AddParameterSets(section, stream, messages);
   if (stream.codec == Codec::kH264) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "inspect/frame_packing.h"
 #include "inspect/frames.h"
 #include "inspect/user_data.h"
 #include "support/test_support.h"
@@ -65,6 +66,44 @@ TEST(EncoderSettings, AreTheTextOfUserData) {
   EXPECT_EQ(SettingsOf(Hex("63 72 66 3D 32 33 20 6D 65 3D 31 00"))["encoder_settings"], "crf=23 me=1");
   EXPECT_TRUE(SettingsOf(Hex("63 72 66 3D 32 33 20 6D 65 80")).empty());
   EXPECT_TRUE(SettingsOf(Hex("63 72 66")).empty());
+}
+
+// frame_packing_arrangement_id ue(v), cancel flag, type u(7), quincunx flag, content_interpretation_type
+// u(6): 1 0 0000011 0 000001 is side by side with the left view first.
+TEST(FramePacking, ByName) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"81 81", "side by side"},                      // 1 0 0000011 0 000001
+      {"82 02", "top and bottom, right view first"},  // 1 0 0000100 0 000010
+      {"80 41", "checkerboard, quincunx"},            // 1 0 0000000 1 000001
+      {"40 60 40", "side by side"},                   // 010 0 0000011 0 000001: an id of 1
+      {"80 81", "alternating columns"},
+      {"81 01", "alternating lines"},
+      {"82 81", "alternating frames"},
+      {"83 00", "one view"},
+      {"84 01", "arrangement 8"},
+      {"C0 00", ""},  // takes the arrangement back
+      {"81", ""},     // breaks off
+      {"", ""},
+  };
+  for (const auto& [bits, name] : cases) EXPECT_EQ(FramePackingName(Hex(bits)), name) << bits;
+}
+
+TEST(FramePacking, OfAStream) {
+  CodedStream stream;
+  stream.codec = Codec::kHevc;
+  for (const char* bits : {"C0 00", "81 81"}) {
+    Bytes data = {0, 0, 0, 1};
+    const Bytes unit = MakeSeiUnit(Hex("4E01"), {{1, Hex("81 81")}, {45, Hex(bits)}});
+    data.insert(data.end(), unit.begin(), unit.end());
+    stream.packets = {{data, 0, 0, true}};
+    Section section;
+    AddFramePacking(section, stream);
+    const bool told = std::string(bits) == "81 81";
+    EXPECT_EQ(section.ToJson().contains("frame_packing"), told) << bits;
+    if (told) {
+      EXPECT_EQ(section.ToJson()["frame_packing"], "side by side");
+    }
+  }
 }
 
 }  // namespace
