@@ -11,18 +11,25 @@ if [ $# -gt 1 ]; then
   exit 2
 fi
 
-scripts/setup.sh
+scripts/setup.sh --for tool
 mkdir -p build
-[ -x build/release/tools/qlnmedia/qlnmedia ] || echo "run: building qlnmedia, which takes a minute or two" >&2
-if ! {
-  { [ -f build/release/build.ninja ] || cmake --preset release; } &&
-    cmake --build build/release --target qlnmedia
-} >build/run.log 2>&1; then
+qlnmedia=build/tool/tools/qlnmedia/qlnmedia
+[ -x "$qlnmedia" ] || echo "run: building qlnmedia in build/tool, which takes two or three minutes on two cores" >&2
+if ! cmake --preset tool >build/run.log 2>&1; then
+  cat build/run.log >&2
+  exit 1
+fi
+# At a terminal the count of what is built stands in one line; the rest goes to the log.
+if [ -t 2 ]; then
+  show() { sed -un 's/^\(\[[0-9]*\/[0-9]*\]\).*/\1/p' | while read -r count; do printf '\rrun: %s ' "$count" >&2; done; printf '\r\033[K' >&2; }
+else
+  show() { cat >/dev/null; }
+fi
+if ! cmake --build build/tool --target qlnmedia 2>&1 | tee -a build/run.log | show; then
   cat build/run.log >&2
   exit 1
 fi
 
-qlnmedia=build/release/tools/qlnmedia/qlnmedia
 if [ $# -eq 1 ]; then
   file=$1
   [[ $file = /* ]] || file=$caller/$file

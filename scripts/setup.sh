@@ -1,10 +1,27 @@
 #!/usr/bin/env bash
-# Installs the Debian packages of scripts/packages.txt that are missing (and those named as arguments).
+# Installs the Debian packages of scripts/packages.txt that are missing, and those named as arguments.
+#   scripts/setup.sh [PACKAGE...]                  all of them
+#   scripts/setup.sh --for tool,python [PACKAGE...]  those of these purposes
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+purposes=
+if [ "${1:-}" = --for ]; then
+  purposes=,$2,
+  shift 2
+fi
+wanted=()
+purpose=
+while read -r line; do
+  case "$line" in
+    '' | '#'*) ;;
+    '['*) purpose=${line%%]*} purpose=${purpose#[} ;;
+    *) if [[ -z "$purposes" || "$purposes" = *,$purpose,* ]]; then wanted+=("$line"); fi ;;
+  esac
+done <scripts/packages.txt
+
 missing=()
-for package in $(grep -v '^#' scripts/packages.txt) "$@"; do
+for package in "${wanted[@]}" "$@"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q '^install ok installed' || missing+=("$package")
 done
 if [ ${#missing[@]} -eq 0 ]; then exit 0; fi
@@ -14,6 +31,8 @@ if [ "$(id -u)" -ne 0 ]; then
   command -v sudo >/dev/null || { echo "setup: install these as root first: ${missing[*]}" >&2; exit 1; }
   as_root=(sudo)
 fi
-echo "setup: installing ${#missing[@]} packages: ${missing[*]}" >&2
+echo "setup: installing ${#missing[@]} Debian packages: ${missing[*]}" >&2
+show=(-qq)
+if [ -t 2 ]; then show=(-q -o Dpkg::Progress-Fancy=1); fi
 "${as_root[@]}" apt-get update -qq >&2
-"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y "${show[@]}" --no-install-recommends "${missing[@]}" >&2
