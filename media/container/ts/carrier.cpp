@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 
 namespace qlnmedia::ts {
 
@@ -23,6 +24,13 @@ constexpr size_t kPesLengthAt = 4;  // of PES_packet_length
 constexpr size_t kPesBeforeLength = 6;
 constexpr uint64_t kMostPesLength = 0xFFFF;
 
+constexpr uint8_t kTimes = 0xC0, kPresentationTime = 0x80;  // PTS_DTS_flags
+constexpr size_t kTimesAt = 9;
+constexpr size_t kTimeBytes = 5;
+
+// Rows that are settled are written when so many of them wait.
+constexpr size_t kRowsTogether = 4096;
+
 constexpr uint32_t kArrivalMask = 0x3FFFFFFF;
 
 uint32_t ArrivalTime(const Row& row) {
@@ -36,10 +44,19 @@ void SetArrivalTime(Row& row, uint32_t time) {
   for (size_t i = 1; i < 4; ++i) row.bytes[i] = static_cast<uint8_t>(time >> (24 - 8 * i));
 }
 
+// A time stamp of 33 bits between marker bits.
+uint64_t TimeAt(const uint8_t* bytes) {
+  return uint64_t{bytes[0] & 0x0EU} << 29 | uint64_t{bytes[1]} << 22 | uint64_t{bytes[2] & 0xFEU} << 14 |
+         uint64_t{bytes[3]} << 7 | bytes[4] >> 1;
+}
+
+void Append(Bytes& bytes, ByteSpan more) { bytes.insert(bytes.end(), more.begin(), more.end()); }
+
 }  // namespace
 
-Carrier::Carrier(const mp4::Source& source, mp4::Sink* sink, const std::set<uint16_t>& identifiers)
-    : source_(source), sink_(sink), rows_(source) {
+Carrier::Carrier(const mp4::Source& source, mp4::Sink* sink, const std::set<uint16_t>& identifiers,
+                 Watch watch)
+    : source_(source), sink_(sink), watch_(std::move(watch)), rows_(source, true) {
   for (const uint16_t identifier : identifiers) {
     streams_.emplace_back().identifier = identifier;
     streamOf_[identifier] = static_cast<uint16_t>(streams_.size());
@@ -59,6 +76,7 @@ bool Carrier::ReadRow() {
     }
     return ended;
   }
+  if (watch_) watch_(row);
   Queue(row);
   return true;
 }
@@ -66,12 +84,8 @@ bool Carrier::ReadRow() {
 void Carrier::Queue(const Row& row) {
   const auto found = row.isPacket ? streamOf_.find(row.identifier()) : streamOf_.end();
   if (found == streamOf_.end()) {
-    if (queue_.empty()) {
-      if (sink_ != nullptr) sink_->Write(row.all());
-      ++first_;
-      return;
-    }
-    queue_.push_back({row, 0, {}});
+    queue_.push_back({row.bytes, row.size, row.isPacket});
+    if (queue_.size() % kRowsTogether == 0) Write();
     EndQuiet();
     return;
   }
@@ -83,10 +97,10 @@ void Carrier::Queue(const Row& row) {
       EndPes(*open);
       Settle(stream);
     }
-    stream.packets.emplace_back();
+    stream.packets.emplace_back().bytes.reserve(stream.usual + stream.usual / 8);
     stream.started = true;
   }
-  queue_.push_back({row, 0, {}});
+  queue_.push_back({row.bytes, row.size, row.isPacket});
   Pes* const open = stream.open();
   if (open == nullptr) {
     QueueBetween(stream, found->second);
@@ -94,15 +108,14 @@ void Carrier::Queue(const Row& row) {
   }
   queue_.back().stream = found->second;
   open->rows.push_back(first_ + queue_.size() - 1);
-  const ByteSpan payload = row.payload();
-  open->bytes.insert(open->bytes.end(), payload.begin(), payload.end());
+  Append(open->bytes, row.payload());
   EndQuiet();
 }
 
 // The packet that was queued last stands in front of the stream's first PES packet, or behind one that went
 // quiet.
 void Carrier::QueueBetween(Stream& stream, uint16_t tag) {
-  Row& row = queue_.back().row;
+  Row row = RowAt(first_ + queue_.size() - 1);
   if (stream.started && row.hasPayload())
     throw source_.Fault(rows_.at() - row.size,
                         "a PES packet of the stream that is to change goes on after a long gap");
@@ -174,30 +187,84 @@ void Carrier::FindBegin(Stream& stream, ByteSpan was) {
   stream.begun = true;
 }
 
+// `is` stands for the next bytes of the PES packet.
+void Carrier::Give(Stream& stream, Pes& pes, size_t size, ByteSpan is) {
+  const ByteSpan has = pes.stream().subspan(pes.given, size);
+  if (!pes.changed && !std::equal(has.begin(), has.end(), is.begin(), is.end())) {
+    pes.changed = true;
+    pes.edited.reserve(pes.bytes.size() + is.size());
+    Append(pes.edited, ByteSpan(pes.bytes).first(pes.headBytes + pes.given));
+  }
+  if (pes.changed) Append(pes.edited, is);
+  pes.given += size;
+  if (pes.given == pes.streamBytes()) Settle(stream);
+}
+
+// The next bytes of a stream are replaced. Where `was` is given it is what they must be.
+void Carrier::Spread(Stream& stream, size_t size, ByteSpan is, ByteSpan was) {
+  for (bool first = true; size != 0; first = false) {
+    Pes& pes = NeedBytes(stream);
+    const size_t part = std::min(size, pes.streamBytes() - pes.given);
+    const ByteSpan has = pes.stream().subspan(pes.given, part);
+    if (!was.empty() && !std::equal(has.begin(), has.end(), was.begin()))
+      throw source_.Fault(rows_.at(), "the elementary stream is not what a reader has of it");
+    // What comes in goes where the bytes begin; PES packets behind keep their sizes.
+    const size_t behind = size - part;
+    size_t put = behind == 0 ? is.size() : std::min(part, is.size());
+    if (first && is.size() > behind) put = is.size() - behind;
+    Give(stream, pes, part, is.first(put));
+    size = behind;
+    is = is.subspan(put);
+    if (!was.empty()) was = was.subspan(part);
+  }
+}
+
 void Carrier::Take(uint16_t identifier, ByteSpan was, ByteSpan is) {
   Stream& stream = streams_[streamOf_.at(identifier) - 1U];
   if (!was.empty() && !stream.begun) FindBegin(stream, was);
-  for (bool first = true; !was.empty(); first = false) {
+  Spread(stream, was.size(), is, was);
+}
+
+void Carrier::Replace(uint16_t identifier, size_t size, ByteSpan is) {
+  Spread(streams_[streamOf_.at(identifier) - 1U], size, is, {});
+}
+
+void Carrier::Keep(uint16_t identifier, size_t size) {
+  Stream& stream = streams_[streamOf_.at(identifier) - 1U];
+  while (size != 0) {
     Pes& pes = NeedBytes(stream);
-    const size_t part = std::min(was.size(), pes.streamBytes() - pes.given);
-    const ByteSpan has = pes.stream().subspan(pes.given, part);
-    if (!std::equal(has.begin(), has.end(), was.begin()))
-      throw source_.Fault(rows_.at(), "the elementary stream is not what a reader has of it");
-    // What comes in goes where the bytes begin; PES packets behind keep their sizes.
-    const size_t behind = was.size() - part;
-    size_t put = behind == 0 ? is.size() : std::min(part, is.size());
-    if (first && is.size() > behind) put = is.size() - behind;
-    const ByteSpan piece = is.first(put);
-    if (!pes.changed && !std::equal(has.begin(), has.end(), piece.begin(), piece.end())) {
-      pes.changed = true;
-      const ByteSpan before = pes.stream().first(pes.given);
-      pes.edited.assign(before.begin(), before.end());
+    const size_t part = std::min(size, pes.streamBytes() - pes.given);
+    Give(stream, pes, part, pes.stream().subspan(pes.given, part));
+    size -= part;
+  }
+}
+
+bool Carrier::Next(PesView& view) {
+  for (;;) {
+    Stream* of = nullptr;
+    Pes* next = nullptr;
+    for (Stream& stream : streams_) {
+      for (Pes& pes : stream.packets) {
+        if (pes.end == 0 || pes.shown || pes.streamBytes() == 0) continue;
+        if (next != nullptr && next->end <= pes.end) break;
+        of = &stream;
+        next = &pes;
+        break;
+      }
     }
-    if (pes.changed) pes.edited.insert(pes.edited.end(), piece.begin(), piece.end());
-    pes.given += part;
-    was = was.subspan(part);
-    is = is.subspan(put);
-    if (pes.given == pes.streamBytes()) Settle(stream);
+    if (next == nullptr) {
+      if (!ReadRow()) return false;
+      continue;
+    }
+    next->shown = true;
+    const uint8_t* const bytes = next->bytes.data();
+    view = {of->identifier, bytes[3], {}, {}, next->stream()};
+    const uint8_t times = bytes[kPesFlagsAt] & kTimes;
+    if ((times & kPresentationTime) != 0 && next->headBytes >= kTimesAt + kTimeBytes)
+      view.pts = TimeAt(bytes + kTimesAt);
+    if (times == kTimes && next->headBytes >= kTimesAt + 2 * kTimeBytes)
+      view.dts = TimeAt(bytes + kTimesAt + kTimeBytes);
+    return true;
   }
 }
 
@@ -206,12 +273,12 @@ void Carrier::Finish() {
   }
   for (Stream& stream : streams_) {
     for (Pes& pes : stream.packets) {
-      const ByteSpan rest = pes.stream().subspan(pes.given);
-      if (pes.changed) pes.edited.insert(pes.edited.end(), rest.begin(), rest.end());
+      if (pes.changed) Append(pes.edited, pes.stream().subspan(pes.given));
       pes.given = pes.streamBytes();
     }
     Settle(stream);
   }
+  Write();
 }
 
 void Carrier::Settle(Stream& stream) {
@@ -224,20 +291,17 @@ void Carrier::Settle(Stream& stream) {
                           "PES packets have checksums of the ones in front of them, which change");
     if (pes.changed || stream.shift != 0) Lay(stream, pes);
     stream.changedBefore = pes.changed;
+    stream.usual = pes.bytes.size();
     for (const uint64_t number : pes.rows) At(number).stream = 0;
   }
   Write();
 }
 
 // Head, elementary stream and tail as they go out.
-Bytes Carrier::PayloadOf(const Pes& pes) const {
-  const auto byte = [](const Bytes& bytes, size_t at) {
-    return bytes.begin() + static_cast<std::ptrdiff_t>(at);
-  };
-  Bytes out(pes.bytes.begin(), byte(pes.bytes, pes.headBytes));
+ByteSpan Carrier::PayloadOf(Pes& pes) const {
   if (!pes.changed) return pes.bytes;
-  out.insert(out.end(), pes.edited.begin(), pes.edited.end());
-  out.insert(out.end(), byte(pes.bytes, pes.bytes.size() - pes.tailBytes), pes.bytes.end());
+  Bytes& out = pes.edited;
+  Append(out, ByteSpan(pes.bytes).last(pes.tailBytes));
   if (out[kPesLengthAt] != 0 || out[kPesLengthAt + 1] != 0) {
     // A video stream's may say nothing of its length (clause 2.4.3.7).
     uint64_t length = out.size() - pes.tailBytes - kPesBeforeLength;
@@ -251,25 +315,31 @@ Bytes Carrier::PayloadOf(const Pes& pes) const {
   return out;
 }
 
-// A packet of the stream, in a row like another one.
-Row Carrier::MakeRow(const Row& like, uint16_t identifier) {
-  Row row = like;
+Row Carrier::RowAt(uint64_t number) {
+  const Entry& entry = At(number);
+  const size_t front = entry.isPacket ? rows_.form().front : 0;
+  return {entry.bytes, entry.size, static_cast<uint8_t>(front), entry.isPacket};
+}
+
+// Makes a row one like another, with a packet of the stream.
+void Carrier::MakeRow(Row& row, const Row& like, uint16_t identifier) {
+  if (row.bytes != like.bytes) std::copy_n(like.bytes, like.size, row.bytes);
   row.MakeNull();
   row.packet()[1] = static_cast<uint8_t>(identifier >> 8);
   row.packet()[2] = static_cast<uint8_t>(identifier);
-  return row;
 }
 
-void Carrier::Lay(Stream& stream, const Pes& pes) {
-  const Bytes payload = PayloadOf(pes);
+void Carrier::Lay(Stream& stream, Pes& pes) {
+  const ByteSpan payload = PayloadOf(pes);
   std::vector<Slot> slots;
+  slots.reserve(pes.rows.size());
   size_t room = 0;
   for (const uint64_t number : pes.rows) {
-    Row& row = At(number).row;
-    slots.push_back({&row, number, true, row.payload().size()});
+    const Row row = RowAt(number);
+    slots.push_back({row, number, Slot::kOwn, row.payload().size()});
     room += slots.back().payload;
   }
-  std::vector<Row> more;
+  std::vector<RowBytes> more;
   if (payload.size() < room) {
     size_t left = payload.size();
     for (Slot& slot : slots) {
@@ -279,57 +349,63 @@ void Carrier::Lay(Stream& stream, const Pes& pes) {
   }
   if (payload.size() > room) {
     size_t need = payload.size() - room;
-    for (auto slot = slots.rbegin(); slot != slots.rend(); ++slot) {
+    for (auto slot = slots.rbegin(); slot != slots.rend() && need != 0; ++slot) {
       if (slot->payload == 0) continue;
-      const size_t taken = std::min(need, slot->row->room() - slot->payload);
+      const size_t taken = std::min(need, slot->row.room() - slot->payload);
       slot->payload += taken;
       need -= taken;
     }
     for (uint64_t number = pes.rows.front() + 1; need != 0 && number < pes.end; ++number) {
-      Entry& entry = At(number);
-      if (entry.stream != 0 || !entry.row.isPacket || entry.row.identifier() != kNullIdentifier) continue;
+      const Row row = RowAt(number);
+      if (At(number).stream != 0 || !row.isPacket || row.identifier() != kNullIdentifier) continue;
       const size_t taken = std::min(need, kMostPayload);
-      slots.push_back({&entry.row, number, false, taken});
+      slots.push_back({row, number, Slot::kNull, taken});
       need -= taken;
       ++counts_.fromNull;
     }
     std::sort(slots.begin(), slots.end(), [](const Slot& a, const Slot& b) { return a.number < b.number; });
     more.resize((need + kMostPayload - 1) / kMostPayload);
     counts_.putIn += more.size();
-    for (Row& row : more) {
+    const PacketForm& form = rows_.form();
+    for (RowBytes& bytes : more) {
       const size_t taken = std::min(need, kMostPayload);
-      slots.push_back({&row, slots.back().number, false, taken});
+      const Row row{bytes.data(), static_cast<uint8_t>(form.row), static_cast<uint8_t>(form.front), true};
+      slots.push_back({row, slots.back().number, Slot::kPutIn, taken});
       need -= taken;
     }
   }
   Fill(stream, payload, slots);
-  if (more.empty()) return;
-  const uint64_t last = slots.back().number;
-  if (rows_.form().front != 0 && last + 1 < first_ + queue_.size()) {
-    const uint32_t from = ArrivalTime(At(last).row);
-    const uint32_t gap = (ArrivalTime(At(last + 1).row) - from) & kArrivalMask;
-    for (size_t i = 0; i < more.size(); ++i)
-      SetArrivalTime(more[i], static_cast<uint32_t>(from + uint64_t{gap} * (i + 1) / (more.size() + 1)));
+  if (!more.empty()) PutBehind(slots.back().number, std::move(more));
+}
+
+void Carrier::PutBehind(uint64_t number, std::vector<RowBytes> more) {
+  const PacketForm& form = rows_.form();
+  if (form.front != 0 && number + 1 < first_ + queue_.size()) {
+    const uint32_t from = ArrivalTime(RowAt(number));
+    const uint32_t gap = (ArrivalTime(RowAt(number + 1)) - from) & kArrivalMask;
+    for (size_t i = 0; i < more.size(); ++i) {
+      Row row{more[i].data(), static_cast<uint8_t>(form.row), static_cast<uint8_t>(form.front), true};
+      SetArrivalTime(row, static_cast<uint32_t>(from + uint64_t{gap} * (i + 1) / (more.size() + 1)));
+    }
   }
-  std::vector<Row>& behind = At(last).behind;
+  At(number).hasBehind = true;
+  std::vector<RowBytes>& behind = behind_[number];
   behind.insert(behind.end(), more.begin(), more.end());
 }
 
 // Lays the payload over the slots in their order, and counts on.
 void Carrier::Fill(Stream& stream, ByteSpan payload, const std::vector<Slot>& slots) {
-  const Row* last = nullptr;
+  Row last;
   bool parity = false;
   for (const Slot& slot : slots) {
-    Row& row = *slot.row;
-    const bool isNew = row.size == 0;
-    if (!isNew) parity = HasParity(row);
-    if (!slot.own) row = MakeRow(isNew ? *last : row, stream.identifier);
-    const uint8_t counted = row.counter();
+    Row row = slot.row;
+    if (slot.kind != Slot::kPutIn) parity = HasParity(row);
+    if (slot.kind != Slot::kOwn) MakeRow(row, slot.kind == Slot::kPutIn ? last : row, stream.identifier);
     const bool hadPayload = !row.payload().empty();
-    uint32_t counter = counted + stream.shift;
-    if (!slot.own) {
+    uint32_t counter = row.counter() + stream.shift;
+    if (slot.kind != Slot::kOwn) {
       ++stream.shift;
-      counter = last->counter() + 1U;
+      counter = last.counter() + 1U;
     } else if (hadPayload && slot.payload == 0) {
       --stream.shift;
       --counter;
@@ -341,19 +417,35 @@ void Carrier::Fill(Stream& stream, ByteSpan payload, const std::vector<Slot>& sl
       if (hadPayload) row.SetPayload(payload.first(slot.payload));
       row.SetCounter(counter);
       payload = payload.subspan(slot.payload);
-      last = &row;
+      last = row;
     }
     if (parity) PutParity(row);
   }
 }
 
+// Rows that stand side by side in memory go out as one piece.
 void Carrier::Write() {
+  ByteSpan together;
+  const auto flush = [&] {
+    if (sink_ != nullptr && !together.empty()) sink_->Write(together);
+    together = {};
+  };
   for (; !queue_.empty() && queue_.front().stream == 0; queue_.pop_front(), ++first_) {
-    if (sink_ == nullptr) continue;
     const Entry& entry = queue_.front();
-    sink_->Write(entry.row.all());
-    for (const Row& row : entry.behind) sink_->Write(row.all());
+    if (together.data() + together.size() != entry.bytes) flush();
+    together = together.empty() ? ByteSpan(entry.bytes, entry.size)
+                                : ByteSpan(together.data(), together.size() + entry.size);
+    written_ += entry.size;
+    if (!entry.hasBehind) continue;
+    flush();
+    const auto behind = behind_.find(first_);
+    for (const RowBytes& bytes : behind->second) {
+      if (sink_ != nullptr) sink_->Write(ByteSpan(bytes).first(rows_.form().row));
+    }
+    behind_.erase(behind);
   }
+  flush();
+  rows_.Forget(written_);
 }
 
 }  // namespace qlnmedia::ts

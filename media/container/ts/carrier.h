@@ -3,8 +3,16 @@
 // change.
 //
 //   Carrier carrier(source, sink, {0x100});
-//   carrier.Take(0x100, was, is);   // the next bytes of the elementary stream, and what they become; again
-//   and again carrier.Finish();
+//   carrier.Take(0x100, was, is);   // the next bytes of the elementary stream, and what they become
+//   ...
+//   carrier.Finish();
+//
+// Who has no other reader of the elementary streams gets them from the carrier:
+//
+//   for (PesView pes; carrier.Next(pes);) {
+//     ... carrier.Replace(pes.identifier, size, is) or carrier.Keep(pes.identifier, size) ...
+//   }
+//   carrier.Finish();
 //
 // A PES packet that grows takes the stuffing of its last packets, then null packets up to the next PES packet
 // of its stream, then packets that are put in; one that shrinks leaves stuffing and null packets.
@@ -16,7 +24,9 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -27,18 +37,40 @@
 
 namespace qlnmedia::ts {
 
+// A PES packet, as far as its bytes came.
+struct PesView {
+  uint16_t identifier = 0;
+  uint8_t streamId = 0;
+  // Its time stamps, of 33 bits.
+  std::optional<uint64_t> pts;
+  std::optional<uint64_t> dts;
+  ByteSpan stream;  // what it holds of the elementary stream; valid until that was replaced or kept
+};
+
 class Carrier {
  public:
-  // `sink` may be null: then nothing is written, and all else is done. Both are kept by the caller.
-  Carrier(const mp4::Source& source, mp4::Sink* sink, const std::set<uint16_t>& identifiers);
+  using Watch = std::function<void(const Row& row)>;
+
+  // `sink` may be null: then nothing is written, and all else is done. `watch`, if given, sees each row of
+  // the source before anything is changed. Source and sink are kept by the caller.
+  Carrier(const mp4::Source& source, mp4::Sink* sink, const std::set<uint16_t>& identifiers,
+          Watch watch = {});
   Carrier(const Carrier&) = delete;
   Carrier& operator=(const Carrier&) = delete;
 
   // The next bytes of an elementary stream, without a gap. What stands in front of the first ones stays.
   // Throws Error where the stream has other bytes there.
   void Take(uint16_t identifier, ByteSpan was, ByteSpan is);
+  // The next PES packet of any of the streams, those without bytes aside, that was not shown yet; false at
+  // the end.
+  bool Next(PesView& pes);
+  // What the next `size` bytes of an elementary stream become; all of them were shown.
+  void Replace(uint16_t identifier, size_t size, ByteSpan is);
+  void Keep(uint16_t identifier, size_t size);
   // What was not given stays.
   void Finish();
+  // How far the source was read.
+  uint64_t at() const { return rows_.at(); }
 
   struct Counts {
     uint64_t putIn = 0;     // packets that the stream had no room for
@@ -49,9 +81,11 @@ class Carrier {
 
  private:
   struct Entry {
-    Row row;
-    uint16_t stream = 0;  // 1 and up for a packet of an edited stream that is not settled; else 0
-    std::vector<Row> behind;
+    uint8_t* bytes = nullptr;
+    uint8_t size = 0;
+    bool isPacket = false;
+    bool hasBehind = false;  // rows that are put in
+    uint16_t stream = 0;     // 1 and up for a packet of an edited stream that is not settled; else 0
   };
   // From one packet that starts a unit to the next.
   struct Pes {
@@ -60,9 +94,10 @@ class Carrier {
     Bytes bytes;                 // payloads in a row, until `end` is known
     size_t headBytes = 0;        // of them in front of the elementary stream's, and behind it
     size_t tailBytes = 0;
-    Bytes edited;      // the elementary stream's bytes as they become
-    size_t given = 0;  // of the bytes as they are
+    Bytes edited;      // head and elementary stream as they become, where anything changes
+    size_t given = 0;  // of the stream's bytes as they are
     bool changed = false;
+    bool shown = false;
     size_t streamBytes() const { return bytes.size() - headBytes - tailBytes; }
     ByteSpan stream() const { return ByteSpan(bytes).subspan(headBytes, streamBytes()); }
   };
@@ -73,13 +108,14 @@ class Carrier {
     bool begun = false;          // bytes were given
     bool changedBefore = false;  // the PES packet that was settled last
     uint32_t shift = 0;          // of continuity counters, modulo 16
+    size_t usual = 0;            // bytes of the PES packet before
     Pes* open() { return packets.empty() || packets.back().end != 0 ? nullptr : &packets.back(); }
   };
   // A packet of a PES packet and the payload that it gets.
   struct Slot {
-    Row* row = nullptr;
+    Row row;
     uint64_t number = 0;
-    bool own = false;
+    enum { kOwn, kNull, kPutIn } kind = kOwn;
     size_t payload = 0;
   };
 
@@ -90,21 +126,28 @@ class Carrier {
   void EndPes(Pes& pes);
   Pes& NeedBytes(Stream& stream);
   void FindBegin(Stream& stream, ByteSpan was);
+  void Give(Stream& stream, Pes& pes, size_t size, ByteSpan is);
+  void Spread(Stream& stream, size_t size, ByteSpan is, ByteSpan was);
   void Settle(Stream& stream);
-  Bytes PayloadOf(const Pes& pes) const;
-  static Row MakeRow(const Row& like, uint16_t identifier);
-  void Lay(Stream& stream, const Pes& pes);
+  ByteSpan PayloadOf(Pes& pes) const;
+  static void MakeRow(Row& row, const Row& like, uint16_t identifier);
+  void Lay(Stream& stream, Pes& pes);
+  void PutBehind(uint64_t number, std::vector<RowBytes> more);
   void Fill(Stream& stream, ByteSpan payload, const std::vector<Slot>& slots);
   void Write();
   Entry& At(uint64_t number) { return queue_[static_cast<size_t>(number - first_)]; }
+  Row RowAt(uint64_t number);
 
   const mp4::Source& source_;
   mp4::Sink* sink_;
+  Watch watch_;
   RowReader rows_;
   std::vector<Stream> streams_;
   std::map<uint16_t, uint16_t> streamOf_;  // identifier -> place in streams_, plus 1
   std::deque<Entry> queue_;
-  uint64_t first_ = 0;  // number of the queue's front
+  uint64_t first_ = 0;    // number of the queue's front
+  uint64_t written_ = 0;  // place in the source behind the rows in front of it
+  std::map<uint64_t, std::vector<RowBytes>> behind_;
   Counts counts_;
 };
 

@@ -1,10 +1,11 @@
-// Both files are read side by side.
+// By numbers that stand for all of a file, and side by side where they differ.
 
 #include "container/ts/kept_packets.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstring>
 #include <deque>
 #include <map>
 
@@ -14,6 +15,18 @@
 namespace qlnmedia::ts {
 
 namespace {
+
+// The clock reference of a packet; empty where it has none.
+ByteSpan ReferenceOf(const Row& row) {
+  const uint8_t* const packet = row.packet();
+  constexpr size_t kReferenceAt = 6, kReferenceBytes = 6;
+  const bool has = (packet[3] & 0x20) != 0 && packet[4] > kReferenceBytes && (packet[5] & 0x10) != 0;
+  return has ? ByteSpan(packet + kReferenceAt, kReferenceBytes) : ByteSpan();
+}
+
+bool GoesOn(int last, const Row& row) {
+  return ((last + (row.hasPayload() ? 1 : 0)) & 0x0F) == row.counter();
+}
 
 // Rows of one file, those that may differ told apart.
 class Rows {
@@ -39,15 +52,10 @@ class Rows {
 
  private:
   void Look(const Row& row) {
-    const uint8_t* const packet = row.packet();
-    constexpr size_t kReferenceAt = 6, kReferenceBytes = 6;
-    const bool hasFlags = (packet[3] & 0x20) != 0 && packet[4] > kReferenceBytes;
-    if (hasFlags && (packet[5] & 0x10) != 0)
-      references[row.identifier()].emplace_back(packet + kReferenceAt,
-                                                packet + kReferenceAt + kReferenceBytes);
+    const ByteSpan reference = ReferenceOf(row);
+    if (!reference.empty()) references[row.identifier()].emplace_back(reference.begin(), reference.end());
     const auto last = last_.find(row.identifier());
-    const uint8_t next = row.hasPayload() ? 1 : 0;
-    if (last != last_.end() && ((last->second + next) & 0x0F) != row.counter()) ++gaps[row.identifier()];
+    if (last != last_.end() && !GoesOn(last->second, row)) ++gaps[row.identifier()];
     last_[row.identifier()] = row.counter();
   }
 
@@ -57,6 +65,55 @@ class Rows {
 };
 
 }  // namespace
+
+void Digest::Mix(ByteSpan bytes) {
+  constexpr uint64_t kFactor = 0x9E3779B97F4A7C15U;
+  const auto mix = [](uint64_t& lane, uint64_t word) {
+    lane = (lane ^ word) * kFactor;
+    lane ^= lane >> 29;
+  };
+  const size_t size = bytes.size();
+  std::array<uint64_t, 4> words{};
+  constexpr size_t kPiece = sizeof words;
+  for (; bytes.size() >= kPiece; bytes = bytes.subspan(kPiece)) {
+    std::memcpy(words.data(), bytes.data(), kPiece);
+    for (size_t i = 0; i < words.size(); ++i) mix(lanes_[i], words[i]);
+  }
+  words = {};
+  if (!bytes.empty()) std::memcpy(words.data(), bytes.data(), bytes.size());
+  for (size_t i = 0; i < words.size(); ++i) mix(lanes_[i], words[i] + size);
+}
+
+KeptPackets::KeptPackets(const std::set<uint16_t>& changed) : streamOf_(kNullIdentifier + 1) {
+  for (const uint16_t identifier : changed) {
+    streams_.emplace_back();
+    streamOf_[identifier] = static_cast<uint16_t>(streams_.size());
+  }
+}
+
+void KeptPackets::Take(const Row& row) {
+  const uint16_t identifier = row.isPacket ? row.identifier() : uint16_t{0};
+  const uint16_t place = row.isPacket ? streamOf_[identifier] : uint16_t{0};
+  if (place == 0) {
+    if (!row.isPacket || identifier != kNullIdentifier) others_.Mix(row.all());
+    return;
+  }
+  Stream& stream = streams_[place - 1U];
+  const ByteSpan reference = ReferenceOf(row);
+  if (!reference.empty()) stream.references.Mix(reference);
+  if (stream.counter >= 0 && !GoesOn(stream.counter, row)) ++stream.gaps;
+  stream.counter = row.counter();
+}
+
+void RequireOthersKept(const mp4::Source& before, const KeptPackets& was, const mp4::Source& after,
+                       const std::set<uint16_t>& changed, const std::string& name) {
+  KeptPackets is(changed);
+  RowReader rows(after);
+  for (Row row; rows.Next(row);) is.Take(row);
+  if (was == is) return;
+  RequireOthersKept(before, after, changed, name);
+  throw Error(name, "its packets are not the input's, and are when they are read again");
+}
 
 void RequireOthersKept(const mp4::Source& before, const mp4::Source& after, const std::set<uint16_t>& changed,
                        const std::string& name) {

@@ -32,16 +32,19 @@ struct PacketForm {
 // By sync bytes in a row near the beginning; nothing where there are none.
 std::optional<PacketForm> FindPacketForm(const mp4::Source& source);
 
-// A row of a file: a packet with what stands around it, or bytes between packets.
+// Room for a row.
+using RowBytes = std::array<uint8_t, kLongestRow>;
+
+// A row of a file, where it lies in memory: a packet with what stands around it, or bytes between packets.
 struct Row {
-  std::array<uint8_t, kLongestRow> bytes{};
+  uint8_t* bytes = nullptr;  // kept by whoever made the row
   uint8_t size = 0;
   uint8_t front = 0;
   bool isPacket = false;
 
-  uint8_t* packet() { return bytes.data() + front; }
-  const uint8_t* packet() const { return bytes.data() + front; }
-  ByteSpan all() const { return ByteSpan(bytes.data(), size); }
+  uint8_t* packet() { return bytes + front; }
+  const uint8_t* packet() const { return bytes + front; }
+  ByteSpan all() const { return ByteSpan(bytes, size); }
 
   // Of a packet.
   uint16_t identifier() const { return static_cast<uint16_t>((packet()[1] & 0x1F) << 8 | packet()[2]); }

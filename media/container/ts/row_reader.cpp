@@ -1,38 +1,57 @@
-// A window over the file, and packets found again behind bytes that are none.
+// Blocks of the file, and packets found again behind bytes that are none.
 
 #include "container/ts/row_reader.h"
 
 #include <algorithm>
-#include <cstring>
+#include <utility>
 
 namespace qlnmedia::ts {
 
 namespace {
 
-constexpr uint64_t kWindowBytes = 1 << 20;
+constexpr uint64_t kBlockBytes = 1 << 20;
 
 }  // namespace
 
-RowReader::RowReader(const mp4::Source& source) : source_(source) {
+RowReader::RowReader(const mp4::Source& source, bool keep) : source_(source), keep_(keep) {
   const std::optional<PacketForm> form = FindPacketForm(source);
   if (!form) throw Error(source.name(), "has no transport packets of 188, 192 or 204 bytes in a row");
   form_ = *form;
 }
 
+void RowReader::ReadBlock() {
+  if (!keep_ && !blocks_.empty()) {
+    spare_ = std::move(blocks_.back().bytes);
+    blocks_.clear();
+  }
+  Block block{at_, std::exchange(spare_, {})};
+  block.bytes.resize(static_cast<size_t>(std::min<uint64_t>(kBlockBytes, source_.size() - at_)));
+  source_.Read(at_, block.bytes);
+  blocks_.push_back(std::move(block));
+}
+
+void RowReader::Forget(uint64_t place) {
+  // Rows of a block end where the next one begins.
+  while (blocks_.size() > 1 && blocks_[1].at <= place) {
+    spare_ = std::move(blocks_.front().bytes);
+    blocks_.pop_front();
+  }
+}
+
 bool RowReader::Next(Row& row) {
   if (at_ >= source_.size()) return false;
-  if (at_ < windowAt_ || at_ + 2 * kLongestRow > windowAt_ + window_.size()) {
-    windowAt_ = at_;
-    window_.resize(static_cast<size_t>(std::min<uint64_t>(kWindowBytes, source_.size() - at_)));
-    source_.Read(at_, window_);
+  if (blocks_.empty() || at_ + 2 * kLongestRow > blocks_.back().at + blocks_.back().bytes.size()) {
+    const bool toEnd = !blocks_.empty() && blocks_.back().at + blocks_.back().bytes.size() == source_.size();
+    if (!toEnd) ReadBlock();
   }
-  const size_t from = static_cast<size_t>(at_ - windowAt_);
-  const size_t left = window_.size() - from;
+  Bytes& bytes = blocks_.back().bytes;
+  const size_t from = static_cast<size_t>(at_ - blocks_.back().at);
+  const size_t left = bytes.size() - from;
   const auto isSync = [&](size_t offset) {
     const size_t place = offset + form_.front;
-    return place < left && window_[from + place] == kSync;
+    return place < left && bytes[from + place] == kSync;
   };
-  row = {};
+  row = {bytes.data() + from, 0, 0, false};
   if (at_ >= form_.begin && left >= form_.row && isSync(0)) {
     row.size = static_cast<uint8_t>(form_.row);
     row.front = static_cast<uint8_t>(form_.front);
@@ -48,7 +67,6 @@ bool RowReader::Next(Row& row) {
     while (skipped < std::min(left, kPacketBytes) && !begins(skipped)) ++skipped;
     row.size = static_cast<uint8_t>(skipped);
   }
-  std::memcpy(row.bytes.data(), window_.data() + from, row.size);
   at_ += row.size;
   return true;
 }

@@ -1,0 +1,152 @@
+// Looks at the units of PES packets.
+
+#include "patch/pes_pictures.h"
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+#include "units/access_unit.h"
+#include "units/coded_stream.h"
+
+namespace qlnmedia {
+
+namespace {
+
+bool BeginsHere(Codec codec, ByteSpan unit) {
+  const int type = UnitType(codec, unit);
+  if (!IsBaseLayer(codec, unit)) return false;
+  return BeginsAccessUnit(codec, type) || (IsSlice(codec, type) && BeginsPicture(codec, unit));
+}
+
+// Whether the bytes begin with the start code of a unit that may begin a picture.
+bool BeginsWithPicture(Codec codec, ByteSpan bytes) {
+  const auto one = std::find_if(bytes.begin(), bytes.end(), [](uint8_t byte) { return byte != 0; });
+  const auto zeros = one - bytes.begin();
+  if (zeros < 2 || one == bytes.end() || *one != 1) return false;
+  // As much of the unit as its first fields take.
+  constexpr size_t kFirstBytes = 8;
+  const ByteSpan unit = bytes.subspan(static_cast<size_t>(zeros) + 1);
+  return BeginsHere(codec, unit.first(std::min(unit.size(), kFirstBytes)));
+}
+
+struct Counted {
+  int pictures = 0;
+  bool key = false;
+};
+
+// Pictures of a run that begins with one, and whether decoding can start at the first.
+Counted CountPictures(Codec codec, ByteSpan bytes) {
+  Counted counted;
+  bool open = false;  // a slice of the last picture came
+  VisitUnits(bytes, Framing{}, [&](ByteSpan unit) {
+    const int type = UnitType(codec, unit);
+    if (open && BeginsHere(codec, unit)) open = false;
+    if (IsSlice(codec, type) && IsBaseLayer(codec, unit) && !open) {
+      open = true;
+      ++counted.pictures;
+    }
+    if (counted.pictures > 1 || counted.key) return;
+    if (codec == Codec::kHevc) {
+      counted.key = IsSlice(codec, type) && type >= hevc::kFirstIrap && type <= hevc::kLastIrap;
+    } else if (type == h264::kIdrSlice) {
+      counted.key = true;
+    } else if (type == h264::kSei) {
+      for (const SeiMessage& message : ReadSeiMessages(codec, unit))
+        counted.key = counted.key || message.type == sei::kRecoveryPoint;
+    }
+  });
+  return counted;
+}
+
+// stream_id of pictures (ISO/IEC 13818-1 table 2-22), the extended one included.
+bool IsVideoId(uint8_t streamId) { return (streamId & 0xF0) == 0xE0 || streamId == 0xFD; }
+
+}  // namespace
+
+bool PesPictures::Knows(const PatchInput& in, const EditedStreams& streams) {
+  std::set<int> identifiers;
+  for (const auto& [index, edited] : streams.streams()) {
+    // Whoever surveyed a stream edits the packets that were surveyed.
+    if (!UnitCodecOf(edited.stream.codec) || edited.survey != nullptr) return false;
+    if (!identifiers.insert(in.streams()[index].id).second) return false;
+  }
+  return true;
+}
+
+PesPictures::PesPictures(const PatchInput& in, EditedStreams& streams, ts::Carrier& carrier)
+    : carrier_(carrier) {
+  for (auto& [index, edited] : streams.streams()) {
+    Stream& stream = streams_[static_cast<uint16_t>(in.streams()[index].id)];
+    stream.index = index;
+    stream.edited = &edited;
+    stream.codec = *UnitCodecOf(edited.stream.codec);
+  }
+}
+
+bool PesPictures::Carry(const std::function<void(uint64_t at)>& progress) {
+  for (ts::PesView pes; carrier_.Next(pes);) {
+    progress(carrier_.at());
+    if (!Take(pes)) return false;
+  }
+  for (auto& [identifier, stream] : streams_) {
+    if (!stream.picture.empty() && !Push(stream, identifier)) return false;
+    stream.edited->editor->Finish();
+    Send(stream, identifier);
+  }
+  carrier_.Finish();
+  return true;
+}
+
+// What begins no picture goes on with the one before, if it has no time of its own.
+bool PesPictures::Take(const ts::PesView& pes) {
+  Stream& stream = streams_.at(pes.identifier);
+  if (!IsVideoId(pes.streamId)) return false;
+  if (!BeginsWithPicture(stream.codec, pes.stream)) {
+    if (stream.picture.empty() || pes.pts) return false;
+    stream.picture.insert(stream.picture.end(), pes.stream.begin(), pes.stream.end());
+    return true;
+  }
+  if (!stream.picture.empty() && !Push(stream, pes.identifier)) return false;
+  if (!pes.pts) return false;
+  stream.picture.assign(pes.stream.begin(), pes.stream.end());
+  stream.dts = CountOn(stream, pes.dts ? *pes.dts : *pes.pts);
+  stream.pts = CountOn(stream, *pes.pts);
+  stream.last = stream.dts;
+  return true;
+}
+
+// Time stamps have 33 bits, and go on behind their wrap.
+int64_t PesPictures::CountOn(Stream& stream, uint64_t time) {
+  constexpr int64_t kWrap = int64_t{1} << 33;
+  if (!stream.last) stream.last = static_cast<int64_t>(time);
+  const int64_t step = (static_cast<int64_t>(time) - *stream.last) & (kWrap - 1);
+  return *stream.last + (step < kWrap / 2 ? step : step - kWrap);
+}
+
+bool PesPictures::Push(Stream& stream, uint16_t identifier) {
+  const Counted counted = CountPictures(stream.codec, stream.picture);
+  // Two fields may share a packet of H.264.
+  const int most = stream.codec == Codec::kH264 ? 2 : 1;
+  if (counted.pictures < 1 || counted.pictures > most) return false;
+  stream.waiting.push_back(stream.picture.size());
+  stream.edited->editor->Push({std::exchange(stream.picture, {}), stream.pts, stream.dts, counted.key});
+  Send(stream, identifier);
+  return true;
+}
+
+void PesPictures::Send(Stream& stream, uint16_t identifier) {
+  while (!stream.waiting.empty()) {
+    const std::optional<EditedUnit> unit = stream.edited->editor->Pull();
+    if (!unit) return;
+    const size_t size = stream.waiting.front();
+    if (unit->changed) {
+      carrier_.Replace(identifier, size, unit->unit.data);
+    } else {
+      carrier_.Keep(identifier, size);
+    }
+    stream.waiting.pop_front();
+  }
+}
+
+}  // namespace qlnmedia

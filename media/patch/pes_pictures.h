@@ -1,0 +1,53 @@
+// Pictures of H.264 and HEVC out of the PES packets of a transport stream, where each picture begins one.
+#ifndef MEDIA_PATCH_PES_PICTURES_H
+#define MEDIA_PATCH_PES_PICTURES_H
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "container/ts/carrier.h"
+#include "patch/edited_streams.h"
+#include "patch/patch_input.h"
+
+namespace qlnmedia {
+
+class PesPictures {
+ public:
+  // Whether the streams are of codecs whose pictures this finds, each in packets of its own identifier.
+  static bool Knows(const PatchInput& in, const EditedStreams& streams);
+
+  // All are kept by the caller.
+  PesPictures(const PatchInput& in, EditedStreams& streams, ts::Carrier& carrier);
+
+  // Puts all pictures through their editors. False as soon as the pictures cannot be told by PES packets
+  // alone: editors and carrier are of no use then. `progress` hears how far the file was read.
+  bool Carry(const std::function<void(uint64_t at)>& progress);
+
+ private:
+  struct Stream {
+    unsigned index = 0;
+    EditedStream* edited = nullptr;
+    Codec codec = Codec::kH264;
+    Bytes picture;  // that more may come of; empty where there is none
+    int64_t pts = kNoTime;
+    int64_t dts = kNoTime;
+    std::optional<int64_t> last;  // time stamp, as far as it was counted on
+    std::deque<size_t> waiting;   // sizes of the pictures that an editor has
+  };
+
+  bool Take(const ts::PesView& pes);
+  bool Push(Stream& stream, uint16_t identifier);
+  void Send(Stream& stream, uint16_t identifier);
+  static int64_t CountOn(Stream& stream, uint64_t time);
+
+  ts::Carrier& carrier_;
+  std::map<uint16_t, Stream> streams_;  // by packet identifier
+};
+
+}  // namespace qlnmedia
+
+#endif
