@@ -99,17 +99,19 @@ bool PesPictures::Carry(const std::function<void(uint64_t at)>& progress) {
 }
 
 // What begins no picture goes on with the one before, if it has no time of its own.
-bool PesPictures::Take(const ts::PesView& pes) {
+bool PesPictures::Take(ts::PesView& pes) {
   Stream& stream = streams_.at(pes.identifier);
   if (!IsVideoId(pes.streamId)) return false;
   if (!BeginsWithPicture(stream.codec, pes.stream)) {
     if (stream.picture.empty() || pes.pts) return false;
     stream.picture.insert(stream.picture.end(), pes.stream.begin(), pes.stream.end());
+    ++stream.packets;
     return true;
   }
   if (!stream.picture.empty() && !Push(stream, pes.identifier)) return false;
   if (!pes.pts) return false;
-  stream.picture.assign(pes.stream.begin(), pes.stream.end());
+  stream.picture = std::move(pes.stream);
+  stream.packets = 1;
   stream.dts = CountOn(stream, pes.dts ? *pes.dts : *pes.pts);
   stream.pts = CountOn(stream, *pes.pts);
   stream.last = stream.dts;
@@ -129,7 +131,7 @@ bool PesPictures::Push(Stream& stream, uint16_t identifier) {
   // Two fields may share a packet of H.264.
   const int most = stream.codec == Codec::kH264 ? 2 : 1;
   if (counted.pictures < 1 || counted.pictures > most) return false;
-  stream.waiting.push_back(stream.picture.size());
+  stream.waiting.push_back(stream.packets);
   stream.edited->editor->Push({std::exchange(stream.picture, {}), stream.pts, stream.dts, counted.key});
   Send(stream, identifier);
   return true;
@@ -139,11 +141,11 @@ void PesPictures::Send(Stream& stream, uint16_t identifier) {
   while (!stream.waiting.empty()) {
     const std::optional<EditedUnit> unit = stream.edited->editor->Pull();
     if (!unit) return;
-    const size_t size = stream.waiting.front();
+    const size_t packets = stream.waiting.front();
     if (unit->changed) {
-      carrier_.Replace(identifier, size, unit->unit.data);
+      carrier_.Replace(identifier, packets, unit->unit.data);
     } else {
-      carrier_.Keep(identifier, size);
+      carrier_.Keep(identifier, packets);
     }
     stream.waiting.pop_front();
   }

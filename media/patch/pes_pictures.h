@@ -32,14 +32,15 @@ class PesPictures {
     unsigned index = 0;
     EditedStream* edited = nullptr;
     Codec codec = Codec::kH264;
-    Bytes picture;  // that more may come of; empty where there is none
+    Bytes picture;       // that more may come of; empty where there is none
+    size_t packets = 0;  // PES packets of it
     int64_t pts = kNoTime;
     int64_t dts = kNoTime;
     std::optional<int64_t> last;  // time stamp, as far as it was counted on
-    std::deque<size_t> waiting;   // sizes of the pictures that an editor has
+    std::deque<size_t> waiting;   // PES packets of each picture that its editor has
   };
 
-  bool Take(const ts::PesView& pes);
+  bool Take(ts::PesView& pes);
   bool Push(Stream& stream, uint16_t identifier);
   void Send(Stream& stream, uint16_t identifier);
   static int64_t CountOn(Stream& stream, uint64_t time);

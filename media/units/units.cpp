@@ -170,7 +170,12 @@ size_t CoveredUnits(const std::vector<Unit>& units, size_t first, size_t* bytes)
 }
 
 Bytes PutTogether(const UnitRun& run, Framing framing) {
-  Bytes out = run.lead;
+  Bytes out;
+  constexpr size_t kAround = 8;  // start code or length, and zeros, of most units
+  size_t size = run.lead.size() + run.rest.size();
+  for (const Unit& unit : run.units) size += unit.bytes.size() + kAround;
+  out.reserve(size);
+  Append(out, run.lead);
   const auto zeros = [&out](int count) { out.insert(out.end(), static_cast<size_t>(count), uint8_t{0}); };
   if (framing.startCodes()) {
     for (const Unit& unit : run.units) {

@@ -15,6 +15,9 @@ namespace {
 constexpr size_t kBufferBytes = size_t{1} << 20;
 // Shorter runs are cheaper through the buffer.
 constexpr uint64_t kLongRun = uint64_t{256} << 10;
+constexpr size_t kLongPiece = size_t{128} << 10;
+// The disk begins with so much while more is made.
+constexpr uint64_t kBegunTogether = uint64_t{32} << 20;
 
 }  // namespace
 
@@ -41,13 +44,22 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::Write(ByteSpan bytes) {
-  if (buffer_.size() + bytes.size() > kBufferBytes) FlushBuffer();
-  if (bytes.size() <= kBufferBytes) {
+  if (bytes.size() >= kLongPiece || buffer_.size() + bytes.size() > kBufferBytes) FlushBuffer();
+  if (bytes.size() < kLongPiece) {
     buffer_.insert(buffer_.end(), bytes.begin(), bytes.end());
     return;
   }
   WriteAll(disk_, descriptor_, bytes, at_, path_);
-  at_ += bytes.size();
+  Wrote(bytes.size());
+}
+
+void OutputFile::Wrote(uint64_t bytes) {
+  at_ += bytes;
+  if (at_ - begun_ < kBegunTogether) return;
+  // A hint: what it does not do, the flush at the end does.
+  sync_file_range(descriptor_, static_cast<off64_t>(begun_), static_cast<off64_t>(at_ - begun_),
+                  SYNC_FILE_RANGE_WRITE);
+  begun_ = at_;
 }
 
 void OutputFile::Copy(const Source& source, uint64_t at, uint64_t bytes) {
@@ -65,7 +77,7 @@ void OutputFile::Copy(const Source& source, uint64_t at, uint64_t bytes) {
         break;
       }
       at += static_cast<uint64_t>(put);
-      at_ += static_cast<uint64_t>(put);
+      Wrote(static_cast<uint64_t>(put));
       bytes -= static_cast<uint64_t>(put);
     }
   }
@@ -82,7 +94,7 @@ void OutputFile::Copy(const Source& source, uint64_t at, uint64_t bytes) {
 
 void OutputFile::FlushBuffer() {
   WriteAll(disk_, descriptor_, buffer_, at_, path_);
-  at_ += buffer_.size();
+  Wrote(buffer_.size());
   buffer_.clear();
 }
 

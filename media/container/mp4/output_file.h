@@ -32,13 +32,15 @@ class OutputFile final : public Sink {
 
  private:
   void FlushBuffer();
+  void Wrote(uint64_t bytes);
 
   Disk& disk_;
   std::string path_;
   std::string temporary_;
   std::unique_ptr<Unfinished> unfinished_;
   int descriptor_ = -1;
-  uint64_t at_ = 0;  // behind what is written
+  uint64_t at_ = 0;     // behind what is written
+  uint64_t begun_ = 0;  // behind what is on its way to the disk
   Bytes buffer_;
   bool copies_ = true;  // until the system says that it does not
 };

@@ -10,7 +10,7 @@
 // Who has no other reader of the elementary streams gets them from the carrier:
 //
 //   for (PesView pes; carrier.Next(pes);) {
-//     ... carrier.Replace(pes.identifier, size, is) or carrier.Keep(pes.identifier, size) ...
+//     ... carrier.Replace(pes.identifier, 1, is) or carrier.Keep(pes.identifier, 1) ...
 //   }
 //   carrier.Finish();
 //
@@ -22,6 +22,7 @@
 #ifndef MEDIA_CONTAINER_TS_CARRIER_H
 #define MEDIA_CONTAINER_TS_CARRIER_H
 
+#include <array>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -44,7 +45,7 @@ struct PesView {
   // Its time stamps, of 33 bits.
   std::optional<uint64_t> pts;
   std::optional<uint64_t> dts;
-  ByteSpan stream;  // what it holds of the elementary stream; valid until that was replaced or kept
+  Bytes stream;  // what it holds of the elementary stream
 };
 
 class Carrier {
@@ -64,9 +65,9 @@ class Carrier {
   // The next PES packet of any of the streams, those without bytes aside, that was not shown yet; false at
   // the end.
   bool Next(PesView& pes);
-  // What the next `size` bytes of an elementary stream become; all of them were shown.
-  void Replace(uint16_t identifier, size_t size, ByteSpan is);
-  void Keep(uint16_t identifier, size_t size);
+  // What the next PES packets of a stream become that were shown, so many of them; or that they stay.
+  void Replace(uint16_t identifier, size_t packets, ByteSpan is);
+  void Keep(uint16_t identifier, size_t packets);
   // What was not given stays.
   void Finish();
   // How far the source was read.
@@ -87,19 +88,23 @@ class Carrier {
     bool hasBehind = false;  // rows that are put in
     uint16_t stream = 0;     // 1 and up for a packet of an edited stream that is not settled; else 0
   };
+  struct PesRow {
+    uint64_t number = 0;
+    size_t payload = 0;
+  };
   // From one packet that starts a unit to the next.
   struct Pes {
-    std::vector<uint64_t> rows;  // by number
-    uint64_t end = 0;            // the number behind the last row that may be used; 0 while it goes on
-    Bytes bytes;                 // payloads in a row, until `end` is known
-    size_t headBytes = 0;        // of them in front of the elementary stream's, and behind it
-    size_t tailBytes = 0;
-    Bytes edited;      // head and elementary stream as they become, where anything changes
-    size_t given = 0;  // of the stream's bytes as they are
+    std::vector<PesRow> rows;
+    uint64_t end = 0;  // the number behind the last row that may be used; 0 while it goes on
+    Bytes head;        // in front of the elementary stream's bytes
+    Bytes bytes;       // those, and while it goes on what stands behind them; none once it was shown
+    Bytes tail;
+    size_t size = 0;   // of the elementary stream's bytes
+    size_t given = 0;  // of them
+    Bytes edited;      // what they become, part by part
+    ByteSpan whole;    // the same where all of it is given at once
     bool changed = false;
     bool shown = false;
-    size_t streamBytes() const { return bytes.size() - headBytes - tailBytes; }
-    ByteSpan stream() const { return ByteSpan(bytes).subspan(headBytes, streamBytes()); }
   };
   struct Stream {
     uint16_t identifier = 0;
@@ -126,15 +131,17 @@ class Carrier {
   void EndPes(Pes& pes);
   Pes& NeedBytes(Stream& stream);
   void FindBegin(Stream& stream, ByteSpan was);
-  void Give(Stream& stream, Pes& pes, size_t size, ByteSpan is);
-  void Spread(Stream& stream, size_t size, ByteSpan is, ByteSpan was);
+  static void Give(Pes& pes, size_t size, ByteSpan is);
   void Settle(Stream& stream);
-  ByteSpan PayloadOf(Pes& pes) const;
-  static void MakeRow(Row& row, const Row& like, uint16_t identifier);
   void Lay(Stream& stream, Pes& pes);
   void PutBehind(uint64_t number, std::vector<RowBytes> more);
-  void Fill(Stream& stream, ByteSpan payload, const std::vector<Slot>& slots);
+  std::array<ByteSpan, 3> PayloadOf(Pes& pes) const;
+  static void MakeRow(Row& row, const Row& like, uint16_t identifier);
+  size_t TakeNullPackets(const Pes& pes, size_t need, std::vector<Slot>& slots);
+  void Fill(Stream& stream, std::array<ByteSpan, 3> payload, const std::vector<Slot>& slots);
+  void Recount(const Stream& stream, const Pes& pes);
   void Write();
+  Stream& Of(uint16_t identifier) { return streams_.at(streamOf_[identifier] - 1U); }
   Entry& At(uint64_t number) { return queue_[static_cast<size_t>(number - first_)]; }
   Row RowAt(uint64_t number);
 
@@ -143,7 +150,8 @@ class Carrier {
   Watch watch_;
   RowReader rows_;
   std::vector<Stream> streams_;
-  std::map<uint16_t, uint16_t> streamOf_;  // identifier -> place in streams_, plus 1
+  std::vector<uint16_t> streamOf_;  // by identifier: place in streams_, plus 1
+  uint64_t ended_ = 0;              // PES packets
   std::deque<Entry> queue_;
   uint64_t first_ = 0;    // number of the queue's front
   uint64_t written_ = 0;  // place in the source behind the rows in front of it

@@ -1,0 +1,168 @@
+// Pictures told by the PES packets of a transport stream, which pass through their editors in one reading of
+// the file.
+
+#include "patch/pes_pictures.h"
+
+#include <gtest/gtest.h>
+
+#include "container/mp4/memory_sink.h"
+#include "container/ts/kept_packets.h"
+#include "ts/transport.h"
+
+namespace qln::test {
+namespace {
+
+using namespace qlnmedia;
+
+constexpr uint16_t kVideo = 0x100, kOther = 0x101;
+
+// A file of one or two streams of pictures, of which nobody has to read anything.
+class Described final : public PatchInput {
+ public:
+  explicit Described(VideoCodec codec) : codec_(codec) {
+    for (const uint16_t identifier : {kVideo, kOther}) {
+      MediaStream stream;
+      stream.index = static_cast<unsigned>(streams_.size());
+      stream.id = identifier;
+      stream.movingPictures = true;
+      stream.coded.codec = codec;
+      streams_.push_back(stream);
+    }
+  }
+  const std::vector<MediaStream>& streams() const override { return streams_; }
+  bool describesPictures() const override { return false; }
+  const std::string& path() const override { return path_; }
+  StreamDescription Describe(unsigned) const override {
+    StreamDescription stream;
+    stream.codec = codec_;
+    return stream;
+  }
+  void Read(const std::set<unsigned>&, const ProgressCallback&, const Take&) const override { FAIL(); }
+  bool carried() const override { return true; }
+
+ private:
+  VideoCodec codec_;
+  std::string path_ = "in.ts";
+  std::vector<MediaStream> streams_;
+};
+
+Bytes Join(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+// A slice of H.264: the first of its picture or another one.
+Bytes Slice(bool first, uint8_t fill, size_t size = 300) {
+  Bytes slice{0, 0, 1, 0x41, static_cast<uint8_t>(first ? 0x9A : 0x4A)};
+  slice.insert(slice.end(), size, fill);
+  return slice;
+}
+
+const Bytes kDelimiter{0, 0, 0, 1, 9, 0xF0};
+const Bytes kFiller{0, 0, 1, 12, 0xFF, 0xFF, 0xFF, 0x80};
+
+struct Outcome {
+  bool told = false;
+  Bytes bytes;
+};
+
+// Takes filler out of all pictures.
+Outcome WithoutFiller(const Bytes& file, VideoCodec codec = VideoCodec::kH264) {
+  const Described in(codec);
+  EditOptions options;
+  options.remove.filler = true;
+  EditedStreams streams(in, options);
+  EXPECT_TRUE(PesPictures::Knows(in, streams));
+  const mp4::MemorySource source(file, "in.ts");
+  mp4::MemorySink sink;
+  ts::Carrier carrier(source, &sink, {kVideo, kOther});
+  PesPictures pictures(in, streams, carrier);
+  Outcome outcome;
+  outcome.told = pictures.Carry([](uint64_t) {});
+  outcome.bytes = sink.bytes();
+  return outcome;
+}
+
+std::vector<Bytes> StreamsOf(const Bytes& file, uint16_t identifier) {
+  std::vector<Bytes> streams;
+  for (const PesRead& pes : ReadTransport(file, {kVideo, kOther}).streams.at(identifier).packets)
+    streams.push_back(pes.stream);
+  return streams;
+}
+
+// A PES packet without time stamps.
+void Untimed(TransportBuilder& builder, const Bytes& stream, uint8_t streamId = 0xE0) {
+  Bytes rest = Join({{0, 0, 1, streamId, 0, 0, 0x80, 0, 0}, stream});
+  for (bool first = true; !rest.empty(); first = false) {
+    const auto end = rest.begin() + static_cast<long>(std::min<size_t>(rest.size(), 184));
+    builder.Packet(kVideo, first, Bytes(rest.begin(), end));
+    rest.erase(rest.begin(), end);
+  }
+}
+
+TEST(PesPictures, PassThroughTheirEditors) {
+  TransportBuilder builder;
+  const Bytes one = Slice(true, 1), two = Slice(true, 2, 5000), three = Slice(true, 3);
+  builder.Pes(kVideo, Join({kDelimiter, one, kFiller}), 0);
+  builder.Pes(kOther, Join({kDelimiter, two, kFiller}), 0);
+  builder.Pes(kVideo, Join({kDelimiter, two}), 3600);
+  builder.Pes(kVideo, Join({kDelimiter, kFiller, three}), 7200);
+  builder.Packet(0x30, true, Bytes(184, 9));
+  const Outcome outcome = WithoutFiller(builder.bytes());
+  ASSERT_TRUE(outcome.told);
+  EXPECT_EQ(
+      StreamsOf(outcome.bytes, kVideo),
+      (std::vector<Bytes>{Join({kDelimiter, one}), Join({kDelimiter, two}), Join({kDelimiter, three})}));
+  EXPECT_EQ(StreamsOf(outcome.bytes, kOther), (std::vector<Bytes>{Join({kDelimiter, two})}));
+  EXPECT_EQ(outcome.bytes.size(), builder.bytes().size());
+}
+
+// What comes behind the PES packet that a picture begins, and has no time, belongs to it. Two fields may
+// share one.
+TEST(PesPictures, GoOnInPacketsWithoutTimes) {
+  const Bytes first = Slice(true, 1, 700), second = Slice(false, 2, 700), next = Slice(true, 3);
+  TransportBuilder builder;
+  builder.Pes(kVideo, Join({kDelimiter, first}), 0);
+  const Bytes rest = Join({second, kFiller});
+  Untimed(builder, Bytes(rest.begin(), rest.begin() + 300));
+  Untimed(builder, Bytes(rest.begin() + 300, rest.end()));
+  builder.Pes(kVideo, Join({kDelimiter, next, kDelimiter, next, kFiller}), 3600);
+  const Outcome outcome = WithoutFiller(builder.bytes());
+  ASSERT_TRUE(outcome.told);
+  EXPECT_EQ(StreamsOf(outcome.bytes, kVideo),
+            (std::vector<Bytes>{Join({kDelimiter, first}), Bytes(second.begin(), second.begin() + 300),
+                                Bytes(second.begin() + 300, second.end()),
+                                Join({kDelimiter, next, kDelimiter, next})}));
+}
+
+TEST(PesPictures, AreLeftToOthersWhereTheyDoNotBeginPackets) {
+  const Bytes picture = Join({kDelimiter, Slice(true, 1)});
+  const auto told = [&picture](const auto& add) {
+    TransportBuilder builder;
+    builder.Pes(kVideo, picture, 0);
+    add(builder);
+    builder.Pes(kVideo, picture, 9000);
+    return WithoutFiller(builder.bytes()).told;
+  };
+  const Bytes behind(picture.begin() + 10, picture.end());
+  EXPECT_TRUE(told([&](TransportBuilder& b) { b.Pes(kVideo, picture, 1); }));
+  EXPECT_FALSE(told([&](TransportBuilder& b) { b.Pes(kVideo, behind, 1); })) << "with a time of its own";
+  EXPECT_FALSE(told([&](TransportBuilder& b) { Untimed(b, picture); })) << "a picture without a time";
+  EXPECT_FALSE(told([&](TransportBuilder& b) { b.Pes(kVideo, kDelimiter, 1); })) << "no picture";
+  EXPECT_FALSE(told([&](TransportBuilder& b) { b.Pes(kVideo, Join({picture, picture, picture}), 1); }));
+  EXPECT_FALSE(told([&](TransportBuilder& b) { Untimed(b, behind, 0xBD); })) << "private data";
+  TransportBuilder late;
+  late.Pes(kVideo, behind, 0);
+  EXPECT_FALSE(WithoutFiller(late.bytes()).told) << "begins within a picture";
+  // A slice of HEVC: TRAIL_R, first_slice_segment_in_pic_flag.
+  const Bytes trail = Join({{0, 0, 0, 1, 2, 1, 0x80}, Bytes(100, 7)});
+  TransportBuilder single, pair;
+  single.Pes(kVideo, trail, 0);
+  EXPECT_TRUE(WithoutFiller(single.bytes(), VideoCodec::kHevc).told);
+  pair.Pes(kVideo, Join({trail, trail}), 0);
+  EXPECT_FALSE(WithoutFiller(pair.bytes(), VideoCodec::kHevc).told);
+}
+
+}  // namespace
+}  // namespace qln::test
