@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "mp4/build_boxes.h"
 #include "qlnmedia/media/carried.h"
 
 namespace qln::test {
@@ -110,6 +111,18 @@ TEST(TimecodeTrack, IsRefusedByName) {
   const std::string fragments = Clip("fragments.mp4", "-movflags +frag_keyframe+empty_moov");
   EXPECT_THAT(refusal("'" + fragments + "' '" + OutOf(fragments) + "'" + asked, 1),
               HasSubstr("is in fragments"));
+  // Boxes that name places by themselves: a segment index of no references, and an index of no fragments.
+  for (const auto& [type, body] :
+       {std::pair{"sidx", "00000000 00000001 00000400 00000000 00000000 0000 0000"},
+        std::pair{"mfra", "00000010 6D66726F 00000000 00000018"}}) {
+    Bytes file = ReadFile(in);
+    const Bytes box = mp4::Box(type, Hex(body));
+    file.insert(file.end(), box.begin(), box.end());
+    const std::string placed = OutOf(std::string(type) + ".mp4", "in");
+    WriteFile(placed, file);
+    EXPECT_THAT(refusal("'" + placed + "' '" + OutOf(placed) + "'" + asked, 1),
+                HasSubstr("takes no timecode track beside it"));
+  }
   const std::string mkv = Clip("none.mkv");
   EXPECT_THAT(refusal("'" + mkv + "' '" + OutOf(mkv) + "'" + asked, 1), HasSubstr("is no MP4 or MOV"));
 }
