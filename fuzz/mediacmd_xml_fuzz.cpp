@@ -1,16 +1,30 @@
-// Any text as a command's XML, into records of the default size and longer ones.
+// Any text as a command's XML, into records of the default size and longer ones; and the short way for texts
+// of the writer's shape against the parser: the same result, record and messages.
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include "kxutil/kxutil.h"
 #include "kxutil/tinyxml_header.h"
+#include "kxutil/xml_prescan.h"
 #include "qlnutil/mediacmd.h"
 
 namespace {
 void Drop(uint32_t, const char*, void*) {}
+void Keep(uint32_t, const char* text, void* messages) { *static_cast<std::string*>(messages) += text; }
+
+// As the text reader does it where it has a document.
+uint32_t ReadByParser(MediaCmd& command, const uint32_t& type, const char* text) {
+  initMediaCmd(&command, ctStop);
+  std::string parsed(text, qln::SafeXmlLength(text, std::strlen(text)));
+  parsed.append(4, '\0');  // the parser steps over the end in the middle of a character
+  TiXmlDocument document;
+  document.Parse(parsed.c_str());
+  return MediaCmdFromXML(&command, &type, document);
+}
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -21,7 +35,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   const std::unique_ptr<MediaCmd> command(new MediaCmd);
   const uint32_t type = size != 0 ? data[0] : 0;
+  std::string messages, others;
+  kxSetDiagnosticSink(Keep, &messages);
+  std::memset(command.get(), 0x5A, sizeof *command);
   const uint32_t result = MediaCmdFromXMLString(command.get(), &type, text.get());
+  kxSetDiagnosticSink(Keep, &others);
+  const std::unique_ptr<MediaCmd> other(new MediaCmd);
+  std::memset(other.get(), 0x5A, sizeof *other);
+  if (ReadByParser(*other, type, text.get()) != result || messages != others ||
+      std::memcmp(command.get(), other.get(), sizeof *command) != 0)
+    std::abort();
+  kxSetDiagnosticSink(Drop, nullptr);
   if (result != 0 && result < 0xFFFFFFFDu) std::abort();
   if (result != 0) return 0;
 

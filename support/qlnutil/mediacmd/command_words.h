@@ -9,6 +9,9 @@
 
 namespace qln {
 
+// What stands in front of a command in XML.
+inline constexpr std::string_view kCommandComment = " Morvane MEDIACMD xml structure version 1,0 ";
+
 // A value and its word, stored inline so that the tables need no relocation when the library is loaded.
 struct WordRow {
   uint32_t value;

@@ -1,4 +1,5 @@
-// Reads a command from an XML document: tolerant, field by field, each by the first child of its name.
+// Reads a command from an XML document: tolerant, field by field, each by the first child of its name. Texts
+// of the shape that our own writer gives take a short way without a document.
 
 #include <cstdlib>
 #include <cstring>
@@ -9,6 +10,7 @@
 #include "kxutil/xml_prescan.h"
 #include "qlnutil/mediacmd.h"
 #include "qlnutil/mediacmd/command_words.h"
+#include "qlnutil/mediacmd/flat_xml.h"
 #include "qlnutil/mediacmd/record_area.h"
 #include "qlnutil/mediacmd/timecode_words.h"
 
@@ -20,12 +22,27 @@ constexpr uint32_t kNoCommand = 0xFFFFFFFFu;
 constexpr uint32_t kNoRoot = 0xFFFFFFFEu;
 constexpr uint32_t kRootIsNoElement = 0xFFFFFFFDu;
 
+// The two sources of elements. Names are literals and have a terminator.
+const char* AttributeOf(const TiXmlElement& element, std::string_view name) {
+  return element.Attribute(name.data());
+}
+const char* AttributeOf(const FlatXml::Element& element, std::string_view name) {
+  return element.Attribute(name);
+}
+
+// A comment or a text of that name hides the element behind it.
+const TiXmlElement* ChildOf(const TiXmlElement& root, std::string_view name) {
+  const TiXmlNode* const node = root.FirstChild(name.data());
+  return node != nullptr ? node->ToElement() : nullptr;
+}
+const FlatXml::Element* ChildOf(const FlatXml& root, std::string_view name) { return root.Find(name); }
+
 // Stores the number at the head of an attribute, as a "%d" scan would: blanks may stand in front, anything
 // behind, and a number too large for the scan's long is cut. Returns false, and leaves `value`, where there
 // is none.
-template <class Word>
-bool ReadNumber(const TiXmlElement& element, const char* name, Word& value) {
-  const char* const text = element.Attribute(name);
+template <class Element, class Word>
+bool ReadNumber(const Element& element, std::string_view name, Word& value) {
+  const char* const text = AttributeOf(element, name);
   if (text == nullptr) return false;
   char* end = nullptr;
   const long number = std::strtol(text, &end, 10);
@@ -34,14 +51,16 @@ bool ReadNumber(const TiXmlElement& element, const char* name, Word& value) {
   return true;
 }
 
-bool IsSet(const TiXmlElement& element, const char* name) {
+template <class Element>
+bool IsSet(const Element& element, std::string_view name) {
   int32_t value = 0;
   return ReadNumber(element, name, value) && value != 0;
 }
 
+template <class Root, class Element>
 class XmlReader {
  public:
-  XmlReader(MediaCmd& command, uint32_t tcType, const TiXmlElement& root)
+  XmlReader(MediaCmd& command, uint32_t tcType, const Root& root)
       : command_(command), area_(command), tcType_(tcType), root_(root) {}
 
   void Read() {
@@ -67,22 +86,18 @@ class XmlReader {
   }
 
  private:
-  // A comment or a text of that name hides the element behind it.
-  const TiXmlElement* Child(const char* name) const {
-    const TiXmlNode* const node = root_.FirstChild(name);
-    return node != nullptr ? node->ToElement() : nullptr;
-  }
-  const char* TextOf(const char* name) const {
-    const TiXmlElement* const element = Child(name);
+  const Element* Child(std::string_view name) const { return ChildOf(root_, name); }
+  const char* TextOf(std::string_view name) const {
+    const Element* const element = Child(name);
     return element != nullptr ? element->GetText() : nullptr;
   }
-  void SetFlagWhere(const TiXmlElement& element, const char* name, uint32_t flag) {
+  void SetFlagWhere(const Element& element, std::string_view name, uint32_t flag) {
     if (IsSet(element, name)) command_.Flags |= flag;
   }
 
   // Texts carry the low half of a link; the upper half stays.
-  void ReadLink(const char* name, void*& link) {
-    const TiXmlElement* const element = Child(name);
+  void ReadLink(std::string_view name, void*& link) {
+    const Element* const element = Child(name);
     uint32_t low = 0;
     if (element == nullptr || !ReadNumber(*element, "Value", low)) return;
     static_assert(sizeof(uintptr_t) == 8);
@@ -90,20 +105,20 @@ class XmlReader {
   }
 
   template <class Word>
-  void ReadField(const char* name, Word& field) {
-    const TiXmlElement* const element = Child(name);
+  void ReadField(std::string_view name, Word& field) {
+    const Element* const element = Child(name);
     if (element != nullptr) ReadNumber(*element, "Value", field);
   }
 
   void ReadCommand() {
-    const TiXmlElement* const element = Child("Cmd");
+    const Element* const element = Child("Cmd");
     if (element == nullptr) return;
     if (!ReadNumber(*element, "Value", command_.Cmd)) {
       const char* const word = element->GetText();
       if (word != nullptr) CommandFromText(word, command_.Cmd);
     }
     for (const FlagName& flag : kCommandFlags) {
-      if (flag.flag != CF_OVERRIDE_DEFERRED) SetFlagWhere(*element, flag.name.data(), flag.flag);
+      if (flag.flag != CF_OVERRIDE_DEFERRED) SetFlagWhere(*element, flag.name, flag.flag);
     }
     // Old hosts wrote the first spelling; the name that our own writer uses is read by nobody.
     int32_t isOverride = 0;
@@ -114,39 +129,39 @@ class XmlReader {
   }
 
   void ReadSpeed() {
-    const TiXmlElement* const element = Child("Speed");
+    const Element* const element = Child("Speed");
     if (element == nullptr) return;
     ReadNumber(*element, "Value", command_.Speed);
     command_.Flags |= CF_USE_SPEED;
     SetFlagWhere(*element, "IsShuttle", CF_IS_SHUTTLE);
   }
 
-  void ReadPreset(const char* name, int32_t& field) {
-    const TiXmlElement* const element = Child(name);
+  void ReadPreset(std::string_view name, int32_t& field) {
+    const Element* const element = Child(name);
     if (element == nullptr) return;
     ReadNumber(*element, "Value", field);
     command_.Flags |= CF_USE_PRESETS;
   }
 
   void ReadCmdAlt() {
-    const TiXmlElement* const element = Child("CmdAlt");
+    const Element* const element = Child("CmdAlt");
     if (element == nullptr) return;
     ReadNumber(*element, "Value", command_.CmdAlt);
     command_.Flags |= CF_USE_CMD_ALT;
-    for (const FlagName& flag : kCmdAltTimes) SetFlagWhere(*element, flag.name.data(), flag.flag);
+    for (const FlagName& flag : kCmdAltTimes) SetFlagWhere(*element, flag.name, flag.flag);
   }
 
-  void ReadPoint(const char* name, int32_t& field, uint32_t presentFlag, uint32_t offsetFlag) {
-    const TiXmlElement* const element = Child(name);
+  void ReadPoint(std::string_view name, int32_t& field, uint32_t presentFlag, uint32_t offsetFlag) {
+    const Element* const element = Child(name);
     if (element == nullptr) return;
     command_.Flags |= presentFlag;
     if (!ReadNumber(*element, "Value", field)) ReadTimecode(*element, field);
     SetFlagWhere(*element, "IsOffset", offsetFlag);
-    for (const FlagName& flag : kPointFlags) SetFlagWhere(*element, flag.name.data(), flag.flag);
+    for (const FlagName& flag : kPointFlags) SetFlagWhere(*element, flag.name, flag.flag);
   }
 
   // A type given as a number holds for the points that follow, too.
-  void ReadTimecode(const TiXmlElement& element, int32_t& field) {
+  void ReadTimecode(const Element& element, int32_t& field) {
     ReadNumber(element, "TcType", tcType_);
     const char* const text = element.GetText();
     if (text == nullptr) return;
@@ -157,7 +172,7 @@ class XmlReader {
 
   // Cuts the file name, which only an element of its own brings back.
   void ReadClipId() {
-    const TiXmlElement* const element = Child("ClipID");
+    const Element* const element = Child("ClipID");
     if (element == nullptr) return;
     if (const char* const text = element->GetText(); text != nullptr) {
       const int64_t size = SignedStructSize(command_) - kClipIdOffset;
@@ -184,7 +199,7 @@ class XmlReader {
 
   // Whatever the type says, the text is taken for hexadecimal.
   void ReadBinary() {
-    const TiXmlElement* const element = Child("arbID");
+    const Element* const element = Child("arbID");
     if (element == nullptr) return;
     int32_t length = 0;
     ReadNumber(*element, "length", length);
@@ -194,7 +209,7 @@ class XmlReader {
   }
 
   void ReadAddresses() {
-    for (const char* const name : {"sourceipaddress", "destinationipaddress"}) {
+    for (const std::string_view name : {"sourceipaddress", "destinationipaddress"}) {
       if (const char* const text = TextOf(name); text != nullptr) area_.PutAddress(text);
     }
     if (const char* const text = TextOf("interfaceipaddress"); text != nullptr)
@@ -205,8 +220,13 @@ class XmlReader {
   MediaCmd& command_;
   RecordArea area_;
   uint32_t tcType_;
-  const TiXmlElement& root_;
+  const Root& root_;
 };
+
+template <class Element, class Root>
+void ReadCommand(MediaCmd& command, const uint32_t* tcType, const Root& root) {
+  XmlReader<Root, Element>(command, tcType != nullptr ? *tcType : kTcDropFrame, root).Read();
+}
 
 uint32_t ReadDocument(MediaCmd* command, const uint32_t* tcType, const TiXmlDocument& document) {
   if (command == nullptr) return kNoCommand;
@@ -214,20 +234,37 @@ uint32_t ReadDocument(MediaCmd* command, const uint32_t* tcType, const TiXmlDocu
   if (root == nullptr) root = document.FirstChild("ClipInfo");
   if (root == nullptr) return kNoRoot;
   if (root->ToElement() == nullptr) return kRootIsNoElement;
-  XmlReader(*command, tcType != nullptr ? *tcType : kTcDropFrame, *root->ToElement()).Read();
+  ReadCommand<TiXmlElement>(*command, tcType, *root->ToElement());
   return kRead;
 }
 
-// The parser wants a private text with a few zeros behind it.
-bool ParseText(const char* text, TiXmlDocument& document) {
-  constexpr size_t kZerosBehind = 4;
-  const size_t size = SafeXmlLength(text, std::strlen(text));
-  const std::unique_ptr<char[]> copy(new (std::nothrow) char[size + kZerosBehind]);
-  if (copy == nullptr) return false;
+// The parsers want a private text, TinyXML with a few zeros behind it.
+constexpr size_t kZerosBehind = 4;
+
+std::unique_ptr<char[]> CopyOf(const char* text, size_t size) {
+  std::unique_ptr<char[]> copy(new (std::nothrow) char[size + kZerosBehind]);
+  if (copy == nullptr) return copy;
   std::memcpy(copy.get(), text, size);
   std::memset(copy.get() + size, 0, kZerosBehind);
+  return copy;
+}
+
+uint32_t ReadText(MediaCmd& command, const uint32_t* tcType, const char* text) {
+  const size_t size = std::strlen(text);
+  {
+    const std::unique_ptr<char[]> copy = CopyOf(text, size);
+    if (copy == nullptr) return kNoRoot;
+    FlatXml flat;
+    if (flat.Parse(copy.get())) {
+      ReadCommand<FlatXml::Element>(command, tcType, flat);
+      return kRead;
+    }
+  }
+  const std::unique_ptr<char[]> copy = CopyOf(text, SafeXmlLength(text, size));
+  if (copy == nullptr) return kNoRoot;
+  TiXmlDocument document;
   document.Parse(copy.get());
-  return true;
+  return ReadDocument(&command, tcType, document);
 }
 
 }  // namespace
@@ -244,9 +281,7 @@ uint32_t MediaCmdFromXMLString(MediaCmd* command, const uint32_t* tcType, const 
   initMediaCmd(command, ctStop);
   if (text == nullptr) return qln::kNoRoot;
   try {
-    TiXmlDocument document;
-    if (!qln::ParseText(text, document)) return qln::kNoRoot;
-    return qln::ReadDocument(command, tcType, document);
+    return qln::ReadText(*command, tcType, text);
   } catch (...) {
     return qln::kNoRoot;  // no memory for the document
   }

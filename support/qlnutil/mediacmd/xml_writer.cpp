@@ -11,8 +11,6 @@
 namespace qln {
 namespace {
 
-constexpr char kComment[] = " Morvane MEDIACMD xml structure version 1,0 ";
-
 // What the two ways of writing XML share: the form itself. `Nodes` adds elements below the root, attributes
 // to the last element, and a text into it.
 template <class Nodes>
@@ -73,7 +71,7 @@ class DocumentNodes {
     document.LinkEndChild(new TiXmlDeclaration("1.0", "iso-8859-1", ""));
     root_ = new TiXmlElement("MediaCmd");
     document.LinkEndChild(root_);
-    root_->LinkEndChild(new TiXmlComment(kComment));
+    root_->LinkEndChild(new TiXmlComment(kCommandComment.data()));
   }
   void Begin(std::string_view name) {
     element_ = new TiXmlElement(name.data());
@@ -96,7 +94,7 @@ class DocumentNodes {
 class CompactNodes {
  public:
   explicit CompactNodes(TextBuffer& out) : out_(out) {
-    out_.Append("<?xml version=\"1.0\" encoding=\"iso-8859-1\" ?><MediaCmd><!--", kComment, "-->");
+    out_.Append("<?xml version=\"1.0\" encoding=\"iso-8859-1\" ?><MediaCmd><!--", kCommandComment, "-->");
   }
   void Finish() { out_.Append("</MediaCmd>"); }
 
