@@ -2,6 +2,8 @@
 
 #include "qlnutil/mediacmd/flat_xml.h"
 
+#include <array>
+#include <cstdint>
 #include <cstring>
 
 #include "qlnutil/mediacmd/command_words.h"
@@ -20,9 +22,24 @@ constexpr bool IsPlain(char c) {
   return c >= ' ' && c <= '~' && c != '<' && c != '>' && c != '&' && c != '"';
 }
 
+enum Kind : uint8_t { kNameByte = 1, kPlain = 2 };
+
+// The kinds of each byte.
+constexpr std::array<uint8_t, 256> kKinds = [] {
+  std::array<uint8_t, 256> kinds{};
+  for (size_t i = 0; i < kinds.size(); ++i) {
+    const char c = static_cast<char>(i);
+    kinds[i] = static_cast<uint8_t>((IsNameByte(c) ? kNameByte : 0) | (IsPlain(c) ? kPlain : 0));
+  }
+  return kinds;
+}();
+
+constexpr bool Is(Kind kind, char c) { return (kKinds[static_cast<uint8_t>(c)] & kind) != 0; }
+
 }  // namespace
 
 const char* FlatXml::Element::Attribute(std::string_view name) const {
+  if ((marks_ & MarkOf(name.data(), name.size())) == 0) return nullptr;
   for (size_t i = 0; i < count_; ++i) {
     if (pairs_[i].name == name) return pairs_[i].value;
   }
@@ -30,6 +47,7 @@ const char* FlatXml::Element::Attribute(std::string_view name) const {
 }
 
 const FlatXml::Element* FlatXml::Find(std::string_view name) const {
+  if ((marks_ & Element::MarkOf(name.data(), name.size())) == 0) return nullptr;
   for (size_t i = 0; i < elementCount_; ++i) {
     if (elements_[i].name_ == name) return &elements_[i];
   }
@@ -48,15 +66,18 @@ void FlatXml::SkipBlanks() {
 }
 
 FlatXml::Element::Name FlatXml::ParseName() {
-  const char* const begin = at_;
-  if (!IsLetter(*at_)) return {begin, 0};
-  while (IsNameByte(*at_)) ++at_;
-  return {begin, static_cast<size_t>(at_ - begin)};
+  char* const begin = at_;
+  if (!IsLetter(*begin)) return {begin, 0};
+  char* end = begin;
+  while (Is(kNameByte, *end)) ++end;
+  at_ = end;
+  return {begin, static_cast<size_t>(end - begin)};
 }
 
 bool FlatXml::Parse(char* text) {
   at_ = text;
   elementCount_ = pairCount_ = 0;
+  marks_ = 0;
   Skip(kDeclaration);
   SkipBlanks();
   if (!Skip("<")) return false;
@@ -79,6 +100,7 @@ bool FlatXml::ParseElement() {
   element.name_ = ParseName();
   if (element.name_.size == 0 || !ParsePairs(element)) return false;
   element.text_ = nullptr;
+  marks_ |= Element::MarkOf(element.name_.begin, element.name_.size);
   if (!Skip("/>") && !(Skip(">") && ParseText(element))) return false;
   ++elementCount_;
   return true;
@@ -87,6 +109,7 @@ bool FlatXml::ParseElement() {
 bool FlatXml::ParsePairs(Element& element) {
   element.pairs_ = pairs_ + pairCount_;
   element.count_ = 0;
+  element.marks_ = 0;
   while (*at_ == ' ') {
     SkipBlanks();
     if (*at_ == '/' || *at_ == '>') return true;
@@ -95,11 +118,14 @@ bool FlatXml::ParsePairs(Element& element) {
         !Skip("=\""))
       return false;
     const char* const value = at_;
-    while (IsPlain(*at_)) ++at_;
-    if (*at_ != '"') return false;
-    *at_++ = '\0';
+    char* end = at_;
+    while (Is(kPlain, *end)) ++end;
+    if (*end != '"') return false;
+    *end = '\0';
+    at_ = end + 1;
     pairs_[pairCount_++] = {name, value};
     ++element.count_;
+    element.marks_ |= Element::MarkOf(name.begin, name.size);
   }
   return true;
 }
@@ -107,10 +133,11 @@ bool FlatXml::ParsePairs(Element& element) {
 // Up to the end tag. Blanks at the ends and in rows would be condensed.
 bool FlatXml::ParseText(Element& element) {
   char* const begin = at_;
-  for (; IsPlain(*at_) || *at_ == '"'; ++at_) {
-    if (*at_ == ' ' && (at_ == begin || at_[1] == ' ' || at_[1] == '<')) return false;
+  char* end = begin;
+  for (; Is(kPlain, *end) || *end == '"'; ++end) {
+    if (*end == ' ' && (end == begin || end[1] == ' ' || end[1] == '<')) return false;
   }
-  char* const end = at_;
+  at_ = end;
   if (!Skip("</") || !Skip({element.name_.begin, element.name_.size}) || !Skip(">")) return false;
   *end = '\0';
   if (end != begin) element.text_ = begin;

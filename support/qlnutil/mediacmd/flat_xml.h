@@ -4,6 +4,8 @@
 #define QLNUTIL_MEDIACMD_FLAT_XML_H
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <string_view>
 
 namespace qln {
@@ -27,8 +29,15 @@ class FlatXml {
     struct Name {
       const char* begin;
       size_t size;
-      bool operator==(std::string_view other) const { return std::string_view(begin, size) == other; }
+      bool operator==(std::string_view other) const {
+        return size == other.size() && std::memcmp(begin, other.data(), size) == 0;
+      }
     };
+    // One bit of 64 by a name's size and ends: of names that are not there it is mostly not set.
+    static uint64_t MarkOf(const char* begin, size_t size) {
+      const auto byte = [begin](size_t i) { return static_cast<unsigned char>(begin[i]); };
+      return uint64_t{1} << ((size * 11 + byte(0) * 5U + byte(size / 2) + byte(size - 1) * 3U) & 63);
+    }
     struct Pair {
       Name name;
       const char* value;
@@ -37,6 +46,7 @@ class FlatXml {
     const char* text_;
     const Pair* pairs_;
     size_t count_;
+    uint64_t marks_;  // of the names of its attributes
   };
 
   FlatXml() {}  // NOLINT(modernize-use-equals-default): "= default" would let callers clear kilobytes
@@ -64,6 +74,7 @@ class FlatXml {
   char* at_;
   size_t elementCount_;
   size_t pairCount_;
+  uint64_t marks_;  // of the names of elements
   Element elements_[kMostElements];
   Element::Pair pairs_[kMostPairs];
 };

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "kxutil/tinyxml_header.h"
 #include "kxutil/xml_prescan.h"
@@ -37,6 +38,17 @@ const TiXmlElement* ChildOf(const TiXmlElement& root, std::string_view name) {
 }
 const FlatXml::Element* ChildOf(const FlatXml& root, std::string_view name) { return root.Find(name); }
 
+// A number as our own writer gives it, of up to nine digits and nothing else; nothing for others.
+std::optional<int32_t> PlainNumber(const char* text) {
+  const bool negative = *text == '-';
+  const char* const digits = negative ? text + 1 : text;
+  const char* at = digits;
+  int32_t number = 0;
+  for (; *at >= '0' && *at <= '9' && at - digits < 9; ++at) number = number * 10 + (*at - '0');
+  if (at == digits || *at != '\0') return {};
+  return negative ? -number : number;
+}
+
 // Stores the number at the head of an attribute, as a "%d" scan would: blanks may stand in front, anything
 // behind, and a number too large for the scan's long is cut. Returns false, and leaves `value`, where there
 // is none.
@@ -44,6 +56,10 @@ template <class Element, class Word>
 bool ReadNumber(const Element& element, std::string_view name, Word& value) {
   const char* const text = AttributeOf(element, name);
   if (text == nullptr) return false;
+  if (const std::optional<int32_t> plain = PlainNumber(text)) {
+    value = static_cast<Word>(*plain);
+    return true;
+  }
   char* end = nullptr;
   const long number = std::strtol(text, &end, 10);
   if (end == text) return false;
