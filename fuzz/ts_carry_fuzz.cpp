@@ -1,6 +1,7 @@
 // Transport streams in memory: whatever their packets say, a change of nothing is the input, and what was
 // changed comes out of the same packets while all others are those of the input.
 
+#include <array>
 #include <vector>
 
 #include "container/mp4/memory_sink.h"
@@ -75,7 +76,9 @@ Bytes CarriedAsShown(const Bytes& bytes, const std::vector<Bytes>& was, const st
     if (is[next] == was[next]) {
       carrier.Keep(kIdentifier, 1);
     } else {
-      carrier.Replace(kIdentifier, 1, is[next]);
+      const ByteSpan all = is[next];
+      const size_t half = all.size() / 2;
+      carrier.Replace(kIdentifier, 1, std::array{all.first(half), all.subspan(half)});
     }
   }
   carrier.Finish();

@@ -17,6 +17,7 @@
 #include "container/mxf/carrier.h"
 #include "container/mxf/layout_check.h"
 #include "patch/container_facts.h"
+#include "patch/cut_picture.h"
 #include "patch/edited_streams.h"
 #include "patch/mxf_input.h"
 #include "patch/verify.h"
@@ -47,7 +48,8 @@ class Pictures {
     }
   }
 
-  void Take(mxf::Picture picture) {
+  // May take the picture's bytes over.
+  void Take(mxf::Picture& picture) {
     const auto found = tracks_.find(picture.track);
     if (found == tracks_.end()) return;
     Track& track = found->second;
@@ -55,8 +57,15 @@ class Pictures {
       throw carrier_.source().Fault(picture.klv.at,
                                     fmt::format("stream {}: its units have no start codes", track.stream));
     const PacketView view = input_.ViewOf(picture);
-    track.edited->editor->Push({picture.bytes, view.pts, view.dts, view.key});
-    track.waiting.push_back(std::move(picture));
+    Waiting waiting{{picture.klv, picture.track, picture.number, {}}, {}};
+    if (track.codec && !carrier_.isConstant(picture.track)) {
+      waiting.cut = CutPicture(*track.codec, picture.bytes);
+      track.edited->editor->Push({waiting.cut->given(), view.pts, view.dts, view.key});
+    } else {
+      track.edited->editor->Push({picture.bytes, view.pts, view.dts, view.key});
+      waiting.picture.bytes = std::move(picture.bytes);
+    }
+    track.waiting.push_back(std::move(waiting));
     Send(track);
   }
 
@@ -73,13 +82,17 @@ class Pictures {
   }
 
  private:
+  struct Waiting {
+    mxf::Picture picture;           // without its bytes where its slices are cut
+    std::optional<CutPicture> cut;  // nothing where the picture was given whole
+  };
   struct Track {
     unsigned stream = 0;
     EditedStream* edited = nullptr;
     std::optional<Codec> codec;
     mxf::DescriptorFacts facts;
     bool seen = false;  // a sequence parameter set
-    std::deque<mxf::Picture> waiting;
+    std::deque<Waiting> waiting;
   };
 
   mxf::DescriptorFacts FactsOf(const Track& track) const {
@@ -120,13 +133,30 @@ class Pictures {
     while (!track.waiting.empty()) {
       const std::optional<EditedUnit> unit = track.edited->editor->Pull();
       if (!unit) return;
-      const mxf::Picture& picture = track.waiting.front();
-      if (unit->changed) {
-        FollowSets(track, picture.bytes, unit->unit.data);
-        carrier_.Replace(picture, unit->unit.data, track.codec);
+      const Waiting& waiting = track.waiting.front();
+      if (unit->changed && waiting.cut) {
+        FollowSets(track, waiting.cut->given(), unit->unit.data);
+        ReplaceParts(waiting, unit->unit.data);
+      } else if (unit->changed) {
+        FollowSets(track, waiting.picture.bytes, unit->unit.data);
+        carrier_.Replace(waiting.picture, unit->unit.data, track.codec);
       }
       track.waiting.pop_front();
     }
+  }
+
+  void ReplaceParts(const Waiting& waiting, const Bytes& edited) {
+    const std::vector<CutPicture::Part> parts = waiting.cut->PartsOf(edited, options_.in);
+    std::vector<mxf::PicturePart> changes;
+    for (const CutPicture::Part& part : parts) changes.push_back({part.at, part.was, part.is});
+    // Behind a cut slice the last byte of that one stands for an empty part.
+    Bytes last;
+    if (mxf::PicturePart& end = changes.back(); end.was.empty() && parts.size() > 1) {
+      last.assign(1, parts[parts.size() - 2].last);
+      last.insert(last.end(), end.is.begin(), end.is.end());
+      end = {end.at - 1, ByteSpan(last).first(1), last};
+    }
+    carrier_.ReplaceParts(waiting.picture.klv, changes);
   }
 
   const MxfInput& input_;
@@ -164,8 +194,7 @@ PatchResult PatchMxf(const PatchOptions& options, MediaFile& in) {
   mxf::PictureReader reader(source, carrier.layout(), carrier.tracks());
   for (mxf::Picture picture; reader.Next(picture);) {
     meter.At(static_cast<int64_t>(picture.klv.at));
-    pictures.Take(std::move(picture));
-    picture = {};
+    pictures.Take(picture);
   }
   carrier.Prepare(pictures.Finish());
   PatchResult result;

@@ -75,10 +75,9 @@ bool PesPictures::Knows(const PatchInput& in, const EditedStreams& streams) {
 }
 
 PesPictures::PesPictures(const PatchInput& in, EditedStreams& streams, ts::Carrier& carrier)
-    : carrier_(carrier) {
+    : in_(in), carrier_(carrier) {
   for (auto& [index, edited] : streams.streams()) {
     Stream& stream = streams_[static_cast<uint16_t>(in.streams()[index].id)];
-    stream.index = index;
     stream.edited = &edited;
     stream.codec = *UnitCodecOf(edited.stream.codec);
   }
@@ -127,27 +126,34 @@ int64_t PesPictures::CountOn(Stream& stream, uint64_t time) {
 }
 
 bool PesPictures::Push(Stream& stream, uint16_t identifier) {
-  const Counted counted = CountPictures(stream.codec, stream.picture);
+  Waiting waiting{std::exchange(stream.picture, {}), {}, stream.packets};
+  waiting.cut = CutPicture(stream.codec, waiting.picture);
+  const Counted counted = CountPictures(stream.codec, waiting.cut.given());
   // Two fields may share a packet of H.264.
   const int most = stream.codec == Codec::kH264 ? 2 : 1;
   if (counted.pictures < 1 || counted.pictures > most) return false;
-  stream.waiting.push_back(stream.packets);
-  stream.edited->editor->Push({std::exchange(stream.picture, {}), stream.pts, stream.dts, counted.key});
+  stream.edited->editor->Push({waiting.cut.given(), stream.pts, stream.dts, counted.key});
+  stream.waiting.push_back(std::move(waiting));
   Send(stream, identifier);
   return true;
 }
 
 void PesPictures::Send(Stream& stream, uint16_t identifier) {
-  while (!stream.waiting.empty()) {
+  std::vector<ByteSpan> pieces;
+  for (; !stream.waiting.empty(); stream.waiting.pop_front()) {
     const std::optional<EditedUnit> unit = stream.edited->editor->Pull();
     if (!unit) return;
-    const size_t packets = stream.waiting.front();
-    if (unit->changed) {
-      carrier_.Replace(identifier, packets, unit->unit.data);
-    } else {
-      carrier_.Keep(identifier, packets);
+    const Waiting& waiting = stream.waiting.front();
+    if (!unit->changed) {
+      carrier_.Keep(identifier, waiting.packets);
+      continue;
     }
-    stream.waiting.pop_front();
+    pieces.clear();
+    for (const CutPicture::Part& part : waiting.cut.PartsOf(unit->unit.data, in_.path())) {
+      pieces.push_back(part.is);
+      pieces.push_back(ByteSpan(waiting.picture).subspan(part.at + part.was.size(), part.rest));
+    }
+    carrier_.Replace(identifier, waiting.packets, pieces);
   }
 }
 

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "container/ts/carrier.h"
+#include "patch/cut_picture.h"
 #include "patch/edited_streams.h"
 #include "patch/patch_input.h"
 
@@ -28,8 +29,12 @@ class PesPictures {
   bool Carry(const std::function<void(uint64_t at)>& progress);
 
  private:
+  struct Waiting {
+    Bytes picture;
+    CutPicture cut;
+    size_t packets = 0;  // PES packets of it
+  };
   struct Stream {
-    unsigned index = 0;
     EditedStream* edited = nullptr;
     Codec codec = Codec::kH264;
     Bytes picture;       // that more may come of; empty where there is none
@@ -37,7 +42,7 @@ class PesPictures {
     int64_t pts = kNoTime;
     int64_t dts = kNoTime;
     std::optional<int64_t> last;  // time stamp, as far as it was counted on
-    std::deque<size_t> waiting;   // PES packets of each picture that its editor has
+    std::deque<Waiting> waiting;  // those that its editor has
   };
 
   bool Take(ts::PesView& pes);
@@ -45,6 +50,7 @@ class PesPictures {
   void Send(Stream& stream, uint16_t identifier);
   static int64_t CountOn(Stream& stream, uint64_t time);
 
+  const PatchInput& in_;
   ts::Carrier& carrier_;
   std::map<uint16_t, Stream> streams_;  // by packet identifier
 };

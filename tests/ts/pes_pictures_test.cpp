@@ -7,6 +7,8 @@
 
 #include "container/mp4/memory_sink.h"
 #include "container/ts/kept_packets.h"
+#include "patch/cut_picture.h"
+#include "qlnmedia/error.h"
 #include "ts/transport.h"
 
 namespace qln::test {
@@ -164,6 +166,64 @@ TEST(PesPictures, AreLeftToOthersWhereTheyDoNotBeginPackets) {
   EXPECT_TRUE(WithoutFiller(single.bytes(), VideoCodec::kHevc).told);
   pair.Pes(kVideo, Join({trail, trail}), 0);
   EXPECT_FALSE(WithoutFiller(pair.bytes(), VideoCodec::kHevc).told);
+}
+
+// Long slices are given with their heads, and come back whole behind whatever changed in front of them.
+TEST(CutPicture, PutsTheRestOfSlicesBack) {
+  // The second one has zeros where it would be cut.
+  Bytes second = Slice(false, 2, 9000);
+  std::fill_n(second.begin() + 3 + 4090, 10, uint8_t{0});
+  const Bytes whole =
+      Join({{0}, kDelimiter, Slice(true, 1, 20000), {0, 0}, second, Slice(false, 3), kFiller});
+  const CutPicture cut(Codec::kH264, whole);
+  EXPECT_EQ(cut.size(), whole.size());
+  EXPECT_LT(cut.given().size(), 10000u);
+  const auto put = [&](const Bytes& edited) {
+    Bytes out;
+    size_t at = 0;
+    for (const CutPicture::Part& part : cut.PartsOf(edited, "in.ts")) {
+      EXPECT_EQ(part.at, at);
+      EXPECT_TRUE(std::equal(part.was.begin(), part.was.end(), whole.begin() + static_cast<long>(at)));
+      out.insert(out.end(), part.is.begin(), part.is.end());
+      const auto rest = whole.begin() + static_cast<long>(at + part.was.size());
+      out.insert(out.end(), rest, rest + static_cast<long>(part.rest));
+      at += part.was.size() + part.rest;
+      if (part.rest != 0) {
+        EXPECT_EQ(part.last, whole[at - 1]);
+      }
+    }
+    EXPECT_EQ(at, whole.size());
+    return out;
+  };
+  EXPECT_EQ(put(cut.given()), whole);
+  Bytes edited = cut.given();
+  edited.erase(edited.end() - static_cast<long>(kFiller.size()), edited.end());
+  edited.insert(edited.begin() + 1, kFiller.begin(), kFiller.end());
+  Bytes expected(whole.begin(), whole.end() - static_cast<long>(kFiller.size()));
+  expected.insert(expected.begin() + 1, kFiller.begin(), kFiller.end());
+  EXPECT_EQ(put(edited), expected);
+  // A slice that is another or is missing.
+  Bytes other = cut.given();
+  other[1 + kDelimiter.size() + 100] ^= 1;
+  EXPECT_THROW(cut.PartsOf(other, "in.ts"), Error);
+  EXPECT_THROW(cut.PartsOf(kDelimiter, "in.ts"), Error);
+  // What is short is given whole.
+  EXPECT_EQ(CutPicture(Codec::kH264, Slice(true, 1)).given(), Slice(true, 1));
+}
+
+TEST(PesPictures, KeepTheRestOfLongSlices) {
+  TransportBuilder builder;
+  const Bytes one = Slice(true, 1, 30000), two = Slice(true, 2, 30000);
+  builder.Pes(kVideo, Join({kDelimiter, kFiller, one}), 0);
+  const Bytes picture = Join({kDelimiter, two, kFiller});
+  builder.Pes(kVideo, Bytes(picture.begin(), picture.begin() + 20000), 3600);
+  Untimed(builder, Bytes(picture.begin() + 20000, picture.end()));
+  const Outcome outcome = WithoutFiller(builder.bytes());
+  ASSERT_TRUE(outcome.told);
+  const std::vector<Bytes> streams = StreamsOf(outcome.bytes, kVideo);
+  ASSERT_EQ(streams.size(), 3u);
+  EXPECT_EQ(streams[0], Join({kDelimiter, one}));
+  EXPECT_EQ(Join({streams[1], streams[2]}), Join({kDelimiter, two}));
 }
 
 }  // namespace

@@ -48,22 +48,36 @@ bool Carrier::IsConstant(const PictureTrack& track) const {
   return count != layout_.elements.end() && count->second.constant && IsAvcIntraClass(track.coding);
 }
 
-void Carrier::PutChange(const Klv& klv, ByteSpan was, ByteSpan is) {
-  if (was.empty() || is.empty()) throw source_.Fault(klv.at, "an element that is empty cannot change");
+// Of bytes that reach the end of their triplet.
+void Carrier::PutChange(uint64_t at, ByteSpan was, ByteSpan is) {
+  if (was.empty() || is.empty()) throw source_.Fault(at, "an element that is empty cannot change");
   // What stands at the end waits until it is known what comes behind it.
   if (is.size() > was.size() && std::equal(was.begin(), was.end(), is.begin())) {
-    tails_.Add(klv.end() - 1, 1, is.subspan(was.size() - 1));
+    tails_.Add(at + was.size() - 1, 1, is.subspan(was.size() - 1));
     return;
   }
   const bool tail = was.back() != is.back() || is.size() < was.size();
-  (tail ? tails_ : values_).AddDifference(klv.valueAt(), was, is);
+  (tail ? tails_ : values_).AddDifference(at, was, is);
+}
+
+void Carrier::ReplaceParts(const Klv& klv, std::span<const PicturePart> parts) {
+  for (size_t i = 0; i < parts.size(); ++i) {
+    const PicturePart& part = parts[i];
+    if (std::equal(part.was.begin(), part.was.end(), part.is.begin(), part.is.end())) continue;
+    const uint64_t at = klv.valueAt() + part.at;
+    if (i + 1 == parts.size()) {
+      PutChange(at, part.was, part.is);
+    } else {
+      values_.AddDifference(at, part.was, part.is);
+    }
+  }
 }
 
 void Carrier::Replace(const Picture& picture, ByteSpan is, std::optional<Codec> codec) {
   const ByteSpan was(picture.bytes);
   if (std::equal(was.begin(), was.end(), is.begin(), is.end())) return;
   if (!constant_[picture.track]) {
-    PutChange(picture.klv, was, is);
+    PutChange(picture.klv.valueAt(), was, is);
     return;
   }
   const Bytes fitted = FitToSize(Bytes(is.begin(), is.end()), was.size(), codec);
@@ -81,13 +95,14 @@ void Carrier::Replace(const Picture& picture, ByteSpan is, std::optional<Codec> 
     }
     owed_[picture.klv.end()] = static_cast<int64_t>(more);
   }
-  PutChange(picture.klv, was, fitted);
+  PutChange(picture.klv.valueAt(), was, fitted);
 }
 
 void Carrier::Prepare(const FactsByTrack& facts) {
   for (const MetadataCopy& copy : layout_.metadata) {
     for (const ValueChange& change : ChangeDescriptors(source_, copy, facts))
-      PutChange(change.klv, Reader(source_).Run(change.klv.valueAt(), change.klv.size), change.value);
+      PutChange(change.klv.valueAt(), Reader(source_).Run(change.klv.valueAt(), change.klv.size),
+                change.value);
   }
   values_.Seal(source_);
   tails_.Seal(source_);

@@ -18,6 +18,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,13 @@
 #include "units/units.h"
 
 namespace qlnmedia::mxf {
+
+// Bytes of a picture that become others. All but the last end with the same byte as before.
+struct PicturePart {
+  uint64_t at = 0;  // in the picture
+  ByteSpan was;
+  ByteSpan is;
+};
 
 class Carrier {
  public:
@@ -47,6 +55,9 @@ class Carrier {
   // Gives a picture other bytes, in the order in which they are stored. One of constant size is brought to it
   // by its filler; Error names the bytes that are missing. `codec`: nothing for MPEG-2.
   void Replace(const Picture& picture, ByteSpan is, std::optional<Codec> codec);
+  // The same part by part, in their order, of which none is empty before and the last one reaches the
+  // picture's end. Not for pictures of constant size.
+  void ReplaceParts(const Klv& klv, std::span<const PicturePart> parts);
   // Once, behind all pictures: settles the header metadata, lengths, fill items, partitions and indices.
   void Prepare(const FactsByTrack& facts);
   // What was prepared. `wrote` is called with the number of bytes of the source that are done.
@@ -60,7 +71,7 @@ class Carrier {
   friend class PlaceEdit;
 
   bool IsConstant(const PictureTrack& track) const;
-  void PutChange(const Klv& klv, ByteSpan was, ByteSpan is);
+  void PutChange(uint64_t at, ByteSpan was, ByteSpan is);
   void WriteInsertions();
   void WriteTails();
 

@@ -203,13 +203,7 @@ void Carrier::FindBegin(Stream& stream, ByteSpan was) {
 // `is` stands for the next bytes of the PES packet.
 void Carrier::Give(Pes& pes, size_t size, ByteSpan is) {
   const size_t from = std::exchange(pes.given, pes.given + size);
-  if (pes.shown) {
-    pes.changed = true;
-    if (from == 0 && size == pes.size) {
-      pes.whole = is;
-      return;
-    }
-  } else if (!pes.changed) {
+  if (!pes.changed) {
     const ByteSpan has = ByteSpan(pes.bytes).subspan(from, size);
     if (std::equal(has.begin(), has.end(), is.begin(), is.end())) return;
     pes.changed = true;
@@ -238,7 +232,7 @@ void Carrier::Take(uint16_t identifier, ByteSpan was, ByteSpan is) {
   }
 }
 
-void Carrier::Replace(uint16_t identifier, size_t packets, ByteSpan is) {
+void Carrier::Replace(uint16_t identifier, size_t packets, std::span<const ByteSpan> is) {
   Stream& stream = Of(identifier);
   size_t behind = 0;
   size_t left = packets;
@@ -247,14 +241,16 @@ void Carrier::Replace(uint16_t identifier, size_t packets, ByteSpan is) {
     if (pes.size == 0) continue;
     if (left-- != packets) behind += pes.size;
   }
+  Pieces pieces(is);
   for (bool first = true; packets > 0; --packets, first = false) {
     Pes& pes = NeedBytes(stream);
     if (!first) behind -= pes.size;
-    size_t put = behind == 0 ? is.size() : std::min(pes.size, is.size());
-    if (first && is.size() > behind) put = is.size() - behind;
-    Give(pes, pes.size, is.first(put));
+    size_t put = behind == 0 ? pieces.size() : std::min(pes.size, pieces.size());
+    if (first && pieces.size() > behind) put = pieces.size() - behind;
+    pes.given = pes.size;
+    pes.changed = true;
+    pes.whole = pieces.Take(put);
     Settle(stream);
-    is = is.subspan(put);
   }
 }
 

@@ -29,11 +29,13 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <span>
 #include <vector>
 
 #include "container/mp4/source.h"
 #include "container/mp4/splices.h"
 #include "container/ts/packet.h"
+#include "container/ts/pieces.h"
 #include "container/ts/row_reader.h"
 
 namespace qlnmedia::ts {
@@ -66,7 +68,7 @@ class Carrier {
   // the end.
   bool Next(PesView& pes);
   // What the next PES packets of a stream become that were shown, so many of them; or that they stay.
-  void Replace(uint16_t identifier, size_t packets, ByteSpan is);
+  void Replace(uint16_t identifier, size_t packets, std::span<const ByteSpan> is);
   void Keep(uint16_t identifier, size_t packets);
   // What was not given stays.
   void Finish();
@@ -102,7 +104,7 @@ class Carrier {
     size_t size = 0;   // of the elementary stream's bytes
     size_t given = 0;  // of them
     Bytes edited;      // what they become, part by part
-    ByteSpan whole;    // the same where all of it is given at once
+    Pieces whole;      // the same where all of it is given at once
     bool changed = false;
     bool shown = false;
   };
@@ -135,10 +137,10 @@ class Carrier {
   void Settle(Stream& stream);
   void Lay(Stream& stream, Pes& pes);
   void PutBehind(uint64_t number, std::vector<RowBytes> more);
-  std::array<ByteSpan, 3> PayloadOf(Pes& pes) const;
+  Pieces PayloadOf(Pes& pes) const;
   static void MakeRow(Row& row, const Row& like, uint16_t identifier);
   size_t TakeNullPackets(const Pes& pes, size_t need, std::vector<Slot>& slots);
-  void Fill(Stream& stream, std::array<ByteSpan, 3> payload, const std::vector<Slot>& slots);
+  void Fill(Stream& stream, Pieces payload, const std::vector<Slot>& slots);
   void Recount(const Stream& stream, const Pes& pes);
   void Write();
   Stream& Of(uint16_t identifier) { return streams_.at(streamOf_[identifier] - 1U); }

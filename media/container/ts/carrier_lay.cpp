@@ -26,26 +26,12 @@ void SetArrivalTime(Row& row, uint32_t time) {
   for (size_t i = 1; i < 4; ++i) row.bytes[i] = static_cast<uint8_t>(time >> (24 - 8 * i));
 }
 
-// The next bytes of pieces in a row, which then begin behind them: where they lie, or in `room` where they
-// stand in several pieces.
-ByteSpan TakeBytes(std::array<ByteSpan, 3>& pieces, size_t size, std::array<uint8_t, kMostPayload>& room) {
-  size_t came = 0;
-  for (ByteSpan& piece : pieces) {
-    const size_t part = std::min(size - came, piece.size());
-    const ByteSpan taken = piece.first(part);
-    piece = piece.subspan(part);
-    if (came == 0 && part == size) return taken;
-    std::copy(taken.begin(), taken.end(), room.begin() + static_cast<std::ptrdiff_t>(came));
-    came += part;
-  }
-  return ByteSpan(room).first(came);
-}
-
 }  // namespace
 
 // Head, elementary stream and tail as they go out.
-std::array<ByteSpan, 3> Carrier::PayloadOf(Pes& pes) const {
-  const ByteSpan stream = pes.edited.empty() ? pes.whole : ByteSpan(pes.edited);
+Pieces Carrier::PayloadOf(Pes& pes) const {
+  Pieces stream = std::move(pes.whole);
+  stream.Add(ByteSpan(pes.edited));
   if (pes.head[kPesLengthAt] != 0 || pes.head[kPesLengthAt + 1] != 0) {
     // A video stream's may say nothing of its length (clause 2.4.3.7).
     uint64_t length = pes.head.size() + stream.size() - kPesBeforeLength;
@@ -56,7 +42,11 @@ std::array<ByteSpan, 3> Carrier::PayloadOf(Pes& pes) const {
     pes.head[kPesLengthAt] = static_cast<uint8_t>(length >> 8);
     pes.head[kPesLengthAt + 1] = static_cast<uint8_t>(length);
   }
-  return {pes.head, stream, pes.tail};
+  Pieces payload;
+  payload.Add(ByteSpan(pes.head));
+  payload.Add(stream);
+  payload.Add(ByteSpan(pes.tail));
+  return payload;
 }
 
 Row Carrier::RowAt(uint64_t number) {
@@ -91,8 +81,8 @@ size_t Carrier::TakeNullPackets(const Pes& pes, size_t need, std::vector<Slot>& 
 }
 
 void Carrier::Lay(Stream& stream, Pes& pes) {
-  const std::array<ByteSpan, 3> payload = PayloadOf(pes);
-  const size_t size = payload[0].size() + payload[1].size() + payload[2].size();
+  const Pieces payload = PayloadOf(pes);
+  const size_t size = payload.size();
   std::vector<Slot> slots;
   slots.reserve(pes.rows.size() + 2);
   size_t room = 0;
@@ -157,7 +147,7 @@ void Carrier::PutBehind(uint64_t number, std::vector<RowBytes> more) {
 }
 
 // Lays the payload over the slots in their order, and counts on.
-void Carrier::Fill(Stream& stream, std::array<ByteSpan, 3> payload, const std::vector<Slot>& slots) {
+void Carrier::Fill(Stream& stream, Pieces payload, const std::vector<Slot>& slots) {
   std::array<uint8_t, kMostPayload> room{};
   Row last;
   bool parity = false;
@@ -178,7 +168,7 @@ void Carrier::Fill(Stream& stream, std::array<ByteSpan, 3> payload, const std::v
       row.MakeNull();
       ++counts_.toNull;
     } else {
-      if (hadPayload) row.SetPayload(TakeBytes(payload, slot.payload, room));
+      if (hadPayload) row.SetPayload(payload.Take(slot.payload, room));
       row.SetCounter(counter);
       last = row;
     }
