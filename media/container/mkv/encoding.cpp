@@ -6,6 +6,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <new>
 
 namespace qlnmedia::mkv {
 
@@ -31,9 +32,24 @@ const char* NameOf(const Encoding& encoding) {
                                            NameOf(encoding)));
 }
 
+// What zlib holds for a stream goes with it, whatever is thrown meanwhile.
+class InflateStream {
+ public:
+  InflateStream() {
+    if (inflateInit(&stream_) != Z_OK) throw std::bad_alloc();
+  }
+  ~InflateStream() { inflateEnd(&stream_); }
+  InflateStream(const InflateStream&) = delete;
+  InflateStream& operator=(const InflateStream&) = delete;
+  z_stream& get() { return stream_; }
+
+ private:
+  z_stream stream_ = {};
+};
+
 Bytes Inflate(const Source& source, uint64_t at, ByteSpan bytes) {
-  z_stream stream = {};
-  if (inflateInit(&stream) != Z_OK) throw std::bad_alloc();
+  InflateStream held;
+  z_stream& stream = held.get();
   stream.next_in = const_cast<Bytef*>(bytes.data());  // which zlib does not write to
   stream.avail_in = static_cast<uInt>(bytes.size());
   Bytes out;
@@ -48,7 +64,6 @@ Bytes Inflate(const Source& source, uint64_t at, ByteSpan bytes) {
     if (result == Z_BUF_ERROR || (result == Z_OK && stream.avail_in == 0 && stream.avail_out != 0)) break;
   }
   const bool whole = result == Z_STREAM_END && stream.avail_in == 0;
-  inflateEnd(&stream);
   if (!whole) throw source.Fault(at, "what is compressed here is no whole zlib stream");
   return out;
 }
