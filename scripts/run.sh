@@ -1,7 +1,7 @@
 #!/bin/bash
 # Installs what is missing, builds qlnmedia, and inspects a media file.
 #   scripts/run.sh          makes a short real clip, inspects it, patches timecode, HDR and colour in, inspects and
-#                           checks the result
+#                           checks the result, and writes a page about it
 #   scripts/run.sh FILE     inspects FILE
 set -euo pipefail
 caller=$PWD
@@ -36,6 +36,7 @@ if [ $# -eq 1 ]; then
   "$qlnmedia" inspect --details "$file"
   echo
   echo "More of it: $qlnmedia inspect --elements --units --library '$file'"
+  echo "Drawn on a page: $qlnmedia inspect --html report.html '$file'"
   exit
 fi
 
@@ -59,3 +60,7 @@ echo "== inspect $patched"
 echo
 echo "== check $patched"
 "$qlnmedia" check "$patched"
+page=build/clips/clip-hdr.html
+"$qlnmedia" inspect --force --html "$page" "$patched" >/dev/null
+echo
+echo "Drawn on a page, for any browser: $PWD/$page"

@@ -26,6 +26,8 @@ class StreamChecker {
 
   // Takes the next packet of the stream. What is encrypted is not judged.
   void Take(const PacketView& packet);
+  // Frames that were taken.
+  int64_t frames() const { return frames_; }
   // At the end of the stream.
   void Finish();
 

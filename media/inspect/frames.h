@@ -30,8 +30,8 @@ void AddFrameMessages(Section& frame, const CodedStream& stream, size_t number, 
 // Tells where each unit of a frame stands in its packet.
 class UnitOffsets {
  public:
-  UnitOffsets(const CodedStream& stream, const UnitRun& run)
-      : framing_(stream.config.framing), at_(run.lead.size()) {}
+  UnitOffsets(const CodedStream& stream, const UnitRun& run) : UnitOffsets(stream.config.framing, run) {}
+  UnitOffsets(Framing framing, const UnitRun& run) : framing_(framing), at_(run.lead.size()) {}
   // The place of the next unit's start code or length.
   size_t Next(const Unit& unit);
 

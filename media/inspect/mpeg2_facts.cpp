@@ -82,7 +82,18 @@ void TakePicture(ByteSpan extension, Seen& seen) {
   }
 }
 
-ClockTime GroupTime(ByteSpan header) {
+void TakeExtension(ByteSpan extension, Mpeg2Facts& facts, Seen& seen) {
+  const int kind = extension[4] >> 4;
+  if (kind == kSequenceExtension && extension.size() >= 6) {
+    NameProfile((extension[4] & 15) << 4 | extension[5] >> 4, facts);
+    seen.progressiveSequence = (extension[5] & 8) != 0;
+  }
+  if (kind == kPictureCodingExtension && extension.size() >= 9) TakePicture(extension, seen);
+}
+
+}  // namespace
+
+ClockTime ReadGroupTime(ByteSpan header) {
   const uint32_t bits = static_cast<uint32_t>(header[4]) << 24 | static_cast<uint32_t>(header[5]) << 16 |
                         static_cast<uint32_t>(header[6]) << 8 | header[7];
   ClockTime time;
@@ -95,17 +106,6 @@ ClockTime GroupTime(ByteSpan header) {
   return time;
 }
 
-void TakeExtension(ByteSpan extension, Mpeg2Facts& facts, Seen& seen) {
-  const int kind = extension[4] >> 4;
-  if (kind == kSequenceExtension && extension.size() >= 6) {
-    NameProfile((extension[4] & 15) << 4 | extension[5] >> 4, facts);
-    seen.progressiveSequence = (extension[5] & 8) != 0;
-  }
-  if (kind == kPictureCodingExtension && extension.size() >= 9) TakePicture(extension, seen);
-}
-
-}  // namespace
-
 Mpeg2Facts ReadMpeg2Facts(const std::vector<Bytes>& packets) {
   Mpeg2Facts facts;
   Seen seen;
@@ -113,7 +113,7 @@ Mpeg2Facts ReadMpeg2Facts(const std::vector<Bytes>& packets) {
     for (const Mpeg2Unit& unit : Mpeg2Units(packet)) {
       const ByteSpan bytes = ByteSpan(packet).subspan(unit.at, unit.size);
       if (unit.code == kMpeg2GroupStart && bytes.size() >= 8 && !facts.timecode)
-        facts.timecode = GroupTime(bytes);
+        facts.timecode = ReadGroupTime(bytes);
       if (unit.code == kExtensionStart && bytes.size() >= 5) TakeExtension(bytes, facts, seen);
     }
   }

@@ -18,6 +18,9 @@ struct Mpeg2Facts {
   std::optional<ClockTime> timecode;  // of the first group of pictures
 };
 
+// The timecode of a group_of_pictures_header of at least eight bytes, start code included.
+ClockTime ReadGroupTime(ByteSpan header);
+
 // By its first packets in coding order.
 Mpeg2Facts ReadMpeg2Facts(const std::vector<Bytes>& packets);
 

@@ -47,6 +47,7 @@ ENGINE = {
     "container": SAID,
     "check": SAID | {"edit", "container"},
     "inspect": SAID | {"edit", "container", "check"},
+    "html": SAID | {"container", "check", "inspect"},
     "patch": SAID | {"edit", "container"},
 }
 # The rooms that know libav: files are read there, and, as long as a muxer writes some of them, written.

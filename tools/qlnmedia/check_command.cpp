@@ -11,7 +11,9 @@
 #include "commands.h"
 #include "journaled_check.h"
 #include "output.h"
+#include "page_option.h"
 #include "qlnmedia/check.h"
+#include "qlnmedia/html_report.h"
 #include "tables.h"
 
 namespace qlnmedia {
@@ -23,6 +25,7 @@ struct Options {
   bool json = false;
   bool csv = false;
   std::string journal;
+  PageOption page;
 };
 
 // The word of a finding; a note says that it is one.
@@ -86,6 +89,7 @@ std::string Result(const std::vector<Finding>& findings, const Input& input, Exi
 
 void Run(const Options& options) {
   const Inputs inputs = FindInputs(options.inputs);
+  RequirePage(options.page, inputs);
   std::optional<Journal> journal;
   const auto isPipe = [](const Input& input) { return input.path == "/dev/stdin"; };
   if (!options.journal.empty() && std::any_of(inputs.files.begin(), inputs.files.end(), isPipe))
@@ -93,8 +97,10 @@ void Run(const Options& options) {
   if (!options.journal.empty()) journal.emplace(options.journal, "check");
   Batch batch;
   batch.work = [&](const Input& input, const ProgressCallback& progress) {
-    const std::vector<Finding> findings =
-        journal ? CheckWithJournal(input.path, *journal) : CheckFile(input.path, progress);
+    const std::vector<Finding> findings = options.page.asked()
+                                              ? WriteHtmlReport(input.path, options.page.path, progress)
+                                          : journal ? CheckWithJournal(input.path, *journal)
+                                                    : CheckFile(input.path, progress);
     const bool worthy = std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
       return finding.severity != Severity::kNote;
     });
@@ -124,10 +130,13 @@ void AddCheckCommand(CLI::App& app) {
       ->add_flag("--csv", options->csv,
                  "Print comma separated values: a row for each finding, and one for each file without any")
       ->excludes(json);
-  command->add_option("--journal", options->journal,
-                      "Keep what is done in FILE, a line each, and go on there in the next run; each file is "
-                      "then checked in a "
-                      "process of its own, so that one which ends it is one failed file");
+  auto* const journal = command->add_option(
+      "--journal", options->journal,
+      "Keep what is done in FILE, a line each, and go on there in the next run; each file is "
+      "then checked in a "
+      "process of its own, so that one which ends it is one failed file");
+  AddPageOption(*command, options->page);
+  command->get_option("--html")->excludes(journal);
   command->callback([options] { Run(*options); });
 }
 

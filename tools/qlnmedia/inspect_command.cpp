@@ -6,6 +6,8 @@
 
 #include "batch.h"
 #include "commands.h"
+#include "page_option.h"
+#include "qlnmedia/html_report.h"
 #include "qlnmedia/inspect.h"
 #include "report_text.h"
 #include "summary_rows.h"
@@ -23,6 +25,7 @@ struct Options {
   bool framesAsked = false;
   ReportView view;
   InspectOptions inspect;
+  PageOption page;
 };
 
 std::string TextOf(const Report& report, const Options& options) {
@@ -49,8 +52,10 @@ void Run(Options options) {
   view.units = options.inspect.units;
   options.inspect.details = options.json || (view.details && !options.csv);
   const Inputs inputs = FindInputs(options.inputs);
+  RequirePage(options.page, inputs);
   Batch batch;
-  batch.work = [&](const Input& input, const ProgressCallback&) {
+  batch.work = [&](const Input& input, const ProgressCallback& progress) {
+    if (options.page.asked()) WriteHtmlReport(input.path, options.page.path, progress);
     return FileResult{Result(InspectFile(input.path, options.inspect), input, options, inputs.several)};
   };
   if (options.json) batch.failed = FailedLine;
@@ -86,6 +91,7 @@ void AddInspectCommand(CLI::App& app) {
   auto* const frames = command->add_option("--frames", options->inspect.frames,
                                            "Coded frames of each video stream to lay out among the details");
   frames->check(CountUpTo(INT32_MAX))->capture_default_str();
+  AddPageOption(*command, options->page);
   command->callback([options, frames] {
     options->framesAsked = frames->count() != 0;
     Run(*options);

@@ -1,0 +1,44 @@
+// Checks all coded streams of a file in one pass that somebody else makes over its packets.
+#ifndef MEDIA_CHECK_FILE_CHECKER_H
+#define MEDIA_CHECK_FILE_CHECKER_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "captions/reader.h"
+#include "check/stream_checker.h"
+#include "container/media_file.h"
+
+namespace qlnmedia {
+
+class FileChecker {
+ public:
+  // Looks at the streams that the file has so far: checkers of later ones would have missed packets.
+  explicit FileChecker(const MediaFile& file);
+  FileChecker(const FileChecker&) = delete;
+  FileChecker& operator=(const FileChecker&) = delete;
+
+  // The streams that are checked, by their index.
+  const std::vector<MediaStream>& streams() const { return streams_; }
+  // The stream whose captions are to be surveyed; nothing where there is none, or samples cannot be read.
+  std::optional<unsigned> captioned() const;
+  // Coded frames of a stream that were taken; 0 for one that is not H.264 or HEVC.
+  int64_t frames(unsigned stream) const;
+
+  // Takes the next packet of any stream.
+  void Take(const MediaPacket& packet);
+  // All that was found in the packets, in the captions of `captioned` (null where nobody surveyed them), and
+  // at the end of the file.
+  std::vector<Finding> Finish(const MediaFile& file, const CaptionSurvey* captions);
+
+ private:
+  std::vector<MediaStream> streams_;
+  FindingList findings_;
+  std::vector<std::unique_ptr<StreamChecker>> checkers_;  // null for what is not H.264 or HEVC
+};
+
+}  // namespace qlnmedia
+
+#endif
