@@ -36,7 +36,7 @@ def make_avc():
         "-i", "sine=duration=2", "-metadata", f"title={MARKUP}", "-metadata:s:a:0", f"handler_name={MARKUP}",
         "-c:v", "libx264", "-preset", "ultrafast", "-x264-params", X264, "-pix_fmt", "yuv420p", "-c:a", "aac", base)
     cues = CLIPS / "cues.srt"
-    cues.write_text("1\n00:00:00,600 --> 00:00:01,200\n<img src=x onerror=1>\n\n2\n00:00:01,400 --> 00:00:01,900\n"
+    cues.write_text("1\n00:00:00,900 --> 00:00:01,300\n<img src=x onerror=1>\n\n2\n00:00:01,700 --> 00:00:01,950\n"
                     "\"X\" </script>\n", encoding="utf-8")
     run(QLNMEDIA, "patch", "--force", "--timecode", "09:59:59:10", "--captions", cues, base, made)
     return made

@@ -25,12 +25,18 @@ function interactionOf(line) {
 
 const AXIS_WIDTH = 92;
 
+// Charts have headings and words of their own. The library's legend would style elements by markup, which the policy of
+// the page refuses.
+Dygraph.PLUGINS = Dygraph.PLUGINS.filter((plugin) => plugin !== Dygraph.Plugins.Legend);
+
 // One chart of a time line. `options.rows(from, to)` gives what is drawn of a window, and how many pictures share a row.
 class Chart {
   constructor(line, parent, options) {
     this.line = line;
     this.options = options;
     this.div = el('div', { class: `plot ${options.name}`, 'data-chart': options.name });
+    // Its size must stand before it is drawn.
+    if (options.height) this.div.style.height = `${options.height}px`;
     parent.append(this.div);
     const [from, to] = line.window;
     this.graph = new Dygraph(this.div, options.rows(from, to), {

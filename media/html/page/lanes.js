@@ -106,6 +106,7 @@ function laneChart(line) {
   return {
     name: 'lanes',
     axis: true,
+    height: line.lanes.length * LANE_HEIGHT + 22,
     labels: ['picture', 'lanes'],
     rows(from, to) {
       // One row a picture that the pointer can find.

@@ -33,6 +33,8 @@ function showPage() {
   showSets(data);
   showCaptions(data, goToTime);
   showOthers(data);
+  // Paper has no summary to click on.
+  addEventListener('beforeprint', () => document.querySelectorAll('details.paper').forEach((part) => { part.open = true; }));
   document.documentElement.dataset.ready = String(Math.round(performance.now()));
 }
 

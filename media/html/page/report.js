@@ -35,8 +35,10 @@ function showFile(data) {
   const section = document.getElementById('file');
   const summary = data.report.filter((item) => item.key === 'summary');
   const rest = data.report.filter((item) => item.key !== 'summary' && !isOtherStream(item));
-  section.append(...reportItems(summary, 3), el('div', { class: 'columns' }, ...reportItems(rest, 3)),
-    el('h3', {}, 'What was read by whom'), factsOf(data.readers));
+  section.append(...reportItems(summary.flatMap((item) => item.items), 3),
+    el('details', { class: 'paper' }, el('summary', {}, 'All that container, streams and configuration records say'),
+      el('div', { class: 'columns' }, ...reportItems(rest, 3))),
+    el('details', { class: 'paper' }, el('summary', {}, 'What was read by whom'), factsOf(data.readers)));
 }
 
 function showOthers(data) {

@@ -79,7 +79,7 @@ function sizeChart(line) {
       eachRow(from, to, line.count, value, (n, size) => rows.push([n, size]));
       return rows.length ? rows : [[0, 0]];
     },
-    graph: { plotter: (event) => drawSizes(line, event), yRangePad: 18 },
+    graph: { plotter: (event) => drawSizes(line, event), yRangePad: 26 },
   };
 }
 
@@ -92,12 +92,17 @@ function ratesOf(line) {
   const length = count > 1 ? (times[count - 1] - times[0]) / (count - 1) : 1;
   let sum = 0;
   let tail = 0;
+  let early = 0;
   for (let n = 0; n < count; ++n) {
     sum += facts.size[order[n]];
     while (tail < n && times[tail] <= times[n] - 1 + 1e-6) sum -= facts.size[order[tail++]];
-    const passed = Math.min(1, times[n] - times[0] + length);
-    second[n] = passed > 0 ? sum * 8 / passed : 0;
+    second[n] = sum * 8;
+    if (times[n] - times[0] + length < 1 - 1e-6) early = n + 1;
   }
+  // Until a second has passed it is the rate of the first one; of all, where there is no whole one.
+  const passed = count > 0 ? times[count - 1] - times[0] + length : 0;
+  const first = early < count ? second[early] : passed > 0 ? sum * 8 / passed : 0;
+  second.fill(first, 0, early);
   for (let begin = 0; begin < count;) {
     let end = begin + 1;
     let bytes = facts.size[order[begin]];

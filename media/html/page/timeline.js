@@ -61,16 +61,6 @@ class Timeline {
   }
 
   add(title, options) {
-    if (options.name === 'lanes') {
-      this.plots.append(el('h4', {}, title));
-      const holder = el('div', {});
-      this.plots.append(holder);
-      const chart = new Chart(this, holder, options);
-      this.charts.push(chart);
-      chart.div.style.height = `${this.lanes.length * LANE_HEIGHT + 22}px`;
-      chart.graph.resize();
-      return;
-    }
     this.plots.append(el('h4', {}, title));
     this.charts.push(new Chart(this, this.plots, options));
   }
