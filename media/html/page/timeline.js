@@ -47,6 +47,7 @@ class Timeline {
     this.plots.append(this.tip);
     this.panel = el('div', { class: 'chosen', hidden: true });
     this.root.append(this.said, this.panel);
+    new ResizeObserver(() => this.charts.forEach((chart) => chart.graph.resize())).observe(this.plots);
     this.table = new PictureTable(this);
     this.root.append(this.table.details);
     this.tell();
