@@ -29,9 +29,9 @@ def encode(path, *options, source="testsrc2=size=160x120:rate=25:duration=1.2"):
 def make_avc():
     """H.264 with a signalled buffer, timecodes and captions; every text that can be is markup, and so is its name."""
     made = CLIPS / "a 'b' \"c\" <i>&amp;.mp4"
+    base = CLIPS / "base.mp4"
     if made.exists():
         return made
-    base = CLIPS / "base.mp4"
     run("ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", "testsrc2=size=160x120:rate=25:duration=2", "-f", "lavfi",
         "-i", "sine=duration=2", "-metadata", f"title={MARKUP}", "-metadata:s:a:0", f"handler_name={MARKUP}",
         "-c:v", "libx264", "-preset", "ultrafast", "-x264-params", X264, "-pix_fmt", "yuv420p", "-c:a", "aac", base)
@@ -57,7 +57,17 @@ def make_mpeg2():
     return encode(CLIPS / "mpeg2.ts", "-c:v", "mpeg2video", "-g", "8", "-bf", "2")
 
 
-CLIP_KINDS = {"avc": make_avc, "fields": make_interlaced, "hevc": make_hevc, "mpeg2": make_mpeg2}
+def make_late():
+    """The same encode with 20,000 bytes more at each IDR picture, which its buffer cannot take in time."""
+    make_avc()
+    made = CLIPS / "late.mp4"
+    text = "086f3693-b7b3-4f2c-9653-21492feee5b8+" + "x" * 20000
+    run("ffmpeg", "-v", "error", "-y", "-i", CLIPS / "base.mp4", "-map", "0:v", "-c", "copy", "-bsf:v",
+        f"h264_metadata=sei_user_data={text}", made)
+    return made
+
+
+CLIP_KINDS = {"late": make_late, "avc": make_avc, "fields": make_interlaced, "hevc": make_hevc, "mpeg2": make_mpeg2}
 
 
 class Clip:
@@ -119,4 +129,4 @@ def shown(browser, clips):
 
     yield show
     assert browser.get_log("browser") == []
-    assert browser.title == f"{opened[-1].path.name}: media report"
+    assert not opened or browser.title == f"{opened[-1].path.name}: media report"

@@ -163,6 +163,16 @@ def test_the_buffer_is_drawn_where_it_is_signalled(browser, shown):
     assert not browser.find_elements(By.CSS_SELECTOR, "[data-chart=buffer]")
 
 
+def test_an_underflow_is_told(browser, shown):
+    shown("late")
+    titles = [title.text for title in browser.find_elements(By.CSS_SELECTOR, ".plots h4")]
+    assert any("underflows (U)" in title for title in titles), titles
+    one(browser, ".goto").send_keys("12" + Keys.ENTER)
+    panel = one(browser, ".chosen")
+    WebDriverWait(browser, 5).until(lambda _: "(IDR)" in panel.text)
+    assert "underflow: it is not whole in time" in panel.text
+
+
 def test_sets_are_searched_and_compared(browser, shown):
     clip = shown("avc")
     box = one(browser, "[data-sets]")
