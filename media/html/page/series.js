@@ -61,7 +61,7 @@ function drawSizes(line, event) {
       canvas.lineTo(point.canvasx + 4, point.canvasy - 8);
       canvas.lineTo(point.canvasx, point.canvasy - 2);
       canvas.fill();
-      if (point.canvasx - lastMark > 30) canvas.fillText(ENTRIES[line.facts.entry[packet]], point.canvasx, point.canvasy - 11);
+      if (point.canvasx - lastMark > 30) canvas.fillText(ENTRIES[line.facts.entry[packet]], Math.max(area.x + 11, point.canvasx), point.canvasy - 11);
       lastMark = point.canvasx;
     }
   }

@@ -57,8 +57,8 @@ class Timeline {
     const { buffer } = this.facts.data;
     const wrong = buffer.underflows + buffer.overflows === 0 ? 'no underflow'
       : `${buffer.underflows} underflows (U), ${buffer.overflows} overflows (O)`;
-    return `Coded picture buffer (${buffer.nal ? 'NAL' : 'VCL'} HRD, schedule 0 of ${buffer.schedules}, ${rateText(buffer.bitRate)} ${buffer.constant ? 'constant' : 'variable'}, ` +
-      `${grouped(buffer.size)} bits): full before and after each picture; ${wrong}`;
+    return `Coded picture buffer before and after each picture: ${buffer.nal ? 'NAL' : 'VCL'} HRD, ${rateText(buffer.bitRate)} ${buffer.constant ? 'constant' : 'variable'}` +
+      `${buffer.schedules > 1 ? `, first of ${buffer.schedules} schedules` : ''}, ${grouped(buffer.size)} bits; ${wrong}`;
   }
 
   add(title, options) {
