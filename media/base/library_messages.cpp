@@ -3,6 +3,7 @@
 #include "base/library_messages.h"
 
 #include <cctype>
+#include <new>
 #include <utility>
 
 #include "kxutil/kxutil.h"
@@ -20,9 +21,13 @@ MessageSink::~MessageSink() { kxSetThreadDiagnosticSink(previousSink_, previousC
 void MessageSink::Receive(uint32_t severity, const char* text, void* context) {
   MessageSink& sink = *static_cast<MessageSink*>(context);
   if (severity == KX_SEVERITY_DEBUG || sink.messages_.size() >= kMostMessages) return;
-  std::string line = MessageLine(text);
-  if (!sink.messages_.empty() && sink.messages_.back().text == line) return;
-  sink.messages_.push_back({severity, std::move(line)});
+  // The library is in the middle of a call, and lets nothing through.
+  try {
+    std::string line = MessageLine(text);
+    if (!sink.messages_.empty() && sink.messages_.back().text == line) return;
+    sink.messages_.push_back({severity, std::move(line)});
+  } catch (const std::bad_alloc&) {
+  }
 }
 
 std::vector<LibraryMessage> MessageSink::Take() { return std::exchange(messages_, {}); }

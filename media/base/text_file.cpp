@@ -2,6 +2,7 @@
 
 #include "base/text_file.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,9 +11,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
+#include <utility>
 
 #include "base/error.h"
+#include "base/read_error.h"
 
 namespace qlnmedia {
 
@@ -20,25 +22,39 @@ namespace {
 
 constexpr size_t kMostBytes = size_t{256} << 20;
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
+constexpr size_t kBufferBytes = size_t{1} << 16;
+
+class Descriptor {
+ public:
+  explicit Descriptor(int number) : number_(number) {}
+  ~Descriptor() {
+    if (number_ >= 0) close(number_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int number() const { return number_; }
+
+ private:
+  int number_;
 };
-using FileHandle = std::unique_ptr<std::FILE, FileCloser>;
 
 }  // namespace
 
 std::string ReadTextFile(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) throw Error(path, "is a directory");
-  const FileHandle file(std::fopen(path.c_str(), "rb"));
-  if (file == nullptr) throw Error(path, std::strerror(errno), "check the path");
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (file.number() < 0) throw Error(path, std::strerror(errno), "check the path");
   std::string text;
-  std::array<char, 65536> piece{};
-  for (size_t got = 0; (got = std::fread(piece.data(), 1, piece.size(), file.get())) != 0;) {
-    text.append(piece.data(), got);
+  std::array<char, kBufferBytes> piece{};
+  while (true) {
+    const ssize_t got = read(file.number(), piece.data(), piece.size());
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) throw ReadError(path, std::string("cannot be read: ") + std::strerror(errno));
+    if (got == 0) break;
+    text.append(piece.data(), static_cast<size_t>(got));
     if (text.size() > kMostBytes) throw Error(path, "is too large for a caption file");
   }
-  if (std::ferror(file.get()) != 0) throw Error(path, "cannot be read");
   return text;
 }
 
@@ -47,13 +63,13 @@ TextFileWriter::TextFileWriter(const std::string& path)
   struct stat status {};
   if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
     throw Error(path, "is no ordinary file", "name a file for the output");
-  file_ = std::fopen(beside_.c_str(), "wbx");
-  if (file_ == nullptr) Fail(errno);
+  file_ = open(beside_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (file_ < 0) Fail(errno);
 }
 
 TextFileWriter::~TextFileWriter() {
-  if (file_ == nullptr) return;
-  std::fclose(file_);
+  if (file_ < 0) return;
+  close(file_);
   unlink(beside_.c_str());
 }
 
@@ -62,13 +78,24 @@ void TextFileWriter::Fail(int error) const {
 }
 
 void TextFileWriter::Write(std::string_view text) {
-  if (std::fwrite(text.data(), 1, text.size(), file_) != text.size()) Fail(errno);
+  buffer_.append(text);
+  if (buffer_.size() >= kBufferBytes) Send();
+}
+
+void TextFileWriter::Send() {
+  for (std::string_view left = buffer_; !left.empty();) {
+    const ssize_t put = write(file_, left.data(), left.size());
+    if (put < 0 && errno == EINTR) continue;
+    if (put <= 0) Fail(put == 0 ? ENOSPC : errno);
+    left.remove_prefix(static_cast<size_t>(put));
+  }
+  buffer_.clear();
 }
 
 void TextFileWriter::Finish() {
-  std::FILE* const file = file_;
-  file_ = nullptr;
-  if (std::fclose(file) == 0 && std::rename(beside_.c_str(), path_.c_str()) == 0) return;
+  Send();
+  // What a network's file system could not store is told by now, or by nobody.
+  if (close(std::exchange(file_, -1)) == 0 && std::rename(beside_.c_str(), path_.c_str()) == 0) return;
   const int error = errno;
   unlink(beside_.c_str());
   Fail(error);

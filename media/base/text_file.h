@@ -2,7 +2,6 @@
 #ifndef MEDIA_BASE_TEXT_FILE_H
 #define MEDIA_BASE_TEXT_FILE_H
 
-#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -24,11 +23,13 @@ class TextFileWriter {
   void Finish();
 
  private:
+  void Send();
   [[noreturn]] void Fail(int error) const;
 
   std::string path_;
   std::string beside_;
-  std::FILE* file_ = nullptr;
+  std::string buffer_;
+  int file_ = -1;
 };
 
 // The same for a text that is at hand.

@@ -2,11 +2,14 @@
 // or delete what others wrote.
 
 #include <strings.h>
+#include <sys/stat.h>
 
+#include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <utility>
 
+#include "base/library_messages.h"
 #include "kxutil/kxutil.h"
 #include "qlnmedia/clip_info.h"
 #include "qlnutil/clipinfo/info_fields.h"
@@ -49,6 +52,17 @@ std::optional<ClipInfoValue> ReadKey(KXConfigHandle store, const ClipInfoField& 
   return std::string(text.c_str());
 }
 
+bool WriteKey(KXConfigHandle store, const ClipInfoChange& change) {
+  const char* const key = change.field.name;
+  if (!change.value) return kxCFGDeleteValue(store, kSection, key) == 0;
+  if (const uint32_t* const number = std::get_if<uint32_t>(&*change.value)) {
+    uint32_t copy = *number;
+    return kxCFGValueDword(store, kSection, key, &copy, 1) == 0;
+  }
+  std::string copy = std::get<std::string>(*change.value);
+  return kxCFGValueString(store, kSection, key, copy.data(), nullptr, 1) == 0;
+}
+
 std::optional<ClipInfoValue> ValueIn(const QLNInfo& info, const qln::InfoField& field, bool isNumber) {
   if (isNumber) {
     const uint32_t number = qln::NumberOf(info, field);
@@ -59,6 +73,38 @@ std::optional<ClipInfoValue> ValueIn(const QLNInfo& info, const qln::InfoField& 
   if (text == nullptr) return {};
   return std::string(static_cast<const char*>(text));
 }
+
+// What the utility layer says while this lives. What it could not do is this call's failure and one line; the
+// rest, as of values that are damaged, goes where a host has it sent.
+class StoreMessages {
+ public:
+  StoreMessages() : sink_(std::make_unique<MessageSink>()) {}
+  ~StoreMessages() = default;
+  StoreMessages(const StoreMessages&) = delete;
+  StoreMessages& operator=(const StoreMessages&) = delete;
+
+  // Throws Error with what was said that could not be done, and with `otherwise` where it was not done and
+  // nothing was said: a trouble is told once.
+  void Require(bool done, const std::string& name, const std::string& otherwise) {
+    std::vector<LibraryMessage> messages = sink_->Take();
+    for (const LibraryMessage& message : messages) {
+      if (message.text.find(" cannot be ") != std::string::npos) throw Error({}, message.text);
+    }
+    if (done) return Say(messages);
+    if (messages.empty()) throw Error(name, otherwise);
+    throw Error({}, messages.front().text);
+  }
+
+ private:
+  void Say(const std::vector<LibraryMessage>& messages) {
+    sink_.reset();
+    for (const LibraryMessage& message : messages)
+      ErrFmtOut(message.severity, 0, 0, "%s", message.text.c_str());
+    sink_ = std::make_unique<MessageSink>();
+  }
+
+  std::unique_ptr<MessageSink> sink_;
+};
 
 // Calls `visit` with each stored field and whether it is a number, in the record's order.
 template <typename Visit>
@@ -113,9 +159,14 @@ struct ClipInfoStore::Impl {
 ClipInfoStore::ClipInfoStore(const std::string& file, bool mustExist) : impl_(std::make_unique<Impl>()) {
   impl_->file = file;
   if (file.empty()) return;
-  if (mustExist && kxOSFileExists(file.c_str()) == 0) throw Error(file, "no such file");
+  if (mustExist && kxOSFileExists(file.c_str()) == 0) {
+    struct stat status {};
+    if (stat(file.c_str(), &status) == 0) throw Error(file, "cannot be looked at");
+    throw Error(file, errno == ENOENT || errno == ENOTDIR ? "no such file" : std::strerror(errno));
+  }
+  StoreMessages messages;
   impl_->handle = kxCFGOpen(file.c_str(), 0);
-  if (impl_->handle == 0) throw Error(file, "is no settings file that can be read");
+  messages.Require(impl_->handle != 0, file, "is no settings file that can be read");
 }
 
 ClipInfoStore::~ClipInfoStore() {
@@ -125,6 +176,7 @@ ClipInfoStore::~ClipInfoStore() {
 std::string ClipInfoStore::name() const { return impl_->file.empty() ? "default store" : impl_->file; }
 
 std::vector<ClipInfoEntry> ClipInfoStore::ReadAll() const {
+  StoreMessages messages;
   const StoredRecord record(impl_->handle);
   std::vector<ClipInfoEntry> entries;
   ForEachField([&](const qln::InfoField& field, bool isNumber) {
@@ -134,6 +186,7 @@ std::vector<ClipInfoEntry> ClipInfoStore::ReadAll() const {
                                              : ValueIn(record.info(), field, isNumber);
     if (value) entries.push_back({named, *std::move(value)});
   });
+  messages.Require(true, name(), {});
   return entries;
 }
 
@@ -144,24 +197,22 @@ std::optional<ClipInfoValue> ClipInfoStore::Read(const ClipInfoField& field) con
   return {};
 }
 
-void ClipInfoStore::Write(const ClipInfoChange& change) {
-  const char* const key = change.field.name;
-  int32_t result = 0;
-  if (!change.value) {
-    result = kxCFGDeleteValue(impl_->handle, kSection, key);
-  } else if (const uint32_t* const number = std::get_if<uint32_t>(&*change.value)) {
-    uint32_t copy = *number;
-    result = kxCFGValueDword(impl_->handle, kSection, key, &copy, 1);
-  } else {
-    std::string copy = std::get<std::string>(*change.value);
-    result = kxCFGValueString(impl_->handle, kSection, key, copy.data(), nullptr, 1);
-  }
-  if (result != 0) throw Error(name(), "cannot be written");
+void ClipInfoStore::Write(const ClipInfoChange& change) { Write(std::vector<ClipInfoChange>{change}); }
+
+void ClipInfoStore::Write(const std::vector<ClipInfoChange>& changes) {
+  StoreMessages messages;
+  const bool grouped = kxCFGBegin(impl_->handle) == 0;
+  bool done = true;
+  for (const ClipInfoChange& change : changes) done = done && WriteKey(impl_->handle, change);
+  if (grouped) done = kxCFGEnd(impl_->handle) == 0 && done;
+  messages.Require(done, name(), "cannot be written");
 }
 
 void ClipInfoStore::Save() {
   if (impl_->handle == KX_DEFAULT_STORE) return;
-  if (kxCFGClose(std::exchange(impl_->handle, 0), 1) != 0) throw Error(name(), "cannot be written");
+  StoreMessages messages;
+  const bool saved = kxCFGClose(std::exchange(impl_->handle, 0), 1) == 0;
+  messages.Require(saved, name(), "cannot be written");
 }
 
 }  // namespace qlnmedia

@@ -9,6 +9,8 @@
 #include <optional>
 #include <set>
 
+#include "base/read_error.h"
+
 namespace qlnmedia {
 
 namespace {
@@ -267,6 +269,7 @@ std::vector<AnnouncedService> AnnouncedServicesOf(const MediaInput& input, int p
     begin.resize(kBegin);
     std::ifstream file(input.path(), std::ios::binary);
     file.read(reinterpret_cast<char*>(begin.data()), static_cast<std::streamsize>(begin.size()));
+    if (!file.is_open() || file.bad()) throw ReadError(input.path(), "cannot be read");
     begin.resize(static_cast<size_t>(std::max<std::streamsize>(file.gcount(), 0)));
   }
   std::map<int, std::vector<AnnouncedService>> all = AnnouncedServices(begin);

@@ -10,6 +10,7 @@
 
 #include "base/error.h"
 #include "base/numbers.h"
+#include "base/read_error.h"
 #include "base/text_file.h"
 #include "captions/decoder.h"
 #include "captions/pop_on_schedule.h"
@@ -166,6 +167,8 @@ std::vector<CaptionStream> CaptionStreamsOf(const std::string& path, const Progr
       if (type == known) return TracksOf(path);
     }
     if (reader.U8(0) == kSync || reader.U8(4) == kSync) return AncStreamsOf(path, progress);
+  } catch (const ReadError&) {
+    throw;
   } catch (const Error&) {  // whoever opens it as media says what is wrong
   }
   return {};

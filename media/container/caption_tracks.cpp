@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "base/error.h"
+#include "base/read_error.h"
 #include "captions/caption_sample.h"
 #include "container/mp4/box_tree.h"
 #include "container/mp4/movie.h"
@@ -145,6 +146,8 @@ std::vector<CaptionTrackPlace> FindCaptionTracks(const mp4::Source& source) {
           found.push_back({static_cast<unsigned>(i), tracks[i].id, name});
       }
     }
+  } catch (const ReadError&) {
+    throw;
   } catch (const Error&) {  // what cannot be read by its boxes has no tracks that could
   }
   return found;

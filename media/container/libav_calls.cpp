@@ -4,6 +4,8 @@
 
 #include <dlfcn.h>
 
+#include <cstring>
+#include <new>
 #include <string>
 
 #include "base/error.h"
@@ -20,6 +22,10 @@ constexpr char kFormats[] = QLNMEDIA_LIBRARY_NAME("avformat", LIBAVFORMAT_VERSIO
 
 [[noreturn]] void FailLoading(const char* library) {
   const char* const reason = dlerror();
+  // The loader has no other sign of it.
+  for (const char* const memory : {"annot allocate memory", "failed to map segment", "annot create"}) {
+    if (reason != nullptr && std::strstr(reason, memory) != nullptr) throw std::bad_alloc();
+  }
   throw Error(library,
               std::string("cannot be loaded") + (reason == nullptr ? "" : std::string(": ") + reason),
               "install FFmpeg's libraries of that version to read media files");

@@ -83,6 +83,8 @@ extern "C" {
   QLNMEDIA_LIBAVCODEC_CALLS(CALL)  \
   QLNMEDIA_LIBAVFORMAT_CALLS(CALL)
 
+#include <cerrno>
+
 namespace qlnmedia {
 
 // Where each function stands.
@@ -111,6 +113,26 @@ class LibavSilence {
   static inline constinit thread_local int depth = 0;
 };
 
+// Whether memory ran out within libav in this thread: it leaves out what it finds none for, a tag, a packet,
+// a stream's private data, and mostly says nothing.
+class LibavMemory {
+ public:
+  static bool RanOut() { return ranOut; }
+  static void Forget() { ranOut = false; }
+  // Around a call; the C library's allocator says so in errno, which nothing sets back.
+  LibavMemory() : before_(errno) { errno = 0; }
+  ~LibavMemory() {
+    if (errno == ENOMEM) ranOut = true;
+    if (errno == 0) errno = before_;
+  }
+  LibavMemory(const LibavMemory&) = delete;
+  LibavMemory& operator=(const LibavMemory&) = delete;
+
+ private:
+  static inline constinit thread_local bool ranOut = false;
+  int before_;
+};
+
 // One of the functions.
 template <auto kPlace, typename Type = decltype(kPlace)>
 class LibavCall;
@@ -119,6 +141,7 @@ class LibavCall<kPlace, Result (*LibavCalls::*)(Arguments...)> {
  public:
   Result operator()(Arguments... arguments) const {
     const LibavSilence silence;
+    const LibavMemory memory;
     return (Libav().*kPlace)(arguments...);
   }
 };

@@ -14,6 +14,7 @@
 #include <set>
 
 #include "base/error.h"
+#include "base/read_error.h"
 #include "base/text.h"
 #include "container/coded_stream.h"
 #include "container/describe_stream.h"
@@ -93,6 +94,13 @@ void RestoreKeyMark(const AVFormatContext& context, AVPacket* packet) {
               "start its writer first, or name a file");
 }
 
+// Whether it is the system that did not do it, whatever the file is.
+bool IsRefusal(int result) {
+  constexpr std::array kRefusals = {AVERROR(EIO), AVERROR(EMFILE), AVERROR(ENFILE), AVERROR(EINTR),
+                                    AVERROR(ENOSPC)};
+  return std::find(kRefusals.begin(), kRefusals.end(), result) != kRefusals.end();
+}
+
 // A path that leads to a file.
 MediaInput FileAt(const std::string& path) {
   MediaInput input(path);
@@ -157,6 +165,7 @@ std::string LibavErrorText(int error) {
 MediaFile::MediaFile(const MediaInput& input) : MediaFile(input, {}) {}
 
 MediaFile::MediaFile(const MediaInput& input, std::string_view format) : input_(input) {
+  LibavMemory::Forget();
   const std::string& file = path();
   if (!isPipe()) {
     struct stat status {};
@@ -172,6 +181,7 @@ MediaFile::MediaFile(const MediaInput& input, std::string_view format) : input_(
   for (unsigned i = 0; i < context_->nb_streams; ++i)
     colours.push_back(DescribeContainerColour(*context_->streams[i]));
   const int found = avformat_find_stream_info(context_.get(), nullptr);
+  RequireRead(found);
   if (found == AVERROR_INVALIDDATA) FailNoMedia(file);
   if (found < 0) throw Error(file, "its streams cannot be read: " + LibavErrorText(found));
   if (context_->nb_streams == 0) FailNoMedia(file);
@@ -199,6 +209,8 @@ void MediaFile::Open(std::string_view format) {
       format.empty() ? nullptr : av_find_input_format(std::string(format).c_str());
   const int result = avformat_open_input(&opened, name.c_str(), known, &options);
   av_dict_free(&options);
+  if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
+  if (IsRefusal(result)) throw ReadError(path(), "cannot be read: " + LibavErrorText(result));
   if (result < 0) {
     if (isPipe() && input_.tape().size() == 0) FailWithoutBytes(input_);
     if (!isPipe() && BeginsWithBox(path())) FailBoxes(path());
@@ -206,6 +218,7 @@ void MediaFile::Open(std::string_view format) {
     throw Error(path(), "cannot be opened: " + LibavErrorText(result));
   }
   context_.reset(opened);
+  RequireRead(result);
   KnowHevcOfMxf();
 }
 
@@ -220,6 +233,8 @@ void MediaFile::KnowHevcOfMxf() {
   }
   try {
     if (unknown.empty() || !mxf::BeginsWithHevc(mp4::FileSource(path()))) return;
+  } catch (const ReadError&) {
+    throw;
   } catch (const Error&) {
     return;  // what libavformat makes of it stands
   }
@@ -239,6 +254,14 @@ int MediaFile::ReadPipe(void* file, uint8_t* to, int size) {
   } catch (const Error&) {
     return AVERROR(EIO);
   }
+}
+
+// Where reading fails, libavformat goes on with what it has: what it then makes of a file is not what the
+// file says.
+void MediaFile::RequireRead(int result) const {
+  const int failed = context_->pb == nullptr || context_->pb->error == AVERROR_EOF ? 0 : context_->pb->error;
+  if (result == AVERROR(ENOMEM) || failed == AVERROR(ENOMEM) || LibavMemory::RanOut()) throw std::bad_alloc();
+  if (failed < 0) throw ReadError(path(), "cannot be read: " + LibavErrorText(failed));
 }
 
 void MediaFile::LookAtBoxes() {
@@ -359,6 +382,7 @@ bool MediaFile::Read(AVPacket* packet) {
     if (IsVideo(*context_->streams[packet->stream_index])) RestoreKeyMark(*context_, packet);
     return true;
   }
+  RequireRead(result);
   stoppedEarly_ = result != AVERROR_EOF;
   if (stoppedEarly_) endNote_ = "reading stopped early: " + LibavErrorText(result);
   return false;

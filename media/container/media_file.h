@@ -94,6 +94,7 @@ class MediaFile {
   MediaFile(const MediaInput& input, std::string_view format);
   void Open(std::string_view format);
   void KnowHevcOfMxf();
+  void RequireRead(int result) const;
   void LookAtBoxes();
   // What libavformat calls for more bytes of a pipe.
   static int ReadPipe(void* file, uint8_t* to, int size);

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "base/error.h"
+#include "base/read_error.h"
 
 namespace qlnmedia {
 
@@ -135,7 +136,9 @@ MediaInput::MediaInput(const std::string& path) : path_(path) {
   struct stat status {};
   const bool input = path == kStandardInput;
   const int result = input ? fstat(STDIN_FILENO, &status) : stat(path.c_str(), &status);
-  if (result != 0 || !PassesOnce(status.st_mode)) return;  // whoever opens it says what is wrong
+  // Of a path that leads nowhere whoever opens it says what is wrong.
+  if (result != 0 && (input || errno == EIO || errno == ENOMEM)) throw ReadError(path, std::strerror(errno));
+  if (result != 0 || !PassesOnce(status.st_mode)) return;
   const int descriptor = OpenPipe(path);
   if (isatty(descriptor) != 0) {
     close(descriptor);

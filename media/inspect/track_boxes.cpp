@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "base/error.h"
+#include "base/read_error.h"
 #include "container/mp4/box_tree.h"
 #include "container/mp4/movie.h"
 
@@ -121,6 +122,8 @@ TrackBoxes ReadTrackBoxes(const mp4::Source& source, uint32_t trackId) {
         TakeTrack(reader, box, *track, found);
       break;
     }
+  } catch (const ReadError&) {
+    throw;
   } catch (const Error&) {
     // The boxes end early; the demuxer says of such a file what there is to say.
   }
@@ -131,6 +134,8 @@ TrackBoxes ReadTrackBoxes(const MediaFile& file, const MediaStream& stream) {
   if (file.formatName().substr(0, 4) != "mov,") return {};
   try {
     return ReadTrackBoxes(*file.input().Boxes(), static_cast<uint32_t>(stream.id));
+  } catch (const ReadError&) {
+    throw;
   } catch (const Error&) {
     return {};  // gone meanwhile
   }

@@ -11,6 +11,7 @@
 
 #include "base/error.h"
 #include "base/numbers.h"
+#include "base/read_error.h"
 #include "base/text_file.h"
 #include "container/caption_source.h"
 
@@ -23,6 +24,7 @@ bool IsMedia(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   std::array<char, 4096> head{};
   file.read(head.data(), head.size());
+  if (file.bad()) throw ReadError(path, "cannot be read");
   return std::find(head.begin(), head.begin() + file.gcount(), '\0') != head.begin() + file.gcount();
 }
 

@@ -7,11 +7,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <filesystem>
 #include <system_error>
 #include <utility>
 
 #include "base/error.h"
+#include "base/read_error.h"
 #include "container/box_streams.h"
 #include "container/mp4/movie.h"
 
@@ -70,6 +72,7 @@ class MemoryFile {
   explicit MemoryFile(mp4::ByteSpan bytes) : descriptor_(memfd_create("movie", MFD_CLOEXEC)) {
     while (descriptor_ >= 0 && !bytes.empty()) {
       const ssize_t put = write(descriptor_, bytes.data(), bytes.size());
+      if (put < 0 && errno == EINTR) continue;
       if (put <= 0) throw Error("", "there is no room for the description of a file");
       bytes = bytes.subspan(static_cast<size_t>(put));
     }
@@ -92,6 +95,8 @@ std::unique_ptr<MediaFile> MovieAlone(const std::string& path) {
     if (movie.empty()) return nullptr;
     const MemoryFile file(movie);
     return std::make_unique<MediaFile>(file.path());
+  } catch (const ReadError&) {
+    throw;
   } catch (const Error&) {
     return nullptr;
   }
@@ -110,6 +115,8 @@ DescribedFile OpenDescribed(const std::string& path) {
   DescribedFile file;
   try {
     file.media = std::make_unique<MediaFile>(path);
+  } catch (const ReadError&) {
+    throw;
   } catch (const Error&) {
     file.media = MovieAlone(path);
     if (file.media == nullptr) throw;

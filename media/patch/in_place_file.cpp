@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -52,7 +54,9 @@ PatchResult PatchInPlace(const PatchOptions& options) {
   {
     // What is wrong with the file as a file is said first.
     struct stat status {};
-    if (stat(options.in.c_str(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size == 0) {
+    const bool known = stat(options.in.c_str(), &status) == 0;
+    if (!known && errno == EIO) throw Error(options.in, std::strerror(errno), "check the path");
+    if (!known || !S_ISREG(status.st_mode) || status.st_size == 0) {
       const MediaFile in(options.in);
       throw Error(options.in, "is no ordinary file", "name a file that can be changed");
     }

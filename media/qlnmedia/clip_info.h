@@ -70,6 +70,9 @@ class QLNMEDIA_API ClipInfoStore {
   /// Makes one change and touches no other key: in the default store at once, in a user file with Save.
   /// @throws Error when the store refuses
   void Write(const ClipInfoChange& change);
+  /// Makes all of them in one step, in the order given: where that fails, the default store has none of them.
+  /// @throws Error when the store refuses
+  void Write(const std::vector<ClipInfoChange>& changes);
   /// Puts the changes of a user file into place; the store is of no use afterwards. Nothing for the default
   /// store.
   /// @throws Error when that fails

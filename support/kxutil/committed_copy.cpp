@@ -132,7 +132,7 @@ bool WorkJournalIn(const Files& files, std::string& image, std::string& problem)
   SqliteConnection connection;
   std::string mode;
   if (connection.OpenFile(path, std::nullopt) && connection.Run("PRAGMA synchronous = OFF") &&
-      connection.Ask("PRAGMA journal_mode = DELETE", mode) && connection.Serialize(image)) {
+      connection.Ask("PRAGMA journal_mode = DELETE", mode) && connection.ReadAll(image)) {
     return true;
   }
   problem = connection.problem();

@@ -120,7 +120,9 @@ class Change {
     const bool opened = file.OpenFile(path_, deadline_);
     // Others may not write it: nor is it replaced, though their folder would allow that.
     if (opened && changes_ != nullptr && file.IsReadOnly()) return Fail("it may not be written");
-    const bool locked = opened && file.Run("BEGIN IMMEDIATE");
+    // Nothing is written through this connection, and no journal of it may stand beside the new file, which
+    // it would be taken to belong to: that of an empty file empties.
+    const bool locked = opened && file.Run("PRAGMA journal_mode = MEMORY") && file.Run("BEGIN IMMEDIATE");
     const Step step = locked ? Step::kGoOn : Trouble(file);
     if (step == Step::kFailed) return step;
     if (file.HasMoved()) return Step::kAgain;
@@ -150,7 +152,12 @@ class Change {
 
   Step Load(SqliteConnection& file, std::string& bytes) {
     if (static_cast<uint64_t>(state_.size) > kLargestStore) return Fail("it is too large");
-    return file.Serialize(bytes) ? Step::kGoOn : Trouble(file);
+    std::string stored;
+    if (!file.Serialize(bytes) || !file.ReadAll(stored)) return Trouble(file);
+    // SQLite hands out zeros for a page that it could not read, which is no damage of the file.
+    const size_t known = std::min(bytes.size(), stored.size());
+    if (bytes.compare(0, known, stored, 0, known) != 0) return Fail("disk I/O error");
+    return Step::kGoOn;
   }
 
   // The copy in memory, whose structure is checked unless this process knows it.

@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 namespace qln {
@@ -54,7 +55,7 @@ bool SqliteConnection::OpenImage(std::string_view bytes) {
   unsigned char* const copy = static_cast<unsigned char*>(sqlite3_malloc64(bytes.size()));
   if (copy == nullptr) {
     code_ = SQLITE_NOMEM;
-    problem_ = "no memory";
+    problem_ = "out of memory";
     return false;
   }
   std::memcpy(copy, bytes.data(), bytes.size());
@@ -125,6 +126,13 @@ bool SqliteConnection::Serialize(std::string& bytes) {
   return true;
 }
 
+bool SqliteConnection::ReadAll(std::string& bytes) {
+  uint64_t size = 0;
+  if (!RawSize(size)) return false;
+  bytes.resize(static_cast<size_t>(size));
+  return size == 0 || ReadRaw(0, bytes.data(), bytes.size());
+}
+
 bool SqliteConnection::RawSize(uint64_t& size) {
   sqlite3_file* file = nullptr;
   sqlite3_int64 bytes = 0;
@@ -159,7 +167,15 @@ bool SqliteConnection::HasMoved() {
 bool SqliteConnection::Fail() {
   code_ = database_ != nullptr ? sqlite3_errcode(database_) & 0xFF : SQLITE_NOMEM;
   if (code_ == SQLITE_OK) code_ = SQLITE_ERROR;
-  problem_ = database_ != nullptr ? sqlite3_errmsg(database_) : "no memory";
+  problem_ = database_ != nullptr ? sqlite3_errmsg(database_) : "out of memory";
+  // SQLite takes a disk that does not read for a database that is damaged. The file may be whole, and what is
+  // damaged is set aside.
+  int reason = 0;
+  if (damaged() && sqlite3_file_control(database_, "main", SQLITE_FCNTL_LAST_ERRNO, &reason) == SQLITE_OK &&
+      (reason == EIO || reason == ERANGE || reason == ENXIO)) {
+    code_ = SQLITE_IOERR;
+    problem_ = "disk I/O error";
+  }
   return false;
 }
 

@@ -38,11 +38,13 @@ class SqliteConnection {
   bool Run(const char* text);
   // The first column of the first row, as a text; "" without a row.
   bool Ask(const char* text, std::string& answer);
-  // The whole database as the current transaction sees it.
+  // The whole database as the current transaction sees it. SQLite puts zeros in the place of pages that
+  // cannot be read, so that a file's is to be held against ReadAll.
   bool Serialize(std::string& bytes);
 
   // The bytes of the file, past all locks and caches. They go through SQLite's own handle, since closing
   // another one would drop this process's locks on the file.
+  bool ReadAll(std::string& bytes);
   bool RawSize(uint64_t& size);
   bool ReadRaw(uint64_t offset, char* bytes, size_t size);
 

@@ -8,6 +8,7 @@
 #include <array>
 
 #include "base/error.h"
+#include "base/read_error.h"
 #include "container/mkv/shape.h"
 
 namespace qlnmedia::mkv {
@@ -142,6 +143,8 @@ class Comparison {
     try {
       CompareKnown(parentWas, was, parentIs, is);
     } catch (const Different&) {
+      throw;
+    } catch (const ReadError&) {
       throw;
     } catch (const Error&) {
       RequireSame(was, is, UINT64_MAX);
@@ -282,6 +285,8 @@ class Comparison {
       try {
         const std::optional<Element> block = FindElement(reader, head.body + *out[1], cluster.end, limits());
         if (block && (block->id == id::kSimpleBlock || block->id == id::kBlockGroup)) return block;
+      } catch (const ReadError&) {
+        throw;
       } catch (const Error&) {
         // names no element
       }

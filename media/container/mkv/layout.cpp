@@ -1,6 +1,8 @@
 // One walk over segments and what stands in them; clusters are stepped over where they say their size.
 
 #include "container/mkv/layout.h"
+#include "base/error.h"
+#include "base/read_error.h"
 
 #include <fmt/format.h>
 
@@ -49,6 +51,8 @@ class LayoutReader {
     try {
       const std::optional<Element> element = FindElement(reader_, at, size, limits_);
       if (element && (!element->open || element->id == id::kSegment)) return element;
+    } catch (const ReadError&) {
+      throw;
     } catch (const Error&) {
       if (!behind || (size - at >= 4 && StandsAtTop(reader_.Number(at, 4)))) throw;
       return {};

@@ -180,14 +180,17 @@ void WriteJournal(const std::string& journal, const Source& file, const Regions&
       }
     });
     writer->Finish();
-  } catch (const Error&) {
+  } catch (...) {
     disk.Remove(journal);
     throw;
   }
 }
 
 JournalState PutBack(const std::string& journal, const std::string& path, int descriptor, Disk& disk) {
-  if (access(journal.c_str(), F_OK) != 0) return {};
+  if (access(journal.c_str(), F_OK) != 0) {
+    if (errno == ENOENT || errno == ENOTDIR) return {};
+    throw Error(journal, std::strerror(errno));
+  }
   const FileSource saved(journal);
   JournalState state;
   state.there = true;

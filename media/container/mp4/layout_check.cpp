@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <initializer_list>
 
+#include "base/error.h"
+#include "base/read_error.h"
 #include "container/mp4/picture_size.h"
 #include "container/mp4/sample_table.h"
 
@@ -225,6 +227,8 @@ class SampleCheck {
   static bool NextOf(TrackSamples& samples, Sample& sample) {
     try {
       return samples.Next(sample);
+    } catch (const ReadError&) {
+      throw;
     } catch (const Error&) {
       return false;
     }

@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/read_error.h"
+
 namespace qlnmedia::mp4 {
 
 Error Source::Fault(uint64_t at, const std::string& what) const {
@@ -18,12 +20,14 @@ Error Source::Fault(uint64_t at, const std::string& what) const {
 
 FileSource::FileSource(const std::string& path) : path_(path) {
   descriptor_ = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor_ < 0) throw Error(path, std::strerror(errno));
+  if (descriptor_ < 0 && errno == ENOENT) throw Error(path, std::strerror(errno));
+  if (descriptor_ < 0) throw ReadError(path, std::strerror(errno));
   struct stat status = {};
   const bool known = fstat(descriptor_, &status) == 0;
   if (!known || !S_ISREG(status.st_mode)) {
     const std::string why = known ? "not a regular file" : std::strerror(errno);
     close(descriptor_);
+    if (!known) throw ReadError(path, why);
     throw Error(path, why);
   }
   size_ = static_cast<uint64_t>(status.st_size);
@@ -36,7 +40,7 @@ void FileSource::Read(uint64_t at, std::span<uint8_t> to) const {
   while (!to.empty()) {
     const ssize_t got = pread(descriptor_, to.data(), to.size(), static_cast<off_t>(at));
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) throw Fault(at, std::string("cannot read: ") + std::strerror(errno));
+    if (got < 0) throw ReadError(Fault(at, std::string("cannot read: ") + std::strerror(errno)));
     if (got == 0) throw Fault(at, "the file became shorter while it was read");
     at += static_cast<uint64_t>(got);
     to = to.subspan(static_cast<size_t>(got));
