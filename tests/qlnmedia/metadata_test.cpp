@@ -159,7 +159,8 @@ TEST(MetadataFile, WhatIsNoStoreIsRefusedAndKept) {
   WriteFile(path, Bytes(text.begin(), text.end()));
   const CommandResult result = Qlnmedia("metadata set Title x --file " + path);
   EXPECT_EQ(result.exitCode, 1);
-  EXPECT_THAT(result.output, HasSubstr("is no settings file"));
+  EXPECT_EQ(result.output,
+            "qlnmedia: Settings file " + path + " cannot be opened: it is no settings document\n");
   EXPECT_EQ(ReadFile(path), Bytes(text.begin(), text.end()));
   std::filesystem::remove(path);
 }

@@ -5,12 +5,13 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <map>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "memory_watch.h"
 #include "output.h"
 #include "progress_bar.h"
 #include "qlnmedia/error.h"
@@ -22,7 +23,8 @@ namespace {
 // One file's result or failure.
 struct Done {
   FileResult result;
-  std::string error;  // empty where there was none
+  bool failed = false;
+  std::string error;  // empty where memory ran out
 };
 
 class Workers {
@@ -30,26 +32,30 @@ class Workers {
   Workers(const Inputs& inputs, unsigned jobs, const Batch& batch)
       : inputs_(inputs), batch_(batch), ahead_(size_t{4} * jobs), line_(inputs.files.size()) {
     const size_t count = std::min<size_t>(jobs, inputs.files.size());
-    for (size_t i = 0; i < count; ++i) threads_.emplace_back([this] { Work(); });
+    // Here, so that a thread has room for what it hands over in any case.
+    done_.resize(inputs.files.size());
+    ready_.resize(inputs.files.size());
+    threads_.reserve(count);
+    try {
+      while (threads_.size() < count) threads_.emplace_back([this] { Work(); });
+    } catch (const std::system_error& error) {  // fewer do as well
+      if (threads_.empty()) throw Error({}, std::string("cannot start a thread: ") + error.what());
+    } catch (...) {
+      Stop();
+      throw;
+    }
   }
 
   // Calls the work off where somebody still does some.
-  ~Workers() {
-    {
-      const std::lock_guard lock(mutex_);
-      stop_ = true;
-    }
-    changed_.notify_all();
-    for (std::thread& thread : threads_) thread.join();
-  }
+  ~Workers() { Stop(); }
   Workers(const Workers&) = delete;
   Workers& operator=(const Workers&) = delete;
 
   // The result of the next file; waits for it.
   Done Next() {
     std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return done_.count(printed_) != 0; });
-    Done done = std::move(done_.extract(printed_).mapped());
+    changed_.wait(lock, [this] { return ready_[printed_] != 0; });
+    Done done = std::move(done_[printed_]);
     ++printed_;
     changed_.notify_all();
     return done;
@@ -58,6 +64,15 @@ class Workers {
   ProgressLine& line() { return line_; }
 
  private:
+  void Stop() {
+    {
+      const std::lock_guard lock(mutex_);
+      stop_ = true;
+    }
+    changed_.notify_all();
+    for (std::thread& thread : threads_) thread.join();
+  }
+
   void Work() {
     while (true) {
       std::unique_lock lock(mutex_);
@@ -67,33 +82,38 @@ class Workers {
       if (stop_ || next_ == inputs_.files.size()) return;
       const size_t index = next_++;
       lock.unlock();
-      Done done = WorkOn(inputs_.files[index]);
+      WorkOn(inputs_.files[index], done_[index]);
       line_.FileDone();
       lock.lock();
-      done_.emplace(index, std::move(done));
+      ready_[index] = 1;
       changed_.notify_all();
     }
   }
 
-  Done WorkOn(const Input& input) {
-    Done done;
+  void WorkOn(const Input& input, Done& done) {
     const auto fail = [&done](const char* what, ExitStatus status) {
-      done.error = what;
       done.result.status = status;
+      done.failed = true;
+      try {
+        done.error = what;
+      } catch (const std::bad_alloc&) {  // the line then says that
+      }
     };
+    ForgetMemory();
     try {
       done.result = batch_.work(input, [this, &input](const ProgressStep& step) {
         line_.Step(input.path, step);
         return !stop_;
       });
-    } catch (const NotApplicable& error) {
-      fail(error.what(), kExitNotApplicable);
+      RequireMemory();
     } catch (const std::bad_alloc&) {
-      fail("out of memory", kExitFailure);
+      fail("", kExitFailure);
+    } catch (const NotApplicable& error) {
+      fail(error.what(), MemoryRanOut() ? kExitFailure : kExitNotApplicable);
     } catch (const std::exception& error) {
       fail(error.what(), kExitFailure);
     }
-    return done;
+    if (MemoryRanOut()) done.error.clear();
   }
 
   const Inputs& inputs_;
@@ -105,7 +125,8 @@ class Workers {
   size_t next_ = 0;
   size_t printed_ = 0;
   std::atomic<bool> stop_ = false;
-  std::map<size_t, Done> done_;
+  std::vector<Done> done_;
+  std::vector<char> ready_;  // which of them are worked out
   std::vector<std::thread> threads_;
 };
 
@@ -120,6 +141,7 @@ void RunOnOne(const Input& input, const Batch& batch) {
   try {
     result = batch.work(input, ProgressBar());
   } catch (const NotApplicable& error) {
+    RequireMemory();
     PrintFailure(error.what());
     throw ToolExit{kExitNotApplicable};
   }
@@ -140,8 +162,9 @@ void RunBatch(const Inputs& inputs, unsigned jobs, const Batch& batch) {
       const Done done = workers.Next();
       status = Combined(status, done.result.status);
       workers.line().Around([&] {
-        if (!done.error.empty()) {
-          PrintFailed(batch, input, done.result.status, done.error);
+        if (done.failed) {
+          const std::string memory = input.path + ": " + MemoryLine();
+          PrintFailed(batch, input, done.result.status, done.error.empty() ? memory : done.error);
         } else {
           Print((first ? "" : batch.between) + done.result.text);
           first = false;

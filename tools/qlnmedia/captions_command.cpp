@@ -17,6 +17,7 @@
 #include "qlnmedia/captions.h"
 #include "qlnmedia/error.h"
 #include "replace.h"
+#include "sandbox.h"
 #include "tables.h"
 #include "words.h"
 
@@ -105,13 +106,15 @@ using Outputs = std::map<std::string, std::string>;
 Outputs FindOutputs(const Inputs& inputs, const Options& options) {
   Outputs outputs;
   std::error_code error;
-  if (!inputs.several && !fs::is_directory(options.out, error)) {
+  const bool folder = fs::is_directory(options.out, error);
+  if (error == std::errc::io_error) throw Error(options.out, error.message());
+  if (!inputs.several && !folder) {
     if (!options.form.empty())
       throw CLI::ValidationError("--form goes with -o - or a folder; a file's ending says its form");
     outputs[inputs.files.front().path] = options.out;
     return outputs;
   }
-  if (!fs::is_directory(options.out, error))
+  if (!folder)
     throw Error(options.out, "is no folder, into which the captions of several files would go",
                 "make the folder first");
   FormOf(options);
@@ -154,6 +157,10 @@ void Run(const Options& options) {
   if (printed) FormOf(options);
   const Outputs outputs = options.out.empty() || printed ? Outputs() : FindOutputs(inputs, options);
   for (const auto& [input, out] : outputs) RequireMayReplace(out, options.force);
+  SandboxPlaces places{options.inputs.paths, {}};
+  if (!outputs.empty())
+    places.write.push_back(inputs.several ? options.out : FolderOfPath(outputs.begin()->second));
+  ConfineCommand(places);
   Batch batch;
   batch.work = [&](const Input& input, const ProgressCallback& progress) {
     // Standard output gets nothing where the work fails.

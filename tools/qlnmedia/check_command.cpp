@@ -14,6 +14,7 @@
 #include "page_option.h"
 #include "qlnmedia/check.h"
 #include "qlnmedia/html_report.h"
+#include "sandbox.h"
 #include "tables.h"
 
 namespace qlnmedia {
@@ -95,6 +96,8 @@ void Run(const Options& options) {
   if (!options.journal.empty() && std::any_of(inputs.files.begin(), inputs.files.end(), isPipe))
     throw CLI::ValidationError("--journal: standard input has no place in it");
   if (!options.journal.empty()) journal.emplace(options.journal, "check");
+  // With a journal the files are read by processes of their own.
+  if (!journal) ConfineCommand({options.inputs.paths, WrittenFor(options.page)});
   Batch batch;
   batch.work = [&](const Input& input, const ProgressCallback& progress) {
     const std::vector<Finding> findings = options.page.asked()

@@ -187,8 +187,8 @@ void Convert(const Options& options, std::optional<uint32_t> asked) {
   std::string names;
   for (const std::string& name : lost) names += (names.empty() ? "" : ", ") + name;
   FlushOutput();
-  fmt::print(stderr, "{} {}: not carried over: {}\n", Style::ForStream(stderr).Warning("qlnmedia:"),
-             options.file, names);
+  PrintError(fmt::format("{} {}: not carried over: {}\n", Style::ForStream(stderr).Warning("qlnmedia:"),
+                         options.file, names));
 }
 
 void Run(const Options& options, const CLI::App& given) {

@@ -43,9 +43,12 @@ void AddFolder(const fs::path& folder, const fs::path& root, std::vector<Input>&
   std::sort(entries.begin(), entries.end());
   for (const fs::path& entry : entries) {
     if (IsHidden(entry)) continue;
-    if (fs::is_directory(fs::symlink_status(entry, error))) {
+    const bool below = fs::is_directory(fs::symlink_status(entry, error));
+    const bool file = !below && error != std::errc::io_error && fs::is_regular_file(entry, error);
+    if (error == std::errc::io_error) throw Error(entry.string(), error.message());
+    if (below) {
       AddFolder(entry, root, files);
-    } else if (fs::is_regular_file(entry, error) && IsMediaName(entry)) {
+    } else if (file && IsMediaName(entry)) {
       files.push_back({entry.string(), entry.lexically_relative(root).string()});
     }
   }
@@ -73,7 +76,9 @@ Inputs FindInputs(const InputOptions& options) {
     const bool dash = path == "-" || path == kStandardInput;
     if (dash && ++standardInputs > 1) throw CLI::ValidationError("FILE: standard input can be named once");
     std::error_code error;
-    if (dash || !fs::is_directory(path, error)) {
+    const bool folder = !dash && fs::is_directory(path, error);
+    if (error == std::errc::io_error) throw Error(path, error.message());
+    if (!folder) {
       inputs.files.push_back(
           {dash ? kStandardInput : path, dash ? "stdin" : fs::path(path).filename().string()});
       continue;

@@ -10,6 +10,7 @@
 #include "qlnmedia/html_report.h"
 #include "qlnmedia/inspect.h"
 #include "report_text.h"
+#include "sandbox.h"
 #include "summary_rows.h"
 #include "tables.h"
 #include "words.h"
@@ -53,6 +54,7 @@ void Run(Options options) {
   options.inspect.details = options.json || (view.details && !options.csv);
   const Inputs inputs = FindInputs(options.inputs);
   RequirePage(options.page, inputs);
+  ConfineCommand({options.inputs.paths, WrittenFor(options.page)});
   Batch batch;
   batch.work = [&](const Input& input, const ProgressCallback& progress) {
     if (options.page.asked()) WriteHtmlReport(input.path, options.page.path, progress);

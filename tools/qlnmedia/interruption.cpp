@@ -2,8 +2,8 @@
 
 #include "interruption.h"
 
+#include <fcntl.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -15,9 +15,15 @@
 #include <filesystem>
 #include <system_error>
 
+#include "qlnmedia/error.h"
+
 namespace qlnmedia {
 
 namespace {
+
+// The one that lives, and what keeps it alive.
+std::mutex livingMutex;
+Interruption* living = nullptr;
 
 // Those of the three that end the process.
 sigset_t Signals() {
@@ -37,18 +43,41 @@ Interruption::Interruption() {
   const sigset_t set = Signals();
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
   signals_ = signalfd(-1, &set, SFD_CLOEXEC);
-  stop_ = eventfd(0, EFD_CLOEXEC);
-  if (signals_ < 0 || stop_ < 0) throw std::system_error(errno, std::generic_category(), "signals");
-  thread_ = std::thread([this] { Wait(); });
+  std::array<int, 2> ends = {-1, -1};
+  const bool made = signals_ >= 0 && pipe2(ends.data(), O_CLOEXEC) == 0;
+  const int reason = errno;
+  try {
+    if (!made) throw std::system_error(reason, std::generic_category());
+    stopped_ = ends[0];
+    stop_ = ends[1];
+    thread_ = std::thread([this] { Wait(); });
+    const std::lock_guard lock(livingMutex);
+    living = this;
+  } catch (const std::system_error& error) {
+    Close();
+    throw Error({}, std::string("signals cannot be waited for: ") + error.code().message());
+  } catch (...) {
+    Close();
+    throw;
+  }
+}
+
+void Interruption::Close() {
+  const sigset_t set = Signals();
+  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+  for (const int descriptor : {signals_, stopped_}) {
+    if (descriptor >= 0) close(descriptor);
+  }
 }
 
 Interruption::~Interruption() {
-  eventfd_write(stop_, 1);
+  {
+    const std::lock_guard lock(livingMutex);
+    living = nullptr;
+  }
+  close(stop_);  // which cannot fail to be seen at the other end
   thread_.join();
-  const sigset_t set = Signals();
-  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
-  close(signals_);
-  close(stop_);
+  Close();
 }
 
 UnfinishedCallback Interruption::callback() {
@@ -62,8 +91,13 @@ UnfinishedCallback Interruption::callback() {
   };
 }
 
+void Interruption::RemoveUnfinished() noexcept {
+  if (living == nullptr) return;
+  for (const std::string& path : living->there_) unlink(path.c_str());
+}
+
 void Interruption::Wait() {
-  std::array<pollfd, 2> waiting = {pollfd{signals_, POLLIN, 0}, pollfd{stop_, POLLIN, 0}};
+  std::array<pollfd, 2> waiting = {pollfd{signals_, POLLIN, 0}, pollfd{stopped_, POLLIN, 0}};
   for (;;) {
     if (poll(waiting.data(), waiting.size(), -1) < 0) continue;
     signalfd_siginfo came{};
@@ -74,9 +108,7 @@ void Interruption::Wait() {
   }
 }
 
-void Interruption::EndBy(int signal) {
-  // Held to the end: the work cannot make another file.
-  const std::lock_guard lock(mutex_);
+void Interruption::RemoveAll() {
   for (auto path = there_.rbegin(); path != there_.rend(); ++path) {
     // A file may get its name in a folder while that is emptied.
     std::error_code error;
@@ -85,6 +117,20 @@ void Interruption::EndBy(int signal) {
       if (!error) break;
     }
   }
+}
+
+void Interruption::EndUnfinished(const std::function<void()>& end) {
+  const std::lock_guard alive(livingMutex);
+  if (living == nullptr) return end();
+  const std::lock_guard lock(living->mutex_);
+  living->RemoveAll();
+  end();
+}
+
+void Interruption::EndBy(int signal) {
+  // Held to the end: the work cannot make another file.
+  const std::lock_guard lock(mutex_);
+  RemoveAll();
   std::signal(signal, SIG_DFL);
   sigset_t set;
   sigemptyset(&set);

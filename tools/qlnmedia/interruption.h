@@ -2,6 +2,7 @@
 #ifndef TOOLS_QLNMEDIA_INTERRUPTION_H
 #define TOOLS_QLNMEDIA_INTERRUPTION_H
 
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -24,15 +25,24 @@ class Interruption {
 
   // For the work that is to be looked after; must not be called when this is gone.
   UnfinishedCallback callback();
+  // For a process that ends where it stands: removes the files that are there and not finished. Allocates
+  // nothing and waits for nobody.
+  static void RemoveUnfinished() noexcept;
+  // For a process that ends while its work goes on: removes what is there and not finished, and calls `end`,
+  // which does not return; the work waits where it would make or finish another.
+  static void EndUnfinished(const std::function<void()>& end);
 
  private:
+  void Close();
   void Wait();
+  void RemoveAll();
   [[noreturn]] void EndBy(int signal);
 
   std::mutex mutex_;
   std::vector<std::string> there_;
   int signals_ = -1;  // descriptor of the signals that wait
-  int stop_ = -1;     // descriptor that is readable when the thread is to end
+  int stopped_ = -1;  // descriptor that hangs up when the thread is to end
+  int stop_ = -1;     // the other end of that pipe
   std::thread thread_;
 };
 

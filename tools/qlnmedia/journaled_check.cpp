@@ -6,6 +6,7 @@
 
 #include "apart.h"
 #include "exit_status.h"
+#include "sandbox.h"
 
 namespace qlnmedia {
 
@@ -42,7 +43,9 @@ json FailureOf(const std::string& path, const std::string& kind, const std::stri
 }
 
 json CheckApart(const std::string& path) {
-  const ApartResult result = RunApart({"check", "--json", "--", path});
+  std::vector<std::string> arguments = {"check", "--json", "--", path};
+  if (!SandboxIsUsed()) arguments.insert(arguments.begin(), "--no-sandbox");
+  const ApartResult result = RunApart(arguments);
   if (result.signal != 0) {
     const std::string text =
         fmt::format("{}: the process that worked on it ended by signal {}", path, result.signal);

@@ -3,37 +3,85 @@
 
 #include <CLI/CLI.hpp>
 #include <csignal>
-#include <cstdio>
+#include <cstdlib>
 #include <exception>
+#include <new>
+#include <sstream>
 
 #include "commands.h"
 #include "exit_status.h"
 #include "help_text.h"
+#include "interruption.h"
+#include "memory_watch.h"
 #include "output.h"
-#include "qlnmedia/error.h"
+#include "run_limits.h"
+#include "sandbox.h"
 #include "words.h"
 
 namespace {
 
-int Fail(const std::string& line, qlnmedia::ExitStatus status) {
-  qlnmedia::PrintFailure(line);
-  return status;
+// The first thing to be said of work for which memory ran out is that, whatever came of it.
+int Fail(std::string_view line, qlnmedia::ExitStatus status) noexcept {
+  const bool memory = qlnmedia::MemoryRanOut();
+  qlnmedia::PrintFailure(memory ? qlnmedia::MemoryLine() : line);
+  return memory ? qlnmedia::kExitFailure : status;
+}
+
+// Where there is no memory for an exception on its way, or libav stumbles over what it got no memory for.
+[[noreturn]] void EndWithoutMemory() {
+  qlnmedia::PrintError("qlnmedia: ");
+  qlnmedia::PrintError(qlnmedia::MemoryLine());
+  qlnmedia::PrintError("\n");
+  qlnmedia::Interruption::RemoveUnfinished();
+  std::_Exit(qlnmedia::kExitFailure);
+}
+
+[[noreturn]] void OnTerminate() {
+  if (qlnmedia::MemoryRanOut()) EndWithoutMemory();
+  std::abort();
+}
+
+void OnCrash(int signal) {
+  if (qlnmedia::MemoryRanOut()) EndWithoutMemory();
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
+// Options of every command, which take effect as the command line is read; commands that do part of their
+// work in other processes hand them on.
+void AddGuards(CLI::App& app) {
+  app.add_flag_function(
+      "--no-sandbox", [](int64_t) { qlnmedia::UseSandbox(false); },
+      "Read media without giving up networks, other programs and all other files");
+  app.add_option_function<std::string>("--max-memory", qlnmedia::LimitMemory,
+                                       "End where the data would take more: 500M, 2G")
+      ->check([](const std::string& text) {
+        return qlnmedia::ParseSize(text) != 0 ? std::string() : text + " is no size such as 500M or 2G";
+      });
+  app.add_option_function<uint32_t>("--max-seconds", qlnmedia::LimitSeconds, "End after so many seconds")
+      ->check(qlnmedia::CountUpTo(1'000'000));
 }
 
 int RunCommandLine(int argc, char** argv) {
   CLI::App app{"Shows, checks and corrects what H.264 and HEVC media say about themselves.", "qlnmedia"};
   app.require_subcommand(1);
-  app.set_version_flag("--version", std::string("qlnmedia ") + qlnmedia::Version());
+  app.set_version_flag("--version", std::string("qlnmedia ") + qlnmedia::Version() +
+                                        "\nsandbox: " + qlnmedia::SandboxText(qlnmedia::SandboxOfKernel()));
   app.footer(
       "Exit status: 0 done, 1 failed, 2 wrong usage, 3 done and found something to report, 4 not applicable "
       "(inspect, check, captions): nothing is wrong, and the file has nothing that the command is about.");
   app.formatter(qlnmedia::MakeHelpFormatter());
+  AddGuards(app);
+  app.fallthrough();  // so that they may stand behind the command as well
   qlnmedia::AddCommands(app);
   try {
     qlnmedia::RequireSubcommand(app, argc, argv);
     app.parse(argc, argv);
   } catch (const CLI::Success& success) {  // --help and --version
-    return app.exit(success);
+    std::ostringstream text;
+    const int status = app.exit(success, text, text);
+    qlnmedia::Print(text.str());
+    return status;
   } catch (const CLI::ParseError& error) {
     std::string help = "qlnmedia";
     for (const CLI::App* sub : app.get_subcommands()) help += " " + sub->get_name();
@@ -52,16 +100,19 @@ int main(int argc, char** argv) {
   // A full disk or a closed pipe is told by the write that met it, and does not end the process by itself.
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
+  qlnmedia::WatchMemory();
+#ifdef QLNMEDIA_SEES_ALLOCATIONS
+  std::set_terminate(OnTerminate);
+  for (const int signal : {SIGSEGV, SIGABRT, SIGFPE, SIGBUS}) std::signal(signal, OnCrash);
+#endif
   try {
     const int status = RunCommandLine(argc, argv);
-    qlnmedia::FlushOutput();
+    if (status == qlnmedia::kExitSuccess) qlnmedia::FlushOutput();
     return status;
   } catch (const qlnmedia::ToolExit& exit) {
     return exit.status;
-  } catch (const qlnmedia::Error& error) {
-    return Fail(error.what(), qlnmedia::kExitFailure);
   } catch (const std::bad_alloc&) {
-    return Fail("out of memory", qlnmedia::kExitFailure);
+    return Fail(qlnmedia::MemoryLine(), qlnmedia::kExitFailure);
   } catch (const std::exception& error) {
     return Fail(error.what(), qlnmedia::kExitFailure);
   }

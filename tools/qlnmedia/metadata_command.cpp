@@ -1,11 +1,13 @@
 // qlnmedia metadata: shows and edits the clip information of the default store or of a user file, by tag
 // name.
 
+#include <fcntl.h>
 #include <pwd.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +15,7 @@
 #include <string>
 
 #include "commands.h"
+#include "memory_watch.h"
 #include "output.h"
 #include "qlnmedia/clip_info.h"
 #include "qlnmedia/text.h"
@@ -93,23 +96,23 @@ void Unset(const Options& options) {
 
 void Export(const Options& options) {
   const std::vector<ClipInfoEntry> entries = ClipInfoStore(options.file, true).ReadAll();
+  RequireMemory();
   if (options.path == "-") return Print(ClipInfoJson(entries) + "\n");
   WriteClipInfoFile(entries, options.path);
 }
 
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 std::string ReadWhole(const std::string& path) {
   const bool fromInput = path == "-";
-  const std::unique_ptr<std::FILE, CloseFile> file(fromInput ? nullptr : std::fopen(path.c_str(), "rb"));
-  std::FILE* const input = fromInput ? stdin : file.get();
-  if (input == nullptr) throw Error(path, "cannot be opened");
+  const int input = fromInput ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (input < 0) throw Error(path, std::string("cannot be opened: ") + std::strerror(errno));
   std::string text;
   char block[4096];
-  while (const size_t count = std::fread(block, 1, sizeof block, input)) text.append(block, count);
-  if (std::ferror(input) != 0) throw Error(path, "cannot be read");
+  ssize_t got = 0;
+  while ((got = read(input, block, sizeof block)) > 0 || (got < 0 && errno == EINTR))
+    text.append(block, static_cast<size_t>(std::max<ssize_t>(got, 0)));
+  const int reason = errno;
+  if (!fromInput) close(input);
+  if (got < 0) throw Error(path, std::string("cannot be read: ") + std::strerror(reason));
   return text;
 }
 
@@ -117,7 +120,8 @@ std::string ReadWhole(const std::string& path) {
 void Import(const Options& options) {
   const std::vector<ClipInfoChange> changes = ParseClipInfoJson(ReadWhole(options.path), options.path);
   ClipInfoStore store(options.file, false);
-  for (const ClipInfoChange& change : changes) store.Write(change);
+  store.Write(changes);
+  RequireMemory();
   store.Save();
 }
 

@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "exit_status.h"
+#include "memory_watch.h"
 #include "qlnmedia/error.h"
 
 namespace qlnmedia {
@@ -108,30 +109,68 @@ std::string FormatTable(const std::vector<std::string>& headings,
 
 namespace {
 
+constexpr size_t kMostBuffered = size_t{1} << 16;
+
+// Of one thread: results of several files are printed by the one that gives out the work.
+std::string& Buffered() {
+  static std::string buffer;
+  return buffer;
+}
+
 // A pipe tells so whenever it is asked, also when the write that met it is long past.
 bool IsReaderGone() {
-  pollfd one{fileno(stdout), POLLOUT, 0};
+  pollfd one{STDOUT_FILENO, POLLOUT, 0};
   return poll(&one, 1, 0) > 0 && (one.revents & POLLERR) != 0;
+}
+
+// False where the descriptor does not take all of it; errno says why.
+bool WriteAll(int descriptor, std::string_view text) noexcept {
+  while (!text.empty()) {
+    const ssize_t put = write(descriptor, text.data(), text.size());
+    if (put < 0 && errno == EINTR) continue;
+    if (put < 0 && errno == EAGAIN) {  // whoever shares the terminal or pipe wants no waiting
+      pollfd one{descriptor, POLLOUT, 0};
+      poll(&one, 1, -1);
+      continue;
+    }
+    if (put < 0) return false;
+    text.remove_prefix(static_cast<size_t>(put));
+  }
+  return true;
 }
 
 [[noreturn]] void FailOutput() {
   const int error = errno;
+  Buffered().clear();
   if (error == EPIPE || IsReaderGone()) throw ToolExit{kExitSuccess};
   throw Error("standard output", fmt::format("cannot be written: {}", std::strerror(error)));
+}
+
+void Send() {
+  RequireMemory();
+  if (!WriteAll(STDOUT_FILENO, Buffered())) FailOutput();
+  Buffered().clear();
 }
 
 }  // namespace
 
 void Print(std::string_view text) {
-  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) FailOutput();
+  Buffered().append(text);
+  if (Buffered().size() >= kMostBuffered) Send();
 }
 
-void PrintFailure(std::string_view line) {
-  fmt::print(stderr, "{} {}\n", Style::ForStream(stderr).Bad("qlnmedia:"), line);
-}
+void FlushOutput() { Send(); }
 
-void FlushOutput() {
-  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) FailOutput();
+void PrintError(std::string_view text) noexcept { static_cast<void>(WriteAll(STDERR_FILENO, text)); }
+
+void PrintFailure(std::string_view line) noexcept {
+  try {
+    PrintError(fmt::format("{} {}\n", Style::ForStream(stderr).Bad("qlnmedia:"), line));
+  } catch (...) {
+    PrintError("qlnmedia: ");
+    PrintError(line.size() < kMostBuffered ? line : std::string_view(MemoryLine()));
+    PrintError("\n");
+  }
 }
 
 }  // namespace qlnmedia

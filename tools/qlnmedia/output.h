@@ -53,15 +53,18 @@ std::string FormatTable(const std::vector<std::string>& headings,
                         const std::vector<std::vector<std::string>>& rows,
                         const std::vector<bool>& rightAligned, size_t indent, const Style& style);
 
-// Writes to standard output. Throws Error when it does not take the text, and ToolExit of success where it is
-// a pipe whose reader has gone: that one has what it wanted.
+// Writes to standard output, through a buffer. Throws Error when it does not take the text, and ToolExit of
+// success where it is a pipe whose reader has gone: that one has what it wanted.
 void Print(std::string_view text);
 
-// Sends out what is buffered; throws as Print does.
+// Sends out what is buffered; throws as Print does, and std::bad_alloc where memory ran out in this thread.
 void FlushOutput();
 
-// One line about a failure on standard error.
-void PrintFailure(std::string_view line);
+// Text for standard error. Where that does not take it, nobody is left to be told.
+void PrintError(std::string_view text) noexcept;
+
+// One line about a failure on standard error; that there is no memory, where there is none for the line.
+void PrintFailure(std::string_view line) noexcept;
 
 }  // namespace qlnmedia
 

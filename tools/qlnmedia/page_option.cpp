@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "replace.h"
+#include "sandbox.h"
 
 namespace qlnmedia {
 
@@ -21,6 +22,11 @@ void RequirePage(const PageOption& option, const Inputs& inputs) {
   if (!option.asked()) return;
   if (inputs.several) throw CLI::ValidationError("--html is for one file");
   RequireMayReplace(option.path, option.force);
+}
+
+std::vector<std::string> WrittenFor(const PageOption& option) {
+  if (!option.asked()) return {};
+  return {FolderOfPath(option.path)};
 }
 
 }  // namespace qlnmedia

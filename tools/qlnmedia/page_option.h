@@ -3,6 +3,7 @@
 #define TOOLS_QLNMEDIA_PAGE_OPTION_H
 
 #include <string>
+#include <vector>
 
 #include "inputs.h"
 
@@ -24,6 +25,9 @@ void AddPageOption(CLI::App& command, PageOption& option);
 // Returns where the page that is asked for may be written, or none is. Throws CLI::ValidationError for
 // several inputs, and Error as RequireMayReplace does.
 void RequirePage(const PageOption& option, const Inputs& inputs);
+
+// The folder that is written to for the page; none where none is asked for.
+std::vector<std::string> WrittenFor(const PageOption& option);
 
 }  // namespace qlnmedia
 

@@ -14,6 +14,7 @@
 #include "progress_bar.h"
 #include "qlnmedia/patch.h"
 #include "replace.h"
+#include "sandbox.h"
 #include "value_lists.h"
 
 namespace qlnmedia {
@@ -48,6 +49,20 @@ void TakeSetOptions(const Options& options, PatchOptions& patch) {
   if (!options.remove.empty()) patch.remove = ParseRemoval(words);
 }
 
+// The files that are named, and the folder in which the output gets its name.
+SandboxPlaces PlacesOf(const PatchOptions& patch) {
+  SandboxPlaces places{{patch.in, patch.initialization}, {}};
+  if (patch.captions) places.read.push_back(patch.captions->file);
+  // A playlist names files beside it.
+  if (patch.segments && !std::filesystem::is_directory(patch.in))
+    places.read.push_back(FolderOfPath(patch.in));
+  if (patch.inPlace) places.write = {patch.in, FolderOfPath(patch.in)};
+  if (!patch.inPlace && !patch.dryRun) places.write.push_back(FolderOfPath(patch.out));
+  // New samples of many megabytes wait in a file without a name.
+  if (patch.dryRun || patch.segments) places.write.push_back("/tmp");
+  return places;
+}
+
 void Run(Options& options) {
   if (options.colour == kListWord) return Print(ColourTable());
   if (options.hdr == kListWord) return Print(DisplayTable());
@@ -67,6 +82,7 @@ void Run(Options& options) {
   std::error_code unknown;
   const bool onItself = std::filesystem::equivalent(patch.in, patch.out, unknown);  // which PatchFile refuses
   if (!patch.dryRun && !patch.inPlace && !onItself) RequireMayReplace(patch.out, options.force);
+  ConfineCommand(PlacesOf(patch));
   patch.progress = ProgressBar();
   Interruption interruption;
   patch.unfinished = interruption.callback();

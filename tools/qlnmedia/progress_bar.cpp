@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <new>
 #include <string>
 
 #include "output.h"
@@ -19,7 +20,7 @@ namespace {
 bool Draw(const ProgressStep& step) {
   if (step.total <= 0) return true;
   if (step.finished) {
-    fmt::print(stderr, "\r\x1b[K");
+    PrintError("\r\x1b[K");
     return true;
   }
   constexpr size_t kWidest = 40;
@@ -28,9 +29,8 @@ bool Draw(const ProgressStep& step) {
   const size_t width = columns > beside ? std::min(columns - beside, kWidest) : 0;
   const double share = std::clamp(static_cast<double>(step.done) / static_cast<double>(step.total), 0.0, 1.0);
   const auto filled = static_cast<size_t>(share * static_cast<double>(width));
-  fmt::print(stderr, "\r{} [{}{}] {:3}%", step.what, std::string(filled, '='),
-             std::string(width - filled, ' '), static_cast<int>(share * 100));
-  std::fflush(stderr);
+  PrintError(fmt::format("\r{} [{}{}] {:3}%", step.what, std::string(filled, '='),
+                         std::string(width - filled, ' '), static_cast<int>(share * 100)));
   return true;
 }
 
@@ -69,7 +69,10 @@ void ProgressLine::FileDone() {
   if (!shown_) return;
   const std::lock_guard lock(mutex_);
   ++done_;
-  Draw({}, {}, {});
+  try {
+    Draw({}, {}, {});
+  } catch (const std::bad_alloc&) {  // a line less; the file's own result says what is wrong
+  }
 }
 
 void ProgressLine::Around(const std::function<void()>& print) {
@@ -80,8 +83,7 @@ void ProgressLine::Around(const std::function<void()>& print) {
 }
 
 void ProgressLine::Clear() {
-  if (drawn_) fmt::print(stderr, "\r\x1b[K");
-  std::fflush(stderr);
+  if (drawn_) PrintError("\r\x1b[K");
   drawn_ = false;
 }
 
@@ -95,8 +97,7 @@ void ProgressLine::Draw(const std::string& what, const std::string& path, const 
     const std::string name = EndOf(Printable(path), width > taken ? width - taken : 0);
     text += (name.empty() ? "" : name + " ") + behind;
   }
-  fmt::print(stderr, "\r\x1b[K{}", text);
-  std::fflush(stderr);
+  PrintError("\r\x1b[K" + text);
   drawn_ = true;
 }
 

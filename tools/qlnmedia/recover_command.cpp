@@ -7,12 +7,14 @@
 #include "commands.h"
 #include "output.h"
 #include "qlnmedia/patch.h"
+#include "sandbox.h"
 
 namespace qlnmedia {
 
 namespace {
 
 void Run(const std::string& file) {
+  ConfineCommand({{}, {file, FolderOfPath(file)}});
   switch (RecoverFile(file)) {
     case Recovery::kNothing:
       return Print("nothing to recover\n");

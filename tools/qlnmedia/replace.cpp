@@ -31,8 +31,7 @@ void RequireMayReplace(const std::string& path, bool force) {
   if (force || path.empty() || stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
   if (isatty(STDIN_FILENO) == 0 || isatty(STDERR_FILENO) == 0)
     throw Error(path, "exists", "--force replaces it");
-  fmt::print(stderr, "{} exists; replace it? [y/N] ", Style::ForStream(stderr).Strong(path));
-  std::fflush(stderr);
+  PrintError(fmt::format("{} exists; replace it? [y/N] ", Style::ForStream(stderr).Strong(path)));
   const char answer = FirstLetterOfAnswer();
   if (answer != 'y' && answer != 'Y') throw Error(path, "is left as it was");
 }
