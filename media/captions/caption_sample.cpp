@@ -1,4 +1,4 @@
-// Takes caption samples apart, atom by atom.
+// Takes caption samples apart and puts them together, atom by atom.
 
 #include "captions/caption_sample.h"
 
@@ -29,6 +29,14 @@ void AddPairs(std::span<const uint8_t> bytes, CcType field, CaptionSample* sampl
     sample->pictures[i].push_back({true, field, bytes[2 * i], bytes[2 * i + 1]});
 }
 
+void AddAtom(const char (&name)[5], const Bytes& pairs, Bytes* sample) {
+  const auto size = static_cast<uint32_t>(kHead + pairs.size());
+  for (const uint32_t word : {size, TypeOf(name)}) {
+    for (int shift = 24; shift >= 0; shift -= 8) sample->push_back(static_cast<uint8_t>(word >> shift));
+  }
+  sample->insert(sample->end(), pairs.begin(), pairs.end());
+}
+
 }  // namespace
 
 std::optional<CaptionSample> ReadCaptionSample(std::span<const uint8_t> sample, std::string* reason) {
@@ -56,6 +64,25 @@ std::optional<CaptionSample> ReadCaptionSample(std::span<const uint8_t> sample, 
     }
   }
   return read;
+}
+
+Bytes WriteCaptionSample(std::span<const Triplet> triplets) {
+  constexpr uint8_t kNull = 0x80;  // nothing, with its parity
+  Bytes first, second;
+  for (const Triplet& triplet : triplets) {
+    if (!triplet.valid) continue;
+    if (triplet.type == CcType::kField1) first.insert(first.end(), {triplet.first, triplet.second});
+    if (triplet.type == CcType::kField2) second.insert(second.end(), {triplet.first, triplet.second});
+  }
+  if (first.empty()) first = {kNull, kNull};
+  Bytes sample;
+  AddAtom("cdat", first, &sample);
+  if (!second.empty()) AddAtom("cdt2", second, &sample);
+  return sample;
+}
+
+size_t FirstFieldBytes(std::span<const uint8_t> sample) {
+  return sample.size() < kHead ? sample.size() : std::min<size_t>(Number32(sample), sample.size());
 }
 
 }  // namespace qlnmedia::captions

@@ -97,6 +97,13 @@ std::vector<std::string> CaptionFile::Summary(const EditCounts& counts) const {
                                                 index_, counts.captions, info.triplets)};
   if (counts.captionsRemoved != 0)
     lines.front() += fmt::format(", {} earlier ones taken out", counts.captionsRemoved);
+  for (std::string& line : Warnings()) lines.push_back(std::move(line));
+  return lines;
+}
+
+std::vector<std::string> CaptionFile::Warnings() const {
+  const captions::RateInfo& info = captions::InfoOf(*pace_.rate);
+  std::vector<std::string> lines;
   const auto warn = [&lines](std::string text) { lines.push_back("warning: " + std::move(text)); };
   if (!pace_.steady)
     warn(fmt::format("pictures are missing or of uneven length: captions go by time, {} pictures a second",

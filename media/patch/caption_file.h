@@ -27,8 +27,11 @@ class CaptionFile {
                   const std::string& rate);
   // The captions of the pictures, which must be asked for in presentation order.
   CaptionProvider provider();
-  // What was done, one line each, warnings behind.
+  // Of the pictures, once the captions are spread.
+  qlnmedia::captions::Rate rate() const { return *pace_.rate; }
+  // What was done, one line each, warnings behind; and those alone.
   std::vector<std::string> Summary(const EditCounts& counts) const;
+  std::vector<std::string> Warnings() const;
 
  private:
   void SetOffset();

@@ -15,6 +15,7 @@
 #include "container/mp4/in_place.h"
 #include "container/mp4/layout_check.h"
 #include "container/mp4/output_file.h"
+#include "patch/caption_track.h"
 #include "patch/carried_input.h"
 #include "patch/carried_tracks.h"
 #include "patch/timecode_track.h"
@@ -67,10 +68,14 @@ PatchResult PatchCarried(const PatchOptions& options, const DescribedFile& in) {
     RequireWritable(options.in, options.out);
   }
   const mp4::FileSource file(options.in);
+  const bool captionTrack = options.captions && options.captions->place == CaptionPlace::kTrack;
   TimecodedInput timecoded;
   if (options.timecodeTrack) timecoded = PutTimecodeTrack(file, *in.media, options);
-  const mp4::Source* const patched = timecoded.source.get();
-  const mp4::Source& source = patched != nullptr ? *patched : file;
+  const mp4::Source* patched = timecoded.source ? timecoded.source.get() : &file;
+  CaptionedInput captioned;
+  if (captionTrack) captioned = PutCaptionTrack(*patched, *in.media, options);
+  if (captioned.source) patched = captioned.source.get();
+  const mp4::Source& source = *patched;
   mp4::CarrierOptions carrierOptions;
   if (!options.dryRun) carrierOptions.scratchFolder = mp4::FolderOf(options.out);
   mp4::Carrier carrier(source, carrierOptions);
@@ -94,9 +99,9 @@ PatchResult PatchCarried(const PatchOptions& options, const DescribedFile& in) {
     std::string verified;
     if (options.verify) {
       RequireSamplesKept(carrier, input, streams, out->Readable(), options);
-      verified = in.whole
-                     ? VerifyPatched(options.in, out->Readable(), options, options.out, options.timecodeTrack)
-                     : VerifiedText(checked.samples, checked.tracks);
+      verified = in.whole ? VerifyPatched(options.in, out->Readable(), options, options.out,
+                                          {options.timecodeTrack, captionTrack})
+                          : VerifiedText(checked.samples, checked.tracks);
     }
     out->Finish();
     if (!verified.empty()) result.lines.push_back(std::move(verified));
@@ -104,6 +109,7 @@ PatchResult PatchCarried(const PatchOptions& options, const DescribedFile& in) {
   meter.Done();
   std::vector<std::string> lines = streams.Summary();
   if (!timecoded.line.empty()) lines.push_back(timecoded.line);
+  for (std::string& line : captioned.lines) lines.push_back(std::move(line));
   result.lines.insert(result.lines.begin(), std::make_move_iterator(lines.begin()),
                       std::make_move_iterator(lines.end()));
   return result;

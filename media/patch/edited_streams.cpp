@@ -27,7 +27,7 @@ EditedStreams::EditedStreams(const PatchInput& in, const EditOptions& options) :
   for (auto& [index, edited] : streams_) {
     if (!NeedsSigns(edited.stream)) MakeEditor(index, edited, {});
   }
-  if (options_.captions) captionFile_ = std::make_unique<CaptionFile>(*options_.captions);
+  if (options_.captionsIntoPictures()) captionFile_ = std::make_unique<CaptionFile>(*options_.captions);
   Survey();
   for (auto& [index, edited] : streams_) {
     if (NeedsSigns(edited.stream)) MakeEditor(index, edited, {});
@@ -93,7 +93,7 @@ void EditedStreams::FindStreams() {
   }
   if (streams_.empty() && (options_.beyondCaptions() || !options_.captions))
     throw Error(in_.path(), "has no H.264 or HEVC stream");
-  if (options_.captions) {
+  if (options_.captionsIntoPictures()) {
     for (const MediaStream& stream : all) {
       if (!captioned_ && MayHaveCaptions(stream.coded.codec)) captioned_ = stream.index;
     }

@@ -25,7 +25,7 @@ bool ChangesSets(const EditOptions& changes) {
 bool ChangesMessages(const EditOptions& changes) {
   return changes.remove.filler || !changes.remove.messages.empty() || !changes.remove.providers.empty() ||
          changes.mastering || changes.lightLevel || !changes.timecode.empty() || changes.interlaced ||
-         changes.recoveryPoints || changes.captions;
+         changes.recoveryPoints || changes.captionsIntoPictures();
 }
 
 }  // namespace
@@ -123,7 +123,7 @@ uint64_t KeptReader::BytesOf(const Stream& stream) const {
   uint64_t hash = kEmptyHash;
   const ByteSpan data(packet_->data, static_cast<size_t>(packet_->size));
   const AVStream& of = *file_.context()->streams[packet_->stream_index];
-  if (of.codecpar->codec_id == AV_CODEC_ID_MPEG2VIDEO && changes_.captions) {
+  if (of.codecpar->codec_id == AV_CODEC_ID_MPEG2VIDEO && changes_.captionsIntoPictures()) {
     for (const Mpeg2Unit& unit : Mpeg2Units(data)) {
       if (unit.code == kMpeg2UserData) continue;
       ByteSpan bytes = data.subspan(unit.at, unit.size);

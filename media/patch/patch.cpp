@@ -16,7 +16,19 @@ namespace qlnmedia {
 
 namespace {
 
+void RequireCaptionPlace(const PatchOptions& options) {
+  if (!options.captions) return;
+  constexpr const char* kOption = "--caption-track";
+  const bool track = options.captions->place == CaptionPlace::kTrack;
+  if (!track && !options.captions->language.empty())
+    throw Error("--caption-language", "goes with --caption-track");
+  if (track && options.inPlace) throw Error(kOption, "cannot be done in place", "write to another file");
+  if (track && (options.segments || !options.initialization.empty()))
+    throw Error(kOption, "is not for segments, which have no caption track");
+}
+
 void RequireTrackOptions(const PatchOptions& options) {
+  RequireCaptionPlace(options);
   if (!options.timecodeTrack) return;
   constexpr const char* kOption = "--timecode-track";
   if (options.timecode.empty()) throw Error(kOption, "goes with --timecode");
@@ -37,6 +49,8 @@ PatchResult PatchFile(const PatchOptions& options) {
   if (options.timecodeTrack && !in.media->isIso())
     throw Error(options.in, "is no MP4 or MOV, which alone have timecode tracks",
                 "leave --timecode-track out");
+  if (options.captions && options.captions->place == CaptionPlace::kTrack && !in.media->isIso())
+    throw Error(options.in, "is no MP4 or MOV, which alone have caption tracks", "leave --caption-track out");
   if (options.keepRate && !in.media->isTransportStream())
     throw Error(options.in, "is no transport stream, which alone have null packets", "leave --keep-rate out");
   if (in.media->isTransportStream()) return PatchTransport(options, *in.media);

@@ -14,8 +14,19 @@ namespace {
   throw Error(name, fmt::format("stream {}, packet {}: its {} is not the input's", stream, packet, what));
 }
 
-bool IsTimecode(const KeptReader& reader, size_t stream) {
-  return reader.file().context()->streams[stream]->codecpar->codec_tag == MKTAG('t', 'm', 'c', 'd');
+bool IsOf(TrackKinds kinds, const KeptReader& reader, size_t stream) {
+  const uint32_t tag = reader.file().context()->streams[stream]->codecpar->codec_tag;
+  return (kinds.timecode && tag == MKTAG('t', 'm', 'c', 'd')) ||
+         (kinds.captions && (tag == MKTAG('c', '6', '0', '8') || tag == MKTAG('c', '7', '0', '8')));
+}
+
+// True where what `after` has more streams of is of the kinds, one of each at most.
+bool CameIn(TrackKinds kinds, const KeptReader& before, const KeptReader& after) {
+  for (size_t i = before.streams(); i < after.streams(); ++i) {
+    if (!IsOf(kinds, after, i)) return false;
+    (IsOf({true, false}, after, i) ? kinds.timecode : kinds.captions) = false;
+  }
+  return after.streams() >= before.streams();
 }
 
 // Calls `take` with each packet's stream, number, and what is kept of it in both files; `skip` tells streams
@@ -184,15 +195,13 @@ std::string RequireKept(const std::vector<StreamKept>& before, const std::vector
 }
 
 std::string VerifyPatched(const std::string& in, const std::string& out, const EditOptions& changes,
-                          const std::string& name, bool timecodeTrack) {
+                          const std::string& name, TrackKinds kinds) {
   KeptReader before(in, changes, false);
   KeptReader after(out, changes, false);
-  const bool cameIn =
-      timecodeTrack && after.streams() == before.streams() + 1 && IsTimecode(after, before.streams());
-  if (before.streams() != after.streams() && !cameIn)
+  if (!CameIn(kinds, before, after))
     throw Error(name, fmt::format("has {} streams, the input {}", after.streams(), before.streams()));
   const uint64_t packets = ForPairs(
-      before, after, name, [&](size_t i) { return timecodeTrack && IsTimecode(before, i); },
+      before, after, name, [&](size_t i) { return IsOf(kinds, before, i); },
       [&](size_t stream, int64_t packet, const KeptPacket& was, const KeptPacket& is) {
         if (was.sideData != is.sideData) Fail(name, stream, packet, "side data");
         if (was.pts != is.pts) Fail(name, stream, packet, "presentation time");

@@ -24,10 +24,14 @@ std::string RequireKept(const std::vector<StreamKept>& before, const std::vector
 
 // Holds an MP4 or MOV file against the other, packet by packet; not the bytes, since whoever knows the tables
 // compares samples. Throws Error, naming `name` (what `out` is going to be
-// called) and the first difference. With `timecodeTrack` timecode tracks may differ, and one may have come
-// in. Says what was compared.
+// called) and the first difference. Tracks of `kinds` may differ, and one of each may have come in. Says what
+// was compared.
+struct TrackKinds {
+  bool timecode = false;
+  bool captions = false;
+};
 std::string VerifyPatched(const std::string& in, const std::string& out, const EditOptions& changes,
-                          const std::string& name, bool timecodeTrack = false);
+                          const std::string& name, TrackKinds kinds = {});
 
 // What is said of a file that is no MP4 or MOV.
 struct MuxedVerified {

@@ -16,19 +16,31 @@
 
 namespace qlnmedia {
 
-/// Captions that come from a file and go into one stream.
+/// Where captions go.
+enum class CaptionPlace {
+  kPictures,  ///< into the coded pictures of the first H.264, HEVC or MPEG-2 stream
+  /// MP4 and MOV that are no fragments: into a closed caption track (`c608`) of the first video stream, of
+  /// whatever codec, whose pictures stay as they are. Line 21 alone. Not with `inPlace` or for segments.
+  kTrack,
+};
+
+/// Captions that come from a file and go into one stream, or stand beside it.
 struct CaptionOptions {
   std::string file;  ///< .scc, .mcc, a media file, or text to make captions of: .srt, .vtt
   /// The file's timecode that falls on the first picture; empty for its first whole hour, of text for 0.
   std::string offset;
-  bool replace = false;              ///< captions that the stream has are taken out
+  bool replace = false;              ///< captions that are there are taken out: the stream's, or the track
   CaptionSourceOptions source = {};  ///< which stream's, and how text becomes captions
+  CaptionPlace place = CaptionPlace::kPictures;
+  std::string language = {};  ///< of a track: three letters of ISO 639-2 ("eng"); empty for none
 };
 
 /// The changes of every H.264 and HEVC stream of a file, and the captions of one.
 struct EditOptions : StreamChanges {
   std::optional<CaptionOptions> captions;
   ProgressCallback progress;  ///< may be empty
+  /// True if captions go into coded pictures.
+  bool captionsIntoPictures() const { return captions && captions->place == CaptionPlace::kPictures; }
   /// True if anything is to be changed at all.
   bool any() const { return beyondCaptions() || captions; }
 };

@@ -50,7 +50,8 @@ py::list Check(const py::object& path, const py::object& progress) {
 
 qlnmedia::PatchOptions ReadPatch(const py::object& in, const py::object& out, const py::dict& values) {
   CheckKeys(values, std::string(kChangeKeys) +
-                        "captions captions_offset in_place initialization segments timecode_track keep_rate "
+                        "captions captions_offset caption_track caption_language in_place initialization "
+                        "segments timecode_track keep_rate "
                         "dry_run verify ");
   qlnmedia::PatchOptions options;
   options.in = PathOf(in);
@@ -65,6 +66,15 @@ qlnmedia::PatchOptions ReadPatch(const py::object& in, const py::object& out, co
   Given<std::string>(values, "captions_offset", [&](const std::string& offset) {
     if (!options.captions) throw py::value_error("captions_offset goes with captions");
     options.captions->offset = offset;
+  });
+  Given<bool>(values, "caption_track", [&](bool track) {
+    if (!track) return;
+    if (!options.captions) throw py::value_error("caption_track goes with captions");
+    options.captions->place = qlnmedia::CaptionPlace::kTrack;
+  });
+  Given<std::string>(values, "caption_language", [&](const std::string& language) {
+    if (!options.captions) throw py::value_error("caption_language goes with captions");
+    options.captions->language = language;
   });
   const auto flag = [&values](const char* key, bool& target) {
     Given<bool>(values, key, [&target](bool value) { target = value; });

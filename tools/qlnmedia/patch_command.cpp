@@ -33,6 +33,7 @@ struct Options {
   bool interlaced = false;
   bool progressive = false;
   bool force = false;
+  bool captionTrack = false;
   CaptionOptions captions;
 };
 
@@ -77,6 +78,7 @@ void Run(Options& options) {
   if (!options.hdr.empty()) patch.mastering = ParseMasteringDisplay(options.hdr);
   if (!options.lightLevel.empty()) patch.lightLevel = ParseLightLevel(options.lightLevel);
   if (options.interlaced || options.progressive) patch.interlaced = options.interlaced;
+  if (options.captionTrack) options.captions.place = CaptionPlace::kTrack;
   if (!options.captions.file.empty()) patch.captions = options.captions;
   if (!patch.any()) throw Error("patch", "nothing to do", "name what shall change; qlnmedia patch --help");
   std::error_code unknown;
@@ -107,6 +109,28 @@ void AddSetOptions(CLI::App& command, Options& options) {
       ->allow_extra_args(false);
 }
 
+void AddCaptionOptions(CLI::App& command, Options& options) {
+  auto* const captions = command.add_option("--captions", options.captions.file,
+                                            "Captions of a .scc or .mcc file, of a media file, or made of "
+                                            "the text of a .srt or .vtt file; MPEG-2 too");
+  command
+      .add_option("--captions-offset", options.captions.offset,
+                  "The caption file's timecode of the first picture; default: its first whole hour")
+      ->needs(captions);
+  AddMakingOptions(command, options.captions.source, captions);
+  command
+      .add_flag("--replace-captions", options.captions.replace,
+                "Take out the captions that the stream has, or the caption track")
+      ->needs(captions);
+  auto* const track = command.add_flag("--caption-track", options.captionTrack,
+                                       "MP4, MOV: put the captions into a c608 track, and not into pictures");
+  track->needs(captions);
+  command
+      .add_option("--caption-language", options.captions.language,
+                  "Language of the caption track: three letters, as eng")
+      ->needs(track);
+}
+
 // What goes into units of the stream: timecode, scan, delimiters, recovery points, captions.
 void AddUnitOptions(CLI::App& command, Options& options) {
   auto* const timecode = command.add_option("--timecode", options.patch.timecode,
@@ -134,17 +158,7 @@ void AddUnitOptions(CLI::App& command, Options& options) {
                    "An access unit delimiter in front of every picture that lacks it");
   command.add_flag("--recovery-points", options.patch.recoveryPoints,
                    "A recovery point where decoding can start at a picture that does not say so");
-  auto* const captions = command.add_option("--captions", options.captions.file,
-                                            "Captions of a .scc or .mcc file, of a media file, or made of "
-                                            "the text of a .srt or .vtt file; MPEG-2 too");
-  command
-      .add_option("--captions-offset", options.captions.offset,
-                  "The caption file's timecode of the first picture; default: its first whole hour")
-      ->needs(captions);
-  AddMakingOptions(command, options.captions.source, captions);
-  command
-      .add_flag("--replace-captions", options.captions.replace, "Take out the captions that the stream has")
-      ->needs(captions);
+  AddCaptionOptions(command, options);
 }
 
 // Where what is written goes, if not into one file.

@@ -6,13 +6,10 @@
 
 namespace qlnmedia::mp4 {
 
-// A box with a head of 32 bits; `type` has four characters.
-Bytes BoxBytes(const char* type, const Bytes& body);
-
 // A `trak` with the id that lasts as long as the video track and is edited as that is, with one sample of
 // four bytes at `place`. Throws Error where the video track's headers are missing or break off.
-Bytes TimecodeTrackBox(Reader& reader, const Track& video, const TimecodeFacts& facts, uint32_t id,
-                       uint64_t place, bool quickTime);
+Bytes TimecodeTrackBox(Reader& reader, const Movie& movie, const Track& video, const TimecodeFacts& facts,
+                       uint32_t id, uint64_t place, bool quickTime);
 
 }  // namespace qlnmedia::mp4
 

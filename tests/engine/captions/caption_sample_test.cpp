@@ -53,6 +53,19 @@ TEST(CaptionSample, HasPackets) {
   EXPECT_EQ(reason, "the checksum is wrong");
 }
 
+TEST(CaptionSample, IsWrittenAtomByAtom) {
+  const Triplet first{true, CcType::kField1, 0x94, 0x20}, other{true, CcType::kField1, 0x94, 0x2C};
+  const Triplet second{true, CcType::kField2, 0x15, 0xAE}, service{true, CcType::kServiceStart, 0x02, 0x21};
+  const Triplet padding{false, CcType::kField1, 0, 0};
+  const Bytes both = WriteCaptionSample(std::vector{first, second, other, service, padding});
+  EXPECT_EQ(both, Hex("0000000C 63646174 9420 942C 0000000A 63647432 15AE"));
+  EXPECT_EQ(FirstFieldBytes(both), 12u);
+  EXPECT_EQ(WriteCaptionSample(std::vector{first}), Hex("0000000A 63646174 9420"));
+  // Field 1 always says something, if only that there is nothing.
+  EXPECT_EQ(WriteCaptionSample(std::vector{second}), Hex("0000000A 63646174 8080 0000000A 63647432 15AE"));
+  EXPECT_EQ(WriteCaptionSample({}), Hex("0000000A 63646174 8080"));
+}
+
 TEST(CaptionSample, IsRefusedWhereItIsDamaged) {
   const std::pair<const char*, const char*> refused[] = {
       {"0000000C 63646174 9420 94", "an atom's size is not within the sample"},
