@@ -2,11 +2,13 @@
 
 #include "captions/cue_file.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <utility>
 
+#include "captions/cue_markup.h"
 #include "captions/line21_characters.h"
 #include "captions/text_lines.h"
 
@@ -87,58 +89,37 @@ void TakeSettings(std::string_view text, Cue* cue) {
       if (!top || (percent && (*top < 0 || *top > 100)) || std::abs(*top) > 1000) continue;
       cue->top = top;
       cue->topIsRow = !percent;
+      const std::string_view anchor = value.substr(std::min(value.find(','), value.size()));
+      cue->anchor = anchor == ",end"      ? CueAnchor::kEnd
+                    : anchor == ",center" ? CueAnchor::kCentre
+                                          : CueAnchor::kStart;
     } else if (name == "position") {
       const std::optional<double> left = PlaceNumber(value.substr(0, value.find(',')), &percent);
       if (left && percent && *left >= 0 && *left <= 100) cue->left = left;
     } else if (name == "align") {
       if (value == "start" || value == "left") cue->align = CueAlign::kLeft;
       if (value == "end" || value == "right") cue->align = CueAlign::kRight;
+    } else if (name == "vertical") {
+      cue->losses.emplace_back("vertical text stands in rows");
+    } else if (name == "region") {
+      cue->losses.emplace_back("the region is left out");
     }
   }
 }
 
-// What an entity of .vtt stands for; 0 for a text that is none.
-char32_t EntityOf(std::u32string_view name) {
-  constexpr std::pair<std::u32string_view, char32_t> kEntities[] = {
-      {U"amp", U'&'},    {U"lt", U'<'},    {U"gt", U'>'},    {U"quot", U'"'},
-      {U"nbsp", 0x00A0}, {U"lrm", 0x200E}, {U"rlm", 0x200F}, {U"apos", U'\''},
-  };
-  for (const auto& [known, character] : kEntities) {
-    if (name == known) return character;
+// The place that .srt asks for by the digits of a keypad.
+void TakePlace(int digit, Cue* cue) {
+  if (digit == 0) return;
+  const int row = (digit - 1) / 3;
+  const int column = (digit - 1) % 3;
+  if (row == 2) {
+    cue->top = 0;
+    cue->topIsRow = true;
+  } else if (row == 1) {
+    cue->top = 50;
+    cue->anchor = CueAnchor::kCentre;
   }
-  return 0;
-}
-
-// Whether `tag`, what stands between < and >, is one that .srt files have; other brackets are text.
-bool IsSrtTag(std::u32string_view tag) {
-  if (!tag.empty() && tag.front() == U'/') tag.remove_prefix(1);
-  const std::u32string_view name = tag.substr(0, tag.find(U' '));
-  for (const std::u32string_view known : {U"i", U"b", U"u", U"s", U"font", U"I", U"B", U"U", U"S", U"FONT"}) {
-    if (name == known) return true;
-  }
-  return false;
-}
-
-// A line's text without tags, with the characters of its entities.
-std::u32string WithoutMarkup(std::u32string_view line, bool vtt) {
-  std::u32string text;
-  for (size_t i = 0; i < line.size(); ++i) {
-    const char32_t close = line[i] == U'<' ? U'>' : line[i] == U'{' ? U'}' : line[i] == U'&' ? U';' : 0;
-    const size_t end = close == 0 ? std::u32string_view::npos : line.find(close, i);
-    const std::u32string_view inside =
-        end == std::u32string_view::npos ? std::u32string_view() : line.substr(i + 1, end - i - 1);
-    if (line[i] == U'<' && vtt && end == std::u32string_view::npos) break;  // a tag that breaks off
-    const bool tag = line[i] == U'<' && end != std::u32string_view::npos && (vtt || IsSrtTag(inside));
-    const bool command = line[i] == U'{' && !vtt && !inside.empty() && inside.front() == U'\\';
-    const char32_t entity = line[i] == U'&' && vtt ? EntityOf(inside) : 0;
-    if (!tag && !command && entity == 0) {
-      text += line[i];
-      continue;
-    }
-    if (entity != 0) text += entity;
-    i = end;
-  }
-  return text;
+  cue->align = column == 0 ? CueAlign::kLeft : column == 2 ? CueAlign::kRight : CueAlign::kCentre;
 }
 
 class CueReader {
@@ -186,13 +167,20 @@ class CueReader {
     }
     Cue cue;
     if (!TakeTimes(&cue)) return false;
+    CueMarkup markup(vtt_);
     while (NextLine() && !line_.empty()) {
       const std::optional<std::u32string> text = FromUtf8(line_);
       if (!text) return Refuse("no UTF-8");
-      std::u32string plain = WithoutMarkup(*text, vtt_);
-      if (plain.find_first_not_of(U" \t") != std::u32string::npos)
-        cue.lines.push_back({lines_.number(), std::move(plain)});
+      const StyledText styled = markup.Take(*text);
+      if (styled.text().find_first_not_of(U" \t") == std::u32string::npos) continue;
+      CueLine line{lines_.number(), styled.text()};
+      const std::vector<Look>& looks = styled.looks();
+      if (std::any_of(looks.begin(), looks.end(), [](const Look& look) { return look != Look(); }))
+        line.looks = looks;
+      line.losses = markup.TakeLosses();
+      cue.lines.push_back(std::move(line));
     }
+    if (!vtt_) TakePlace(markup.place(), &cue);
     Keep(std::move(cue));
     return true;
   }

@@ -8,21 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "captions/line21_look.h"
 #include "captions/pop_on.h"
 
 namespace qlnmedia::captions {
-
-// In the order of preamble address and mid-row codes.
-enum class Line21Colour : uint8_t { kWhite, kGreen, kBlue, kCyan, kRed, kYellow, kMagenta };
-
-// How characters look.
-struct Look {
-  Line21Colour colour = Line21Colour::kWhite;
-  bool italic = false;
-  bool underline = false;
-
-  friend bool operator==(const Look&, const Look&) = default;
-};
 
 // Characters of one look.
 struct StyledRun {

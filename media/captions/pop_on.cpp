@@ -1,4 +1,4 @@
-// Breaks, places and codes the text of cues.
+// Breaks and places the text of cues.
 
 #include "captions/pop_on.h"
 
@@ -16,83 +16,80 @@ namespace qlnmedia::captions {
 
 namespace {
 
-// Control codes of channel 1.
-constexpr uint8_t kControl = 0x14;
-constexpr uint8_t kResumeLoading = 0x20;
-constexpr uint8_t kEraseNotDisplayed = 0x2E;
-constexpr uint8_t kTabOffset = 0x17;
-constexpr uint8_t kFirstTab = 0x20;  // and the number of columns
-constexpr int kIndent = 4;           // columns from one preamble address code to the next
-
-// First byte of the preamble address code of a row, and whether the second is the higher of its two.
-constexpr uint8_t kRowCode[kLine21Rows + 1] = {0,    0x11, 0x11, 0x12, 0x12, 0x15, 0x15, 0x16,
-                                               0x16, 0x17, 0x17, 0x10, 0x13, 0x13, 0x14, 0x14};
-constexpr bool kRowIsSecond[kLine21Rows + 1] = {false, false, true, false, true,  false, true,  false,
-                                                true,  false, true, false, false, true,  false, true};
-constexpr uint8_t kWhiteIndent = 0x50;
-constexpr uint8_t kSecondRow = 0x20;
-
 // The safe area of captions: the middle eight tenths of the picture.
 constexpr double kSafeBegin = 10;
 constexpr double kSafeSize = 80;
 
-using Row = std::u32string;
+using Row = StyledText;
 
-class Coder {
- public:
-  void Control(uint8_t first, uint8_t second) {
-    Flush();
-    const Pair pair = MakePair(first, second);
-    // A code that is sent again on purpose would be taken for the repetition of the one before it.
-    if (!units_.empty() && units_.back() == CodeUnit{pair, true}) units_.push_back({kNullPair, false});
-    units_.push_back({pair, true});
-  }
-  void Character(char32_t character) {
-    const std::optional<Line21Code> code = Line21CodeOf(character);
-    if (!code) return;
-    if (code->set == 0) return Basic(code->code);
-    if (code->instead != 0) Basic(code->instead);
-    Control(code->set, code->code);
-  }
-  std::vector<CodeUnit> Take() {
-    Flush();
-    return std::move(units_);
-  }
+std::string Quoted(std::u32string_view text) { return "\"" + Printable(ToUtf8(text)) + "\""; }
 
- private:
-  void Basic(uint8_t code) {
-    if (pending_ == 0) {
-      pending_ = code;
-      return;
-    }
-    units_.push_back({MakePair(pending_, code), false});
-    pending_ = 0;
-  }
-  void Flush() {
-    if (pending_ != 0) units_.push_back({MakePair(pending_, 0), false});
-    pending_ = 0;
-  }
-
-  std::vector<CodeUnit> units_;
-  uint8_t pending_ = 0;
-};
-
-Row Trimmed(const Row& text) {
-  const size_t begin = text.find_first_not_of(U' ');
-  if (begin == Row::npos) return {};
-  return text.substr(begin, text.find_last_not_of(U' ') + 1 - begin);
+// Letters and digits, of any alphabet.
+bool IsOfWord(char32_t c) {
+  return (c >= U'0' && c <= U'9') || (c >= U'A' && c <= U'Z') || (c >= U'a' && c <= U'z') || c >= 0xC0;
 }
 
-std::string Quoted(const Row& text) { return "\"" + Printable(ToUtf8(text)) + "\""; }
+// Calls `take` with begin and end of each word.
+template <class Take>
+void ForWords(const Row& row, const Take& take) {
+  for (size_t i = 0; i < row.size();) {
+    if (row.text()[i] == U' ') {
+      ++i;
+      continue;
+    }
+    const size_t end = std::min(row.text().find(U' ', i), row.size());
+    take(i, end);
+    i = end;
+  }
+}
+
+// Gives each word the look of its first letter; false where others had another.
+bool EvenOut(Row& row) {
+  bool same = true;
+  ForWords(row, [&](size_t begin, size_t end) {
+    size_t first = begin;
+    while (first < end && !IsOfWord(row.text()[first])) ++first;
+    const Look look = row.looks()[first < end ? first : begin];
+    for (size_t i = begin; i < end; ++i) {
+      same = same && (row.looks()[i] == look || !IsOfWord(row.text()[i]));
+      row.SetLook(i, look);
+    }
+  });
+  return same;
+}
+
+// Puts a second space in front of words whose look takes two codes; false where that would be too long for a
+// row, and their italics went instead.
+bool MakeRoom(Row& row) {
+  bool all = true;
+  Look now = row.empty() ? Look() : row.looks().front();
+  for (size_t i = 1; i < row.size(); ++i) {
+    if (row.text()[i] == U' ') continue;
+    Look look = row.looks()[i];
+    if (CodesNeeded(now, look) == 2 && (i < 2 || row.text()[i - 2] != U' ')) {
+      if (row.size() < kLine21Columns) {
+        row.Insert(i++, U' ', look);
+      } else {
+        look.italic = false;
+        all = false;
+        for (size_t k = i; k < row.size() && row.text()[k] != U' '; ++k) row.SetLook(k, look);
+      }
+    }
+    now = look;
+  }
+  return all;
+}
+
+bool IsColouredItalic(const Look& look) { return look.italic && look.colour != Line21Colour::kWhite; }
 
 // Breaks a line into rows at its spaces, a word that is longer than a row where the row ends.
 std::vector<Row> Broken(Row text) {
   std::vector<Row> rows;
   while (text.size() > kLine21Columns) {
-    const size_t space = text.rfind(U' ', kLine21Columns);
-    const size_t end = space == Row::npos || space == 0 ? size_t{kLine21Columns} : space;
-    rows.push_back(Trimmed(text.substr(0, end)));
-    text = Trimmed(text.substr(end));
+    const size_t space = text.text().rfind(U' ', kLine21Columns);
+    const size_t end = space == std::u32string::npos || space == 0 ? size_t{kLine21Columns} : space;
+    rows.push_back(text.Part(0, end).Trimmed());
+    text = text.Part(end).Trimmed();
   }
   if (!text.empty()) rows.push_back(std::move(text));
   return rows;
@@ -127,38 +124,49 @@ class Layout {
   // A line in characters that line 21 has.
   Row Spelt(const CueLine& line) {
     Row spelt;
-    for (const char32_t character : line.text) {
+    const Row styled(line.text, line.looks);
+    for (size_t i = 0; i < styled.size(); ++i) {
+      const char32_t character = styled.text()[i];
+      const Look& look = styled.looks()[i];
       if (Line21CodeOf(character)) {
-        spelt += character;
+        spelt.Add(character, look);
         continue;
       }
-      const Row instead = options_.transliterate ? Transliterated(character) : Row();
+      const std::u32string instead = options_.transliterate ? Transliterated(character) : std::u32string();
       // What has no shape of its own is no loss.
       const bool unseen = Transliterated(character).empty() || character == U'\t';
       if (!unseen) Tell(line.number, Missing(character, instead), options_.transliterate);
-      spelt += unseen ? Transliterated(character) : instead;
+      for (const char32_t other : unseen ? Transliterated(character) : instead) spelt.Add(other, look);
     }
-    return Trimmed(spelt);
+    return spelt.Trimmed();
   }
-  static std::string Missing(char32_t character, const Row& instead) {
-    const std::string text =
-        fmt::format("U+{:04X} {} is no character of line 21", unsigned{character}, Quoted({character}));
+  static std::string Missing(char32_t character, const std::u32string& instead) {
+    const std::string text = fmt::format("U+{:04X} {} is no character of line 21", unsigned{character},
+                                         Quoted(std::u32string(1, character)));
     return instead.empty() ? text : text + ", " + Quoted(instead) + " stands for it";
   }
 
   std::vector<Row> RowsOf(const Cue& cue) {
     std::vector<Row> rows;
+    for (const std::string& loss : cue.losses) Tell(cue.line, loss, true);
     for (const CueLine& line : cue.lines) {
+      for (const std::string& loss : line.losses) Tell(line.number, loss, true);
       Row text = Spelt(line);
       if (text.empty()) continue;
+      if (!EvenOut(text)) Tell(line.number, "the look of parts of words is left out", true);
       if (text.size() > kLine21Columns) {
         Tell(line.number,
-             fmt::format("{} has {} characters, and a row {}", Quoted(text), text.size(), kLine21Columns),
+             fmt::format("{} has {} characters, and a row {}", Quoted(text.text()), text.size(),
+                         kLine21Columns),
              options_.fit);
         for (Row& row : Broken(std::move(text))) rows.push_back(std::move(row));
       } else {
         rows.push_back(std::move(text));
       }
+      bool all = true;
+      for (Row& row : rows) all = MakeRoom(row) && all;
+      if (!all)
+        Tell(line.number, "coloured italics are upright, since the row has no room for their codes", true);
     }
     return rows;
   }
@@ -189,8 +197,8 @@ class Layout {
     for (size_t i = 0; i < blocks.size(); ++i) {
       int row = FirstRow(*group[i], static_cast<int>(blocks[i].size()));
       for (const Row& line : blocks[i]) {
-        rows.push_back(Free(rows, {row++, Column(*group[i], static_cast<int>(line.size())), line}));
-        text += (text.empty() ? "" : " ") + ToUtf8(line);
+        rows.push_back(Free(rows, Placed(*group[i], line, row++)));
+        text += (text.empty() ? "" : " ") + ToUtf8(line.text());
       }
     }
     std::stable_sort(rows.begin(), rows.end(),
@@ -198,12 +206,32 @@ class Layout {
     captions_.push_back({group[0]->line, std::move(text), begin, end, LoadCodes(rows)});
   }
 
+  CaptionRow Placed(const Cue& cue, Row line, int row) {
+    const auto size = static_cast<int>(line.size());
+    int column = Column(cue, size);
+    // Their codes take a column in front of them.
+    if (column == 0 && IsColouredItalic(line.looks().front())) {
+      if (size < kLine21Columns) {
+        column = 1;
+      } else {
+        Tell(cue.line, "coloured italics are upright, since the row has no room for their codes", true);
+        const size_t end = std::min(line.text().find(U' '), line.size());
+        for (size_t i = 0; i < end; ++i)
+          line.SetLook(i, {line.looks()[i].colour, false, line.looks()[i].underline});
+      }
+    }
+    return {row, column, line.text(), line.looks()};
+  }
+
   static int FirstRow(const Cue& cue, int count) {
     const int last = kLine21Rows - count + 1;
     if (!cue.top) return last;
     const double row = cue.topIsRow ? (*cue.top < 0 ? kLine21Rows + 1 + *cue.top : *cue.top + 1)
                                     : 1 + std::round((*cue.top - kSafeBegin) * kLine21Rows / kSafeSize);
-    return std::clamp(static_cast<int>(row), 1, last);
+    const int above = cue.anchor == CueAnchor::kEnd      ? count
+                      : cue.anchor == CueAnchor::kCentre ? count / 2
+                                                         : 0;
+    return std::clamp(static_cast<int>(row) - above, 1, last);
   }
 
   static int Column(const Cue& cue, int size) {
@@ -239,21 +267,6 @@ class Layout {
 };
 
 }  // namespace
-
-std::vector<CodeUnit> LoadCodes(const std::vector<CaptionRow>& rows) {
-  Coder coder;
-  coder.Control(kControl, kEraseNotDisplayed);
-  coder.Control(kControl, kResumeLoading);
-  for (const CaptionRow& row : rows) {
-    const int indents = row.column / kIndent;
-    const int high = kRowIsSecond[row.row] ? kSecondRow : 0;
-    coder.Control(kRowCode[row.row], static_cast<uint8_t>((kWhiteIndent | high) + 2 * indents));
-    const int tab = row.column % kIndent;
-    if (tab != 0) coder.Control(kTabOffset, static_cast<uint8_t>(kFirstTab + tab));
-    for (const char32_t character : row.text) coder.Character(character);
-  }
-  return coder.Take();
-}
 
 std::vector<LoadedCaption> LayOut(const std::vector<Cue>& cues, const MakingOptions& options,
                                   std::vector<CueProblem>* problems) {

@@ -8,6 +8,7 @@
 
 #include "captions/cue_file.h"
 #include "captions/line21.h"
+#include "captions/line21_look.h"
 
 namespace qlnmedia::captions {
 
@@ -52,16 +53,24 @@ struct CaptionRow {
   int row = kLine21Rows;  // 1 to 15
   int column = 0;         // of its first character, 0 to 31
   std::u32string text;    // that ends within the row, of characters that line 21 has
+  // Of each character; white where it has fewer. It changes behind as many spaces as CodesNeeded says, whose
+  // columns the codes take; coloured italics do not begin in column 0.
+  std::vector<Look> looks = {};
 
   friend bool operator==(const CaptionRow&, const CaptionRow&) = default;
 };
 
-// The codes that load rows: memory cleared, pop-on mode, then each row at its place in white.
+// How many mid-row codes, and columns, lead from one look to another.
+size_t CodesNeeded(const Look& from, const Look& to);
+
+// The codes that load rows: memory cleared, pop-on mode, then each row at its place in its looks.
 std::vector<CodeUnit> LoadCodes(const std::vector<CaptionRow>& rows);
 
 // Lays out cues whose times rise; those of one begin and one end become one caption. Without a place of their
 // own, lines stand centred at the bottom. What does not fit is told in `problems`: rows of more than 32
-// characters and captions of more than four rows, which `fit` breaks, and characters that line 21 lacks.
+// characters and captions of more than four rows, which `fit` breaks, and characters that line 21 lacks; and
+// what is lost of looks and places, as solved. A look is that of whole words, since its codes take the place
+// of spaces.
 std::vector<LoadedCaption> LayOut(const std::vector<Cue>& cues, const MakingOptions& options,
                                   std::vector<CueProblem>* problems);
 

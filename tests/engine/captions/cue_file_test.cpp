@@ -26,7 +26,14 @@ TEST(SrtFile, IsRead) {
   EXPECT_EQ(cues[0].line, 3);
   EXPECT_EQ(cues[0].begin, 1000);
   EXPECT_EQ(cues[0].end, 2500);
-  EXPECT_EQ(cues[0].lines, (std::vector<CueLine>{{4, U"Good day"}, {5, U"if a < b & c > d {x}"}}));
+  ASSERT_EQ(cues[0].lines.size(), 2u);
+  EXPECT_EQ(cues[0].lines[0].text, U"Good day");
+  std::vector<Look> looks(8);
+  for (size_t i = 0; i < 4; ++i) looks[i].italic = true;
+  EXPECT_EQ(cues[0].lines[0].looks, looks);
+  EXPECT_EQ(cues[0].lines[1], (CueLine{5, U"if a < b & c > d {x}"}));
+  EXPECT_EQ(cues[0].top, 0);
+  EXPECT_TRUE(cues[0].topIsRow);
   EXPECT_EQ(cues[1].begin, 3723004);
   EXPECT_EQ(cues[1].end, 3723005);
   EXPECT_EQ(cues[1].lines, (std::vector<CueLine>{{10, U"-\u00E9"}}));
@@ -45,11 +52,69 @@ TEST(VttFile, HasPlacesAndEntities) {
   EXPECT_EQ(cues[0].left, 20);
   EXPECT_EQ(cues[0].align, CueAlign::kLeft);
   EXPECT_EQ(cues[0].begin, 62000);
-  EXPECT_EQ(cues[0].lines, (std::vector<CueLine>{{12, U"Tom & Jerry <3\u00A0x &nothing; "}}));
+  ASSERT_EQ(cues[0].lines.size(), 1u);
+  EXPECT_EQ(cues[0].lines[0].text, U"Tom & Jerry <3\u00A0x &nothing; ");
+  EXPECT_EQ(cues[0].lines[0].looks.at(5), Look());
+  EXPECT_EQ(cues[0].lines[0].looks.at(6), (Look{Line21Colour::kYellow, false, false}));
+  EXPECT_EQ(cues[0].lines[0].losses, std::vector<std::string>{"the colour behind the text is left out"});
   EXPECT_EQ(cues[1].top, -2);
   EXPECT_TRUE(cues[1].topIsRow);
+  EXPECT_EQ(cues[1].anchor, CueAnchor::kEnd);
   EXPECT_EQ(cues[1].align, CueAlign::kRight);
   EXPECT_FALSE(cues[2].top || cues[2].left);
+}
+
+// A letter for each character: its colour's, and i and u behind it.
+std::string LooksOf(const CueLine& line) {
+  std::string text;
+  for (const Look& look : line.looks) {
+    text += "wgbcrym"[static_cast<size_t>(look.colour)];
+    if (look.italic) text += 'i';
+    if (look.underline) text += 'u';
+  }
+  return text;
+}
+
+TEST(CueMarkups, AreLooks) {
+  const std::pair<std::string, const char*> vtt[] = {
+      {"a<i>b<c.red>c</c>d</i>e", "wwiriwiw"},
+      {"<c.lime.cyan>a</c><c.magenta>b<u>c</u></c>", "cmmu"},
+      {"<c.blue>a<i>b</c>c</i>d", "bbiww"},  // what was opened inside ends too
+      {"<v.yellow Fred>a</v><lang en>b</lang><i.white>c</i>", "ywwi"},
+      {"a</i></c>b<>c", ""},
+  };
+  for (const auto& [line, looks] : vtt) {
+    const auto cues = CuesOf("WEBVTT\n\n00:01.000 --> 00:02.000\n" + line + "\n");
+    EXPECT_EQ(LooksOf(cues.at(0).lines.at(0)), looks) << line;
+    EXPECT_TRUE(cues[0].lines[0].losses.empty()) << line;
+  }
+  const std::pair<std::string, const char*> srt[] = {
+      {"<I>a</I><U>b</U>", "wiwu"},
+      {"<font color=\"#FF0000\">a</font><font color=yellow>b</font><FONT COLOR='#0f0'>c</FONT>", "ryg"},
+      {"{\\i1}a{\\i0}b{\\u1}c", "wiwwu"},
+      {"<c.red>", ""},
+  };
+  for (const auto& [line, looks] : srt) {
+    const auto cues = CuesOf("1\n00:00:01,000 --> 00:00:02,000\n" + line + "\n");
+    EXPECT_EQ(LooksOf(cues.at(0).lines.at(0)), looks) << line;
+    EXPECT_TRUE(cues[0].lines[0].losses.empty()) << line;
+  }
+}
+
+TEST(CueMarkups, NameWhatLine21Lacks) {
+  const auto cues = CuesOf(
+      "1\n00:00:01,000 --> 00:00:02,000\n<b>a</b><b>b</b> <font face=Arial color=#FF8800>c</font>\n"
+      "<font color=\"mauve\">d</font><s>e</s>{\\fad(1,2)}<b>f</b>\n");
+  ASSERT_EQ(cues.at(0).lines.size(), 2u);
+  EXPECT_EQ(cues[0].lines[0].losses, (std::vector<std::string>{"bold is left out", "the font is left out",
+                                                               "the colour #ff8800 becomes yellow"}));
+  EXPECT_EQ(cues[0].lines[1].losses,
+            (std::vector<std::string>{"\"mauve\" is no colour", "a line through the text is left out",
+                                      "the command \"fad(1,2)\" is left out"}));
+  const auto vtt = CuesOf("WEBVTT\n\n00:01.000 --> 00:02.000 vertical:rl region:a\n<c.black>x</c>\n");
+  EXPECT_EQ(vtt.at(0).losses,
+            (std::vector<std::string>{"vertical text stands in rows", "the region is left out"}));
+  EXPECT_EQ(vtt[0].lines.at(0).losses, std::vector<std::string>{"the colour black becomes white"});
 }
 
 TEST(CueFiles, OfOneTimeAreOneCue) {

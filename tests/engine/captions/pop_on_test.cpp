@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "captions/line21_screen.h"
 #include "captions/pop_on_schedule.h"
 #include "captions/sequencer.h"
 
@@ -60,6 +61,97 @@ TEST(LoadCodes, ReachEveryRow) {
   constexpr Pair kWhite[] = {0x91D0, 0x9170, 0x92D0, 0x9270, 0x15D0, 0x1570, 0x16D0, 0x1670,
                              0x97D0, 0x9770, 0x10D0, 0x13D0, 0x1370, 0x94D0, 0x9470};
   for (int row = 1; row <= 15; ++row) EXPECT_EQ(Flat(LoadCodes({{row, 0, U"A"}}))[4], kWhite[row - 1]) << row;
+}
+
+// The attributes of preamble address codes and mid-row codes (CTA-608), parity set.
+TEST(LoadCodes, HaveLooks) {
+  const auto codes = [](int column, const std::u32string& text, const std::vector<Look>& looks) {
+    std::vector<Pair> pairs = Flat(LoadCodes({{15, column, text, looks}}));
+    return std::vector<Pair>(pairs.begin() + 4, pairs.end());
+  };
+  const Look red{Line21Colour::kRed, false, false}, italic{Line21Colour::kWhite, true, false};
+  const Look line{Line21Colour::kWhite, false, true}, both{Line21Colour::kCyan, true, true};
+  const Look yellow{Line21Colour::kYellow, false, false};
+  EXPECT_THAT(codes(0, U"A", {red}), ElementsAre(0x9468, 0x9468, 0xC180));
+  EXPECT_THAT(codes(0, U"A", {italic}), ElementsAre(0x946E, 0x946E, 0xC180));
+  EXPECT_THAT(codes(0, U"A", {line}), ElementsAre(0x94F1, 0x94F1, 0xC180));
+  EXPECT_THAT(codes(2, U"A", {red}), ElementsAre(0x9468, 0x9468, 0x97A2, 0x97A2, 0xC180));
+  // Further to the right a mid-row code takes the column in front.
+  EXPECT_THAT(codes(5, U"A", {yellow}), ElementsAre(0x94F2, 0x94F2, 0x912A, 0x912A, 0xC180));
+  EXPECT_THAT(codes(1, U"A", {both}), ElementsAre(0x9467, 0x9467, 0x912F, 0x912F, 0xC180));
+  EXPECT_THAT(codes(10, U"A", {both}), ElementsAre(0x94F4, 0x94F4, 0x91A7, 0x91A7, 0x912F, 0x912F, 0xC180));
+  // In the place of a space, and of two where a colour and italics come together.
+  EXPECT_THAT(codes(0, U"A B", {Look(), Look(), italic}),
+              ElementsAre(0x9470, 0x9470, 0xC180, 0x91AE, 0x91AE, 0xC280));
+  EXPECT_THAT(codes(0, U"A  B", {Look(), Look(), Look(), both}),
+              ElementsAre(0x9470, 0x9470, 0xC180, 0x91A7, 0x91A7, 0x912F, 0x912F, 0xC280));
+  EXPECT_THAT(codes(0, U"A B", {italic, Look(), Look()}),
+              ElementsAre(0x946E, 0x946E, 0xC180, 0x9120, 0x9120, 0xC280));
+}
+
+// Rows as a decoder shows them: row and column, then text with the looks in front of each run.
+std::vector<std::string> ShownOf(const std::string& text, MakingOptions options = {}) {
+  Line21Screen screen;
+  double seconds = 0;
+  for (const Pair pair : PairsOf(text.c_str(), options))
+    screen.Add(static_cast<uint8_t>(pair >> 8), static_cast<uint8_t>(pair), seconds += 0.03);
+  screen.Finish(seconds);
+  std::vector<std::string> rows;
+  for (const StyledCaption& caption : screen.captions()) {
+    for (const StyledRow& row : caption.rows) {
+      std::string line = std::to_string(row.row) + "," + std::to_string(row.column) + " ";
+      for (const StyledRun& run : row.runs) {
+        line += "{";
+        line += "wgbcrym"[static_cast<size_t>(run.look.colour)];
+        line += std::string(run.look.italic ? "i" : "") + (run.look.underline ? "u" : "") + "}" + run.text;
+      }
+      rows.push_back(line);
+    }
+  }
+  return rows;
+}
+
+std::string VttOf(const std::string& lines, const std::string& settings = "") {
+  return "WEBVTT\n\n00:05.000 --> 00:07.000 " + settings + "\n" + lines + "\n";
+}
+
+TEST(Looks, AreWhatADecoderShows) {
+  EXPECT_THAT(ShownOf(VttOf("Say <i>good</i> <c.yellow>day</c>\n<u>now</u>, <c.cyan><i>Fred</i></c>")),
+              ElementsAre("14,10 {w}Say {wi}good {y}day", "15,11 {wu}now,  {ci}Fred"));
+  // The second space that a colour with italics asks for counts; a caption in one look begins with it
+  // wherever it stands.
+  EXPECT_THAT(ShownOf(VttOf("<c.red>left</c>", "position:10% align:start")), ElementsAre("15,0 {r}left"));
+  EXPECT_THAT(ShownOf(VttOf("<c.red><i>left</i></c>", "position:10% align:start")),
+              ElementsAre("15,1 {ri}left"));
+  EXPECT_THAT(ShownOf(VttOf("<c.red><i>right</i></c>", "align:end")), ElementsAre("15,27 {ri}right"));
+  EXPECT_THAT(problems, IsEmpty());
+  // A word has one look, that of its first letter.
+  EXPECT_THAT(ShownOf(VttOf("<i>Titanic</i>, \"<i>Ben</i>\"")), ElementsAre("15,9 {wi}Titanic, \"Ben\""));
+  EXPECT_THAT(problems, IsEmpty());
+  EXPECT_THAT(ShownOf(VttOf("un<i>believ</i>able")), ElementsAre("15,10 {w}unbelievable"));
+  EXPECT_THAT(problems, ElementsAre(CueProblem{4, "the look of parts of words is left out", true}));
+}
+
+TEST(Looks, GoWhereTheyDoNotFit) {
+  EXPECT_THAT(ShownOf(VttOf("1234567890 1234567890 12345678 <c.red><i>x</i></c>")),
+              ElementsAre("15,0 {w}1234567890 1234567890 12345678 {r}x"));
+  EXPECT_THAT(problems,
+              ElementsAre(CueProblem{
+                  4, "coloured italics are upright, since the row has no room for their codes", true}));
+  EXPECT_THAT(ShownOf(VttOf("<c.red><i>1234567890 1234567890 1234567890</i></c>")),
+              ElementsAre("15,0 {r}1234567890 {ri}1234567890 1234567890"));
+}
+
+TEST(Places, AreThoseOfTheKeypad) {
+  const auto srt = [](const std::string& line) {
+    return ShownOf("1\n00:00:05,000 --> 00:00:07,000\n" + line + "\n");
+  };
+  EXPECT_THAT(srt("{\\an8}top"), ElementsAre("1,14 {w}top"));
+  EXPECT_THAT(srt("{\\an7}top"), ElementsAre("1,0 {w}top"));
+  EXPECT_THAT(srt("{\\an6}mid"), ElementsAre("9,29 {w}mid"));
+  EXPECT_THAT(srt("{\\an1}low"), ElementsAre("15,0 {w}low"));
+  EXPECT_THAT(ShownOf(VttOf("a\nb", "line:90%,end")), ElementsAre("14,15 {w}a", "15,15 {w}b"));
+  EXPECT_THAT(ShownOf(VttOf("a\nb", "line:50%,center")), ElementsAre("8,15 {w}a", "9,15 {w}b"));
 }
 
 TEST(Schedule, EndsACaptionsLoadOnThePictureOfItsBegin) {

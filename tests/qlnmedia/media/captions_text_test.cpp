@@ -68,6 +68,24 @@ TEST(MadeCaptions, AreFilesThatLeadBack) {
               HasSubstr("Good morning,"));
 }
 
+// Looks and places lead back, and are what ffmpeg shows.
+TEST(MadeCaptions, KeepLooksAndPlaces) {
+  const std::string vtt =
+      Write("captions_looks.vtt",
+            "WEBVTT\n\n00:01.000 --> 00:02.000\n<c.yellow>Look</c> <i>here</i> <u>now</u>\n\n"
+            "00:03.000 --> 00:04.000 line:10%\n<b>Up</b>\n");
+  const std::string scc = MediaPath("captions_looks.scc");
+  const auto made = Qlnmedia("captions '" + vtt + "' -o '" + scc + "' --force");
+  ASSERT_EQ(made.exitCode, 0) << made.output;
+  EXPECT_THAT(made.output, HasSubstr("line 7: bold is left out"));
+  const std::string back = Qlnmedia("captions '" + scc + "' -o - --form vtt").output;
+  EXPECT_THAT(back, HasSubstr("<c.yellow>Look  </c><i>here </i><u>now</u>"));
+  const std::string seen = Text("ffmpeg -v error -i '" + scc + "' -f srt -");
+  EXPECT_THAT(seen, HasSubstr("<font color=\"#ffff00\">Look"));
+  EXPECT_THAT(seen, HasSubstr("<i>"));
+  EXPECT_THAT(seen, HasSubstr("<u>"));
+}
+
 TEST(MadeCaptions, AreRefusedWhereTextDoesNotFit) {
   const std::string srt =
       Write("captions_long.srt",
