@@ -13,6 +13,7 @@
 #include "container/mp4/caption_track.h"
 #include "container/mp4/sample_table.h"
 #include "patch/caption_file.h"
+#include "patch/picture_times.h"
 
 namespace qlnmedia {
 
@@ -40,24 +41,6 @@ PictureTimes ReadTimes(const mp4::Source& file, const mp4::Layout& layout, uint3
   }
   std::sort(found.times.begin(), found.times.end());
   return found;
-}
-
-CaptionSurvey SurveyOf(const MediaStream& stream, const PictureTimes& pictures, uint32_t timescale) {
-  StreamDescription described = stream.coded;
-  described.timeBase = {1, static_cast<int32_t>(timescale)};
-  CaptionSurvey survey;
-  PicturePlaces& order = survey.order;
-  order.timeBase = described.timeBase;
-  order.pictures = static_cast<uint32_t>(pictures.times.size());
-  for (size_t i = 1; i < pictures.times.size(); ++i)
-    order.steps.push_back(
-        static_cast<uint32_t>(std::min<int64_t>(pictures.times[i] - pictures.times[i - 1], UINT32_MAX)));
-  const int64_t total = pictures.times.back() - pictures.times.front();
-  if (total > 0)
-    order.picturesPerSecond =
-        static_cast<double>(order.steps.size()) / (static_cast<double>(total) * order.timeBase.value());
-  survey.pace = PaceOf(described, order);
-  return survey;
 }
 
 // The samples of a track, as they come.
@@ -143,7 +126,9 @@ CaptionedInput PutCaptionTrack(const mp4::Source& file, const MediaFile& in, con
   const PictureTimes pictures = ReadTimes(file, layout, id);
   if (pictures.times.empty() || track->timescale == 0 || track->timescale > INT32_MAX)
     throw Error(options.in, fmt::format("stream {} has no pictures with times", stream.index));
-  const CaptionSurvey survey = SurveyOf(stream, pictures, track->timescale);
+  StreamDescription described = stream.coded;
+  described.timeBase = {1, static_cast<int32_t>(track->timescale)};
+  const CaptionSurvey survey = SurveyOfTimes(described, pictures.times);
   CaptionFile captions(*options.captions);
   captions.SpreadOver(survey, options.in, stream.index, options.rate);
   SampleMaker maker;

@@ -3,6 +3,7 @@
 #include "patch/patch.h"
 
 #include "base/error.h"
+#include "patch/caption_stream.h"
 #include "patch/carried_file.h"
 #include "patch/described_file.h"
 #include "patch/in_place_file.h"
@@ -20,6 +21,9 @@ void RequireCaptionPlace(const PatchOptions& options) {
   if (!options.captions) return;
   constexpr const char* kOption = "--caption-track";
   const bool track = options.captions->place == CaptionPlace::kTrack;
+  const bool stream = options.captions->place == CaptionPlace::kStream;
+  if (stream && (options.inPlace || options.segments || !options.initialization.empty()))
+    throw Error("--caption-stream", "is for transport streams, from file to file");
   if (!track && !options.captions->language.empty())
     throw Error("--caption-language", "goes with --caption-track");
   if (track && options.inPlace) throw Error(kOption, "cannot be done in place", "write to another file");
@@ -51,6 +55,11 @@ PatchResult PatchFile(const PatchOptions& options) {
                 "leave --timecode-track out");
   if (options.captions && options.captions->place == CaptionPlace::kTrack && !in.media->isIso())
     throw Error(options.in, "is no MP4 or MOV, which alone have caption tracks", "leave --caption-track out");
+  const bool captionStream = options.captions && options.captions->place == CaptionPlace::kStream;
+  if (captionStream && !in.media->isTransportStream())
+    throw Error(options.in, "is no transport stream, which alone has streams of ancillary data",
+                "leave --caption-stream out");
+  if (captionStream) return PatchCaptionStream(options, *in.media);
   if (options.keepRate && !in.media->isTransportStream())
     throw Error(options.in, "is no transport stream, which alone have null packets", "leave --keep-rate out");
   if (in.media->isTransportStream()) return PatchTransport(options, *in.media);

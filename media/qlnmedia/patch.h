@@ -22,6 +22,9 @@ enum class CaptionPlace {
   /// MP4 and MOV that are no fragments: into a closed caption track (`c608`) of the first video stream, of
   /// whatever codec, whose pictures stay as they are. Line 21 alone. Not with `inPlace` or for segments.
   kTrack,
+  /// Transport streams: into a stream of ancillary data (SMPTE ST 2038) beside the first video stream, of
+  /// whatever codec, whose pictures stay as they are. With no other change of the streams.
+  kStream,
 };
 
 /// Captions that come from a file and go into one stream, or stand beside it.

@@ -135,25 +135,27 @@ class PatchResult:
 def patch(src: Path, dst: Path | None = None, changes: Changes | None = None, *,
           colour: str | Sequence[int] | None = None, hdr: Hdr | str | None = None, timecode: str | None = None,
           captions: Path | None = None, captions_offset: str | None = None, caption_track: bool = False,
-          caption_language: str | None = None, in_place: bool = False, initialization: Path | None = None,
-          segments: bool = False, timecode_track: bool = False, keep_rate: bool = False, dry_run: bool = False,
-          verify: bool = False, progress: ProgressCallback | None = None, **more: Any) -> PatchResult:
+          caption_stream: bool = False, caption_language: str | None = None, in_place: bool = False,
+          initialization: Path | None = None, segments: bool = False, timecode_track: bool = False,
+          keep_rate: bool = False, dry_run: bool = False, verify: bool = False,
+          progress: ProgressCallback | None = None, **more: Any) -> PatchResult:
     """Changes what a file says of its streams, and leaves every coded slice as it is.
 
     The changes are given by name (all that Changes has), or as Changes, or both. dst gets its name when it is whole;
     it may be None with in_place (MP4 and MOV; a journal beside the file makes that safe) and dry_run. captions: a .scc or
     .mcc file; captions_offset: its timecode that falls on the first picture. caption_track: MP4 and MOV get the captions
-    in a track of their own, whose language may be said ("eng"), and not in pictures. initialization: the initialization
-    segment of src, where that is a media segment alone. segments: src is a folder, playlist or manifest, dst a new
-    folder. timecode_track: MP4 and MOV get a timecode track that says the same. keep_rate: of transport streams. verify:
+    in a track of their own, whose language may be said ("eng"), and not in pictures. caption_stream: transport streams
+    get them in a stream of ancillary data. initialization: the initialization segment of src, where that is a media
+    segment alone. segments: src is a folder, playlist or manifest, dst a new folder. timecode_track: MP4 and MOV get a timecode track that says the same. keep_rate: of transport streams. verify:
     the output is read back and held against the input.
 
     Raises Error where it cannot be done, and Cancelled: dst then does not exist, or is what it was.
     """
     options = as_options(changes, colour=colour, hdr=hdr, timecode=timecode, **more)
     options.update(captions=captions, captions_offset=captions_offset, caption_track=caption_track,
-                   caption_language=caption_language, in_place=in_place, initialization=initialization,
-                   segments=segments, timecode_track=timecode_track, keep_rate=keep_rate, dry_run=dry_run, verify=verify)
+                   caption_stream=caption_stream, caption_language=caption_language, in_place=in_place,
+                   initialization=initialization, segments=segments, timecode_track=timecode_track,
+                   keep_rate=keep_rate, dry_run=dry_run, verify=verify)
     return PatchResult(_core.patch_file(src, dst, options, _told(progress)))
 
 

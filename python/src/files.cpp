@@ -50,7 +50,7 @@ py::list Check(const py::object& path, const py::object& progress) {
 
 qlnmedia::PatchOptions ReadPatch(const py::object& in, const py::object& out, const py::dict& values) {
   CheckKeys(values, std::string(kChangeKeys) +
-                        "captions captions_offset caption_track caption_language in_place initialization "
+                        "captions captions_offset caption_track caption_stream caption_language in_place initialization "
                         "segments timecode_track keep_rate "
                         "dry_run verify ");
   qlnmedia::PatchOptions options;
@@ -71,6 +71,11 @@ qlnmedia::PatchOptions ReadPatch(const py::object& in, const py::object& out, co
     if (!track) return;
     if (!options.captions) throw py::value_error("caption_track goes with captions");
     options.captions->place = qlnmedia::CaptionPlace::kTrack;
+  });
+  Given<bool>(values, "caption_stream", [&](bool stream) {
+    if (!stream) return;
+    if (!options.captions) throw py::value_error("caption_stream goes with captions");
+    options.captions->place = qlnmedia::CaptionPlace::kStream;
   });
   Given<std::string>(values, "caption_language", [&](const std::string& language) {
     if (!options.captions) throw py::value_error("caption_language goes with captions");

@@ -33,7 +33,7 @@ struct Options {
   bool interlaced = false;
   bool progressive = false;
   bool force = false;
-  bool captionTrack = false;
+  bool captionTrack = false, captionStream = false;
   CaptionOptions captions;
 };
 
@@ -79,6 +79,7 @@ void Run(Options& options) {
   if (!options.lightLevel.empty()) patch.lightLevel = ParseLightLevel(options.lightLevel);
   if (options.interlaced || options.progressive) patch.interlaced = options.interlaced;
   if (options.captionTrack) options.captions.place = CaptionPlace::kTrack;
+  if (options.captionStream) options.captions.place = CaptionPlace::kStream;
   if (!options.captions.file.empty()) patch.captions = options.captions;
   if (!patch.any()) throw Error("patch", "nothing to do", "name what shall change; qlnmedia patch --help");
   std::error_code unknown;
@@ -129,6 +130,12 @@ void AddCaptionOptions(CLI::App& command, Options& options) {
       .add_option("--caption-language", options.captions.language,
                   "Language of the caption track: three letters, as eng")
       ->needs(track);
+  command
+      .add_flag("--caption-stream", options.captionStream,
+                "Transport streams: put the captions into a stream of ancillary data (SMPTE ST 2038), and "
+                "not into pictures")
+      ->needs(captions)
+      ->excludes(track);
 }
 
 // What goes into units of the stream: timecode, scan, delimiters, recovery points, captions.
