@@ -42,9 +42,9 @@ uint32_t WithParity(uint8_t value) {
 Bytes WriteSt2038(const AncPacket& packet) {
   Bits bits;
   bits.Put(0, 6);
-  bits.Put(packet.chroma ? 1 : 0, 1);                     // c_not_y_channel_flag
-  bits.Put(static_cast<uint32_t>(packet.line), 11);       // line_number
-  bits.Put(static_cast<uint32_t>(packet.offset), 12);     // horizontal_offset
+  bits.Put(packet.chroma ? 1 : 0, 1);                  // c_not_y_channel_flag
+  bits.Put(static_cast<uint32_t>(packet.line), 11);    // line_number
+  bits.Put(static_cast<uint32_t>(packet.offset), 12);  // horizontal_offset
   uint32_t sum = 0;
   const auto word = [&](uint8_t value) {
     sum += WithParity(value);

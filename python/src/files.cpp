@@ -49,10 +49,12 @@ py::list Check(const py::object& path, const py::object& progress) {
 }
 
 qlnmedia::PatchOptions ReadPatch(const py::object& in, const py::object& out, const py::dict& values) {
-  CheckKeys(values, std::string(kChangeKeys) +
-                        "captions captions_offset caption_track caption_stream caption_language in_place initialization "
-                        "segments timecode_track keep_rate "
-                        "dry_run verify ");
+  CheckKeys(
+      values,
+      std::string(kChangeKeys) +
+          "captions captions_offset caption_track caption_stream caption_language in_place initialization "
+          "segments timecode_track keep_rate "
+          "dry_run verify ");
   qlnmedia::PatchOptions options;
   options.in = PathOf(in);
   if (!out.is_none()) options.out = PathOf(out);

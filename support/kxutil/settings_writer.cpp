@@ -122,7 +122,10 @@ class Change {
     if (opened && changes_ != nullptr && file.IsReadOnly()) return Fail("it may not be written");
     // Nothing is written through this connection, and no journal of it may stand beside the new file, which
     // it would be taken to belong to: that of an empty file empties.
-    const bool locked = opened && file.Run("PRAGMA journal_mode = MEMORY") && file.Run("BEGIN IMMEDIATE");
+    // It would change a file that still has a log, which only a look leaves it.
+    const bool hasLog = form == FileForm::kWithLog && changes_ == nullptr;
+    const bool quiet = opened && (hasLog || file.Run("PRAGMA journal_mode = MEMORY"));
+    const bool locked = quiet && file.Run("BEGIN IMMEDIATE");
     const Step step = locked ? Step::kGoOn : Trouble(file);
     if (step == Step::kFailed) return step;
     if (file.HasMoved()) return Step::kAgain;

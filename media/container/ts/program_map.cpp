@@ -8,9 +8,9 @@ namespace qlnmedia::ts {
 
 namespace {
 
-constexpr size_t kSectionHead = 3;    // up to section_length
-constexpr size_t kTableHead = 8;      // up to last_section_number
-constexpr size_t kMapHead = 12;       // up to program_info_length
+constexpr size_t kSectionHead = 3;  // up to section_length
+constexpr size_t kTableHead = 8;    // up to last_section_number
+constexpr size_t kMapHead = 12;     // up to program_info_length
 constexpr size_t kStreamHead = 5;
 constexpr size_t kCrcBytes = 4;
 constexpr size_t kMostSection = 1024;

@@ -1,5 +1,5 @@
-// Program tables of transport streams (ISO/IEC 13818-1 clause 2.4.4): where a stream's program map is, and the
-// map with one stream more.
+// Program tables of transport streams (ISO/IEC 13818-1 clause 2.4.4): where a stream's program map is, and
+// the map with one stream more.
 #ifndef MEDIA_CONTAINER_TS_PROGRAM_MAP_H
 #define MEDIA_CONTAINER_TS_PROGRAM_MAP_H
 
