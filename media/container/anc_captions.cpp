@@ -8,8 +8,9 @@
 #include <utility>
 
 #include "base/error.h"
-#include "captions/anc_packets.h"
-#include "container/timed_triplets.h"
+#include "captions/anc_element.h"
+#include "container/libav_handles.h"
+#include "container/service_info.h"
 
 namespace qlnmedia {
 
@@ -17,6 +18,7 @@ namespace {
 
 constexpr uint32_t kRegistered =
     'V' | 'A' << 8 | 'N' << 16 | 'C' << 24;  // first character in the lowest byte
+constexpr uint8_t kCaptions = 0x61, kPacketForm = 0x01;
 
 std::optional<unsigned> FirstVideo(const MediaFile& file) {
   for (const MediaStream& stream : file.streams()) {
@@ -25,65 +27,168 @@ std::optional<unsigned> FirstVideo(const MediaFile& file) {
   return {};
 }
 
-// What one PES packet holds.
-std::vector<captions::Triplet> TakePacket(ByteSpan payload, const std::string& place, DamagedPlaces& damage,
-                                          std::optional<captions::Rate>* rate) {
-  std::vector<std::string> damaged;
-  std::vector<captions::Triplet> triplets;
-  for (const captions::AncPacket& packet : captions::ReadSt2038(payload, &damaged)) {
-    std::string reason;
-    const auto read = captions::CaptionsOfAnc(packet, rate, &reason);
-    if (read) triplets.insert(triplets.end(), read->begin(), read->end());
-    if (!reason.empty()) damaged.push_back(reason);
+// As libavformat names what stands in a data track.
+bool IsElementTrack(const MediaStream& stream) {
+  return stream.kind == StreamKind::kData &&
+         std::any_of(stream.tags.begin(), stream.tags.end(), [](const Tag& tag) {
+           return tag.name == "data_type" && tag.text.find("smpte_436") != std::string::npos;
+         });
+}
+
+// What the element of MXF that begins at a place holds: of the data items of a generic container (SMPTE ST
+// 379-1) the third byte of its number.
+captions::AncElementKind KindAt(const mp4::Source& source, int64_t position) {
+  constexpr uint64_t kTypeAt = 14;
+  constexpr uint8_t kLines = 0x01;
+  mp4::Reader reader(source, 16);
+  const auto at = static_cast<uint64_t>(std::max<int64_t>(position, 0));
+  const bool lines = at + kTypeAt < reader.size() && reader.U8(at + kTypeAt) == kLines;
+  return lines ? captions::AncElementKind::kLines : captions::AncElementKind::kPackets;
+}
+
+// Gathers what packets hold.
+class Gathering {
+ public:
+  explicit Gathering(AncContents& contents) : contents_(contents) {}
+
+  void Add(const std::vector<captions::AncPacket>& packets, const std::string& place,
+           std::optional<double> seconds) {
+    TimedTriplets timed;
+    bool second = !packets.empty();
+    for (const captions::AncPacket& packet : packets) {
+      Count(packet);
+      std::string reason;
+      const auto read = captions::CaptionsOfAnc(packet, &contents_.rate, &reason);
+      if (!reason.empty()) damage.Add(place, reason);
+      if (!read) continue;
+      timed.triplets.insert(timed.triplets.end(), read->begin(), read->end());
+      second = second && packet.field == 2;
+      Announced(packet);
+    }
+    if (timed.triplets.empty() || !seconds) return;
+    timed.seconds = *seconds;
+    timed.secondField = second;
+    contents_.captions.push_back(std::move(timed));
   }
-  for (const std::string& what : damaged) damage.Add(place, what);
-  return triplets;
+
+  DamagedPlaces damage{"packets"};
+
+ private:
+  void Count(const captions::AncPacket& packet) {
+    AncKind& kind = contents_.kinds[{packet.did, packet.sdid, packet.chroma}];
+    ++kind.count;
+    kind.lines.insert(packet.line);
+    if (packet.field != 0) kind.fields.insert(packet.field);
+  }
+
+  void Announced(const captions::AncPacket& packet) {
+    std::string reason;
+    if (packet.did != kCaptions || packet.sdid != kPacketForm) return;
+    const std::optional<captions::CaptionPacket> read = captions::ReadCdp(packet.words, &reason);
+    if (!read || read->serviceInfo.empty()) return;
+    for (AnnouncedService& service : ServicesOfSection(read->serviceInfo)) {
+      const bool known = std::any_of(contents_.services.begin(), contents_.services.end(),
+                                     [&](const auto& other) { return other.name == service.name; });
+      if (!known) contents_.services.push_back(std::move(service));
+    }
+  }
+
+  AncContents& contents_;
+};
+
+// Packets of other streams are not read, where the demuxer can leave them.
+void ReadOnly(MediaFile& file, unsigned stream, std::optional<unsigned> video) {
+  AVFormatContext* const context = file.context();
+  for (unsigned i = 0; i < context->nb_streams; ++i) {
+    if (i != stream && i != video) context->streams[i]->discard = AVDISCARD_ALL;
+  }
+}
+
+// The pictures a second of MXF, whose data tracks go by the frame.
+std::optional<captions::Rate> RateOfFrames(const MediaStream& stream) {
+  const Rational frame = stream.coded.timeBase;
+  return captions::RateOf(frame.denominator, frame.numerator);
 }
 
 }  // namespace
 
 std::vector<unsigned> FindAncStreams(const MediaFile& file) {
   std::vector<unsigned> found;
-  if (!file.isTransportStream()) return found;
   for (const MediaStream& stream : file.streams()) {
-    if (stream.tag == kRegistered) found.push_back(stream.index);
+    if ((file.isTransportStream() && stream.tag == kRegistered) || (file.isMxf() && IsElementTrack(stream)))
+      found.push_back(stream.index);
   }
   return found;
 }
 
-captions::CaptionTrack ReadAncStream(const std::string& path, unsigned stream,
-                                     std::optional<captions::Rate> asked, std::vector<std::string>* damage,
-                                     const ProgressCallback& progress) {
-  MediaFile file(path);
+AncStreamReader::AncStreamReader(const MediaFile& file) : mxf_(file.isMxf()) {
+  if (mxf_ && !file.isPipe()) source_ = std::make_unique<mp4::FileSource>(file.path());
   const std::optional<unsigned> video = FirstVideo(file);
+  if (!video) return;
+  const MediaStream& pictures = file.streams()[*video];
+  height_ = pictures.height;
+  interlaced_ = pictures.fieldOrder > kProgressive;
+}
+
+AncStreamReader::~AncStreamReader() = default;
+
+std::vector<captions::AncPacket> AncStreamReader::Take(const PacketView& packet,
+                                                       std::vector<std::string>* damage) {
+  if (mxf_) {
+    const captions::AncElementKind kind =
+        source_ == nullptr ? captions::AncElementKind::kPackets : KindAt(*source_, packet.position);
+    return captions::ReadAncElement(packet.data, kind, damage);
+  }
+  std::vector<captions::AncPacket> packets = captions::ReadSt2038(packet.data, damage);
+  for (captions::AncPacket& one : packets) one.field = captions::FieldOfLine(one.line, height_, interlaced_);
+  return packets;
+}
+
+AncContents ReadAncContents(const std::string& path, unsigned stream, const ProgressCallback& progress,
+                            uint64_t most) {
+  MediaFile file(path);
+  // The pictures of MXF begin with its first frame.
+  const std::optional<unsigned> video = file.isMxf() ? std::nullopt : FirstVideo(file);
   const auto secondsOf = [&file](const MediaPacket& packet) {
     return static_cast<double>(packet.view.pts) * file.streams()[packet.stream].coded.timeBase.value();
   };
-  const std::string where = fmt::format("stream {}", stream);
-  DamagedPlaces places("packets");
-  std::optional<captions::Rate> rate;
+  ReadOnly(file, stream, video);
+  AncStreamReader reader(file);
+  AncContents contents;
+  Gathering gathering(contents);
   std::optional<double> first;  // time of the first picture
-  std::vector<TimedTriplets> captions;
-  uint64_t number = 0;
   Progress meter(progress, "reading", file.sizeBytes());
-  for (MediaPacket packet; file.Next(packet);) {
+  for (MediaPacket packet; contents.packets < most && file.Next(packet);) {
     meter.At(packet.view.position);
     const bool timed = packet.view.pts != kNoTime;
     if (packet.stream == video && timed)
       first = first ? std::min(*first, secondsOf(packet)) : secondsOf(packet);
     if (packet.stream != stream) continue;
-    const std::string place = fmt::format("packet {} at byte {}", number++, packet.view.position);
-    std::vector<captions::Triplet> triplets = TakePacket(packet.view.data, place, places, &rate);
-    if (!timed) places.Add(place, "a packet without a time");
-    if (timed && !triplets.empty()) captions.push_back({secondsOf(packet), std::move(triplets)});
+    const std::string place = fmt::format("packet {} at byte {}", contents.packets++, packet.view.position);
+    std::vector<std::string> damaged;
+    const std::vector<captions::AncPacket> packets = reader.Take(packet.view, &damaged);
+    for (const std::string& what : damaged) gathering.damage.Add(place, what);
+    if (!timed) gathering.damage.Add(place, "a packet without a time");
+    gathering.Add(packets, place, timed ? std::optional(secondsOf(packet)) : std::nullopt);
   }
   meter.Done();
-  places.Tell(where, damage);
-  if (captions.empty()) throw NotApplicable(path, where + " has no captions");
-  const double begin = first.value_or(captions.front().seconds);
-  for (TimedTriplets& one : captions) one.seconds -= begin;
-  return TrackOfTimes(std::move(captions), asked ? *asked : rate.value_or(captions::Rate::k29_97),
-                      path + ": " + where);
+  gathering.damage.Tell(fmt::format("stream {}", stream), &contents.damage);
+  if (!contents.rate && file.isMxf()) contents.rate = RateOfFrames(file.streams()[stream]);
+  if (contents.captions.empty()) return contents;
+  const double begin = file.isMxf() ? 0 : first.value_or(contents.captions.front().seconds);
+  for (TimedTriplets& one : contents.captions) one.seconds -= begin;
+  return contents;
+}
+
+captions::CaptionTrack ReadAncStream(const std::string& path, unsigned stream,
+                                     std::optional<captions::Rate> asked, std::vector<std::string>* damage,
+                                     const ProgressCallback& progress) {
+  AncContents contents = ReadAncContents(path, stream, progress);
+  const std::string where = fmt::format("stream {}", stream);
+  damage->insert(damage->end(), contents.damage.begin(), contents.damage.end());
+  if (contents.captions.empty()) throw NotApplicable(path, where + " has no captions");
+  return TrackOfTimes(std::move(contents.captions),
+                      asked ? *asked : contents.rate.value_or(captions::Rate::k29_97), path + ": " + where);
 }
 
 }  // namespace qlnmedia

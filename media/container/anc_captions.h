@@ -1,24 +1,73 @@
-// Captions in the ancillary data of transport streams (SMPTE ST 2038).
+// Captions, and what else there is, in the ancillary data streams of transport streams (SMPTE ST 2038) and
+// MXF (SMPTE ST 436).
 #ifndef MEDIA_CONTAINER_ANC_CAPTIONS_H
 #define MEDIA_CONTAINER_ANC_CAPTIONS_H
 
+#include <cstdint>
+#include <map>
+#include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "base/progress.h"
+#include "captions/anc_packets.h"
 #include "captions/caption_track.h"
+#include "container/caption_services.h"
 #include "container/media_file.h"
+#include "container/timed_triplets.h"
 
 namespace qlnmedia {
 
-// The streams of a transport stream that are registered as ancillary data, by index.
+// The ancillary data streams of a file, by index: those of a transport stream that are registered as such,
+// and the data tracks of MXF with elements of SMPTE ST 436.
 std::vector<unsigned> FindAncStreams(const MediaFile& file);
 
-// The captions of such a stream by its times, from the first picture of the file's first video on. The rate
-// is `asked`, what its packets say, or that of line 21. What is damaged is left out; `damage` takes a line
-// for each kind, with the first place and how many there are. Throws NotApplicable for a stream without
-// captions.
+// Takes the packets of such streams apart.
+class AncStreamReader {
+ public:
+  explicit AncStreamReader(const MediaFile& file);
+  ~AncStreamReader();
+  // The ancillary packets of one packet; `damage` takes a line for each that is left out.
+  std::vector<captions::AncPacket> Take(const PacketView& packet, std::vector<std::string>* damage);
+
+ private:
+  bool mxf_;
+  int height_ = 0;  // of the first video
+  bool interlaced_ = false;
+  std::unique_ptr<mp4::Source> source_;  // of MXF
+};
+
+// Packets of one kind.
+struct AncKind {
+  uint64_t count = 0;
+  std::set<int> lines;
+  std::set<int> fields;  // 1 and 2, where they are told
+};
+struct AncKindName {
+  uint8_t did = 0;
+  uint8_t sdid = 0;  // the block number where `did` is 0x80 or more
+  bool chroma = false;
+  friend auto operator<=>(const AncKindName&, const AncKindName&) = default;
+};
+
+// All that such a stream holds.
+struct AncContents {
+  std::vector<TimedTriplets> captions;  // times from the first picture of the file's first video
+  std::optional<captions::Rate> rate;   // as its caption packets, or the frames of MXF, have it
+  std::map<AncKindName, AncKind> kinds;
+  std::vector<AnnouncedService> services;  // as its caption packets announce them
+  uint64_t packets = 0;                    // of the container
+  std::vector<std::string> damage;  // a line for each kind, with the first place and how many there are
+};
+
+// Reads a stream, or its first `most` packets. What is damaged is left out.
+AncContents ReadAncContents(const std::string& path, unsigned stream, const ProgressCallback& progress = {},
+                            uint64_t most = UINT64_MAX);
+
+// The captions of a stream by its times. The rate is `asked`, what its packets or frames say, or that of line
+// 21. `damage` takes what AncContents has. Throws NotApplicable for a stream without captions.
 captions::CaptionTrack ReadAncStream(const std::string& path, unsigned stream,
                                      std::optional<captions::Rate> asked, std::vector<std::string>* damage,
                                      const ProgressCallback& progress);

@@ -13,6 +13,7 @@
 #include "base/error.h"
 #include "base/numbers.h"
 #include "base/text_file.h"
+#include "captions/anc_element.h"
 #include "captions/caption_track.h"
 #include "captions/text.h"
 #include "captions/timed_text.h"
@@ -116,17 +117,35 @@ void WriteScc(CaptionSource& source, const Labels& labels, const TakeText& take,
   take(writer.Text());
 }
 
+void WriteAnc(CaptionSource& source, const TakeText& take, const ProgressCallback& progress) {
+  captions::AncTrackWriter writer(*source.pace.rate);
+  int64_t next = 0;
+  const auto element = [&](const Triplets& triplets) {
+    const captions::Bytes bytes = writer.Element(triplets);
+    take({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    ++next;
+  };
+  source.Read(
+      [&](const CaptionedPicture& picture) {
+        // Elements count frames, so that one that is missing has an empty one.
+        while (next < picture.number) element({});
+        element(picture.triplets);
+      },
+      progress);
+}
+
 // Hands a caption file's text over, piece by piece; nothing before all that can be refused is known.
 void MakeCaptionFile(const std::string& in, CaptionFileKind kind, const std::string& service,
                      const CaptionTiming& timing, const CaptionSourceOptions& from, const TakeText& take,
                      const ProgressCallback& progress) {
-  const bool packets = kind == CaptionFileKind::kMcc || kind == CaptionFileKind::kScc;
+  const bool labelled = kind == CaptionFileKind::kMcc || kind == CaptionFileKind::kScc;
+  const bool packets = labelled || kind == CaptionFileKind::kAnc;
   if (packets && !service.empty())
-    throw Error("--service", "goes with text, not with .mcc and .scc files",
-                "a .mcc file holds all services, a .scc file line 21 field 1");
+    throw Error("--service", "goes with text, not with .mcc, .scc and .anc files",
+                ".mcc and .anc files hold all services, a .scc file line 21 field 1");
   for (const auto& [option, text] :
        {std::pair("--timecode-type", &timing.timecodeType), std::pair("--start", &timing.start)}) {
-    if (!packets && !text->empty())
+    if (!labelled && !text->empty())
       throw Error(option, "goes with .mcc and .scc files, whose times are labels");
   }
   const std::unique_ptr<CaptionSource> opened = OpenCaptionSource(in, timing, from, progress);
@@ -136,6 +155,7 @@ void MakeCaptionFile(const std::string& in, CaptionFileKind kind, const std::str
                 fmt::format("has {} pictures a second, for which caption files have no rate",
                             PlainNumber(source.pace.picturesPerSecond)),
                 AdviceForPace(source.pace));
+  if (kind == CaptionFileKind::kAnc) return WriteAnc(source, take, progress);
   if (packets) {
     const Labels labels = LabelsOf(source, kind, timing);
     const auto write = kind == CaptionFileKind::kMcc ? WriteMcc : WriteScc;
@@ -172,6 +192,7 @@ std::optional<CaptionFileKind> CaptionFileKindOf(const std::string& path) {
   if (ending == ".txt") return CaptionFileKind::kText;
   if (ending == ".vtt") return CaptionFileKind::kVtt;
   if (ending == ".ttml") return CaptionFileKind::kTtml;
+  if (ending == ".anc") return CaptionFileKind::kAnc;
   return {};
 }
 
@@ -190,7 +211,7 @@ void WriteCaptionFile(const std::string& in, const std::string& out, const std::
   const std::optional<CaptionFileKind> kind = CaptionFileKindOf(out);
   if (!kind)
     throw Error(out, "is no kind of caption file that is known",
-                "end it in .mcc, .scc, .srt, .vtt, .ttml or .txt");
+                "end it in .mcc, .scc, .anc, .srt, .vtt, .ttml or .txt");
   std::optional<TextFileWriter> file;
   const auto take = [&](std::string_view piece) {
     if (!file) file.emplace(out);

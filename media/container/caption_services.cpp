@@ -10,6 +10,7 @@
 #include <set>
 
 #include "base/read_error.h"
+#include "container/service_info.h"
 
 namespace qlnmedia {
 
@@ -43,27 +44,34 @@ std::optional<Packets> FindPackets(ByteSpan bytes) {
   return {};
 }
 
+constexpr size_t kServiceBytes = 6;
+
+// One service; nothing where its language is none.
+std::optional<AnnouncedService> ReadService(ByteSpan bytes) {
+  AnnouncedService service;
+  for (size_t i = 0; i < 3; ++i) {
+    const auto letter = static_cast<char>(bytes[i]);
+    if (letter < ' ' || letter > '~') return {};
+    service.language += letter;
+  }
+  const bool digital = (bytes[3] & 0x80) != 0;  // digital_cc, else line21_field
+  service.name = digital ? fmt::format("service {}", bytes[3] & 0x3F)
+                         : fmt::format("line 21 field {}", (bytes[3] & 1) + 1);
+  service.easyReader = (bytes[4] & 0x80) != 0;
+  service.wideAspectRatio = (bytes[4] & 0x40) != 0;
+  return service;
+}
+
 // The services of one descriptor's body.
 std::vector<AnnouncedService> ReadServices(ByteSpan body) {
-  constexpr size_t kServiceBytes = 6;
   if (body.empty() || (body.size() - 1) % kServiceBytes != 0 ||
       (body[0] & 0x1FU) != (body.size() - 1) / kServiceBytes)
     return {};
   std::vector<AnnouncedService> services;
   for (size_t at = 1; at < body.size(); at += kServiceBytes) {
-    AnnouncedService service;
-    for (size_t i = 0; i < 3; ++i) {
-      const auto letter = static_cast<char>(body[at + i]);
-      if (letter < ' ' || letter > '~') return {};
-      service.language += letter;
-    }
-    const uint8_t kind = body[at + 3];
-    const bool digital = (kind & 0x80) != 0;  // digital_cc, else line21_field
-    service.name =
-        digital ? fmt::format("service {}", kind & 0x3F) : fmt::format("line 21 field {}", (kind & 1) + 1);
-    service.easyReader = (body[at + 4] & 0x80) != 0;
-    service.wideAspectRatio = (body[at + 4] & 0x40) != 0;
-    services.push_back(std::move(service));
+    std::optional<AnnouncedService> service = ReadService(body.subspan(at, kServiceBytes));
+    if (!service) return {};
+    services.push_back(std::move(*service));
   }
   return services;
 }
@@ -257,6 +265,16 @@ std::map<int, std::vector<AnnouncedService>> AnnouncedServices(ByteSpan bytes) {
     if (bytes[at] == kSync) tables.Take(bytes.subspan(at, kPacketBytes));
   }
   return tables.Found();
+}
+
+std::vector<AnnouncedService> ServicesOfSection(ByteSpan section) {
+  constexpr size_t kHead = 2, kNumber = 1;  // caption_service_number in front of each
+  std::vector<AnnouncedService> services;
+  for (size_t at = kHead; at + kNumber + kServiceBytes <= section.size(); at += kNumber + kServiceBytes) {
+    std::optional<AnnouncedService> service = ReadService(section.subspan(at + kNumber, kServiceBytes));
+    if (service) services.push_back(std::move(*service));
+  }
+  return services;
 }
 
 std::vector<AnnouncedService> AnnouncedServicesOf(const MediaInput& input, int packetIdentifier) {

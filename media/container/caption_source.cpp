@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <strings.h>
 
+#include <algorithm>
 #include <functional>
 #include <utility>
 
@@ -15,10 +16,12 @@
 #include "captions/decoder.h"
 #include "captions/pop_on_schedule.h"
 #include "container/anc_captions.h"
+#include "container/anc_file.h"
 #include "container/caption_tracks.h"
 #include "container/file_captions.h"
 #include "container/media_file.h"
 #include "container/media_input.h"
+#include "container/mxf/klv.h"
 
 namespace qlnmedia {
 
@@ -115,6 +118,15 @@ std::unique_ptr<CaptionSource> OpenFile(const std::string& path, const CaptionTi
   // No pictures contradict what is asked for.
   std::optional<captions::Rate> asked;
   if (!timing.rate.empty()) asked = AskedPace({}, {}, timing.rate).rate;
+  if (IsAncFile(path)) {
+    std::vector<std::string> damage;
+    captions::CaptionTrack track = ReadAncFile(text, path, asked, &damage);
+    for (const std::string& line : damage) {
+      if (options.told) options.told(path + ": " + line);
+    }
+    const captions::Rate rate = asked.value_or(track.rate);
+    return std::make_unique<TrackSource>(std::move(track), rate);
+  }
   if (IsCueFile(path)) {
     const captions::Rate rate = asked.value_or(captions::Rate::k29_97);
     return std::make_unique<TrackSource>(MakeTrackOfCues(path, text, rate, options), rate);
@@ -144,7 +156,7 @@ std::vector<CaptionStream> TracksOf(const std::string& path) {
   return streams;
 }
 
-// Those of a transport stream.
+// Those of a transport stream or MXF.
 std::vector<CaptionStream> AncStreamsOf(const std::string& path, const ProgressCallback& progress) {
   std::vector<CaptionStream> streams;
   for (const unsigned index : FindAncStreams(MediaFile(path)))
@@ -166,7 +178,8 @@ std::vector<CaptionStream> CaptionStreamsOf(const std::string& path, const Progr
                                  mp4::FourCc("wide"), mp4::FourCc("free"), mp4::FourCc("skip")}) {
       if (type == known) return TracksOf(path);
     }
-    if (reader.U8(0) == kSync || reader.U8(4) == kSync) return AncStreamsOf(path, progress);
+    if (reader.U8(0) == kSync || reader.U8(4) == kSync || mxf::FindHeaderPartition(source))
+      return AncStreamsOf(path, progress);
   } catch (const ReadError&) {
     throw;
   } catch (const Error&) {  // whoever opens it as media says what is wrong
@@ -174,18 +187,21 @@ std::vector<CaptionStream> CaptionStreamsOf(const std::string& path, const Progr
   return {};
 }
 
-std::unique_ptr<CaptionSource> OpenOther(const std::string& path, const CaptionStream& stream,
-                                         const CaptionTiming& timing, const CaptionSourceOptions& options) {
-  std::optional<captions::Rate> asked;
-  if (!timing.rate.empty()) asked = AskedPace({}, {}, timing.rate).rate;
+// A stream that has captions, as it was read.
+struct OpenedStream {
+  const CaptionStream* stream;
+  captions::CaptionTrack track;
   std::vector<std::string> damage;
-  captions::CaptionTrack track = stream.read(asked, &damage);
-  for (const std::string& line : damage) {
+};
+
+std::unique_ptr<CaptionSource> SourceOf(const std::string& path, OpenedStream opened,
+                                        const CaptionSourceOptions& options) {
+  for (const std::string& line : opened.damage) {
     if (options.told) options.told(path + ": " + line);
   }
-  const captions::Rate rate = track.rate;
-  auto source = std::make_unique<TrackSource>(std::move(track), rate);
-  source->stream = stream.index;
+  const captions::Rate rate = opened.track.rate;
+  auto source = std::make_unique<TrackSource>(std::move(opened.track), rate);
+  source->stream = opened.stream->index;
   source->dropFrame.reset();
   return source;
 }
@@ -195,26 +211,42 @@ std::unique_ptr<CaptionSource> OpenStream(const MediaInput& input, const std::ve
                                           const CaptionTiming& timing, const CaptionSourceOptions& options,
                                           const ProgressCallback& progress) {
   const std::string& path = input.path();
+  std::optional<captions::Rate> asked;
+  if (!timing.rate.empty() && !others.empty()) asked = AskedPace({}, {}, timing.rate).rate;
+  // Ancillary data may be something else, in part or all.
+  std::vector<OpenedStream> opened;
   for (const CaptionStream& other : others) {
-    if (options.stream == std::to_string(other.index)) return OpenOther(path, other, timing, options);
+    if (!options.stream.empty() && options.stream != std::to_string(other.index)) continue;
+    OpenedStream one{&other, {}, {}};
+    try {
+      one.track = other.read(asked, &one.damage);
+    } catch (const NotApplicable&) {
+      continue;
+    }
+    opened.push_back(std::move(one));
   }
+  if (!options.stream.empty() && !opened.empty()) return SourceOf(path, std::move(opened.front()), options);
   std::unique_ptr<CaptionSource> pictures;
   try {
     pictures = std::make_unique<PictureSource>(input, timing, progress);
   } catch (const NotApplicable&) {  // no pictures, or none with captions
-    if (others.empty()) throw;
+    if (opened.empty() && (options.stream.empty() || others.empty())) throw;
   }
+  const bool named = pictures != nullptr && options.stream == std::to_string(pictures->stream);
+  if (pictures != nullptr && (named || (opened.empty() && options.stream.empty()))) return pictures;
+  if (pictures == nullptr && opened.size() == 1) return SourceOf(path, std::move(opened.front()), options);
   std::string list;
   if (pictures != nullptr) list = fmt::format("{} (pictures)", pictures->stream);
-  for (const CaptionStream& other : others)
-    list += fmt::format("{}{} ({})", list.empty() ? "" : ", ", other.index, other.kind);
-  if (!options.stream.empty()) {
-    if (pictures != nullptr && options.stream == std::to_string(pictures->stream)) return pictures;
-    throw Error(path, "has no captions in stream " + options.stream, "there are some in " + list);
+  for (const CaptionStream& other : others) {
+    const bool has =
+        options.stream.empty()
+            ? std::any_of(opened.begin(), opened.end(), [&](const auto& one) { return one.stream == &other; })
+            : options.stream != std::to_string(other.index);
+    if (has) list += fmt::format("{}{} ({})", list.empty() ? "" : ", ", other.index, other.kind);
   }
-  if (others.size() + (pictures != nullptr ? 1 : 0) != 1)
-    throw Error(path, "has captions in several streams: " + list, "--captions-from says which");
-  return OpenOther(path, others.front(), timing, options);
+  if (!options.stream.empty())
+    throw Error(path, "has no captions in stream " + options.stream, "there are some in " + list);
+  throw Error(path, "has captions in several streams: " + list, "--captions-from says which");
 }
 
 }  // namespace
@@ -271,7 +303,7 @@ captions::CaptionTrack TrackOf(CaptionSource& source, const std::string& path,
 std::unique_ptr<CaptionSource> OpenCaptionSource(const std::string& path, const CaptionTiming& timing,
                                                  const CaptionSourceOptions& options,
                                                  const ProgressCallback& progress) {
-  if (IsCaptionFile(path)) {
+  if (IsCaptionFile(path) || IsAncFile(path)) {
     if (!options.stream.empty())
       throw Error(path, "is a caption file, which has no streams", "name no stream");
     return OpenFile(path, timing, options);

@@ -2,11 +2,14 @@
 
 #include "container/file_captions.h"
 
+#include <algorithm>
 #include <new>
+#include <utility>
 
 #include "base/error.h"
 #include "captions/decoder.h"
 #include "container/coded_stream.h"
+#include "container/mxf/order_told.h"
 
 namespace qlnmedia {
 
@@ -24,6 +27,7 @@ class CaptionPackets {
       throw NotApplicable(input.path(), "has no H.264, HEVC or MPEG-2 stream");
   }
 
+  const MediaFile& file() const { return file_; }
   int64_t sizeBytes() const { return file_.sizeBytes(); }
   unsigned index() const { return index_; }
   StreamDescription stream() const { return DescribeStream(file_, index_); }
@@ -47,17 +51,47 @@ class CaptionPackets {
 
 bool MayHaveCaptions(const AVStream& stream) { return MayHaveCaptions(DescribeStream(stream, false).codec); }
 
+OwnOrder::OwnOrder(const MediaFile& file, const StreamDescription& stream) {
+  if (!file.isMxf() || (!file.isPipe() && mxf::TellsOrder(mp4::FileSource(file.path())))) return;
+  StreamDescription untimed = stream;
+  untimed.raw = true;
+  order_.emplace(untimed);
+}
+
+void OwnOrder::Add(const PacketView& packet) {
+  if (order_) order_->Add(packet);
+}
+
+void OwnOrder::Apply(CaptionSurvey& survey) {
+  if (!order_) return;
+  PicturePlaces own = order_->Finish();
+  std::vector<uint32_t>& places = survey.order.places;
+  const auto isPlaced = [](uint32_t place) { return place != kNoPlace; };
+  if (own.pictures != survey.order.pictures ||
+      !std::equal(places.begin(), places.end(), own.places.begin(), own.places.end(),
+                  [&](uint32_t a, uint32_t b) { return isPlaced(a) == isPlaced(b); }))
+    return;
+  const std::vector<uint8_t> counts = survey.counts;
+  for (size_t i = 0; i < places.size(); ++i) {
+    if (isPlaced(places[i])) survey.counts[own.places[i]] = counts[places[i]];
+  }
+  places = std::move(own.places);
+}
+
 CaptionSurvey SurveyCaptions(const MediaInput& input, size_t packets, const ProgressCallback& progress) {
   CaptionPackets in(input);
   CaptionCounter counter(in.stream(), input.isPipe());
+  OwnOrder own(in.file(), in.stream());
   Progress meter(progress, "reading", in.sizeBytes());
   while (counter.packets() < packets && in.Next()) {
     const PacketView packet = in.packet();
     meter.At(packet.position);
     counter.Add(packet);
+    own.Add(packet);
   }
   meter.Done();
   CaptionSurvey survey = counter.Finish();
+  own.Apply(survey);
   survey.path = input.path();
   survey.stream = in.index();
   return survey;

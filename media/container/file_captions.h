@@ -3,12 +3,14 @@
 #define MEDIA_CONTAINER_FILE_CAPTIONS_H
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "base/progress.h"
 #include "captions/reader.h"
 #include "captions/text.h"
+#include "container/media_file.h"
 #include "container/media_input.h"
 
 struct AVStream;
@@ -17,6 +19,21 @@ namespace qlnmedia {
 
 // True for H.264, HEVC and MPEG-2 pictures.
 bool MayHaveCaptions(const AVStream& stream);
+
+// The order of pictures where the container gives each a frame, but not its place among them: MXF whose index
+// does not say in which order they are shown, or cannot be reached. Readers of MXF then take them as they are
+// stored; what counts is what the pictures themselves say.
+class OwnOrder {
+ public:
+  // Does nothing for a file that tells the order.
+  OwnOrder(const MediaFile& file, const StreamDescription& stream);
+  void Add(const PacketView& packet);
+  // Puts the pictures of the same packets in order, if each says its place. Their times stay.
+  void Apply(CaptionSurvey& survey);
+
+ private:
+  std::optional<OrderSurvey> order_;
+};
 
 // Looks at the first stream that may have captions, at its first `packets` packets. Throws NotApplicable for
 // a file without such a stream.

@@ -15,6 +15,7 @@ namespace qlnmedia {
 captions::CaptionTrack TrackOfTimes(std::vector<TimedTriplets> captions, captions::Rate rate,
                                     const std::string& where) {
   constexpr double kLongest = 24 * 3600;
+  constexpr double kField = 0.25;  // frames by which times of second fields go back, at most half of one
   const captions::RateInfo& info = captions::InfoOf(rate);
   std::stable_sort(captions.begin(), captions.end(),
                    [](const TimedTriplets& a, const TimedTriplets& b) { return a.seconds < b.seconds; });
@@ -24,7 +25,8 @@ captions::CaptionTrack TrackOfTimes(std::vector<TimedTriplets> captions, caption
   track.fromZero = true;
   for (const TimedTriplets& one : captions) {
     if (one.seconds >= kLongest) throw Error(where, "has captions behind 24 hours");
-    const int64_t at = std::llround(std::max(one.seconds, 0.0) * info.numerator / info.denominator);
+    const double frames = one.seconds * info.numerator / info.denominator - (one.secondField ? kField : 0);
+    const int64_t at = std::llround(std::max(frames, 0.0));
     if (track.events.empty() || track.events.back().at != at) track.events.push_back({at, {}});
     std::vector<captions::Triplet>& triplets = track.events.back().triplets;
     triplets.insert(triplets.end(), one.triplets.begin(), one.triplets.end());

@@ -15,6 +15,7 @@ namespace qlnmedia {
 struct TimedTriplets {
   double seconds = 0;  // from the first picture
   std::vector<captions::Triplet> triplets;
+  bool secondField = false;  // the time may be that of a field, half a frame behind its picture
 };
 
 // The pictures of `rate` that are nearest to the times, in their order. Those in front of the first picture

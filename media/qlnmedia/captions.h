@@ -2,9 +2,9 @@
 /// The closed captions (CTA-608 and CTA-708) that an H.264, HEVC or MPEG-2 stream carries, or a caption file:
 /// surveyed, decoded to text, and written as caption files; and captions made of timed text.
 ///
-/// Of a media file the first such stream counts. A path that ends in .scc, .mcc, .srt or .vtt is a caption
-/// file: of timed text (.srt, .vtt) pop-on captions of line 21 are made, each sent ahead so that it shows on
-/// the picture of its time. Functions may run in several threads at once.
+/// Of a media file the first such stream counts. A path that ends in .scc, .mcc, .srt, .vtt or .anc is a
+/// caption file: of timed text (.srt, .vtt) pop-on captions of line 21 are made, each sent ahead so that it
+/// shows on the picture of its time. Functions may run in several threads at once.
 #ifndef QLNMEDIA_CAPTIONS_H
 #define QLNMEDIA_CAPTIONS_H
 
@@ -103,6 +103,7 @@ enum class CaptionFileKind {
   kText,  ///< .txt: a line for each caption
   kVtt,   ///< .vtt: the text of one service with times, places and colours
   kTtml,  ///< .ttml: the same, in the text profile of IMSC 1
+  kAnc,   ///< .anc: all services, packet by packet in elements of SMPTE ST 436 as MXF takes them
 };
 
 /// The kind that the ending of a file's name says; nothing for other endings.
@@ -120,7 +121,7 @@ QLNMEDIA_API std::string CaptionFileText(const std::string& in, CaptionFileKind 
 ///
 /// @param in        the media file
 /// @param out       the caption file; its ending says its kind
-/// @param service   of text as for LinesOfService; empty for .mcc and .scc
+/// @param service   of text as for LinesOfService; empty for .mcc, .scc and .anc
 /// @param progress  may be empty
 /// @param timing    rate and labels
 /// @param source    as for ReadFileCaptions

@@ -44,7 +44,7 @@ CaptionFileKind FormOf(const Options& options) {
   const std::optional<CaptionFileKind> kind = CaptionFileKindOf("-." + form);
   if (!kind)
     throw CLI::ValidationError("--form: " + form + " is no form; " +
-                               WordsThereAre(form, {"mcc", "scc", "srt", "vtt", "ttml", "txt"}));
+                               WordsThereAre(form, {"mcc", "scc", "anc", "srt", "vtt", "ttml", "txt"}));
   return *kind;
 }
 
@@ -181,15 +181,18 @@ void AddCaptionsCommand(CLI::App& app) {
   CLI::App* const command =
       app.add_subcommand("captions", "Take the captions out of streams, or make them of text");
   auto options = std::make_shared<Options>();
-  AddInputOptions(*command, options->inputs,
-                  "H.264, HEVC or MPEG-2 in any container, or a caption file: .scc, .mcc, .srt, .vtt");
+  AddInputOptions(
+      *command, options->inputs,
+      "H.264, HEVC or MPEG-2 in any container, caption tracks and ancillary data of MOV, MP4, TS and MXF, "
+      "or a caption file: .scc, .mcc, .anc, .srt, .vtt");
   auto* const out = command->add_option(
       "-o,--output", options->out,
-      "A file whose ending says its form: .mcc, .scc, .srt, .vtt, .ttml or .txt; - for standard "
+      "A file whose ending says its form: .mcc, .scc, .anc (elements of SMPTE ST 436, as MXF takes them), "
+      ".srt, .vtt, .ttml or .txt; - for standard "
       "output; a folder for a file each");
   command
       ->add_option("--form", options->form,
-                   "With -o - or a folder: mcc, scc, srt, vtt, ttml or txt; default: srt")
+                   "With -o - or a folder: mcc, scc, anc, srt, vtt, ttml or txt; default: srt")
       ->needs(out);
   command->add_flag("--json", options->json,
                     "Print JSON for programs instead of text: of one file an object, of several a line each");
