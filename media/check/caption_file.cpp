@@ -12,20 +12,17 @@
 #include <vector>
 
 #include "captions/cdp.h"
-#include "captions/line21.h"
 #include "captions/mcc_file.h"
 #include "captions/pop_on_schedule.h"
 #include "captions/text_lines.h"
+#include "check/caption_packets.h"
 #include "container/caption_source.h"
 
 namespace qlnmedia {
 
 namespace {
 
-using captions::Pair;
 using captions::TextLines;
-
-constexpr uint8_t kValue = 0x7F;
 
 // Faults by their text; each is told once, with its first line.
 class Faults {
@@ -35,6 +32,11 @@ class Faults {
     const auto [place, isNew] = places_.try_emplace({kind, what}, faults_.size());
     if (isNew) faults_.push_back({line, kind, severity, what, 0});
     ++faults_[place->second].count;
+  }
+  TellFault teller() {
+    return [this](int64_t place, FindingKind kind, const std::string& what, Severity severity) {
+      Add(static_cast<int>(place), kind, what, severity);
+    };
   }
   void Tell() {
     std::stable_sort(faults_.begin(), faults_.end(),
@@ -103,72 +105,6 @@ class Labels {
   int64_t last_ = -1;
 };
 
-// Pairs of one field as they follow each other.
-class PairCheck {
- public:
-  PairCheck(Faults& faults, int field) : faults_(faults), field_(field) {}
-
-  void Take(int line, uint8_t first, uint8_t second) {
-    if (captions::WithOddParity(first) != first || captions::WithOddParity(second) != second) {
-      faults_.Add(line, FindingKind::kDamage, "a pair whose parity is wrong");
-      single_.reset();
-      return;
-    }
-    const auto a = static_cast<uint8_t>(first & kValue);
-    const auto b = static_cast<uint8_t>(second & kValue);
-    const bool control = a >= 0x10 && a < 0x20;
-    const auto code = static_cast<uint16_t>(a << 8 | b);
-    if (single_ && single_->second != code) Single();
-    if (!IsLegal(a, b))
-      faults_.Add(line, FindingKind::kCaptions, fmt::format("an illegal pair, {:02x} {:02x}", first, second));
-    if (!control)
-      single_.reset();
-    else if (single_ && single_->second == code)
-      single_.reset();
-    else
-      single_.emplace(line, code);
-  }
-  void Finish() {
-    if (single_) Single();
-  }
-
- private:
-  void Single() {
-    faults_.Add(single_->first, FindingKind::kCaptions, "a control code that is sent only once",
-                Severity::kNote);
-    single_.reset();
-  }
-
-  // By the tables of CTA-608.
-  bool IsLegal(uint8_t a, uint8_t b) const {
-    if (a >= 0x20) return b == 0 || b >= 0x20;
-    if (a == 0) return b == 0;
-    if (a < 0x10) return field_ == 2;  // extended data services
-    const int kind = a & 7;
-    if (b >= 0x40) return kind != 0 || b < 0x60;  // preamble address codes; row 11 has no second row
-    if (b < 0x20) return false;
-    switch (kind) {
-      case 0:
-        return b < 0x30;  // background
-      case 1:
-      case 2:
-      case 3:
-        return true;  // mid-row codes and characters
-      case 4:
-      case 5:
-        return b < 0x30;  // miscellaneous
-      case 7:
-        return (b >= 0x21 && b <= 0x2A) || (b >= 0x2D && b <= 0x2F);  // tabs, character sets, looks
-      default:
-        return false;
-    }
-  }
-
-  Faults& faults_;
-  int field_;
-  std::optional<std::pair<int, uint16_t>> single_;  // the last control code, if it came once
-};
-
 void CheckScc(std::string_view text, Faults& faults) {
   constexpr int kNominal = 30;
   TextLines lines(text);
@@ -178,7 +114,7 @@ void CheckScc(std::string_view text, Faults& faults) {
   if (line != "Scenarist_SCC V1.0")
     faults.Add(lines.number(), FindingKind::kDamage, "not the heading of a Scenarist file");
   Labels labels(faults, kNominal);
-  PairCheck pairs(faults, 1);
+  PairCheck pairs(faults.teller(), 1);
   int64_t sent = 0;  // the frame behind the last pair
   int sentLine = 0;
   while (lines.Next(&line)) {
@@ -233,14 +169,13 @@ class MccCheck {
         cdp ? captions::ReadCdp(*cdp, &reason) : std::nullopt;
     if (!packet) {
       // What stands in a damaged packet is not known; its counter is not missed.
-      counter_.reset();
+      packets_.Skip();
       return faults_.Add(number, FindingKind::kDamage, reason);
     }
     TakePacket(number, frame, *packet);
   }
   void Finish() {
-    first_.Finish();
-    second_.Finish();
+    packets_.Finish();
     if (!met_) faults_.Add(0, FindingKind::kDamage, "holds no captions");
   }
 
@@ -248,36 +183,22 @@ class MccCheck {
   void TakePacket(int number, std::optional<int64_t> frame, const captions::CaptionPacket& packet) {
     met_ = true;
     const captions::RateInfo& rate = captions::InfoOf(packet.rate);
-    if (counter_ && packet.counter != *counter_)
-      faults_.Add(number, FindingKind::kCaptions, "a gap in the packets' sequence counter",
-                  Severity::kWarning);
-    counter_ = static_cast<uint16_t>(packet.counter + 1);
     if (rate.nominal != head_.nominal && rate.nominal != 2 * head_.nominal)
       faults_.Add(number, FindingKind::kRate,
                   fmt::format("a packet of {} pictures a second, and the file's labels count {}", rate.name,
                               head_.nominal),
                   Severity::kWarning);
-    if (packet.triplets.size() != static_cast<size_t>(rate.triplets))
-      faults_.Add(number, FindingKind::kCaptions,
-                  fmt::format("a packet of {} triplets, and its rate asks for {}", packet.triplets.size(),
-                              rate.triplets),
-                  Severity::kWarning);
     const bool more = frame && lastFrame_ == frame && rate.nominal == head_.nominal;
     if (more)
       faults_.Add(number, FindingKind::kCaptions, "a second packet for one picture", Severity::kWarning);
     lastFrame_ = frame;
-    for (const captions::Triplet& t : packet.triplets) {
-      if (!t.valid || (t.type != captions::CcType::kField1 && t.type != captions::CcType::kField2)) continue;
-      (t.type == captions::CcType::kField1 ? first_ : second_).Take(number, t.first, t.second);
-    }
+    packets_.Take(number, packet);
   }
 
   Faults& faults_;
   const captions::MccFile& head_;
   Labels labels_;
-  PairCheck first_{faults_, 1};
-  PairCheck second_{faults_, 2};
-  std::optional<uint16_t> counter_;  // that comes next
+  CaptionPacketCheck packets_{faults_.teller()};
   std::optional<int64_t> lastFrame_;
   bool met_ = false;
 };

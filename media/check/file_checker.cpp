@@ -9,7 +9,8 @@
 
 namespace qlnmedia {
 
-FileChecker::FileChecker(const MediaFile& file) : streams_(file.streams()) {
+FileChecker::FileChecker(const MediaFile& file)
+    : file_(file), streams_(file.streams()), beside_(file, findings_) {
   for (const MediaStream& stream : streams_) {
     const VideoCodec codec = stream.coded.codec;
     const bool checked = codec == VideoCodec::kH264 || codec == VideoCodec::kHevc;
@@ -36,14 +37,16 @@ int64_t FileChecker::frames(unsigned stream) const {
 void FileChecker::Take(const MediaPacket& packet) {
   if (packet.stream < checkers_.size() && checkers_[packet.stream] != nullptr)
     checkers_[packet.stream]->Take(packet.view);
+  beside_.Take(packet);
 }
 
-std::vector<Finding> FileChecker::Finish(const MediaFile& file, const CaptionSurvey* captions) {
+std::vector<Finding> FileChecker::Finish(const CaptionSurvey* captions) {
   for (const auto& checker : checkers_) {
     if (checker != nullptr) checker->Finish();
   }
   if (captions != nullptr) CheckCaptions(*captions, findings_);
-  const std::string note = EndNote(file);
+  beside_.Finish();
+  const std::string note = EndNote(file_);
   if (!note.empty()) findings_.Add(0, FindingKind::kDamage, note, -1);
   return findings_.Take();
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "captions/reader.h"
+#include "check/caption_streams.h"
 #include "check/stream_checker.h"
 #include "container/media_file.h"
 
@@ -15,7 +16,8 @@ namespace qlnmedia {
 
 class FileChecker {
  public:
-  // Looks at the streams that the file has so far: checkers of later ones would have missed packets.
+  // Looks at the streams that the file has so far: checkers of later ones would have missed packets. `file`
+  // is kept by the caller as long as this.
   explicit FileChecker(const MediaFile& file);
   FileChecker(const FileChecker&) = delete;
   FileChecker& operator=(const FileChecker&) = delete;
@@ -24,6 +26,8 @@ class FileChecker {
   const std::vector<MediaStream>& streams() const { return streams_; }
   // The stream whose captions are to be surveyed; nothing where there is none, or samples cannot be read.
   std::optional<unsigned> captioned() const;
+  // Whether there are captions beside the pictures: caption tracks, ancillary data.
+  bool checksCaptionStreams() const { return beside_.any(); }
   // Coded frames of a stream that were taken; 0 for one that is not H.264 or HEVC.
   int64_t frames(unsigned stream) const;
 
@@ -31,11 +35,13 @@ class FileChecker {
   void Take(const MediaPacket& packet);
   // All that was found in the packets, in the captions of `captioned` (null where nobody surveyed them), and
   // at the end of the file.
-  std::vector<Finding> Finish(const MediaFile& file, const CaptionSurvey* captions);
+  std::vector<Finding> Finish(const CaptionSurvey* captions);
 
  private:
+  const MediaFile& file_;
   std::vector<MediaStream> streams_;
   FindingList findings_;
+  CaptionStreamCheck beside_;
   std::vector<std::unique_ptr<StreamChecker>> checkers_;  // null for what is not H.264 or HEVC
 };
 

@@ -132,8 +132,7 @@ std::vector<Finding> WriteHtmlReport(const std::string& path, const std::string&
   ReadAll(file, checker, recorders, progress);
   const std::optional<unsigned> captioned = checker.captioned();
   const bool surveyed = captioned && recorders[*captioned] != nullptr;
-  std::vector<Finding> findings =
-      checker.Finish(file, surveyed ? &recorders[*captioned]->captions() : nullptr);
+  std::vector<Finding> findings = checker.Finish(surveyed ? &recorders[*captioned]->captions() : nullptr);
   Json data{{"file", std::filesystem::path(path).filename().string()},
             {"findings", FindingsJson(findings, recorders)},
             {"report", html::ReportJson(report.root())},

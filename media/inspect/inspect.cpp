@@ -10,6 +10,7 @@
 #include "base/library_messages.h"
 #include "container/media_file.h"
 #include "container/raw_end.h"
+#include "inspect/caption_streams.h"
 #include "inspect/captions.h"
 #include "inspect/configuration.h"
 #include "inspect/frame_packing.h"
@@ -63,7 +64,8 @@ bool HasCodedVideo(const std::vector<MediaStream>& streams) {
 
 // All that container and streams say.
 void AddDetails(Section& report, const MediaInput& input, const MediaFile& file, FirstPictures& first,
-                const StreamCaptions& captions, const InspectOptions& options, MessageSink& messages) {
+                const StreamCaptions& captions, const std::map<unsigned, CaptionStreamFacts>& beside,
+                const InspectOptions& options, MessageSink& messages) {
   AddContainer(report, file);
   for (const MediaStream& described : file.streams()) {
     Section& section = AddStream(report, described);
@@ -71,6 +73,8 @@ void AddDetails(Section& report, const MediaInput& input, const MediaFile& file,
     AddTrackBoxes(section, boxes);
     if (captions.found && captions.stream == described.index) AddCaptionServices(section, captions.services);
     if (file.isTransportStream()) AddAnnouncedServices(section, AnnouncedServicesOf(input, described.id));
+    const auto facts = beside.find(described.index);
+    if (facts != beside.end()) AddCaptionStream(section, facts->second);
     for (CodedStream& stream : first.coded) {
       if (stream.index != described.index) continue;
       stream.layeredUnits = std::move(boxes.layeredUnits);
@@ -99,8 +103,9 @@ Section ReportOnFile(const std::string& path, const InspectOptions& options) {
   StreamCaptions captions;
   if (HasCodedVideo(file.streams())) captions = ReadFirstCaptions(input);
   Section report;
-  AddSummary(report, file, first, captions);
-  if (options.details) AddDetails(report, input, file, first, captions, options, messages);
+  const std::map<unsigned, CaptionStreamFacts> beside = ReadCaptionStreams(file);
+  AddSummary(report, file, first, captions, beside);
+  if (options.details) AddDetails(report, input, file, first, captions, beside, options, messages);
   // A pipe goes on.
   const std::string note = input.isPipe() && !input.tape().ended() ? "" : EndNote(file);
   if (!note.empty()) AddFileNote(report, note);

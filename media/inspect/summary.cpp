@@ -140,7 +140,8 @@ void AddPlace(Section& section, const MediaFile& file, const MediaStream& stream
 }
 
 void AddStreamSummary(Section& summary, const MediaFile& file, const MediaStream& stream,
-                      const FirstPictures& first, const StreamCaptions& captions) {
+                      const FirstPictures& first, const StreamCaptions& captions,
+                      const std::map<unsigned, CaptionStreamFacts>& beside) {
   const std::string kind = StreamKindName(stream.kind);
   Section& section = summary.AddToList("streams", fmt::format("Stream {}: {}", stream.index, kind));
   section.AddValue("index", stream.index);
@@ -160,7 +161,11 @@ void AddStreamSummary(Section& summary, const MediaFile& file, const MediaStream
     AddSound(section, stream);
   } else {
     constexpr uint32_t kTimecodeTag = 0x64636D74;  // "tmcd"
-    section.AddLine("Codec", stream.tag == kTimecodeTag ? "timecode track" : stream.codecName);
+    const auto facts = beside.find(stream.index);
+    if (facts == beside.end())
+      section.AddLine("Codec", stream.tag == kTimecodeTag ? "timecode track" : stream.codecName);
+    else
+      AddCaptionStreamSummary(section, facts->second);
   }
   AddPlace(section, file, stream);
 }
@@ -204,11 +209,12 @@ void AddCheck(Section& summary, const MediaFile& file, const FirstPictures& firs
 }  // namespace
 
 void AddSummary(Section& report, const MediaFile& file, const FirstPictures& first,
-                const StreamCaptions& captions) {
+                const StreamCaptions& captions, const std::map<unsigned, CaptionStreamFacts>& beside) {
   Section& summary = report.AddSection("summary", file.path());
   report.MarkLast(ReportPart::kSummary);
   AddFileLines(summary, file);
-  for (const MediaStream& stream : file.streams()) AddStreamSummary(summary, file, stream, first, captions);
+  for (const MediaStream& stream : file.streams())
+    AddStreamSummary(summary, file, stream, first, captions, beside);
   AddCheck(summary, file, first);
 }
 

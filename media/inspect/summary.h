@@ -2,12 +2,14 @@
 #ifndef MEDIA_INSPECT_SUMMARY_H
 #define MEDIA_INSPECT_SUMMARY_H
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "base/report.h"
 #include "container/media_file.h"
+#include "inspect/caption_streams.h"
 #include "inspect/captions.h"
 #include "inspect/coded_frames.h"
 #include "inspect/mpeg2_facts.h"
@@ -15,9 +17,10 @@
 
 namespace qlnmedia {
 
-// Adds the section "summary". `captions` are those of the stream that may have some.
+// Adds the section "summary". `captions` are those of the stream that may have some, `beside` what streams of
+// captions hold.
 void AddSummary(Section& report, const MediaFile& file, const FirstPictures& first,
-                const StreamCaptions& captions);
+                const StreamCaptions& captions, const std::map<unsigned, CaptionStreamFacts>& beside = {});
 
 }  // namespace qlnmedia
 

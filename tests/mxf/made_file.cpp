@@ -132,7 +132,7 @@ class File {
 
   void Track(uint8_t instance, uint8_t id, uint32_t number, const Bytes& source, uint8_t sourceTrack,
              const char* definition) {
-    const uint64_t rate = uint64_t{options_.rate} << 32 | 1;
+    const uint64_t rate = uint64_t{options_.rate} << 32 | options_.rateScale;
     const auto length = options_.open ? ~uint64_t{0} : pictures_.size();
     const auto sequence = static_cast<uint8_t>(instance + 1), clip = static_cast<uint8_t>(instance + 2);
     Put(bytes_, Set(0x3B, instance)
@@ -158,16 +158,26 @@ class File {
 
   void Descriptor() {
     Set picture(0x28, 40);
-    picture.Add(0x3006, 2, 4).Add(0x3001, uint64_t{options_.rate} << 32 | 1, 8).Add(0x3004, Container());
+    picture.Add(0x3006, 2, 4)
+        .Add(0x3001, uint64_t{options_.rate} << 32 | options_.rateScale, 8)
+        .Add(0x3004, Container());
     picture.Add(0x320C, 0, 1).Add(0x3203, 160, 4).Add(0x3202, 128, 4).Add(0x3209, 160, 4).Add(0x3208, 128, 4);
     picture.Add(0x320E, uint64_t{5} << 32 | 4, 8).Add(0x3201, Coding()).Add(0x3301, 8, 4);
     picture.Add(0x3219, Hex("060e2b34040101060401010103030000")).Add(0x8001, Bytes(9, 0x77));
-    if (!options_.sound) {
-      Put(bytes_, picture.bytes());
-      return;
-    }
-    Put(bytes_, Set(0x44, 39).Refer(0x3F01, {40, 41}).bytes());
+    std::vector<uint8_t> several = {40};
+    if (options_.sound) several.push_back(41);
+    if (hasAncillary()) several.push_back(42);
+    if (several.size() > 1) Put(bytes_, Set(0x44, 39).Refer(0x3F01, several).bytes());
     Put(bytes_, picture.bytes());
+    // The descriptors of SMPTE ST 436, with their labels of wrapping.
+    if (hasAncillary())
+      Put(bytes_, Set(options_.ancillaryLines ? 0x5B : 0x5C, 42)
+                      .Add(0x3006, 4, 4)
+                      .Add(0x3001, uint64_t{options_.rate} << 32 | options_.rateScale, 8)
+                      .Add(0x3004, Hex(options_.ancillaryLines ? "060e2b34040101090d010301020d0000"
+                                                               : "060e2b34040101090d010301020e0000"))
+                      .bytes());
+    if (!options_.sound) return;
     Put(bytes_, Set(0x48, 41)
                     .Add(0x3006, 3, 4)
                     .Add(0x3004, Hex("060e2b34040101010d01030102060100"))
@@ -178,10 +188,13 @@ class File {
                     .bytes());
   }
 
+  bool hasAncillary() const { return !options_.ancillaryElements.empty(); }
+
   void Metadata() {
     const size_t begin = bytes_.size();
     const char* const picture = "060e2b34040101010103020201000000";
     const char* const sound = "060e2b34040101010103020202000000";
+    const char* const data = "060e2b34040101010103020203000000";
     Primer();
     Put(bytes_,
         Set(0x2F, 1).Add(0x3B03, Instance(2)).Add(0x3B09, Hex("060e2b34040101010d01020101010900")).bytes());
@@ -196,17 +209,25 @@ class File {
       material.push_back(13);
       file.push_back(23);
     }
+    if (hasAncillary()) {
+      material.push_back(16);
+      file.push_back(26);
+    }
     Put(bytes_, Set(0x36, 4).Add(0x4401, Package(1)).Refer(0x4403, material).bytes());
     Put(bytes_, Set(0x37, 5)
                     .Add(0x4401, Package(2))
                     .Refer(0x4403, file)
-                    .Add(0x4701, Instance(options_.sound ? 39 : 40))
+                    .Add(0x4701, Instance(options_.sound || hasAncillary() ? 39 : 40))
                     .bytes());
     Track(10, 2, 0, Package(2), 2, picture);
     Track(20, 2, kPictureNumber, Bytes(32, 0), 0, picture);
     if (options_.sound) {
       Track(13, 3, 0, Package(2), 3, sound);
       Track(23, 3, kSoundNumber, Bytes(32, 0), 0, sound);
+    }
+    if (hasAncillary()) {
+      Track(16, 4, 0, Package(2), 4, data);
+      Track(26, 4, options_.ancillaryLines ? 0x17010101 : 0x17010201, Bytes(32, 0), 0, data);
     }
     Descriptor();
     if (options_.headerFill != 0) Fill(options_.headerFill);
@@ -231,6 +252,12 @@ class File {
     if (options_.sound) {
       Put(bytes_, Triplet(kLabel + "010201010d01030116010300", Bytes(96, static_cast<uint8_t>(i * 3)),
                           options_.lengthBytes));
+      Align();
+    }
+    if (i < options_.ancillaryElements.size()) {
+      Put(bytes_, Triplet(options_.ancillaryLines ? kLabel + "010201010d01030117010101"
+                                                  : kLabel + "010201010d01030117010201",
+                          options_.ancillaryElements[i]));
       Align();
     }
     if (options_.ancillary) {
@@ -268,7 +295,7 @@ class File {
       add(tag, all);
     };
     add(0x3C0A, Instance(static_cast<uint8_t>(100 + first)));
-    number(0x3F0B, uint64_t{options_.rate} << 32 | 1, 8);
+    number(0x3F0B, uint64_t{options_.rate} << 32 | options_.rateScale, 8);
     number(0x3F0C, first, 8);
     number(0x3F0D, constant ? 0 : end - first, 8);
     if (constant) unitBytesAt_ = bytes_.size() + 20 + value.size() + 4;

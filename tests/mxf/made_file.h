@@ -25,14 +25,17 @@ struct MadeOptions {
   bool sound = true;
   bool systemItem = true;
   bool ancillary = false;  // an element of SMPTE ST 436
-  bool dark = false;       // unknown sets, triplets and tags
+  // Values of such elements, one beside each picture, with a track and a descriptor of their own.
+  std::vector<Bytes> ancillaryElements;
+  bool ancillaryLines = false;  // they are of lines of the vertical blanking interval
+  bool dark = false;            // unknown sets, triplets and tags
   bool footer = true, randomIndex = true;
   bool footerMetadata = false;
   bool open = false;        // partitions that are open and incomplete, as of a file that still grows
   size_t headerFill = 200;  // behind the header metadata; 0 for none
   size_t pictureFill = 0;   // a fill item of so many bytes behind each picture
   Coded coded = Coded::kAvc;
-  uint32_t rate = 25;
+  uint32_t rate = 25, rateScale = 1;
   bool opAtom = false;
   bool primerHasColour = true;
   std::vector<int8_t> temporalOffsets;  // 0 where there are fewer

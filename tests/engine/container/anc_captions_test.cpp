@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "qlnmedia/check.h"
+#include "qlnmedia/inspect.h"
 #include "support/media.h"
 #include "support/program_tables.h"
 
@@ -14,6 +16,7 @@ namespace {
 using qln::test::AppendBytes;
 using qln::test::Bytes;
 using qln::test::Hex;
+using qln::test::MediaPath;
 using testing::ElementsAre;
 
 constexpr int kMap = 0x100;
@@ -38,15 +41,15 @@ Bytes Pes(int identifier, uint8_t id, int64_t pts, const Bytes& payload, int cou
   return packet;
 }
 
-// A line 21 packet (DID 61, SDID 02): 000000, luma, line 9, offset 0, then 161 102 203 of ten bits with their
+// A line 21 packet (DID 61, SDID 02): 000000, luma, line, offset 0, then 161 102 203 of ten bits with their
 // parity, field and two bytes, checksum, and bits of 1 up to the next byte.
-Bytes Anc(uint8_t first, uint8_t second, uint32_t spoilt = 0) {
+Bytes Anc(uint8_t first, uint8_t second, uint32_t spoilt = 0, uint32_t line = 9) {
   std::string bits;
   const auto put = [&bits](uint32_t value, int count) {
     for (int i = count - 1; i >= 0; --i) bits += (value >> i & 1) != 0 ? '1' : '0';
   };
   const auto word = [](uint32_t byte) { return byte | (__builtin_parity(byte) != 0 ? 0x100U : 0x200U); };
-  put(9, 18);
+  put(line, 18);
   put(0, 12);
   uint32_t sum = 0;
   for (const uint32_t byte : {0x61U, 0x02U, 0x03U, 0x80U, uint32_t{first}, uint32_t{second}}) {
@@ -63,22 +66,24 @@ Bytes Anc(uint8_t first, uint8_t second, uint32_t spoilt = 0) {
   return bytes;
 }
 
-std::string Stream(const std::string& name, bool withVideo) {
+// Four pairs from the fifth picture on, the third one damaged. `late`: they stand in the second field of 576
+// lines, and have its times.
+std::string Stream(const std::string& name, bool withVideo, bool late = false) {
   std::vector<qln::test::MappedStream> streams;
   if (withVideo) streams.push_back({0x02, kVideo});
   streams.push_back({0x06, kAnc, qln::test::Descriptor(0x05, {'V', 'A', 'N', 'C'})});
   Bytes bytes = qln::test::TablePackets(0, qln::test::AssociationTable(kMap));
   AppendBytes(bytes, qln::test::TablePackets(kMap, qln::test::MapTable(streams)));
   // Sequence and picture headers of MPEG-2, 16 by 16 at 30 a second, and a slice.
-  const Bytes picture =
-      Hex("000001B3 010010 15 FFFFE0 00 000001B5 148200010000 00000100 000FFFF8 000001B5 8FFFF38180 "
-          "00000101 13F000");
+  const Bytes picture = Hex(std::string("000001B3 ") + (late ? "2D0240" : "010010") +
+                            " 15 FFFFE0 00 000001B5 148200010000 00000100 000FFFF8 000001B5 8FFFF38180 "
+                            "00000101 13F000");
   const uint8_t pairs[][2] = {{0x94, 0x20}, {0x94, 0x70}, {0xC1, 0xC2}, {0x94, 0x2F}};
   for (int i = 0; i < 12; ++i) {
     if (withVideo) AppendBytes(bytes, Pes(kVideo, 0xE0, 90000 + 3003 * i, picture, i));
     if (i >= 4 && i < 8)
-      AppendBytes(bytes, Pes(kAnc, 0xBD, 90000 + 3003 * i,
-                             Anc(pairs[i - 4][0], pairs[i - 4][1], i == 6 ? 1 : 0), i - 4));
+      AppendBytes(bytes, Pes(kAnc, 0xBD, 90000 + 3003 * i + (late ? 1502 : 0),
+                             Anc(pairs[i - 4][0], pairs[i - 4][1], i == 6 ? 1 : 0, late ? 319 : 9), i - 4));
   }
   const std::string path = qln::test::MediaPath(name);
   qln::test::WriteFile(path, bytes);
@@ -104,6 +109,32 @@ TEST(AncCaptions, GoByTheTimesOfTheFirstVideo) {
   EXPECT_THAT(damage[0],
               testing::MatchesRegex("stream 1: packet 2 at byte [0-9]+: an ANC packet whose checksum is "
                                     "wrong; left out"));
+}
+
+TEST(AncCaptions, OfSecondFieldsBelongToTheirFrame) {
+  const std::string path = Stream("anc_captions_fields.ts", true, true);
+  const AncContents contents = ReadAncContents(path, 1);
+  ASSERT_EQ(contents.kinds.size(), 1u);
+  const auto& [name, kind] = *contents.kinds.begin();
+  EXPECT_EQ(name, (AncKindName{0x61, 0x02, false}));
+  EXPECT_EQ(kind.count, 3u);
+  EXPECT_THAT(kind.lines, ElementsAre(319));
+  EXPECT_THAT(kind.fields, ElementsAre(2));
+  EXPECT_EQ(contents.packets, 4u);
+  std::vector<std::string> damage;
+  EXPECT_THAT(EventsOf(ReadAncStream(path, 1, {}, &damage, {})),
+              ElementsAre(std::pair(4, 0x9420), std::pair(5, 0x9470), std::pair(7, 0x942F)));
+}
+
+TEST(AncCaptions, AreCheckedAndInspected) {
+  std::vector<std::string> found;
+  for (const Finding& finding : CheckFile(Stream("anc_captions_checked.ts", true))) {
+    if (finding.stream == 1) found.push_back(std::to_string(finding.frame) + ": " + finding.text);
+  }
+  EXPECT_THAT(found, ElementsAre("2: an ANC packet whose checksum is wrong"));
+  const std::string report = InspectFile(MediaPath("anc_captions_checked.ts")).ToJson(-1);
+  EXPECT_THAT(report, testing::HasSubstr(R"-("caption_form":"ST 2038")-"));
+  EXPECT_THAT(report, testing::HasSubstr(R"-("did":97,"sdid":2,"name":"captions (line 21, ST 334-1)")-"));
 }
 
 TEST(AncCaptions, BeginWithTheFirstWhereThereIsNoVideo) {

@@ -148,6 +148,13 @@ TEST(CaptionTracksOfMov, AreSources) {
   EXPECT_EQ(read.exitCode, 0) << read.output;
   for (const char* text : {"Good morning,\nAm\xC3\xA9lie\n", "\nBye\n"})
     EXPECT_THAT(read.output, HasSubstr(text));
+  EXPECT_THAT(Qlnmedia("inspect --json '" + mov + "'").output, HasSubstr("\"caption_form\": \"c608\""));
+  EXPECT_THAT(Qlnmedia("check '" + mov + "'").output, Not(HasSubstr("c608")));
+  // As a file of elements, and back.
+  const std::string anc = MediaPath("captions_track.anc");
+  ASSERT_EQ(Qlnmedia("captions '" + mov + "' -o '" + anc + "'").exitCode, 0);
+  EXPECT_EQ(Qlnmedia("captions '" + anc + "' -o -").output, read.output);
+  EXPECT_EQ(Qlnmedia("check '" + anc + "'").output, "nothing found\n");
   // Into pictures: those of another file, and then there are two.
   const std::string both = MediaPath("captions_track_both.mov");
   const auto put = Qlnmedia("patch '" + mov + "' '" + both + "' --captions '" + mov + "'");
@@ -165,6 +172,10 @@ TEST(CaptionTracksOfMov, AreSources) {
       Qlnmedia("patch '" + plain + "' '" + out + "' --captions '" + both + "' --captions-from 0").exitCode,
       0);
   EXPECT_EQ(TripletBytes(out), TripletBytes(both));
+  // Those of the elements are the same.
+  const std::string again = MediaPath("captions_track_again.mp4");
+  ASSERT_EQ(Qlnmedia("patch '" + plain + "' '" + again + "' --captions '" + anc + "'").exitCode, 0);
+  EXPECT_EQ(TripletBytes(again), TripletBytes(both));
 }
 
 }  // namespace
