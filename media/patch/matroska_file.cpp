@@ -72,6 +72,9 @@ PatchResult PatchMatroska(const PatchOptions& options, const MediaFile& in) {
   }
   meter.Done();
   result.lines = streams.Summary();
+  if (const std::optional<uint64_t> cut = carrier.layout().cutAt)
+    result.lines.push_back(fmt::format(
+        "warning: the file ends early, within what begins at byte {}: that was carried as it stands", *cut));
   for (const std::string& text : verified.otherwise) result.lines.push_back("warning: " + text);
   if (!verified.text.empty()) result.lines.push_back(verified.text);
   return result;

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "container/mkv/kept_elements.h"
@@ -294,9 +295,13 @@ TEST(MkvCarrier, WhatIsNoMatroskaIsRefusedWithItsPlace) {
   says({0xA3, 0x87, 0x81, 0, 0, 0x02, 1, 9, 0}, "not as its lacing says");
   says({0xA3, 0x87, 0x81, 0, 0, 0x04, 2, 1, 2}, "not as its lacing says");
   says({0xA3, 0x88, 0x81, 0, 0, 0x06, 2, 0x82, 0x81, 9}, "not as its lacing says");
-  Bytes whole = Simple({Master(0x1F43B675, {Leaf(0xA3, BlockBytes(1, 0, 0, {Noise(70, 1)}))})});
+  // A cluster that would hold another one.
+  const Part cluster = Master(0x1F43B675, {Leaf(0xA3, BlockBytes(1, 0, 0, {Noise(20, 1)}))});
+  Bytes whole = Simple({cluster, cluster});
+  const Bytes name{0x1F, 0x43, 0xB6, 0x75};
+  *(std::search(whole.begin(), whole.end(), name.begin(), name.end()) + 4) = 0xFE;
   whole.pop_back();
-  EXPECT_THAT(Refusal(whole), HasSubstr("the element 0x18538067 is longer than what holds it (at byte "));
+  EXPECT_THAT(Refusal(whole), HasSubstr("the element 0x1F43B675 is longer than what holds it (at byte "));
   EXPECT_THAT(Refusal({}), HasSubstr("there is no segment"));
   EXPECT_THAT(Refusal(Noise(100, 1)), HasSubstr("at byte 0"));
   EXPECT_THAT(Refusal(Build({Head(9)})), HasSubstr("identifiers or sizes of 9 bytes"));

@@ -50,6 +50,12 @@ std::optional<Element> FindElement(Reader& reader, uint64_t at, uint64_t end, co
   element.sizeBytes = static_cast<uint8_t>(size->bytes);
   element.body = at + head->bytes + size->bytes;
   element.open = size->allOnes;
+  const bool mayGoOn = end == limits.cutEnd && (element.id == id::kSegment || element.id == id::kCluster);
+  if (!element.open && size->value > end - element.body && mayGoOn) {
+    element.missing = size->value - (end - element.body);
+    element.end = end;
+    return element;
+  }
   if (!element.open && size->value > end - element.body)
     throw reader.source().Fault(
         at, fmt::format("the element {} is longer than what holds it", IdName(element.id)));

@@ -49,6 +49,9 @@ inline constexpr uint64_t kLuminanceMax = 0x55D9, kLuminanceMin = 0x55DA;
 struct Limits {
   size_t idBytes = 4;
   size_t sizeBytes = 8;
+  // Where the elements of a file end that was cut off, though its last segment and cluster go on by what they
+  // say; 0 where they do not.
+  uint64_t cutEnd = 0;
 };
 
 struct Element {
@@ -58,7 +61,8 @@ struct Element {
   uint64_t end = 0;  // of what holds it, while a size that is not told was not looked for
   uint8_t idBytes = 0;
   uint8_t sizeBytes = 0;
-  bool open = false;  // its size is not told
+  bool open = false;     // its size is not told
+  uint64_t missing = 0;  // bytes that its size counts and that a file which was cut off lacks
 
   uint64_t size() const { return end - body; }
   uint64_t sizeAt() const { return at + idBytes; }

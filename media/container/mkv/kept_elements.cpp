@@ -85,10 +85,12 @@ class Comparison {
   }
 
   const Limits& limits() const { return layoutWas_.segments[segment_].limits; }
+  const Limits& limitsIs() const { return layoutIs_.segments[segment_].limits; }
 
   void RequireHead(const Element& was, const Element& is) {
     ++elements_;
     if (was.id != is.id || was.open != is.open) Fail(was, "is not in its place");
+    if (was.missing != is.missing) Fail(was, "does not count what the file lacks any more");
   }
 
   void RequireBytes(uint64_t atWas, uint64_t endWas, uint64_t atIs, uint64_t endIs) const {
@@ -121,7 +123,7 @@ class Comparison {
     while (atWas < was.end) {
       Element a = ReadElement(was_, atWas, was.end, limits());
       if (atIs >= is.end) Fail(a, "is missing");
-      Element b = ReadElement(is_, atIs, is.end, limits());
+      Element b = ReadElement(is_, atIs, is.end, limitsIs());
       RequireHead(a, b);
       if (a.id == id::kCluster) FindEnds(a, b);
       Compare(was, a, is, b);
@@ -271,19 +273,20 @@ class Comparison {
   }
 
   void CompareRelative(const Element& was, const Element& is) {
-    const auto read = [this](Reader& reader, const Segment& segment, const Element& of) {
+    const auto read = [](Reader& reader, const Segment& segment, const Element& of) {
       std::array<std::optional<uint64_t>, 2> out;
-      ForEachElement(reader, of.body, of.end, limits(), [&](const Element& child) {
+      ForEachElement(reader, of.body, of.end, segment.limits, [&](const Element& child) {
         if (child.id == id::kCueClusterPosition) out[0] = ReadUnsigned(reader, child);
         if (child.id == id::kCueRelativePosition) out[1] = ReadUnsigned(reader, child);
       });
       const std::optional<size_t> index = out[0] ? ClusterAt(segment, *out[0]) : std::nullopt;
       if (!index || !out[1]) return std::optional<Element>();
       const Cluster& cluster = segment.clusters[*index];
-      const Element head = ReadElement(reader, cluster.at, cluster.end, limits());
+      const Element head = ReadElement(reader, cluster.at, cluster.end, segment.limits);
       if (*out[1] >= cluster.end - head.body) return std::optional<Element>();
       try {
-        const std::optional<Element> block = FindElement(reader, head.body + *out[1], cluster.end, limits());
+        const std::optional<Element> block =
+            FindElement(reader, head.body + *out[1], cluster.end, segment.limits);
         if (block && (block->id == id::kSimpleBlock || block->id == id::kBlockGroup)) return block;
       } catch (const ReadError&) {
         throw;

@@ -16,6 +16,8 @@ namespace {
 // More than any track says of itself; the picture of a private data field included.
 constexpr uint64_t kMostText = 256;
 constexpr uint64_t kMostPrivateData = uint64_t{16} << 20;
+// What is left of an element that is cut off: more is damage.
+constexpr uint64_t kMostLeft = uint64_t{64} << 20;
 // BITMAPINFOHEADER, which stands in front of what the codec says.
 constexpr size_t kBitmapHead = 40;
 
@@ -29,12 +31,14 @@ bool StandsAtTop(uint64_t id) { return id == id::kEbml || id == id::kSegment; }
 
 class LayoutReader {
  public:
-  explicit LayoutReader(const Source& source) : source_(source), reader_(source) {}
+  explicit LayoutReader(const Source& source) : source_(source), reader_(source) {
+    limits_.cutEnd = source.size();
+  }
 
   Layout Run() {
     const uint64_t size = source_.size();
     uint64_t at = 0;
-    while (at < size) {
+    while (at < size && !layout_.cutAt) {
       const std::optional<Element> element = Top(at, size);
       if (!element) break;
       if (element->id == id::kEbml) ReadHead(*element);
@@ -62,7 +66,7 @@ class LayoutReader {
   }
 
   void ReadHead(const Element& head) {
-    limits_ = {};
+    limits_ = {.cutEnd = source_.size()};
     ForEachElement(reader_, head.body, head.end, limits_, [&](const Element& child) {
       const bool length = child.id == id::kEbmlMaxIdLength || child.id == id::kEbmlMaxSizeLength;
       if (!length) return;
@@ -72,6 +76,7 @@ class LayoutReader {
       (child.id == id::kEbmlMaxIdLength ? next_.idBytes : next_.sizeBytes) = static_cast<size_t>(most);
     });
     limits_ = std::exchange(next_, {});
+    limits_.cutEnd = source_.size();
     // The identifiers of Matroska have up to 4 bytes, whatever a head says.
     limits_.idBytes = std::max<size_t>(limits_.idBytes, 4);
   }
@@ -80,7 +85,7 @@ class LayoutReader {
   uint64_t ReadSegment(const Element& element) {
     layout_.segments.push_back({.element = element, .limits = limits_});
     uint64_t at = element.body;
-    while (at < element.end) {
+    while (at < element.end && !IsCutOff(element, at)) {
       const Element child = ReadElement(reader_, at, element.end, limits_);
       if (element.open && StandsAtTop(child.id)) break;
       at = child.id == id::kCluster ? ReadCluster(child) : child.end;
@@ -90,19 +95,46 @@ class LayoutReader {
       if (child.id == id::kSeekHead || child.id == id::kCues) segment.indexes.push_back(child);
       if (child.id == id::kInfo) ReadInfo(child, segment);
       if (child.id == id::kTracks) ReadTracks(child);
+      if (layout_.cutAt) break;
     }
-    layout_.segments.back().element.end = at;
+    Segment& segment = layout_.segments.back();
+    if (!element.open && (element.missing != 0 || layout_.cutAt)) segment.element.missing += element.end - at;
+    segment.element.end = at;
+    segment.limits.cutEnd = element.missing != 0 || clusterCut_ || layout_.cutAt ? at : 0;
     return at;
+  }
+
+  // Whether the file ends within the element at a place, of which then only the place is noted.
+  bool IsCutOff(const Element& parent, uint64_t at) {
+    const uint64_t end = parent.end;
+    if (end != source_.size() || (parent.missing == 0 && !parent.open) || end - at > kMostLeft) return false;
+    const auto breaksOff = [&](uint64_t from) { return from >= end || reader_.U8(from) != 0; };
+    const std::optional<Number> head = ReadNumber(reader_, at, end);
+    if (!head || head->bytes > limits_.idBytes) {
+      if (head || !breaksOff(at)) return false;
+      layout_.cutAt = at;
+      return true;
+    }
+    const std::optional<Number> size = ReadNumber(reader_, at + head->bytes, end);
+    const bool cut = size ? !size->allOnes && size->value > end - at - head->bytes - size->bytes &&
+                                reader_.Number(at, head->bytes) != id::kCluster
+                          : breaksOff(at + head->bytes);
+    if (cut) layout_.cutAt = at;
+    return cut;
   }
 
   uint64_t ReadCluster(const Element& cluster) {
     uint64_t end = cluster.end;
-    if (cluster.open) {
+    clusterCut_ = cluster.missing != 0;
+    if (cluster.open || cluster.missing != 0) {
       end = cluster.body;
-      while (end < cluster.end) {
-        if (const Element child = ReadElement(reader_, end, cluster.end, limits_);
-            StandsInSegment(child.id) || StandsAtTop(child.id))
-          break;
+      while (end < cluster.end && !IsCutOff(cluster, end)) {
+        const Element child = ReadElement(reader_, end, cluster.end, limits_);
+        const bool ends = StandsInSegment(child.id) || StandsAtTop(child.id);
+        if (ends && !cluster.open)
+          throw source_.Fault(cluster.at,
+                              fmt::format("the element {} is longer than what holds it", IdName(cluster.id)));
+        if (ends) break;
         end = ReadSizedElement(reader_, end, cluster.end, limits_).end;
       }
     }
@@ -154,6 +186,7 @@ class LayoutReader {
   Reader reader_;
   Limits limits_;
   Limits next_;
+  bool clusterCut_ = false;  // the last one goes on by what it says
   Layout layout_;
 };
 

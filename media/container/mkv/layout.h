@@ -4,6 +4,7 @@
 #define MEDIA_CONTAINER_MKV_LAYOUT_H
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -49,13 +50,15 @@ struct Layout {
   std::map<uint64_t, std::vector<Entry>> tracks;
   // Of the first segment, in their order.
   std::vector<uint64_t> firstTracks;
+  // Where the file ends within an element; what is there of it belongs to no segment here.
+  std::optional<uint64_t> cutAt;
 
   // The entry that a cluster's blocks belong to; null where its segment has none of that number.
   const Entry* EntryOf(uint64_t number, size_t segment, uint64_t clusterAt) const;
 };
 
 // Throws Error, with the place, for a file that is not put together as EBML says. Bytes behind the last
-// segment may be anything.
+// segment may be anything, and the last segment may be cut off.
 Layout ReadLayout(const Source& source);
 
 // The private data as the codec has it, its head left out, encodings undone.

@@ -214,14 +214,14 @@ class Shaper {
   // `inside`: by how much fields in it grow. Returns by how much its own size's field does.
   int64_t PutSize(const Element& master, int64_t inside) {
     if (master.open) return 0;
-    const uint64_t size =
-        master.size() + static_cast<uint64_t>(contents_.GrowthIn(master.body, master.end) + inside);
+    const uint64_t said = master.size() + master.missing;
+    const uint64_t size = said + static_cast<uint64_t>(contents_.GrowthIn(master.body, master.end) + inside);
     const int64_t needed =
         static_cast<int64_t>(std::max<size_t>(master.sizeBytes, SizeBytesFor(size))) - master.sizeBytes;
     const int64_t growth = Widen(master.sizeAt(), needed);
     const size_t bytes = master.sizeBytes + static_cast<size_t>(growth);
     RequireWidth(master, bytes);
-    if (writing_ && size != master.size())
+    if (writing_ && size != said)
       fields_.AddDifference(master.sizeAt(), reader_.Run(master.sizeAt(), master.sizeBytes),
                             NumberOf(size, bytes));
     return growth;

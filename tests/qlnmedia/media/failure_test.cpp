@@ -201,7 +201,7 @@ TEST(Failure, InputsThatCannotBe) {
 // Streams without an index are patched as far as they go, and it is said that they end early.
 TEST(Failure, StreamsThatEndEarlyArePatchedWithAWarning) {
   const std::string folder = Folder("early");
-  for (const std::string ending : {"h264", "ts"}) {
+  for (const std::string ending : {"h264", "ts", "mkv"}) {
     const std::string in = Clip(ending);
     const std::string cut = folder + "/cut." + ending;
     const std::string out = folder + "/out." + ending;
