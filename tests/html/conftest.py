@@ -67,7 +67,19 @@ def make_late():
     return made
 
 
-CLIP_KINDS = {"late": make_late, "avc": make_avc, "fields": make_interlaced, "hevc": make_hevc, "mpeg2": make_mpeg2}
+def make_jump():
+    """Two raw streams behind each other, each with timecodes of its own."""
+    made = CLIPS / "jump.h264"
+    parts = []
+    for hour in ("01", "02"):
+        base = encode(CLIPS / "plain.h264", "-c:v", "libx264", "-preset", "ultrafast", "-x264-params", "keyint=10:bframes=2")
+        parts.append(CLIPS / f"hour{hour}.h264")
+        run(QLNMEDIA, "patch", "--force", "--timecode", f"{hour}:00:00:00", base, parts[-1])
+    made.write_bytes(b"".join(part.read_bytes() for part in parts))
+    return made
+
+
+CLIP_KINDS = {"jump": make_jump, "late": make_late, "avc": make_avc, "fields": make_interlaced, "hevc": make_hevc, "mpeg2": make_mpeg2}
 
 
 class Clip:
@@ -107,7 +119,8 @@ def clips():
 @pytest.fixture(scope="session")
 def browser():
     options = webdriver.ChromeOptions()
-    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1200,1400"):
+    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1200,1400",
+                     "--force-prefers-reduced-motion"):
         options.add_argument(argument)
     options.binary_location = "/usr/bin/chromium"
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})

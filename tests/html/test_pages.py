@@ -171,6 +171,20 @@ def test_an_underflow_is_told(browser, shown):
     panel = one(browser, ".chosen")
     WebDriverWait(browser, 5).until(lambda _: "(IDR)" in panel.text)
     assert "underflow: it is not whole in time" in panel.text
+    one(browser, "details.wrong").click()
+    assert "picture 12 as coded: underflow" in one(browser, "details.wrong").text
+
+
+def test_a_jump_of_timecodes_is_told(browser, shown):
+    clip = shown("jump")
+    jumps = one(browser, "details.jumps")
+    assert "Timecode jumps: 1" in jumps.text
+    jumps.click()
+    middle = len(clip.packets) // 2
+    assert f"picture {middle} as coded: 01:00:01:04 \u2192 02:00:00:00" in jumps.text
+    jumps.find_element(By.TAG_NAME, "button").click()
+    assert f", {middle} in coding order" in one(browser, ".chosen h4").text
+    assert "02:00:00:00" in one(browser, ".chosen").text
 
 
 def test_sets_are_searched_and_compared(browser, shown):

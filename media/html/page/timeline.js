@@ -46,11 +46,41 @@ class Timeline {
     this.tip = el('div', { class: 'tip', hidden: true });
     this.plots.append(this.tip);
     this.panel = el('div', { class: 'chosen', hidden: true });
-    this.root.append(this.said, this.panel);
+    this.root.append(this.said, this.panel, ...this.places('Timecode jumps', 'jumps', this.jumps()), ...this.places('Buffer goes wrong', 'wrong', this.wrong()));
     new ResizeObserver(() => this.charts.forEach((chart) => chart.graph.resize())).observe(this.plots);
     this.table = new PictureTable(this);
     this.root.append(this.table.details);
     this.tell();
+  }
+
+  // Each timecode that does not go on, by its packet, with the one before it.
+  jumps() {
+    const { facts } = this;
+    const jumps = [];
+    let before = '';
+    for (const packet of facts.presentation) {
+      if (facts.clock[packet] === 0) continue;
+      if (facts.jumps.has(facts.place[packet])) jumps.push([packet, `${before} \u2192 ${facts.clockText(packet)}`]);
+      before = facts.clockText(packet);
+    }
+    return jumps;
+  }
+
+  wrong() {
+    const { facts } = this;
+    const wrong = [];
+    if (!facts.buffer) return wrong;
+    facts.bufferMarks.forEach((mark, packet) => { if (mark) wrong.push([packet, ['', 'underflow', 'overflow', 'both'][mark]]); });
+    return wrong;
+  }
+
+  // What is marked in the charts, in words, each a way to its picture.
+  places(title, name, places) {
+    if (!places.length) return [];
+    const most = 50;
+    const links = places.slice(0, most).map(([packet, text]) => el('li', {}, el('button', { type: 'button', class: 'link', onclick: () => this.choosePacket(packet) }, `picture ${packet} as coded`), `: ${text}`));
+    const more = places.length > most ? `, the first ${most} of them` : '';
+    return [el('details', { class: `paper ${name}` }, el('summary', {}, `${title}: ${grouped(places.length)}${more}`), el('ul', {}, ...links))];
   }
 
   bufferTitle() {
