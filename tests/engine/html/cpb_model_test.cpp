@@ -61,6 +61,15 @@ TEST(CpbModel, VariableRateWaits) {
   EXPECT_NEAR(StatesOf(kVariable, pictures)[1]->arrival, 0.15, 1e-9);
 }
 
+// At a constant rate it follows the one before at once.
+TEST(CpbModel, ConstantRateDoesNotWait) {
+  CpbSchedule constant = kVariable;
+  constant.constant = true;
+  const auto states =
+      StatesOf(constant, {{800, BufferingPeriod{kHalfSecond, 0}, 0}, {1600, {}, 1}, {1600, {}, 2}});
+  EXPECT_NEAR(states[1]->arrival, 0.15, 1e-9);
+}
+
 // The removal of a picture that begins a period counts from the period before, and the delays behind it from
 // itself; its arrival may begin its own delay ahead, without the offset.
 TEST(CpbModel, APeriodBehindAnother) {
@@ -176,6 +185,9 @@ TEST(Hrd, OfAPayloadOfHevc) {
                            .bytes();
   EXPECT_EQ(ReadBufferingPeriod(Codec::kHevc, period, hrd)->delay, 90000u);
   EXPECT_EQ(ReadRemovalDelay(Codec::kHevc, BitBuilder().u(10, 4).u(8, 2).align().bytes(), hrd), 5u);
+  const Bytes cut =
+      BitBuilder().ue(0).u(1, 1).u(10, 5).u(8, 6).u(1, 0).u(10, 0).u(20, 90000).u(20, 7).align().bytes();
+  EXPECT_FALSE(ReadBufferingPeriod(Codec::kHevc, cut, hrd));
   hrd.frameFieldInfo = true;
   EXPECT_EQ(ReadRemovalDelay(Codec::kHevc, BitBuilder().u(7, 0).u(10, 4).u(8, 2).align().bytes(), hrd), 5u);
 }
