@@ -40,10 +40,12 @@ with tempfile.TemporaryDirectory() as folder:
     subprocess.run(["ffmpeg", "-v", "error", "-stream_loop", str(pictures // (60 * seconds) - 1), "-i", once, "-c", "copy",
                     clip], check=True)
     begin = time.monotonic()
-    written = subprocess.run(["/usr/bin/time", "-f", "%M", program, "inspect", "--html", page, clip],
-                             stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, check=True)
+    writer = subprocess.Popen([program, "inspect", "--html", page, clip], stdout=subprocess.DEVNULL)
+    _, status, used = os.wait4(writer.pid, 0)
+    if status != 0:
+        sys.exit("the page was not written")
     print(f"{pictures} pictures, {clip.stat().st_size / 1e6:.1f} MB: page of {page.stat().st_size / 1e6:.1f} MB written in "
-          f"{time.monotonic() - begin:.1f} s with {int(written.stderr.split()[-1]) / 1e3:.0f} MB of memory")
+          f"{time.monotonic() - begin:.1f} s with {used.ru_maxrss / 1e3:.0f} MB of memory")
     options = webdriver.ChromeOptions()
     for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1280,1400"):
         options.add_argument(argument)

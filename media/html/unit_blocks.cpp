@@ -5,7 +5,6 @@
 
 #include "html/unit_blocks.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "html/packer.h"
@@ -14,10 +13,9 @@ namespace qlnmedia::html {
 
 uint64_t UnitBlocks::PlaceOf(const std::string& text) {
   if (text.empty()) return 0;
-  const auto found = std::find(texts_.begin(), texts_.end(), text);
-  if (found != texts_.end()) return static_cast<uint64_t>(found - texts_.begin()) + 1;
-  texts_.push_back(text);
-  return texts_.size();
+  const auto [place, isNew] = places_.try_emplace(text, texts_.size() + 1);
+  if (isNew) texts_.push_back(text);
+  return place->second;
 }
 
 void UnitBlocks::Add(const std::vector<ShownUnit>& units) {
@@ -46,6 +44,7 @@ void UnitBlocks::Close() {
   blocks_.push_back(Base64(Deflated(block)));
   rows_.clear();
   texts_.clear();
+  places_.clear();
   pictures_ = 0;
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "units/units.h"
@@ -38,6 +39,7 @@ class UnitBlocks {
 
   Bytes rows_;  // of the open block
   std::vector<std::string> texts_;
+  std::unordered_map<std::string, uint64_t> places_;  // of the texts, plus 1
   size_t pictures_ = 0;
   std::vector<std::string> blocks_;
 };
