@@ -6,6 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 preset=${QLN_PRESET:-release}
 [ -d "build/$preset" ] || cmake --preset "$preset"
-cmake --build "build/$preset" --target qlnmedia fault_layer
+cmake --build "build/$preset" --target qlnmedia fault_layer test_library_faults
+QLN_EVERY_FAULT=1 "build/$preset/tests/faults/test_library_faults" --gtest_brief=1
 exec python3 tests/faults/fail_each_call.py --qlnmedia "build/$preset/tools/qlnmedia/qlnmedia" \
   --layer "build/$preset/tests/faults/libfault_layer.so" --media "build/$preset/tests/media/faults" "$@"

@@ -196,9 +196,10 @@ class Change {
     SqliteConnection copy;
     SettingsTable written(copy);
     if (!copy.OpenImage(bytes)) return Trouble(copy);
-    if (written.Attach() != TableState::kReady || !written.Holds(*changes_))
-      return Damaged("a change does not read back");
-    return Step::kGoOn;
+    if (written.Attach() == TableState::kReady && written.Holds(*changes_)) return Step::kGoOn;
+    // Of a copy that cannot be looked at nobody knows.
+    if (copy.code() == SQLITE_NOMEM) return Fail("out of memory");
+    return Damaged("a change does not read back");
   }
 
   bool PutAside() {

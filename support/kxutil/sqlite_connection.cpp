@@ -219,6 +219,11 @@ bool SqliteStatement::Step() {
 std::string_view SqliteStatement::Bytes(int column) {
   const void* const bytes = sqlite3_column_blob(statement_, column);
   const int size = sqlite3_column_bytes(statement_, column);
+  // No memory for a value gives the same null pointer as a value that is empty.
+  if (bytes == nullptr && sqlite3_errcode(connection_->database()) == SQLITE_NOMEM) {
+    failed_ = true;
+    connection_->Fail();
+  }
   if (bytes == nullptr || size <= 0) return {};
   return {static_cast<const char*>(bytes), static_cast<size_t>(size)};
 }

@@ -168,6 +168,24 @@ TEST_F(DefaultStoreRace, AFileThatComesIntoThePlaceOfALockedOneIsNotWrittenOver)
   EXPECT_EQ(Get("Other"), 5u);
 }
 
+// SQLite hands out zeros for a page that the disk does not give it. The file is whole, and stays where it is.
+TEST_F(DefaultStoreRace, APageThatCouldNotBeReadIsNoDamage) {
+  ASSERT_EQ(Set("A", 1), 0);
+  Reopen();
+  MessageCapture capture;
+  bool once = true;
+  handsOut = [&](unsigned char* bytes, size_t size) {
+    if (std::exchange(once, false)) std::fill(bytes + size / 2, bytes + size, uint8_t{0});
+  };
+  EXPECT_NE(Set("A", 2), 0);
+  handsOut = nullptr;
+  EXPECT_FALSE(once);
+  EXPECT_TRUE(SetAside().empty());
+  EXPECT_EQ(capture.messages().size(), 1u);
+  EXPECT_EQ(Get("A"), 1u);
+  EXPECT_EQ(Set("A", 2), 0);
+}
+
 // Of two processes that find the same damage one sets the store aside; what it made instead is no damaged
 // store.
 TEST_F(DefaultStoreRace, AStoreThatTookADamagedOnesPlaceIsNotSetAside) {

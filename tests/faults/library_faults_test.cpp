@@ -1,0 +1,309 @@
+// The library's calls that allocate or touch files, each call under them failing once: the told result, files
+// that are the old ones or the new ones, nothing leaked, and no descriptor left open.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kxutil/kxutil.h"
+#include "qlnutil/kxdiskcache.h"
+#include "qlnutil/kxprojecttoxml.h"
+#include "qlnutil/mediacmd.h"
+#include "qlnutil/qlninfo.h"
+#include "support/fault_layer.h"
+#include "support/open_descriptors.h"
+#include "support/test_support.h"
+
+namespace qln::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kSection[] = "Tarnwick\\MetaData\\Default";
+constexpr std::pair<const char*, const char*> kFaults[] = {
+    {"allocate", "ENOMEM"}, {"allocate", "ENOMEM+"}, {"open", "EIO"},     {"open", "EMFILE"},
+    {"read", "EIO"},        {"read", "EINTR"},       {"read", "short"},   {"write", "EIO"},
+    {"write", "ENOSPC+"},   {"write", "EDQUOT"},     {"write", "EINTR"},  {"write", "short"},
+    {"sync", "EIO"},        {"rename", "ENOSPC"},    {"truncate", "EIO"}, {"unlink", "EIO"},
+    {"status", "EIO"},      {"other", "EIO"},        {"map", "ENOMEM"},   {"clock", "EINVAL"}};
+
+class LibraryFaults : public testing::Test {
+ protected:
+  void SetUp() override {
+    // Each run flushes what it writes: in memory, where there is such a folder.
+    const bool memory = access("/dev/shm", W_OK) == 0;
+    std::string name = (memory ? "/dev/shm/" : testing::TempDir()) + "library-faultsXXXXXX";
+    ASSERT_NE(mkdtemp(name.data()), nullptr);
+    folder_ = name;
+  }
+  void TearDown() override {
+    kxCFGSetDefaultStore(nullptr);
+    fs::remove_all(folder_);
+  }
+  std::string PathOf(const char* name) const { return folder_ / name; }
+
+  // Calls `prepare` and, with a fault, `work`; then `judge` with whether the fault came about. For each
+  // fault, of each call.
+  void ForEachFault(const std::function<void()>& prepare, const std::function<void()>& work,
+                    const std::function<void(bool)>& judge) {
+    MessageCapture capture;
+    prepare();
+    work();  // what is made once for a process is made now
+    judge(false);
+    for (const auto& [group, effect] : kFaults) {
+      uint64_t step = 1;
+      for (uint64_t at = 1;; at += step) {
+        SCOPED_TRACE(std::string(group) + " " + effect + " " + std::to_string(at));
+        prepare();
+        capture.clear();
+        const size_t descriptors = OpenDescriptors().size();
+        ASSERT_NE(qlnFaultArm(group, effect, at), 0);
+        work();
+        const uint64_t calls = qlnFaultDisarm();
+        if (at == 1 && std::getenv("QLN_EVERY_FAULT") == nullptr) step = 1 + calls / kSample;
+        const bool fired = qlnFaultFired() != 0;
+        judge(fired);
+        EXPECT_LE(OpenDescriptors().size(), descriptors + kKept);
+        if (!fired || at > calls || HasFailure()) break;
+        ++runs_;
+      }
+      if (HasFailure()) return;
+    }
+    RecordProperty("runs", static_cast<int>(runs_));
+  }
+
+  // So many calls of each kind, where QLN_EVERY_FAULT does not ask for all.
+  static constexpr uint64_t kSample = 8;
+  // One store that is kept open between calls.
+  static constexpr size_t kKept = 1;
+  fs::path folder_;
+  uint64_t runs_ = 0;
+};
+
+std::string TextIn(KXConfigHandle store, const char* key) {
+  char text[64] = {};
+  uint32_t size = sizeof text;
+  return kxCFGValueString(store, kSection, key, text, &size, KX_CONFIG_READ) == 0 ? text : "absent";
+}
+
+TEST_F(LibraryFaults, AChangeOfTheDefaultStoreIsMadeOrNot) {
+  const std::string path = PathOf("settings.db");
+  int32_t result = 0;
+  kxCFGSetDefaultStore(path.c_str());
+  char old[] = "old";
+  ASSERT_EQ(kxCFGValueString(KX_DEFAULT_STORE, kSection, "Title", old, nullptr, KX_CONFIG_WRITE), 0);
+  const Bytes before = ReadFile(path);
+  ForEachFault(
+      [&] {
+        for (const auto& entry : fs::directory_iterator(folder_)) fs::remove(entry.path());
+        WriteFile(path, before);
+        kxCFGSetDefaultStore(path.c_str());
+      },
+      [&] {
+        char text[] = "new";
+        result = kxCFGValueString(KX_DEFAULT_STORE, kSection, "Title", text, nullptr, KX_CONFIG_WRITE);
+      },
+      [&](bool) {
+        kxCFGSetDefaultStore("/nonexistent");
+        kxCFGSetDefaultStore(path.c_str());
+        const std::string now = TextIn(KX_DEFAULT_STORE, "Title");
+        EXPECT_TRUE(now == "new" || (result != 0 && now == "old")) << result << " " << now;
+        for (const auto& entry : fs::directory_iterator(folder_))
+          EXPECT_EQ(entry.path().filename().string().find("damaged"), std::string::npos);
+      });
+}
+
+TEST_F(LibraryFaults, AReadOfTheDefaultStoreIsTheValueOrNone) {
+  const std::string path = PathOf("settings.db");
+  kxCFGSetDefaultStore(path.c_str());
+  char text[] = "old";
+  ASSERT_EQ(kxCFGValueString(KX_DEFAULT_STORE, kSection, "Title", text, nullptr, KX_CONFIG_WRITE), 0);
+  const Bytes before = ReadFile(path);
+  std::string got;
+  ForEachFault([&] { kxCFGSetDefaultStore(path.c_str()); },
+               [&] {
+                 // A buffer of the caller's, so that the fault is the store's.
+                 static char found[64];
+                 uint32_t size = sizeof found;
+                 const int32_t result =
+                     kxCFGValueString(KX_DEFAULT_STORE, kSection, "Title", found, &size, KX_CONFIG_READ);
+                 if (result != 0) std::strcpy(found, "absent");
+                 got.reserve(64);
+                 got.assign(found);
+               },
+               [&](bool fired) {
+                 EXPECT_TRUE(got == "old" || (fired && got == "absent")) << got;
+                 EXPECT_EQ(ReadFile(path), before);
+               });
+}
+
+TEST_F(LibraryFaults, ASettingsFileIsTheOldOneOrTheNewOne) {
+  const std::string path = PathOf("UserMetadata.xml");
+  int32_t saved = 0;
+  const auto set = [&](const char* value) {
+    const KXConfigHandle store = kxCFGOpen(path.c_str(), 0);
+    if (store == 0) return -1;
+    char text[8];
+    std::strcpy(text, value);
+    const int32_t written = kxCFGValueString(store, kSection, "Title", text, nullptr, KX_CONFIG_WRITE);
+    const int32_t closed = kxCFGClose(store, written == 0 ? KX_CONFIG_SAVE : KX_CONFIG_DISCARD);
+    return written == 0 ? closed : written;
+  };
+  ForEachFault([&] { ASSERT_EQ(set("old"), 0); }, [&] { saved = set("new"); },
+               [&](bool) {
+                 const KXConfigHandle store = kxCFGOpen(path.c_str(), 0);
+                 ASSERT_NE(store, 0u);
+                 const std::string now = TextIn(store, "Title");
+                 EXPECT_TRUE(now == "new" || (saved != 0 && now == "old")) << saved << " " << now;
+                 kxCFGClose(store, KX_CONFIG_DISCARD);
+               });
+}
+
+TEST_F(LibraryFaults, AProjectIsTheOldOneOrTheNewOne) {
+  const std::string path = PathOf("project.xml");
+  uint32_t saved = 0;
+  const auto save = [&](const char* value) {
+    CKXProjectToXML project;
+    project.SetXMLName(path.c_str());
+    project.SetConfigString("Key", value);
+    return project.SaveXMLFile();
+  };
+  ForEachFault([&] { ASSERT_NE(save("old"), 0u); }, [&] { saved = save("new"); },
+               [&](bool fired) {
+                 CKXProjectToXML project;
+                 ASSERT_NE(project.LoadXMLFile(path.c_str()), 0u);
+                 char text[260] = "absent";
+                 project.GetConfigString("Key", text);
+                 const std::string now = text;
+                 // A setting for which there was no memory is not in the document.
+                 EXPECT_TRUE(now == "new" || (saved == 0 && now == "old") || (fired && now == "absent"))
+                     << saved << " " << now;
+               });
+}
+
+TEST_F(LibraryFaults, CommandsAndTheirTextsComeWholeOrNotAtAll) {
+  MediaCmd command;
+  initMediaCmd(&command, ctPlay);
+  command.Flags |= CF_USE_START;
+  command.Start = 25;
+  char* whole = nullptr;
+  ASSERT_EQ(MediaCmdToXMLString(&whole, &command, 0), 0u);
+  const std::string expected = whole;
+  MediaCmdFreeXMLString(&whole);
+  char* text = nullptr;
+  uint32_t result = 0;
+  int64_t live = 0;
+  ForEachFault([&] { live = qlnFaultLiveBlocks(); },
+               [&] {
+                 text = nullptr;
+                 result = MediaCmdToXMLString(&text, &command, 0);
+               },
+               [&](bool) {
+                 if (text != nullptr) {
+                   EXPECT_EQ(text, expected);
+                   MediaCmdFreeXMLString(&text);
+                 }
+               });
+  ForEachFault([&] {},
+               [&] {
+                 MediaCmd read;
+                 initMediaCmd(&read, ctStop);
+                 result = MediaCmdFromXMLString(&read, nullptr, expected.c_str());
+                 if (result == 0 && read.Start == 25) result = 1;
+               },
+               [&](bool fired) { EXPECT_TRUE(fired || result == 1); });
+}
+
+TEST_F(LibraryFaults, ClipInformationIsCopiedOrAbsentAndAllFreed) {
+  QLNInfo source = {}, copy = {};
+  const auto text = [](const char* from) {
+    char* const block = static_cast<char*>(KXAlloc(std::strlen(from) + 1));
+    return std::strcpy(block, from);
+  };
+  source.Title = text("Dawn");
+  source.FileName = text("clip");
+  int64_t before = 0;
+  ForEachFault([&] { before = qlnFaultLiveBlocks(); }, [&] { qlnInfoSet(&copy, &source); },
+               [&](bool fired) {
+                 EXPECT_TRUE(copy.Title == nullptr ? fired : std::strcmp(copy.Title, "Dawn") == 0);
+                 EXPECT_TRUE(copy.FileName == nullptr ? fired : std::strcmp(copy.FileName, "clip") == 0);
+                 qlnInfoDelete(&copy);
+               });
+  qlnInfoDelete(&source);
+}
+
+TEST_F(LibraryFaults, TheReadCacheTellsWhatItGot) {
+  const std::string path = PathOf("data");
+  const Bytes bytes = Random(3).bytes(20000);
+  WriteFile(path, bytes);
+  static uint8_t got[1000];
+  uint32_t made = 0, result = 0, delivered = 0;
+  bool opened = false;
+  ForEachFault([] {},
+               [&] {
+                 const KXFileHandle handle =
+                     kxOSCreateFile(path.c_str(), 0x80000000, 1, nullptr, 3, 0, nullptr);
+                 opened = handle != KX_INVALID_FILE_HANDLE;
+                 if (!opened) return;
+                 CKXDiskCache cache;
+                 made = cache.SetHandleAndCacheSize(handle, 16384, false);
+                 result = cache.Read(got, 5000, sizeof got, &delivered, 0);
+                 kxOSCloseFile(handle);
+               },
+               [&](bool fired) {
+                 EXPECT_TRUE(opened || fired);
+                 if (!opened) return;
+                 EXPECT_TRUE(made == 0 || (fired && made == 0xFFFFFFFF));
+                 EXPECT_TRUE(result == 0 || fired);
+                 if (result == 0 && delivered == sizeof got) {
+                   EXPECT_EQ(std::memcmp(got, bytes.data() + 5000, sizeof got), 0);
+                 }
+                 EXPECT_TRUE(delivered == sizeof got || fired);
+               });
+}
+
+// Blocks that are allocated behind many failing calls are those in front of them.
+TEST_F(LibraryFaults, NothingIsLeaked) {
+  MediaCmd command;
+  initMediaCmd(&command, ctPlay);
+  QLNInfo info = {};
+  const std::string path = PathOf("UserMetadata.xml");
+  const auto work = [&] {
+    char* text = nullptr;
+    MediaCmdToXMLString(&text, &command, 0);
+    if (text != nullptr) MediaCmdFreeXMLString(&text);
+    CKXProjectToXML project;
+    project.SetConfigString("Key", "value");
+    const KXConfigHandle store = kxCFGOpen(path.c_str(), 0);
+    if (store == 0) return;
+    qlnInfoWriteRegSet(store, &info);
+    qlnInfoReadRegSet(store, &info);
+    qlnInfoDelete(&info);
+    kxCFGClose(store, KX_CONFIG_DISCARD);
+  };
+  MessageCapture capture;
+  qlnInfoDelete(&info);
+  work();
+  for (uint64_t at = 1; at < 100000; ++at) {
+    capture.clear();
+    const int64_t before = qlnFaultLiveBlocks();
+    ASSERT_NE(qlnFaultArm("allocate", "ENOMEM", at), 0);
+    work();
+    qlnFaultDisarm();
+    const bool fired = qlnFaultFired() != 0;
+    // What was said is the only thing that is kept.
+    const auto messages = static_cast<int64_t>(capture.messages().size());
+    EXPECT_LE(qlnFaultLiveBlocks(), before + 2 * messages + 2) << "allocation " << at;
+    if (!fired || HasFailure()) break;
+  }
+}
+
+}  // namespace
+}  // namespace qln::test
