@@ -157,7 +157,7 @@ void Run(const Options& options) {
   if (printed) FormOf(options);
   const Outputs outputs = options.out.empty() || printed ? Outputs() : FindOutputs(inputs, options);
   for (const auto& [input, out] : outputs) RequireMayReplace(out, options.force);
-  SandboxPlaces places{options.inputs.paths, {}};
+  SandboxPlaces places{ReadPlaces(options.inputs, inputs), {}};
   if (!outputs.empty())
     places.write.push_back(inputs.several ? options.out : FolderOfPath(outputs.begin()->second));
   ConfineCommand(places);

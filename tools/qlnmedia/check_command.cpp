@@ -97,7 +97,7 @@ void Run(const Options& options) {
     throw CLI::ValidationError("--journal: standard input has no place in it");
   if (!options.journal.empty()) journal.emplace(options.journal, "check");
   // With a journal the files are read by processes of their own.
-  if (!journal) ConfineCommand({options.inputs.paths, WrittenFor(options.page)});
+  if (!journal) ConfineCommand({ReadPlaces(options.inputs, inputs), WrittenFor(options.page)});
   Batch batch;
   batch.work = [&](const Input& input, const ProgressCallback& progress) {
     const std::vector<Finding> findings = options.page.asked()

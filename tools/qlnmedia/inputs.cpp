@@ -93,4 +93,13 @@ Inputs FindInputs(const InputOptions& options) {
   return inputs;
 }
 
+std::vector<std::string> ReadPlaces(const InputOptions& options, const Inputs& inputs) {
+  std::vector<std::string> places = options.paths;
+  std::error_code unknown;
+  for (const Input& input : inputs.files) {
+    if (fs::is_symlink(input.path, unknown)) places.push_back(input.path);
+  }
+  return places;
+}
+
 }  // namespace qlnmedia

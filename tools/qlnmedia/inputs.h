@@ -38,6 +38,9 @@ void AddInputOptions(CLI::App& command, InputOptions& options, const std::string
 // where standard input is named twice.
 Inputs FindInputs(const InputOptions& options);
 
+// Every path that is read for them: those that were named, and files in folders that are links to others.
+std::vector<std::string> ReadPlaces(const InputOptions& options, const Inputs& inputs);
+
 }  // namespace qlnmedia
 
 #endif

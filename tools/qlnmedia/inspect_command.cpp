@@ -54,7 +54,7 @@ void Run(Options options) {
   options.inspect.details = options.json || (view.details && !options.csv);
   const Inputs inputs = FindInputs(options.inputs);
   RequirePage(options.page, inputs);
-  ConfineCommand({options.inputs.paths, WrittenFor(options.page)});
+  ConfineCommand({ReadPlaces(options.inputs, inputs), WrittenFor(options.page)});
   Batch batch;
   batch.work = [&](const Input& input, const ProgressCallback& progress) {
     if (options.page.asked()) WriteHtmlReport(input.path, options.page.path, progress);

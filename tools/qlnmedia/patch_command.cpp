@@ -54,9 +54,16 @@ void TakeSetOptions(const Options& options, PatchOptions& patch) {
 SandboxPlaces PlacesOf(const PatchOptions& patch) {
   SandboxPlaces places{{patch.in, patch.initialization}, {}};
   if (patch.captions) places.read.push_back(patch.captions->file);
-  // A playlist names files beside it.
-  if (patch.segments && !std::filesystem::is_directory(patch.in))
-    places.read.push_back(FolderOfPath(patch.in));
+  // A playlist names files beside it, which may be links to others.
+  if (patch.segments) {
+    const bool isFolder = std::filesystem::is_directory(patch.in);
+    const std::string folder = isFolder ? patch.in : FolderOfPath(patch.in);
+    places.read.push_back(folder);
+    std::error_code unknown;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, unknown)) {
+      if (entry.is_symlink(unknown)) places.read.push_back(entry.path());
+    }
+  }
   if (patch.inPlace) places.write = {patch.in, FolderOfPath(patch.in)};
   if (!patch.inPlace && !patch.dryRun) places.write.push_back(FolderOfPath(patch.out));
   // New samples of many megabytes wait in a file without a name.

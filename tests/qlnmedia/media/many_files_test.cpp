@@ -56,6 +56,19 @@ std::string Quoted(std::initializer_list<std::string> paths) {
 // Files in order, the last of them failing each in its way.
 std::string All() { return Quoted({Good(), Wrong(), Sound(), "/no/such.mp4", Empty(), Words(), Ts()}); }
 
+// What a folder has a link to is read as well, wherever it stands.
+TEST(ManyFiles, LinksInFoldersAreFollowed) {
+  const std::string folder = MediaPath("links");
+  fs::remove_all(folder);
+  fs::create_directories(folder);
+  fs::create_symlink(Ts(), folder + "/elsewhere.ts");
+  for (const char* command : {"check", "inspect"}) {
+    const CommandResult run = Qlnmedia(std::string(command) + " --recursive '" + folder + "'");
+    EXPECT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_THAT(run.output, HasSubstr("elsewhere.ts"));
+  }
+}
+
 TEST(ManyFiles, JsonLinesComeInOrderWithTheirStatus) {
   const std::string paths = Good() + "\n" + Wrong() + "\n" + Sound() + "\n/no/such.mp4\n" + Empty() + "\n" +
                             Words() + "\n" + Ts() + "\n";
