@@ -72,9 +72,15 @@ PatchResult PatchMatroska(const PatchOptions& options, const MediaFile& in) {
   }
   meter.Done();
   result.lines = streams.Summary();
-  if (const std::optional<uint64_t> cut = carrier.layout().cutAt)
+  const mkv::Layout& layout = carrier.layout();
+  if (layout.cutAt) {
     result.lines.push_back(fmt::format(
-        "warning: the file ends early, within what begins at byte {}: that was carried as it stands", *cut));
+        "warning: the file ends early, within what begins at byte {}: that was carried as it stands",
+        *layout.cutAt));
+  } else if (const uint64_t missing = layout.segments.back().element.missing; missing != 0) {
+    result.lines.push_back(
+        fmt::format("warning: the file ends early: its segment counts {} bytes that are not there", missing));
+  }
   for (const std::string& text : verified.otherwise) result.lines.push_back("warning: " + text);
   if (!verified.text.empty()) result.lines.push_back(verified.text);
   return result;

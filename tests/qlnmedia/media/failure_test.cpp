@@ -214,6 +214,15 @@ TEST(Failure, StreamsThatEndEarlyArePatchedWithAWarning) {
     EXPECT_THAT(result.output, HasSubstr("warning: the file ends early"));
     EXPECT_THAT(result.output, HasSubstr("verified"));
   }
+  // Between two elements: the last one of an MKV by ffmpeg is its index.
+  Bytes bytes = ReadFile(Clip("mkv"));
+  const Bytes cues{0x1C, 0x53, 0xBB, 0x6B};
+  bytes.erase(std::find_end(bytes.begin(), bytes.end(), cues.begin(), cues.end()), bytes.end());
+  WriteFile(folder + "/no_index.mkv", bytes);
+  const CommandResult result =
+      Patch(folder + "/no_index.mkv", folder + "/out.mkv", "--force --verify --colour bt709");
+  EXPECT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_THAT(result.output, HasSubstr("warning: the file ends early: its segment counts "));
 }
 
 TEST(Failure, CommandLinesThatCannotBe) {
