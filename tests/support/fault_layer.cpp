@@ -30,6 +30,8 @@
 #include <atomic>
 #include <iterator>
 
+#include "support/fault_share.h"
+
 #define QLN_IN_FRONT extern "C" __attribute__((visibility("default")))
 
 extern "C" {
@@ -65,7 +67,13 @@ qlnFaultGateEnd:
   .size qlnFaultGate, . - qlnFaultGate
 )");
 
+namespace qln::test {
+FaultShare* faultShare = nullptr;
+}
+
 namespace {
+
+using qln::test::kMostMarks;
 
 enum Group : int {
   kNone,
@@ -124,17 +132,9 @@ constexpr Error kEffects[] = {{"none", kCount},   {"short", kShort},  {"kill", k
                               {"EMFILE", EMFILE}, {"EACCES", EACCES}, {"EAGAIN", EAGAIN}, {"ENOLCK", ENOLCK},
                               {"EINVAL", EINVAL}, {"EXDEV", EXDEV},   {"EPERM", EPERM}};
 
-constexpr size_t kMostMarks = size_t{1} << 20;
 constexpr int kFrames = 24;
 // Calls with the same mark come from the same place, as far as so many callers tell.
 constexpr int kMarkFrames = 12;
-
-struct Share {
-  uint64_t count;
-  uint64_t fired;
-  char where[4096];  // of the fault: a line a caller, object and offset
-  uint64_t marks[kMostMarks];
-};
 
 std::atomic<bool> armed;
 std::atomic<uint64_t> counted, fired;
@@ -143,7 +143,6 @@ Group wanted = kNone;
 int effect = kCount;
 bool onwards = false;
 uint64_t place = 0;
-Share* share = nullptr;
 uintptr_t loaderBegin = 0, loaderEnd = 0;
 thread_local bool inside __attribute__((tls_model("initial-exec"))) = false;
 
@@ -171,24 +170,24 @@ void NotePlace() {
   void* frames[kFrames];
   const int count = backtrace(frames, kFrames);
   size_t used = 0;
-  for (int i = 2; i < count && used + 300 < sizeof share->where; ++i) {
+  for (int i = 2; i < count && used + 300 < sizeof qln::test::faultShare->where; ++i) {
     Dl_info found{};
     const bool known = dladdr(frames[i], &found) != 0 && found.dli_fname != nullptr;
     const auto base = reinterpret_cast<uintptr_t>(found.dli_fbase);
     const char* const file = known ? found.dli_fname : "?";
     const size_t length = strnlen(file, 200);
-    memcpy(share->where + used, file, length);
+    memcpy(qln::test::faultShare->where + used, file, length);
     used += length;
-    share->where[used++] = ' ';
+    qln::test::faultShare->where[used++] = ' ';
     uintptr_t offset = reinterpret_cast<uintptr_t>(frames[i]) - base - 1;
     char digits[17];
     int n = 0;
     do digits[n++] = "0123456789abcdef"[offset & 15];
     while ((offset >>= 4) != 0);
-    while (n > 0) share->where[used++] = digits[--n];
-    share->where[used++] = '\n';
+    while (n > 0) qln::test::faultShare->where[used++] = digits[--n];
+    qln::test::faultShare->where[used++] = '\n';
   }
-  share->where[used] = 0;
+  qln::test::faultShare->where[used] = 0;
 }
 
 void Mark(uint64_t n) {
@@ -196,7 +195,7 @@ void Mark(uint64_t n) {
   const int count = backtrace(frames, kMarkFrames + 2);
   uint64_t mark = 1469598103934665603u;
   for (int i = 2; i < count; ++i) mark = (mark ^ reinterpret_cast<uintptr_t>(frames[i])) * 1099511628211u;
-  share->marks[n - 1] = mark;
+  qln::test::faultShare->marks[n - 1] = mark;
 }
 
 // A program may have allocation calls of its own, which go on to ours: who calls those counts.
@@ -229,15 +228,15 @@ bool Meets(Group group, const void* caller) {
   }
   const uint64_t n = ++counted;
   const bool here = place != 0 && (n == place || (onwards && n > place));
-  if (share == nullptr && !here) return false;
+  if (qln::test::faultShare == nullptr && !here) return false;
   inside = true;
   const int error = errno;
-  if (share != nullptr && effect == kCount && n <= kMostMarks) Mark(n);
-  if (share != nullptr && here && fired == 0) NotePlace();
+  if (qln::test::faultShare != nullptr && effect == kCount && n <= kMostMarks) Mark(n);
+  if (qln::test::faultShare != nullptr && here && fired == 0) NotePlace();
   if (here) fired = 1;
-  if (share != nullptr) {
-    share->count = n;
-    share->fired = fired;
+  if (qln::test::faultShare != nullptr) {
+    qln::test::faultShare->count = n;
+    qln::test::faultShare->fired = fired;
   }
   inside = false;
   errno = error;
@@ -334,110 +333,6 @@ void* Allocated(void* block) {
   return block;
 }
 
-int (*realMain)(int, char**, char**) = nullptr;
-
-// Standard streams of a run.
-void Redirect(const char* prefix) {
-  if (prefix == nullptr) return;
-  char path[4096];
-  for (int stream = 0; stream < 3; ++stream) {
-    constexpr const char* kNames[] = {"in", "out", "err"};
-    snprintf(path, sizeof path, "%s%s", prefix, kNames[stream]);
-    const int opened = stream == 0 ? open(path, O_RDONLY) : open(path, O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    const int got = opened >= 0 ? opened : open("/dev/null", O_RDWR);
-    dup2(got, stream);
-    close(got);
-  }
-}
-
-[[noreturn]] void RunProgram(int argc, char** argv, char** envp, const char* group, const char* how,
-                             uint64_t at) {
-  const char* const streams = getenv("QLN_FAULT_STREAMS");
-  Redirect(streams);
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
-  for (const char* name :
-       {"LD_PRELOAD", "QLN_FAULT_CONTROL", "QLN_FAULT_SHARE", "QLN_FAULT_STREAMS", "QLN_FAULT_WARM"})
-    unsetenv(name);
-  if (qlnFaultArm(group, how, at) == 0) _exit(125);
-  exit(realMain(argc, argv, envp));
-}
-
-// The status of a child, or -1 where its time was over.
-int WaitFor(pid_t child, long milliseconds) {
-  sigset_t ended;
-  sigemptyset(&ended);
-  sigaddset(&ended, SIGCHLD);
-  timespec until{};
-  clock_gettime(CLOCK_MONOTONIC, &until);
-  int status = 0;
-  for (;;) {
-    if (waitpid(child, &status, WNOHANG) == child) return status;
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    const long left =
-        milliseconds - (now.tv_sec - until.tv_sec) * 1000 - (now.tv_nsec - until.tv_nsec) / 1000000;
-    if (left <= 0) break;
-    const timespec wait = {left / 1000, left % 1000 * 1000000};
-    sigtimedwait(&ended, nullptr, &wait);
-  }
-  kill(child, SIGKILL);
-  waitpid(child, &status, 0);
-  return -1;
-}
-
-int Serve(int argc, char** argv, char** envp, int in, int out) {
-  if (const char* const path = getenv("QLN_FAULT_SHARE")) {
-    const int file = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (file < 0 || ftruncate(file, sizeof(Share)) != 0) return 125;
-    void* const mapped = mmap(nullptr, sizeof(Share), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-    if (mapped == MAP_FAILED) return 125;
-    share = static_cast<Share*>(mapped);
-    close(file);
-  }
-  if (const char* const warm = getenv("QLN_FAULT_WARM")) {
-    char list[1 << 15];
-    snprintf(list, sizeof list, "%s", warm);
-    for (char* name = strtok(list, ":"); name != nullptr; name = strtok(nullptr, ":"))
-      dlopen(name, RTLD_NOW | RTLD_LOCAL);
-  }
-  sigset_t ended;
-  sigemptyset(&ended);
-  sigaddset(&ended, SIGCHLD);
-  sigprocmask(SIG_BLOCK, &ended, nullptr);
-  FILE* const requests = fdopen(in, "r");
-  char line[256];
-  while (fgets(line, sizeof line, requests) != nullptr) {
-    char group[32], how[32];
-    unsigned long long at = 0;
-    long milliseconds = 0;
-    if (sscanf(line, "%31s %31s %llu %ld", group, how, &at, &milliseconds) != 4) return 125;
-    if (share != nullptr) share->count = share->fired = share->where[0] = 0;
-    const pid_t child = fork();
-    if (child == 0) {
-      close(in);
-      close(out);
-      RunProgram(argc, argv, envp, group, how, at);
-    }
-    const int status = WaitFor(child, milliseconds);
-    dprintf(out, "%d %llu %d\n", status,
-            share == nullptr ? 0ull : static_cast<unsigned long long>(share->count),
-            share == nullptr ? 0 : static_cast<int>(share->fired));
-  }
-  return 0;
-}
-
-int MainInFront(int argc, char** argv, char** envp) {
-  void* frames[4];
-  backtrace(frames, 4);  // what it loads is loaded now
-  FindLoader();
-  int in = -1, out = -1;
-  const char* const control = getenv("QLN_FAULT_CONTROL");
-  if (control == nullptr || sscanf(control, "%d,%d", &in, &out) != 2) return realMain(argc, argv, envp);
-  return Serve(argc, argv, envp, in, out);
-}
-
 }  // namespace
 
 QLN_IN_FRONT int qlnFaultArm(const char* group, const char* how, uint64_t at) {
@@ -526,12 +421,4 @@ QLN_IN_FRONT int pthread_create(pthread_t* thread, const pthread_attr_t* attribu
   static const auto real = reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
   if (QLN_FAILS(kThread)) return EAGAIN;
   return real(thread, attributes, run, argument);
-}
-
-QLN_IN_FRONT int __libc_start_main(int (*program)(int, char**, char**), int argc, char** argv,
-                                   void (*begin)(), void (*end)(), void (*loaderEnds)(), void* stackEnd) {
-  using Start = int (*)(int (*)(int, char**, char**), int, char**, void (*)(), void (*)(), void (*)(), void*);
-  realMain = program;
-  const auto real = reinterpret_cast<Start>(dlsym(RTLD_NEXT, "__libc_start_main"));
-  return real(MainInFront, argc, argv, begin, end, loaderEnds, stackEnd);
 }
