@@ -10,6 +10,8 @@
 #include "base/error.h"
 #include "base/progress.h"
 #include "container/coded_stream.h"
+#include "container/mxf/order_told.h"
+#include "units/coded_stream.h"
 
 namespace qlnmedia {
 
@@ -35,7 +37,8 @@ uint8_t WrappingOf(const mxf::PictureTrack& track) {
 
 }  // namespace
 
-MxfInput::MxfInput(const MediaFile& in, const mxf::Carrier& carrier) : in_(in), carrier_(carrier) {
+MxfInput::MxfInput(const MediaFile& in, const mxf::Carrier& carrier)
+    : in_(in), carrier_(carrier), ordered_(mxf::TellsOrder(carrier.source())) {
   const std::vector<mxf::PictureTrack>& tracks = carrier.tracks();
   std::vector<unsigned> shown;
   for (const MediaStream& stream : in.streams()) {
@@ -87,6 +90,7 @@ StreamDescription MxfInput::Describe(unsigned index) const {
     if (stream.averageRate.numerator <= 0) stream.averageRate = track.editRate;
   }
   stream.raw = !timed_[place];
+  stream.ownOrder = !ordered_ && UnitCodecOf(stream.codec).has_value();
   stream.ownMarks = timed_[place];
   return stream;
 }

@@ -41,6 +41,7 @@ class MxfInput final : public PatchInput {
   std::map<unsigned, size_t> trackOf_;  // by stream
   std::vector<mxf::UnitTimes> times_;   // by track
   std::vector<bool> timed_;
+  bool ordered_;  // the index tells in which order pictures are shown
 };
 
 }  // namespace qlnmedia

@@ -20,7 +20,9 @@ PresentationKey KeyOfHeader(const CodedPicture& picture) {
 }
 
 PresentationKeys::PresentationKeys(const StreamDescription& stream)
-    : timed_(!stream.raw), mpeg2_(stream.codec == VideoCodec::kMpeg2), unit_(stream.timeBase.value()) {}
+    : timed_(!stream.raw && !stream.ownOrder),
+      mpeg2_(stream.codec == VideoCodec::kMpeg2),
+      unit_(stream.timeBase.value()) {}
 
 PresentationKey PresentationKeys::NextOfTimes(const PacketView& packet) {
   // Decoding times go back only where one recording ends and another begins.

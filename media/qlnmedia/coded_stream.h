@@ -30,6 +30,9 @@ struct StreamDescription {
   Rational averageRate;     ///< packets a second as the container tells or counts them; 0/1 for unknown
   Rational baseRate;        ///< the lowest rate at which all its times can stand; 0/1 for unknown
   bool raw = false;         ///< no container: packets have no times that mean anything
+  /// The container numbers its packets, and does not tell the order in which their pictures are shown: what
+  /// counts is what the pictures say themselves.
+  bool ownOrder = false;
   /// Key marks and rates are the container's own. False where a reader finds them in the stream itself, as in
   /// transport streams: they then say nothing that the stream does not say.
   bool ownMarks = true;

@@ -20,7 +20,7 @@ constexpr uint8_t kStuffing = 0xFF;
 constexpr uint32_t kArrivalMask = 0x3FFFFFFF;
 
 uint32_t ArrivalTime(const Row& row) {
-  return static_cast<uint32_t>(mp4::LoadNumber(row.bytes.data(), 4)) & kArrivalMask;
+  return static_cast<uint32_t>(mp4::LoadNumber(row.bytes, 4)) & kArrivalMask;
 }
 
 void SetArrivalTime(Row& row, uint32_t time) {
@@ -156,7 +156,7 @@ StreamAddition::Counts StreamAddition::Write(const NextPes& next, mp4::Sink* sin
     Put(row);
   }
   for (; more; more = next(pes)) Queue(pes);
-  Flush(last_, UINT64_MAX);
+  Flush(last_.row, UINT64_MAX);
   return counts_;
 }
 
@@ -173,12 +173,13 @@ void StreamAddition::Queue(const PlacedPes& pes) {
 void StreamAddition::Flush(const Row& next, uint64_t by) {
   size_t count = 0;
   while (count < waiting_.size() && waiting_[count].by < by) ++count;
-  const Row& like = last_.isPacket ? last_ : next;
+  const Row& like = last_.row.isPacket ? last_.row : next;
   if (count == 0 || !like.isPacket) return;
   const uint32_t from = ArrivalTime(like);
   const uint32_t gap = next.isPacket ? (ArrivalTime(next) - from) & kArrivalMask : 0;
   for (size_t i = 0; i < count; ++i) {
-    Row row = like;
+    OwnRow own(like);
+    Row& row = own.row;
     PutInto(row, waiting_.front().payload, waiting_.front().starts);
     if (row.front == 4)
       SetArrivalTime(row, static_cast<uint32_t>(from + uint64_t{gap} * (i + 1) / (count + 1)));
@@ -225,22 +226,28 @@ void StreamAddition::PutMap(Row& row) {
   if (parity && (ours || mapShift_ % 16 != 0)) PutParity(row);
   Put(row);
   while (ours && mapRows_ == 0 && mapDone_ < mapRest_->size()) {
-    Row more = row;
-    more.MakeNull();
-    more.packet()[1] = static_cast<uint8_t>(map_ >> 8);
-    more.packet()[2] = static_cast<uint8_t>(map_);
-    fill(more, kMostPayload);
-    more.SetCounter(row.counter() + 1U);
+    const uint8_t counter = last_.row.counter();
+    OwnRow more(last_.row);
+    more.row.MakeNull();
+    more.row.packet()[1] = static_cast<uint8_t>(map_ >> 8);
+    more.row.packet()[2] = static_cast<uint8_t>(map_);
+    fill(more.row, kMostPayload);
+    more.row.SetCounter(counter + 1U);
     ++mapShift_;
     ++counts_.putIn;
-    if (parity) PutParity(more);
-    Put(more);
-    row = more;
+    if (parity) PutParity(more.row);
+    Put(more.row);
   }
 }
 
+void StreamAddition::OwnRow::Take(const Row& like) {
+  std::copy_n(like.bytes, like.size, bytes.begin());
+  row = like;
+  row.bytes = bytes.data();
+}
+
 void StreamAddition::Put(const Row& row) {
-  if (row.isPacket) last_ = row;
+  if (row.isPacket) last_.Take(row);
   if (sink_ != nullptr) sink_->Write(row.all());
 }
 

@@ -79,6 +79,16 @@ class StreamAddition {
   uint32_t unitRows_ = 0;
   bool unitOpen_ = false;
 
+  // A row with bytes of its own.
+  struct OwnRow {
+    OwnRow() = default;
+    explicit OwnRow(const Row& like) { Take(like); }
+    OwnRow(const OwnRow&) = delete;
+    OwnRow& operator=(const OwnRow&) = delete;
+    void Take(const Row& like);
+    RowBytes bytes{};
+    Row row;
+  };
   struct Chunk {
     Bytes payload;
     bool starts = false;
@@ -86,7 +96,7 @@ class StreamAddition {
   };
   std::deque<Chunk> waiting_;
   mp4::Sink* sink_ = nullptr;
-  Row last_;  // that was written
+  OwnRow last_;  // that was written
   Counts counts_;
   uint8_t counter_ = 0;
   size_t unitAt_ = 0;      // of units_, the next one
