@@ -120,11 +120,11 @@ class Change {
     const bool opened = file.OpenFile(path_, deadline_);
     // Others may not write it: nor is it replaced, though their folder would allow that.
     if (opened && changes_ != nullptr && file.IsReadOnly()) return Fail("it may not be written");
+    // A look leaves a file its log, which a change of the journal would work in.
+    hasLog_ = form == FileForm::kWithLog && changes_ == nullptr;
     // Nothing is written through this connection, and no journal of it may stand beside the new file, which
     // it would be taken to belong to: that of an empty file empties.
-    // It would change a file that still has a log, which only a look leaves it.
-    const bool hasLog = form == FileForm::kWithLog && changes_ == nullptr;
-    const bool quiet = opened && (hasLog || file.Run("PRAGMA journal_mode = MEMORY"));
+    const bool quiet = opened && (hasLog_ || file.Run("PRAGMA journal_mode = MEMORY"));
     const bool locked = quiet && file.Run("BEGIN IMMEDIATE");
     const Step step = locked ? Step::kGoOn : Trouble(file);
     if (step == Step::kFailed) return step;
@@ -157,6 +157,7 @@ class Change {
     if (static_cast<uint64_t>(state_.size) > kLargestStore) return Fail("it is too large");
     std::string stored;
     if (!file.Serialize(bytes) || !file.ReadAll(stored)) return Trouble(file);
+    if (hasLog_) return Step::kGoOn;  // with the log the pages are others
     // SQLite hands out zeros for a page that it could not read, which is no damage of the file.
     const size_t known = std::min(bytes.size(), stored.size());
     if (bytes.compare(0, known, stored, 0, known) != 0) return Fail("disk I/O error");
@@ -232,6 +233,7 @@ class Change {
   const ConfigChanges* const changes_;
   const Deadline deadline_;
   FileState state_;
+  bool hasLog_ = false;  // the file that is looked at
   ChangeReport report_;
 };
 
