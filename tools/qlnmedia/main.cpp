@@ -27,6 +27,7 @@ int Fail(std::string_view line, qlnmedia::ExitStatus status) noexcept {
   return memory ? qlnmedia::kExitFailure : status;
 }
 
+#ifdef QLNMEDIA_SEES_ALLOCATIONS
 // Where there is no memory for an exception on its way, or libav stumbles over what it got no memory for.
 [[noreturn]] void EndWithoutMemory() {
   qlnmedia::PrintError("qlnmedia: ");
@@ -46,6 +47,7 @@ void OnCrash(int signal) {
   std::signal(signal, SIG_DFL);
   std::raise(signal);
 }
+#endif
 
 // Options of every command, which take effect as the command line is read; commands that do part of their
 // work in other processes hand them on.
