@@ -68,8 +68,11 @@ TextFileWriter::TextFileWriter(const std::string& path)
 }
 
 TextFileWriter::~TextFileWriter() {
-  if (file_ < 0) return;
-  close(file_);
+  if (file_ >= 0) Drop();
+}
+
+void TextFileWriter::Drop() {
+  close(std::exchange(file_, -1));
   unlink(beside_.c_str());
 }
 
@@ -93,7 +96,12 @@ void TextFileWriter::Send() {
 }
 
 void TextFileWriter::Finish() {
-  Send();
+  try {
+    Send();
+  } catch (...) {
+    Drop();
+    throw;
+  }
   // What a network's file system could not store is told by now, or by nobody.
   if (close(std::exchange(file_, -1)) == 0 && std::rename(beside_.c_str(), path_.c_str()) == 0) return;
   const int error = errno;

@@ -24,6 +24,7 @@ class TextFileWriter {
 
  private:
   void Send();
+  void Drop();
   [[noreturn]] void Fail(int error) const;
 
   std::string path_;

@@ -11,7 +11,6 @@
 #include "base/progress.h"
 #include "container/coded_stream.h"
 #include "container/mxf/order_told.h"
-#include "units/coded_stream.h"
 
 namespace qlnmedia {
 
@@ -90,7 +89,7 @@ StreamDescription MxfInput::Describe(unsigned index) const {
     if (stream.averageRate.numerator <= 0) stream.averageRate = track.editRate;
   }
   stream.raw = !timed_[place];
-  stream.ownOrder = !ordered_ && UnitCodecOf(stream.codec).has_value();
+  stream.ownOrder = !ordered_;
   stream.ownMarks = timed_[place];
   return stream;
 }
