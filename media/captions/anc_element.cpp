@@ -201,7 +201,10 @@ Bytes WriteAncElement(const std::vector<AncPacket>& packets, bool progressive) {
   Bytes element;
   Put(element, packets.size(), kCountBytes);
   for (const AncPacket& packet : packets) {
-    Bytes samples = {packet.did, packet.sdid, static_cast<uint8_t>(packet.words.size())};
+    Bytes samples;
+    samples.reserve(packet.words.size() + 2 * kAlignment);
+    for (const size_t byte : {size_t{packet.did}, size_t{packet.sdid}, packet.words.size()})
+      samples.push_back(static_cast<uint8_t>(byte));
     samples.insert(samples.end(), packet.words.begin(), packet.words.end());
     samples.push_back(AncChecksum(samples));
     Put(element, static_cast<size_t>(packet.line), 2);
