@@ -63,15 +63,16 @@ void AddUnitsOfSample(const Bytes& sample, std::vector<Bytes>& units) {
   }
 }
 
-void ReadMp4(const std::string& path, Content& content) {
+// Picture by picture; of a byte stream with the start codes that stand in it.
+void ReadSamples(const std::string& path, bool isMp4, Content& content) {
   AVFormatContext* format = nullptr;
-  Require(avformat_open_input(&format, path.c_str(), nullptr, nullptr) == 0, "an MP4 file");
+  Require(avformat_open_input(&format, path.c_str(), nullptr, nullptr) == 0, "a file of an encoder");
   const AVCodecParameters& codec = *format->streams[0]->codecpar;
   content.configuration.assign(codec.extradata, codec.extradata + codec.extradata_size);
   AVPacket* packet = av_packet_alloc();
   while (av_read_frame(format, packet) == 0) {
     content.samples.emplace_back(packet->data, packet->data + packet->size);
-    AddUnitsOfSample(content.samples.back(), content.units);
+    if (isMp4) AddUnitsOfSample(content.samples.back(), content.units);
     av_packet_unref(packet);
   }
   av_packet_free(&packet);
@@ -87,18 +88,42 @@ const Content& ContentOf(const Stream& stream) {
   const std::string path = EncodedFile(stream.file, "ffmpeg -y -f lavfi -i " + source + " -frames:v " +
                                                         std::to_string(stream.pictures) + " -threads 1 " +
                                                         stream.encoder + " " + stream.parameters + " {out}");
-  if (stream.isMp4) {
-    ReadMp4(path, content);
-  } else {
-    content.units = UnitsOf(ReadFile(path));
-  }
+  ReadSamples(path, stream.isMp4, content);
+  if (!stream.isMp4) content.units = UnitsOf(ReadFile(path));
   Require(content.units.size() > 6, stream.name);
   content.byteStream = WithStartCodes(content.units);
   return content;
 }
 
+// What people watch: pictures of 5 to 100 kB.
+constexpr Stream kOrdinary[] = {
+    {"x264_8M", "x264_8M.h264", "1920x1080", "25", 12,
+     "-c:v libx264 -pix_fmt yuv420p -preset veryfast -b:v 8M", "-x264-params keyint=6:bframes=2:slices=1",
+     false, 1920, 1088},
+    {"x264_slices_8M", "x264_slices_8M.h264", "1920x1080", "25", 12,
+     "-c:v libx264 -pix_fmt yuv420p -preset veryfast -b:v 8M", "-x264-params keyint=6:bframes=2:slices=4",
+     false, 1920, 1088},
+    {"x265_8M", "x265_8M.hevc", "1920x1080", "25", 12,
+     "-c:v libx265 -pix_fmt yuv420p -preset ultrafast -b:v 8M",
+     "-x265-params log-level=none:keyint=6:aud=1:repeat-headers=1", false, 1920, 1088},
+};
+
+constexpr Stream kHevcWithHrd = {
+    "hrd_1080p",
+    "hrd_1080p.hevc",
+    "1920x1080",
+    "25",
+    3,
+    "-c:v libx265 -pix_fmt yuv420p -preset ultrafast",
+    "-x265-params log-level=none:hrd=1:vbv-maxrate=20000:vbv-bufsize=20000:bitrate=20000:repeat-headers=1",
+    false,
+    1920,
+    1088};
+
 }  // namespace
 
+std::span<const Stream> OrdinaryStreams() { return kOrdinary; }
+const Stream& HevcStreamWithHrd() { return kHevcWithHrd; }
 std::span<const Stream> H264Streams() { return kH264; }
 std::span<const Stream> HevcStreams() { return kHevc; }
 

@@ -31,13 +31,21 @@ std::span<const Stream> H264Streams();
 // 1080p HDR10 with its SEI; fields as pictures of their own; four slices.
 std::span<const Stream> HevcStreams();
 
+// Encodes at the rate of everyday viewing by x264 in a slice and in four, and by x265: for frames as they
+// come.
+std::span<const Stream> OrdinaryStreams();
+
+// With HRD parameters, which the library reads in a short form of its own: its reader runs past the end.
+const Stream& HevcStreamWithHrd();
+
 // The NAL units of a stream, in order.
 const std::vector<Bytes>& UnitsOf(const Stream& stream);
 
 // The stream with a start code in front of each unit.
 const Bytes& ByteStreamOf(const Stream& stream);
 
-// The pictures of an MP4 stream with a size in front of each unit, and its configuration record.
+// The pictures of a stream as its encoder wrote them: in MP4 with a size in front of each unit, else with
+// start codes of three and four bytes; and the configuration record of MP4.
 const std::vector<Bytes>& SamplesOf(const Stream& stream);
 const Bytes& ConfigurationOf(const Stream& stream);
 

@@ -41,11 +41,11 @@ inline double ThreadSeconds() {
   return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
 
-// Times `work` alone, in a case that measures by hand: sets up anew in front of each of a few calls and takes
-// the median for each of them. Of the clock on the wall and that of the thread the shorter counts: the one is
-// exact for a moment, the other does not run while other programs do.
+// The seconds of `work` alone: sets up anew in front of each of a few calls and takes the median. Of the
+// clock on the wall and that of the thread the shorter counts: the one is exact for a moment, the other does
+// not run while other programs do.
 template <class SetUp, class Work>
-void TimeAlone(benchmark::State& run, SetUp setUp, Work work) {
+double SecondsAlone(SetUp setUp, Work work) {
   std::array<double, 9> seconds;
   for (double& taken : seconds) {
     setUp();
@@ -57,7 +57,13 @@ void TimeAlone(benchmark::State& run, SetUp setUp, Work work) {
     benchmark::ClobberMemory();
   }
   std::nth_element(seconds.begin(), seconds.begin() + seconds.size() / 2, seconds.end());
-  run.SetIterationTime(seconds[seconds.size() / 2] * seconds.size());
+  return seconds[seconds.size() / 2];
+}
+
+// The same in a case that measures by hand, counted for each of the calls.
+template <class SetUp, class Work>
+void TimeAlone(benchmark::State& run, SetUp setUp, Work work) {
+  run.SetIterationTime(SecondsAlone(setUp, work) * 9);
 }
 
 }  // namespace qln::bench

@@ -23,7 +23,7 @@ namespace {
 using qln::bench::Bytes;
 using qln::bench::Require;
 
-constexpr size_t kFileSize = size_t{32} << 20;
+constexpr size_t kFileSize = size_t{64} << 20;
 constexpr uint32_t kWindow = 65536;
 constexpr uint32_t kSmall = 16;
 
@@ -49,33 +49,20 @@ const File& TheFile() {
   return file;
 }
 
+// Anywhere in one window in the middle of the file.
 std::vector<Place> InsideTheWindow() {
   std::mt19937 random(1);
-  std::vector<Place> places(4096);
-  for (Place& place : places) place = {random() % (kWindow - kSmall - 1), kSmall};
+  std::vector<Place> places(65536);
+  for (Place& place : places) place = {kFileSize / 2 + random() % (kWindow - kSmall - 1), kSmall};
   return places;
 }
 
-// From front to back, worked out place by place: a list of them would cost more than a read. What is read
-// stays in the processor's caches, so that the calls are measured and not the memory behind them.
-class FrontToBack {
- public:
-  struct Iterator {
-    uint64_t position;
-    Place operator*() const { return {position, kSmall}; }
-    Iterator& operator++() {
-      position += kSmall;
-      return *this;
-    }
-    bool operator!=(const Iterator& other) const { return position != other.position; }
-  };
-  Iterator begin() const { return {0}; }
-  Iterator end() const { return {kEnd}; }
-  size_t size() const { return kEnd / kSmall; }
-
- private:
-  static constexpr uint64_t kEnd = uint64_t{1} << 20;
-};
+// The whole file from front to back.
+std::vector<Place> FrontToBack(uint32_t length) {
+  std::vector<Place> places;
+  for (uint64_t position = 0; position < kFileSize; position += length) places.push_back({position, length});
+  return places;
+}
 
 // 256 reads of 16 to 4096 bytes, the small ones more frequent, inside 48 KiB; then somewhere else.
 std::vector<Place> Clusters() {
@@ -148,7 +135,7 @@ void Pread(benchmark::State& run, const Places& places) {
 
 void FreadInOrder(benchmark::State& run) {
   std::FILE* const file = std::fopen(TheFile().path.c_str(), "rb");
-  ReadPlaces(run, FrontToBack(), [file](uint8_t* block, const Place& place) {
+  ReadPlaces(run, FrontToBack(kSmall), [file](uint8_t* block, const Place& place) {
     if (place.position == 0) std::rewind(file);
     if (std::fread(block, 1, place.length, file) != place.length) std::abort();
   });
@@ -157,7 +144,7 @@ void FreadInOrder(benchmark::State& run) {
 
 void StreamInOrder(benchmark::State& run) {
   std::ifstream file(TheFile().path, std::ios::binary);
-  ReadPlaces(run, FrontToBack(), [&file](uint8_t* block, const Place& place) {
+  ReadPlaces(run, FrontToBack(kSmall), [&file](uint8_t* block, const Place& place) {
     if (place.position == 0) file.seekg(0);
     file.read(reinterpret_cast<char*>(block), place.length);
   });
@@ -165,14 +152,20 @@ void StreamInOrder(benchmark::State& run) {
 
 void HitOurs(benchmark::State& run) { Ours(run, InsideTheWindow()); }
 void HitMapped(benchmark::State& run) { Mapped(run, InsideTheWindow()); }
-void OrderOurs(benchmark::State& run) { Ours(run, FrontToBack()); }
-void OrderPread(benchmark::State& run) { Pread(run, FrontToBack()); }
+void OrderOurs(benchmark::State& run) { Ours(run, FrontToBack(kSmall)); }
+void OrderMapped(benchmark::State& run) { Mapped(run, FrontToBack(kSmall)); }
+void OrderPread(benchmark::State& run) { Pread(run, FrontToBack(kSmall)); }
+void PagesOurs(benchmark::State& run) { Ours(run, FrontToBack(4096)); }
+void PagesPread(benchmark::State& run) { Pread(run, FrontToBack(4096)); }
 void ClustersOurs(benchmark::State& run) { Ours(run, Clusters()); }
 void ClustersPread(benchmark::State& run) { Pread(run, Clusters()); }
 
 BENCHMARK(HitOurs)->Name("read_cache_hit/ours");
 BENCHMARK(HitMapped)->Name("read_cache_hit/mmap");
 BENCHMARK(OrderOurs)->Name("read_cache_sequential/ours");
+BENCHMARK(OrderMapped)->Name("read_cache_sequential/mmap");
+BENCHMARK(PagesOurs)->Name("read_cache_pages/ours");
+BENCHMARK(PagesPread)->Name("read_cache_pages/pread");
 BENCHMARK(OrderPread)->Name("read_cache_sequential/pread");
 BENCHMARK(FreadInOrder)->Name("read_cache_sequential/fread");
 BENCHMARK(StreamInOrder)->Name("read_cache_sequential/ifstream");

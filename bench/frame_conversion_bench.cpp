@@ -5,6 +5,8 @@
 #include <benchmark/benchmark.h>
 
 #include <cstring>
+#include <string>
+#include <utility>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -166,6 +168,88 @@ void SampleLibav(benchmark::State& run) {
   av_packet_free(&whole);
   av_bsf_free(&filter);
 }
+
+// ---- Frames as encoders write them ----
+
+// Calls work(buffer, size) for each frame of a stream, each in copies of its own that stay in the
+// second-level cache, so many at once that the clock does not count.
+template <class Work>
+void TimeFrames(benchmark::State& run, const qln::bench::Stream& stream, Work work) {
+  constexpr size_t kTogether = 256 << 10;
+  constexpr size_t kSpare = 64;
+  for (auto _ : run) {
+    double seconds = 0;
+    for (const Bytes& frame : qln::bench::SamplesOf(stream)) {
+      const size_t room = frame.size() + kSpare;
+      const size_t copies = kTogether / room + 1;
+      Bytes all(copies * room);
+      seconds += qln::bench::SecondsAlone(
+                     [&] {
+                       for (size_t i = 0; i < copies; ++i)
+                         std::memcpy(&all[i * room], frame.data(), frame.size());
+                     },
+                     [&] {
+                       for (size_t i = 0; i < copies; ++i) work(&all[i * room], frame.size());
+                     }) /
+                 static_cast<double>(copies);
+    }
+    run.SetIterationTime(seconds);
+  }
+}
+
+// The start codes of a frame, and those of three bytes among them, one byte after the other.
+std::pair<size_t, size_t> CodesOf(const Bytes& frame) {
+  std::pair<size_t, size_t> codes;
+  for (size_t i = 0; i + 4 <= frame.size(); ++i) {
+    if (frame[i] != 0 || frame[i + 1] != 0 || frame[i + 2] != 1) continue;
+    ++codes.first;
+    codes.second += i == 0 || frame[i - 1] != 0;
+  }
+  return codes;
+}
+
+void FramesToSize(benchmark::State& run, const qln::bench::Stream& stream) {
+  size_t shortCodes = 0;
+  for (Bytes frame : qln::bench::SamplesOf(stream)) {
+    Require(frame.size() > 2000 && frame.size() < 200000, "frames of an ordinary encode");
+    const auto [codes, widened] = CodesOf(frame);
+    shortCodes += widened;
+    const size_t size = frame.size();
+    frame.resize(size + widened);
+    Require(qlnUtilh264MarkerToSize(frame.data(), static_cast<uint32_t>(size)) == frame.size(), "frames");
+    size_t units = 0;
+    for (size_t at = 0; at + 4 <= frame.size(); ++units) {
+      at += 4 + (size_t{frame[at]} << 24 | size_t{frame[at + 1]} << 16 | size_t{frame[at + 2]} << 8 |
+                 frame[at + 3]);
+      Require(at <= frame.size(), "units of a frame");
+    }
+    Require(units == codes, "units of a frame");
+  }
+  Require(shortCodes != 0, "start codes of three bytes");
+  TimeFrames(run, stream, [](uint8_t* frame, size_t size) {
+    qlnUtilh264MarkerToSize(frame, static_cast<uint32_t>(size));
+  });
+}
+
+void FramesMoved(benchmark::State& run, const qln::bench::Stream& stream) {
+  TimeFrames(run, stream, [](uint8_t* frame, size_t size) { std::memmove(frame + 1, frame, size); });
+}
+
+// A round looks at each frame many times, which takes far longer than what is told.
+[[maybe_unused]] const bool kRegistered = [] {
+  for (const qln::bench::Stream& stream : qln::bench::OrdinaryStreams()) {
+    const std::string row = std::string("codes_to_length_frames:") + stream.name;
+    benchmark::RegisterBenchmark((row + "/ours").c_str(),
+                                 [&stream](benchmark::State& run) { FramesToSize(run, stream); })
+        ->UseManualTime()
+        ->Iterations(3);
+    benchmark::RegisterBenchmark((row + "/memmove").c_str(),
+                                 [&stream](benchmark::State& run) { FramesMoved(run, stream); })
+        ->UseManualTime()
+        ->Iterations(3);
+  }
+  return true;
+}();
 
 #define QLN_TIMED(function, name, ...) \
   BENCHMARK_CAPTURE(function, row, __VA_ARGS__)->Name(name)->UseManualTime()

@@ -2,6 +2,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstring>
+
 #include "bench_streams.h"
 #include "libav_parser.h"
 #include "qlnutil/qlnh264.h"
@@ -71,6 +73,7 @@ void SpsOurs(benchmark::State& run, const Stream& stream) {
   OurSets sets(stream);
   Bytes unit = Sps(stream);
   for (auto _ : run) {
+    std::memset(&sets.sps, 0, sizeof sets.sps);  // as a host does, since a set need not have all elements
     QLNBitState state = StateOver(unit);
     benchmark::DoNotOptimize(qlnutilRead_SPS(&state, &sets.sps));
     benchmark::ClobberMemory();
@@ -81,6 +84,7 @@ void PpsOurs(benchmark::State& run, const Stream& stream) {
   OurSets sets(stream);
   Bytes unit = Pps(stream);
   for (auto _ : run) {
+    std::memset(&sets.pps, 0, sizeof sets.pps);
     QLNBitState state = StateOver(unit);
     benchmark::DoNotOptimize(qlnutilRead_PPS(&state, &sets.pps));
     benchmark::ClobberMemory();

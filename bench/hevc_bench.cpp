@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 
 #include "bench_streams.h"
+#include "kxutil/kxutil.h"
 #include "libav_parser.h"
 #include "qlnutil/qlnhevc.h"
 
@@ -69,6 +70,31 @@ void UnitLibav(benchmark::State& run, const Stream& stream, uint32_t type) {
     benchmark::DoNotOptimize(parser.ParsePadded(bytes));
     benchmark::ClobberMemory();
   }
+}
+
+// A set whose HRD parameters lead past the end. Its messages go to a host's sink for this thread.
+void SpsPastEndOurs(benchmark::State& run) {
+  const Stream& stream = qln::bench::HevcStreamWithHrd();
+  Bytes unit = FirstOfType(stream, kSps);
+  HevcSpsRecord record{};
+  size_t messages = 0;
+  KXDiagnosticSink sinkBefore = nullptr;
+  void* contextBefore = nullptr;
+  kxSetThreadDiagnosticSink(
+      [](uint32_t, const char* text, void* count) { *static_cast<size_t*>(count) += text[0] != 0; },
+      &messages, &sinkBefore, &contextBefore);
+  const auto read = [&] {
+    QLNBitState state{unit.data(), static_cast<int32_t>(unit.size()), static_cast<uint32_t>(unit.size()) * 8,
+                      0};
+    return qlnutilRead_HEVC_SPS(&state, &record, nullptr, 0);
+  };
+  read();
+  Require(messages == 1 && record.pic_width_in_luma_samples == 1920, "an SPS that runs past its end");
+  for (auto _ : run) {
+    benchmark::DoNotOptimize(read());
+    benchmark::ClobberMemory();
+  }
+  kxSetThreadDiagnosticSink(sinkBefore, contextBefore, nullptr, nullptr);
 }
 
 #ifdef QLN_HAVE_GSTREAMER
@@ -154,6 +180,14 @@ void PpsGStreamer(benchmark::State& run, const Stream& stream) {
     add("hevc_pps", "gstreamer", [&](benchmark::State& run) { PpsGStreamer(run, stream); });
 #endif
   }
+  const Stream& hrd = qln::bench::HevcStreamWithHrd();
+  benchmark::RegisterBenchmark("hevc_sps_past_end/ours", SpsPastEndOurs);
+  benchmark::RegisterBenchmark("hevc_sps_past_end/libavcodec",
+                               [&](benchmark::State& run) { UnitLibav(run, hrd, kSps); });
+#ifdef QLN_HAVE_GSTREAMER
+  benchmark::RegisterBenchmark("hevc_sps_past_end/gstreamer",
+                               [&](benchmark::State& run) { SpsGStreamer(run, hrd); });
+#endif
   return true;
 }();
 

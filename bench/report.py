@@ -33,8 +33,8 @@ def streams_of(row):
     return sorted(name for name in times if name.split(":")[0] == row)
 
 
-def ratio_of(row, reference):
-    """The median over the repetitions of ours to the reference; None where a case is missing."""
+def ratios_of(row, reference):
+    """Ours to the reference, round by round; None where a case is missing."""
     cases = times.get(row, {})
     others = [case for case in cases if case != "ours" and case not in LIMITS]
     names = [case for case in cases if case == reference] if reference != "fastest" else others
@@ -45,29 +45,37 @@ def ratio_of(row, reference):
     for i in range(count):
         best = min(cases[name][i] * int((re.search(r"_x(\d+)$", name) or [0, 1])[1]) for name in names)
         ratios.append(cases["ours"][i] / best)
-    return statistics.median(ratios)
+    return ratios
+
+
+def shown_as(ratio):
+    return f"{ratio:.3f}" if ratio < 0.1 else f"{ratio:.2f}"
 
 
 missed = 0
 count = 0
 if markdown:
-    print("| what | beside | ratio | goal | |\n|---|---|---|---|---|")
+    print("| what | beside | ratio | middle half | goal | |\n|---|---|---|---|---|---|")
 for goal_row, goal, reference in goals:
     # A peer need not have a case for every stream.
-    rows = [row for row in streams_of(goal_row) if ratio_of(row, reference) is not None]
+    rows = [row for row in streams_of(goal_row) if ratios_of(row, reference) is not None]
     for row in rows or [goal_row]:
-        ratio = ratio_of(row, reference)
-        verdict, shown = "", "-"
-        if ratio is None:
+        ratios = ratios_of(row, reference)
+        verdict, shown, spread = "", "-", "-"
+        if ratios is None:
             verdict = "not measured"
         else:
-            shown = f"{ratio:.3f}" if ratio < 0.1 else f"{ratio:.2f}"
+            ratio = statistics.median(ratios)
+            shown = shown_as(ratio)
+            # Between the quartiles: half of the rounds lie there.
+            low, _, high = statistics.quantiles(ratios, n=4) if len(ratios) > 1 else (ratio, ratio, ratio)
+            spread = f"{shown_as(low)}-{shown_as(high)}"
             verdict = "falls short" if goal is not None and ratio > goal else ""
             missed += verdict != ""
         count += goal is not None
         told = "none" if goal is None else f"{goal:g}"
         if markdown:
-            print(f"| {row} | {reference} | {shown} | {told} | {verdict} |")
+            print(f"| {row} | {reference} | {shown} | {spread} | {told} | {verdict} |")
         else:
-            print(f"{row:40} {reference:18} {shown:>8}  goal {told:<6} {verdict}")
+            print(f"{row:40} {reference:18} {shown:>8}  {spread:13} goal {told:<6} {verdict}")
 print(f"\n{count - missed} of {count} rows reach their goal or are not measured.")

@@ -14,9 +14,10 @@ install(FILES ${PROJECT_SOURCE_DIR}/support/kxutil/kxutil.h DESTINATION ${QLN_IN
 install(FILES ${PROJECT_SOURCE_DIR}/support/timecode/kxtimecode.h DESTINATION ${QLN_INCLUDE_DIR}/timecode)
 
 # Debug information goes into a file in the folder .debug beside each installed binary, where debuggers look, also when
-# the tree was moved.
+# the tree was moved. Packaging that splits it off on its own turns this off.
+option(QLN_SPLIT_DEBUG "Install debug information in files of its own" ON)
 function(qln_split_debug_information)
-  if(NOT CMAKE_OBJCOPY)
+  if(NOT CMAKE_OBJCOPY OR NOT QLN_SPLIT_DEBUG)
     return()
   endif()
   foreach(target IN LISTS ARGN)

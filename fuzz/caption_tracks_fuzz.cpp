@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     try {
       const auto track = qlnmedia::ReadCaptionTrackOf(source, place, {}, &damage);
       Expect(!track.events.empty());
-      int64_t last = -1;
+      int64_t last = INT64_MIN;
       for (const auto& event : track.events) {
         Expect(event.at > last);
         last = event.at;

@@ -52,6 +52,8 @@ Bytes Carried(const Bytes& bytes, uint32_t seed, bool changes, std::vector<Bytes
     told.mastering = qlnmedia::MasteringDisplay{};
     told.fullRange = true;
     told.sampleAspect = qlnmedia::SampleAspect{4, 3};
+    told.avcLevel = uint8_t{41};
+    told.avcSet3 = (seed & 4) != 0;
     for (const PictureTrack& track : carrier.tracks()) facts[{track.bodySid, track.number}] = told;
   }
   carrier.Prepare(facts);

@@ -1,11 +1,25 @@
 #!/usr/bin/env bash
 # Runs every fuzz target for SECONDS (default 60), or only those named behind it: scripts/fuzz.sh 60 find_nal_unit.
-# What a target finds stays in build/fuzz/findings/ with the input that shows it.
+# What a target finds stays in build/fuzz/findings/ with the input that shows it. Each run goes on from what earlier ones
+# have collected in build/fuzz/corpus/ (QLN_FUZZ_CORPUS names another folder, kept from build to build).
+#   --count      adds the run to the table of docs/fuzzing.md
+#   --minimise   then takes into the seeds, fuzz/corpus/, the smallest inputs collected that reach what no seed does
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+count=0
+minimise=0
+while [[ "${1:-}" == --* ]]; do
+  case "$1" in
+    --count) count=1 ;;
+    --minimise) minimise=1 ;;
+    *) echo "fuzz: no such option: $1" >&2 && exit 2 ;;
+  esac
+  shift
+done
 seconds=${1:-60}
 shift || true
+collected=${QLN_FUZZ_CORPUS:-build/fuzz/corpus}
 scripts/setup.sh
 mkdir -p build
 if ! cmake --preset fuzz >build/configure.log 2>&1; then
@@ -19,15 +33,23 @@ failed=()
 for program in build/fuzz/fuzz/*_fuzz; do
   name=$(basename "$program" _fuzz)
   if [ $# -gt 0 ] && [[ " $* " != *" $name "* ]]; then continue; fi
-  mkdir -p "build/fuzz/corpus/$name"
-  if "$program" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=4096 -max_len=4096 \
-      -artifact_prefix="build/fuzz/findings/$name-" \
-      "build/fuzz/corpus/$name" "fuzz/corpus/$name" >"build/fuzz/findings/$name.log" 2>&1; then
-    echo "fuzz: $name: nothing found in $seconds s"
-  else
+  mkdir -p "$collected/$name"
+  log=build/fuzz/findings/$name.log
+  status=0
+  "$program" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=4096 -max_len=4096 -print_final_stats=1 \
+    -artifact_prefix="build/fuzz/findings/$name-" "$collected/$name" "fuzz/corpus/$name" >"$log" 2>&1 || status=$?
+  if [ "$count" -eq 1 ]; then python3 scripts/fuzz_count.py docs/fuzzing.md "$name" "$log" "$seconds" "$status"; fi
+  if [ "$status" -ne 0 ]; then
     echo "fuzz: $name: FAILED"
-    tail -n 40 "build/fuzz/findings/$name.log"
+    tail -n 40 "$log"
     failed+=("$name")
+    continue
+  fi
+  echo "fuzz: $name: nothing found in $seconds s"
+  if [ "$minimise" -eq 1 ]; then
+    before=$(find "fuzz/corpus/$name" -type f | wc -l)
+    "$program" -merge=1 -max_len=4096 "fuzz/corpus/$name" "$collected/$name" >"$log.merge" 2>&1
+    echo "fuzz: $name: $(($(find "fuzz/corpus/$name" -type f | wc -l) - before)) new seeds"
   fi
 done
 [ ${#failed[@]} -eq 0 ]

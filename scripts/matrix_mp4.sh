@@ -175,8 +175,10 @@ witness() {
   fi
 }
 export -f witness
-# libavformat takes a run that names no place for one at the begin of its fragment; the rest is for everybody.
-find in -type f ! -name '*.init' ! -name '*.untrue' ! -name '*runs_follow*' -printf '%f\n' | sort -r | xargs -P "$(nproc)" -I{} bash -c 'witness "$1"' _ {} >wrong.txt
+# libavformat takes a run that names no place for one at the begin of its fragment, and places that a segment counts from its
+# own first byte are others behind an initialization segment; the rest is for everybody.
+find in -type f ! -name '*.init' ! -name '*.untrue' ! -name '*runs_follow*' ! -name '*auxiliary_wide*_alone.m4s' -printf '%f\n' |
+  sort -r | xargs -P "$(nproc)" -I{} bash -c 'witness "$1"' _ {} >wrong.txt
 cat wrong.txt
 echo "$(find in -type f ! -name '*.init' ! -name '*.untrue' | wc -l) files, $(grep -c . wrong.txt || true) that others see otherwise"
 [ $failed -eq 0 ] && [ ! -s wrong.txt ]

@@ -14,7 +14,7 @@ fi
 scripts/setup.sh --for tool
 mkdir -p build
 qlnmedia=build/tool/tools/qlnmedia/qlnmedia
-[ -x "$qlnmedia" ] || echo "run: building qlnmedia in build/tool, which takes up to ten minutes on two cores" >&2
+[ -x "$qlnmedia" ] || echo "run: building qlnmedia in build/tool, which takes some minutes on two cores" >&2
 if ! cmake --preset tool >build/run.log 2>&1; then
   cat build/run.log >&2
   exit 1

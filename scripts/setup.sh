@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages of scripts/packages.txt that are missing, and those named as arguments.
-#   scripts/setup.sh [PACKAGE...]                  all of them
+#   scripts/setup.sh [PACKAGE...]                  all but those on demand
 #   scripts/setup.sh --for tool,python [PACKAGE...]  those of these purposes
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -12,11 +12,16 @@ if [ "${1:-}" = --for ]; then
 fi
 wanted=()
 purpose=
+wants=no
 while read -r line; do
   case "$line" in
     '' | '#'*) ;;
-    '['*) purpose=${line%%]*} purpose=${purpose#[} ;;
-    *) if [[ -z "$purposes" || "$purposes" = *,$purpose,* ]]; then wanted+=("$line"); fi ;;
+    '['*)
+      purpose=${line%%]*} purpose=${purpose#[}
+      wants=no
+      if [[ "$purposes" = *,$purpose,* || -z "$purposes" && "$line" != *'] on demand'* ]]; then wants=yes; fi
+      ;;
+    *) if [ "$wants" = yes ]; then wanted+=("$line"); fi ;;
   esac
 done <scripts/packages.txt
 

@@ -16,6 +16,9 @@ namespace qlnmedia {
 
 using Json = nlohmann::ordered_json;
 
+// Null for an empty text.
+inline Json TextOrNull(const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); }
+
 // One syntax element by its published name; an array element holds a JSON array.
 struct Element {
   std::string name;

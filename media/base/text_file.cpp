@@ -58,8 +58,8 @@ std::string ReadTextFile(const std::string& path) {
   return text;
 }
 
-TextFileWriter::TextFileWriter(const std::string& path)
-    : path_(path), beside_(fmt::format("{}.{}.part", path, getpid())) {
+TextFileWriter::TextFileWriter(const std::string& path, const UnfinishedCallback& unfinished)
+    : path_(path), beside_(fmt::format("{}.{}.part", path, getpid())), unfinished_(unfinished, beside_) {
   struct stat status {};
   if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode))
     throw Error(path, "is no ordinary file", "name a file for the output");

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/unfinished.h"
+
 namespace qlnmedia {
 
 // Reads a file of at most 256 MB. Throws Error, saying why it cannot.
@@ -14,7 +16,8 @@ std::string ReadTextFile(const std::string& path);
 // reach the disk; what was there before then stays.
 class TextFileWriter {
  public:
-  explicit TextFileWriter(const std::string& path);
+  // `unfinished` hears of what stands beside the place meanwhile.
+  explicit TextFileWriter(const std::string& path, const UnfinishedCallback& unfinished = {});
   // Removes what was written if Finish did not put it in place.
   ~TextFileWriter();
   TextFileWriter(const TextFileWriter&) = delete;
@@ -29,6 +32,7 @@ class TextFileWriter {
 
   std::string path_;
   std::string beside_;
+  Unfinished unfinished_;
   std::string buffer_;
   int file_ = -1;
 };

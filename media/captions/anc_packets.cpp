@@ -8,6 +8,8 @@
 #include <iterator>
 #include <utility>
 
+#include "captions/bits.h"
+
 namespace qlnmedia::captions {
 
 namespace {
@@ -15,30 +17,7 @@ namespace {
 constexpr uint8_t kCaptions = 0x61;    // DID
 constexpr uint8_t kPacketForm = 0x01;  // SDID: CDP
 constexpr uint8_t kPairForm = 0x02;    // SDID: line 21
-constexpr uint8_t kField1 = 0x80;
-
-class Bits {
- public:
-  explicit Bits(std::span<const uint8_t> data) : data_(data) {}
-  size_t left() const { return data_.size() * 8 - at_; }
-  // The caller has seen that there are as many.
-  uint32_t Take(int count) {
-    uint32_t value = 0;
-    for (int i = 0; i < count; ++i, ++at_) value = value << 1 | (data_[at_ / 8] >> (7 - at_ % 8) & 1U);
-    return value;
-  }
-  uint32_t Peek(int count) {
-    const size_t at = at_;
-    const uint32_t value = Take(count);
-    at_ = at;
-    return value;
-  }
-  void Align() { at_ = (at_ + 7) / 8 * 8; }
-
- private:
-  std::span<const uint8_t> data_;
-  size_t at_ = 0;
-};
+constexpr uint8_t kFirstField = 0x80;
 
 // Bit 8 makes the number of set bits even, bit 9 is its opposite (ST 291).
 bool HasParity(uint32_t word) {
@@ -101,7 +80,7 @@ std::vector<AncPacket> ReadSt2038(std::span<const uint8_t> payload, std::vector<
   constexpr size_t kHeadBits = 60;  // up to data_count
   std::vector<AncPacket> packets;
   std::vector<uint16_t> words;
-  Bits bits(payload);
+  BitReader bits(payload);
   while (bits.left() >= 8 && bits.Peek(8) != 0xFF) {
     if (bits.left() < kHeadBits || bits.Take(6) != 0) {
       damage->emplace_back("bytes that begin no ANC packet");
@@ -148,7 +127,7 @@ std::optional<std::vector<Triplet>> CaptionsOfAnc(const AncPacket& packet, std::
     *reason = "a line 21 packet that has not three words";
     return {};
   }
-  const CcType field = (packet.words[0] & kField1) != 0 ? CcType::kField1 : CcType::kField2;
+  const CcType field = (packet.words[0] & kFirstField) != 0 ? CcType::kField1 : CcType::kField2;
   return std::vector<Triplet>{{true, field, packet.words[1], packet.words[2]}};
 }
 

@@ -10,7 +10,7 @@ namespace qlnmedia::captions {
 
 namespace {
 
-class Bits {
+class BitWriter {
  public:
   void Put(uint32_t value, int count) {
     for (int i = count - 1; i >= 0; --i) PutBit((value >> i & 1) != 0);
@@ -40,7 +40,7 @@ uint32_t WithParity(uint8_t value) {
 }  // namespace
 
 Bytes WriteSt2038(const AncPacket& packet) {
-  Bits bits;
+  BitWriter bits;
   bits.Put(0, 6);
   bits.Put(packet.chroma ? 1 : 0, 1);                  // c_not_y_channel_flag
   bits.Put(static_cast<uint32_t>(packet.line), 11);    // line_number

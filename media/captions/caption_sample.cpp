@@ -59,8 +59,8 @@ std::optional<CaptionSample> ReadCaptionSample(std::span<const uint8_t> sample, 
     } else if (type == TypeOf("ccdp")) {
       std::optional<CaptionPacket> packet = ReadCdp(Bytes(body.begin(), body.end()), reason);
       if (!packet) return {};
-      read.rate = packet->rate;
-      read.pictures.push_back(std::move(packet->triplets));
+      read.pictures.push_back(packet->triplets);
+      read.packets.push_back(std::move(*packet));
     }
   }
   return read;

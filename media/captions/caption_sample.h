@@ -16,7 +16,7 @@ namespace qlnmedia::captions {
 // What one sample holds.
 struct CaptionSample {
   std::vector<std::vector<Triplet>> pictures;  // one behind the other, which share the sample's time
-  std::optional<Rate> rate;                    // that a packet says
+  std::vector<CaptionPacket> packets;          // that pictures came in, where they did
 };
 
 // Reads a sample. A picture has a pair of each field that is there, or the triplets of a packet. Atoms of

@@ -6,6 +6,7 @@
 
 #include "captions/mcc_file.h"
 #include "captions/text_lines.h"
+#include "captions/what_it_is.h"
 
 namespace qlnmedia::captions {
 namespace {
@@ -128,7 +129,7 @@ std::optional<CaptionTrack> ReadCaptionTrack(std::string_view text, std::string*
   } else if (line.substr(0, 11) == "File Format") {
     track = FromMcc(text, reason);
   } else {
-    *reason = lines.Place("neither a Scenarist file (.scc) nor a MacCaption file (.mcc)");
+    *reason = lines.Place("neither a Scenarist file (.scc) nor a MacCaption file (.mcc)") + WhatItSeems(text);
     return std::nullopt;
   }
   if (track && track->events.empty()) {

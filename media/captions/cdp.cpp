@@ -11,6 +11,9 @@ constexpr uint8_t kTimeCodeSection = 0x71;
 constexpr uint8_t kCcDataSection = 0x72;
 constexpr uint8_t kServiceInfoSection = 0x73;
 constexpr uint8_t kFooter = 0x74;
+// Sections that later editions may bring, each with its length behind its identifier, which readers pass
+// over.
+constexpr uint8_t kFirstFuture = 0x75, kLastFuture = 0xEF;
 
 constexpr uint8_t kTimeCodePresent = 0x80;
 constexpr uint8_t kCcDataPresent = 0x40;
@@ -147,6 +150,10 @@ std::optional<CaptionPacket> ReadCdp(const Bytes& cdp, std::string* reason) {
   }
   if (section == kServiceInfoSection) {
     ReadServiceInfo(cursor, &packet);
+    section = cursor.Next();
+  }
+  while (section >= kFirstFuture && section <= kLastFuture) {
+    for (int left = cursor.Next(); left > 0; --left) cursor.Next();
     section = cursor.Next();
   }
   if (cursor.isShort()) return refuse("the packet is too short for its sections");

@@ -11,6 +11,7 @@
 #include "captions/cue_markup.h"
 #include "captions/line21_characters.h"
 #include "captions/text_lines.h"
+#include "captions/what_it_is.h"
 
 namespace qlnmedia::captions {
 
@@ -125,16 +126,16 @@ void TakePlace(int digit, Cue* cue) {
 class CueReader {
  public:
   CueReader(std::string_view text, std::string* reason)
-      : vtt_(IsWebVtt(text)), lines_(text), reason_(reason) {}
+      : vtt_(IsWebVtt(text)), all_(text), lines_(text), reason_(reason) {}
 
   std::optional<std::vector<Cue>> Read() {
-    if (vtt_) SkipBlock();
+    if (vtt_) SkipHeader();
     while (NextLine()) {
       if (line_.empty()) continue;
       if (!TakeBlock()) return {};
     }
     if (cues_.empty() && !vtt_) {
-      *reason_ = "holds no cues";
+      *reason_ = "holds no cues" + WhatItSeems(all_);
       return {};
     }
     return std::move(cues_);
@@ -142,7 +143,7 @@ class CueReader {
 
  private:
   bool NextLine() { return lines_.Next(&line_); }
-  bool Refuse(const char* what) {
+  bool Refuse(const std::string& what) {
     *reason_ = lines_.Place(what);
     return false;
   }
@@ -150,27 +151,54 @@ class CueReader {
     while (NextLine() && !line_.empty()) {
     }
   }
+  bool hasArrow() const { return line_.find(kArrow) != std::string_view::npos; }
+  // Up to a blank line, or to the first cue, which may stand right behind.
+  void SkipHeader() {
+    for (TextLines before = lines_; NextLine() && !line_.empty(); before = lines_) {
+      if (!hasArrow()) continue;
+      lines_ = before;
+      return;
+    }
+  }
+  // Goes on to the next line of a cue's text. The times of the next .vtt cue end it, with or without a blank
+  // line; a blank line does not end that of .srt where neither a number nor times follow.
+  bool NextTextLine() {
+    TextLines before = lines_;
+    if (!NextLine()) return false;
+    if (vtt_ && hasArrow()) {
+      lines_ = before;
+      return false;
+    }
+    if (!line_.empty() || vtt_) return !line_.empty();
+    before = lines_;
+    while (NextLine() && line_.empty()) {
+    }
+    std::string_view number = line_;
+    if (!line_.empty() && !hasArrow() && !(TakeNumber(&number, 9) && number.empty())) return true;
+    lines_ = before;
+    return false;
+  }
 
   bool TakeBlock() {
     const std::string_view word = line_.substr(0, line_.find_first_of(" \t"));
-    if (vtt_ && (word == "NOTE" || word == "STYLE" || word == "REGION") &&
-        line_.find(kArrow) == std::string_view::npos) {
+    if (vtt_ && (word == "NOTE" || word == "STYLE" || word == "REGION") && !hasArrow()) {
       SkipBlock();
       return true;
     }
-    if (line_.find(kArrow) == std::string_view::npos) {
+    if (!hasArrow()) {
       std::string_view number = line_;
       if (!vtt_ && (!TakeNumber(&number, 9) || !number.empty()))
-        return Refuse("neither the number nor the times of a cue");
-      if (!NextLine() || line_.find(kArrow) == std::string_view::npos)
-        return Refuse("the times of a cue are missing");
+        return Refuse("neither the number nor the times of a cue" + (last_ < 0 ? WhatItSeems(all_) : ""));
+      bool more = NextLine();
+      while (more && line_.empty() && !vtt_) more = NextLine();
+      if (!more || !hasArrow()) return Refuse("the times of a cue are missing");
     }
     Cue cue;
     if (!TakeTimes(&cue)) return false;
     CueMarkup markup(vtt_);
-    while (NextLine() && !line_.empty()) {
+    while (NextTextLine()) {
       const std::optional<std::u32string> text = FromUtf8(line_);
-      if (!text) return Refuse("no UTF-8");
+      if (!text) return Refuse("no UTF-8; seems to be Windows-1252 or the like, and is to be saved as UTF-8");
       const StyledText styled = markup.Take(*text);
       if (styled.text().find_first_not_of(U" \t") == std::u32string::npos) continue;
       CueLine line{lines_.number(), styled.text()};
@@ -215,11 +243,12 @@ class CueReader {
   }
 
   bool vtt_;
+  std::string_view all_;
   TextLines lines_;
   std::string* reason_;
   std::string_view line_;
   std::vector<Cue> cues_;
-  int64_t last_ = 0;
+  int64_t last_ = -1;  // when the last cue begins
 };
 
 }  // namespace

@@ -6,24 +6,12 @@
 #include <bit>
 #include <utility>
 
+#include "captions/line21_codes.h"
+
 namespace qlnmedia::captions {
 namespace {
 
-// Control codes of field 1, channel 1.
-constexpr uint8_t kControl = 0x14;
-constexpr uint8_t kResumeLoading = 0x20;
-constexpr uint8_t kEraseDisplayed = 0x2C;
-constexpr uint8_t kEraseNotDisplayed = 0x2E;
-constexpr uint8_t kEndOfCaption = 0x2F;
-
-constexpr int kLastRow = 15;
 constexpr size_t kLongestLine = 32;
-
-// First byte of the preamble address code of a row, and whether the second is the higher of its two.
-constexpr uint8_t kRowCode[kLastRow + 1] = {0,    0x11, 0x11, 0x12, 0x12, 0x15, 0x15, 0x16,
-                                            0x16, 0x17, 0x17, 0x10, 0x13, 0x13, 0x14, 0x14};
-constexpr bool kRowIsSecond[kLastRow + 1] = {false, false, true, false, true,  false, true,  false,
-                                             true,  false, true, false, false, true,  false, true};
 
 class Pairs {
  public:

@@ -10,6 +10,10 @@
 
 namespace qlnmedia::captions {
 
+// The safe area that the rows and columns fill, in hundredths of the picture.
+inline constexpr double kSafeBegin = 10;
+inline constexpr double kSafeSize = 80;
+
 // In the order of preamble address and mid-row codes.
 enum class Line21Colour : uint8_t { kWhite, kGreen, kBlue, kCyan, kRed, kYellow, kMagenta };
 

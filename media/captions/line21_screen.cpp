@@ -7,6 +7,7 @@
 
 #include "captions/line21.h"
 #include "captions/line21_characters.h"
+#include "captions/line21_codes.h"
 
 namespace qlnmedia::captions {
 
@@ -20,20 +21,14 @@ constexpr char32_t kSolidBlock = 0x2588;
 constexpr int kRows[8][2] = {{11, 11}, {1, 2}, {3, 4}, {12, 13}, {14, 15}, {5, 6}, {7, 8}, {9, 10}};
 
 enum Code : uint8_t {
-  kResumeLoading = 0x20,
   kBackspace = 0x21,
   kDeleteToEnd = 0x24,
   kRollUp2 = 0x25,
   kRollUp4 = 0x27,
   kFlashOn = 0x28,
   kResumeDirect = 0x29,
-  kEraseShown = 0x2C,
   kReturn = 0x2D,
-  kEraseHidden = 0x2E,
-  kEndOfCaption = 0x2F,
 };
-
-constexpr uint8_t kItalics = 7;  // where a colour may stand
 
 bool HasParity(uint8_t byte) { return WithOddParity(byte) == byte; }
 
@@ -134,14 +129,14 @@ void Line21Screen::Miscellaneous(uint8_t code, double seconds) {
     case kResumeDirect:
       mode_ = Mode::kPaintOn;
       break;
-    case kEraseShown:
+    case kEraseDisplayed:
       Break(seconds);
       shown_ = {};
       break;
     case kReturn:
       CarriageReturn(seconds);
       break;
-    case kEraseHidden:
+    case kEraseNotDisplayed:
       hidden_ = {};
       break;
     case kEndOfCaption:

@@ -6,6 +6,8 @@
 #include <array>
 #include <cstddef>
 
+#include "captions/bits.h"
+
 namespace qlnmedia::captions {
 
 namespace {
@@ -15,30 +17,13 @@ constexpr std::array<uint8_t, 4> kDvd = {'C', 'C', 0x01, 0xF8};
 constexpr uint8_t kDvdField1 = 0xFF;
 constexpr uint8_t kDvdField2 = 0xFE;
 
-// Bits from the front, most significant first; 0 behind the end, which `left` tells.
-class Bits {
- public:
-  explicit Bits(std::span<const uint8_t> data) : data_(data) {}
-  size_t left() const { return data_.size() * 8 - at_; }
-  uint32_t Take(int count) {
-    uint32_t value = 0;
-    for (int i = 0; i < count; ++i, ++at_) {
-      const bool bit = at_ / 8 < data_.size() && (data_[at_ / 8] >> (7 - at_ % 8) & 1) != 0;
-      value = value << 1 | (bit ? 1U : 0U);
-    }
-    return value;
-  }
-  // A byte whose least significant bit comes first, as line 21 sends it.
-  uint8_t TakeReversed() {
-    uint8_t value = 0;
-    for (int i = 0; i < 8; ++i) value = static_cast<uint8_t>(value | Take(1) << i);
-    return value;
-  }
-
- private:
-  std::span<const uint8_t> data_;
-  size_t at_ = 0;
-};
+// BitReader from the front, most significant first; 0 behind the end, which `left` tells.
+// A byte whose least significant bit comes first, as line 21 sends it.
+uint8_t TakeReversed(BitReader& bits) {
+  uint8_t value = 0;
+  for (int i = 0; i < 8; ++i) value = static_cast<uint8_t>(value | bits.Take(1) << i);
+  return value;
+}
 
 bool IsScte20(std::span<const uint8_t> data) {
   // Seven reserved bits, 1000000, whose first one some encoders leave 0; then vbi_data_flag.
@@ -54,15 +39,15 @@ bool IsDvd(std::span<const uint8_t> data) {
 std::optional<std::vector<Triplet>> ReadScte20UserData(std::span<const uint8_t> data, bool topFirst) {
   if (!IsScte20(data)) return {};
   constexpr size_t kEntryBits = 26;
-  Bits bits(data.subspan(2));
+  BitReader bits(data.subspan(2));
   std::vector<Triplet> triplets;
   const uint32_t cc_count = bits.Take(5);
   for (uint32_t i = 0; i < cc_count && bits.left() >= kEntryBits; ++i) {
     bits.Take(2);  // cc_priority
     const uint32_t field_number = bits.Take(2);
     bits.Take(5);  // line_offset
-    const uint8_t cc_data_1 = bits.TakeReversed();
-    const uint8_t cc_data_2 = bits.TakeReversed();
+    const uint8_t cc_data_1 = TakeReversed(bits);
+    const uint8_t cc_data_2 = TakeReversed(bits);
     bits.Take(1);  // marker_bit
     if (field_number == 0) continue;
     // The third field that is shown is the first one again.

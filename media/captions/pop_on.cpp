@@ -11,14 +11,11 @@
 
 #include "base/text.h"
 #include "captions/line21_characters.h"
+#include "captions/line21_look.h"
 
 namespace qlnmedia::captions {
 
 namespace {
-
-// The safe area of captions: the middle eight tenths of the picture.
-constexpr double kSafeBegin = 10;
-constexpr double kSafeSize = 80;
 
 using Row = StyledText;
 

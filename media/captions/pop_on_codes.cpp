@@ -6,32 +6,23 @@
 #include <utility>
 
 #include "captions/line21_characters.h"
+#include "captions/line21_codes.h"
 #include "captions/pop_on.h"
 
 namespace qlnmedia::captions {
 
 namespace {
 
-// Control codes of channel 1.
-constexpr uint8_t kControl = 0x14;
-constexpr uint8_t kResumeLoading = 0x20;
-constexpr uint8_t kEraseNotDisplayed = 0x2E;
 constexpr uint8_t kTabOffset = 0x17;
 constexpr uint8_t kFirstTab = 0x20;  // and the number of columns
 constexpr int kIndent = 4;           // columns from one preamble address code to the next
 
-// First byte of the preamble address code of a row, and whether the second is the higher of its two.
-constexpr uint8_t kRowCode[kLine21Rows + 1] = {0,    0x11, 0x11, 0x12, 0x12, 0x15, 0x15, 0x16,
-                                               0x16, 0x17, 0x17, 0x10, 0x13, 0x13, 0x14, 0x14};
-constexpr bool kRowIsSecond[kLine21Rows + 1] = {false, false, true, false, true,  false, true,  false,
-                                                true,  false, true, false, false, true,  false, true};
 constexpr uint8_t kWhiteIndent = 0x50;
 constexpr uint8_t kNoIndent = 0x40;  // and a colour or italics
 constexpr uint8_t kSecondRow = 0x20;
 constexpr uint8_t kMidRow = 0x11;
 constexpr uint8_t kFirstMidRow = 0x20;
-constexpr uint8_t kItalics = 7;  // where a colour stands otherwise
-constexpr int kMostTab = 3;      // columns
+constexpr int kMostTab = 3;  // columns
 
 class Coder {
  public:

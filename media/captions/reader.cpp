@@ -57,36 +57,56 @@ std::optional<Triplets> Mpeg2Captions(ByteSpan data) {
 
 }  // namespace
 
-std::optional<Triplets> CaptionsOf(VideoCodec codec, ByteSpan data, Framing framing) {
-  if (codec == VideoCodec::kMpeg2) return Mpeg2Captions(data);
+std::optional<Triplets> CaptionsOf(VideoCodec codec, PacketUnits& packet, Framing framing) {
+  if (codec == VideoCodec::kMpeg2) return Mpeg2Captions(packet.data());
   std::optional<Triplets> all;
   const std::optional<Codec> ofUnits = UnitCodecOf(codec);
   if (!ofUnits) return all;
-  for (const Unit& unit : TakeApart(data, framing).units) {
+  for (const Unit& unit : packet.In(*ofUnits, framing).units) {
     if (IsSei(*ofUnits, UnitType(*ofUnits, unit.bytes))) Append(all, ReadCaptionUnit(*ofUnits, unit.bytes));
   }
   return all;
+}
+
+std::optional<Triplets> CaptionsOf(VideoCodec codec, ByteSpan packet, Framing framing) {
+  PacketUnits apart(packet);
+  return CaptionsOf(codec, apart, framing);
 }
 
 size_t CaptionSurvey::captioned() const {
   return counts.size() - static_cast<size_t>(std::count(counts.begin(), counts.end(), kNone));
 }
 
-CaptionCounter::CaptionCounter(StreamDescription stream, bool keep)
+CaptionCounter::CaptionCounter(StreamDescription stream, size_t keepBytes)
     : stream_(std::move(stream)),
       framing_(ConfigOf(stream_).framing),
       order_(stream_),
       dropFrame_(stream_),
-      keep_(keep) {}
+      shown_(stream_),
+      keepBytes_(keepBytes) {}
 
 void CaptionCounter::Add(const PacketView& packet) {
-  order_.Add(packet);
+  PacketUnits apart(packet.data);
+  Add(packet, apart);
+}
+
+void CaptionCounter::Add(const PacketView& packet, PacketUnits& apart) {
+  order_.Add(packet, apart);
   dropFrame_.Add(packet.data);
-  const std::optional<Triplets> triplets = CaptionsOf(stream_.codec, packet.data, framing_);
+  fields_.push_back(shown_.Take(packet.data));
+  const std::optional<Triplets> triplets = CaptionsOf(stream_.codec, apart, framing_);
   const size_t count =
       triplets ? std::min<size_t>(triplets->size(), CaptionSurvey::kNone - 1) : CaptionSurvey::kNone;
   coded_.push_back(static_cast<uint8_t>(count));
-  if (keep_) kept_.push_back(triplets.value_or(Triplets()));
+  if (keepBytes_ != 0) Keep(triplets.value_or(Triplets()));
+}
+
+void CaptionCounter::Keep(Triplets triplets) {
+  keptBytes_ += sizeof triplets + triplets.capacity() * sizeof triplets[0];
+  kept_.push_back(std::move(triplets));
+  if (keptBytes_ <= keepBytes_) return;
+  keepBytes_ = 0;
+  kept_ = {};
 }
 
 CaptionSurvey CaptionCounter::Finish() {
@@ -96,6 +116,14 @@ CaptionSurvey CaptionCounter::Finish() {
   survey.dropFrame = dropFrame_.dropFrame();
   survey.counts.assign(survey.order.pictures, CaptionSurvey::kNone);
   survey.kept = std::move(kept_);
+  if (shown_.any()) {
+    survey.fields.assign(survey.order.pictures, 0);
+    for (size_t i = 0; i < fields_.size(); ++i) {
+      if (survey.order.places[i] != kNoPlace) survey.fields[survey.order.places[i]] = fields_[i];
+    }
+    survey.fieldRate = RateOfFields(survey.fields, survey.order, survey.pace.picturesPerSecond);
+    if (!survey.fieldRate) survey.fields.clear();
+  }
   uint32_t place = kNoPlace;
   for (size_t i = 0; i < coded_.size(); ++i) {
     // Captions of a second field belong to its frame.
@@ -121,7 +149,8 @@ void CaptionSorter::Send(uint32_t unfinished) {
 }
 
 void CaptionSorter::Add(const PacketView& packet) {
-  Add(CaptionsOf(codec_, packet.data, framing_).value_or(Triplets()));
+  PacketUnits apart(packet.data);
+  Add(CaptionsOf(codec_, apart, framing_).value_or(Triplets()));
 }
 
 void CaptionSorter::Add(const Triplets& more) {

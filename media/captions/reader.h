@@ -10,10 +10,12 @@
 #include <utility>
 #include <vector>
 
+#include "captions/shown_fields.h"
 #include "captions/user_data.h"
 #include "timing/picture_clock.h"
 #include "timing/timecode.h"
 #include "units/coded_stream.h"
+#include "units/packet_units.h"
 
 namespace qlnmedia {
 
@@ -24,7 +26,9 @@ inline bool MayHaveCaptions(VideoCodec codec) { return codec != VideoCodec::kOth
 
 // The caption triplets of one packet, all its messages after each other; nothing if it has none. `framing` is
 // not used for MPEG-2.
-std::optional<Triplets> CaptionsOf(VideoCodec codec, ByteSpan data, Framing framing);
+std::optional<Triplets> CaptionsOf(VideoCodec codec, ByteSpan packet, Framing framing);
+// The same with the packet's units, which others look at as well.
+std::optional<Triplets> CaptionsOf(VideoCodec codec, PacketUnits& packet, Framing framing);
 
 // What the first pass finds: some bytes for each picture.
 struct CaptionSurvey {
@@ -36,29 +40,43 @@ struct CaptionSurvey {
   Pace pace;
   std::optional<bool> dropFrame;  // whether its timecode leaves numbers out, where it has some
   std::vector<uint8_t> counts;    // triplets of each picture in presentation order, 254 for more, or kNone
-  // The triplets of each packet in coding order, of a stream that passes once; empty for all others.
+  // The triplets of each packet in coding order, where they were kept; else empty.
   std::vector<Triplets> kept;
+  // With pulldown, the fields that each picture is shown for, in presentation order, and how many there are
+  // in a second; else empty. Each field has as many triplets as pictures of that rate.
+  std::vector<uint8_t> fields;
+  std::optional<captions::Rate> fieldRate;
+  // Where a stream without captions may have them, and nobody looks; empty for most.
+  std::string elsewhere;
   size_t captioned() const;
 };
 
 // Makes a survey of one stream out of its packets in coding order.
 class CaptionCounter {
  public:
-  // A stream that may have captions. `keep`: its triplets are kept, for a second pass without the stream.
-  explicit CaptionCounter(StreamDescription stream, bool keep = false);
+  // A stream that may have captions. Its triplets are kept, for a second pass without the stream, unless they
+  // take more than `keepBytes` of memory.
+  explicit CaptionCounter(StreamDescription stream, size_t keepBytes = 0);
   void Add(const PacketView& packet);
+  // The same with the packet's units, which others look at as well.
+  void Add(const PacketView& packet, PacketUnits& apart);
   // Packets that were added.
   size_t packets() const { return coded_.size(); }
   // The survey of all that was added; the object is used up.
   CaptionSurvey Finish();
 
  private:
+  void Keep(Triplets triplets);
+
   StreamDescription stream_;
   Framing framing_;
   OrderSurvey order_;
   DropFrameFinder dropFrame_;
-  bool keep_;
-  std::vector<uint8_t> coded_;  // counts of each packet
+  ShownFields shown_;
+  size_t keepBytes_;  // 0 where none are kept, or no more
+  size_t keptBytes_ = 0;
+  std::vector<uint8_t> coded_;   // counts of each packet
+  std::vector<uint8_t> fields_;  // of each packet
   std::vector<Triplets> kept_;
 };
 

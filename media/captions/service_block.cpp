@@ -4,18 +4,15 @@
 
 #include <algorithm>
 
+#include "captions/service_codes.h"
+
 namespace qlnmedia::captions {
 namespace {
 
 constexpr size_t kMostBlockBytes = 31;
 constexpr size_t kMostPacketBytes = 128;  // header included
-constexpr int kExtendedService = 7;
 
-// Commands and codes of the C0 and C1 sets.
 constexpr uint8_t kEndOfText = 0x03;
-constexpr uint8_t kCarriageReturn = 0x0D;
-constexpr uint8_t kDeleteWindows = 0x8C;
-constexpr uint8_t kDefineWindow0 = 0x98;
 
 void AppendDefineWindow(int rows, Bytes* out) {
   // Visible, rows and columns unlocked; anchored by its lower middle point at 90% of the height; 32 columns;

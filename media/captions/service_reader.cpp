@@ -2,12 +2,13 @@
 
 #include "captions/service_reader.h"
 
+#include "captions/service_codes.h"
+
 namespace qlnmedia::captions {
 namespace {
 
 constexpr uint8_t kSizeCode = 0x3F;
 constexpr size_t kLargest = 128;  // what the size code 0 means
-constexpr int kExtendedService = 7;
 
 }  // namespace
 

@@ -5,13 +5,14 @@
 #include <algorithm>
 #include <tuple>
 
+#include "captions/service_codes.h"
+
 namespace qlnmedia::captions {
 namespace {
 
 // Codes of C0, C1 and the pages behind EXT1.
-constexpr uint8_t kBackspace = 0x08;
+constexpr uint8_t kErase = 0x08;
 constexpr uint8_t kFormFeed = 0x0C;
-constexpr uint8_t kCarriageReturn = 0x0D;
 constexpr uint8_t kHorizontalReturn = 0x0E;
 constexpr uint8_t kExtension = 0x10;
 constexpr uint8_t kTwoByteCharacter = 0x18;
@@ -20,10 +21,8 @@ constexpr uint8_t kClearWindows = 0x88;
 constexpr uint8_t kDisplayWindows = 0x89;
 constexpr uint8_t kHideWindows = 0x8A;
 constexpr uint8_t kToggleWindows = 0x8B;
-constexpr uint8_t kDeleteWindows = 0x8C;
 constexpr uint8_t kReset = 0x8F;
 constexpr uint8_t kSetPenLocation = 0x92;
-constexpr uint8_t kDefineWindow0 = 0x98;
 constexpr uint8_t kFirstG1 = 0xA0;
 
 constexpr char16_t kMusicNote = u'\u266A';
@@ -49,7 +48,7 @@ constexpr char16_t kG2[96] = {
     0,         0,         0,         0,         0,         u'\u215B', u'\u215C', u'\u215D', u'\u215E',
     u'\u2502', u'\u2510', u'\u2514', u'\u2500', u'\u2518', u'\u250C'};
 
-void AppendUtf8(char16_t c, std::string* text) {
+void AppendCharacter(char16_t c, std::string* text) {
   if (c < 0x80) {
     *text += static_cast<char>(c);
   } else if (c < 0x800) {
@@ -120,7 +119,7 @@ size_t ServiceScreen::TakeExtended(std::span<const uint8_t> bytes) {
 void ServiceScreen::Control(uint8_t code) {
   Window* const window = current();
   if (window == nullptr) return;
-  if (code == kBackspace && window->column > 0) {
+  if (code == kErase && window->column > 0) {
     --window->column;
     window->text[static_cast<size_t>(window->row)][static_cast<size_t>(window->column)] = 0;
   } else if (code == kFormFeed) {
@@ -218,7 +217,7 @@ std::string ServiceScreen::Text() const {
       if (begin == std::u16string::npos) continue;
       const size_t end = row.find_last_not_of(std::u16string_view(u"\0 ", 2)) + 1;
       if (!text.empty()) text += '\n';
-      for (const char16_t c : row.substr(begin, end - begin)) AppendUtf8(c == 0 ? u' ' : c, &text);
+      for (const char16_t c : row.substr(begin, end - begin)) AppendCharacter(c == 0 ? u' ' : c, &text);
     }
   }
   return text;

@@ -11,14 +11,12 @@
 #include <utility>
 
 #include "captions/line21_characters.h"
+#include "captions/line21_look.h"
 
 namespace qlnmedia::captions {
 
 namespace {
 
-// The safe area, in hundredths of the picture.
-constexpr double kSafeBegin = 10;
-constexpr double kSafeSize = 80;
 constexpr double kRowHeight = kSafeSize / kLine21Rows;
 constexpr double kColumnWidth = kSafeSize / kLine21Columns;
 
@@ -32,8 +30,8 @@ std::string TimeOf(double seconds) {
 }
 
 // Named colours of CSS and TTML; both call the full green lime.
-constexpr const char* kColours[] = {"white", "lime", "blue", "cyan", "red", "yellow", "magenta"};
-const char* NameOf(Line21Colour colour) { return kColours[static_cast<size_t>(colour)]; }
+constexpr const char* kCssNames[] = {"white", "lime", "blue", "cyan", "red", "yellow", "magenta"};
+const char* CssNameOf(Line21Colour colour) { return kCssNames[static_cast<size_t>(colour)]; }
 
 // Text that may stand in XML and in WebVTT; what no file can hold is replaced.
 std::string Escaped(const std::string& text) {
@@ -79,7 +77,7 @@ std::string VttOf(const StyledRow& row) {
     if (run.look.underline) piece = "<u>" + piece + "</u>";
     if (run.look.italic) piece = "<i>" + piece + "</i>";
     if (run.look.colour != Line21Colour::kWhite)
-      piece = fmt::format("<c.{}>{}</c>", NameOf(run.look.colour), piece);
+      piece = fmt::format("<c.{}>{}</c>", CssNameOf(run.look.colour), piece);
     text += piece;
   }
   return text;
@@ -90,7 +88,7 @@ std::string TtmlOf(const StyledRow& row) {
   for (const StyledRun& run : row.runs) {
     std::string looks;
     if (run.look.colour != Line21Colour::kWhite)
-      looks += fmt::format(" tts:color=\"{}\"", NameOf(run.look.colour));
+      looks += fmt::format(" tts:color=\"{}\"", CssNameOf(run.look.colour));
     if (run.look.italic) looks += " tts:fontStyle=\"italic\"";
     if (run.look.underline) looks += " tts:textDecoration=\"underline\"";
     const std::string piece = Escaped(run.text);

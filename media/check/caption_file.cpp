@@ -15,6 +15,7 @@
 #include "captions/mcc_file.h"
 #include "captions/pop_on_schedule.h"
 #include "captions/text_lines.h"
+#include "captions/what_it_is.h"
 #include "check/caption_packets.h"
 #include "container/caption_source.h"
 
@@ -112,7 +113,8 @@ void CheckScc(std::string_view text, Faults& faults) {
   while (lines.Next(&line) && TextLines::SaysNothing(line)) {
   }
   if (line != "Scenarist_SCC V1.0")
-    faults.Add(lines.number(), FindingKind::kDamage, "not the heading of a Scenarist file");
+    faults.Add(lines.number(), FindingKind::kDamage,
+               "not the heading of a Scenarist file" + captions::WhatItSeems(text));
   Labels labels(faults, kNominal);
   PairCheck pairs(faults.teller(), 1);
   int64_t sent = 0;  // the frame behind the last pair
@@ -222,7 +224,9 @@ void CheckMcc(std::string_view text, Faults& faults) {
   }
   std::string reason;
   const std::optional<captions::MccFile> file = captions::ReadMcc(head, &reason);
-  if (!file) return faults.Add(0, FindingKind::kDamage, "the head of the file is none: " + reason);
+  if (!file)
+    return faults.Add(0, FindingKind::kDamage,
+                      "the head of the file is none: " + reason + captions::WhatItSeems(text));
   MccCheck check(faults, *file);
   for (const auto& [number, line] : packets) check.Take(number, line);
   check.Finish();

@@ -57,26 +57,45 @@ void CaptionStreamCheck::Take(const MediaPacket& packet) {
   const auto found = ancillary_.find(packet.stream);
   if (found == ancillary_.end()) return;
   std::vector<std::string> damage;
-  const std::vector<captions::AncPacket> packets = reader_.Take(packet.view, &damage);
+  const std::vector<captions::AncPacket> packets = reader_.Take(packet, &damage);
   found->second.Take(packets, damage);
 }
 
 void CaptionStreamCheck::Finish() {
   for (auto& [stream, check] : ancillary_) check.Finish();
-  for (const CaptionTrackPlace& place : tracks_) {
-    std::vector<std::string> damage;
-    try {
-      ReadCaptionTrackOf(mp4::FileSource(file_.path()), place, {}, &damage);
-    } catch (const NotApplicable&) {  // a track that is empty
-    } catch (const Error& error) {
-      damage.emplace_back(error.what());
+  for (const CaptionTrackPlace& place : tracks_) CheckTrack(place);
+}
+
+void CaptionStreamCheck::CheckTrack(const CaptionTrackPlace& place) {
+  const TellFault tell = [&](int64_t at, FindingKind kind, const std::string& what, Severity severity) {
+    findings_.Add(place.stream, kind, what, at, severity);
+  };
+  CaptionPacketCheck packets(tell);
+  PairCheck fields[] = {PairCheck(tell, 1), PairCheck(tell, 2)};
+  const auto seen = [&](uint64_t number, const captions::CaptionSample* sample) {
+    const auto at = static_cast<int64_t>(number);
+    if (sample == nullptr) return packets.Skip();
+    for (const captions::CaptionPacket& packet : sample->packets) packets.Take(at, packet);
+    if (!sample->packets.empty()) return;
+    for (const auto& picture : sample->pictures) {
+      for (const captions::Triplet& t : picture)
+        fields[t.type == captions::CcType::kField2].Take(at, t.first, t.second);
     }
-    const std::string where = fmt::format("stream {}: ", place.stream);
-    for (const std::string& line : damage) {
-      const bool named = line.compare(0, where.size(), where) == 0;
-      findings_.Add(place.stream, FindingKind::kDamage,
-                    fmt::format("{} track: {}", place.format, named ? line.substr(where.size()) : line), -1);
-    }
+  };
+  std::vector<std::string> damage;
+  try {
+    ReadCaptionTrackOf(mp4::FileSource(file_.path()), place, {}, &damage, seen);
+  } catch (const NotApplicable&) {  // a track that is empty
+  } catch (const Error& error) {
+    damage.emplace_back(error.what());
+  }
+  packets.Finish();
+  for (PairCheck& field : fields) field.Finish();
+  const std::string where = fmt::format("stream {}: ", place.stream);
+  for (const std::string& line : damage) {
+    const bool named = line.compare(0, where.size(), where) == 0;
+    findings_.Add(place.stream, FindingKind::kDamage,
+                  fmt::format("{} track: {}", place.format, named ? line.substr(where.size()) : line), -1);
   }
 }
 

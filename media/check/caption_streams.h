@@ -34,7 +34,7 @@ class AncCheck {
 
 // Those of a file, by their packets and by their boxes. Damage, gaps in the counter of caption packets,
 // numbers of triplets that are not those of the rate, and pairs that CTA-608 does not have are found; frames
-// count the stream's packets.
+// count the stream's packets, or the track's samples.
 class CaptionStreamCheck {
  public:
   // `file` and `findings` must outlive this.
@@ -45,6 +45,8 @@ class CaptionStreamCheck {
   void Finish();
 
  private:
+  void CheckTrack(const CaptionTrackPlace& place);
+
   const MediaFile& file_;
   FindingList& findings_;
   AncStreamReader reader_;

@@ -17,8 +17,7 @@ class CaptionFindings {
       : survey_(survey),
         counts_(survey.counts),
         findings_(findings),
-        wanted_(survey.pace.rate ? static_cast<size_t>(qlnmedia::captions::InfoOf(*survey.pace.rate).triplets)
-                                 : 0) {}
+        wanted_(TripletsOf(survey.fieldRate ? survey.fieldRate : survey.pace.rate)) {}
 
   void Check() {
     for (size_t i = 0; i < counts_.size();) {
@@ -33,9 +32,15 @@ class CaptionFindings {
   }
 
  private:
+  static size_t TripletsOf(std::optional<captions::Rate> rate) {
+    return rate ? static_cast<size_t>(captions::InfoOf(*rate).triplets) : 0;
+  }
+  // Of picture `i`: with pulldown those of each field that it is shown for.
+  size_t Wanted(size_t i) const { return survey_.fieldRate ? wanted_ * survey_.fields[i] : wanted_; }
   // Pictures whose triplets stand on picture `i`, itself included.
   size_t Served(size_t i) const {
-    return wanted_ == 0 || counts_[i] == CaptionSurvey::kNone ? 1 : (counts_[i] + wanted_ - 1) / wanted_;
+    return Wanted(i) == 0 || counts_[i] == CaptionSurvey::kNone ? 1
+                                                                : (counts_[i] + Wanted(i) - 1) / Wanted(i);
   }
   // True for a picture with more than its own, and pictures without any in front of it or behind it.
   bool IsBurst(size_t i) const {
@@ -46,15 +51,16 @@ class CaptionFindings {
 
   void CheckCount(size_t i) {
     const size_t count = counts_[i];
-    if (wanted_ == 0 || count == wanted_) return;
+    const size_t wanted = Wanted(i);
+    if (wanted == 0 || count == wanted) return;
     if (IsBurst(i))
       return Add(
           fmt::format("a burst of {} caption triplets on one picture between pictures without any; its "
                       "rate asks for {} on each",
-                      count, wanted_),
+                      count, wanted),
           i);
     Add(fmt::format("a picture with {} caption triplets, {} than the {} of its rate", count,
-                    count > wanted_ ? "more" : "fewer", wanted_),
+                    count > wanted ? "more" : "fewer", wanted),
         i);
   }
 

@@ -34,9 +34,9 @@ class PictureCaptions {
   PictureCaptions(const MediaFile& file, unsigned stream)
       : stream_(stream), counter_(DescribeStream(file, stream)), order_(file, DescribeStream(file, stream)) {}
 
-  void Take(const MediaPacket& packet) {
+  void Take(const MediaPacket& packet, PacketUnits& apart) {
     if (packet.stream != stream_) return;
-    counter_.Add(packet.view);
+    counter_.Add(packet.view, apart);
     order_.Add(packet.view);
   }
   CaptionSurvey Finish() {
@@ -78,8 +78,9 @@ std::vector<Finding> CheckFile(const std::string& path, const ProgressCallback& 
   Progress meter(progress, "checking", file.sizeBytes());
   for (MediaPacket packet; file.Next(packet);) {
     meter.At(packet.view.position);
-    checker.Take(packet);
-    if (captions) captions->Take(packet);
+    PacketUnits apart(packet.view.data);
+    checker.Take(packet, apart);
+    if (captions) captions->Take(packet, apart);
   }
   meter.Done();
   if (!captions) return checker.Finish(nullptr);

@@ -6,15 +6,12 @@
 
 #include <cmath>
 
+#include "check/colour_codes.h"
 #include "sets/names.h"
 
 namespace qlnmedia {
 
 namespace {
-
-constexpr int kUnspecified = 2;
-constexpr int kPq = 16;
-constexpr int kHlg = 18;
 
 class FactChecker {
  public:

@@ -34,9 +34,9 @@ int64_t FileChecker::frames(unsigned stream) const {
   return stream < checkers_.size() && checkers_[stream] != nullptr ? checkers_[stream]->frames() : 0;
 }
 
-void FileChecker::Take(const MediaPacket& packet) {
+void FileChecker::Take(const MediaPacket& packet, PacketUnits& apart) {
   if (packet.stream < checkers_.size() && checkers_[packet.stream] != nullptr)
-    checkers_[packet.stream]->Take(packet.view);
+    checkers_[packet.stream]->Take(packet.view, apart);
   beside_.Take(packet);
 }
 

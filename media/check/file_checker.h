@@ -32,7 +32,12 @@ class FileChecker {
   int64_t frames(unsigned stream) const;
 
   // Takes the next packet of any stream.
-  void Take(const MediaPacket& packet);
+  void Take(const MediaPacket& packet) {
+    PacketUnits apart(packet.view.data);
+    Take(packet, apart);
+  }
+  // The same with the packet's units, which others look at as well.
+  void Take(const MediaPacket& packet, PacketUnits& apart);
   // All that was found in the packets, in the captions of `captioned` (null where nobody surveyed them), and
   // at the end of the file.
   std::vector<Finding> Finish(const CaptionSurvey* captions);

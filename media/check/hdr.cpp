@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "check/colour_codes.h"
 #include "hdr/base_layer.h"
 #include "hdr/values.h"
 #include "sets/names.h"
@@ -17,9 +18,6 @@ namespace qlnmedia {
 
 namespace {
 
-constexpr int kUnspecified = 2;
-constexpr int kPq = 16;
-constexpr int kHlg = 18;
 constexpr int kAlternativeTransfer = 147;  // SEI
 
 bool NamesOtherTransfer(Codec codec, const std::vector<Unit>& units) {

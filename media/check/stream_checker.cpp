@@ -63,11 +63,11 @@ StreamChecker::StreamChecker(const MediaStream& stream, FindingList& findings)
   for (std::string& text : ConfigHeadFindings(config_)) Add(FindingKind::kSets, std::move(text), -1);
 }
 
-void StreamChecker::Take(const PacketView& packet) {
+void StreamChecker::Take(const PacketView& packet, PacketUnits& apart) {
   if (stream_.encrypted) return;
   // What ends the stream, or the sequence in front, may come as a packet of its own, and so may slices of
   // higher layers: they are part of the frame before them.
-  const std::vector<Unit> units = UnitsOf(packet.data, frames_);
+  const std::vector<Unit> units = UnitsOf(apart.In(codec_, config_.framing), frames_);
   const bool frame = frames_ == 0 || !(EndsOnly(codec_, units) || CompletesPicture(codec_, units));
   const int64_t number = frame ? frames_ : frames_ - 1;
   const bool entry = BeginsSequence(codec_, units);
@@ -90,8 +90,7 @@ void StreamChecker::Finish() {
   timecode_.Finish();
 }
 
-std::vector<Unit> StreamChecker::UnitsOf(ByteSpan data, int64_t frame) {
-  UnitRun run = TakeApart(data, config_.framing);
+std::vector<Unit> StreamChecker::UnitsOf(const UnitRun& run, int64_t frame) {
   if (run.units.empty()) {
     Add(FindingKind::kDamage,
         config_.framing.startCodes() ? "a frame holds no start code"
@@ -100,10 +99,10 @@ std::vector<Unit> StreamChecker::UnitsOf(ByteSpan data, int64_t frame) {
     return {};
   }
   if (run.damaged()) Add(FindingKind::kDamage, "a length leads past the end of its frame", frame);
-  if (config_.framing.startCodes()) return std::move(run.units);
+  if (config_.framing.startCodes()) return run.units;
   std::vector<Unit> units;
   bool joined = false;  // with the unit in front
-  for (Unit& unit : run.units) {
+  for (const Unit& unit : run.units) {
     if (unit.bytes.empty() && unit.trailingZeros == 0) {
       Add(FindingKind::kDamage, "a unit of length 0", frame);
       continue;
@@ -111,7 +110,7 @@ std::vector<Unit> StreamChecker::UnitsOf(ByteSpan data, int64_t frame) {
     if (unit.join == Join::kBegins || (unit.join == Join::kContinues && !joined))
       Add(FindingKind::kDamage, "one length covers several units with start codes between them", frame);
     joined = unit.join != Join::kNone;
-    units.push_back(std::move(unit));
+    units.push_back(unit);
   }
   return units;
 }

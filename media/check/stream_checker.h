@@ -15,6 +15,7 @@
 #include "check/unit_order.h"
 #include "container/media_stream.h"
 #include "units/config_record.h"
+#include "units/packet_units.h"
 
 namespace qlnmedia {
 
@@ -25,7 +26,12 @@ class StreamChecker {
   StreamChecker(const MediaStream& stream, FindingList& findings);
 
   // Takes the next packet of the stream. What is encrypted is not judged.
-  void Take(const PacketView& packet);
+  void Take(const PacketView& packet) {
+    PacketUnits apart(packet.data);
+    Take(packet, apart);
+  }
+  // The same with the packet's units, which others look at as well.
+  void Take(const PacketView& packet, PacketUnits& apart);
   // Frames that were taken.
   int64_t frames() const { return frames_; }
   // At the end of the stream.
@@ -38,7 +44,7 @@ class StreamChecker {
   void AddChange(const SetKey& key, const std::string& name, int64_t before, int64_t frame, bool entry);
   void TakeSps(ByteSpan unit, int64_t frame);
   // The units of a packet; findings on how they are told apart.
-  std::vector<Unit> UnitsOf(ByteSpan data, int64_t frame);
+  std::vector<Unit> UnitsOf(const UnitRun& run, int64_t frame);
 
   const MediaStream& stream_;
   FindingList& findings_;

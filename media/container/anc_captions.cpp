@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "base/error.h"
@@ -28,12 +29,14 @@ std::optional<unsigned> FirstVideo(const MediaFile& file) {
 }
 
 // As libavformat names what stands in a data track.
-bool IsElementTrack(const MediaStream& stream) {
+bool IsOfType(const MediaStream& stream, std::string_view type) {
   return stream.kind == StreamKind::kData &&
-         std::any_of(stream.tags.begin(), stream.tags.end(), [](const Tag& tag) {
-           return tag.name == "data_type" && tag.text.find("smpte_436") != std::string::npos;
+         std::any_of(stream.tags.begin(), stream.tags.end(), [type](const Tag& tag) {
+           return tag.name == "data_type" && tag.text.find(type) != std::string::npos;
          });
 }
+bool IsElementTrack(const MediaStream& stream) { return IsOfType(stream, "smpte_436"); }
+bool IsLineTrack(const MediaStream& stream) { return IsOfType(stream, "vbi_smpte_436"); }
 
 // What the element of MXF that begins at a place holds: of the data items of a generic container (SMPTE ST
 // 379-1) the third byte of its number.
@@ -45,56 +48,6 @@ captions::AncElementKind KindAt(const mp4::Source& source, int64_t position) {
   const bool lines = at + kTypeAt < reader.size() && reader.U8(at + kTypeAt) == kLines;
   return lines ? captions::AncElementKind::kLines : captions::AncElementKind::kPackets;
 }
-
-// Gathers what packets hold.
-class Gathering {
- public:
-  explicit Gathering(AncContents& contents) : contents_(contents) {}
-
-  void Add(const std::vector<captions::AncPacket>& packets, const std::string& place,
-           std::optional<double> seconds) {
-    TimedTriplets timed;
-    bool second = !packets.empty();
-    for (const captions::AncPacket& packet : packets) {
-      Count(packet);
-      std::string reason;
-      const auto read = captions::CaptionsOfAnc(packet, &contents_.rate, &reason);
-      if (!reason.empty()) damage.Add(place, reason);
-      if (!read) continue;
-      timed.triplets.insert(timed.triplets.end(), read->begin(), read->end());
-      second = second && packet.field == 2;
-      Announced(packet);
-    }
-    if (timed.triplets.empty() || !seconds) return;
-    timed.seconds = *seconds;
-    timed.secondField = second;
-    contents_.captions.push_back(std::move(timed));
-  }
-
-  DamagedPlaces damage{"packets"};
-
- private:
-  void Count(const captions::AncPacket& packet) {
-    AncKind& kind = contents_.kinds[{packet.did, packet.sdid, packet.chroma}];
-    ++kind.count;
-    kind.lines.insert(packet.line);
-    if (packet.field != 0) kind.fields.insert(packet.field);
-  }
-
-  void Announced(const captions::AncPacket& packet) {
-    std::string reason;
-    if (packet.did != kCaptions || packet.sdid != kPacketForm) return;
-    const std::optional<captions::CaptionPacket> read = captions::ReadCdp(packet.words, &reason);
-    if (!read || read->serviceInfo.empty()) return;
-    for (AnnouncedService& service : ServicesOfSection(read->serviceInfo)) {
-      const bool known = std::any_of(contents_.services.begin(), contents_.services.end(),
-                                     [&](const auto& other) { return other.name == service.name; });
-      if (!known) contents_.services.push_back(std::move(service));
-    }
-  }
-
-  AncContents& contents_;
-};
 
 // Packets of other streams are not read, where the demuxer can leave them.
 void ReadOnly(MediaFile& file, unsigned stream, std::optional<unsigned> video) {
@@ -123,6 +76,9 @@ std::vector<unsigned> FindAncStreams(const MediaFile& file) {
 
 AncStreamReader::AncStreamReader(const MediaFile& file) : mxf_(file.isMxf()) {
   if (mxf_ && !file.isPipe()) source_ = std::make_unique<mp4::FileSource>(file.path());
+  for (const MediaStream& stream : file.streams()) {
+    if (mxf_ && file.isPipe() && IsLineTrack(stream)) lines_.insert(stream.index);
+  }
   const std::optional<unsigned> video = FirstVideo(file);
   if (!video) return;
   const MediaStream& pictures = file.streams()[*video];
@@ -132,58 +88,104 @@ AncStreamReader::AncStreamReader(const MediaFile& file) : mxf_(file.isMxf()) {
 
 AncStreamReader::~AncStreamReader() = default;
 
-std::vector<captions::AncPacket> AncStreamReader::Take(const PacketView& packet,
+std::vector<captions::AncPacket> AncStreamReader::Take(const MediaPacket& packet,
                                                        std::vector<std::string>* damage) {
+  using captions::AncElementKind;
   if (mxf_) {
-    const captions::AncElementKind kind =
-        source_ == nullptr ? captions::AncElementKind::kPackets : KindAt(*source_, packet.position);
-    return captions::ReadAncElement(packet.data, kind, damage);
+    const AncElementKind ofTrack =
+        lines_.count(packet.stream) != 0 ? AncElementKind::kLines : AncElementKind::kPackets;
+    const AncElementKind kind = source_ == nullptr ? ofTrack : KindAt(*source_, packet.view.position);
+    return captions::ReadAncElement(packet.view.data, kind, damage);
   }
-  std::vector<captions::AncPacket> packets = captions::ReadSt2038(packet.data, damage);
+  std::vector<captions::AncPacket> packets = captions::ReadSt2038(packet.view.data, damage);
   for (captions::AncPacket& one : packets) one.field = captions::FieldOfLine(one.line, height_, interlaced_);
   return packets;
 }
 
-AncContents ReadAncContents(const std::string& path, unsigned stream, const ProgressCallback& progress,
-                            uint64_t most) {
-  MediaFile file(path);
-  // The pictures of MXF begin with its first frame.
-  const std::optional<unsigned> video = file.isMxf() ? std::nullopt : FirstVideo(file);
-  const auto secondsOf = [&file](const MediaPacket& packet) {
-    return static_cast<double>(packet.view.pts) * file.streams()[packet.stream].coded.timeBase.value();
-  };
-  ReadOnly(file, stream, video);
-  AncStreamReader reader(file);
-  AncContents contents;
-  Gathering gathering(contents);
-  std::optional<double> first;  // time of the first picture
-  Progress meter(progress, "reading", file.sizeBytes());
-  for (MediaPacket packet; contents.packets < most && file.Next(packet);) {
-    meter.At(packet.view.position);
-    const bool timed = packet.view.pts != kNoTime;
-    if (packet.stream == video && timed)
-      first = first ? std::min(*first, secondsOf(packet)) : secondsOf(packet);
-    if (packet.stream != stream) continue;
-    const std::string place = fmt::format("packet {} at byte {}", contents.packets++, packet.view.position);
-    std::vector<std::string> damaged;
-    const std::vector<captions::AncPacket> packets = reader.Take(packet.view, &damaged);
-    for (const std::string& what : damaged) gathering.damage.Add(place, what);
-    if (!timed) gathering.damage.Add(place, "a packet without a time");
-    gathering.Add(packets, place, timed ? std::optional(secondsOf(packet)) : std::nullopt);
-  }
-  meter.Done();
-  gathering.damage.Tell(fmt::format("stream {}", stream), &contents.damage);
-  if (!contents.rate && file.isMxf()) contents.rate = RateOfFrames(file.streams()[stream]);
-  if (contents.captions.empty()) return contents;
-  const double begin = file.isMxf() ? 0 : first.value_or(contents.captions.front().seconds);
-  for (TimedTriplets& one : contents.captions) one.seconds -= begin;
-  return contents;
+AncGathering::AncGathering(const MediaFile& file, unsigned stream)
+    : file_(file), stream_(stream), video_(file.isMxf() ? std::nullopt : FirstVideo(file)), reader_(file) {}
+
+double AncGathering::SecondsOf(const MediaPacket& packet) const {
+  return static_cast<double>(packet.view.pts) * file_.streams()[packet.stream].coded.timeBase.value();
 }
 
-captions::CaptionTrack ReadAncStream(const std::string& path, unsigned stream,
-                                     std::optional<captions::Rate> asked, std::vector<std::string>* damage,
-                                     const ProgressCallback& progress) {
-  AncContents contents = ReadAncContents(path, stream, progress);
+void AncGathering::Take(const MediaPacket& packet) {
+  const bool timed = packet.view.pts != kNoTime;
+  if (packet.stream == video_ && timed)
+    first_ = first_ ? std::min(*first_, SecondsOf(packet)) : SecondsOf(packet);
+  if (packet.stream != stream_) return;
+  const std::string place = fmt::format("packet {} at byte {}", contents_.packets++, packet.view.position);
+  std::vector<std::string> damaged;
+  const std::vector<captions::AncPacket> packets = reader_.Take(packet, &damaged);
+  for (const std::string& what : damaged) damage_.Add(place, what);
+  if (!timed) damage_.Add(place, "a packet without a time");
+  Add(packets, place, timed ? std::optional(SecondsOf(packet)) : std::nullopt);
+}
+
+void AncGathering::Add(const std::vector<captions::AncPacket>& packets, const std::string& place,
+                       std::optional<double> seconds) {
+  TimedTriplets timed;
+  bool second = !packets.empty();
+  for (const captions::AncPacket& packet : packets) {
+    Count(packet);
+    std::string reason;
+    const auto read = captions::CaptionsOfAnc(packet, &contents_.rate, &reason);
+    if (!reason.empty()) damage_.Add(place, reason);
+    if (!read) continue;
+    timed.triplets.insert(timed.triplets.end(), read->begin(), read->end());
+    second = second && packet.field == 2;
+    Announced(packet);
+  }
+  if (timed.triplets.empty() || !seconds) return;
+  timed.seconds = *seconds;
+  timed.secondField = second;
+  contents_.captions.push_back(std::move(timed));
+}
+
+void AncGathering::Count(const captions::AncPacket& packet) {
+  AncKind& kind = contents_.kinds[{packet.did, packet.sdid, packet.chroma}];
+  ++kind.count;
+  kind.lines.insert(packet.line);
+  if (packet.field != 0) kind.fields.insert(packet.field);
+}
+
+void AncGathering::Announced(const captions::AncPacket& packet) {
+  std::string reason;
+  if (packet.did != kCaptions || packet.sdid != kPacketForm) return;
+  const std::optional<captions::CaptionPacket> read = captions::ReadCdp(packet.words, &reason);
+  if (!read || read->serviceInfo.empty()) return;
+  for (AnnouncedService& service : ServicesOfSection(read->serviceInfo)) {
+    const bool known = std::any_of(contents_.services.begin(), contents_.services.end(),
+                                   [&](const auto& other) { return other.name == service.name; });
+    if (!known) contents_.services.push_back(std::move(service));
+  }
+}
+
+AncContents AncGathering::Finish() {
+  damage_.Tell(fmt::format("stream {}", stream_), &contents_.damage);
+  if (!contents_.rate && file_.isMxf()) contents_.rate = RateOfFrames(file_.streams()[stream_]);
+  if (contents_.captions.empty()) return std::move(contents_);
+  const double begin = file_.isMxf() ? 0 : first_.value_or(contents_.captions.front().seconds);
+  for (TimedTriplets& one : contents_.captions) one.seconds -= begin;
+  return std::move(contents_);
+}
+
+AncContents ReadAncContents(const MediaInput& input, unsigned stream, const ProgressCallback& progress,
+                            uint64_t most) {
+  MediaFile file(input);
+  ReadOnly(file, stream, file.isMxf() ? std::nullopt : FirstVideo(file));
+  AncGathering gathering(file, stream);
+  Progress meter(progress, "reading", file.sizeBytes());
+  for (MediaPacket packet; gathering.packets() < most && file.Next(packet);) {
+    meter.At(packet.view.position);
+    gathering.Take(packet);
+  }
+  meter.Done();
+  return gathering.Finish();
+}
+
+captions::CaptionTrack TrackOfAnc(AncContents contents, const std::string& path, unsigned stream,
+                                  std::optional<captions::Rate> asked, std::vector<std::string>* damage) {
   const std::string where = fmt::format("stream {}", stream);
   damage->insert(damage->end(), contents.damage.begin(), contents.damage.end());
   if (contents.captions.empty()) throw NotApplicable(path, where + " has no captions");

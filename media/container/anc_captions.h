@@ -30,13 +30,14 @@ class AncStreamReader {
   explicit AncStreamReader(const MediaFile& file);
   ~AncStreamReader();
   // The ancillary packets of one packet; `damage` takes a line for each that is left out.
-  std::vector<captions::AncPacket> Take(const PacketView& packet, std::vector<std::string>* damage);
+  std::vector<captions::AncPacket> Take(const MediaPacket& packet, std::vector<std::string>* damage);
 
  private:
   bool mxf_;
   int height_ = 0;  // of the first video
   bool interlaced_ = false;
-  std::unique_ptr<mp4::Source> source_;  // of MXF
+  std::unique_ptr<mp4::Source> source_;  // of MXF in a file
+  std::set<unsigned> lines_;             // of MXF in a pipe: the streams whose elements are of lines
 };
 
 // Packets of one kind.
@@ -62,15 +63,42 @@ struct AncContents {
   std::vector<std::string> damage;  // a line for each kind, with the first place and how many there are
 };
 
+// Gathers the contents of one stream, packet by packet of its file.
+class AncGathering {
+ public:
+  // `file` must outlive this.
+  AncGathering(const MediaFile& file, unsigned stream);
+  // Takes those of its stream, and the times of the first video's; passes over all others.
+  void Take(const MediaPacket& packet);
+  uint64_t packets() const { return contents_.packets; }
+  // Of all that was taken; the object is used up.
+  AncContents Finish();
+
+ private:
+  void Add(const std::vector<captions::AncPacket>& packets, const std::string& place,
+           std::optional<double> seconds);
+  void Count(const captions::AncPacket& packet);
+  void Announced(const captions::AncPacket& packet);
+  double SecondsOf(const MediaPacket& packet) const;
+
+  const MediaFile& file_;
+  unsigned stream_;
+  std::optional<unsigned> video_;  // nothing for MXF, whose pictures begin with its first frame
+  AncStreamReader reader_;
+  std::optional<double> first_;  // time of the first picture
+  AncContents contents_;
+  DamagedPlaces damage_{"packets"};
+};
+
 // Reads a stream, or its first `most` packets. What is damaged is left out.
-AncContents ReadAncContents(const std::string& path, unsigned stream, const ProgressCallback& progress = {},
+AncContents ReadAncContents(const MediaInput& input, unsigned stream, const ProgressCallback& progress = {},
                             uint64_t most = UINT64_MAX);
 
-// The captions of a stream by its times. The rate is `asked`, what its packets or frames say, or that of line
-// 21. `damage` takes what AncContents has. Throws NotApplicable for a stream without captions.
-captions::CaptionTrack ReadAncStream(const std::string& path, unsigned stream,
-                                     std::optional<captions::Rate> asked, std::vector<std::string>* damage,
-                                     const ProgressCallback& progress);
+// The captions of what was read of a stream of the file `path`, by its times; those in front of the first
+// picture have negative ones. The rate is `asked`, what its packets or frames say, or that of line 21.
+// `damage` takes what AncContents has. Throws NotApplicable for a stream without captions.
+captions::CaptionTrack TrackOfAnc(AncContents contents, const std::string& path, unsigned stream,
+                                  std::optional<captions::Rate> asked, std::vector<std::string>* damage);
 
 }  // namespace qlnmedia
 

@@ -29,9 +29,13 @@ struct AncFileElement {
 std::optional<std::string> ReadAncElements(std::string_view file,
                                            const std::function<void(const AncFileElement&)>& take);
 
-// The captions of such a file: those of each element on a picture, at the rate that its caption packets have,
-// else at `asked` or that of line 21. `damage` takes a line for each kind of damage. Throws Error in the name
-// of `path` for a file that is none or has no captions.
+// The captions of such a file, at the rate that its caption packets have, else at `asked` or that of line 21.
+// SMPTE ST 436 makes an element of all that a frame has, of both its fields: each is a picture, whether it
+// has packets or not, and what its packets hold belongs to that one picture in their order, be they on
+// several lines, of either field or caption packets that follow each other. Where each element with captions
+// has two caption packets of 50 pictures a second or more, its frame is made of two pictures, as fields are
+// there, and each has one. `damage` takes a line for each kind of damage. Throws Error in the name of `path`
+// for a file that is none or has no captions.
 captions::CaptionTrack ReadAncFile(std::string_view file, const std::string& path,
                                    std::optional<captions::Rate> asked, std::vector<std::string>* damage);
 

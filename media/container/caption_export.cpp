@@ -207,18 +207,18 @@ std::string CaptionFileText(const std::string& in, CaptionFileKind kind, const s
 
 void WriteCaptionFile(const std::string& in, const std::string& out, const std::string& service,
                       const ProgressCallback& progress, const CaptionTiming& timing,
-                      const CaptionSourceOptions& source) {
+                      const CaptionSourceOptions& source, const UnfinishedCallback& unfinished) {
   const std::optional<CaptionFileKind> kind = CaptionFileKindOf(out);
   if (!kind)
     throw Error(out, "is no kind of caption file that is known",
                 "end it in .mcc, .scc, .anc, .srt, .vtt, .ttml or .txt");
   std::optional<TextFileWriter> file;
   const auto take = [&](std::string_view piece) {
-    if (!file) file.emplace(out);
+    if (!file) file.emplace(out, unfinished);
     file->Write(piece);
   };
   MakeCaptionFile(in, *kind, service, timing, source, take, progress);
-  if (!file) file.emplace(out);
+  if (!file) file.emplace(out, unfinished);
   file->Finish();
 }
 

@@ -22,50 +22,12 @@
 #include "container/media_file.h"
 #include "container/media_input.h"
 #include "container/mxf/klv.h"
+#include "container/picture_captions.h"
+#include "container/pipe_captions.h"
 
 namespace qlnmedia {
 
 namespace {
-
-double PerSecond(captions::Rate rate) {
-  const captions::RateInfo& info = captions::InfoOf(rate);
-  return static_cast<double>(info.numerator) / info.denominator;
-}
-
-Pace PaceOfRate(captions::Rate rate) {
-  Pace pace;
-  pace.rate = pace.nominal = rate;
-  pace.picturesPerSecond = PerSecond(rate);
-  return pace;
-}
-
-// The coded pictures of a stream.
-class PictureSource final : public CaptionSource {
- public:
-  PictureSource(const MediaInput& input, const CaptionTiming& timing, const ProgressCallback& progress)
-      : survey_(SurveyCaptions(input, SIZE_MAX, progress)) {
-    stream = survey_.stream;
-    pictures = survey_.counts.size();
-    captioned = survey_.captioned();
-    if (captioned == 0) throw NotApplicable(input.path(), fmt::format("stream {} has no captions", stream));
-    pace = survey_.pace = AskedPace(survey_.pace, survey_.order, timing.rate);
-    dropFrame = survey_.dropFrame;
-  }
-
-  double Read(const std::function<void(const CaptionedPicture&)>& take,
-              const ProgressCallback& progress) override {
-    PictureClock clock(survey_.order, survey_.pace);
-    const auto count = [&](const CaptionedPicture& picture) {
-      take(picture);
-      clock.Next();
-    };
-    ReadCaptions(survey_, count, progress);
-    return clock.seconds();
-  }
-
- private:
-  CaptionSurvey survey_;
-};
 
 // A caption file as pictures of one rate, from the first to the last with captions.
 class TrackSource final : public CaptionSource {
@@ -161,14 +123,15 @@ std::vector<CaptionStream> AncStreamsOf(const std::string& path, const ProgressC
   std::vector<CaptionStream> streams;
   for (const unsigned index : FindAncStreams(MediaFile(path)))
     streams.push_back({index, "ancillary data", [path, index, progress](auto asked, auto* damage) {
-                         return ReadAncStream(path, index, asked, damage, progress);
+                         return TrackOfAnc(ReadAncContents(path, index, progress), path, index, asked,
+                                           damage);
                        }});
   return streams;
 }
 
 // By what a file begins with; none of files that have no such streams.
 std::vector<CaptionStream> CaptionStreamsOf(const std::string& path, const ProgressCallback& progress) {
-  constexpr uint8_t kSync = 0x47;  // of a transport packet, behind its time in M2TS
+  constexpr uint8_t kSyncByte = 0x47;  // of a transport packet, behind its time in M2TS
   try {
     const mp4::FileSource source(path);
     if (source.size() < 8) return {};
@@ -178,13 +141,53 @@ std::vector<CaptionStream> CaptionStreamsOf(const std::string& path, const Progr
                                  mp4::FourCc("wide"), mp4::FourCc("free"), mp4::FourCc("skip")}) {
       if (type == known) return TracksOf(path);
     }
-    if (reader.U8(0) == kSync || reader.U8(4) == kSync || mxf::FindHeaderPartition(source))
+    if (reader.U8(0) == kSyncByte || reader.U8(4) == kSyncByte || mxf::FindHeaderPartition(source))
       return AncStreamsOf(path, progress);
   } catch (const ReadError&) {
     throw;
   } catch (const Error&) {  // whoever opens it as media says what is wrong
   }
   return {};
+}
+
+// What a file or a pipe has.
+struct CaptionPlaces {
+  std::vector<CaptionStream> beside;
+  std::function<CaptionSurvey()>
+      survey;  // of the pictures; throws NotApplicable where none may have captions
+};
+
+CaptionPlaces PlacesOfFile(const MediaInput& input, const ProgressCallback& progress) {
+  return {CaptionStreamsOf(input.path(), progress),
+          [input, progress] { return SurveyCaptions(input, SIZE_MAX, progress); }};
+}
+
+// Those of a pipe are read at once where there are several. Samples of tracks are not read there, since their
+// tables may name any place.
+CaptionPlaces PlacesOfPipe(const MediaInput& input, const ProgressCallback& progress) {
+  CaptionPlaces places = {{}, [input, progress] { return SurveyCaptions(input, SIZE_MAX, progress); }};
+  const std::string& path = input.path();
+  if (HasAncStreams(input)) {
+    const auto all = std::make_shared<PipeCaptions>(ReadPipeCaptions(input, progress));
+    for (const auto& [index, contents] : all->ancillary)
+      places.beside.push_back({index, "ancillary data", [path, all, index = index](auto asked, auto* damage) {
+                                 return TrackOfAnc(all->ancillary.at(index), path, index, asked, damage);
+                               }});
+    places.survey = [path, all] {
+      if (!all->pictures) throw NotApplicable(path, "has no H.264, HEVC or MPEG-2 stream");
+      return *all->pictures;
+    };
+    return places;
+  }
+  for (const CaptionTrackPlace& track : FindCaptionTracks(*input.Boxes()))
+    places.beside.push_back(
+        {track.stream, track.format + " track", [path, track](auto, auto*) -> captions::CaptionTrack {
+           throw Error(path,
+                       fmt::format("stream {} is a {} track, which is not read from a pipe", track.stream,
+                                   track.format),
+                       "save it to a file first");
+         }});
+  return places;
 }
 
 // A stream that has captions, as it was read.
@@ -199,6 +202,12 @@ std::unique_ptr<CaptionSource> SourceOf(const std::string& path, OpenedStream op
   for (const std::string& line : opened.damage) {
     if (options.told) options.told(path + ": " + line);
   }
+  const auto isEarly = [](const captions::CaptionEvent& event) { return event.at < 0; };
+  const auto early = std::count_if(opened.track.events.begin(), opened.track.events.end(), isEarly);
+  if (early != 0 && options.told)
+    options.told(
+        fmt::format("{}: stream {}: captions of {} pictures stand in front of the first one; left out", path,
+                    opened.stream->index, early));
   const captions::Rate rate = opened.track.rate;
   auto source = std::make_unique<TrackSource>(std::move(opened.track), rate);
   source->stream = opened.stream->index;
@@ -207,10 +216,10 @@ std::unique_ptr<CaptionSource> SourceOf(const std::string& path, OpenedStream op
 }
 
 // One of several streams with captions: the one that is named, else the only one.
-std::unique_ptr<CaptionSource> OpenStream(const MediaInput& input, const std::vector<CaptionStream>& others,
+std::unique_ptr<CaptionSource> OpenStream(const std::string& path, const CaptionPlaces& places,
                                           const CaptionTiming& timing, const CaptionSourceOptions& options,
                                           const ProgressCallback& progress) {
-  const std::string& path = input.path();
+  const std::vector<CaptionStream>& others = places.beside;
   std::optional<captions::Rate> asked;
   if (!timing.rate.empty() && !others.empty()) asked = AskedPace({}, {}, timing.rate).rate;
   // Ancillary data may be something else, in part or all.
@@ -228,7 +237,7 @@ std::unique_ptr<CaptionSource> OpenStream(const MediaInput& input, const std::ve
   if (!options.stream.empty() && !opened.empty()) return SourceOf(path, std::move(opened.front()), options);
   std::unique_ptr<CaptionSource> pictures;
   try {
-    pictures = std::make_unique<PictureSource>(input, timing, progress);
+    pictures = OpenPictureCaptions(places.survey(), timing, progress);
   } catch (const NotApplicable&) {  // no pictures, or none with captions
     if (opened.empty() && (options.stream.empty() || others.empty())) throw;
   }
@@ -309,11 +318,10 @@ std::unique_ptr<CaptionSource> OpenCaptionSource(const std::string& path, const 
     return OpenFile(path, timing, options);
   }
   const MediaInput input(path);
-  const std::vector<CaptionStream> others =
-      input.isPipe() ? std::vector<CaptionStream>() : CaptionStreamsOf(path, progress);
-  if (others.empty() && options.stream.empty())
-    return std::make_unique<PictureSource>(input, timing, progress);
-  return OpenStream(input, others, timing, options, progress);
+  const CaptionPlaces places = input.isPipe() ? PlacesOfPipe(input, progress) : PlacesOfFile(input, progress);
+  if (places.beside.empty() && options.stream.empty())
+    return OpenPictureCaptions(places.survey(), timing, progress);
+  return OpenStream(path, places, timing, options, progress);
 }
 
 std::vector<StyledService> DecodeStyled(CaptionSource& source, const ProgressCallback& progress) {

@@ -11,6 +11,7 @@
 #include "base/error.h"
 #include "base/read_error.h"
 #include "captions/caption_sample.h"
+#include "container/edit_list.h"
 #include "container/mp4/box_tree.h"
 #include "container/mp4/movie.h"
 #include "container/mp4/sample_table.h"
@@ -20,67 +21,23 @@ namespace qlnmedia {
 
 namespace {
 
-using mp4::Box;
-using mp4::FindBox;
 using mp4::FourCc;
 using mp4::Reader;
 
-constexpr uint64_t kMostEdits = 100000;
-constexpr double kFrame = 1001 / 30000.0;  // of line 21, seconds
-constexpr uint32_t kMostSample = 1 << 20;  // bytes; a second of captions takes a few thousand
+constexpr double kFrame = 1001 / 30000.0;       // of line 21, seconds
+constexpr size_t kMostShown = size_t{1} << 23;  // pictures; a day has five millions
+constexpr uint32_t kMostSample = 1 << 20;       // bytes; a second of captions takes a few thousand
 
-// The edit list of a track (ISO/IEC 14496-12 clause 8.6.6): when what its media holds is shown.
-class Edits {
- public:
-  Edits(Reader& reader, const mp4::Movie& movie, const mp4::Track& track) : mediaScale_(track.timescale) {
-    const std::optional<Box> head = FindBox(reader, movie.box, FourCc("mvhd"));
-    const std::optional<Box> edits = FindBox(reader, track.box, FourCc("edts"));
-    const std::optional<Box> list = edits ? FindBox(reader, *edits, FourCc("elst")) : std::nullopt;
-    if (!head || !list) return;
-    const double scale = reader.U32(head->body + (reader.U8(head->body) == 1 ? 20 : 12));
-    if (scale == 0) return;
-    const size_t bytes = reader.U8(list->body) == 1 ? 8 : 4;
-    const uint64_t none = bytes == 8 ? UINT64_MAX : UINT32_MAX;
-    const uint64_t count = std::min<uint64_t>(reader.U32(list->body + 4), kMostEdits);
-    double start = 0;
-    for (uint64_t i = 0; i < count; ++i) {
-      const uint64_t at = list->body + 8 + i * (2 * bytes + 4);
-      if (at + 2 * bytes + 4 > list->end) break;
-      const double seconds = static_cast<double>(reader.Number(at, bytes)) / scale;
-      const uint64_t media = reader.Number(at + bytes, bytes);
-      if (media != none) pieces_.push_back({start, seconds, static_cast<double>(media) / mediaScale_});
-      start += seconds;
-    }
-    resolves_ = count != 0;
-  }
-
-  // Seconds at which a time of the media is shown; nothing where no edit shows it. What takes no time, as a
-  // last sample whose length its muxer did not know, belongs to the edit that ends there.
-  std::optional<double> ShownAt(double media, bool instant) const {
-    if (!resolves_) return media;
-    for (const Piece& piece : pieces_) {
-      const double into = media - piece.media;
-      // The last one of length 0 goes on to the end, as fragments have it.
-      const bool open = piece.seconds == 0 && &piece == &pieces_.back();
-      const double end = piece.seconds + (instant ? kSame : -kSame);
-      if (into > -kSame && (open || into < end)) return piece.start + std::max(into, 0.0);
-    }
-    return {};
-  }
-
- private:
-  static constexpr double kSame = 1e-6;
-  struct Piece {
-    double start, seconds, media;
-  };
-  double mediaScale_;
-  bool resolves_ = false;
-  std::vector<Piece> pieces_;
+// What stands at a time of the media.
+struct MediaPicture {
+  double media = 0;
+  bool instant = false;  // it takes no time
+  std::vector<captions::Triplet> triplets;
 };
 
-// All that a track holds, in the order of its times.
+// All that a track holds.
 struct TrackContents {
-  std::vector<TimedTriplets> pictures;
+  std::vector<MediaPicture> pictures;
   std::optional<captions::Rate> rate;  // as its packets or its samples have it, else that of line 21
 };
 
@@ -88,46 +45,69 @@ std::string PlaceOf(const mp4::Sample& sample) {
   return fmt::format("sample {} at byte {}", sample.number, sample.offset);
 }
 
-TrackContents ReadContents(const mp4::Source& source, const mp4::Layout& layout, const mp4::Movie& movie,
-                           const mp4::Track& track, DamagedPlaces& damage) {
-  Reader reader(source);
-  const Edits edits(reader, movie, track);
+// A sample may have the pairs of many frames, which are sent one after the other, and stand longer than that.
+void AddPictures(const mp4::Sample& sample, double scale, captions::CaptionSample read,
+                 std::vector<MediaPicture>& pictures) {
+  const auto count = static_cast<double>(read.pictures.size());
+  const double each = std::min(sample.duration / scale / count, kFrame);
+  double media = static_cast<double>(sample.compositionTime) / scale;
+  for (std::vector<captions::Triplet>& triplets : read.pictures) {
+    pictures.push_back({media, sample.duration == 0, std::move(triplets)});
+    media += each;
+  }
+}
+
+TrackContents ReadContents(const mp4::Source& source, const mp4::Layout& layout, const mp4::Track& track,
+                           DamagedPlaces& damage, const TakeCaptionSample& seen) {
   TrackContents contents;
   std::optional<captions::Rate> ofSamples;
   mp4::TrackSamples samples(source, layout, track.id);
   mp4::Bytes bytes;
   for (mp4::Sample sample; samples.Next(sample);) {
     if (!sample.inFile || sample.encrypted) throw Error(source.name(), "its caption track cannot be read");
-    if (sample.size > kMostSample) {
-      damage.Add(PlaceOf(sample), "is too large for captions");
-      continue;
+    std::string reason = "is too large for captions";
+    std::optional<captions::CaptionSample> read;
+    if (sample.size <= kMostSample) {
+      mp4::ReadSample(source, track.id, sample, bytes);
+      read = captions::ReadCaptionSample(bytes, &reason);
     }
-    mp4::ReadSample(source, track.id, sample, bytes);
-    std::string reason;
-    const std::optional<captions::CaptionSample> read = captions::ReadCaptionSample(bytes, &reason);
+    if (seen) seen(sample.number, read ? &*read : nullptr);
     if (!read) {
       damage.Add(PlaceOf(sample), reason);
       continue;
     }
-    if (!contents.rate) contents.rate = read->rate;
-    const size_t count = read->pictures.size();
-    if (count == 0) continue;
+    if (!contents.rate && !read->packets.empty()) contents.rate = read->packets.front().rate;
+    if (read->pictures.empty()) continue;
+    const auto count = static_cast<int64_t>(read->pictures.size());
     if (!ofSamples)
-      ofSamples = captions::RateOf(static_cast<int64_t>(track.timescale) * static_cast<int64_t>(count),
-                                   sample.duration);
-    // A sample may have the pairs of many frames, which are sent one after the other, and stand longer than
-    // that.
-    const double scale = track.timescale;
-    const double each = std::min(sample.duration / scale / static_cast<double>(count), kFrame);
-    for (size_t i = 0; i < count; ++i) {
-      const double media =
-          static_cast<double>(sample.compositionTime) / scale + each * static_cast<double>(i);
-      const std::optional<double> shown = edits.ShownAt(media, sample.duration == 0);
-      if (shown) contents.pictures.push_back({*shown, read->pictures[i]});
-    }
+      ofSamples = captions::RateOf(static_cast<int64_t>(track.timescale) * count, sample.duration);
+    AddPictures(sample, track.timescale, std::move(*read), contents.pictures);
   }
   if (!contents.rate) contents.rate = ofSamples.value_or(captions::Rate::k29_97);
   return contents;
+}
+
+// When the pictures of a track are shown, from `begin` seconds of the movie on: as often as edits show them.
+// What takes no time, as a last sample whose length its muxer did not know, belongs to the edit that ends
+// there too.
+std::vector<TimedTriplets> ShownTimes(std::vector<MediaPicture> pictures,
+                                      const std::vector<EditPiece>& pieces, double begin,
+                                      const std::string& name) {
+  const auto earlier = [](const MediaPicture& a, const MediaPicture& b) { return a.media < b.media; };
+  std::stable_sort(pictures.begin(), pictures.end(), earlier);
+  std::vector<TimedTriplets> shown;
+  for (const EditPiece& piece : pieces) {
+    const MediaPicture from{piece.media - kSameTime, false, {}};
+    for (auto at = std::lower_bound(pictures.begin(), pictures.end(), from, earlier); at != pictures.end();
+         ++at) {
+      const double into = at->media - piece.media;
+      const bool last = at->instant && at + 1 == pictures.end();
+      if (into >= piece.seconds + (last ? kSameTime : -kSameTime)) break;
+      if (shown.size() == kMostShown) throw Error(name, "its edit list shows more captions than a day has");
+      shown.push_back({piece.start + std::max(into, 0.0) - begin, at->triplets});
+    }
+  }
+  return shown;
 }
 
 }  // namespace
@@ -155,7 +135,7 @@ std::vector<CaptionTrackPlace> FindCaptionTracks(const mp4::Source& source) {
 
 captions::CaptionTrack ReadCaptionTrackOf(const mp4::Source& source, const CaptionTrackPlace& place,
                                           std::optional<captions::Rate> asked,
-                                          std::vector<std::string>* damage) {
+                                          std::vector<std::string>* damage, const TakeCaptionSample& seen) {
   const mp4::Layout layout = mp4::ReadLayout(source);
   const mp4::Movie& movie = layout.movies.at(0);
   const mp4::Track* const track = movie.Find(place.id);
@@ -163,10 +143,15 @@ captions::CaptionTrack ReadCaptionTrackOf(const mp4::Source& source, const Capti
   if (track == nullptr || track->timescale == 0) throw Error(source.name(), where + " has no times");
   track->Require();
   DamagedPlaces found("samples");
-  const TrackContents contents = ReadContents(source, layout, movie, *track, found);
+  TrackContents contents = ReadContents(source, layout, *track, found, seen);
   found.Tell(where, damage);
-  if (contents.pictures.empty()) throw NotApplicable(source.name(), where + " has no captions");
-  return TrackOfTimes(contents.pictures, asked ? *asked : *contents.rate, source.name() + ": " + where);
+  const std::string name = source.name() + ": " + where;
+  Reader reader(source);
+  std::vector<TimedTriplets> shown =
+      ShownTimes(std::move(contents.pictures), ReadEditList(reader, movie, *track),
+                 FirstPictureOf(source, layout, movie).value_or(0), name);
+  if (shown.empty()) throw NotApplicable(source.name(), where + " has no captions");
+  return TrackOfTimes(std::move(shown), asked ? *asked : *contents.rate, name);
 }
 
 }  // namespace qlnmedia

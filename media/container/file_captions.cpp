@@ -3,6 +3,7 @@
 #include "container/file_captions.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -15,6 +16,9 @@ namespace qlnmedia {
 
 namespace {
 
+// Captions of some hours: longer ones are read from the file a second time.
+constexpr size_t kKeptBytes = size_t{12} << 20;
+
 // The packets of the first stream that may have captions.
 class CaptionPackets {
  public:
@@ -24,7 +28,7 @@ class CaptionPackets {
     while (index_ < file_.context()->nb_streams && !MayHaveCaptions(*file_.context()->streams[index_]))
       ++index_;
     if (index_ == file_.context()->nb_streams)
-      throw NotApplicable(input.path(), "has no H.264, HEVC or MPEG-2 stream");
+      throw NotApplicable(input.path(), "has no H.264, HEVC or MPEG-2 stream", LineOfRaster(file_));
   }
 
   const MediaFile& file() const { return file_; }
@@ -49,6 +53,18 @@ class CaptionPackets {
 
 }  // namespace
 
+std::string LineOfRaster(const MediaFile& file) {
+  // With and without the lines above the picture.
+  constexpr int kHeights[] = {480, 486, 512, 576, 608}, kMostWidth = 720;
+  for (const MediaStream& stream : file.streams()) {
+    if (!stream.movingPictures) continue;
+    const bool sd = stream.width <= kMostWidth &&
+                    std::find(std::begin(kHeights), std::end(kHeights), stream.height) != std::end(kHeights);
+    return sd ? "line 21 in the raster of SD pictures is out of reach: it is pixels" : "";
+  }
+  return "";
+}
+
 bool MayHaveCaptions(const AVStream& stream) { return MayHaveCaptions(DescribeStream(stream, false).codec); }
 
 OwnOrder::OwnOrder(const MediaFile& file, const StreamDescription& stream) {
@@ -71,16 +87,18 @@ void OwnOrder::Apply(CaptionSurvey& survey) {
       !std::equal(places.begin(), places.end(), own.places.begin(), own.places.end(),
                   [&](uint32_t a, uint32_t b) { return isPlaced(a) == isPlaced(b); }))
     return;
-  const std::vector<uint8_t> counts = survey.counts;
-  for (size_t i = 0; i < places.size(); ++i) {
-    if (isPlaced(places[i])) survey.counts[own.places[i]] = counts[places[i]];
+  for (std::vector<uint8_t>* const facts : {&survey.counts, &survey.fields}) {
+    const std::vector<uint8_t> before = *facts;
+    for (size_t i = 0; i < places.size() && !before.empty(); ++i) {
+      if (isPlaced(places[i])) (*facts)[own.places[i]] = before[places[i]];
+    }
   }
   places = std::move(own.places);
 }
 
 CaptionSurvey SurveyCaptions(const MediaInput& input, size_t packets, const ProgressCallback& progress) {
   CaptionPackets in(input);
-  CaptionCounter counter(in.stream(), input.isPipe());
+  CaptionCounter counter(in.stream(), input.isPipe() ? SIZE_MAX : kKeptBytes);
   OwnOrder own(in.file(), in.stream());
   Progress meter(progress, "reading", in.sizeBytes());
   while (counter.packets() < packets && in.Next()) {
@@ -92,6 +110,7 @@ CaptionSurvey SurveyCaptions(const MediaInput& input, size_t packets, const Prog
   meter.Done();
   CaptionSurvey survey = counter.Finish();
   own.Apply(survey);
+  survey.elsewhere = LineOfRaster(in.file());
   survey.path = input.path();
   survey.stream = in.index();
   return survey;

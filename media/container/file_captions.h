@@ -20,13 +20,19 @@ namespace qlnmedia {
 // True for H.264, HEVC and MPEG-2 pictures.
 bool MayHaveCaptions(const AVStream& stream);
 
+// Words for whoever looks for captions in SD pictures, which may have line 21 among their pixels; empty for
+// files whose first video is another one.
+std::string LineOfRaster(const MediaFile& file);
+
 // The order of pictures where the container gives each a frame, but not its place among them: MXF whose index
 // does not say in which order they are shown, or cannot be reached. Readers of MXF then take them as they are
 // stored; what counts is what the pictures themselves say.
 class OwnOrder {
  public:
+  OwnOrder() = default;  // does nothing
   // Does nothing for a file that tells the order.
   OwnOrder(const MediaFile& file, const StreamDescription& stream);
+  bool doesAnything() const { return order_.has_value(); }
   void Add(const PacketView& packet);
   // Puts the pictures of the same packets in order, if each says its place. Their times stay.
   void Apply(CaptionSurvey& survey);

@@ -33,7 +33,9 @@ constexpr char kFormats[] = QLNMEDIA_LIBRARY_NAME("avformat", LIBAVFORMAT_VERSIO
 
 // Never closed: objects of the libraries live until the process ends, and so does their log callback.
 void* Load(const char* library) {
-  void* const handle = dlopen(library, RTLD_NOW | RTLD_LOCAL);
+  // They need more than a hundred others; to look for each function that any of these could call takes longer
+  // than to read a small file.
+  void* const handle = dlopen(library, RTLD_LAZY | RTLD_LOCAL);
   if (handle == nullptr) FailLoading(library);
   return handle;
 }

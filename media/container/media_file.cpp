@@ -26,6 +26,19 @@ namespace qlnmedia {
 
 namespace {
 
+// What is stored may be more than what is shown: SMPTE ST 377-1 has 1088 lines of it, or 544 in each of two
+// fields, where the picture has 1080, and so have most writers. That is whole macroblocks, and no other size.
+void TakeStoredSize(MediaStream& stream) {
+  const auto take = [](int& stored, int shown, int step) {
+    if (stored == (shown + step - 1) / step * step) stored = shown;
+  };
+  constexpr int kMacroblock = 16;
+  take(stream.container.width, stream.width, kMacroblock);
+  take(stream.container.height, stream.height, kMacroblock);
+  if (stream.fieldOrder != FieldOrder::kProgressive)
+    take(stream.container.height, stream.height, 2 * kMacroblock);
+}
+
 bool IsOneOf(std::string_view name, std::initializer_list<std::string_view> names) {
   return std::find(names.begin(), names.end(), name) != names.end();
 }
@@ -201,10 +214,12 @@ void MediaFile::PacketFreer::operator()(AVPacket* packet) const { av_packet_free
 
 void MediaFile::Describe(const std::vector<ContainerColour>& colours) {
   const bool described = !isRawStream() && !isTransportStream();
-  for (size_t i = streams_.size(); i < context_->nb_streams; ++i)
+  for (size_t i = streams_.size(); i < context_->nb_streams; ++i) {
     streams_.push_back(DescribeMediaStream(*context_->streams[i],
                                            i < colours.size() ? colours[i] : ContainerColour{}, isRawStream(),
                                            described));
+    if (isMxf()) TakeStoredSize(streams_.back());
+  }
   if (!isIso() || (!isPipe() && sizeBytes_ == 0)) return;
   // The demuxer puts the codec in the place of the fourcc of encrypted pictures; their protection scheme
   // (ISO/IEC 14496-12 clause 8.12) shows in the boxes.

@@ -17,19 +17,31 @@ namespace qlnmedia {
 
 namespace {
 
-// Pictures of other layers and views do not count.
-bool IsBaseSlice(Codec codec, const Unit& unit) {
-  if (!IsSlice(codec, UnitType(codec, unit.bytes))) return false;
-  return IsBaseLayer(codec, unit.bytes);
+// Units where they lie: of the megabytes that are looked through, a few pictures are copied.
+using Units = std::vector<ByteSpan>;
+
+Units UnitsIn(ByteSpan data) {
+  Units units;
+  VisitUnits(data, Framing{}, [&units](ByteSpan unit) { units.push_back(unit); });
+  return units;
 }
 
-bool BeginsBasePicture(Codec codec, const Unit& unit) {
-  return IsBaseSlice(codec, unit) && BeginsPicture(codec, unit.bytes);
+void Append(std::vector<Unit>& out, ByteSpan unit) {
+  out.push_back({.bytes = Bytes(unit.begin(), unit.end())});
+}
+
+// Pictures of other layers and views do not count.
+bool IsBaseSlice(Codec codec, ByteSpan unit) {
+  return IsSlice(codec, UnitType(codec, unit)) && IsBaseLayer(codec, unit);
+}
+
+bool BeginsBasePicture(Codec codec, ByteSpan unit) {
+  return IsBaseSlice(codec, unit) && BeginsPicture(codec, unit);
 }
 
 // Whether decoding can begin at a slice's picture: IDR, BLA and CRA.
-bool IsEntry(Codec codec, const Unit& unit) {
-  const int type = UnitType(codec, unit.bytes);
+bool IsEntry(Codec codec, ByteSpan unit) {
+  const int type = UnitType(codec, unit);
   return codec == Codec::kH264 ? type == 5 : type >= 16 && type <= 21;
 }
 
@@ -42,7 +54,7 @@ bool MayEndStream(Codec codec, int type) {
 }
 
 // Whether a unit that may end a stream lacks its own end, as far as its form alone shows that.
-bool BreaksOff(Codec codec, const Bytes& unit) {
+bool BreaksOff(Codec codec, ByteSpan unit) {
   const int type = UnitType(codec, unit);
   const size_t header = codec == Codec::kH264 ? 1 : 2;
   if (IsSlice(codec, type)) return unit.size() == header;
@@ -54,7 +66,7 @@ bool BreaksOff(Codec codec, const Bytes& unit) {
 }
 
 // The units of the picture whose first slice is at `first`, that slice and the following ones.
-size_t EndOfPicture(Codec codec, const std::vector<Unit>& units, size_t first) {
+size_t EndOfPicture(Codec codec, const Units& units, size_t first) {
   size_t end = first + 1;
   for (size_t i = end; i < units.size() && !BeginsBasePicture(codec, units[i]); ++i) {
     if (IsBaseSlice(codec, units[i])) end = i + 1;
@@ -63,22 +75,21 @@ size_t EndOfPicture(Codec codec, const std::vector<Unit>& units, size_t first) {
 }
 
 // Parameter sets of a run, and its SEI: decoders know encoders by it.
-void AppendHeaders(Codec codec, const std::vector<Unit>& units, size_t from, size_t end,
-                   std::vector<Unit>& out) {
+void AppendHeaders(Codec codec, const Units& units, size_t from, size_t end, std::vector<Unit>& out) {
   for (size_t i = from; i < end; ++i) {
-    const int type = UnitType(codec, units[i].bytes);
-    if (IsParameterSet(codec, type) || IsSei(codec, type)) out.push_back(units[i]);
+    const int type = UnitType(codec, units[i]);
+    if (IsParameterSet(codec, type) || IsSei(codec, type)) Append(out, units[i]);
   }
 }
 
 // The slices of one picture alone. A leading picture that is skipped where decoding begins behind its
 // reference has the syntax of a trailing one.
-std::vector<Unit> Slices(Codec codec, const std::vector<Unit>& units, size_t first, size_t end) {
+std::vector<Unit> Slices(Codec codec, const Units& units, size_t first, size_t end) {
   std::vector<Unit> slices;
   for (size_t i = first; i < end; ++i) {
     if (!IsBaseSlice(codec, units[i])) continue;
-    slices.push_back(units[i]);
-    const int type = UnitType(codec, units[i].bytes);
+    Append(slices, units[i]);
+    const int type = UnitType(codec, units[i]);
     if (codec == Codec::kHevc && (type == 8 || type == 9))
       slices.back().bytes[0] = static_cast<uint8_t>((type - 8) << 1);
   }
@@ -86,7 +97,7 @@ std::vector<Unit> Slices(Codec codec, const std::vector<Unit>& units, size_t fir
 }
 
 // Where a run's first picture begins; its size if it has none.
-size_t FirstPicture(Codec codec, const std::vector<Unit>& units) {
+size_t FirstPicture(Codec codec, const Units& units) {
   size_t first = 0;
   while (first < units.size() && !BeginsBasePicture(codec, units[first])) ++first;
   return first;
@@ -94,22 +105,22 @@ size_t FirstPicture(Codec codec, const std::vector<Unit>& units) {
 
 // Whether a stream may have the slices of a picture in any order, and has pictures of several: where its last
 // picture begins then does not show. So it is in the Baseline and Extended profiles of H.264.
-bool SlicesInAnyOrder(const std::vector<Unit>& head, const std::vector<Unit>& tail) {
+bool SlicesInAnyOrder(const Units& head, const Units& tail) {
   constexpr uint8_t kBaseline = 66;
   constexpr uint8_t kExtended = 88;
-  const bool profile = std::any_of(head.begin(), head.end(), [](const Unit& unit) {
-    return UnitType(Codec::kH264, unit.bytes) == h264::kSps && unit.bytes.size() > 2 &&
-           (unit.bytes[1] == kBaseline || unit.bytes[1] == kExtended) &&
-           (unit.bytes[2] & 0x40) == 0;  // constraint_set1_flag: Main as well, which knows one order only
+  const bool profile = std::any_of(head.begin(), head.end(), [](ByteSpan unit) {
+    return UnitType(Codec::kH264, unit) == h264::kSps && unit.size() > 2 &&
+           (unit[1] == kBaseline || unit[1] == kExtended) &&
+           (unit[2] & 0x40) == 0;  // constraint_set1_flag: Main as well, which knows one order only
   });
-  return profile && std::any_of(tail.begin(), tail.end(), [](const Unit& unit) {
-           return IsBaseSlice(Codec::kH264, unit) && !BeginsPicture(Codec::kH264, unit.bytes);
+  return profile && std::any_of(tail.begin(), tail.end(), [](ByteSpan unit) {
+           return IsBaseSlice(Codec::kH264, unit) && !BeginsPicture(Codec::kH264, unit);
          });
 }
 
 // The last picture, and one to decode it behind: the nearest entry in front of it, else the stream's first
 // picture. The picture is empty where the units do not hold it.
-PictureTrial LastPicture(Codec codec, const std::vector<Unit>& head, const std::vector<Unit>& tail) {
+PictureTrial LastPicture(Codec codec, const Units& head, const Units& tail) {
   PictureTrial trial;
   trial.codec = codec;
   size_t last = tail.size();
@@ -126,7 +137,8 @@ PictureTrial LastPicture(Codec codec, const std::vector<Unit>& head, const std::
   if (entry > 0) {
     AppendHeaders(codec, tail, 0, entry, sets);
     trial.reference = ToMarkerForm(Slices(codec, tail, entry - 1, EndOfPicture(codec, tail, entry - 1)));
-  } else if (first < head.size() && head[first].bytes != tail[last].bytes) {
+  } else if (first < head.size() &&
+             !std::equal(head[first].begin(), head[first].end(), tail[last].begin(), tail[last].end())) {
     trial.reference = ToMarkerForm(Slices(codec, head, first, EndOfPicture(codec, head, first)));
   }
   AppendHeaders(codec, tail, entry, last, picture);
@@ -147,16 +159,16 @@ Bytes ReadPart(const std::string& path, std::ifstream& file, uint64_t from, uint
 }  // namespace
 
 std::string RawEndNote(ByteSpan head, ByteSpan tail, Codec codec) {
-  const std::vector<Unit> units = TakeApart(tail, Framing{}).units;
+  const Units units = UnitsIn(tail);
   if (units.empty()) return "";
-  const Bytes& end = units.back().bytes;
+  const ByteSpan end = units.back();
   const int type = UnitType(codec, end);
   if (type < 0) return "the file ends early: behind its last start code there is no unit";
   const std::string name = UnitTypeName(codec, type);
   if (!MayEndStream(codec, type))
     return fmt::format("the file ends early: its last unit ({}) has no picture behind it", name);
   if (BreaksOff(codec, end)) return fmt::format("the file ends early: its last unit ({}) breaks off", name);
-  const std::vector<Unit> first = TakeApart(head, Framing{}).units;
+  const Units first = UnitsIn(head);
   const PictureTrial trial = LastPicture(codec, first, units);
   if (codec == Codec::kH264 && SlicesInAnyOrder(first, units)) return "";
   if (trial.picture.empty()) return "";

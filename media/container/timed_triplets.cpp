@@ -25,8 +25,9 @@ captions::CaptionTrack TrackOfTimes(std::vector<TimedTriplets> captions, caption
   track.fromZero = true;
   for (const TimedTriplets& one : captions) {
     if (one.seconds >= kLongest) throw Error(where, "has captions behind 24 hours");
+    if (one.seconds <= -kLongest) throw Error(where, "has captions 24 hours before its first picture");
     const double frames = one.seconds * info.numerator / info.denominator - (one.secondField ? kField : 0);
-    const int64_t at = std::llround(std::max(frames, 0.0));
+    const int64_t at = std::llround(frames);
     if (track.events.empty() || track.events.back().at != at) track.events.push_back({at, {}});
     std::vector<captions::Triplet>& triplets = track.events.back().triplets;
     triplets.insert(triplets.end(), one.triplets.begin(), one.triplets.end());

@@ -18,8 +18,9 @@ struct TimedTriplets {
   bool secondField = false;  // the time may be that of a field, half a frame behind its picture
 };
 
-// The pictures of `rate` that are nearest to the times, in their order. Those in front of the first picture
-// go with it. Throws Error in the name of `where` for times of 24 hours or more.
+// The pictures of `rate` that are nearest to the times, in their order; those in front of the first picture
+// have negative ones. Triplets of one picture follow each other in the order in which they came. Throws Error
+// in the name of `where` for times of 24 hours or more.
 captions::CaptionTrack TrackOfTimes(std::vector<TimedTriplets> captions, captions::Rate rate,
                                     const std::string& where);
 

@@ -10,14 +10,13 @@
 #include "edit/survey_facts.h"
 #include "timing/hevc_timing.h"
 #include "units/access_unit.h"
+#include "units/unit_types.h"
 
 namespace qlnmedia {
 
 namespace {
 
 constexpr int kVps = 32;
-constexpr int kBufferingPeriod = 0;
-constexpr int kActiveParameterSets = 129;
 constexpr uint32_t kInterlacedScan = 0;
 constexpr uint32_t kProgressiveScan = 1;
 constexpr size_t kConstraintFlags = 6;  // byte of an hvcC with general_progressive_source_flag at its top
@@ -127,7 +126,8 @@ bool InterlaceEdit::ChangePicture(PictureUnits& part, uint32_t picStruct) {
       Fail("has HRD parameters but a picture without picture timing, whose delays nobody knows");
     const size_t slice = part.slice();
     InsertSei(units,
-              SeiPlace(Codec::kHevc, units, part.begin(), slice, {kActiveParameterSets, kBufferingPeriod}),
+              SeiPlace(Codec::kHevc, units, part.begin(), slice,
+                       {sei::kActiveParameterSets, sei::kBufferingPeriod}),
               MakeFieldTimingUnit(picStruct, TemporalPlus1(units[slice].bytes)));
     ++counts_.timingsAdded;
     return true;

@@ -10,12 +10,11 @@
 
 #include "timing/hevc_timing.h"
 #include "units/access_unit.h"
+#include "units/unit_types.h"
 
 namespace qlnmedia {
 
 namespace {
-
-constexpr int kPictureTiming = 1;
 
 void Keep(std::string& sign, std::string text) {
   if (sign.empty()) sign = std::move(text);
@@ -40,7 +39,7 @@ std::optional<PictureTimingPlace> FindPictureTiming(const PictureUnits& part) {
     if (!IsSei(Codec::kHevc, UnitType(Codec::kHevc, part.units[i].bytes))) continue;
     const std::vector<SeiMessage> messages = ReadSeiMessages(Codec::kHevc, part.units[i].bytes);
     for (size_t n = 0; n < messages.size(); ++n) {
-      if (messages[n].type == kPictureTiming) return PictureTimingPlace{i, n, messages[n]};
+      if (messages[n].type == sei::kPictureTiming) return PictureTimingPlace{i, n, messages[n]};
     }
   }
   return {};

@@ -9,8 +9,6 @@
 
 namespace qlnmedia {
 
-namespace {
-
 // MPEG-2: captions, packet by packet.
 class Mpeg2Editor {
  public:
@@ -37,8 +35,6 @@ class Mpeg2Editor {
   CaptionEdit captions_;
   std::deque<EditedUnit> queue_;
 };
-
-}  // namespace
 
 struct StreamEditor::Impl {
   EditCounts counts;

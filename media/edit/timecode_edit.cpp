@@ -8,12 +8,12 @@
 #include "base/error.h"
 #include "timing/timecode_rate.h"
 #include "units/access_unit.h"
+#include "units/unit_types.h"
 
 namespace qlnmedia {
 
 namespace {
 
-constexpr int kPictureTiming = 1;
 constexpr int kTimeCode = 136;
 
 // pic_struct of a picture by table D-1 of ITU-T H.264.
@@ -29,7 +29,7 @@ std::optional<int> HevcPicStruct(const std::vector<Unit>& units, const SpsFacts&
   for (const Unit& unit : units) {
     if (UnitType(Codec::kHevc, unit.bytes) != 39) continue;
     for (const SeiMessage& message : ReadSeiMessages(Codec::kHevc, unit.bytes)) {
-      if (message.type == kPictureTiming && !message.payload.empty()) return message.payload[0] >> 4;
+      if (message.type == sei::kPictureTiming && !message.payload.empty()) return message.payload[0] >> 4;
     }
   }
   return {};
@@ -146,7 +146,7 @@ bool TimecodeEdit::PutH264Timecode(std::vector<Unit>& units, const CodedPicture&
     std::vector<SeiMessage> messages = ReadSeiMessages(codec_, unit.bytes, &whole);
     bool here = false;
     for (SeiMessage& message : messages) {
-      if (message.type != kPictureTiming) continue;
+      if (message.type != sei::kPictureTiming) continue;
       std::optional<PictureTiming> timing = ReadPictureTiming(message.payload, sps);
       if (!timing || !whole) Fail("a picture timing message breaks off");
       if (!sps.h264.picStruct) timing->picStruct = picStruct;
@@ -165,7 +165,7 @@ bool TimecodeEdit::PutH264Timecode(std::vector<Unit>& units, const CodedPicture&
   timing.picStruct = picStruct;
   const Bytes header{6};
   InsertSei(codec_, units,
-            MakeSeiUnit(header, {{kPictureTiming, MakePictureTiming(timing, sps, count, start_.type)}}));
+            MakeSeiUnit(header, {{sei::kPictureTiming, MakePictureTiming(timing, sps, count, start_.type)}}));
   return true;
 }
 

@@ -9,15 +9,12 @@
 #include "qlnutil/qlnh264.h"
 #include "units/access_unit.h"
 #include "units/library_frame.h"
+#include "units/unit_types.h"
 
 namespace qlnmedia {
 
 namespace {
 
-constexpr int kBufferingPeriod = 0;
-constexpr int kPictureTiming = 1;
-constexpr int kRecoveryPoint = 6;
-constexpr int kActiveParameterSets = 129;
 constexpr int kDecodingUnitInfo = 130;
 
 constexpr int kCra = 21;
@@ -77,7 +74,7 @@ Bytes MakeHevcRecoveryPoint(uint8_t temporalPlus1) {
   // recovery_poc_cnt 0 as se(v), exact_match_flag, no broken link, and the payload's own stop bit. What
   // follows a CRA picture in output order uses nothing in front of it, so that the match is exact.
   const Bytes header = {39 << 1, temporalPlus1};
-  return MakeSeiUnit(header, {{kRecoveryPoint, {0xD0}}});
+  return MakeSeiUnit(header, {{sei::kRecoveryPoint, {0xD0}}});
 }
 
 bool UnitAdder::NeedsRecoveryPoint(const PictureUnits& part, PacketMark mark) {
@@ -85,7 +82,7 @@ bool UnitAdder::NeedsRecoveryPoint(const PictureUnits& part, PacketMark mark) {
   const size_t slice = part.slice();
   bool ownSps = false;
   for (size_t i = begin; i < part.units.size(); ++i) {
-    if (HasMessage(part.codec, part.units[i], kRecoveryPoint)) return false;
+    if (HasMessage(part.codec, part.units[i], sei::kRecoveryPoint)) return false;
     if (i < slice) ownSps = ownSps || IsSps(part.codec, UnitType(part.codec, part.units[i].bytes));
   }
   const int type = UnitType(part.codec, part.units[slice].bytes);
@@ -110,7 +107,8 @@ UnitAdder::Added UnitAdder::Add(std::vector<PictureUnits>& parts, PacketMark mar
     if (recoveryPoints_ && &part == &parts.front() && NeedsRecoveryPoint(part, mark)) {
       InsertSei(part.units,
                 SeiPlace(part.codec, part.units, begin, slice,
-                         {kActiveParameterSets, kBufferingPeriod, kPictureTiming, kDecodingUnitInfo}),
+                         {sei::kActiveParameterSets, sei::kBufferingPeriod, sei::kPictureTiming,
+                          kDecodingUnitInfo}),
                 hevc ? MakeHevcRecoveryPoint(temporalPlus1) : MakeH264RecoveryPoint());
       ++counts_.recoveryPoints;
       added.any = added.start = true;

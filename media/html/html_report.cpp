@@ -31,8 +31,12 @@ Recorders MakeRecorders(const MediaFile& file, const std::vector<MediaStream>& s
   Recorders recorders;
   for (const MediaStream& stream : streams) {
     const bool coded = stream.coded.codec != VideoCodec::kOther && stream.movingPictures;
-    recorders.push_back(coded ? std::make_unique<StreamRecorder>(stream, DescribeStream(file, stream.index))
-                              : nullptr);
+    if (!coded) {
+      recorders.push_back(nullptr);
+      continue;
+    }
+    const StreamDescription description = DescribeStream(file, stream.index);
+    recorders.push_back(std::make_unique<StreamRecorder>(stream, description, OwnOrder(file, description)));
   }
   return recorders;
 }

@@ -30,11 +30,12 @@ Json RunsJson(const std::vector<std::pair<int64_t, int64_t>>& runs) {
 
 }  // namespace
 
-StreamRecorder::StreamRecorder(const MediaStream& stream, StreamDescription description)
+StreamRecorder::StreamRecorder(const MediaStream& stream, StreamDescription description, OwnOrder order)
     : stream_(stream),
       description_(std::move(description)),
       reader_(MakePictureReader(description_, stream.encrypted)),
-      counter_(description_, true) {
+      counter_(description_, SIZE_MAX),
+      order_(std::move(order)) {
   last_.pts = last_.dts = last_.position = 0;
 }
 
@@ -47,7 +48,11 @@ void StreamRecorder::TakeTimes(const PacketView& packet, uint8_t& flags) {
   if (packet.dts != kNoTime) last_.dts = packet.dts;
   if (packet.position >= 0) last_.position = packet.position;
   size_.Add(static_cast<int64_t>(packet.data.size()));
-  pts_.Add(last_.pts);
+  if (order_.doesAnything()) {
+    storedTimes_.push_back(last_.pts);
+  } else {
+    pts_.Add(last_.pts);
+  }
   dts_.Add(last_.dts);
   position_.Add(last_.position);
 }
@@ -95,6 +100,7 @@ void StreamRecorder::Take(const PacketView& packet, int64_t frame) {
   TakeBuffer(false);
   unitBlocks_.Add(picture.units);
   counter_.Add(packet);
+  order_.Add(packet);
   // From here on packets and frames are further apart.
   if (frame + behind_ < packets_) {
     laterFrames_.push_back(packets_);
@@ -107,12 +113,28 @@ void StreamRecorder::Finish() {
   TakeBuffer(true);
   blocks_ = unitBlocks_.Finish();
   survey_ = counter_.Finish();
+  order_.Apply(survey_);
   survey_.stream = stream_.index;
   packetsOfPlaces_.assign(survey_.order.pictures, -1);
   for (size_t i = 0; i < survey_.order.places.size(); ++i) {
     const uint32_t place = survey_.order.places[i];
     if (place < packetsOfPlaces_.size()) packetsOfPlaces_[place] = static_cast<int64_t>(i);
   }
+  if (order_.doesAnything()) PutShownTimes();
+}
+
+// The earliest time goes to the picture that is shown first, and so on.
+void StreamRecorder::PutShownTimes() {
+  std::vector<int64_t> times;
+  for (const int64_t packet : packetsOfPlaces_) {
+    if (packet >= 0) times.push_back(storedTimes_[static_cast<size_t>(packet)]);
+  }
+  std::sort(times.begin(), times.end());
+  size_t next = 0;
+  for (const int64_t packet : packetsOfPlaces_) {
+    if (packet >= 0) storedTimes_[static_cast<size_t>(packet)] = times[next++];
+  }
+  for (const int64_t time : storedTimes_) pts_.Add(time);
 }
 
 int64_t StreamRecorder::PacketOfFrame(int64_t frame) const {

@@ -9,6 +9,7 @@
 
 #include "base/report.h"
 #include "captions/reader.h"
+#include "container/file_captions.h"
 #include "container/media_stream.h"
 #include "html/packer.h"
 #include "html/picture_reader.h"
@@ -17,8 +18,9 @@ namespace qlnmedia::html {
 
 class StreamRecorder {
  public:
-  // `stream` must outlive this.
-  StreamRecorder(const MediaStream& stream, StreamDescription description);
+  // `stream` must outlive this. Where pictures have an order of their own, they are shown at the container's
+  // times in that order.
+  StreamRecorder(const MediaStream& stream, StreamDescription description, OwnOrder order = {});
 
   // Takes the next packet. `frame` is the number by which `check` calls its frame: of a packet that only ends
   // the one before, that one's.
@@ -44,6 +46,7 @@ class StreamRecorder {
   // Values that hold from one packet on until the next: (packet, value).
   using Runs = std::vector<std::pair<int64_t, int64_t>>;
   void TakeTimes(const PacketView& packet, uint8_t& flags);
+  void PutShownTimes();
   void TakeRuns();
   void TakeBuffer(bool end);
   int64_t TextPlace(const std::string& text);
@@ -55,6 +58,8 @@ class StreamRecorder {
   StreamDescription description_;
   std::unique_ptr<PictureReader> reader_;
   CaptionCounter counter_;
+  OwnOrder order_;
+  std::vector<int64_t> storedTimes_;  // of each packet, where the order is the pictures' own
   int64_t packets_ = 0;
   Column size_, pts_, dts_, position_, flags_, slices_, entry_, structure_, picStruct_, clock_;
   Column buffer_, bufferMarks_;

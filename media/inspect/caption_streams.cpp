@@ -17,8 +17,7 @@ namespace qlnmedia {
 
 namespace {
 
-constexpr uint64_t kPacketsInReport = 1800;
-constexpr size_t kLinesInReport = 8;
+constexpr size_t kLinesOfStream = 8;
 
 std::vector<CaptionService> Decoded(const captions::CaptionTrack& track) {
   const captions::RateInfo& info = captions::InfoOf(track.rate);
@@ -34,7 +33,7 @@ std::vector<CaptionService> Decoded(const captions::CaptionTrack& track) {
 CaptionStreamFacts OfAncillary(const MediaFile& file, unsigned stream) {
   CaptionStreamFacts facts;
   facts.form = file.isMxf() ? "ST 436" : "ST 2038";
-  AncContents contents = ReadAncContents(file.path(), stream, {}, kPacketsInReport);
+  AncContents contents = ReadAncContents(file.input(), stream, {}, kPacketsInReport);
   facts.packets = contents.packets;
   facts.announced = std::move(contents.services);
   facts.kinds = std::move(contents.kinds);
@@ -52,7 +51,7 @@ std::string Hexadecimal(uint8_t byte) { return fmt::format("{:02X}h", byte); }
 std::string LinesText(const std::set<int>& lines) {
   std::vector<std::string> first;
   for (const int line : lines) {
-    if (first.size() == kLinesInReport) {
+    if (first.size() == kLinesOfStream) {
       first.emplace_back("...");
       break;
     }
@@ -81,9 +80,8 @@ void AddKind(Section& section, const AncKindName& name, const AncKind& kind) {
 
 std::map<unsigned, CaptionStreamFacts> ReadCaptionStreams(const MediaFile& file) {
   std::map<unsigned, CaptionStreamFacts> found;
-  if (file.isPipe()) return found;
   for (const unsigned stream : FindAncStreams(file)) found[stream] = OfAncillary(file, stream);
-  if (!file.isIso()) return found;
+  if (!file.isIso() || file.isPipe()) return found;
   const mp4::FileSource source(file.path());
   for (const CaptionTrackPlace& place : FindCaptionTracks(source)) {
     CaptionStreamFacts& facts = found[place.stream];

@@ -12,7 +12,6 @@ namespace qlnmedia {
 
 namespace {
 
-constexpr size_t kPacketsInReport = 1800;
 constexpr size_t kLinesInReport = 5;
 constexpr std::chrono::seconds kWaitForPipe{3};
 

@@ -13,6 +13,9 @@
 
 namespace qlnmedia {
 
+// So many packets are looked at for a report.
+inline constexpr size_t kPacketsInReport = 1800;
+
 // What the first packets of the stream that may have captions tell.
 struct StreamCaptions {
   std::optional<unsigned> stream;  // nothing for a file without such a stream

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "inspect/library_record.h"
 #include "inspect/sps_section.h"
 #include "qlnutil/qlnh264.h"
 #include "qlnutil/qlnhevc.h"
@@ -16,11 +17,6 @@
 namespace qlnmedia {
 
 namespace {
-
-QLNBitState StateOver(const Bytes& box) {
-  const auto size = static_cast<uint32_t>(box.size());
-  return {const_cast<uint8_t*>(box.data()), static_cast<int32_t>(size), size * 8, 0};
-}
 
 void AddAvccHead(Section& record, const AvccHead& head) {
   record.Add(

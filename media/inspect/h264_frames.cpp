@@ -7,18 +7,13 @@
 #include <utility>
 
 #include "inspect/frames.h"
+#include "inspect/library_record.h"
 #include "qlnutil/qlnh264.h"
 #include "sets/names.h"
 
 namespace qlnmedia {
 
 namespace {
-
-// The library's readers take pointers to bytes that they never write.
-QLNBitState StateOver(const Bytes& unit) {
-  const auto size = static_cast<uint32_t>(unit.size());
-  return {const_cast<uint8_t*>(unit.data()), static_cast<int32_t>(size), size * 8, 0};
-}
 
 // The active sets by id, as a decoder keeps them.
 struct ActiveSets {
@@ -119,7 +114,7 @@ std::vector<Cell> UnitRow(const Unit& unit, size_t offset, ActiveSets& active) {
 }
 
 // One frame through the library's frame scan: a DFrame in length form.
-uint32_t ScanFrame(const UnitRun& run) {
+uint32_t ScanH264Frame(const UnitRun& run) {
   Bytes data = ToLengthForm(run.units);
   if (data.empty()) return 0;
   DFrame frame{};
@@ -184,7 +179,7 @@ void AddH264Frames(Section& section, const CodedStream& stream, const InspectOpt
   for (const Bytes& unit : stream.config.units()) active.Take(unit);
   for (size_t n = 0; n < stream.packets.size(); ++n) {
     const UnitRun run = TakeApart(stream.packets[n].data, stream.config.framing);
-    Section& frame = AddFrameHead(section, stream, n, run, ScanFrame(run));
+    Section& frame = AddFrameHead(section, stream, n, run, ScanH264Frame(run));
     AddSlices(frame, run, active);
     AddFrameMessages(frame, stream, n, run, timecodes);
     if (options.units) AddUnits(frame, stream, run, active);

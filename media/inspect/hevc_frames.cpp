@@ -47,7 +47,7 @@ class SliceHeads {
 };
 
 // One frame through the library's frame scan, which knows start codes of four bytes.
-uint32_t ScanFrame(const UnitRun& run) {
+uint32_t ScanHevcFrame(const UnitRun& run) {
   Bytes data = ToMarkerForm(run.units);
   DFrame frame{};
   frame.frameData = data.data();
@@ -98,7 +98,7 @@ void AddHevcFrames(Section& section, const CodedStream& stream, const InspectOpt
   for (const Bytes& unit : stream.config.units()) heads.Take(unit);
   for (size_t n = 0; n < stream.packets.size(); ++n) {
     const UnitRun run = TakeApart(stream.packets[n].data, stream.config.framing);
-    Section& frame = AddFrameHead(section, stream, n, run, ScanFrame(run));
+    Section& frame = AddFrameHead(section, stream, n, run, ScanHevcFrame(run));
     std::vector<std::vector<Cell>> rows;
     UnitOffsets offsets(stream, run);
     std::string sliceType;

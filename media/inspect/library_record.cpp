@@ -26,12 +26,6 @@ constexpr int kMark = 0x5A;
 constexpr size_t kHevcSpsRoom = 8192;
 constexpr size_t kHevcRoom = 2048;
 
-// The library's readers take pointers to bytes that they never write.
-QLNBitState StateOver(const Bytes& unit) {
-  const auto size = static_cast<uint32_t>(unit.size());
-  return {const_cast<uint8_t*>(unit.data()), static_cast<int32_t>(size), size * 8, 0};
-}
-
 uint32_t WordAt(const void* record, uint32_t word) {
   uint32_t value;
   std::memcpy(&value, static_cast<const uint8_t*>(record) + size_t{word} * 4, 4);
@@ -232,6 +226,11 @@ void ReadHevcPps(const Bytes& unit, MessageSink& messages, LibraryRecord& out) {
 }
 
 }  // namespace
+
+QLNBitState StateOver(const Bytes& bytes) {
+  const auto size = static_cast<uint32_t>(bytes.size());
+  return {const_cast<uint8_t*>(bytes.data()), static_cast<int32_t>(size), size * 8, 0};
+}
 
 LibraryRecord ReadWithLibrary(Codec codec, const Bytes& unit, MessageSink& messages) {
   LibraryRecord out;

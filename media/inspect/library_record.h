@@ -8,6 +8,7 @@
 
 #include "base/library_messages.h"
 #include "base/report.h"
+#include "qlnutil/qlnbits.h"
 #include "units/units.h"
 
 namespace qlnmedia {
@@ -21,6 +22,9 @@ struct LibraryRecord {
   std::vector<LibraryMessage> said;
   Bytes written;  // empty where the library writes nothing
 };
+
+// A state of the library over bytes that stay: its readers take pointers to bytes that they never write.
+QLNBitState StateOver(const Bytes& bytes);
 
 // Reads a set with the library and writes it back. What others left in `messages` is dropped.
 LibraryRecord ReadWithLibrary(Codec codec, const Bytes& unit, MessageSink& messages);

@@ -19,8 +19,6 @@ namespace qlnmedia {
 
 namespace {
 
-Json TextOrNull(const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); }
-
 std::string Joined(std::initializer_list<std::string> pieces) {
   std::string text;
   for (const std::string& piece : pieces) {

@@ -19,7 +19,7 @@ constexpr char kProgressiveType[] = "progressive";
 constexpr char kInterlacedType[] = "interlaced";
 
 // What the pictures of a stream were.
-struct Seen {
+struct ScanSeen {
   size_t frames = 0;
   size_t fields = 0;
   size_t adaptive = 0;                // frames whose macroblock pairs may be fields
@@ -32,7 +32,7 @@ struct Seen {
 };
 
 // pic_struct of a frame of H.264 (table D-1) and of HEVC (table D.2), which agree for frames.
-void TakePicStruct(uint32_t picStruct, Seen& seen) {
+void TakePicStruct(uint32_t picStruct, ScanSeen& seen) {
   const bool top = picStruct == 3 || picStruct == 5;
   const bool bottom = picStruct == 4 || picStruct == 6;
   if (picStruct == 0 || picStruct == 7 || picStruct == 8) ++seen.toldFrames;
@@ -58,7 +58,7 @@ bool IsAdaptive(const Bytes& sps) {
 }
 
 // The fields of one frame in coding order.
-void TakeFieldPair(const CodedPicture& first, const CodedPicture& second, Seen& seen) {
+void TakeFieldPair(const CodedPicture& first, const CodedPicture& second, ScanSeen& seen) {
   if (!seen.order.empty() || !first.head || !second.head) return;
   const bool firstIsShownFirst = first.order.top <= second.order.top;
   const bool topIsFirst = first.head->bottom != firstIsShownFirst;
@@ -66,7 +66,7 @@ void TakeFieldPair(const CodedPicture& first, const CodedPicture& second, Seen& 
 }
 
 void TakeH264(const std::vector<Unit>& units, const std::vector<CodedPicture>& pictures, bool adaptive,
-              Seen& seen) {
+              ScanSeen& seen) {
   const CodedPicture* const first = FirstPlaced(pictures);
   if (first == nullptr) return;
   const SpsFacts& sps = *first->head->sps;
@@ -86,7 +86,7 @@ void TakeH264(const std::vector<Unit>& units, const std::vector<CodedPicture>& p
     seen.order = first->order.top < first->order.bottom ? kTop : kBottom;
 }
 
-void TakeHevc(const std::vector<Unit>& units, const SpsFacts& sps, Seen& seen) {
+void TakeHevc(const std::vector<Unit>& units, const SpsFacts& sps, ScanSeen& seen) {
   ++(sps.hevc.interlace[2] ? seen.fields : seen.frames);
   if (!sps.hevc.frameFieldInfo) return;
   const std::optional<Bytes> payload = PictureTimingIn(Codec::kHevc, units);
@@ -106,7 +106,7 @@ void TakeHevc(const std::vector<Unit>& units, const SpsFacts& sps, Seen& seen) {
   if (info->picStruct == kBottomField) seen.order = kBottom;
 }
 
-ScanFacts H264Scan(const Seen& seen, bool frameMbsOnly) {
+ScanFacts H264Scan(const ScanSeen& seen, bool frameMbsOnly) {
   ScanFacts scan;
   scan.fieldOrder = seen.order;
   if (seen.fields != 0) {
@@ -121,7 +121,7 @@ ScanFacts H264Scan(const Seen& seen, bool frameMbsOnly) {
   return scan;
 }
 
-ScanFacts HevcScan(const Seen& seen, const HevcSpsFacts& sps) {
+ScanFacts HevcScan(const ScanSeen& seen, const HevcSpsFacts& sps) {
   const auto [progressive, interlaced, fields] = sps.interlace;
   ScanFacts scan;
   scan.fieldOrder = seen.order;
@@ -146,7 +146,7 @@ ScanFacts ScanOf(const CodedStream& stream) {
     tracker.TakeSet(unit);
     look(unit);
   }
-  Seen seen;
+  ScanSeen seen;
   std::optional<SpsFacts> sps;
   for (const std::vector<CodedPacket>* packets : {&stream.packets, &stream.more}) {
     for (const CodedPacket& packet : *packets) {

@@ -15,9 +15,6 @@ namespace qlnmedia {
 
 namespace {
 
-// Text of a file, whose bytes need be none.
-Json TextOrNull(const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); }
-
 std::string Joined(const std::vector<std::string>& pieces) {
   std::string text;
   for (const std::string& piece : pieces) {

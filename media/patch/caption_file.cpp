@@ -70,20 +70,27 @@ void CaptionFile::SpreadOver(const CaptionSurvey& survey, const std::string& pat
   if (survey.captioned() != 0 && !options_.replace)
     throw Error(path, fmt::format("stream {} has captions on {} pictures", index, survey.captioned()),
                 "--replace-captions takes them out first");
-  if (!pace_.rate)
+  // Whoever says a rate wants its triplets.
+  if (rate.empty()) {
+    fields_ = survey.fields;
+    fieldRate_ = survey.fieldRate;
+  }
+  if (!pace_.rate && !fieldRate_)
     throw Error(path,
                 fmt::format("stream {} has {} pictures a second, a rate without captions", index,
                             PlainNumber(pace_.picturesPerSecond)),
                 AdviceForPace(pace_));
+  const captions::Rate spread = fieldRate_ ? *fieldRate_ : *pace_.rate;
   if (!cues_.empty()) {
-    track_ = MakeTrackOfCues(options_.file, cues_, *pace_.rate, options_.source, &done_);
+    track_ = MakeTrackOfCues(options_.file, cues_, spread, options_.source, &done_);
     SetOffset();
   }
   clock_.emplace(survey.order, pace_);
-  source_.emplace(track_, *pace_.rate, offset_);
+  source_.emplace(track_, spread, offset_);
 }
 
 CaptionProvider CaptionFile::provider() {
+  if (fieldRate_) return [this](uint32_t) { return OfFields(); };
   return [this](uint32_t) {
     std::vector<captions::Triplet> triplets = source_->Next(clock_->number());
     clock_->Next();
@@ -91,10 +98,22 @@ CaptionProvider CaptionFile::provider() {
   };
 }
 
+// Of all fields that a picture is shown for.
+std::vector<captions::Triplet> CaptionFile::OfFields() {
+  std::vector<captions::Triplet> all;
+  const int fields = picture_ < fields_.size() ? fields_[picture_++] : 0;
+  for (int i = 0; i < fields; ++i) {
+    const std::vector<captions::Triplet> ofField = source_->Next(field_++);
+    all.insert(all.end(), ofField.begin(), ofField.end());
+  }
+  return all;
+}
+
 std::vector<std::string> CaptionFile::Summary(const EditCounts& counts) const {
-  const captions::RateInfo& info = captions::InfoOf(*pace_.rate);
-  std::vector<std::string> lines = {fmt::format("stream {}: captions put into {} pictures, {} triplets each",
-                                                index_, counts.captions, info.triplets)};
+  const captions::RateInfo& info = captions::InfoOf(fieldRate_ ? *fieldRate_ : *pace_.rate);
+  std::vector<std::string> lines = {fmt::format("stream {}: captions put into {} pictures, {} triplets {}",
+                                                index_, counts.captions, info.triplets,
+                                                fieldRate_ ? "for each field that they are shown" : "each")};
   if (counts.captionsRemoved != 0)
     lines.front() += fmt::format(", {} earlier ones taken out", counts.captionsRemoved);
   for (std::string& line : Warnings()) lines.push_back(std::move(line));
@@ -102,14 +121,15 @@ std::vector<std::string> CaptionFile::Summary(const EditCounts& counts) const {
 }
 
 std::vector<std::string> CaptionFile::Warnings() const {
-  const captions::RateInfo& info = captions::InfoOf(*pace_.rate);
+  const captions::RateInfo& info = captions::InfoOf(fieldRate_ ? *fieldRate_ : *pace_.rate);
   std::vector<std::string> lines;
   const auto warn = [&lines](std::string text) { lines.push_back("warning: " + std::move(text)); };
-  if (!pace_.steady)
+  if (!pace_.steady && !fieldRate_)
     warn(fmt::format("pictures are missing or of uneven length: captions go by time, {} pictures a second",
                      info.name));
   for (const std::string& line : done_) warn(options_.file + ": " + line);
-  if (source_->converted())
+  const bool ofItsFrames = fieldRate_ && 2 * captions::InfoOf(track_.rate).nominal == info.nominal;
+  if (source_->converted() && !ofItsFrames)
     warn(fmt::format("{} is made for {} pictures a second, the stream has {}: times are converted",
                      options_.file, captions::InfoOf(track_.rate).name, info.name));
   if (source_->early() != 0)

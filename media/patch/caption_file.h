@@ -35,6 +35,7 @@ class CaptionFile {
 
  private:
   void SetOffset();
+  std::vector<qlnmedia::captions::Triplet> OfFields();
 
   CaptionOptions options_;
   std::string cues_;  // text of which captions are made when the stream's rate is known
@@ -44,6 +45,10 @@ class CaptionFile {
   unsigned index_ = 0;
   Pace pace_;
   std::optional<PictureClock> clock_;
+  std::vector<uint8_t> fields_;                        // with pulldown, of each picture
+  std::optional<qlnmedia::captions::Rate> fieldRate_;  // likewise
+  size_t picture_ = 0;                                 // of them, the next one
+  int64_t field_ = 0;                                  // that it begins with
   std::optional<qlnmedia::captions::CaptionPictures> source_;
 };
 

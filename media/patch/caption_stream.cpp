@@ -27,7 +27,8 @@ namespace qlnmedia {
 namespace {
 
 constexpr uint8_t kPrivateData = 0x06;  // stream_type: PES packets with private data
-const Bytes kRegistration = {0x05, 0x04, 'V', 'A', 'N', 'C'};
+// What the stream is registered as, and that it holds ancillary data (SMPTE ST 2038: anc_data_descriptor).
+const Bytes kDescriptors = {0x05, 0x04, 'V', 'A', 'N', 'C', 0xC4, 0x00};
 constexpr int64_t kJump = 10 * 90000;  // units of 90 kHz by which no picture is held back
 
 // Of each picture: when it is shown, in the order of that; and where one begins, in the order of the file.
@@ -72,13 +73,6 @@ Bytes PesOf(const Bytes& data, int64_t pts) {
   return pes;
 }
 
-const MediaStream& FirstPictures(const MediaFile& in, const std::string& path) {
-  for (const MediaStream& stream : in.streams()) {
-    if (stream.movingPictures) return stream;
-  }
-  throw Error(path, "has no pictures");
-}
-
 void RequireAlone(const PatchOptions& options, const MediaFile& in) {
   if (options.beyondCaptions())
     throw Error("--caption-stream", "goes with no other change of the streams", "patch twice");
@@ -103,7 +97,7 @@ PatchResult PatchCaptionStream(const PatchOptions& options, MediaFile& in) {
   const CaptionSurvey survey = SurveyOfTimes(input.Describe(stream.index), pictures.times);
   captions.SpreadOver(survey, options.in, stream.index, options.rate);
   const mp4::FileSource source(options.in);
-  ts::StreamAddition addition(source, static_cast<uint16_t>(stream.id), kPrivateData, kRegistration);
+  ts::StreamAddition addition(source, static_cast<uint16_t>(stream.id), kPrivateData, kDescriptors);
   std::optional<mp4::OutputFile> out;
   if (!options.dryRun) out.emplace(options.out, mp4::Disk::System(), options.unfinished);
   const CaptionProvider provider = captions.provider();

@@ -19,13 +19,6 @@ namespace qlnmedia {
 
 namespace {
 
-const MediaStream& FirstPictures(const MediaFile& in, const std::string& path) {
-  for (const MediaStream& stream : in.streams()) {
-    if (stream.movingPictures) return stream;
-  }
-  throw Error(path, "has no pictures");
-}
-
 // When pictures are shown, in order, and when the last one ends; in units of their track.
 struct PictureTimes {
   std::vector<int64_t> times;

@@ -11,7 +11,7 @@ namespace qlnmedia {
 namespace {
 
 // More than any slice header takes, entry points of many tiles aside, which no editor looks at.
-constexpr size_t kHeadBytes = 4096;
+constexpr size_t kCutHead = 4096;
 
 }  // namespace
 
@@ -26,9 +26,9 @@ CutPicture::CutPicture(Codec codec, ByteSpan whole) : codec_(codec), size_(whole
   VisitUnits(whole, Framing{}, [&](ByteSpan unit) {
     if (!IsSlice(codec_, UnitType(codec_, unit))) return;
     const size_t slice = slices++;
-    if (unit.size() <= 2 * kHeadBytes) return;
+    if (unit.size() <= 2 * kCutHead) return;
     // Zeros at the end of a unit would not be its own.
-    size_t head = kHeadBytes;
+    size_t head = kCutHead;
     while (head < unit.size() && unit[head - 1] == 0) ++head;
     const size_t at = static_cast<size_t>(unit.data() - whole.data());
     const size_t before = at - taken + given_.size();

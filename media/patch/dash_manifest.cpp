@@ -27,7 +27,7 @@ std::string_view NameOf(const pugi::xml_node& element) {
 }
 
 // What SegmentTemplate and SegmentList say, from the outermost element inwards.
-struct Segments {
+struct Timeline {
   std::string base;
   std::string kind;  // of pictures, sound or text
   std::string initialization, media;
@@ -63,12 +63,12 @@ class ManifestReader {
                   fmt::format("is cut off, or no XML: {} at byte {}", result.description(), result.offset));
     const pugi::xml_node manifest = document.document_element();
     if (NameOf(manifest) != "MPD") throw Error(path_, "is no manifest");
-    const Segments outermost = Inside(manifest, {});
+    const Timeline outermost = Inside(manifest, {});
     int periods = 0;
     for (const pugi::xml_node& period : manifest.children()) {
       if (NameOf(period) != "Period") continue;
       if (++periods > 1) throw Error(path_, "names several periods", "name a playlist of one of them");
-      const Segments ofPeriod = Inside(period, outermost);
+      const Timeline ofPeriod = Inside(period, outermost);
       for (const pugi::xml_node& set : period.children()) {
         if (NameOf(set) == "AdaptationSet") TakeSet(set, ofPeriod);
       }
@@ -92,8 +92,8 @@ class ManifestReader {
     if (attribute) to = attribute.value();
   }
 
-  void TakeSet(const pugi::xml_node& set, const Segments& around) {
-    const Segments ofSet = Inside(set, around);
+  void TakeSet(const pugi::xml_node& set, const Timeline& around) {
+    const Timeline ofSet = Inside(set, around);
     for (const pugi::xml_node& representation : set.children()) {
       if (NameOf(representation) != "Representation") continue;
       id_ = representation.attribute("id").value();
@@ -103,7 +103,7 @@ class ManifestReader {
   }
 
   // What holds inside of an element.
-  Segments Inside(const pugi::xml_node& level, Segments now) const {
+  Timeline Inside(const pugi::xml_node& level, Timeline now) const {
     for (const char* const attribute : {"contentType", "mimeType"}) {
       const std::string_view kind = level.attribute(attribute).value();
       if (!kind.empty()) now.kind = kind.substr(0, kind.find('/'));
@@ -134,7 +134,7 @@ class ManifestReader {
     return now;
   }
 
-  void TakePart(const pugi::xml_node& part, Segments& now) const {
+  void TakePart(const pugi::xml_node& part, Timeline& now) const {
     const std::string_view name = NameOf(part);
     if (name == "Initialization") {
       Take(part.attribute("sourceURL"), now.initialization);
@@ -146,7 +146,7 @@ class ManifestReader {
     }
   }
 
-  void TakeTimes(const pugi::xml_node& timeline, Segments& now) const {
+  void TakeTimes(const pugi::xml_node& timeline, Timeline& now) const {
     now.timeline.clear();
     uint64_t time = 0;
     for (const pugi::xml_node& run : timeline.children()) {
@@ -207,7 +207,7 @@ class ManifestReader {
     return out;
   }
 
-  void TakeStream(const Segments& of) {
+  void TakeStream(const Timeline& of) {
     DashStream stream;
     stream.id = id_;
     stream.video = of.kind == "video";

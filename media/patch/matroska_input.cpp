@@ -26,6 +26,9 @@ bool BecomesStream(const mkv::Entry& entry) {
 
 bool IsVideo(const mkv::Entry& entry) { return entry.type == 1; }
 
+// Of all descriptions of a track, once they are unpacked.
+constexpr size_t kMostPrivateBytes = size_t{64} << 20;
+
 }  // namespace
 
 MatroskaInput::MatroskaInput(const MediaFile& in, const mkv::Carrier& carrier)
@@ -58,22 +61,34 @@ uint32_t MatroskaInput::TrackId(unsigned stream) const {
   return static_cast<uint32_t>(number);
 }
 
+std::vector<const mkv::Entry*> MatroskaInput::DescriptionsOf(unsigned stream) const {
+  std::vector<const mkv::Entry*> described;
+  for (const mkv::Entry& entry : EntriesOf(stream)) {
+    if (entry.description > described.size()) described.push_back(&entry);
+  }
+  return described;
+}
+
 std::vector<Bytes> MatroskaInput::PrivateOf(unsigned stream) const {
-  const std::vector<mkv::Entry>& entries = EntriesOf(stream);
+  const std::vector<const mkv::Entry*> entries = DescriptionsOf(stream);
   std::vector<Bytes> all;
-  for (const mkv::Entry& entry : entries) {
-    if (entry.codec != entries.front().codec)
+  size_t bytes = 0;
+  for (const mkv::Entry* const entry : entries) {
+    if (entry->codec != entries.front()->codec)
       throw Error(in_.path(), fmt::format("stream {}: its track becomes one of another codec, {} behind {}",
-                                          stream, entry.codec, entries.front().codec));
-    all.push_back(mkv::ReadPrivateData(carrier_.source(), entry));
+                                          stream, entry->codec, entries.front()->codec));
+    all.push_back(mkv::ReadPrivateData(carrier_.source(), *entry));
+    bytes += all.back().size();
+    if (bytes > kMostPrivateBytes)
+      throw Error(in_.path(), fmt::format("stream {}: its descriptions are longer than makes sense", stream));
   }
   return all;
 }
 
 std::vector<uint32_t> MatroskaInput::RecordBoxes(unsigned stream) const {
   std::vector<uint32_t> held;
-  for (const mkv::Entry& entry : EntriesOf(stream))
-    held.push_back(entry.privateData.end == 0 ? 0 : static_cast<uint32_t>(entry.privateData.id));
+  for (const mkv::Entry* const entry : DescriptionsOf(stream))
+    held.push_back(entry->privateData.end == 0 ? 0 : static_cast<uint32_t>(entry->privateData.id));
   return held;
 }
 

@@ -29,6 +29,8 @@ class MatroskaInput final : public TrackInput {
 
  private:
   const std::vector<mkv::Entry>& EntriesOf(unsigned stream) const;
+  // One entry for each description.
+  std::vector<const mkv::Entry*> DescriptionsOf(unsigned stream) const;
   std::vector<Bytes> PrivateOf(unsigned stream) const;
 
   const MediaFile& in_;

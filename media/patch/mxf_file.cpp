@@ -35,9 +35,10 @@ bool HasStartCode(const Bytes& bytes) {
 }
 
 // Pictures between the file, their editors and the carrier.
-class Pictures {
+class MxfPictures {
  public:
-  Pictures(const MxfInput& input, EditedStreams& streams, const PatchOptions& options, mxf::Carrier& carrier)
+  MxfPictures(const MxfInput& input, EditedStreams& streams, const PatchOptions& options,
+              mxf::Carrier& carrier)
       : input_(input), options_(options), carrier_(carrier) {
     for (auto& [index, edited] : streams.streams()) {
       Track& track = tracks_[input.TrackOf(index)];
@@ -107,6 +108,16 @@ class Pictures {
     return facts;
   }
 
+  // The last one of H.264.
+  static std::optional<SpsFacts> SpsOf(const std::vector<Bytes>& units) {
+    std::optional<SpsFacts> found;
+    for (const Bytes& unit : units) {
+      if (UnitType(Codec::kH264, unit) != h264::kSps) continue;
+      if (std::optional<SpsFacts> facts = ReadSpsFacts(Codec::kH264, unit)) found = std::move(facts);
+    }
+    return found;
+  }
+
   // Level and size are what the stream's sets say once they are changed.
   void FollowSets(Track& track, const Bytes& was, const Bytes& is) {
     if (track.seen || !track.codec || (!options_.cropping && !options_.level)) return;
@@ -122,11 +133,11 @@ class Pictures {
     if (options_.cropping)
       track.facts.size = mxf::SizeChange{size->wasWidth, size->wasHeight, size->width, size->height};
     if (!options_.level || track.codec != Codec::kH264) return;
-    for (const Bytes& unit : after) {
-      if (UnitType(*track.codec, unit) != h264::kSps) continue;
-      if (const auto facts = ReadSpsFacts(*track.codec, unit))
-        track.facts.avcLevel = static_cast<uint8_t>(facts->level);
-    }
+    const std::optional<SpsFacts> had = SpsOf(before), has = SpsOf(after);
+    if (!has) return;
+    track.facts.avcLevel = static_cast<uint8_t>(has->level);
+    if (had && had->h264.constraintSet3 != has->h264.constraintSet3)
+      track.facts.avcSet3 = has->h264.constraintSet3;
   }
 
   void Send(Track& track) {
@@ -177,6 +188,18 @@ PatchOptions WithRate(const PatchOptions& options, const MxfInput& input, const 
   return with;
 }
 
+// Streams of HEVC whose sub-descriptors may tell a level and a tier that are no longer true.
+std::vector<unsigned> LevelsLeft(const PatchOptions& options, const MxfInput& input,
+                                 const EditedStreams& streams, const mxf::Carrier& carrier) {
+  std::vector<unsigned> left;
+  if (!options.level && !options.highTier) return left;
+  for (const auto& [index, edited] : streams.streams()) {
+    if (edited.stream.codec == VideoCodec::kHevc && carrier.tracks()[input.TrackOf(index)].hasDetails)
+      left.push_back(index);
+  }
+  return left;
+}
+
 }  // namespace
 
 PatchResult PatchMxf(const PatchOptions& options, MediaFile& in) {
@@ -186,7 +209,7 @@ PatchResult PatchMxf(const PatchOptions& options, MediaFile& in) {
   const MxfInput input(in, carrier);
   const PatchOptions rated = WithRate(options, input, carrier);
   EditedStreams streams(input, rated);
-  Pictures pictures(input, streams, rated, carrier);
+  MxfPictures pictures(input, streams, rated, carrier);
   std::optional<mp4::OutputFile> out;
   if (!options.dryRun) out.emplace(options.out, mp4::Disk::System(), options.unfinished);
   const auto bytes = static_cast<int64_t>(source.size());
@@ -212,6 +235,8 @@ PatchResult PatchMxf(const PatchOptions& options, MediaFile& in) {
   if (carrier.layout().cutAt)
     warn(fmt::format("the file ends early, within what begins at byte {}: that was carried as it stands",
                      *carrier.layout().cutAt));
+  for (const unsigned stream : LevelsLeft(options, input, streams, carrier))
+    warn(fmt::format("stream {}: what a sub-descriptor says of its level and tier stays as it was", stream));
   for (const std::string& text : verified.otherwise) warn(text);
   if (!verified.text.empty()) result.lines.push_back(verified.text);
   return result;

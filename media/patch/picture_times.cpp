@@ -4,7 +4,16 @@
 
 #include <algorithm>
 
+#include "base/error.h"
+
 namespace qlnmedia {
+
+const MediaStream& FirstPictures(const MediaFile& in, const std::string& path) {
+  for (const MediaStream& stream : in.streams()) {
+    if (stream.movingPictures) return stream;
+  }
+  throw Error(path, "has no pictures");
+}
 
 CaptionSurvey SurveyOfTimes(const StreamDescription& stream, const std::vector<int64_t>& times) {
   CaptionSurvey survey;

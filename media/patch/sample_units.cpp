@@ -35,7 +35,7 @@ std::vector<Bytes> SetsOf(const ConfigRecord& record) {
 }
 
 // More than any slice header takes, entry points of many tiles aside, which no editor looks at.
-constexpr size_t kSliceHeadBytes = 4096;
+constexpr size_t kSliceFront = 4096;
 
 size_t LengthAt(ByteSpan bytes, size_t at, size_t lengthBytes) {
   return static_cast<size_t>(mp4::LoadNumber(bytes.data() + at, lengthBytes));
@@ -112,10 +112,10 @@ Bytes SampleUnits::CutSlices(ByteSpan bytes, std::vector<Cut>& cuts) const {
   const auto take = [&](size_t, ByteSpan unit) {
     joined = joined || HoldsStartCode(unit);
     const bool slice = !joined && IsSlice(*codec_, UnitType(*codec_, unit));
-    const bool cut = slice && unit.size() > 2 * kSliceHeadBytes;
+    const bool cut = slice && unit.size() > 2 * kSliceFront;
     if (cut) cuts.push_back({out.size(), slices, unit.size(), unit.back()});
     if (slice) ++slices;
-    if (cut) unit = unit.first(kSliceHeadBytes);
+    if (cut) unit = unit.first(kSliceFront);
     if (!joined) AppendUnit(out, unit.size(), lengthBytes, unit);
   };
   const size_t end = joined ? 0 : ForEachUnit(bytes, lengthBytes, take);
@@ -140,7 +140,7 @@ std::vector<mp4::SamplePart> SampleUnits::PartsOf(const Given& given, const Byte
   size_t was = 0;  // how far the parts go in what was given,
   size_t is = 0;   // in what came back,
   for (const Cut& cut : given.cuts) {
-    const ByteSpan head = ByteSpan(given.bytes).subspan(cut.at + lengthBytes, kSliceHeadBytes);
+    const ByteSpan head = ByteSpan(given.bytes).subspan(cut.at + lengthBytes, kSliceFront);
     const size_t at = cut.slice < slices.size() ? slices[cut.slice] : edited.size();
     const bool same =
         at >= is && edited.size() - at >= lengthBytes + head.size() &&

@@ -1,5 +1,5 @@
-// Pictures come out of PES packets where those tell them; else from libavformat, and their bytes are found
-// again in the packets of the file.
+// Pictures come out of PES packets where those tell them; else from libavformat, and their bytes are
+// found again in the packets of the file.
 
 #include "patch/transport_file.h"
 
@@ -34,9 +34,9 @@ namespace qlnmedia {
 namespace {
 
 // Pictures between the demuxer, their editors and the carrier.
-class Pictures {
+class TransportPictures {
  public:
-  Pictures(const MediaFile& in, EditedStreams& streams, ts::Carrier& carrier)
+  TransportPictures(const MediaFile& in, EditedStreams& streams, ts::Carrier& carrier)
       : in_(in), streams_(streams), carrier_(carrier) {}
 
   void Take(const AVPacket& packet) {
@@ -127,7 +127,7 @@ class Pass {
   void CarryPackets(MediaFile& in, Progress& meter) {
     const PacketHandle packet(av_packet_alloc());
     if (packet == nullptr) throw std::bad_alloc();
-    Pictures pictures(in, streams_, *carrier_);
+    TransportPictures pictures(in, streams_, *carrier_);
     PacketJoiner joiner(in);
     while (in.Read(packet.get())) {
       meter.At(packet->pos);

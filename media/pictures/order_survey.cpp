@@ -25,10 +25,15 @@ OrderSurvey::OrderSurvey(const StreamDescription& stream) : keys_(stream) {
 }
 
 void OrderSurvey::Add(const PacketView& packet) {
+  PacketUnits apart(packet.data);
+  Add(packet, apart);
+}
+
+void OrderSurvey::Add(const PacketView& packet, PacketUnits& apart) {
   std::vector<CodedPicture> pictures;
   bool completes = false;
   if (tracker_) {
-    const std::vector<Unit> units = TakeApart(packet.data, framing_).units;
+    const std::vector<Unit>& units = apart.In(tracker_->codec(), framing_).units;
     pictures = tracker_->Take(units);
     completes = CompletesPicture(tracker_->codec(), units);
   }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "pictures/presentation_order.h"
+#include "units/packet_units.h"
 
 namespace qlnmedia {
 
@@ -30,6 +31,8 @@ class OrderSurvey {
  public:
   explicit OrderSurvey(const StreamDescription& stream);
   void Add(const PacketView& packet);
+  // The same with the packet's units, which others look at as well.
+  void Add(const PacketView& packet, PacketUnits& apart);
   // The order of all that was added; the object is used up.
   PicturePlaces Finish();
 

@@ -6,13 +6,12 @@
 
 #include "sets/rbsp_reader.h"
 #include "units/access_unit.h"
+#include "units/packet_units.h"
 
 namespace qlnmedia {
 
 namespace {
 
-// Of a slice: reference lists and weights of 32 pictures stand in front of the last element read.
-constexpr size_t kHeadBytes = 1024;
 constexpr size_t kTypeBytes = 64;  // more than the elements in front of the type can fill
 constexpr uint32_t kMostReferences = 32;
 
@@ -76,7 +75,7 @@ const PpsFacts* SliceHeadReader::Find(uint32_t id) const {
 std::optional<SliceHead> SliceHeadReader::Read(ByteSpan unit) const {
   const int type = UnitType(codec_, unit);
   if (!IsSlice(codec_, type)) return {};
-  const ByteSpan front = unit.first(std::min(unit.size(), kHeadBytes));
+  const ByteSpan front = unit.first(std::min(unit.size(), kSliceHeadBytes));
   return codec_ == Codec::kH264 ? ReadH264(front) : ReadHevc(front);
 }
 

@@ -19,18 +19,19 @@ namespace qlnmedia {
 
 /// What one picture carries.
 struct CaptionPicture {
-  int64_t number = 0;  ///< of the picture, counted from the label 00:00:00:00
-  std::vector<captions::Triplet> triplets;
+  int64_t number = 0;                       ///< of the picture, counted from the label 00:00:00:00
+  std::vector<captions::Triplet> triplets;  ///< in their order, captions::kMostTriplets at most
 };
 
 /// Pictures with captions, in the order of their numbers.
 struct CaptionPictureList {
-  Rational rate;           ///< pictures a second, one of the eight that caption packets know
-  bool dropFrame = false;  ///< labels leave numbers out
-  std::vector<CaptionPicture> pictures;
+  Rational rate;                         ///< pictures a second, one of the eight that caption packets know
+  bool dropFrame = false;                ///< labels leave numbers out
+  std::vector<CaptionPicture> pictures;  ///< those that carry captions alone
 };
 
 /// Reads the text of a .scc or .mcc file, told apart by their headings.
+/// @param text the whole file
 /// @param where what the text of a failure begins with
 /// @throws Error for any other text, damaged packets, times that go back, and files without captions
 QLNMEDIA_API CaptionPictureList ParseCaptionFile(const std::string& text, const std::string& where = {});

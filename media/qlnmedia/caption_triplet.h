@@ -1,4 +1,5 @@
-// The triplets in which pictures carry captions (CTA-708, ATSC A/53 part 4).
+/// @file caption_triplet.h
+/// The triplets in which pictures carry captions (CTA-708, ATSC A/53 part 4).
 #ifndef QLNMEDIA_CAPTION_TRIPLET_H
 #define QLNMEDIA_CAPTION_TRIPLET_H
 
@@ -12,10 +13,12 @@ enum class CcType : uint8_t { kField1 = 0, kField2 = 1, kServiceData = 2, kServi
 
 /// cc_valid, cc_type and the two bytes of one triplet; line 21 bytes with their parity.
 struct Triplet {
-  bool valid = false;
-  CcType type = CcType::kServiceData;
-  uint8_t first = 0;
-  uint8_t second = 0;
+  bool valid = false;                  ///< cc_valid
+  CcType type = CcType::kServiceData;  ///< cc_type
+  uint8_t first = 0;                   ///< cc_data_1
+  uint8_t second = 0;                  ///< cc_data_2
+
+  /// Equal member by member.
 
   friend bool operator==(const Triplet&, const Triplet&) = default;
 };

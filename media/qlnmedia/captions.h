@@ -22,7 +22,7 @@ namespace qlnmedia {
 /// One caption as it stands on the screen.
 struct CaptionLine {
   double begin = 0;  ///< seconds from the first picture
-  double end = 0;
+  double end = 0;    ///< seconds; the moment when it goes
   std::string text;  ///< UTF-8; lines separated by '\n'
 };
 
@@ -86,6 +86,7 @@ QLNMEDIA_API FileCaptions ReadFileCaptions(const std::string& path, const Progre
 
 /// The lines of one service of `captions`.
 ///
+/// @param captions as ReadFileCaptions gives them
 /// @param path     the file, for the message
 /// @param service  as CaptionService::name, in letters of either case, digital ones also by number
 ///                 alone; empty for the first service
@@ -125,6 +126,7 @@ QLNMEDIA_API std::string CaptionFileText(const std::string& in, CaptionFileKind 
 /// @param progress  may be empty
 /// @param timing    rate and labels
 /// @param source    as for ReadFileCaptions
+/// @param unfinished hears of what is made beside `out`; may be empty
 /// @throws Error      for an ending or a rate for which there are no such files, a way of counting that is
 /// not
 ///                    theirs, a file without captions or without the service, and where `out` cannot be
@@ -132,10 +134,12 @@ QLNMEDIA_API std::string CaptionFileText(const std::string& in, CaptionFileKind 
 /// @throws Cancelled  where `progress` calls it off
 QLNMEDIA_API void WriteCaptionFile(const std::string& in, const std::string& out,
                                    const std::string& service = {}, const ProgressCallback& progress = {},
-                                   const CaptionTiming& timing = {}, const CaptionSourceOptions& source = {});
+                                   const CaptionTiming& timing = {}, const CaptionSourceOptions& source = {},
+                                   const UnfinishedCallback& unfinished = {});
 
-/// Captions as the text of an .srt file, and as a line each: its times and its text on one line.
+/// Captions as the text of an .srt file.
 QLNMEDIA_API std::string SrtText(const std::vector<CaptionLine>& lines);
+/// Captions as a line each: its times and its text on one line.
 QLNMEDIA_API std::string CaptionText(const std::vector<CaptionLine>& lines);
 
 }  // namespace qlnmedia

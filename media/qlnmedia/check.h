@@ -41,12 +41,12 @@ enum class FindingKind {
 
 /// One kind of disagreement; the same in later frames counts up.
 struct Finding {
-  unsigned stream = 0;  ///< index in the file
-  FindingKind kind = FindingKind::kDamage;
-  std::string text;    ///< who says what, in one line
+  unsigned stream = 0;                      ///< index in the file
+  FindingKind kind = FindingKind::kDamage;  ///< what it is about
+  std::string text;                         ///< who says what, in one line
   int64_t frame = -1;  ///< the first coded frame that shows it, from 0; -1 for the stream as a whole
   int64_t count = 1;   ///< frames that show it
-  Severity severity = Severity::kWarning;
+  Severity severity = Severity::kWarning;  ///< how much it weighs
 };
 
 /// The word of a kind, as scripts know it: "colour", "range", "size", "rate", "interlace", "hdr", "sets",

@@ -21,7 +21,7 @@ namespace qlnmedia {
 /// One stored field of the record.
 struct ClipInfoField {
   const char* name = "";  ///< its key in the store, "Title"; static storage
-  bool isNumber = false;
+  bool isNumber = false;  ///< a number, else a text
 };
 
 /// A number, or a text in the host's single-byte character set or in UTF-8.
@@ -29,14 +29,14 @@ using ClipInfoValue = std::variant<uint32_t, std::string>;
 
 /// A field that holds a value.
 struct ClipInfoEntry {
-  ClipInfoField field;
-  ClipInfoValue value;
+  ClipInfoField field;  ///< whose value it is
+  ClipInfoValue value;  ///< what it holds
 };
 
 /// A field that is to get a value, or, without one, to be removed.
 struct ClipInfoChange {
-  ClipInfoField field;
-  std::optional<ClipInfoValue> value;
+  ClipInfoField field;                 ///< what changes
+  std::optional<ClipInfoValue> value;  ///< what it gets; nothing removes it
 };
 
 /// All stored fields, in the record's order: texts first, then numbers.
@@ -91,6 +91,7 @@ class QLNMEDIA_API ClipInfoStore {
 QLNMEDIA_API std::string ClipInfoJson(const std::vector<ClipInfoEntry>& entries);
 
 /// The changes that such an object asks for; null removes.
+/// @param text the object
 /// @param where what the text of a failure begins with
 /// @throws Error for anything else
 QLNMEDIA_API std::vector<ClipInfoChange> ParseClipInfoJson(const std::string& text, const std::string& where);

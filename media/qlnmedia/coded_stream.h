@@ -1,5 +1,6 @@
-// One coded video stream in plain types, as a container or a host hands it over: what is said of it, and its
-// packets one after the other.
+/// @file coded_stream.h
+/// One coded video stream in plain types, as a container or a host hands it over: what is said of it, and its
+/// packets one after the other.
 #ifndef QLNMEDIA_CODED_STREAM_H
 #define QLNMEDIA_CODED_STREAM_H
 
@@ -20,7 +21,7 @@ enum class VideoCodec { kOther, kH264, kHevc, kMpeg2 };
 
 /// What is said of a stream in front of its first packet.
 struct StreamDescription {
-  VideoCodec codec = VideoCodec::kOther;
+  VideoCodec codec = VideoCodec::kOther;  ///< what it is coded with
   /// Body of an avcC or hvcC box, units with start codes, or nothing.
   std::vector<uint8_t> privateData;
   /// How units are told apart in packets: 0 by start codes, 1, 2 or 4 by a big-endian length of so many bytes
@@ -42,11 +43,11 @@ struct StreamDescription {
 
 /// A packet, or an access unit of a host; the bytes are the giver's, and are looked at during the call only.
 struct PacketView {
-  std::span<const uint8_t> data;
-  int64_t pts = kNoTime;  ///< presentation time in units of the stream's time base
-  int64_t dts = kNoTime;  ///< decoding time
-  bool key = false;       ///< marked as a place where decoding can start
-  int64_t position = -1;  ///< in the file, in bytes; -1 where nobody knows
+  std::span<const uint8_t> data;  ///< the bytes; borrowed
+  int64_t pts = kNoTime;          ///< presentation time in units of the stream's time base
+  int64_t dts = kNoTime;          ///< decoding time
+  bool key = false;               ///< marked as a place where decoding can start
+  int64_t position = -1;          ///< in the file, in bytes; -1 where nobody knows
 };
 
 }  // namespace qlnmedia

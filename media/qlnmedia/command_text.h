@@ -17,6 +17,7 @@ struct MediaCmd;
 
 namespace qlnmedia {
 
+/// The forms in which a command stands as text.
 enum class CommandForm {
   kXml,   ///< as MediaCmdToXMLString writes it
   kJson,  ///< its sister: members carry their comma behind them, also the last one, so that strict parsers
@@ -29,6 +30,7 @@ enum class CommandForm {
 ///
 /// @param command       a whole record; under the state value "metabasefilename" a "$" in `FileName` is
 ///                      overwritten by zero
+/// @param form          what to write
 /// @param timecodeType  in the low byte: how points in time are written
 QLNMEDIA_API std::string CommandText(MediaCmd& command, CommandForm form, uint32_t timecodeType);
 
@@ -38,6 +40,7 @@ QLNMEDIA_API std::string CommandText(MediaCmd& command, CommandForm form, uint32
 /// @param text          JSON where it begins with "{" behind blanks, else XML
 /// @param timecodeType  in the low byte: how points in time are read where the text does not say
 /// @param where         what the text of a failure begins with
+/// @param[out] command   a whole record
 /// @return the form of the text, kXml or kJson
 /// @throws Error for a text that holds no command; it has what the library says to that
 QLNMEDIA_API CommandForm ReadCommandText(const std::string& text, uint32_t timecodeType,

@@ -28,9 +28,9 @@ struct SyntaxElement {
 
 /// All elements of one set, from its NAL header to the bit in front of the stop bit.
 struct ParameterSetElements {
-  std::vector<SyntaxElement> elements;
-  bool whole = false;   ///< the syntax was followed to the stop bit
-  std::string endedAt;  ///< where it was not: the element at which it broke off; may be empty
+  std::vector<SyntaxElement> elements;  ///< in the order of the syntax table
+  bool whole = false;                   ///< the syntax was followed to the stop bit
+  std::string endedAt;                  ///< where it was not: the element at which it broke off; may be empty
 };
 
 /// Takes the parameter sets of one stream apart. For one thread at a time.
@@ -40,8 +40,11 @@ class QLNMEDIA_API ElementReader {
   /// @throws Error for another codec
   explicit ElementReader(VideoCodec codec);
   ~ElementReader();
+  /// Takes over what the other one has read; the other is of no use afterwards.
+  /// @{
   ElementReader(ElementReader&& other) noexcept;
   ElementReader& operator=(ElementReader&& other) noexcept;
+  /// @}
 
   /// Lists the elements of a unit: SPS or PPS, of H.264 also SPS extension and subset SPS, of HEVC also VPS.
   /// The reader remembers the H.264 SPS that it was shown, by which a PPS behind them is read.

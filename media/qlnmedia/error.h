@@ -28,9 +28,11 @@ class QLNMEDIA_API Error : public std::runtime_error {
         advice_(advice) {}
 
   /// The parts of the line, as they were given.
+  /// @{
   const std::string& where() const { return where_; }
   const std::string& problem() const { return problem_; }
   const std::string& advice() const { return advice_; }
+  /// @}
 
  private:
   std::string where_;

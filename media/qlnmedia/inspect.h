@@ -35,13 +35,14 @@ enum class ReportPart {
 
 /// What the facts of one column of a table have in common.
 struct ReportColumn {
-  std::string key;
+  std::string key;     ///< as the facts' own
   std::string label;   ///< its heading; empty for a column that programs alone get
   bool right = false;  ///< stands flush right, as numbers do
 };
 
 /// One entry of a report, in the order in which people read it.
 struct ReportItem {
+  /// What an entry is, and so how it is shown.
   enum class Kind {
     kSection,   ///< `label` is its title; the children are its entries
     kFact,      ///< one value
@@ -52,7 +53,7 @@ struct ReportItem {
     kNote,      ///< `text` is something that a reader should not miss
     kLine,      ///< `label` and `text` for people, of facts beside it that have no label
   };
-  Kind kind = Kind::kSection;
+  Kind kind = Kind::kSection;         ///< which of the following count
   std::string key;                    ///< its name in the JSON form; empty for rows, and for the root
   bool inList = false;                ///< a section that is one of several under its key, an array in JSON
   std::string label;                  ///< as people read it; empty for what programs alone get
@@ -60,8 +61,8 @@ struct ReportItem {
   std::string text;                   ///< of facts and elements: the value as people read it
   std::string note;                   ///< said behind the value; mostly empty
   std::vector<ReportColumn> columns;  ///< of tables
-  std::vector<ReportItem> children;
-  ReportPart part = ReportPart::kDetails;
+  std::vector<ReportItem> children;   ///< in the order in which people read them
+  ReportPart part = ReportPart::kDetails;  ///< who wants it
 };
 
 /// A whole report. Copies share their contents, which never change.
@@ -75,6 +76,7 @@ class QLNMEDIA_API Report {
 
   /// For the engine's own rooms.
   struct Contents;
+  /// For the engine's own rooms.
   explicit Report(std::shared_ptr<const Contents> contents) : contents_(std::move(contents)) {}
 
  private:

@@ -13,8 +13,8 @@ namespace qlnmedia {
 
 /// `rate` / `scale` pictures a second; neither is 0.
 struct RationalRate {
-  uint32_t rate;
-  uint32_t scale;
+  uint32_t rate;   ///< pictures in `scale` seconds
+  uint32_t scale;  ///< seconds
 };
 
 /// Reads "25", "29.97" or "30000/1001"; nothing for text that is no rate above 0 or needs more than 32 bits.

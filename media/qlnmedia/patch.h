@@ -34,20 +34,21 @@ struct CaptionOptions {
   std::string offset;
   bool replace = false;              ///< captions that are there are taken out: the stream's, or the track
   CaptionSourceOptions source = {};  ///< which stream's, and how text becomes captions
-  CaptionPlace place = CaptionPlace::kPictures;
+  CaptionPlace place = CaptionPlace::kPictures;  ///< pictures, a track, or a stream beside them
   std::string language = {};  ///< of a track: three letters of ISO 639-2 ("eng"); empty for none
 };
 
 /// The changes of every H.264 and HEVC stream of a file, and the captions of one.
 struct EditOptions : StreamChanges {
-  std::optional<CaptionOptions> captions;
-  ProgressCallback progress;  ///< may be empty
+  std::optional<CaptionOptions> captions;  ///< nothing for none
+  ProgressCallback progress;               ///< may be empty
   /// True if captions go into coded pictures.
   bool captionsIntoPictures() const { return captions && captions->place == CaptionPlace::kPictures; }
   /// True if anything is to be changed at all.
   bool any() const { return beyondCaptions() || captions; }
 };
 
+/// What PatchFile reads, writes and changes.
 struct PatchOptions : EditOptions {
   std::string in;   ///< path of the file to read
   std::string out;  ///< path of the file to write, of the same kind; another file than `in`
@@ -73,7 +74,7 @@ struct PatchOptions : EditOptions {
 
 /// What a run changed, one line each, as "stream 0: 12 parameter sets, avcC and container colour".
 struct PatchResult {
-  std::vector<std::string> lines;
+  std::vector<std::string> lines;  ///< in the order of the streams
 };
 
 /// Patches a file. The output gets its name when it is whole; it replaces a file of that name.
@@ -81,6 +82,7 @@ struct PatchResult {
 /// @throws Cancelled  where `progress` calls it off; the same holds
 QLNMEDIA_API PatchResult PatchFile(const PatchOptions& options);
 
+/// What RecoverFile found.
 enum class Recovery {
   kNothing,    ///< no change of the file was cut off
   kUntouched,  ///< one was, before the first byte of the file was overwritten

@@ -1,4 +1,5 @@
-// Exact fractions: rates, and the units in which times are counted.
+/// @file rational.h
+/// Exact fractions: rates, and the units in which times are counted.
 #ifndef QLNMEDIA_RATIONAL_H
 #define QLNMEDIA_RATIONAL_H
 
@@ -8,8 +9,8 @@ namespace qlnmedia {
 
 /// `numerator` / `denominator`; 0 / 1 is "not known" for a rate.
 struct Rational {
-  int32_t numerator = 0;
-  int32_t denominator = 1;
+  int32_t numerator = 0;    ///< above the line
+  int32_t denominator = 1;  ///< below the line; 0 counts as "not known"
 
   /// The quotient; 0 where the denominator is 0.
   double value() const {

@@ -13,11 +13,11 @@ namespace qlnmedia {
 
 /// A raster with its rate; `rate` / `scale` frames a second.
 struct Raster {
-  uint32_t width = 0;  ///< pixels
-  int32_t height = 0;  ///< lines; negative for a bottom-up image
-  uint32_t rate = 0;
-  uint32_t scale = 1;
-  bool progressive = true;
+  uint32_t width = 0;       ///< pixels
+  int32_t height = 0;       ///< lines; negative for a bottom-up image
+  uint32_t rate = 0;        ///< frames in `scale` seconds; 0 for not known
+  uint32_t scale = 1;       ///< see rate
+  bool progressive = true;  ///< whole frames; else two fields
 };
 
 /// All that the library tells of a word; any word can be described.

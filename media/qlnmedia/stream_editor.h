@@ -1,20 +1,21 @@
-// The stream editor: one coded video stream, picture by picture, in memory. Changes what the stream says
-// (colour, HDR, timecodes, captions, ...) and leaves every coded slice as it is. It opens no file and knows
-// no container.
-//
-//   qlnmedia::StreamDescription stream;
-//   stream.codec = qlnmedia::VideoCodec::kH264;
-//   stream.privateData = avcC;
-//   qlnmedia::StreamChanges changes;
-//   changes.colour = qlnmedia::ColourCodes{9, 16, 9};
-//   qlnmedia::StreamEditor editor(stream, changes);
-//   Store(editor.privateData());
-//   for (...) {
-//     editor.Push({bytes, pts, dts, key});
-//     while (auto edited = editor.Pull()) Store(edited->unit);
-//   }
-//   editor.Finish();
-//   while (auto edited = editor.Pull()) Store(edited->unit);
+/// @file stream_editor.h
+/// The stream editor: one coded video stream, picture by picture, in memory. Changes what the stream says
+/// (colour, HDR, timecodes, captions, ...) and leaves every coded slice as it is. It opens no file and knows
+/// no container.
+///
+///     qlnmedia::StreamDescription stream;
+///     stream.codec = qlnmedia::VideoCodec::kH264;
+///     stream.privateData = avcC;
+///     qlnmedia::StreamChanges changes;
+///     changes.colour = qlnmedia::ColourCodes{9, 16, 9};
+///     qlnmedia::StreamEditor editor(stream, changes);
+///     Store(editor.privateData());
+///     for (...) {
+///       editor.Push({bytes, pts, dts, key});
+///       while (auto edited = editor.Pull()) Store(edited->unit);
+///     }
+///     editor.Finish();
+///     while (auto edited = editor.Pull()) Store(edited->unit);
 #ifndef QLNMEDIA_STREAM_EDITOR_H
 #define QLNMEDIA_STREAM_EDITOR_H
 
@@ -43,23 +44,23 @@ using CaptionProvider = std::function<std::vector<captions::Triplet>(uint32_t pl
 struct StreamChanges {
   /// Colour of the sequence parameter sets, in the private data and in the stream.
   std::optional<ColourCodes> colour;
-  std::optional<bool> fullRange;
+  std::optional<bool> fullRange;  ///< video_full_range_flag
   /// What follows goes into the same sets: sample aspect ratio; level, as ten times its number, 9 for level
   /// 1b of H.264; tier of HEVC; pictures a second; chroma_sample_loc_type of both fields, of pictures in
   /// 4:2:0; samples cut off. Level, tier and pictures a second go into the video parameter sets of HEVC as
   /// well, level and tier into the head of the configuration record. What does not fit a set, as cropping by
   /// half a chroma sample, is refused.
   std::optional<SampleAspect> sampleAspect;
-  std::optional<uint32_t> level;
-  std::optional<bool> highTier;
-  std::optional<VuiTiming> timing;
-  std::optional<uint32_t> chromaLocation;
-  std::optional<Cropping> cropping;
+  std::optional<uint32_t> level;           ///< level_idc, as ten times the number
+  std::optional<bool> highTier;            ///< general_tier_flag of HEVC
+  std::optional<VuiTiming> timing;         ///< pictures a second
+  std::optional<uint32_t> chromaLocation;  ///< 0 to 5
+  std::optional<Cropping> cropping;        ///< luma samples cut off
   /// Units and messages that go, before anything is put in.
   UnitRemoval remove;
   /// Messages with these values in front of each picture where decoding can start; others of the kind go.
   std::optional<MasteringDisplay> mastering;
-  std::optional<LightLevel> lightLevel;
+  std::optional<LightLevel> lightLevel;  ///< cd/m2
   /// Timecode of the first picture in presentation order, "HH:MM:SS:FF", or "HH:MM:SS;FF" for drop-frame;
   /// empty for none. Every picture gets its own, both fields of a frame the frame's.
   std::string timecode;
@@ -74,7 +75,7 @@ struct StreamChanges {
   std::optional<bool> interlaced;
   /// Access unit delimiters and recovery points where they are missing.
   bool delimiters = false;
-  bool recoveryPoints = false;
+  bool recoveryPoints = false;  ///< SEI recovery point messages
   /// Captions of every picture; empty for none. Needs a survey. Where the stream has captions,
   /// `replaceCaptions` must be set, or the editor refuses.
   CaptionProvider captionProvider;
@@ -123,6 +124,7 @@ class QLNMEDIA_API StreamSurvey {
 
   /// For the engine's own rooms.
   struct Facts;
+  /// For the engine's own rooms.
   const Facts& facts() const { return *facts_; }
 
  private:
@@ -131,10 +133,10 @@ class QLNMEDIA_API StreamSurvey {
 
 /// One access unit, or both fields of a frame, as packets hold them.
 struct AccessUnit {
-  std::vector<uint8_t> data;
-  int64_t pts = kNoTime;  ///< in units of the stream's time base
-  int64_t dts = kNoTime;
-  bool key = false;  ///< decoding can start here
+  std::vector<uint8_t> data;  ///< in the form of the stream: lengths or start codes
+  int64_t pts = kNoTime;      ///< in units of the stream's time base
+  int64_t dts = kNoTime;      ///< in the same units
+  bool key = false;           ///< decoding can start here
 };
 
 /// An access unit that comes back.

@@ -10,8 +10,8 @@
 
 namespace qlnmedia {
 
-/// `text` with its control characters as \xNN, so that what a file says cannot steer a terminal. The texts of
-/// reports and captions are so already.
+/// `text` with its control characters as "\\xNN", so that what a file says cannot steer a terminal. The texts
+/// of reports and captions are so already.
 QLNMEDIA_API std::string Printable(std::string_view text);
 
 }  // namespace qlnmedia

@@ -13,18 +13,21 @@ namespace qlnmedia {
 
 /// A mastering display that has a name.
 struct NamedDisplay {
-  const char* name;  ///< static storage
-  MasteringDisplay display;
-  std::string text;  ///< as ParseMasteringDisplay reads it, in numbers
+  const char* name;          ///< static storage
+  MasteringDisplay display;  ///< its primaries and luminances
+  std::string text;          ///< as ParseMasteringDisplay reads it, in numbers
 };
 /// Those that ParseMasteringDisplay knows, in a fixed order.
 QLNMEDIA_API std::vector<NamedDisplay> NamedDisplays();
 
 /// Codes of colour that have a name together, and what ITU-T H.273 calls each of them.
 struct NamedColour {
-  const char* name;  ///< static storage
-  ColourCodes codes;
+  const char* name;   ///< static storage
+  ColourCodes codes;  ///< of ITU-T H.273
+  /// Their names in ITU-T H.273.
+  /// @{
   std::string primaries, transfer, matrix;
+  /// @}
 };
 /// Those that ParseColour knows, in a fixed order.
 QLNMEDIA_API std::vector<NamedColour> NamedColours();

@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "nalstream/nalstream.h"
+#include "units/packet_units.h"
 
 namespace qlnmedia {
 
@@ -20,16 +21,30 @@ void AppendLength(Bytes& out, size_t length, int bytes) {
   for (int i = bytes - 1; i >= 0; --i) out.push_back(static_cast<uint8_t>(length >> 8 * i));
 }
 
-// Offset behind the next 00 00 01 at or behind `from`; 0 if there is none.
-size_t BehindStartCode(ByteSpan data, size_t from) {
-  const ByteSpan left = data.subspan(from);
-  if (left.size() == 3) return left[0] == 0 && left[1] == 0 && left[2] == 1 ? from + 3 : 0;
-  if (left.size() < 3) return 0;
-  int start = 0;
-  int end = 0;
-  find_nal_unit(left.data(), static_cast<int>(std::min<size_t>(left.size(), INT_MAX)), &start, &end);
-  return start == 0 ? 0 : from + static_cast<size_t>(start);
-}
+// Walks from one 00 00 01 to the next, looking at each byte once.
+class StartCodes {
+ public:
+  explicit StartCodes(ByteSpan data) : data_(data) {}
+
+  // Offset behind the next one; 0 if there is none.
+  size_t Next() {
+    const ByteSpan left = data_.subspan(at_);
+    if (left.size() == 3 && left[0] == 0 && left[1] == 0 && left[2] == 1) return at_ = data_.size();
+    if (left.size() <= 3) return 0;
+    int start = 0;
+    int end = 0;
+    find_nal_unit(left.data(), static_cast<int>(std::min<size_t>(left.size(), INT_MAX)), &start, &end);
+    if (start == 0) return 0;
+    const size_t behind = at_ + static_cast<size_t>(start);
+    // No start code stands in front of the end that was found with it.
+    at_ += static_cast<size_t>(end);
+    return behind;
+  }
+
+ private:
+  ByteSpan data_;
+  size_t at_ = 0;
+};
 
 // Where a unit between start codes lies.
 struct UnitPlace {
@@ -41,14 +56,15 @@ struct UnitPlace {
 
 std::vector<UnitPlace> FindUnits(ByteSpan data) {
   std::vector<UnitPlace> places;
-  size_t start = BehindStartCode(data, 0);
+  StartCodes codes(data);
+  size_t start = codes.Next();
   // Zeros in front of a start code belong to what stands before it, but for the one that makes it 4 bytes.
   const auto codeBytes = [&data](size_t behindCode, size_t floor) {
     return behindCode - 3 > floor && data[behindCode - 4] == 0 ? 4 : 3;
   };
   int startCodeBytes = start == 0 ? 3 : codeBytes(start, 0);
   while (start != 0) {
-    const size_t next = BehindStartCode(data, start);
+    const size_t next = codes.Next();
     const int nextCodeBytes = next == 0 ? 0 : codeBytes(next, start);
     const size_t last = next == 0 ? data.size() : next - static_cast<size_t>(nextCodeBytes);
     size_t end = last;
@@ -60,15 +76,31 @@ std::vector<UnitPlace> FindUnits(ByteSpan data) {
   return places;
 }
 
-UnitRun TakeApartStartCodes(ByteSpan data) {
+// How much of a unit is taken over: all, or of a slice its head.
+class Taken {
+ public:
+  Taken() = default;
+  explicit Taken(Codec codec) : codec_(codec) {}
+
+  Bytes operator()(ByteSpan unit) const {
+    const bool head = codec_ && unit.size() > kSliceHeadBytes && IsSlice(*codec_, UnitType(*codec_, unit));
+    if (head) unit = unit.first(kSliceHeadBytes);
+    return Bytes(unit.begin(), unit.end());
+  }
+
+ private:
+  std::optional<Codec> codec_;
+};
+
+UnitRun TakeApartStartCodes(ByteSpan data, Taken taken) {
   UnitRun run;
   const std::vector<UnitPlace> places = FindUnits(data);
   const size_t lead =
       places.empty() ? data.size() : places[0].at - static_cast<size_t>(places[0].startCodeBytes);
   run.lead.assign(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(lead));
   for (const UnitPlace& place : places) {
-    const ByteSpan unit = data.subspan(place.at, place.size);
-    run.units.push_back({Bytes(unit.begin(), unit.end()), place.startCodeBytes, place.trailingZeros});
+    run.units.push_back(
+        {taken(data.subspan(place.at, place.size)), place.startCodeBytes, place.trailingZeros});
   }
   return run;
 }
@@ -86,11 +118,8 @@ std::optional<ByteSpan> NextLengthUnit(ByteSpan& data, size_t lengthBytes) {
 }
 
 // Parts what one length covers.
-void AppendUnits(ByteSpan covered, std::vector<Unit>& units) {
-  const auto bytes = [&covered](size_t at, size_t size) {
-    const ByteSpan part = covered.subspan(at, size);
-    return Bytes(part.begin(), part.end());
-  };
+void AppendUnits(ByteSpan covered, Taken taken, std::vector<Unit>& units) {
+  const auto bytes = [&](size_t at, size_t size) { return taken(covered.subspan(at, size)); };
   const std::vector<UnitPlace> places = FindUnits(covered);
   if (places.empty()) {
     units.push_back({.bytes = bytes(0, covered.size())});
@@ -110,12 +139,12 @@ void AppendUnits(ByteSpan covered, std::vector<Unit>& units) {
   }
 }
 
-UnitRun TakeApartLengths(ByteSpan data, size_t lengthBytes) {
+UnitRun TakeApartLengths(ByteSpan data, size_t lengthBytes, Taken taken) {
   UnitRun run;
   while (!data.empty()) {
     const std::optional<ByteSpan> unit = NextLengthUnit(data, lengthBytes);
     if (!unit) break;
-    AppendUnits(*unit, run.units);
+    AppendUnits(*unit, taken, run.units);
   }
   run.rest.assign(data.begin(), data.end());
   return run;
@@ -135,8 +164,23 @@ void VisitCovered(ByteSpan covered, const std::function<void(ByteSpan unit)>& ta
 }  // namespace
 
 UnitRun TakeApart(ByteSpan data, Framing framing) {
-  return framing.startCodes() ? TakeApartStartCodes(data)
-                              : TakeApartLengths(data, static_cast<size_t>(framing.lengthBytes));
+  return framing.startCodes() ? TakeApartStartCodes(data, Taken())
+                              : TakeApartLengths(data, static_cast<size_t>(framing.lengthBytes), Taken());
+}
+
+UnitRun TakeApartHeads(Codec codec, ByteSpan data, Framing framing) {
+  const Taken taken(codec);
+  return framing.startCodes() ? TakeApartStartCodes(data, taken)
+                              : TakeApartLengths(data, static_cast<size_t>(framing.lengthBytes), taken);
+}
+
+const UnitRun& PacketUnits::In(Codec codec, Framing framing) {
+  if (!run_ || codec != codec_ || framing.lengthBytes != framing_.lengthBytes) {
+    codec_ = codec;
+    framing_ = framing;
+    run_.emplace(TakeApartHeads(codec, data_, framing));
+  }
+  return *run_;
 }
 
 void VisitUnits(ByteSpan data, Framing framing, const std::function<void(ByteSpan unit)>& take) {
@@ -151,7 +195,7 @@ void VisitUnits(ByteSpan data, Framing framing, const std::function<void(ByteSpa
   }
 }
 
-bool HoldsStartCode(ByteSpan bytes) { return BehindStartCode(bytes, 0) != 0; }
+bool HoldsStartCode(ByteSpan bytes) { return StartCodes(bytes).Next() != 0; }
 
 size_t CoveredUnits(const std::vector<Unit>& units, size_t first, size_t* bytes) {
   size_t end = first + 1;

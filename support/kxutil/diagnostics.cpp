@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "kxutil/kxutil.h"
+#include "kxutil/plain_format.h"
 
 namespace {
 
@@ -39,6 +40,10 @@ void EmitFormatted(uint32_t severity, const char* format, va_list arguments) {
   if (format == nullptr) return;
   char shortText[1024];
   va_list again;
+  va_copy(again, arguments);
+  const bool isPlain = qln::FormatPlain(shortText, sizeof shortText, format, again);
+  va_end(again);
+  if (isPlain) return Emit(severity, shortText);
   va_copy(again, arguments);
   const int needed = std::vsnprintf(shortText, sizeof shortText, format, arguments);
   if (needed < 0) {

@@ -16,6 +16,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/// The mark of an exported name.
 #define KX_API __attribute__((visibility("default")))
 
 #ifdef __cplusplus
@@ -54,21 +55,23 @@ KX_API void kxOSZeroMemory(void* destination, uint32_t count);
 /// A file handle: pointer-sized, the descriptor plus 1. 0 is no handle.
 typedef intptr_t KXFileHandle;
 
+/// What kxOSCreateFile gives where no file was opened.
 #define KX_INVALID_FILE_HANDLE ((KXFileHandle)-1)
 
-#define KX_ACCESS_READ 0x80000000u
-#define KX_ACCESS_WRITE 0x40000000u
-#define KX_SHARE_READ 1u
-#define KX_CREATE_NEW 1u
-#define KX_OPEN_EXISTING 3u
+#define KX_ACCESS_READ 0x80000000u  /**< kxOSCreateFile: the file is read */
+#define KX_ACCESS_WRITE 0x40000000u /**< kxOSCreateFile: the file is written */
+#define KX_SHARE_READ 1u            /**< kxOSCreateFile: others may read it meanwhile */
+#define KX_CREATE_NEW 1u            /**< kxOSCreateFile: a new file, or none */
+#define KX_OPEN_EXISTING 3u         /**< kxOSCreateFile: a file that exists, or none */
 
 /* The platform error codes that callers meet; all others are errno as it stands. */
-#define KX_ERROR_INVALID_PARAMETER 22u
-#define KX_ERROR_INVALID_HANDLE 9u
+#define KX_ERROR_INVALID_PARAMETER 22u /**< an argument that is not allowed */
+#define KX_ERROR_INVALID_HANDLE 9u     /**< a handle that is none */
 
 /// Opens a file in one of two forms: (KX_ACCESS_READ, KX_SHARE_READ, KX_OPEN_EXISTING) reads a file that
 /// exists; (KX_ACCESS_WRITE, KX_SHARE_READ, KX_CREATE_NEW) makes a new one and fails if the name is taken.
-/// @param path NUL-terminated path. @param security, flags, file_template 0.
+/// @param path NUL-terminated path. @param access, share, disposition one of the two forms.
+/// @param security, flags, file_template 0.
 /// @return a handle for kxOSCloseFile, owned by the caller, or KX_INVALID_FILE_HANDLE; the last error then
 /// says why. A null path and any other combination of values are refused with KX_ERROR_INVALID_PARAMETER, and
 /// a folder does not open.
@@ -81,6 +84,7 @@ KX_API int32_t kxOSCloseFile(KXFileHandle handle);
 
 /// Reads up to @p count bytes at the file position, going on until the count, the end of the file or an
 /// error. Interrupted calls are resumed.
+/// @param handle open for reading. @param count bytes.
 /// @param[out] buffer room for @p count bytes; null is allowed with a count of 0 only.
 /// @param[out] bytes_read bytes put into @p buffer, also on an error; may be null. @param overlapped 0.
 /// @return non-zero on success; a read that the end of the file cuts short is a success and leaves the last
@@ -89,7 +93,9 @@ KX_API int32_t kxOSReadFile(KXFileHandle handle, void* buffer, uint32_t count, u
                             void* overlapped);
 
 /// Writes @p count bytes at the file position, going on until the count or an error. Interrupted calls are
-/// resumed. @param[out] bytes_written bytes that went out, also on an error; may be null.
+/// resumed. @param handle open for writing. @param buffer @p count bytes; null is allowed with a count of 0
+/// only. @param count bytes. @param overlapped 0. @param[out] bytes_written bytes that went out, also on an
+/// error; may be null.
 /// @return non-zero on success.
 KX_API int32_t kxOSWriteFile(KXFileHandle handle, const void* buffer, uint32_t count, uint32_t* bytes_written,
                              void* overlapped);
@@ -97,7 +103,8 @@ KX_API int32_t kxOSWriteFile(KXFileHandle handle, const void* buffer, uint32_t c
 /// Moves the file position to the absolute byte @p offset. @return the position reached; all ones on failure.
 KX_API uint64_t kxOSSeek(KXFileHandle handle, uint64_t offset);
 
-/// @return the low 32 bits of the file's size in bytes; 0xFFFFFFFF on failure. @param high 0; not looked at.
+/// @return the low 32 bits of the file's size in bytes; 0xFFFFFFFF on failure. @param handle an open handle.
+/// @param high 0; not looked at.
 KX_API uint32_t kxOSGetFileSize(KXFileHandle handle, void* high);
 
 /// Stores the file's size in bytes. @return non-zero on success; 0 on failure (no open handle, a null
@@ -114,17 +121,18 @@ KX_API uint32_t kxOSGetLastError(void);
 /// @return milliseconds of a monotonic clock, wrapping at 32 bits.
 KX_API uint32_t kxOSGetMs(void);
 
-#define KX_DRIVE_SIZE 3
-#define KX_DIRECTORY_SIZE 256
-#define KX_NAME_SIZE 256
-#define KX_EXTENSION_SIZE 256
-#define KX_PATH_SIZE 260
+#define KX_DRIVE_SIZE 3       /**< kxOSSplitPath: bytes of a drive, with its colon and terminator */
+#define KX_DIRECTORY_SIZE 256 /**< kxOSSplitPath: bytes of a directory */
+#define KX_NAME_SIZE 256      /**< kxOSSplitPath: bytes of a name */
+#define KX_EXTENSION_SIZE 256 /**< kxOSSplitPath: bytes of an extension */
+#define KX_PATH_SIZE 260      /**< kxOSMakePath: bytes of a path */
 
 /// Splits a path at its drive letter, last separator and last dot. Both '/' and '\' separate, whatever the
 /// system, since projects travel. The directory keeps its last separator and the extension its dot, so that
 /// kxOSMakePath is the reverse.
-/// @param[out] drive, directory, name, extension text buffers of 3, 256, 256 and 256 bytes; any may be null.
-/// A piece that does not fit is cut to what fits, with its terminator. A null path has four empty pieces.
+/// @param path NUL-terminated. @param[out] drive, directory, name, extension text buffers of 3, 256, 256 and
+/// 256 bytes; any may be null. A piece that does not fit is cut to what fits, with its terminator. A null
+/// path has four empty pieces.
 KX_API void kxOSSplitPath(const char* path, char* drive, char* directory, char* name, char* extension);
 
 /// Puts a path together again. @param[out] path buffer of 260 bytes; a longer path is cut to 259 characters.
@@ -165,15 +173,15 @@ typedef intptr_t KXConfigHandle;
 #define KX_DEFAULT_STORE ((KXConfigHandle)-1)
 
 /* How kxCFGOpen opens; there is one way. */
-#define KX_CONFIG_OPEN 0u
+#define KX_CONFIG_OPEN 0u /**< the one way to open a store */
 
 /* What kxCFGValueDword and kxCFGValueString do. */
-#define KX_CONFIG_READ 0u
-#define KX_CONFIG_WRITE 1u
+#define KX_CONFIG_READ 0u  /**< the value is read */
+#define KX_CONFIG_WRITE 1u /**< the value is written */
 
 /* What kxCFGClose does with the changes. */
-#define KX_CONFIG_DISCARD 0u
-#define KX_CONFIG_SAVE 1u
+#define KX_CONFIG_DISCARD 0u /**< changes are dropped */
+#define KX_CONFIG_SAVE 1u    /**< changes are written */
 
 /// Opens the store that stands in a file such as "UserMetadata.xml". A missing file opens as an empty store.
 /// Changes stay in memory until kxCFGClose.
@@ -197,6 +205,7 @@ KX_API KXConfigHandle kxCFGOpen(const char* name, uint32_t reserved);
 KX_API int32_t kxCFGClose(KXConfigHandle handle, uint32_t save);
 
 /// Reads (KX_CONFIG_READ) or writes (KX_CONFIG_WRITE) a 32-bit number.
+/// @param handle of kxCFGOpen, or KX_DEFAULT_STORE. @param mode one of the two.
 /// @param section path with backslashes, as "Tarnwick\Advanced". @param key any text.
 /// @param value in or out; null only tests, in a read, whether the key is there, number or text.
 /// @return 0 on success; non-zero if the key is absent or is no number, if the store cannot be written, and
@@ -250,7 +259,7 @@ KX_API void kxCFGSetDefaultStore(const char* path);
 #define KX_SEVERITY_WARNING 0x80000000u /**< the flags word of the text writers' warnings */
 
 /// Receives one diagnostic. @param severity one of the above, or the flags word of ErrFmtOut.
-/// @param text the finished text, NUL-terminated, valid during the call only.
+/// @param text the finished text, NUL-terminated, valid during the call only. @param context as it was set.
 typedef void (*KXDiagnosticSink)(uint32_t severity, const char* text, void* context);
 
 /// Sends all further diagnostics of the process to @p sink; null goes back to the default, which writes a
@@ -259,7 +268,8 @@ KX_API void kxSetDiagnosticSink(KXDiagnosticSink sink, void* context);
 
 /// Sends the diagnostics that the calling thread emits to @p sink instead, until the thread calls this again;
 /// null sends them to the process's sink again. For a caller that wants to know what its own calls say while
-/// other threads go on. @param previousSink, previousContext the thread's sink so far, for whoever puts it
+/// other threads go on. @param sink, context as for kxSetDiagnosticSink.
+/// @param previousSink, previousContext the thread's sink so far, for whoever puts it
 /// back; may be null.
 KX_API void kxSetThreadDiagnosticSink(KXDiagnosticSink sink, void* context, KXDiagnosticSink* previousSink,
                                       void** previousContext);
@@ -267,7 +277,8 @@ KX_API void kxSetThreadDiagnosticSink(KXDiagnosticSink sink, void* context, KXDi
 /// Emits a diagnostic line made from a printf format; null emits nothing. Never fails. Safe from any thread.
 KX_API void ErrOut(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// The same with a severity word. @param reserved1, reserved2 0.
+/// The same with a severity word. @param flags KX_SEVERITY_ bits. @param reserved1, reserved2 0.
+/// @param format a printf format.
 KX_API void ErrFmtOut(uint32_t flags, uint32_t reserved1, uint32_t reserved2, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
 
@@ -304,6 +315,7 @@ KX_API int32_t fccIs8BitD1YUV(uint32_t fourcc);
 /* ---- Text encoders ------------------------------------------------------------------------------------ */
 
 /// Encodes bytes as Base64 (RFC 4648) with a line feed behind each 72 characters and a terminator at the end.
+/// @param source the bytes. @param length how many. @param[out] output the text.
 /// @param[in,out] size the room of @p output in bytes on entry, the text's length without terminator on
 /// return; n = length x 4 / 3 + 4 plus n / 72 + 17 is always enough.
 /// @return 0; non-zero where the room does not suffice or a pointer is null: nothing is written then.

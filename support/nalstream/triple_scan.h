@@ -1,13 +1,15 @@
 // The vector scan that start code search and emulation prevention share: two zero bytes and a third of some
 // kind.
 //
-// One rule in three forms, which the tests hold against each other: plain, SSE2 (any x86-64), and AVX2 where
-// the machine has it, asked at the call. There is no start-up work and no state.
+// One rule in a few forms, which the tests hold against each other: plain, SSE2 (any x86-64), AVX2 where the
+// machine has it, asked at the call, and NEON (arm64). There is no start-up work and no state.
 #ifndef NALSTREAM_TRIPLE_SCAN_H
 #define NALSTREAM_TRIPLE_SCAN_H
 
 #include <cstddef>
 #include <cstdint>
+
+#include "nalstream/triple_scan_neon.h"
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -35,6 +37,8 @@ struct ThirdIs {
 #if defined(__x86_64__)
   static __m128i Differs(__m128i third) { return _mm_xor_si128(third, _mm_set1_epi8(kValue)); }
   QLN_AVX2 static __m256i Differs(__m256i third) { return _mm256_xor_si256(third, _mm256_set1_epi8(kValue)); }
+#elif defined(QLN_NEON)
+  static uint8x16_t Differs(uint8x16_t third) { return veorq_u8(third, vdupq_n_u8(kValue)); }
 #endif
 };
 
@@ -48,6 +52,8 @@ struct ThirdIsAtMost {
 #if defined(__x86_64__)
   static __m128i Differs(__m128i third) { return _mm_and_si128(third, _mm_set1_epi8(kAbove)); }
   QLN_AVX2 static __m256i Differs(__m256i third) { return _mm256_and_si256(third, _mm256_set1_epi8(kAbove)); }
+#elif defined(QLN_NEON)
+  static uint8x16_t Differs(uint8x16_t third) { return vandq_u8(third, vdupq_n_u8(0xFF & ~kValue)); }
 #endif
 };
 
@@ -61,6 +67,10 @@ struct ThirdIsThreeOrTwelve {
   }
   QLN_AVX2 static __m256i Differs(__m256i third) {
     return _mm256_min_epu8(ThirdIs<3>::Differs(third), ThirdIs<12>::Differs(third));
+  }
+#elif defined(QLN_NEON)
+  static uint8x16_t Differs(uint8x16_t third) {
+    return vminq_u8(ThirdIs<3>::Differs(third), ThirdIs<12>::Differs(third));
   }
 #endif
 };
@@ -207,6 +217,8 @@ const uint8_t* FindTriple(const uint8_t* from, const uint8_t* to) {
   if (to - from >= 3 && from[0] == 0 && from[1] == 0 && Third::Matches(from[2])) return from;
   if (to - from >= 256 && CPU_FEATURE_ACTIVE(AVX2)) return FindTripleAvx2<Third>(from, to);
   return FindTripleSse2<Third>(from, to);
+#elif defined(QLN_NEON)
+  return FindTripleNeon<Third>(from, to);
 #else
   return FindTriplePlain<Third>(from, to);
 #endif
@@ -236,6 +248,10 @@ const uint8_t* FindLastTriple(const uint8_t* from, const uint8_t* to) {
     const __m128i differs = _mm_or_si128(_mm_or_si128(first, second), Third::Differs(third));
     const int hits = _mm_movemask_epi8(_mm_cmpeq_epi8(differs, zero));
     if (hits != 0) return block + (31 - __builtin_clz(static_cast<unsigned>(hits)));
+  }
+#elif defined(QLN_NEON)
+  for (; end - from >= 18; end -= 16) {
+    if (const uint8_t* const last = LastTripleOfBlockNeon<Third>(end)) return last;
   }
 #endif
   const uint8_t* const rest = FindLastTriplePlain<Third>(from, end);

@@ -47,6 +47,7 @@ class StartCodeUnits {
   /// A forward iterator over the units.
   class Iterator {
    public:
+    /// @cond
     using iterator_category = std::forward_iterator_tag;
     using value_type = NalUnit;
     using difference_type = std::ptrdiff_t;
@@ -67,6 +68,7 @@ class StartCodeUnits {
     }
     friend bool operator==(const Iterator& a, const Iterator& b) { return a.m_unit.data == b.m_unit.data; }
     friend bool operator!=(const Iterator& a, const Iterator& b) { return !(a == b); }
+    /// @endcond
 
    private:
     friend class StartCodeUnits;
@@ -105,9 +107,11 @@ class StartCodeUnits {
     NalUnit m_unit;
   };
 
-  /// @param data may be null where @p size is 0.
+  /// @param data may be null where @p size is 0. @param size bytes of the buffer.
   StartCodeUnits(const uint8_t* data, size_t size) : m_data(data), m_size(size) {}
+  /// @return the first unit.
   Iterator begin() const { return Iterator(m_data, m_size); }
+  /// @return what stands behind the last unit.
   Iterator end() const { return Iterator(); }
 
  private:
@@ -197,10 +201,10 @@ inline std::optional<HevcPpsRecord> ReadHevcPps(const uint8_t* data, size_t size
 
 /// One caption triplet of CTA-708: cc_valid, cc_type and two bytes.
 struct CaptionTriplet {
-  bool valid = false;
-  uint8_t type = 2;  ///< 0 and 1 line 21 of field 1 and 2, 2 DTVCC packet data, 3 DTVCC packet start
-  uint8_t first = 0;
-  uint8_t second = 0;
+  bool valid = false;  ///< cc_valid
+  uint8_t type = 2;    ///< 0 and 1 line 21 of field 1 and 2, 2 DTVCC packet data, 3 DTVCC packet start
+  uint8_t first = 0;   ///< cc_data_1; of line 21 with its parity
+  uint8_t second = 0;  ///< cc_data_2; of line 21 with its parity
 };
 
 /// cdp_frame_rate of SMPTE ST 334-2.
@@ -228,6 +232,7 @@ inline size_t CaptionTripletCount(CaptionRate rate) {
 ///
 /// @param[in,out] frame `captionData`, `captionSize` and `captionFlags` (QLN_CAPTION_ANC) are set.
 /// @param triplets, count in; may be null for a count of 0.
+/// @param rate the stream's pictures a second.
 /// @param sequence cdp_hdr_sequence_cntr; goes up by one a frame, and wraps.
 /// @return false, with the frame as it was, for a null argument, a rate that is none, and more triplets than
 /// the rate has.
@@ -280,6 +285,7 @@ inline bool SetCaptions(DFrame* frame, const CaptionTriplet* triplets, size_t co
 /// them.
 class DiagnosticScope {
  public:
+  /// Takes one diagnostic: its severity (see kxutil.h) and its text, which is valid during the call.
   using Handler = std::function<void(uint32_t severity, const char* text)>;
 
   /// @param handler called on this thread with each diagnostic (see kxutil.h); what it throws is dropped. It

@@ -18,11 +18,13 @@
 /// The flag bits that choose how a refill treats the end of the file: of the values 0, 2, 4 and 6 under this
 /// mask only QLN_CACHE_TO_FILE_END bounds it by the file's size. No other bit has a meaning.
 #define QLN_CACHE_END_MASK 6u
+/// Stands for "to the end of the file".
 #define QLN_CACHE_TO_FILE_END 4u
 
 /// Set in a result: the read did not get through the cache; the other bits are the file system's error.
 #define QLN_CACHE_FAILED 0x80000000u
 
+/// A read cache in front of one file of the utility layer, in blocks that begin at multiples of 4096 bytes.
 class QLN_API CKXDiskCache {
  public:
   /// No handle, no buffer: every Read goes straight to the (null) handle and fails.

@@ -32,6 +32,7 @@
 class TiXmlDocument;
 class TiXmlElement;
 
+/// A project as an XML document: settings by name, and the text of one clip file and one EDL.
 class CKXProjectToXML {
  public:
   /// An empty project: the three elements without attributes, no names. It can be saved at once. Without
@@ -74,6 +75,7 @@ class CKXProjectToXML {
   QLN_API uint32_t GetEDLName(char* buffer) const;
 
   /// Sets a setting to a number, written as the decimal of the signed value: 0xFFFFFFFF as "-1".
+  /// @param value the number.
   /// @param key an XML name: letters, digits, '_', '-', '.', ':' and bytes above 126, not beginning with a
   /// digit, '-', '.' or ':', nor with a byte order mark.
   /// @return 0; KX_PROJECT_REFUSED for any other key, for a new one beyond KX_PROJECT_LARGEST_SETTINGS, and
@@ -88,6 +90,7 @@ class CKXProjectToXML {
   /// Sets a setting to a text of at most KX_PROJECT_LARGEST_TEXT bytes. @return as SetConfigDWORD.
   QLN_API uint32_t SetConfigString(const char* key, const char* text);
 
+  /// @param key the setting.
   /// @param[out] buffer 260 bytes: the first 259 characters of the setting and a terminator. It stays as it
   /// was when the setting is not there; null is left alone.
   QLN_API uint32_t GetConfigString(const char* key, char* buffer) const;

@@ -167,7 +167,7 @@ QLN_API uint32_t cfToString(uint32_t value, char* word);
 QLN_API uint32_t gsFromString(const char* word, uint32_t* value);
 
 /// Gives the (first) word of a state value.
-/// @param[out] word buffer of GS_WORD_SIZE (31) bytes; may be null.
+/// @param value the identifier. @param[out] word buffer of GS_WORD_SIZE (31) bytes; may be null.
 /// @return 0; 0xFFFFFFFF for an identifier that is not in the table, and then @p word stays.
 QLN_API uint32_t gsToString(uint32_t value, char* word);
 

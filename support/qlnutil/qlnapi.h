@@ -6,11 +6,15 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/// The mark of an exported name.
 #define QLN_API __attribute__((visibility("default")))
 
 #ifdef __cplusplus
+/// Begins declarations with C linkage.
 #define QLN_C_BEGIN extern "C" {
+/// Ends them.
 #define QLN_C_END }
+/// Ends the compilation with a text where a condition does not hold, in C and in C++.
 #define QLN_STATIC_ASSERT(condition, text) static_assert(condition, text)
 #else
 #define QLN_C_BEGIN

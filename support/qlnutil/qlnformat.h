@@ -40,11 +40,12 @@ typedef uint8_t TcType;
 /// token in 20 to 27, scan class in 28 to 30. Any word can be taken apart.
 typedef uint32_t QLNSignalFormat;
 
+/// The word of no format.
 #define QLN_SIGNAL_FORMAT_UNKNOWN 0xF0000000u
 
-#define QLN_SCAN_CLASS_INTERLACED 1u
-#define QLN_SCAN_CLASS_PROGRESSIVE 2u
-#define QLN_SCAN_CLASS_SEGMENTED 4u
+#define QLN_SCAN_CLASS_INTERLACED 1u  /**< scan class: two fields a frame */
+#define QLN_SCAN_CLASS_PROGRESSIVE 2u /**< scan class: whole frames */
+#define QLN_SCAN_CLASS_SEGMENTED 4u   /**< scan class: progressive, carried as two segments */
 
 /// What the two token functions give for a size or a token that has no counterpart.
 #define QLN_SIZE_UNKNOWN 0xFFFFFFFFu
@@ -74,7 +75,7 @@ QLN_STATIC_ASSERT(offsetof(QLNVid, scanFlags) == 32, "the scan flags end the kno
 
 /// Gives the rational rate that a signal format's rate field stands for: 14, 23, 29, 47, 59, 71 and 119 are
 /// 15000, 24000, 30000, 48000, 60000, 72000 and 120000 over 1001; any other field value is itself over 1.
-/// @param[out] rate, scale frames per second = rate / scale.
+/// @param format the word. @param[out] rate, scale frames per second = rate / scale.
 /// @return 0; -1 for QLN_SIGNAL_FORMAT_UNKNOWN (outputs left alone) and for a rate field of 256, which means
 /// no rate (outputs 256 and 1).
 QLN_API int32_t vidRateScale(QLNSignalFormat format, uint32_t* rate, uint32_t* scale);
@@ -92,7 +93,8 @@ QLN_API int32_t vidNormalizeRateScale(uint32_t* rate, uint32_t* scale);
 /// @return 0, or -1 for a null pointer.
 QLN_API int32_t vidRateScaleFromSize(uint32_t width, uint32_t height, uint32_t* rate, uint32_t* scale);
 
-/// Frames per second. @param format looked at only where @p rate or @p scale is 0.
+/// Frames per second. @param rate, scale their quotient counts, unless one of them is 0. @param format looked
+/// at only then.
 /// @return rate / scale; else the rate of the format; 29.97002997002997 where that has none.
 QLN_API double vidFramesPerSecD(QLNSignalFormat format, uint32_t rate, uint32_t scale);
 
@@ -133,8 +135,8 @@ QLN_API QLNSignalFormat vidGetSignalFormat(uint32_t rate, uint32_t scale, uint32
 
 /// Writes a format's display name: the fixed one of 102 words, as "1920x1080i@29.97", else one built from the
 /// sizes of its tokens (-1 for an unknown one), its scan class and its rate, as "-1x-1 @Custom".
-/// @param[out] text 21 bytes, all of them written: the text with its terminator, blanks behind it, a
-/// terminator in the last byte.
+/// @param format any word. @param[out] text 21 bytes, all of them written: the text with its terminator,
+/// blanks behind it, a terminator in the last byte.
 /// @return 0 always.
 QLN_API int32_t vidSignalFormatToStr20(QLNSignalFormat format, char* text);
 
@@ -159,7 +161,7 @@ QLN_API uint32_t vidGetAspectRatio(const QLNVid* video);
 /* ---- Image size, video description and colour matrix -------------------------------------------------- */
 
 /// Pixel size of a signal format, by its tokens but for the words that those would tell wrongly.
-/// @param[out] width, height pixels and lines; QLN_SIZE_UNKNOWN for an unknown token.
+/// @param format any word. @param[out] width, height pixels and lines; QLN_SIZE_UNKNOWN for an unknown token.
 /// @param field non-zero for one field: halves the height, rounded down, where bit 28 of the word is set.
 /// @return 0; -1 where a token is unknown (the height is then not halved) or a pointer is null.
 QLN_API int32_t vidImageSize(QLNSignalFormat format, uint32_t* width, uint32_t* height, uint32_t field);
@@ -167,7 +169,8 @@ QLN_API int32_t vidImageSize(QLNSignalFormat format, uint32_t* width, uint32_t* 
 /// Fills a video description from a signal format: rate, scale, width, height, active rectangle, scan flags.
 /// A format that is none of the common ones gets the plain sizes of its tokens and keeps the rectangle's left
 /// and top that the record holds.
-/// @param[in,out] video the known fields only; all other bits of the scan flags are cleared.
+/// @param format any word. @param[in,out] video the known fields only; all other bits of the scan flags are
+/// cleared.
 /// @return 0; -1 where vidRateScale or vidImageSize fails: what they gave stands in the record, and nothing
 /// else is written.
 QLN_API int32_t vidSignalFormatToQLNVid(QLNSignalFormat format, QLNVid* video);

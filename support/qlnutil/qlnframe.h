@@ -11,20 +11,21 @@
 
 #include "qlnutil/qlnapi.h"
 
+/// Bytes of captionData.
 #define QLN_CAPTION_DATA_SIZE 512
 
 /// `colorFlags`: which colour metadata of a frame are valid.
 #define QLN_COLOR_MATRIX 0x0004u
-#define QLN_COLOR_TRANSFER 0x0008u
-#define QLN_COLOR_PRIMARIES 0x0010u
+#define QLN_COLOR_TRANSFER 0x0008u  /**< transferCharacteristics is valid */
+#define QLN_COLOR_PRIMARIES 0x0010u /**< colourPrimaries is valid */
 #define QLN_COLOR_MASTERING 0x0DE0u /**< all six bits together: the mastering display values */
-#define QLN_COLOR_MAX_CLL 0x1000u
-#define QLN_COLOR_MAX_FALL 0x2000u
+#define QLN_COLOR_MAX_CLL 0x1000u   /**< maxContentLightLevel is valid */
+#define QLN_COLOR_MAX_FALL 0x2000u  /**< maxFrameAverageLightLevel is valid */
 
 /// `captionFlags`: the kind of the caption data.
 #define QLN_CAPTION_ANC 0x1000u
-#define QLN_CAPTION_LINE21_FIRST 0x0100u
-#define QLN_CAPTION_LINE21_SECOND 0x0200u
+#define QLN_CAPTION_LINE21_FIRST 0x0100u  /**< the byte pair of line 21, field 1 */
+#define QLN_CAPTION_LINE21_SECOND 0x0200u /**< the byte pair of line 21, field 2 */
 
 /// `fieldFlags`: both bits set, the buffer holds two fields.
 #define QLN_TWO_FIELDS 0x60000u

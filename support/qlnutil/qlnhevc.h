@@ -51,7 +51,7 @@ typedef struct HevcConfigRecord {
 /// A Dolby Vision configuration as a host gives it; 24 bytes.
 typedef struct DvvcConfigRecord {
   uint8_t dv_version_major; /**< version of the configuration */
-  uint8_t dv_version_minor;
+  uint8_t dv_version_minor; /**< its second number */
   /** bits 0 to 6 dv_profile, 7 to 12 dv_level, 13 rpu_present_flag, 14 el_present_flag, 15 bl_present_flag */
   uint16_t dv_flags;
   uint32_t dv_compatibility; /**< bits 0 to 3 dv_bl_signal_compatibility_id, the rest reserved */

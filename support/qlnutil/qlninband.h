@@ -216,23 +216,23 @@ QLN_API uint32_t qlnutilSetFrameInterlaced(DFrame* source, DFrame* destination, 
 
 /// Content light level of a stream (ITU-T H.265 clause D.2.35), in cd/m2.
 typedef struct ContentLightRecord {
-  uint32_t max_content_light_level;
-  uint32_t max_pic_average_light_level;
+  uint32_t max_content_light_level;     /**< cd/m2, of the brightest pixel */
+  uint32_t max_pic_average_light_level; /**< cd/m2, of the brightest picture */
 } ContentLightRecord;
 
 /// Mastering display of a stream (ITU-T H.265 clause D.2.28): chromaticities in units of 0.00002, luminances
 /// in units of 0.0001 cd/m2.
 typedef struct MasteringDisplayRecord {
-  uint32_t redX;
-  uint32_t redY;
-  uint32_t greenX;
-  uint32_t greenY;
-  uint32_t blueX;
-  uint32_t blueY;
-  uint32_t whitePointX;
-  uint32_t whitePointY;
-  uint32_t minLuminance;
-  uint32_t maxLuminance;
+  uint32_t redX;           /**< x of red, CIE 1931, as the next seven */
+  uint32_t redY;           /**< y of red */
+  uint32_t greenX;         /**< x of green */
+  uint32_t greenY;         /**< y of green */
+  uint32_t blueX;          /**< x of blue */
+  uint32_t blueY;          /**< y of blue */
+  uint32_t whitePointX;    /**< x of the white point */
+  uint32_t whitePointY;    /**< y of the white point */
+  uint32_t minLuminance;   /**< darkest, 0.0001 cd/m2 */
+  uint32_t maxLuminance;   /**< brightest, 0.0001 cd/m2 */
   uint32_t primariesValid; /**< 1 when the record was filled */
   uint32_t luminanceValid; /**< 1 when the record was filled */
 } MasteringDisplayRecord;

@@ -39,157 +39,157 @@ QLN_C_BEGIN
 /// The descriptive metadata of a clip. A text is zero-terminated, in the host's single-byte character set.
 /// The names are the keys in the store ("TCP-IPAddress" and "A-Frame" with a hyphen).
 typedef struct QLNInfo {
-  char* FileName;
-  char* NativeLocator;
-  char* UniversalLocator;
-  char* TCP_IPAddress;
-  char* SourceLocator;
-  char* ChannelIdentifier;
-  char* ChannelName;
-  char* ChannelDescription;
-  char* Title;
-  char* Subject;
-  char* Category;
-  char* Keywords;
-  char* Ratings;
-  char* Comments;
-  char* DoNotUse;
-  char* Owner;
-  char* Editor;
-  char* Supplier;
-  char* Source;
-  char* Project;
-  char* Status;
-  char* Author;
-  char* RevisionNumber;
-  char* Produced;
-  char* Album;
-  char* Artist;
-  char* Composer;
-  char* Copyright;
-  char* CreationData;
-  char* Description;
-  char* Director;
-  char* Disclaimer;
-  char* EncodedBy;
-  char* FullName;
-  char* Genre;
-  char* HostComputer;
-  char* Information;
-  char* Make;
-  char* Model;
-  char* OriginalArtist;
-  char* OriginalFormat;
-  char* Performers;
-  char* Producer;
-  char* Product;
-  char* Software;
-  char* SpecialPlaybackRequirements;
-  char* Track;
-  char* Warning;
-  char* URL;
-  char* EditData1;
-  char* EditData2;
-  char* EditData3;
-  char* EditData4;
-  char* EditData5;
-  char* EditData6;
-  char* EditData7;
-  char* EditData8;
-  char* EditData9;
-  char* VersionString;
-  char* Manufacturer;
-  char* Language;
-  char* Format;
-  char* InputDevice;
-  char* DeviceModelNum;
-  char* DeviceSerialNum;
-  char* Reel;
-  char* Shot;
-  char* Take;
-  char* SlateInfo;
-  char* FrameAttribute;
-  char* Episode;
-  char* Scene;
-  char* DailyRoll;
-  char* CamRoll;
-  char* SoundRoll;
-  char* LabRoll;
-  char* KeyNumberPrefix;
-  char* InkNumberPrefix;
-  char* PictureIcon;
-  char* ProxyFile;
-  void* CustomMetadataBlock; /**< CustomMetadataBlockSize bytes */
+  char* FileName;                    /**< name of the clip file; tag 0 */
+  char* NativeLocator;               /**< path of the clip on its own system; tag 1 */
+  char* UniversalLocator;            /**< URL of the clip; tag 2 */
+  char* TCP_IPAddress;               /**< address of the machine that has the clip; tag 3 */
+  char* SourceLocator;               /**< where the clip was taken from; tag 4 */
+  char* ChannelIdentifier;           /**< identifier of the channel; tag 5 */
+  char* ChannelName;                 /**< name of the channel; tag 6 */
+  char* ChannelDescription;          /**< description of the channel; tag 7 */
+  char* Title;                       /**< title of the clip; tag 8 */
+  char* Subject;                     /**< what it is about; tag 9 */
+  char* Category;                    /**< category; tag 10 */
+  char* Keywords;                    /**< words to find it by; tag 11 */
+  char* Ratings;                     /**< ratings; tag 12 */
+  char* Comments;                    /**< comments; tag 13 */
+  char* DoNotUse;                    /**< reserved */
+  char* Owner;                       /**< owner of the clip; tag 14 */
+  char* Editor;                      /**< who edited it; tag 15 */
+  char* Supplier;                    /**< who supplied it; tag 16 */
+  char* Source;                      /**< source of the material; tag 17 */
+  char* Project;                     /**< project that it belongs to; tag 18 */
+  char* Status;                      /**< state of the work on it; tag 19 */
+  char* Author;                      /**< who wrote it; tag 20 */
+  char* RevisionNumber;              /**< revision, as a text; tag 21 */
+  char* Produced;                    /**< when or where it was produced; tag 22 */
+  char* Album;                       /**< album; tag 23 */
+  char* Artist;                      /**< artist; tag 24 */
+  char* Composer;                    /**< composer; tag 25 */
+  char* Copyright;                   /**< copyright notice; tag 26 */
+  char* CreationData;                /**< date or data of its creation; tag 27 */
+  char* Description;                 /**< description; tag 28 */
+  char* Director;                    /**< director; tag 29 */
+  char* Disclaimer;                  /**< disclaimer; tag 30 */
+  char* EncodedBy;                   /**< who encoded it; tag 31 */
+  char* FullName;                    /**< full name; tag 32 */
+  char* Genre;                       /**< genre; tag 33 */
+  char* HostComputer;                /**< machine that it was made on; tag 34 */
+  char* Information;                 /**< information of any kind; tag 35 */
+  char* Make;                        /**< maker of the device; tag 36 */
+  char* Model;                       /**< model of the device; tag 37 */
+  char* OriginalArtist;              /**< artist of the original; tag 38 */
+  char* OriginalFormat;              /**< format of the original; tag 39 */
+  char* Performers;                  /**< performers; tag 40 */
+  char* Producer;                    /**< producer; tag 41 */
+  char* Product;                     /**< product; tag 42 */
+  char* Software;                    /**< software that made it; tag 43 */
+  char* SpecialPlaybackRequirements; /**< what playing it takes; tag 44 */
+  char* Track;                       /**< track; tag 45 */
+  char* Warning;                     /**< warning; tag 46 */
+  char* URL;                         /**< address of a page about it; tag 47 */
+  char* EditData1;                   /**< free for editing systems; tag 48 */
+  char* EditData2;                   /**< free for editing systems; tag 49 */
+  char* EditData3;                   /**< free for editing systems; tag 50 */
+  char* EditData4;                   /**< free for editing systems; tag 51 */
+  char* EditData5;                   /**< free for editing systems; tag 52 */
+  char* EditData6;                   /**< free for editing systems; tag 53 */
+  char* EditData7;                   /**< free for editing systems; tag 54 */
+  char* EditData8;                   /**< free for editing systems; tag 55 */
+  char* EditData9;                   /**< free for editing systems; tag 56 */
+  char* VersionString;               /**< version, as a text; written and never read back; tag 57 */
+  char* Manufacturer;                /**< manufacturer of the device; tag 58 */
+  char* Language;                    /**< language; tag 59 */
+  char* Format;                      /**< format; tag 60 */
+  char* InputDevice;                 /**< device that it was taken with; tag 61 */
+  char* DeviceModelNum;              /**< model number of that device; tag 62 */
+  char* DeviceSerialNum;             /**< serial number of that device; tag 63 */
+  char* Reel;                        /**< reel; tag 64 */
+  char* Shot;                        /**< shot; tag 65 */
+  char* Take;                        /**< take; tag 66 */
+  char* SlateInfo;                   /**< what the slate says; tag 67 */
+  char* FrameAttribute;              /**< attribute of frames; tag 68 */
+  char* Episode;                     /**< episode; tag 69 */
+  char* Scene;                       /**< scene; tag 70 */
+  char* DailyRoll;                   /**< roll of dailies; tag 71 */
+  char* CamRoll;                     /**< camera roll; tag 72 */
+  char* SoundRoll;                   /**< sound roll; tag 73 */
+  char* LabRoll;                     /**< laboratory roll; tag 74 */
+  char* KeyNumberPrefix;             /**< prefix of the film key numbers; tag 75 */
+  char* InkNumberPrefix;             /**< prefix of the film ink numbers; tag 76 */
+  char* PictureIcon;                 /**< picture that stands for the clip; tag 77 */
+  char* ProxyFile;                   /**< file with a proxy of the clip; tag 78 */
+  void* CustomMetadataBlock;         /**< CustomMetadataBlockSize bytes */
   char* ImageInfo; /**< a text in the store; to qlnInfoSet a block whose first 32-bit word is its length */
-  char* UMID;
-  char* XML;
-  char* XML_XMP;
-  char* XML_MediaInfo;
-  char* NotUsed_87;
-  char* NotUsed_88;
-  char* NotUsed_89;
-  char* NotUsed_90;
-  char* NotUsed_91;
-  char* NotUsed_92;
-  char* NotUsed_93;
-  char* NotUsed_94;
-  char* NotUsed_95;
-  char* NotUsed_96;
-  char* NotUsed_97;
-  char* NotUsed_98;
-  char* NotUsed_99;
+  char* UMID;      /**< unique material identifier (SMPTE ST 330) */
+  char* XML;       /**< XML of any kind */
+  char* XML_XMP;   /**< XMP packet */
+  char* XML_MediaInfo; /**< media description as XML */
+  char* NotUsed_87;    /**< not used; merged and stored as the others */
+  char* NotUsed_88;    /**< not used; merged and stored as the others */
+  char* NotUsed_89;    /**< not used; merged and stored as the others */
+  char* NotUsed_90;    /**< not used; merged and stored as the others */
+  char* NotUsed_91;    /**< not used; merged and stored as the others */
+  char* NotUsed_92;    /**< not used; merged and stored as the others */
+  char* NotUsed_93;    /**< not used; merged and stored as the others */
+  char* NotUsed_94;    /**< not used; merged and stored as the others */
+  char* NotUsed_95;    /**< not used; merged and stored as the others */
+  char* NotUsed_96;    /**< not used; merged and stored as the others */
+  char* NotUsed_97;    /**< not used; merged and stored as the others */
+  char* NotUsed_98;    /**< not used; merged and stored as the others */
+  char* NotUsed_99;    /**< not used; merged and stored as the others */
 
   uint32_t Reserved; /**< without a meaning yet; cleared by qlnInfoDelete */
 
-  uint32_t TimeCode;
-  uint32_t UserBits;
-  uint32_t VITCTimeCode;
-  uint32_t VITCUserBits;
-  uint32_t VITCExtraData;
-  uint32_t PosterFrame;
-  uint32_t A_Frame;
-  uint32_t AspectRatio;
-  uint32_t OriginalRate;
-  uint32_t OriginalScale;
-  uint32_t TotalConversions;
-  uint32_t VersionNumber;
-  uint32_t FileSize;
-  uint32_t FileDate;
-  uint32_t FileTime;
-  uint32_t SequenceNumber;
-  uint32_t TotalStreams;
-  uint32_t TotalLength;
-  uint32_t FilmManufacturerCode;
-  uint32_t FilmTypeCode;
-  uint32_t WhitePoint;
-  uint32_t BlackPoint;
-  uint32_t BlackGain;
-  uint32_t BreakPoint;
-  uint32_t Gamma1000;
-  uint32_t TagNumber;
-  uint32_t Flags;
-  uint32_t TimeCodeType;
-  uint32_t LTCTimeCodeType;
-  uint32_t VITCTimeCodeType;
-  uint32_t ProdDate;
-  uint32_t UniqueID;
-  uint32_t CustomMetadataBlockType;
-  uint32_t CustomMetadataBlockSize;
-  uint32_t NorthSouthEastWest;
-  uint32_t Latitude;
-  uint32_t Longitude;
-  uint32_t Exposure;
-  uint32_t RedGain;
-  uint32_t BlueGain;
-  uint32_t WhiteBalance;
-  uint32_t Matrix;
-  uint32_t ISO;
-  uint32_t GreenGain;
-  uint32_t FileSizeHi;
-  uint32_t NumericNotUsed_46;
-  uint32_t NumericNotUsed_47;
-  uint32_t NumericNotUsed_48;
-  uint32_t NumericNotUsed_49;
+  uint32_t TimeCode;                /**< first timecode, in frames; tag 4097 */
+  uint32_t UserBits;                /**< user bits of the LTC; tag 4098 */
+  uint32_t VITCTimeCode;            /**< first timecode of the VITC, in frames; tag 4099 */
+  uint32_t VITCUserBits;            /**< user bits of the VITC; tag 4100 */
+  uint32_t VITCExtraData;           /**< further data of the VITC; tag 4101 */
+  uint32_t PosterFrame;             /**< frame that stands for the clip; tag 4102 */
+  uint32_t A_Frame;                 /**< frame where the pulldown sequence begins; tag 4103 */
+  uint32_t AspectRatio;             /**< aspect ratio; tag 4104 */
+  uint32_t OriginalRate;            /**< frames per second = OriginalRate / OriginalScale; tag 4105 */
+  uint32_t OriginalScale;           /**< see OriginalRate; tag 4106 */
+  uint32_t TotalConversions;        /**< conversions so far; tag 4107 */
+  uint32_t VersionNumber;           /**< version; written and never read back; tag 4108 */
+  uint32_t FileSize;                /**< bytes, low 32 bits; tag 4109 */
+  uint32_t FileDate;                /**< date of the file; tag 4110 */
+  uint32_t FileTime;                /**< time of the file; tag 4111 */
+  uint32_t SequenceNumber;          /**< number in a sequence; tag 4112 */
+  uint32_t TotalStreams;            /**< streams of the clip; tag 4113 */
+  uint32_t TotalLength;             /**< length of the clip in frames; tag 4114 */
+  uint32_t FilmManufacturerCode;    /**< film manufacturer, as key numbers have it; tag 4115 */
+  uint32_t FilmTypeCode;            /**< film type, as key numbers have it; tag 4116 */
+  uint32_t WhitePoint;              /**< white point of film samples; tag 4117 */
+  uint32_t BlackPoint;              /**< black point of film samples; tag 4118 */
+  uint32_t BlackGain;               /**< gain of black; tag 4119 */
+  uint32_t BreakPoint;              /**< break point of the curve; tag 4120 */
+  uint32_t Gamma1000;               /**< gamma times 1000; tag 4121 */
+  uint32_t TagNumber;               /**< number of a tag; tag 4122 */
+  uint32_t Flags;                   /**< flags; tag 4123 */
+  uint32_t TimeCodeType;            /**< timecode type of TimeCode; tag 4124 */
+  uint32_t LTCTimeCodeType;         /**< timecode type of the LTC; tag 4125 */
+  uint32_t VITCTimeCodeType;        /**< timecode type of the VITC; tag 4126 */
+  uint32_t ProdDate;                /**< date of production; tag 4127 */
+  uint32_t UniqueID;                /**< identifier; tag 4128 */
+  uint32_t CustomMetadataBlockType; /**< kind of CustomMetadataBlock; tag 4129 */
+  uint32_t CustomMetadataBlockSize; /**< bytes of CustomMetadataBlock */
+  uint32_t NorthSouthEastWest;      /**< hemispheres of the next two */
+  uint32_t Latitude;                /**< latitude */
+  uint32_t Longitude;               /**< longitude */
+  uint32_t Exposure;                /**< exposure of the camera */
+  uint32_t RedGain;                 /**< gain of red */
+  uint32_t BlueGain;                /**< gain of blue */
+  uint32_t WhiteBalance;            /**< white balance */
+  uint32_t Matrix;                  /**< colour matrix */
+  uint32_t ISO;                     /**< sensitivity of the camera */
+  uint32_t GreenGain;               /**< gain of green */
+  uint32_t FileSizeHi;              /**< bytes, high 32 bits */
+  uint32_t NumericNotUsed_46;       /**< not used; merged and stored as the others */
+  uint32_t NumericNotUsed_47;       /**< not used; merged and stored as the others */
+  uint32_t NumericNotUsed_48;       /**< not used; merged and stored as the others */
+  uint32_t NumericNotUsed_49;       /**< not used; merged and stored as the others */
 
   uint64_t Closing; /**< without a meaning yet; neither merged nor stored */
 } QLNInfo;

@@ -39,11 +39,13 @@ QLN_API uint32_t speedReps(uint32_t* counter, int32_t speed);
 /// Counts the channels of a mask. @return the number of set bits, 0 to 32.
 QLN_API uint32_t totalChannels(uint32_t mask);
 
-/// Picks one channel of a mask. @param index counts the set bits from 0, beginning at bit 0.
+/// Picks one channel of a mask. @param mask a bit for each channel. @param index counts the set bits from 0,
+/// beginning at bit 0.
 /// @return a word with that bit alone; 0 if the mask has fewer set bits.
 QLN_API uint32_t isolateChannel(uint32_t mask, uint32_t index);
 
-/// Finds one channel of a mask. @param index counts the set bits from 0, beginning at bit 0.
+/// Finds one channel of a mask. @param mask a bit for each channel. @param index counts the set bits from 0,
+/// beginning at bit 0.
 /// @param[out] remaining the mask without that bit, or the whole mask if there is none; may be null.
 /// @return the number of the bit, 0 to 31; 0xFFFFFFFF if the mask has fewer set bits.
 QLN_API uint32_t findChannel(uint32_t mask, uint32_t* remaining, uint32_t index);
@@ -79,6 +81,7 @@ class CQLNTransTC {
   /// Range empty, position, speed and index 0.
   QLN_API CQLNTransTC();
 
+  /// A counter in the same state.
   CQLNTransTC(const CQLNTransTC&) = default;
 
   /// Takes over the whole state of another counter.
@@ -171,14 +174,14 @@ class CQLNTransTC {
   /// @return ticks that the current frame is to stand: 1 at speed 0 and from plain speed up.
   QLN_API int32_t PlayCount();
 
-  int32_t in_;
-  int32_t out_;
-  int32_t dur_;  // out - in; the modulus, as an unsigned word
-  CQLNPos pos_;
-  CQLNSpeed speed_;
-  bool recount_;  // the play count has to be worked out anew
-  int32_t index_;
-  int32_t lastPlayCount_;
+  int32_t in_;             ///< first frame of the range
+  int32_t out_;            ///< frame behind the range
+  int32_t dur_;            ///< out - in; the modulus, as an unsigned word
+  CQLNPos pos_;            ///< where the counter stands
+  CQLNSpeed speed_;        ///< length of a step
+  bool recount_;           ///< the play count has to be worked out anew
+  int32_t index_;          ///< steps forward less steps back
+  int32_t lastPlayCount_;  ///< play count as it was last worked out
 
  private:
   // How far `steps` steps lead from here, and what every step ends with.

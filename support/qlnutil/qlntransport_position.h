@@ -32,8 +32,10 @@ class CQLNSpeed {
   /// As Set(numerator, denominator).
   QLN_API CQLNSpeed(int32_t numerator, int32_t denominator);
 
+  /// The same speed.
   CQLNSpeed(const CQLNSpeed&) = default;
 
+  /// Takes over the value as it is. @return the object.
   QLN_API CQLNSpeed& operator=(const CQLNSpeed& other);
 
   /// Takes a multiple of plain play: @p times x 65520, truncated toward zero, held inside 32 bits; not a
@@ -100,8 +102,10 @@ class CQLNPos {
   /// As Set(whole, fraction).
   QLN_API CQLNPos(int32_t whole, int32_t fraction);
 
+  /// The same position.
   CQLNPos(const CQLNPos&) = default;
 
+  /// Takes over frame and fraction as they are. @return the object.
   QLN_API CQLNPos& operator=(const CQLNPos& other);
 
   /// As Set(distance).

@@ -24,7 +24,7 @@ extern "C" {
 /// is hours modulo 24, minutes, seconds, frames, one byte each (type 0 counts at 30); other flag bits are
 /// ignored.
 ///
-/// @param timecode the count in frames.
+/// @param timecode the count in frames. @param flags the type, and KX_TIMECODE_BINARY.
 /// @param[out] output room for 16 bytes (4 in binary form); the text has at most 15 characters and a
 /// terminator whatever the count.
 /// @return 0; -1 for a null output.

@@ -105,6 +105,23 @@ TEST(MarkerToSize, EqualsTheForwardWalk) {
   }
 }
 
+// What is found is remembered up to some number of start codes, and searched for again where there are more.
+TEST(MarkerToSize, EqualsTheForwardWalkForAnyNumberOfMarkers) {
+  Random random(7);
+  for (const int codes : {1, 2, 16, 255, 256, 257, 258, 600}) {
+    for (int round = 0; round < 8; ++round) {
+      Bytes frame;
+      for (int i = 0; i < codes; ++i) {
+        if (random.below(3) == 0) frame.push_back(0);
+        frame.insert(frame.end(), {0, 0, 1});
+        for (uint64_t left = random.below(round % 2 == 0 ? 4 : 90); left != 0; --left)
+          frame.push_back(static_cast<uint8_t>(2 + random.below(254)));
+      }
+      ASSERT_EQ(MarkerToSize(frame), MarkerToSizePlain(frame)) << codes << ' ' << round;
+    }
+  }
+}
+
 TEST(MarkerToSize, IsLinearInTheNumberOfShortMarkers) {
   Bytes frame;
   for (int i = 0; i < 1 << 20; ++i) frame.insert(frame.end(), {0, 0, 1, 9});

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 
 #include "hevc/unit_builders.h"
@@ -23,7 +24,12 @@ TEST(WordTable, NumbersContentsInTheOrderOfTheirComing) {
         words[0] ^= i << 16;
         return words;
       };
-      std::map<std::vector<uint32_t>, uint32_t> numbers;
+      // By an order of its own: what the library of GCC 12 makes of `<` between vectors of words compares too
+      // few bytes where the most significant one comes first.
+      const auto isBefore = [](const std::vector<uint32_t>& a, const std::vector<uint32_t>& b) {
+        return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end());
+      };
+      std::map<std::vector<uint32_t>, uint32_t, decltype(isBefore)> numbers(isBefore);
       for (uint32_t i = 0; i < 3000; ++i) {
         // Each one a second time when others have come.
         for (const uint32_t j : {i, i / 2}) {

@@ -63,4 +63,31 @@ expect("colour", (stream["color_primaries"], stream["color_transfer"], stream["c
 timecodes = [code["value"] for frame in probe(patched, "-show_frames")["frames"]
              for data in frame.get("side_data_list", []) for code in data.get("timecodes", [])]
 expect("timecodes", timecodes, [f"10:00:00:{number:02}" for number in range(25)])
+expect("step_transport", run(f"{work}/examples/step_transport"),
+       "".join(f"frame {frame} stands for 4 ticks\n" for frame in (100, 101, 102, 100, 101)))
+
+clip, changed = f"{work}/clip.mp4", f"{work}/changed.mp4"
+run("ffmpeg", "-v", "error", "-y", "-i", streams[0], "-c", "copy", clip)
+told = run(f"{work}/examples/patch_file", clip, changed)
+if "verified: " not in told:
+    sys.exit(f"patch_file: {told!r}")
+stream = probe(changed, "-show_streams")["streams"][0]
+expect("colour of a file", (stream["color_primaries"], stream["color_transfer"], stream["color_space"]), ("bt709",) * 3)
+
+hlg, hdr10 = f"{work}/hlg.hevc", f"{work}/hdr10.hevc"
+run("ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", "testsrc2=s=96x96:r=25:d=0.4", "-pix_fmt", "yuv420p10le", "-c:v",
+    "libx265", "-preset", "ultrafast", "-x265-params", "log-level=error:aud=1:keyint=5:repeat-headers=1:colorprim=bt2020:"
+    "transfer=arib-std-b67:colormatrix=bt2020nc:range=limited", hlg)
+expect("hdr10_from_hlg", run(f"{work}/examples/hdr10_from_hlg", hlg, hdr10), "2 of 10 pictures\n")
+stream = probe(hdr10, "-show_streams")["streams"][0]
+expect("transfer", (stream["color_primaries"], stream["color_transfer"], stream["color_space"]),
+       ("bt2020", "smpte2084", "bt2020nc"))
+said = {data["side_data_type"]: data for data in probe(hdr10, "-show_frames")["frames"][0]["side_data_list"]}
+display = said["Mastering display metadata"]
+expect("display", (display["red_x"], display["red_y"], display["white_point_x"], display["max_luminance"]),
+       ("35400/50000", "14600/50000", "15635/50000", "10000000/10000"))
+expect("light", (said["Content light level metadata"]["max_content"], said["Content light level metadata"]["max_average"]),
+       (1000, 400))
+expect("samples", run("ffmpeg", "-v", "error", "-i", hdr10, "-f", "md5", "-"),
+       run("ffmpeg", "-v", "error", "-i", hlg, "-f", "md5", "-"))
 print("the examples build, run and make what they say")

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <climits>
+#include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
@@ -31,6 +33,42 @@ TEST(Diagnostics, TextsAndSeveritiesReachTheSink) {
   EXPECT_EQ(capture.messages()[2].severity, 0x80000000u);
   EXPECT_EQ(capture.messages()[3].text, "debug\n");
   EXPECT_EQ(capture.messages()[3].severity, KX_SEVERITY_DEBUG);
+}
+
+// What ErrOut makes of a format and its arguments is what the C library makes of them.
+TEST(Diagnostics, FormatsAsTheCLibraryDoes) {
+  MessageCapture capture;
+  const auto expect = [&](const char* format, auto first, auto... arguments) {
+    char expected[2048];
+    std::snprintf(expected, sizeof expected, format, first, arguments...);
+    capture.clear();
+    ErrOut(format, first, arguments...);
+    ASSERT_EQ(capture.messages().size(), 1u) << format;
+    EXPECT_EQ(capture.messages()[0].text, expected);
+  };
+  for (const int value : {0, 7, -1, 99, -100, INT_MAX, INT_MIN}) {
+    const unsigned bits = static_cast<unsigned>(value);
+    expect("%d", value);
+    expect("at %d of %u: 0x%08X \n", value, bits, bits);
+    expect("%08X%08X", bits, 0x12ABCDEFu);
+    expect("%8X|%x|%X|%5d|%08d|%i", bits, bits, bits, value, value, value);
+    expect("%d %% of %d%%", value, value);
+    expect("%ld %d", static_cast<long>(value), value);
+    expect("%s%d%s", "", value, " behind");
+  }
+  expect("100%%%s", "");
+  expect("%c%s", 'a', "b");
+  expect("%.2f", 1.5);
+  expect("%s", "");
+  expect("\nfailed bit = %d padding = %d current bit %d bit length %d 0x%08X 0x%08X", 1, 0, 77, 80, 5u,
+         0xFFFFFFFFu);
+  // Where the text, with its terminator, just fits and just does not.
+  for (const size_t length : {size_t{1011}, size_t{1012}, size_t{1013}, size_t{1014}, size_t{1024}}) {
+    const std::string text(length, 'x');
+    expect("%s%d", text.c_str(), INT_MIN);
+    expect("%d%s", INT_MIN, text.c_str());
+    expect("%08X%s-%d", 0xABCu, text.c_str(), 5);
+  }
 }
 
 TEST(Diagnostics, LongTextsArriveWhole) {

@@ -86,8 +86,8 @@ TEST(Paths, LongPiecesAreCutToTheirRoom) {
   EXPECT_EQ(pieces.name, longText.substr(0, 255));
   EXPECT_EQ(pieces.extension, ("." + longText).substr(0, 255));
   EXPECT_EQ(Make({"C:", "/" + longText, "n", "e"}), ("C:/" + longText).substr(0, 259));
-  EXPECT_EQ(Make({"", "", std::string(257, 'n'), "e"}), std::string(257, 'n') + ".e");
-  EXPECT_EQ(Make({"", "", std::string(258, 'n'), "ef"}), std::string(258, 'n') + ".");
+  EXPECT_EQ(Make({"", "", std::string(257, 'n'), "e"}), std::string(257, 'n').append(".e"));
+  EXPECT_EQ(Make({"", "", std::string(258, 'n'), "ef"}), std::string(258, 'n').append("."));
 }
 
 TEST(Paths, MakeIsTheReverseOfSplit) {

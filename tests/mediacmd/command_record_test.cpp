@@ -37,10 +37,10 @@ TEST(InitMediaCmd, SetsTheDefaultsAndZeroesTheRest) {
   std::memset(&command, 0xA5, sizeof command);
   initMediaCmd(&command, 2);
 
-  // The record byte by byte, as it lies.
+  // The record byte by byte, as it lies: numbers in the order of the host.
   std::string expected(4188, '\0');
   const auto put = [&](size_t offset, uint32_t value) {
-    for (size_t i = 0; i < 4; ++i) expected[offset + i] = static_cast<char>(value >> (8 * i));
+    std::memcpy(&expected[offset], &value, sizeof value);
   };
   put(24, 0xFA250200u);
   put(28, 4188);

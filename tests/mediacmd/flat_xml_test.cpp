@@ -146,6 +146,15 @@ TEST(FlatXml, LeavesWhatItHasNoRoomFor) {
   for (const int count : {255, 256}) ExpectSame(wide(count));
 }
 
+// Short texts are copied to the stack, long ones to the heap.
+TEST(FlatXml, ReadsTextsOfAnyLength) {
+  const std::string frame = Rooted("<FileName></FileName>");
+  for (size_t size = 2040; size < 2053; ++size) {
+    ExpectSame(Rooted("<FileName>" + std::string(size - frame.size(), 'f') + "</FileName>"));
+    ExpectSame(Rooted("<FileName>" + std::string(size - frame.size() - 5, 'f') + "&amp;</FileName>"));
+  }
+}
+
 // A text that breaks off anywhere.
 TEST(FlatXml, EndsWithItsText) {
   MediaCmd command = Command(ctPlay, CF_USE_START | CF_USE_CLIP_ID | CF_LOOP);

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 
 #include "mkv/carry.h"
 
@@ -79,6 +80,54 @@ TEST(MkvCarrier, WhatStandsInTheWrongPlaceIsLeftAlone) {
   FunctionEditor other([](const Sample&, const Bytes& bytes) { return Bytes(bytes.size(), 7); });
   EXPECT_EQ(CarryFrames(file, other).size(), file.size());
   EXPECT_THAT(Refusal(file), HasSubstr("the element 0x4DBB is longer than what holds it"));
+}
+
+Bytes WithEntries(size_t count, const std::function<Part(size_t)>& entry) {
+  Bytes tracks;
+  for (size_t i = 0; i < count; ++i) {
+    const Bytes bytes = Build({entry(i)});
+    tracks.insert(tracks.end(), bytes.begin(), bytes.end());
+  }
+  return Build(
+      {Head(), Master(0x18538067, {Info(), Leaf(0x1654AE6B, tracks),
+                                   Master(0x1F43B675, {Leaf(0xA3, BlockBytes(1, 0, 0, {Noise(9, 1)}))})})});
+}
+
+// Entries that say the same are one description, however often and in whatever order they are repeated; those
+// that do not are counted, and there is an end to it.
+TEST(MkvCarrier, TracksAreToldAgainAndAgain) {
+  const auto told = [](uint8_t sets) {
+    return Track(1, {Leaf(0x63A2, Bytes(8, sets)), Text(0x86, "V_MPEG4/ISO/AVC")});
+  };
+  const Bytes live = WithEntries(5000, [&](size_t i) { return told(i % 3 == 0 ? 7 : 8); });
+  const MemorySource source(live, "live.mkv");
+  const qlnmedia::mkv::Layout layout = qlnmedia::mkv::ReadLayout(source);
+  const auto& entries = layout.tracks.at(1);
+  ASSERT_EQ(entries.size(), 5000u);
+  for (size_t i = 0; i < entries.size(); ++i) ASSERT_EQ(entries[i].description, i % 3 == 0 ? 1u : 2u) << i;
+  // New private data goes into all entries of its description.
+  Change change;
+  change.tracks.push_back({.trackId = 1});
+  change.tracks[0].privateData.push_back({2, 0x63A2, Bytes(8, 9)});
+  const Bytes out = Carry(live, change);
+  const MemorySource changed(out, "out.mkv");
+  const qlnmedia::mkv::Layout after = qlnmedia::mkv::ReadLayout(changed);
+  for (size_t i = 0; i < entries.size(); ++i)
+    ASSERT_EQ(ReadPrivateData(changed, after.tracks.at(1)[i]), Bytes(8, i % 3 == 0 ? 7 : 9)) << i;
+  // How it is packed counts, too.
+  const Bytes packed = WithEntries(2, [&](size_t i) {
+    return i == 0 ? told(7) : Track(1, {Leaf(0x63A2, Bytes(8, 7)), Encoded(3, {0, 0})});
+  });
+  EXPECT_EQ(qlnmedia::mkv::ReadLayout(MemorySource(packed)).tracks.at(1)[1].description, 2u);
+
+  const Bytes many = WithEntries(4097, [&](size_t i) {
+    return Track(1, {Leaf(0x63A2, Bytes{static_cast<uint8_t>(i), static_cast<uint8_t>(i >> 8)})});
+  });
+  EXPECT_THAT(Refusal(many), HasSubstr("a track has more descriptions than can be carried (at byte "));
+  Bytes shortest;
+  for (size_t i = 0; i <= 200000; ++i) shortest.insert(shortest.end(), {0xAE, 0x83, 0xD7, 0x81, 0x01});
+  EXPECT_THAT(Refusal(Build({Head(), Master(0x18538067, {Info(), Leaf(0x1654AE6B, shortest)})})),
+              HasSubstr("has more descriptions of tracks than can be carried"));
 }
 
 // Whatever one byte becomes, there is an output or an error, and an output is checked as ever.

@@ -8,6 +8,7 @@
 #include "qlnmedia/error.h"
 #include "qlnmedia/inspect.h"
 #include "qlnmedia/patch.h"
+#include "support/fed_pipe.h"
 
 namespace qln::test {
 namespace {
@@ -241,7 +242,7 @@ TEST(MxfAncillary, IsInspectedAndChecked) {
                          "2 captions: a control code that is sent only once"));
 }
 
-TEST(MxfAncillary, LinesOfTheVerticalBlankingInterval) {
+MadeOptions MadeOfLines() {
   // A line of luma samples with a packet behind its data flag, beside a waveform.
   std::vector<Bytes> elements;
   for (const auto& [first, second] : kPairs) {
@@ -270,9 +271,45 @@ TEST(MxfAncillary, LinesOfTheVerticalBlankingInterval) {
   }
   MadeOptions made = Made(kNtsc, elements);
   made.ancillaryLines = true;
+  return made;
+}
+
+TEST(MxfAncillary, LinesOfTheVerticalBlankingInterval) {
   std::string text;
-  EXPECT_THAT(Told(MadeMxf("mxf_anc_lines.mxf", made), &text), IsEmpty());
+  EXPECT_THAT(Told(MadeMxf("mxf_anc_lines.mxf", MadeOfLines()), &text), IsEmpty());
   EXPECT_THAT(text, HasSubstr("c845 4c4c 4f80 942f 942f"));
+}
+
+// A pipe says in its descriptors what its elements hold.
+TEST(MxfAncillary, ComeThroughAPipe) {
+  const auto found = [](const std::string& path) {
+    std::vector<std::string> lines;
+    for (const qlnmedia::Finding& finding : qlnmedia::CheckFile(path)) {
+      if (finding.stream == 2) lines.push_back(std::to_string(finding.frame) + finding.text);
+    }
+    return lines;
+  };
+  const auto reported = [](const std::string& path) {
+    const std::string report = qlnmedia::InspectFile(path).ToJson(-1);
+    const size_t at = report.find(R"("caption_form")");
+    EXPECT_NE(at, std::string::npos);
+    return at == std::string::npos ? ""
+                                   : report.substr(at, report.find("]", report.find("lines\":", at)) - at);
+  };
+  std::vector<Bytes> elements = Elements(kNtsc);
+  elements[5] = Element(9, 1, 0x01, Cdp(4, 20, 5, 0x94, 0x70), 1);
+  for (const std::string& path : {MadeMxf("mxf_anc_pipe.mxf", Made(kNtsc, elements)),
+                                  MadeMxf("mxf_anc_pipe_lines.mxf", MadeOfLines())}) {
+    SCOPED_TRACE(path);
+    const std::string ofFile = Mcc(path);
+    std::string text, textOfPipe;
+    const std::vector<std::string> told = Told(path, &text);
+    EXPECT_EQ(Mcc(FedPipe(path).path()), ofFile);
+    EXPECT_EQ(Told(FedPipe(path).path(), &textOfPipe), told);
+    EXPECT_EQ(textOfPipe, text);
+    EXPECT_EQ(found(FedPipe(path).path()), found(path));
+    EXPECT_EQ(reported(FedPipe(path).path()), reported(path));
+  }
 }
 
 TEST(MxfAncillary, SeveralSourcesAreNeverGuessed) {

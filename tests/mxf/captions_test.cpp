@@ -4,11 +4,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
+#include "container/coded_stream.h"
+#include "container/media_file.h"
+#include "html/stream_recorder.h"
 #include "mxf/caption_files.h"
 #include "qlnmedia/check.h"
 #include "qlnmedia/error.h"
 #include "qlnmedia/inspect.h"
 #include "qlnmedia/patch.h"
+#include "support/field_stream.h"
 
 namespace qln::test {
 namespace {
@@ -65,6 +71,35 @@ TEST(MxfCaptions, OfPicturesComeInTheirOrder) {
   }
 }
 
+// What a page draws of a file's pictures.
+qlnmedia::Json Drawn(const std::string& path) {
+  qlnmedia::MediaFile file(path);
+  const qlnmedia::StreamDescription stream = DescribeStream(file, 0);
+  qlnmedia::html::StreamRecorder recorder(file.streams()[0], stream, qlnmedia::OwnOrder(file, stream));
+  for (qlnmedia::MediaPacket packet; file.Next(packet);) recorder.Take(packet.view, recorder.packets());
+  recorder.Finish();
+  return recorder.ToJson();
+}
+
+TEST(MxfCaptions, OfPicturesAreDrawnInTheirOrder) {
+  const std::string in = MediaFile(
+      "mxf_drawn.mp4",
+      std::string(kPictures) +
+          "-c:v libx264 -threads 1 -preset ultrafast -bf 3 -b_strategy 0 -g 12 -pix_fmt yuv420p {out}");
+  const std::string captioned = Captioned(in, "mxf_drawn_captions.mp4");
+  const std::string mxf = MediaPath("mxf_drawn.mxf");
+  ASSERT_EQ(qln::test::Run("ffmpeg -v error -y -i '" + captioned + "' -c copy -bsf:v h264_mp4toannexb '" +
+                           mxf + "'")
+                .exitCode,
+            0);
+  const qlnmedia::Json drawn = Drawn(mxf), wanted = Drawn(captioned);
+  EXPECT_EQ(drawn["captions"], wanted["captions"]);
+  EXPECT_EQ(drawn["columns"]["place"], wanted["columns"]["place"]);
+  // Its times count pictures, from the one that is shown first on.
+  EXPECT_EQ(drawn["columns"]["pts"], drawn["columns"]["place"]);
+  EXPECT_NE(drawn["columns"]["dts"], drawn["columns"]["place"]);
+}
+
 // The access units of a raw stream of HEVC that begins each with a delimiter.
 std::vector<Bytes> AccessUnits(const Bytes& stream) {
   const Bytes begin = {0, 0, 0, 1, 0x46};
@@ -94,6 +129,47 @@ TEST(MxfCaptions, OfHevcComeInTheirOrder) {
     made.index = index;
     EXPECT_EQ(Mcc(Save("mxf_order_hevc.mxf", MakeFile(AccessUnits(Contents(captioned)), made))),
               Mcc(captioned));
+  }
+}
+
+// Frames of two coded fields, both in the element of their edit unit.
+TEST(MxfCaptions, OfFieldPairsBelongToTheirFrame) {
+  for (const bool bottomFirst : {false, true}) {
+    std::vector<CodedFrame> frames;
+    for (int group = 0; group < 5; ++group) {
+      frames.push_back({.place = 0, .idr = true, .bottomFirst = bottomFirst});
+      frames.push_back({.place = 3, .bottomFirst = bottomFirst});
+      frames.push_back({.place = 1, .bottomFirst = bottomFirst, .reference = false});
+      frames.push_back({.place = 2, .bottomFirst = bottomFirst, .reference = false});
+    }
+    const std::string in =
+        Save("mxf_fields.h264", MakeFieldStream(frames, {.pictureTiming = true, .delimiters = true}));
+    const Bytes captioned = Contents(Captioned(in, "mxf_fields_captions.h264"));
+    // A delimiter begins each field.
+    const Bytes delimiter = {0, 0, 0, 1, 9};
+    std::vector<Bytes> pictures;
+    size_t fields = 0;
+    for (auto at = captioned.begin(); at != captioned.end();) {
+      const auto next = std::search(at + 1, captioned.end(), delimiter.begin(), delimiter.end());
+      if (fields++ % 2 == 0) pictures.emplace_back();
+      pictures.back().insert(pictures.back().end(), at, next);
+      at = next;
+    }
+    ASSERT_EQ(pictures.size(), frames.size());
+    for (const Indexed index : {Indexed::kByEntries, Indexed::kNot}) {
+      MadeOptions made;
+      made.index = index;
+      const std::string mxf = Save("mxf_fields.mxf", MakeFile(pictures, made));
+      const qlnmedia::FileCaptions captions = qlnmedia::ReadFileCaptions(mxf);
+      EXPECT_EQ(captions.pictures, frames.size());
+      EXPECT_EQ(captions.captioned, frames.size());
+      ASSERT_EQ(captions.services.size(), 1u);
+      ASSERT_EQ(captions.services[0].lines.size(), 1u);
+      EXPECT_EQ(captions.services[0].lines[0].text, "HELLO");
+      EXPECT_EQ(Mcc(mxf), Mcc(MediaPath("mxf_fields_captions.h264")));
+      for (const qlnmedia::Finding& finding : qlnmedia::CheckFile(mxf))
+        EXPECT_NE(finding.kind, qlnmedia::FindingKind::kCaptions) << finding.text;
+    }
   }
 }
 

@@ -35,6 +35,9 @@ class File {
         Segments(first, end);
       }
     }
+    if (options_.otherContainer != 0) Partition(3, 3);
+    for (size_t i = 0; i < options_.otherContainer; ++i)
+      Put(bytes_, Triplet(kLabel + "010201010d01030116010401", Bytes(kOtherElementBytes, 0x51)));
     if (options_.footer) {
       Partition(4, 0);
       if (options_.footerMetadata) Metadata();
@@ -75,41 +78,16 @@ class File {
     const bool indexed = options_.index != Indexed::kNot &&
                          (options_.index == Indexed::kByOneSize ? kind == 2 : bodySid == 0 && kind != 2);
     Put(value, indexed ? 2 : 0, 4);
-    Put(value, bodySid == 0 ? 0 : stream_, 8);
+    Put(value, bodySid == 1 ? stream_ : 0, 8);
     Put(value, bodySid, 4);
-    Put(value,
-        Hex(options_.opAtom ? "060e2b34040101020d01020110030000" : "060e2b34040101010d01020101010900"));
+    Put(value, PatternLabel(options_.opAtom));
     Put(value, 1, 4);
     Put(value, 16, 4);
-    Put(value, Container());
+    Put(value, ContainerLabel(options_.coded));
     packs_.push_back({bytes_.size() + 20, bytes_.size(), bodySid});
     const std::string status = options_.open && kind != 4 ? "01" : "04";
     Put(bytes_, Triplet(kLabel + "020501010d01020101" + "0" + std::to_string(kind) + status + "00", value));
     Align();
-  }
-
-  Bytes Container() const {
-    switch (options_.coded) {
-      case Coded::kMpeg2:
-        return Hex("060e2b34040101020d01030102046001");
-      case Coded::kHevc:
-        return Hex("060e2b340401010d0d010301021f6001");
-      default:
-        return Hex("060e2b340401010a0d01030102106001");
-    }
-  }
-
-  Bytes Coding() const {
-    switch (options_.coded) {
-      case Coded::kMpeg2:
-        return Hex("060e2b34040101030401020201040300");
-      case Coded::kHevc:
-        return Hex("060e2b340401010d0401020201350000");
-      case Coded::kAvcIntra:
-        return Hex("060e2b340401010a0401020201322102");
-      default:
-        return Hex("060e2b340401010a0401020201312001");
-    }
   }
 
   void Primer() {
@@ -117,6 +95,13 @@ class File {
                                             {0x8001,
                                              "060e2b340101010901020304050607"
                                              "08"}};
+    // The properties of SMPTE ST 381-3, and GenericDescriptor's SubDescriptors.
+    if (options_.details) {
+      tags[0x8102] = "060e2b34010101090601010406100000";
+      tags[kProfileTag] = "060e2b340101010e04010606010a0000";
+      tags[kConstraintsTag] = "060e2b340101010e04010606010c0000";
+      tags[kLevelTag] = "060e2b340101010e04010606010d0000";
+    }
     if (options_.primerHasColour) tags[0x3219] = "060e2b34010101090401020101060100";
     Bytes value;
     Put(value, tags.size(), 4);
@@ -160,15 +145,23 @@ class File {
     Set picture(0x28, 40);
     picture.Add(0x3006, 2, 4)
         .Add(0x3001, uint64_t{options_.rate} << 32 | options_.rateScale, 8)
-        .Add(0x3004, Container());
+        .Add(0x3004, ContainerLabel(options_.coded));
     picture.Add(0x320C, 0, 1).Add(0x3203, 160, 4).Add(0x3202, 128, 4).Add(0x3209, 160, 4).Add(0x3208, 128, 4);
-    picture.Add(0x320E, uint64_t{5} << 32 | 4, 8).Add(0x3201, Coding()).Add(0x3301, 8, 4);
+    picture.Add(0x320E, uint64_t{5} << 32 | 4, 8).Add(0x3201, CodingLabel(options_.coded)).Add(0x3301, 8, 4);
     picture.Add(0x3219, Hex("060e2b34040101060401010103030000")).Add(0x8001, Bytes(9, 0x77));
     std::vector<uint8_t> several = {40};
     if (options_.sound) several.push_back(41);
     if (hasAncillary()) several.push_back(42);
     if (several.size() > 1) Put(bytes_, Set(0x44, 39).Refer(0x3F01, several).bytes());
+    if (options_.details) picture.Refer(0x8102, {43});
     Put(bytes_, picture.bytes());
+    if (options_.details)
+      Put(bytes_, Set(options_.coded == Coded::kAvc ? 0x6E : 0xED, 43)
+                      .Add(kProfileTag, 66, 1)
+                      .Add(kConstraintsTag, 0xC0, 1)
+                      .Add(kLevelTag, 30, 1)
+                      .Add(0x8106, Bytes(4, 0x31))
+                      .bytes());
     // The descriptors of SMPTE ST 436, with their labels of wrapping.
     if (hasAncillary())
       Put(bytes_, Set(options_.ancillaryLines ? 0x5B : 0x5C, 42)
@@ -196,8 +189,7 @@ class File {
     const char* const sound = "060e2b34040101010103020202000000";
     const char* const data = "060e2b34040101010103020203000000";
     Primer();
-    Put(bytes_,
-        Set(0x2F, 1).Add(0x3B03, Instance(2)).Add(0x3B09, Hex("060e2b34040101010d01020101010900")).bytes());
+    Put(bytes_, Set(0x2F, 1).Add(0x3B03, Instance(2)).Add(0x3B09, PatternLabel(options_.opAtom)).bytes());
     Put(bytes_, Set(0x18, 2).Refer(0x1901, {4, 5}).Refer(0x1902, {3}).bytes());
     Put(bytes_, Set(0x23, 3).Add(0x2701, Package(2)).Add(0x3F06, 2, 4).Add(0x3F07, 1, 4).bytes());
     if (options_.dark) {

@@ -37,11 +37,16 @@ struct MadeOptions {
   Coded coded = Coded::kAvc;
   uint32_t rate = 25, rateScale = 1;
   bool opAtom = false;
+  size_t otherContainer =
+      0;  // elements of sound in an essence container of their own (3), behind the pictures'
   bool primerHasColour = true;
+  bool details = false;  // a sub-descriptor: of AVC where that is coded (level 3, baseline), else one unknown
   std::vector<int8_t> temporalOffsets;  // 0 where there are fewer
 };
 
 inline constexpr uint32_t kPictureNumber = 0x15010500, kSoundNumber = 0x16010300;
+inline constexpr size_t kOtherElementBytes = 80;
+inline constexpr uint16_t kLevelTag = 0x8105, kConstraintsTag = 0x8104, kProfileTag = 0x8103;
 
 // A file of these pictures, one an edit unit.
 Bytes MakeFile(const std::vector<Bytes>& pictures, const MadeOptions& options);

@@ -41,6 +41,35 @@ inline Bytes Package(uint8_t number) {
   return id;
 }
 
+// Operational patterns OP1a and OPAtom.
+inline Bytes PatternLabel(bool atom) {
+  return Hex(atom ? "060e2b34040101020d01020110000000" : "060e2b34040101010d01020101010900");
+}
+
+// How frames are wrapped, and how they are coded.
+inline Bytes ContainerLabel(Coded coded) {
+  switch (coded) {
+    case Coded::kMpeg2:
+      return Hex("060e2b34040101020d01030102046001");
+    case Coded::kHevc:
+      return Hex("060e2b340401010d0d010301021f6001");
+    default:
+      return Hex("060e2b340401010a0d01030102106001");
+  }
+}
+inline Bytes CodingLabel(Coded coded) {
+  switch (coded) {
+    case Coded::kMpeg2:
+      return Hex("060e2b34040101030401020201040300");
+    case Coded::kHevc:
+      return Hex("060e2b340401010d0401020201350000");
+    case Coded::kAvcIntra:
+      return Hex("060e2b340401010a0401020201322102");
+    default:
+      return Hex("060e2b340401010a0401020201312001");
+  }
+}
+
 class Set {
  public:
   Set(uint8_t name, uint8_t instance) : name_(name) { Add(0x3C0A, Instance(instance)); }

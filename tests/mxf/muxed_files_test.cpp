@@ -151,6 +151,50 @@ TEST(MxfFiles, AreReadLikeOthers) {
     EXPECT_NE(finding.severity, qlnmedia::Severity::kError) << finding.text;
 }
 
+// The stored size of MXF is that of whole macroblocks, of each field where these are stored apart; what is
+// another one is found.
+TEST(MxfFiles, StoredSizesAreNoFindings) {
+  const char* const kLines =
+      "ffmpeg -v error -y -f lavfi -i testsrc2=s=160x120:r=25:d=0.2 -c:v libx264 "
+      "-threads 1 -preset ultrafast -bf 2 -pix_fmt yuv420p ";
+  const auto sizes = [](const std::string& file) {
+    std::vector<std::string> found;
+    for (const qlnmedia::Finding& finding : qlnmedia::CheckFile(file)) {
+      if (finding.kind == qlnmedia::FindingKind::kSize) found.push_back(finding.text);
+    }
+    return found;
+  };
+  for (const auto& [name, options, stored] :
+       {std::tuple("mxf_lines.mxf", "", 128),
+        std::tuple("mxf_lines_fields.mxf", "-flags +ildct+ilme ", 64)}) {
+    SCOPED_TRACE(name);
+    const std::string in = MediaFile(name, std::string(kLines) + options + "{out}");
+    EXPECT_EQ(sizes(in), std::vector<std::string>());
+    Bytes bytes = Contents(in);
+    const Bytes height = {0x32, 0x02, 0, 4, 0, 0, 0, static_cast<uint8_t>(stored)};
+    const auto copies = [&](uint8_t to) {
+      size_t count = 0;
+      for (auto at = bytes.begin();; ++count) {
+        at = std::search(at, bytes.end(), height.begin(), height.end() - 1);
+        if (at == bytes.end()) return count;
+        at += 7;
+        *at = to;
+      }
+    };
+    // What is shown is no mistake either, and neither size of one field is that of the frame.
+    ASSERT_NE(copies(static_cast<uint8_t>(stored * 120 / 128)), 0u);
+    Save(MediaPath("mxf_lines_shown.mxf"), bytes);
+    EXPECT_EQ(sizes(MediaPath("mxf_lines_shown.mxf")), std::vector<std::string>());
+    for (const int wrong : {stored / 2, stored - 16, stored + 16}) {
+      copies(static_cast<uint8_t>(wrong));
+      Save(MediaPath("mxf_lines_wrong.mxf"), bytes);
+      EXPECT_THAT(sizes(MediaPath("mxf_lines_wrong.mxf")),
+                  ::testing::ElementsAre(
+                      HasSubstr(stored == 64 ? std::to_string(2 * wrong) : std::to_string(wrong))));
+    }
+  }
+}
+
 TEST(MxfFiles, NothingToChangeGivesTheInput) {
   const Patched patched = Patch(Avc("sound.mxf", std::string(kSound) + kAvc),
                                 [](PatchOptions& options) { options.remove.filler = true; });

@@ -111,6 +111,21 @@ const uint8_t* FindTripleNaively(const uint8_t* from, const uint8_t* to) {
   return to;
 }
 
+// Each form that this build has against what the search comes to.
+template <class Third>
+void ExpectOfAllForms(const uint8_t* from, const uint8_t* to, std::ptrdiff_t expected) {
+  ASSERT_EQ(FindTriplePlain<Third>(from, to) - from, expected);
+  ASSERT_EQ(FindTriple<Third>(from, to) - from, expected);
+#if defined(__x86_64__)
+  ASSERT_EQ(FindTripleSse2<Third>(from, to) - from, expected);
+  if (CPU_FEATURE_ACTIVE(AVX2)) {
+    ASSERT_EQ(FindTripleAvx2<Third>(from, to) - from, expected);
+  }
+#elif defined(QLN_NEON)
+  ASSERT_EQ(FindTripleNeon<Third>(from, to) - from, expected);
+#endif
+}
+
 template <class Third>
 class TripleScan : public testing::Test {};
 
@@ -134,14 +149,7 @@ TYPED_TEST(TripleScan, AllFormsEqualTheNaiveOne) {
     const uint8_t* const to = copy.data() + copy.size();
     const uint8_t* const from = copy.data() + random.below(std::min<size_t>(copy.size(), 40) + 1);
     const auto expected = FindTripleNaively<TypeParam>(from, to) - from;
-    ASSERT_EQ(FindTriplePlain<TypeParam>(from, to) - from, expected);
-    ASSERT_EQ(FindTriple<TypeParam>(from, to) - from, expected);
-#if defined(__x86_64__)
-    ASSERT_EQ(FindTripleSse2<TypeParam>(from, to) - from, expected);
-    if (CPU_FEATURE_ACTIVE(AVX2)) {
-      ASSERT_EQ(FindTripleAvx2<TypeParam>(from, to) - from, expected);
-    }
-#endif
+    ASSERT_NO_FATAL_FAILURE(ExpectOfAllForms<TypeParam>(from, to, expected));
   }
 }
 
@@ -167,13 +175,7 @@ TYPED_TEST(TripleScan, AllFormsEqualTheNaiveOneOnLongRuns) {
     const uint8_t* const to = copy.data() + copy.size();
     const uint8_t* const from = copy.data() + random.below(std::min<size_t>(copy.size(), 70));
     const auto expected = FindTripleNaively<TypeParam>(from, to) - from;
-    ASSERT_EQ(FindTriple<TypeParam>(from, to) - from, expected);
-#if defined(__x86_64__)
-    ASSERT_EQ(FindTripleSse2<TypeParam>(from, to) - from, expected);
-    if (CPU_FEATURE_ACTIVE(AVX2)) {
-      ASSERT_EQ(FindTripleAvx2<TypeParam>(from, to) - from, expected);
-    }
-#endif
+    ASSERT_NO_FATAL_FAILURE(ExpectOfAllForms<TypeParam>(from, to, expected));
   }
 }
 
@@ -189,13 +191,31 @@ TYPED_TEST(TripleScan, AllFormsFindATripleAtEveryPlaceOfALongRun) {
       ExactCopy copy(bytes);
       const uint8_t* const to = copy.data() + copy.size();
       const auto expected = static_cast<std::ptrdiff_t>(place);
-      ASSERT_EQ(FindTriple<TypeParam>(copy.data(), to) - copy.data(), expected);
-#if defined(__x86_64__)
-      ASSERT_EQ(FindTripleSse2<TypeParam>(copy.data(), to) - copy.data(), expected);
-      if (CPU_FEATURE_ACTIVE(AVX2)) {
-        ASSERT_EQ(FindTripleAvx2<TypeParam>(copy.data(), to) - copy.data(), expected);
-      }
-#endif
+      ASSERT_NO_FATAL_FAILURE(ExpectOfAllForms<TypeParam>(copy.data(), to, expected));
+    }
+  }
+}
+
+template <class Third>
+void ExpectLastTriple(const Bytes& bytes) {
+  ExactCopy copy(bytes);
+  const uint8_t* const end = copy.data() + copy.size();
+  const uint8_t* last = end;
+  for (const uint8_t* p = copy.data(); (p = FindTripleNaively<Third>(p, end)) != end; ++p) last = p;
+  ASSERT_EQ(FindLastTriplePlain<Third>(copy.data(), end), last) << test::ToHex(bytes);
+  ASSERT_EQ(FindLastTriple<Third>(copy.data(), end), last) << test::ToHex(bytes);
+}
+
+TYPED_TEST(TripleScan, TheLastTripleIsFoundAtEveryPlace) {
+  for (size_t size = 3; size < 72; ++size) {
+    for (size_t place = 0; place + 3 <= size; ++place) {
+      Bytes bytes(size, 0x77);
+      bytes[place] = 0;
+      bytes[place + 1] = 0;
+      bytes[place + 2] = 3;
+      ASSERT_NO_FATAL_FAILURE(ExpectLastTriple<TypeParam>(bytes));
+      bytes[place + 2] = 1;
+      ASSERT_NO_FATAL_FAILURE(ExpectLastTriple<TypeParam>(bytes));
     }
   }
 }
@@ -205,13 +225,7 @@ TEST(TripleScan, TheLastTripleIsThatOfThePlainForm) {
   for (int round = 0; round < 20000; ++round) {
     Bytes bytes = random.bytes(random.below(120));
     for (uint8_t& byte : bytes) byte = byte < 180 ? byte & 1 : byte;
-    ExactCopy copy(bytes);
-    const uint8_t* const end = copy.data() + copy.size();
-    ASSERT_EQ(FindLastTriple<ThirdIs<1>>(copy.data(), end),
-              FindLastTriplePlain<ThirdIs<1>>(copy.data(), end));
-    const uint8_t* last = end;
-    for (const uint8_t* p = copy.data(); (p = FindTriplePlain<ThirdIs<1>>(p, end)) != end; ++p) last = p;
-    ASSERT_EQ(FindLastTriple<ThirdIs<1>>(copy.data(), end), last);
+    ASSERT_NO_FATAL_FAILURE(ExpectLastTriple<ThirdIs<1>>(bytes));
   }
 }
 

@@ -12,6 +12,8 @@
 #include <fstream>
 #include <string>
 
+#include "qlnmedia/captions.h"
+
 namespace qlnmedia {
 namespace {
 
@@ -90,6 +92,29 @@ TEST_P(Interrupted, DoesAsBeforeWhenTheWorkIsDone) {
     usleep(20000);
   });
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 7) << status;
+}
+
+// A caption file that is half written.
+TEST_P(Interrupted, RemovesACaptionFileThatIsNotWhole) {
+  const fs::path in = folder_ / "in.scc";
+  std::ofstream(in) << "Scenarist_SCC V1.0\n\n00:00:00:00\t9420 9420 c1c2 942f 942f\n";
+  const auto write = [this, &in](int signal) {
+    std::signal(signal == 0 ? SIGTERM : signal, SIG_DFL);
+    Interruption interruption;
+    const auto end = [&](const ProgressStep& step) {
+      if (!step.finished) return true;
+      if (std::distance(fs::directory_iterator(folder_), fs::directory_iterator()) != 2) _exit(3);
+      if (signal == 0) Interruption::EndUnfinished([] { _exit(4); });  // as the end of the time does
+      kill(getpid(), signal);
+      for (;;) pause();
+    };
+    WriteCaptionFile(in, folder_ / "out.mcc", {}, end, {}, {}, interruption.callback());
+  };
+  const int status = StatusOf([&] { write(GetParam()); });
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == GetParam()) << status;
+  const int atTheEnd = StatusOf([&] { write(0); });
+  EXPECT_TRUE(WIFEXITED(atTheEnd) && WEXITSTATUS(atTheEnd) == 4) << atTheEnd;
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Interrupted, testing::Values(SIGINT, SIGTERM, SIGHUP),

@@ -2,7 +2,9 @@
 
 #include "support/media.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -66,13 +68,39 @@ std::string MediaPath(const std::string& name) {
   return folder + "/" + name;
 }
 
+namespace {
+
+// Held by one test program at a time, as long as it lives.
+class FileLock {
+ public:
+  explicit FileLock(const std::string& path)
+      : file_(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644)) {
+    if (file_ >= 0) flock(file_, LOCK_EX);
+  }
+  ~FileLock() {
+    if (file_ >= 0) close(file_);
+  }
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+
+ private:
+  int file_;
+};
+
+}  // namespace
+
 std::string MediaFile(const std::string& name, const std::string& command, int secondsLimit) {
   const std::string path = MadePath(name);
   const std::string recipe = path + ".recipe";
-  const Bytes made = ReadFile(recipe);
-  if (fs::exists(path) && std::string(made.begin(), made.end()) == command) return path;
+  const auto isMade = [&] {
+    const Bytes made = ReadFile(recipe);
+    return fs::exists(path) && std::string(made.begin(), made.end()) == command;
+  };
+  if (isMade()) return path;
 
-  // Written beside and renamed, so that two test programs may make the same file at once.
+  // One program makes it, and no other puts a new one in its place while it is read.
+  const FileLock lock(path + ".lock");
+  if (isMade()) return path;
   const fs::path beside = MadePath("new-" + std::to_string(getpid()) + "-" + name);
   std::string filled = command;
   for (size_t at; (at = filled.find("{out}")) != std::string::npos;) filled.replace(at, 5, beside.string());

@@ -194,7 +194,9 @@ TransportRead ReadTransport(const Bytes& bytes, const std::vector<uint16_t>& ide
           stream.references.emplace_back(p + 6, p + 12);
           used = 12;
         }
+        if ((p[5] & 0x04) != 0) used += 1;
         if ((p[5] & 0x02) != 0) used += 1u + p[used];
+        if ((p[5] & 0x01) != 0) used += 1u + p[used];
       }
       for (size_t i = used; i < payload; ++i) EXPECT_EQ(p[i], 0xFF) << "stuffing";
     }

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <memory>
 
+#include "descriptor.h"
 #include "qlnmedia/error.h"
 
 namespace qlnmedia {
@@ -21,23 +22,7 @@ namespace qlnmedia {
 namespace {
 
 constexpr char kSelf[] = "/proc/self/exe";
-constexpr char kName[] = "qlnmedia";
-
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() { Close(); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int number() const { return number_; }
-  void Close() {
-    if (number_ >= 0) close(number_);
-    number_ = -1;
-  }
-
- private:
-  int number_;
-};
+constexpr char kProgramName[] = "qlnmedia";
 
 std::string ReadToEnd(int descriptor) {
   std::string text;
@@ -56,7 +41,7 @@ std::string ReadToEnd(int descriptor) {
 
 // Signals that wait for this process's own thread are the child's to take.
 int Spawn(const std::vector<std::string>& arguments, int out, int error, pid_t* child) {
-  std::vector<char*> list{const_cast<char*>(kName)};
+  std::vector<char*> list{const_cast<char*>(kProgramName)};
   for (const std::string& argument : arguments) list.push_back(const_cast<char*>(argument.c_str()));
   list.push_back(nullptr);
   posix_spawn_file_actions_t actions;
@@ -99,7 +84,7 @@ ApartResult RunApart(const std::vector<std::string>& arguments) {
   lseek(fileno(said.get()), 0, SEEK_SET);
   result.error = ReadToEnd(fileno(said.get()));
   result.error.resize(std::min(result.error.find('\n'), result.error.size()));
-  const std::string name = std::string(kName) + ": ";
+  const std::string name = std::string(kProgramName) + ": ";
   if (result.error.compare(0, name.size(), name) == 0) result.error.erase(0, name.size());
   return result;
 }

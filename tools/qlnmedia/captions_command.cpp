@@ -13,12 +13,14 @@
 #include "batch.h"
 #include "caption_making.h"
 #include "commands.h"
+#include "interruption.h"
 #include "output.h"
 #include "qlnmedia/captions.h"
 #include "qlnmedia/error.h"
 #include "replace.h"
 #include "sandbox.h"
 #include "tables.h"
+#include "value_hints.h"
 #include "words.h"
 
 namespace qlnmedia {
@@ -27,7 +29,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Options {
+struct CaptionsArguments {
   InputOptions inputs;
   std::string out;
   std::string form;
@@ -38,13 +40,13 @@ struct Options {
   CaptionSourceOptions source;
 };
 
+std::vector<std::string> Forms() { return {"mcc", "scc", "anc", "srt", "vtt", "ttml", "txt"}; }
+
 // Of files that no ending says it for.
-CaptionFileKind FormOf(const Options& options) {
+CaptionFileKind FormOf(const CaptionsArguments& options) {
   const std::string form = options.form.empty() ? "srt" : options.form;
   const std::optional<CaptionFileKind> kind = CaptionFileKindOf("-." + form);
-  if (!kind)
-    throw CLI::ValidationError("--form: " + form + " is no form; " +
-                               WordsThereAre(form, {"mcc", "scc", "anc", "srt", "vtt", "ttml", "txt"}));
+  if (!kind) throw CLI::ValidationError("--form: " + form + " is no form; " + WordsThereAre(form, Forms()));
   return *kind;
 }
 
@@ -73,7 +75,7 @@ Json LinesJson(const std::vector<CaptionLine>& lines) {
 }
 
 // All services, or the one that is asked for.
-Json JsonOf(const FileCaptions& captions, const Input& input, const Options& options) {
+Json JsonOf(const FileCaptions& captions, const Input& input, const CaptionsArguments& options) {
   Json services = Json::array();
   if (options.service.empty()) {
     for (const CaptionService& service : captions.services)
@@ -88,7 +90,8 @@ Json JsonOf(const FileCaptions& captions, const Input& input, const Options& opt
               {"services", services}};
 }
 
-std::string Shown(const FileCaptions& captions, const Input& input, const Options& options, bool several) {
+std::string Shown(const FileCaptions& captions, const Input& input, const CaptionsArguments& options,
+                  bool several) {
   if (options.json && !several) return JsonOf(captions, input, options).dump(2) + "\n";
   if (options.json) {
     Json line = LineHead(input, kExitSuccess);
@@ -103,7 +106,7 @@ std::string Shown(const FileCaptions& captions, const Input& input, const Option
 // Where each file's captions go: into the file that is named, or below the folder under the file's own name.
 using Outputs = std::map<std::string, std::string>;
 
-Outputs FindOutputs(const Inputs& inputs, const Options& options) {
+Outputs FindOutputs(const Inputs& inputs, const CaptionsArguments& options) {
   Outputs outputs;
   std::error_code error;
   const bool folder = fs::is_directory(options.out, error);
@@ -132,15 +135,15 @@ Outputs FindOutputs(const Inputs& inputs, const Options& options) {
   return outputs;
 }
 
-FileResult Write(const Input& input, const std::string& out, const Options& options, bool several,
-                 const ProgressCallback& progress) {
+FileResult Write(const Input& input, const std::string& out, const CaptionsArguments& options, bool several,
+                 const ProgressCallback& progress, const UnfinishedCallback& unfinished) {
   // Folders below the one that is named are made as they are in the input.
   if (fs::path(input.below).has_parent_path() && several) {
     std::error_code error;
     fs::create_directories(fs::path(out).parent_path(), error);
     if (error) throw Error(out, "its folder cannot be made: " + error.message());
   }
-  WriteCaptionFile(input.path, out, options.service, progress, options.timing, options.source);
+  WriteCaptionFile(input.path, out, options.service, progress, options.timing, options.source, unfinished);
   if (!several) return {};
   if (!options.json) return {fmt::format("{}: {}\n", input.path, out)};
   Json line = LineHead(input, kExitSuccess);
@@ -148,7 +151,7 @@ FileResult Write(const Input& input, const std::string& out, const Options& opti
   return {JsonLine(line)};
 }
 
-void Run(const Options& options) {
+void Run(const CaptionsArguments& options) {
   const Inputs inputs = FindInputs(options.inputs);
   const bool printed = options.out == "-";
   if (printed && inputs.several)
@@ -161,13 +164,17 @@ void Run(const Options& options) {
   if (!outputs.empty())
     places.write.push_back(inputs.several ? options.out : FolderOfPath(outputs.begin()->second));
   ConfineCommand(places);
+  std::optional<Interruption> interruption;
+  if (!outputs.empty()) interruption.emplace();
   Batch batch;
   batch.work = [&](const Input& input, const ProgressCallback& progress) {
     // Standard output gets nothing where the work fails.
     if (printed)
       return FileResult{CaptionFileText(input.path, FormOf(options), options.service, progress,
                                         options.timing, options.source)};
-    if (!options.out.empty()) return Write(input, outputs.at(input.path), options, inputs.several, progress);
+    if (interruption)
+      return Write(input, outputs.at(input.path), options, inputs.several, progress,
+                   interruption->callback());
     return FileResult{Shown(ReadFileCaptions(input.path, progress, options.timing, options.source), input,
                             options, inputs.several)};
   };
@@ -180,34 +187,40 @@ void Run(const Options& options) {
 void AddCaptionsCommand(CLI::App& app) {
   CLI::App* const command =
       app.add_subcommand("captions", "Take the captions out of streams, or make them of text");
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<CaptionsArguments>();
   AddInputOptions(
       *command, options->inputs,
       "H.264, HEVC or MPEG-2 in any container, caption tracks and ancillary data of MOV, MP4, TS and MXF, "
-      "or a caption file: .scc, .mcc, .anc, .srt, .vtt");
+      "or a caption file: .scc, .mcc, .anc, .srt, .vtt; not line 21 in the lines of SD pictures");
   auto* const out = command->add_option(
       "-o,--output", options->out,
       "A file whose ending says its form: .mcc, .scc, .anc (elements of SMPTE ST 436, as MXF takes them), "
       ".srt, .vtt, .ttml or .txt; - for standard "
       "output; a folder for a file each");
+  out->check(OffersFiles({".mcc", ".scc", ".anc", ".srt", ".vtt", ".ttml", ".txt"}));
   command
       ->add_option("--form", options->form,
                    "With -o - or a folder: mcc, scc, anc, srt, vtt, ttml or txt; default: srt")
+      ->check(Offers(Forms))
       ->needs(out);
   command->add_flag("--json", options->json,
                     "Print JSON for programs instead of text: of one file an object, of several a line each");
-  command->add_option(
-      "--service", options->service,
-      "Service whose text is taken: CC1 to CC4 (or cc1), or 1 to 63 for digital captions; default: the "
-      "first that shows any");
-  command->add_option(
-      "--rate", options->timing.rate,
-      "Pictures a second: 25, 29.97, 30000/1001, or nominal for the rate that a file of uneven "
-      "pictures is made for; default: what the file says");
+  command
+      ->add_option(
+          "--service", options->service,
+          "Service whose text is taken: CC1 to CC4 (or cc1), or 1 to 63 for digital captions; default: the "
+          "first that shows any")
+      ->check(Offers({"CC1", "CC2", "CC3", "CC4", "1", "2", "3", "4", "5", "6"}));
+  command
+      ->add_option("--rate", options->timing.rate,
+                   "Pictures a second: 25, 29.97, 30000/1001, or nominal for the rate that a file of uneven "
+                   "pictures is made for; default: what the file says")
+      ->check(Offers(RateNames));
   command
       ->add_option("--timecode-type", options->timing.timecodeType,
                    "How labels of .scc and .mcc count: drop-frame, non-drop-frame ...; default: as the "
                    "stream's timecode does")
+      ->check(Offers(TimecodeTypeNames))
       ->needs(out);
   command
       ->add_option("--start", options->timing.start,

@@ -16,12 +16,13 @@
 #include "qlnmedia/html_report.h"
 #include "sandbox.h"
 #include "tables.h"
+#include "value_hints.h"
 
 namespace qlnmedia {
 
 namespace {
 
-struct Options {
+struct CheckArguments {
   InputOptions inputs;
   bool json = false;
   bool csv = false;
@@ -79,7 +80,7 @@ std::string FailedRow(const Input& input, ExitStatus status, const std::string& 
 }
 
 std::string Result(const std::vector<Finding>& findings, const Input& input, ExitStatus status,
-                   const Options& options, bool several) {
+                   const CheckArguments& options, bool several) {
   if (options.csv) return RowsOf(findings, input, status);
   if (!options.json) return (several ? input.path + ":\n" : std::string()) + TextOf(findings);
   if (!several) return Json{{"findings", JsonOf(findings)}}.dump(2) + "\n";
@@ -88,7 +89,7 @@ std::string Result(const std::vector<Finding>& findings, const Input& input, Exi
   return JsonLine(line);
 }
 
-void Run(const Options& options) {
+void Run(const CheckArguments& options) {
   const Inputs inputs = FindInputs(options.inputs);
   RequirePage(options.page, inputs);
   std::optional<Journal> journal;
@@ -123,7 +124,7 @@ void Run(const Options& options) {
 void AddCheckCommand(CLI::App& app) {
   CLI::App* const command =
       app.add_subcommand("check", "Name where container, configuration record and stream disagree");
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<CheckArguments>();
   AddInputOptions(*command, options->inputs,
                   "H.264 or HEVC in MP4, MOV, MKV, TS, or raw; or a caption file: .scc, .mcc, .srt, .vtt");
   auto* const json = command->add_flag("--json", options->json,
@@ -138,6 +139,7 @@ void AddCheckCommand(CLI::App& app) {
       "Keep what is done in FILE, a line each, and go on there in the next run; each file is "
       "then checked in a "
       "process of its own, so that one which ends it is one failed file");
+  journal->check(OffersFiles());
   AddPageOption(*command, options->page);
   command->get_option("--html")->excludes(journal);
   command->callback([options] { Run(*options); });

@@ -17,6 +17,7 @@
 #include "qlnmedia/command_text.h"
 #include "qlnutil/mediacmd.h"
 #include "timecode/kxtimecode.h"
+#include "value_hints.h"
 #include "words.h"
 
 namespace qlnmedia {
@@ -26,7 +27,7 @@ namespace {
 // Frames as "HH:MM:SS:FF" or as a number; empty where the option was not given.
 using Point = std::string;
 
-struct Options {
+struct CommandArguments {
   std::string word;
   std::string file;
   int32_t channel = -1;
@@ -48,23 +49,29 @@ struct Options {
   }
 };
 
-[[noreturn]] void RefuseUsage(const std::string& text) { throw CLI::ValidationError(text); }
+std::vector<std::string> CommandWords() {
+  std::vector<std::string> all = {"convert"};
+  for (uint32_t cmd = ctStop; cmd <= ctSwitch; ++cmd) all.push_back(Lower(CommandWord(cmd)));
+  return all;
+}
 
 uint32_t CommandOf(const std::string& word) {
-  std::vector<std::string> all = {"convert"};
   for (uint32_t cmd = ctStop; cmd <= ctSwitch; ++cmd) {
-    all.push_back(Lower(CommandWord(cmd)));
-    if (all.back() == Lower(word)) return cmd;
+    if (Lower(CommandWord(cmd)) == Lower(word)) return cmd;
   }
-  RefuseUsage(word + " is no command; " + WordsThereAre(word, all));
+  RefuseUsage(word + " is no command; " + WordsThereAre(word, CommandWords()));
+}
+
+std::vector<std::string> FlagWords() {
+  std::vector<std::string> all;
+  for (const std::string_view known : CommandFlagWords()) all.emplace_back(known);
+  return all;
 }
 
 uint32_t FlagOf(const std::string& word) {
   uint32_t flag = 0;
   if (cfFromString(word.c_str(), &flag) == 0) return flag;
-  std::vector<std::string> all;
-  for (const std::string_view known : CommandFlagWords()) all.emplace_back(known);
-  RefuseUsage("--flag: " + word + " is no flag; " + WordsThereAre(word, all));
+  RefuseUsage("--flag: " + word + " is no flag; " + WordsThereAre(word, FlagWords()));
 }
 
 // The types that have a word, and in `words` those words.
@@ -78,10 +85,26 @@ std::optional<uint32_t> FindType(const std::string& word, std::vector<std::strin
   return {};
 }
 
-uint32_t TypeOf(const std::string& word) {
+std::vector<std::string> TypeWords() {
   std::vector<std::string> all;
-  if (const std::optional<uint32_t> type = FindType(word, &all)) return *type;
-  RefuseUsage("--tctype: " + word + " is no timecode type; " + WordsThereAre(word, all));
+  FindType("", &all);
+  return all;
+}
+
+uint32_t TypeOf(const std::string& word) {
+  if (const std::optional<uint32_t> type = FindType(word)) return *type;
+  RefuseUsage("--tctype: " + word + " is no timecode type; " + WordsThereAre(word, TypeWords()));
+}
+
+// Identifiers stand far apart, the last ones a little above a million.
+std::vector<std::string> StateWords() {
+  constexpr uint32_t kBehindLast = 1'200'000;
+  std::vector<std::string> all;
+  char word[GS_WORD_SIZE] = {};
+  for (uint32_t state = 0; state < kBehindLast; ++state) {
+    if (gsToString(state, word) == 0) all.emplace_back(word);
+  }
+  return all;
 }
 
 // How the points of a command's text count, by the first that says so; both forms call it "TcType".
@@ -108,7 +131,7 @@ int32_t PointOf(const Point& text, uint32_t type, const char* option) {
 }
 
 // Of a fresh record, whose texts are all zeros.
-void SetTexts(MediaCmd& command, const Options& options) {
+void SetTexts(MediaCmd& command, const CommandArguments& options) {
   // The writers leave out a name that reaches the record's last two bytes.
   constexpr size_t kLongestName = sizeof command.FileName - 2;
   if (options.clip.size() >= sizeof command.ClipID)
@@ -119,7 +142,7 @@ void SetTexts(MediaCmd& command, const Options& options) {
 }
 
 // Fields whose options were given become valid; the rest is repaired as hosts do before they send a command.
-MediaCmd MakeCommand(const Options& options, const CLI::App& given, uint32_t type) {
+MediaCmd MakeCommand(const CommandArguments& options, const CLI::App& given, uint32_t type) {
   MediaCmd command;
   initMediaCmd(&command, CommandOf(options.word));
   command.Channel = options.channel;
@@ -171,7 +194,7 @@ std::string ReadText(const std::string& path) {
 
 // Reads and prints a command, and names what of a JSON text has no place in the other: its reader takes about
 // half of an object's members, and passes over what it does not know.
-void Convert(const Options& options, std::optional<uint32_t> asked) {
+void Convert(const CommandArguments& options, std::optional<uint32_t> asked) {
   const std::string text = ReadText(options.file);
   const uint32_t type = asked.value_or(TypeIn(text).value_or(TypeOf("frames")));
   MediaCmd command;
@@ -191,7 +214,7 @@ void Convert(const Options& options, std::optional<uint32_t> asked) {
                          options.file, names));
 }
 
-void Run(const Options& options, const CLI::App& given) {
+void Run(const CommandArguments& options, const CLI::App& given) {
   std::optional<uint32_t> asked;
   if (!options.type.empty()) asked = TypeOf(options.type);
   if (options.word == "convert") {
@@ -210,11 +233,15 @@ void Run(const Options& options, const CLI::App& given) {
 void AddCommandCommand(CLI::App& app) {
   CLI::App* const command = app.add_subcommand(
       "command", "Make the text of a transport command, or convert one between XML and JSON");
-  auto options = std::make_shared<Options>();
-  command->add_option("WORD", options->word, "play, stop, record, getvalue ... or convert")->required();
-  command->add_option("FILE", options->file,
-                      "With convert: the text of a command; comes out in the other form, and what of "
-                      "JSON is not carried over is named");
+  auto options = std::make_shared<CommandArguments>();
+  command->add_option("WORD", options->word, "play, stop, record, getvalue ... or convert")
+      ->check(Offers(CommandWords))
+      ->required();
+  command
+      ->add_option("FILE", options->file,
+                   "With convert: the text of a command; comes out in the other form, and what of "
+                   "JSON is not carried over is named")
+      ->check(OffersFiles({".xml", ".json"}));
   command->add_option("--channel", options->channel, "Channel number");
   command->add_option("--speed", options->speed, "Percent of forward play");
   command->add_option("--video", options->video, "Video channel mask");
@@ -227,15 +254,19 @@ void AddCommandCommand(CLI::App& app) {
       command->add_option("--alternate", options->alternate, "Second operand as a number");
   command
       ->add_option("--state", options->state, "Second operand as a state value's word, such as channelname")
+      ->check(Offers(StateWords))
       ->excludes(alternate);
   command->add_option("--flag", options->flags, "A flag's word, such as loop or deferred; may be repeated")
+      ->check(Offers(FlagWords))
       ->take_all()
       ->allow_extra_args(false);
   command->add_option("--clip", options->clip, "Clip identifier");
-  command->add_option("--file", options->name, "File name of the clip");
-  command->add_option("--tctype", options->type,
-                      "Timecode type, such as pal, drop-frame or 59.94; default: with convert what the text "
-                      "says, else frames");
+  command->add_option("--file", options->name, "File name of the clip")->check(OffersFiles());
+  command
+      ->add_option("--tctype", options->type,
+                   "Timecode type, such as pal, drop-frame or 59.94; default: with convert what the text "
+                   "says, else frames")
+      ->check(Offers(TypeWords));
   CLI::Option* const xml = command->add_flag("--xml", options->xml, "Print XML (the default)");
   CLI::Option* const json =
       command->add_flag("--json", options->json, "Print the library's own JSON, which strict parsers refuse");

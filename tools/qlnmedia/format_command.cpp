@@ -10,18 +10,17 @@
 #include "qlnmedia/numbers.h"
 #include "qlnmedia/signal_format.h"
 #include "report_text.h"
+#include "words.h"
 
 namespace qlnmedia {
 
 namespace {
 
-struct Options {
+struct FormatArguments {
   std::vector<std::string> what;
   bool interlaced = false;
   bool json = false;
 };
-
-[[noreturn]] void RefuseUsage(const std::string& text) { throw CLI::ValidationError(text); }
 
 int32_t ParseHeight(const std::string& text) {
   int32_t height = 0;
@@ -31,7 +30,7 @@ int32_t ParseHeight(const std::string& text) {
   return height;
 }
 
-Report RasterReport(const Options& options) {
+Report RasterReport(const FormatArguments& options) {
   Raster raster;
   raster.progressive = !options.interlaced;
   const auto width = ParseNumber(options.what[0]);
@@ -45,14 +44,14 @@ Report RasterReport(const Options& options) {
   return ReportOnRaster(raster);
 }
 
-Report WordReport(const Options& options) {
+Report WordReport(const FormatArguments& options) {
   if (options.interlaced) RefuseUsage("--interlaced goes with WIDTH HEIGHT RATE; a word has its own scan");
   const auto word = ParseNumber(options.what[0]);
   if (!word) RefuseUsage("WORD: " + options.what[0] + " is no signal format word such as 0x2380B21D");
   return ReportOnFormat(*word);
 }
 
-void Run(const Options& options) {
+void Run(const FormatArguments& options) {
   if (options.what.size() == 2) RefuseUsage("give WIDTH HEIGHT RATE, or a word such as 0x2380B21D");
   PrintReport(options.what.size() == 3 ? RasterReport(options) : WordReport(options), options.json);
 }
@@ -62,7 +61,7 @@ void Run(const Options& options) {
 void AddFormatCommand(CLI::App& app) {
   CLI::App* const command =
       app.add_subcommand("format", "Show what is known of a video format: WIDTH HEIGHT RATE, or its word");
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<FormatArguments>();
   command
       ->add_option("WHAT", options->what,
                    "Pixels, lines and rate (25, 29.97 or 30000/1001), or a word such as 0x2380B21D")

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "qlnmedia/error.h"
+#include "value_hints.h"
 
 namespace qlnmedia {
 
@@ -20,11 +21,12 @@ namespace fs = std::filesystem;
 constexpr char kStandardInput[] = "/dev/stdin";
 
 // Endings of what is opened in a folder; a file of any other name is named by itself.
+constexpr std::array<std::string_view, 36> kEndings = {
+    ".mp4", ".m4v",  ".mov", ".qt",  ".3gp", ".3g2", ".ismv", ".cmfv", ".f4v", ".mkv",  ".mk3d", ".webm",
+    ".ts",  ".m2ts", ".mts", ".trp", ".tp",  ".m2t", ".mxf",  ".gxf",  ".avi", ".flv",  ".wmv",  ".asf",
+    ".mpg", ".mpeg", ".m2p", ".vob", ".m2v", ".264", ".h264", ".avc",  ".265", ".h265", ".hevc", ".dv"};
+
 bool IsMediaName(const fs::path& path) {
-  static constexpr std::array<std::string_view, 36> kEndings = {
-      ".mp4", ".m4v",  ".mov", ".qt",  ".3gp", ".3g2", ".ismv", ".cmfv", ".f4v", ".mkv",  ".mk3d", ".webm",
-      ".ts",  ".m2ts", ".mts", ".trp", ".tp",  ".m2t", ".mxf",  ".gxf",  ".avi", ".flv",  ".wmv",  ".asf",
-      ".mpg", ".mpeg", ".m2p", ".vob", ".m2v", ".264", ".h264", ".avc",  ".265", ".h265", ".hevc", ".dv"};
   std::string ending = path.extension().string();
   std::transform(ending.begin(), ending.end(), ending.begin(),
                  [](unsigned char c) { return std::tolower(c); });
@@ -56,10 +58,15 @@ void AddFolder(const fs::path& folder, const fs::path& root, std::vector<Input>&
 
 }  // namespace
 
+std::vector<std::string> MediaEndings() { return {kEndings.begin(), kEndings.end()}; }
+
+std::vector<std::string> CaptionEndings() { return {".scc", ".mcc", ".anc", ".srt", ".vtt"}; }
+
 void AddInputOptions(CLI::App& command, InputOptions& options, const std::string& help) {
   command
       .add_option("FILE", options.paths,
                   help + "; several, folders with --recursive, or - for standard input")
+      ->check(OffersFiles(MediaEndings))
       ->required();
   command.add_flag("-r,--recursive", options.recursive,
                    "Take the media files in folders and in those below them, by their endings");

@@ -30,6 +30,10 @@ struct Inputs {
   std::vector<std::string> emptyFolders;  // that hold no media
 };
 
+// The endings of media files in folders, and those of caption files, each with its point.
+std::vector<std::string> MediaEndings();
+std::vector<std::string> CaptionEndings();
+
 // Adds FILE ..., --recursive and --jobs. `help` says what FILE may be.
 void AddInputOptions(CLI::App& command, InputOptions& options, const std::string& help);
 

@@ -19,7 +19,7 @@ namespace qlnmedia {
 
 namespace {
 
-struct Options {
+struct InspectArguments {
   InputOptions inputs;
   bool json = false;
   bool csv = false;
@@ -29,14 +29,14 @@ struct Options {
   PageOption page;
 };
 
-std::string TextOf(const Report& report, const Options& options) {
+std::string TextOf(const Report& report, const InspectArguments& options) {
   ReportView view = options.view;
   view.width = OutputWidth(stdout);
   view.lineWidth = OutputWidth(stdout, 80);
   return ReportText(report.root(), Style::ForStream(stdout), view);
 }
 
-std::string Result(const Report& report, const Input& input, const Options& options, bool several) {
+std::string Result(const Report& report, const Input& input, const InspectArguments& options, bool several) {
   if (options.csv) return SummaryRows(Json::parse(report.ToJson())["summary"], input);
   if (!options.json) return TextOf(report, options);
   if (!several) return report.ToJson() + "\n";
@@ -45,7 +45,7 @@ std::string Result(const Report& report, const Input& input, const Options& opti
   return JsonLine(line);
 }
 
-void Run(Options options) {
+void Run(InspectArguments options) {
   // Frames, units, elements and what the library makes of them stand among the details.
   ReportView& view = options.view;
   view.details =
@@ -73,7 +73,7 @@ void Run(Options options) {
 
 void AddInspectCommand(CLI::App& app) {
   CLI::App* const command = app.add_subcommand("inspect", "Show what media files say about themselves");
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<InspectArguments>();
   options->view.details = options->view.elements = options->view.library = false;
   AddInputOptions(*command, options->inputs, "Media file: MP4, MOV, MKV, TS, raw H.264 or HEVC");
   auto* const json = command->add_flag("--json", options->json,

@@ -5,17 +5,15 @@
 #include <csignal>
 #include <cstdlib>
 #include <exception>
+#include <memory>
 #include <new>
 #include <sstream>
 
-#include "commands.h"
+#include "application.h"
 #include "exit_status.h"
-#include "help_text.h"
 #include "interruption.h"
 #include "memory_watch.h"
 #include "output.h"
-#include "run_limits.h"
-#include "sandbox.h"
 #include "words.h"
 
 namespace {
@@ -49,33 +47,9 @@ void OnCrash(int signal) {
 }
 #endif
 
-// Options of every command, which take effect as the command line is read; commands that do part of their
-// work in other processes hand them on.
-void AddGuards(CLI::App& app) {
-  app.add_flag_function(
-      "--no-sandbox", [](int64_t) { qlnmedia::UseSandbox(false); },
-      "Read media without giving up networks, other programs and all other files");
-  app.add_option_function<std::string>("--max-memory", qlnmedia::LimitMemory,
-                                       "End where the data would take more: 500M, 2G")
-      ->check([](const std::string& text) {
-        return qlnmedia::ParseSize(text) != 0 ? std::string() : text + " is no size such as 500M or 2G";
-      });
-  app.add_option_function<uint32_t>("--max-seconds", qlnmedia::LimitSeconds, "End after so many seconds")
-      ->check(qlnmedia::CountUpTo(1'000'000));
-}
-
 int RunCommandLine(int argc, char** argv) {
-  CLI::App app{"Shows, checks and corrects what H.264 and HEVC media say about themselves.", "qlnmedia"};
-  app.require_subcommand(1);
-  app.set_version_flag("--version", std::string("qlnmedia ") + qlnmedia::Version() +
-                                        "\nsandbox: " + qlnmedia::SandboxText(qlnmedia::SandboxOfKernel()));
-  app.footer(
-      "Exit status: 0 done, 1 failed, 2 wrong usage, 3 done and found something to report, 4 not applicable "
-      "(inspect, check, captions): nothing is wrong, and the file has nothing that the command is about.");
-  app.formatter(qlnmedia::MakeHelpFormatter());
-  AddGuards(app);
-  app.fallthrough();  // so that they may stand behind the command as well
-  qlnmedia::AddCommands(app);
+  const std::unique_ptr<CLI::App> application = qlnmedia::MakeApplication();
+  CLI::App& app = *application;
   try {
     qlnmedia::RequireSubcommand(app, argc, argv);
     app.parse(argc, argv);

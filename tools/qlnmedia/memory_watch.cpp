@@ -10,7 +10,7 @@ namespace {
 
 constinit thread_local bool ranOut = false;
 // Of a size that is there before memory runs out.
-char line[128] = "out of memory";
+char lineSaid[128] = "out of memory";
 
 [[noreturn]] void Note() {
   NoteMemoryRanOut();
@@ -19,9 +19,9 @@ char line[128] = "out of memory";
 
 }  // namespace
 
-const char* MemoryLine() noexcept { return line; }
+const char* MemoryLine() noexcept { return lineSaid; }
 
-void SetMemoryLine(const std::string& text) { line[text.copy(line, sizeof line - 1)] = 0; }
+void SetMemoryLine(const std::string& text) { lineSaid[text.copy(lineSaid, sizeof lineSaid - 1)] = 0; }
 
 void WatchMemory() { std::set_new_handler(Note); }
 

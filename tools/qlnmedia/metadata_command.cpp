@@ -13,18 +13,20 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "commands.h"
 #include "memory_watch.h"
 #include "output.h"
 #include "qlnmedia/clip_info.h"
 #include "qlnmedia/text.h"
+#include "value_hints.h"
 
 namespace qlnmedia {
 
 namespace {
 
-struct Options {
+struct MetadataArguments {
   std::string file;
   std::string tag;
   std::string value;
@@ -38,12 +40,18 @@ std::string TextOf(const ClipInfoValue& value) {
   return std::get<std::string>(value);
 }
 
+std::vector<std::string> TagNames() {
+  std::vector<std::string> names;
+  for (const ClipInfoField& field : ClipInfoFields()) names.emplace_back(field.name);
+  return names;
+}
+
 void ListNames() {
   for (const ClipInfoField& field : ClipInfoFields())
     Print(std::string(field.name) + (field.isNumber ? " (number)\n" : "\n"));
 }
 
-void List(const Options& options) {
+void List(const MetadataArguments& options) {
   if (options.all) return ListNames();
   const std::vector<ClipInfoEntry> entries = ClipInfoStore(options.file, true).ReadAll();
   if (options.json) return Print(ClipInfoJson(entries) + "\n");
@@ -65,13 +73,13 @@ std::string DefaultStorePath() {
   return folder.empty() ? folder : folder + "/.config/tarnwick/settings.db";
 }
 
-void Where(const Options& options) {
+void Where(const MetadataArguments& options) {
   const std::string path = options.file.empty() ? DefaultStorePath() : options.file;
   if (path.empty()) throw Error("default store", "has no place", "set HOME or XDG_CONFIG_HOME");
   Print(path + "\n");
 }
 
-void Get(const Options& options) {
+void Get(const MetadataArguments& options) {
   const ClipInfoField field = FindClipInfoField(options.tag);
   const ClipInfoStore store(options.file, true);
   const std::optional<ClipInfoValue> value = store.Read(field);
@@ -79,7 +87,7 @@ void Get(const Options& options) {
   Print(TextOf(*value) + "\n");
 }
 
-void Set(const Options& options) {
+void Set(const MetadataArguments& options) {
   const ClipInfoField field = FindClipInfoField(options.tag);
   const ClipInfoValue value = ParseClipInfoValue(field, options.value);
   ClipInfoStore store(options.file, false);
@@ -87,14 +95,14 @@ void Set(const Options& options) {
   store.Save();
 }
 
-void Unset(const Options& options) {
+void Unset(const MetadataArguments& options) {
   const ClipInfoField field = FindClipInfoField(options.tag);
   ClipInfoStore store(options.file, true);
   store.Write({field, std::nullopt});
   store.Save();
 }
 
-void Export(const Options& options) {
+void Export(const MetadataArguments& options) {
   const std::vector<ClipInfoEntry> entries = ClipInfoStore(options.file, true).ReadAll();
   RequireMemory();
   if (options.path == "-") return Print(ClipInfoJson(entries) + "\n");
@@ -117,7 +125,7 @@ std::string ReadWhole(const std::string& path) {
 }
 
 // All of it is understood before any of it is changed.
-void Import(const Options& options) {
+void Import(const MetadataArguments& options) {
   const std::vector<ClipInfoChange> changes = ParseClipInfoJson(ReadWhole(options.path), options.path);
   ClipInfoStore store(options.file, false);
   store.Write(changes);
@@ -125,11 +133,12 @@ void Import(const Options& options) {
   store.Save();
 }
 
-CLI::App* AddAction(CLI::App* command, const std::shared_ptr<Options>& options, const char* name,
-                    const char* help, void (*action)(const Options&)) {
+CLI::App* AddAction(CLI::App* command, const std::shared_ptr<MetadataArguments>& options, const char* name,
+                    const char* help, void (*action)(const MetadataArguments&)) {
   CLI::App* const sub = command->add_subcommand(name, help);
   sub->add_option("--file", options->file,
-                  "A user file such as UserMetadata.xml in place of the default store");
+                  "A user file such as UserMetadata.xml in place of the default store")
+      ->check(OffersFiles({".xml"}));
   sub->callback([options, action] { action(*options); });
   return sub;
 }
@@ -143,24 +152,30 @@ void AddMetadataCommand(CLI::App& app) {
       "The default store is $XDG_CONFIG_HOME/tarnwick/settings.db, or ~/.config/tarnwick/settings.db; "
       "it is made when the first tag is set.");
   command->require_subcommand(1);
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<MetadataArguments>();
   CLI::App* const list = AddAction(command, options, "list", "Show all tags that are set", List);
   list->add_flag("--json", options->json, "Print JSON for programs instead of text");
   list->add_flag("--all", options->all, "Name every tag there is instead");
   AddAction(command, options, "where", "Print where the tags are stored", Where);
   CLI::App* const get = AddAction(command, options, "get", "Print the value of one tag", Get);
-  get->add_option("TAG", options->tag, "The tag, as Title or FileSize")->required();
+  get->add_option("TAG", options->tag, "The tag, as Title or FileSize")->check(Offers(TagNames))->required();
   CLI::App* const set =
       AddAction(command, options, "set", "Set one tag; a user file is made if it is not there", Set);
-  set->add_option("TAG", options->tag, "The tag, as Title or FileSize")->required();
+  set->add_option("TAG", options->tag, "The tag, as Title or FileSize")->check(Offers(TagNames))->required();
   set->add_option("VALUE", options->value, "A text, or a number (decimal or 0x)")->required();
   CLI::App* const unset = AddAction(command, options, "unset", "Remove one tag", Unset);
-  unset->add_option("TAG", options->tag, "The tag, as Title or FileSize")->required();
+  unset->add_option("TAG", options->tag, "The tag, as Title or FileSize")
+      ->check(Offers(TagNames))
+      ->required();
   CLI::App* const out = AddAction(command, options, "export", "Write all tags that are set as JSON", Export);
-  out->add_option("OUT", options->path, "A file, or - for standard output")->required();
+  out->add_option("OUT", options->path, "A file, or - for standard output")
+      ->check(OffersFiles({".json"}))
+      ->required();
   CLI::App* const in =
       AddAction(command, options, "import", "Set the tags of such a JSON text; null removes one", Import);
-  in->add_option("IN", options->path, "A file, or - for standard input")->required();
+  in->add_option("IN", options->path, "A file, or - for standard input")
+      ->check(OffersFiles({".json"}))
+      ->required();
 }
 
 }  // namespace qlnmedia

@@ -6,6 +6,7 @@
 
 #include "replace.h"
 #include "sandbox.h"
+#include "value_hints.h"
 
 namespace qlnmedia {
 
@@ -14,7 +15,7 @@ void AddPageOption(CLI::App& command, PageOption& option) {
                                         "Write a page to FILE besides, for any browser: findings, a time "
                                         "line over all pictures, parameter sets, "
                                         "captions; reads the whole file");
-  page->option_text("FILE");
+  page->option_text("FILE")->check(OffersFiles({".html"}));
   command.add_flag("--force", option.force, kForceHelp)->needs(page);
 }
 

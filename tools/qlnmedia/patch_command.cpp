@@ -9,19 +9,22 @@
 
 #include "caption_making.h"
 #include "commands.h"
+#include "inputs.h"
 #include "interruption.h"
 #include "output.h"
 #include "progress_bar.h"
 #include "qlnmedia/patch.h"
+#include "qlnmedia/value_names.h"
 #include "replace.h"
 #include "sandbox.h"
+#include "value_hints.h"
 #include "value_lists.h"
 
 namespace qlnmedia {
 
 namespace {
 
-struct Options {
+struct PatchArguments {
   PatchOptions patch;
   std::string colour;
   std::string hdr;
@@ -38,7 +41,7 @@ struct Options {
 };
 
 // What goes into parameter sets alone, and what goes out.
-void TakeSetOptions(const Options& options, PatchOptions& patch) {
+void TakeSetOptions(const PatchArguments& options, PatchOptions& patch) {
   if (!options.sampleAspect.empty()) patch.sampleAspect = ParseSampleAspect(options.sampleAspect);
   if (!options.level.empty()) patch.level = ParseLevel(options.level);
   if (!options.tier.empty()) patch.highTier = ParseTier(options.tier);
@@ -71,7 +74,7 @@ SandboxPlaces PlacesOf(const PatchOptions& patch) {
   return places;
 }
 
-void Run(Options& options) {
+void Run(PatchArguments& options) {
   if (options.colour == kListWord) return Print(ColourTable());
   if (options.hdr == kListWord) return Print(DisplayTable());
   PatchOptions& patch = options.patch;
@@ -100,27 +103,34 @@ void Run(Options& options) {
   for (const std::string& line : result.lines) Print((patch.dryRun ? "would: " : "") + line + "\n");
 }
 
-void AddSetOptions(CLI::App& command, Options& options) {
+void AddSetOptions(CLI::App& command, PatchArguments& options) {
   command.add_option("--sar", options.sampleAspect, "Sample aspect ratio W:H; 0:0 for unspecified");
   command.add_option("--level", options.level, "Level: 4, 4.1, 1b");
-  command.add_option("--tier", options.tier, "Tier of HEVC: main or high");
+  command.add_option("--tier", options.tier, "Tier of HEVC: main or high")->check(Offers({"main", "high"}));
   command.add_option("--vui-timing", options.timing,
                      "Frames a second that the stream says: 25, 29.97, 30000/1001; :fixed behind it for a "
                      "fixed frame rate of H.264");
-  command.add_option("--chroma-location", options.chromaLocation, "Chroma sample location type, 0 to 5");
+  command.add_option("--chroma-location", options.chromaLocation, "Chroma sample location type, 0 to 5")
+      ->check(Offers({"0", "1", "2", "3", "4", "5"}));
   command.add_option("--crop", options.cropping, "Luma samples cut off: LEFT,RIGHT,TOP,BOTTOM");
   command
       .add_option("--remove", options.remove,
                   "Take out delimiters, filler, unspecified (units), sei:NUMBER or sei:NAME as "
                   "sei:picture-timing, t35:COUNTRY:PROVIDER as t35:B5:003C; several with commas between them")
+      ->check(Offers({"delimiters", "filler", "unspecified", "sei:", "t35:"}))
       ->take_all()
       ->allow_extra_args(false);
 }
 
-void AddCaptionOptions(CLI::App& command, Options& options) {
+void AddCaptionOptions(CLI::App& command, PatchArguments& options) {
   auto* const captions = command.add_option("--captions", options.captions.file,
                                             "Captions of a .scc or .mcc file, of a media file, or made of "
                                             "the text of a .srt or .vtt file; MPEG-2 too");
+  captions->check(OffersFiles([] {
+    std::vector<std::string> endings = CaptionEndings();
+    for (const std::string& ending : MediaEndings()) endings.push_back(ending);
+    return endings;
+  }));
   command
       .add_option("--captions-offset", options.captions.offset,
                   "The caption file's timecode of the first picture; default: its first whole hour")
@@ -146,13 +156,14 @@ void AddCaptionOptions(CLI::App& command, Options& options) {
 }
 
 // What goes into units of the stream: timecode, scan, delimiters, recovery points, captions.
-void AddUnitOptions(CLI::App& command, Options& options) {
+void AddUnitOptions(CLI::App& command, PatchArguments& options) {
   auto* const timecode = command.add_option("--timecode", options.patch.timecode,
                                             "Timecode of the first picture: HH:MM:SS:FF or HH:MM:SS;FF");
   command
       .add_option(
           "--timecode-type", options.patch.timecodeType,
           "film, 23.98, pal, non-drop-frame, drop-frame, 50, 59.94 or 60; default: what the rate asks for")
+      ->check(Offers(TimecodeTypeNames))
       ->needs(timecode);
   command
       .add_flag(
@@ -161,9 +172,11 @@ void AddUnitOptions(CLI::App& command, Options& options) {
       ->needs(timecode);
   command.add_flag("--keep-rate", options.patch.keepRate,
                    "Transport streams: what comes in takes null packets and stuffing only, or is refused");
-  command.add_option("--rate", options.patch.rate,
-                     "Frames a second for --timecode and --captions: 25, 29.97, 30000/1001, where the file "
-                     "says none, or nominal for the rate that a file of uneven pictures is made for");
+  command
+      .add_option("--rate", options.patch.rate,
+                  "Frames a second for --timecode and --captions: 25, 29.97, 30000/1001, where the file "
+                  "says none, or nominal for the rate that a file of uneven pictures is made for")
+      ->check(Offers(RateNames));
   auto* const interlaced =
       command.add_flag("--interlaced", options.interlaced, "HEVC that codes each field as a picture: say so");
   command.add_flag("--progressive", options.progressive, "HEVC that codes progressive frames: say so")
@@ -176,7 +189,7 @@ void AddUnitOptions(CLI::App& command, Options& options) {
 }
 
 // Where what is written goes, if not into one file.
-void AddPlaceOptions(CLI::App& command, CLI::Option& out, Options& options) {
+void AddPlaceOptions(CLI::App& command, CLI::Option& out, PatchArguments& options) {
   auto* const inPlace = command.add_flag(
       "--in-place", options.patch.inPlace,
       "MP4, MOV: change IN itself where it fits; qlnmedia recover helps where that is cut off");
@@ -188,6 +201,7 @@ void AddPlaceOptions(CLI::App& command, CLI::Option& out, Options& options) {
   command
       .add_option("--init", options.patch.initialization,
                   "IN is a media segment alone, and this its initialization segment")
+      ->check(OffersFiles())
       ->excludes(inPlace)
       ->excludes(segments);
 }
@@ -197,22 +211,36 @@ void AddPlaceOptions(CLI::App& command, CLI::Option& out, Options& options) {
 void AddPatchCommand(CLI::App& app) {
   CLI::App* const command =
       app.add_subcommand("patch", "Correct what a file says, without touching a coded picture");
-  auto options = std::make_shared<Options>();
-  command->add_option("IN", options->patch.in, "H.264 or HEVC in MP4, MOV, MKV, TS, MXF, or raw; required");
+  auto options = std::make_shared<PatchArguments>();
+  command->add_option("IN", options->patch.in, "H.264 or HEVC in MP4, MOV, MKV, TS, MXF, or raw; required")
+      ->check(OffersFiles(MediaEndings));
   auto* const out =
       command->add_option("OUT", options->patch.out,
                           "The output, of the same kind of container; not with --in-place, and not "
                           "needed with --dry-run");
-  command->add_option("--colour,--color", options->colour,
-                      ColourNames() + ", or P:T:M in numbers; list shows them");
+  out->check(OffersFiles(MediaEndings));
+  command
+      ->add_option("--colour,--color", options->colour,
+                   ColourNames() + ", or P:T:M in numbers; list shows them")
+      ->check(Offers([] {
+        std::vector<std::string> words = {kListWord};
+        for (const NamedColour& colour : NamedColours()) words.emplace_back(colour.name);
+        return words;
+      }));
   auto* const full =
       command->add_flag("--full-range", options->fullRange, "Say that samples use the full range");
   command->add_flag("--limited-range", options->limitedRange, "Say that samples use the limited range")
       ->excludes(full);
-  command->add_option("--hdr", options->hdr,
-                      "Mastering display: " + DisplayNames() +
-                          ", or G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min) in units of 0.00002 and 0.0001 cd/m2; "
-                          "list shows them");
+  command
+      ->add_option("--hdr", options->hdr,
+                   "Mastering display: " + DisplayNames() +
+                       ", or G(x,y)B(x,y)R(x,y)WP(x,y)L(max,min) in units of 0.00002 and 0.0001 cd/m2; "
+                       "list shows them")
+      ->check(Offers([] {
+        std::vector<std::string> words = {kListWord};
+        for (const NamedDisplay& display : NamedDisplays()) words.emplace_back(display.name);
+        return words;
+      }));
   command->add_option("--light-level", options->lightLevel, "Content light level: MAX,AVERAGE in cd/m2");
   AddSetOptions(*command, *options);
   AddUnitOptions(*command, *options);

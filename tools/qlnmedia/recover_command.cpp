@@ -5,9 +5,11 @@
 #include <string>
 
 #include "commands.h"
+#include "inputs.h"
 #include "output.h"
 #include "qlnmedia/patch.h"
 #include "sandbox.h"
+#include "value_hints.h"
 
 namespace qlnmedia {
 
@@ -31,7 +33,9 @@ void AddRecoverCommand(CLI::App& app) {
   CLI::App* const command =
       app.add_subcommand("recover", "Put a file back where patch --in-place was cut off");
   auto file = std::make_shared<std::string>();
-  command->add_option("FILE", *file, "The file that was being changed")->required();
+  command->add_option("FILE", *file, "The file that was being changed")
+      ->check(OffersFiles(MediaEndings))
+      ->required();
   command->callback([file] { Run(*file); });
 }
 

@@ -235,9 +235,9 @@ std::string ReportText(const ReportItem& report, const Style& style, size_t widt
   return ReportText(report, style, view);
 }
 
-void PrintReport(const Report& report, bool json) {
-  Print(json ? report.ToJson() + "\n"
-             : ReportText(report.root(), Style::ForStream(stdout), OutputWidth(stdout)));
+void PrintReport(const Report& report, bool asJson) {
+  Print(asJson ? report.ToJson() + "\n"
+               : ReportText(report.root(), Style::ForStream(stdout), OutputWidth(stdout)));
 }
 
 }  // namespace qlnmedia

@@ -21,6 +21,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "descriptor.h"
 #include "qlnmedia/error.h"
 
 namespace qlnmedia {
@@ -56,20 +57,6 @@ int LandlockVersion() {
   const long version = syscall(kCreateRuleset, nullptr, 0, kAskVersion);
   return version < 0 ? 0 : static_cast<int>(version);
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() {
-    if (number_ >= 0) close(number_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int number() const { return number_; }
-
- private:
-  int number_;
-};
 
 void Allow(int ruleset, const std::string& path, uint64_t rights) {
   const Descriptor place(open(path.c_str(), O_PATH | O_CLOEXEC));

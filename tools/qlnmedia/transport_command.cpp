@@ -22,7 +22,7 @@ namespace {
 // The fastest speed, either way, whose units of 1/65520 have room in the counter's 32 bits.
 constexpr double kFastest = 32776;
 
-struct Options {
+struct TransportArguments {
   int32_t in = 0;
   int32_t out = 0;
   std::optional<int32_t> start;
@@ -58,7 +58,7 @@ Json ReadCounter(CQLNTransTC2& counter, uint32_t step) {
   return row;
 }
 
-Json StepThrough(const Options& options) {
+Json StepThrough(const TransportArguments& options) {
   CQLNSpeed speed;
   speed = options.speed;
   CQLNTransTC2 counter;
@@ -113,7 +113,7 @@ ReportItem Table(const Json& report, double speed) {
   return root;
 }
 
-void Run(const Options& options) {
+void Run(const TransportArguments& options) {
   if (!(std::abs(options.speed) <= kFastest))
     throw CLI::ValidationError(fmt::format(
         "--speed: {} is no speed of the counter; the limit is {} times play", options.speed, kFastest));
@@ -128,7 +128,7 @@ void Run(const Options& options) {
 void AddTransportCommand(CLI::App& app) {
   CLI::App* const command =
       app.add_subcommand("transport", "Step a transport position between an in and an out point");
-  auto options = std::make_shared<Options>();
+  auto options = std::make_shared<TransportArguments>();
   command->add_option("--in", options->in, "First frame of the range")->required();
   command->add_option("--out", options->out, "Frame behind the range; the in point again runs free")
       ->required();

@@ -74,6 +74,8 @@ CLI::Validator CountUpTo(uint32_t most) {
           "", "count"};
 }
 
+void RefuseUsage(const std::string& text) { throw CLI::ValidationError(text); }
+
 void RequireSubcommand(const CLI::App& app, int argc, const char* const* argv) {
   const CLI::App* command = &app;
   for (int i = 1; i < argc; ++i) {

@@ -26,6 +26,9 @@ std::string WordsThereAre(std::string_view typed, const std::vector<std::string>
 // For options that take a count up to `most`: says in one line what a text is that is none.
 CLI::Validator CountUpTo(uint32_t most);
 
+// Throws a usage error with this text.
+[[noreturn]] void RefuseUsage(const std::string& text);
+
 // Throws a usage error that names the subcommands, where the first word is none of them.
 void RequireSubcommand(const CLI::App& app, int argc, const char* const* argv);
 

@@ -7,10 +7,10 @@
 //   carrier.Prepare(change);   // the editors run; nothing is written
 //   carrier.Write(sink);
 //
-// Private data of a change belongs to the entry of the track that its description counts; a type of it is not
-// looked at. Memory: 16 bytes a changed frame or size, 40 a cluster, and bounded windows; the bytes that are
-// new wait in a spool. Everything throws Error, with the file and the place. Not for several threads at once;
-// several carriers are.
+// Private data of a change belongs to the track's entries of its description; a type of it is not looked at.
+// Memory: 16 bytes a changed frame or size, 40 a cluster, and bounded windows; the bytes that are new wait in
+// a spool. Everything throws Error, with the file and the place. Not for several threads at once; several
+// carriers are.
 #ifndef MEDIA_CONTAINER_MKV_CARRIER_H
 #define MEDIA_CONTAINER_MKV_CARRIER_H
 

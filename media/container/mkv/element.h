@@ -17,6 +17,11 @@ using ByteSpan = mp4::ByteSpan;
 using mp4::Reader;
 using mp4::Source;
 
+// Of the value of a CRC-32 element.
+inline constexpr size_t kCrcBytes = 4;
+// A reader of heads alone takes so many bytes at a time.
+inline constexpr size_t kHeadWindow = 64;
+
 namespace id {
 inline constexpr uint64_t kEbml = 0x1A45DFA3, kEbmlMaxIdLength = 0x42F2, kEbmlMaxSizeLength = 0x42F3;
 inline constexpr uint64_t kSegment = 0x18538067, kVoid = 0xEC, kCrc = 0xBF;

@@ -17,7 +17,6 @@ namespace {
 
 constexpr uint64_t kLongBody = 64 << 10;
 constexpr uint64_t kPiece = 1 << 16;
-constexpr size_t kHeadWindow = 64;
 
 // What a change may name of a track.
 constexpr uint64_t kNamed[] = {id::kCodecPrivate, id::kFlagInterlaced, id::kFieldOrder,    id::kPixelWidth,

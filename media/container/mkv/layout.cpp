@@ -16,6 +16,9 @@ namespace {
 // More than any track says of itself; the picture of a private data field included.
 constexpr uint64_t kMostText = 256;
 constexpr uint64_t kMostPrivateData = uint64_t{16} << 20;
+// Live streams tell their tracks again and again, hostile files as often as they can.
+constexpr size_t kMostEntries = 200000;
+constexpr uint32_t kMostDescriptions = 4096;
 // What is left of an element that is cut off: more is damage.
 constexpr uint64_t kMostLeft = uint64_t{64} << 20;
 // BITMAPINFOHEADER, which stands in front of what the codec says.
@@ -49,6 +52,12 @@ class LayoutReader {
   }
 
  private:
+  struct Said {
+    std::string codec;
+    Bytes privateData, encodings;
+    auto operator<=>(const Said&) const = default;
+  };
+
   // What stands behind the segments need not be elements.
   std::optional<Element> Top(uint64_t at, uint64_t size) {
     const bool behind = !layout_.segments.empty();
@@ -156,7 +165,10 @@ class LayoutReader {
   }
 
   void ReadEntry(const Element& element) {
+    if (++entries_ > kMostEntries)
+      throw source_.Fault(element.at, "has more descriptions of tracks than can be carried");
     Entry entry;
+    Element encodings;
     entry.element = element;
     entry.segment = layout_.segments.size() - 1;
     ForEachElement(reader_, element.body, element.end, limits_, [&](const Element& child) {
@@ -165,12 +177,28 @@ class LayoutReader {
       if (child.id == id::kCodecId) entry.codec = Text(child);
       if (child.id == id::kDefaultDuration) entry.defaultDuration = ReadUnsigned(reader_, child);
       if (child.id == id::kCodecPrivate) entry.privateData = child;
-      if (child.id == id::kContentEncodings) entry.encodings = ReadEncodings(reader_, child, limits_);
+      if (child.id == id::kContentEncodings) {
+        entry.encodings = ReadEncodings(reader_, child, limits_);
+        encodings = child;
+      }
     });
     std::vector<Entry>& entries = layout_.tracks[entry.number];
-    entry.description = static_cast<uint32_t>(entries.size() + 1);
+    entry.description = DescriptionOf(entry, encodings);
     if (entry.segment == 0 && entries.empty()) layout_.firstTracks.push_back(entry.number);
     entries.push_back(std::move(entry));
+  }
+
+  // Descriptions are told apart by what they say of the coded data.
+  uint32_t DescriptionOf(const Entry& entry, const Element& encodings) {
+    std::map<Said, uint32_t>& known = descriptions_[entry.number];
+    Said said{entry.codec, {}, {}};
+    if (entry.privateData.size() <= kMostPrivateData)
+      said.privateData = reader_.Run(entry.privateData.body, entry.privateData.size());
+    if (encodings.size() <= kMostPrivateData) said.encodings = reader_.Run(encodings.body, encodings.size());
+    const auto [at, fresh] = known.emplace(std::move(said), static_cast<uint32_t>(known.size() + 1));
+    if (fresh && known.size() > kMostDescriptions)
+      throw source_.Fault(entry.element.at, "a track has more descriptions than can be carried");
+    return at->second;
   }
 
   std::string Text(const Element& element) const {
@@ -187,6 +215,8 @@ class LayoutReader {
   Limits limits_;
   Limits next_;
   bool clusterCut_ = false;  // the last one goes on by what it says
+  size_t entries_ = 0;       // of all tracks
+  std::map<uint64_t, std::map<Said, uint32_t>> descriptions_;
   Layout layout_;
 };
 

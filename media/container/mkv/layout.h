@@ -24,7 +24,7 @@ struct Entry {
   uint64_t defaultDuration = 0;  // nanoseconds; 0 where it is not told
   Element privateData;           // its end is 0 where there is none
   Encodings encodings;
-  uint32_t description = 1;  // which of the track's entries, 1-based
+  uint32_t description = 1;  // which of the track's descriptions, 1-based: entries that say the same are one
 
   // Bytes in front of what the codec calls its private data.
   size_t privateHead() const;

@@ -17,9 +17,6 @@ namespace {
 
 // Behind so many rounds all places get fields that hold whatever comes, so that an end is sure.
 constexpr int kRounds = 8;
-constexpr size_t kCrcBytes = 4;
-// Only heads are read.
-constexpr size_t kHeadWindow = 64;
 
 // Where depths of the document matter, innermost last.
 enum Depth : int { kOfSegment, kOfLevelOne, kOfLevelTwo, kOfLevelThree, kOfLevelFour, kDepths };

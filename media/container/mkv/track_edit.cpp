@@ -17,8 +17,7 @@ namespace qlnmedia::mkv {
 
 namespace {
 
-constexpr uint64_t kMostBytes = uint64_t{32} << 20;
-constexpr size_t kCrcBytes = 4;
+constexpr uint64_t kMostTrackBytes = uint64_t{32} << 20;
 
 // Values of elements (RFC 9559 section 5.1.4.1.28).
 constexpr uint64_t kInterlaced = 1, kProgressive = 2;
@@ -56,7 +55,7 @@ class EntryEdit {
  public:
   EntryEdit(const Source& source, const Entry& entry, const Limits& limits)
       : source_(source), reader_(source), entry_(entry), limits_(limits) {
-    if (entry.element.size() > kMostBytes)
+    if (entry.element.size() > kMostTrackBytes)
       throw source.Fault(entry.element.at, "the description of a track is longer than makes sense");
     root_ = ReadNode(reader_, entry.element, true, limits);
   }

@@ -35,7 +35,9 @@ constexpr Named kMasteringPrimaries{0, Label(0x0E, 0x04, 0x20, 0x04, 0x01, 0x01,
 constexpr Named kMasteringWhite{0, Label(0x0E, 0x04, 0x20, 0x04, 0x01, 0x01, 0x02, 0x00)};
 constexpr Named kMasteringMost{0, Label(0x0E, 0x04, 0x20, 0x04, 0x01, 0x01, 0x03, 0x00)};
 constexpr Named kMasteringLeast{0, Label(0x0E, 0x04, 0x20, 0x04, 0x01, 0x01, 0x04, 0x00)};
+constexpr Named kAvcConstraints{0, Label(0x0E, 0x04, 0x01, 0x06, 0x06, 0x01, 0x0C, 0x00)};
 constexpr Named kAvcLevel{0, Label(0x0E, 0x04, 0x01, 0x06, 0x06, 0x01, 0x0D, 0x00)};
+constexpr uint8_t kConstraintSet3 = 0x10;
 constexpr uint16_t kDepth = 0x3301, kLayout = 0x320C;
 constexpr uint16_t kStoredWidth = 0x3203, kStoredHeight = 0x3202;
 constexpr uint16_t kSampledWidth = 0x3205, kSampledHeight = 0x3204;
@@ -216,6 +218,16 @@ void PutFacts(SetEdit& set, const DescriptorFacts& facts) {
   if (facts.mastering) PutMastering(set, *facts.mastering);
 }
 
+// Properties that are there follow; profile and bit rates stay with the level.
+void PutAvcLevel(SetEdit& set, const std::vector<PrimerEntry>& primer, const DescriptorFacts& facts) {
+  if (const auto tag = TagOf(primer, kAvcLevel.label)) set.Renew(*tag, {*facts.avcLevel});
+  const auto tag = TagOf(primer, kAvcConstraints.label);
+  if (!facts.avcSet3 || !tag) return;
+  const auto flags = static_cast<uint8_t>(set.Number(*tag, 1));
+  set.Renew(*tag,
+            {static_cast<uint8_t>(*facts.avcSet3 ? flags | kConstraintSet3 : flags & ~kConstraintSet3)});
+}
+
 }  // namespace
 
 std::vector<ValueChange> ChangeDescriptors(const Source& source, const MetadataCopy& copy,
@@ -234,11 +246,9 @@ std::vector<ValueChange> ChangeDescriptors(const Source& source, const MetadataC
     PutFacts(set, wanted->second);
     changes.push_back(set.change());
     if (!wanted->second.avcLevel || !track.avc || !done.insert(track.avc->at).second) continue;
-    if (const auto tag = TagOf(*primer, kAvcLevel.label)) {
-      SetEdit avc(source, *track.avc, *primer);
-      avc.Renew(*tag, {*wanted->second.avcLevel});
-      changes.push_back(avc.change());
-    }
+    SetEdit avc(source, *track.avc, *primer);
+    PutAvcLevel(avc, *primer, wanted->second);
+    changes.push_back(avc.change());
   }
   if (primer && primer->size() != had) changes.push_back({copy.primer, WritePrimer(*primer)});
   return changes;

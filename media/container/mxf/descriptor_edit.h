@@ -28,7 +28,8 @@ struct DescriptorFacts {
   std::optional<SampleAspect> sampleAspect;  // of a sample; the descriptor tells the shape of the picture
   std::optional<MasteringDisplay> mastering;
   std::optional<uint8_t> avcLevel;
-  std::optional<bool> fields;  // frames are stored as separate fields, or whole
+  std::optional<bool> avcSet3;  // constraint_set3_flag, which comes and goes with level 1b of some profiles
+  std::optional<bool> fields;   // frames are stored as separate fields, or whole
   std::optional<SizeChange> size;
   bool any() const { return colour || fullRange || sampleAspect || mastering || avcLevel || fields || size; }
 };

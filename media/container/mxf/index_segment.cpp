@@ -6,7 +6,7 @@ namespace qlnmedia::mxf {
 
 namespace {
 
-constexpr uint16_t kUnitBytes = 0x3F05, kIndexSid = 0x3F06, kBodySid = 0x3F07, kSlices = 0x3F08;
+constexpr uint16_t kUnitBytes = 0x3F05, kSlices = 0x3F08;
 constexpr uint16_t kDeltas = 0x3F09, kEntries = 0x3F0A, kStart = 0x3F0C, kDuration = 0x3F0D;
 constexpr uint16_t kPositionTables = 0x3F0E, kLastUnitBytes = 0x3F10;
 constexpr uint64_t kArrayHead = 8;

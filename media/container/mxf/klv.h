@@ -57,6 +57,11 @@ Bytes LengthField(uint64_t size, size_t bytes);
 // Bytes of that field.
 size_t LengthFieldBytes(uint64_t size, size_t bytes);
 
+// Local tags that several sets have (ST 377-1 annexes).
+inline constexpr uint16_t kIndexSid = 0x3F06, kBodySid = 0x3F07;
+// An entry of a random index pack: BodySID and offset.
+inline constexpr uint64_t kRandomIndexEntry = 12;
+
 // The triplets of a file, one behind the other.
 class KlvReader {
  public:

@@ -32,7 +32,7 @@ constexpr uint8_t kLooked[] = {kSequence,           kSourceClip,          kEssen
 constexpr uint16_t kSourcePackageId = 0x1101, kSourceTrackId = 0x1102, kComponents = 0x1001;
 constexpr uint16_t kLength = 0x0202, kLinkedPackage = 0x2701, kEssenceContainer = 0x3004;
 constexpr uint16_t kLinkedTrack = 0x3006, kPictureCoding = 0x3201, kInstance = 0x3C0A;
-constexpr uint16_t kIndexSid = 0x3F06, kBodySid = 0x3F07, kSubDescriptorsOfMultiple = 0x3F01;
+constexpr uint16_t kSubDescriptorsOfMultiple = 0x3F01;
 constexpr uint16_t kPackageId = 0x4401, kTracks = 0x4403, kDescriptor = 0x4701;
 constexpr uint16_t kTrackId = 0x4801, kTrackSequence = 0x4803, kTrackNumber = 0x4804, kEditRate = 0x4B01;
 constexpr Key kSubDescriptors = {0x06, 0x0E, 0x2B, 0x34, 0x01, 0x01, 0x01, 0x09,
@@ -147,6 +147,8 @@ std::optional<PictureTrack> MetadataReader::TrackOf(const Set& package, const Se
     for (const Set* const sub : Referred(*descriptor, *tag)) {
       if (sub->klv.key[14] == kAvcSubDescriptor) picture.avc = sub->klv;
     }
+    const Property* const all = FindProperty(descriptor->properties, *tag);
+    picture.hasDetails = all != nullptr && !EntriesOf(all->value, kKeyBytes).empty();
   }
   return picture;
 }

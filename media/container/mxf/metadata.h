@@ -24,7 +24,8 @@ struct PictureTrack {
   std::optional<Key> container;  // label of how its essence is wrapped
   std::optional<Key> coding;
   Klv descriptor;
-  std::optional<Klv> avc;  // AVC sub-descriptor
+  std::optional<Klv> avc;   // AVC sub-descriptor
+  bool hasDetails = false;  // sub-descriptors, of whatever kind
 };
 
 // One copy of the header metadata.

@@ -11,8 +11,8 @@ namespace qlnmedia::mxf {
 
 namespace {
 
-constexpr uint64_t kRandomIndexEntry = 12, kOffsetInEntry = 4;
-constexpr uint64_t kMostRandomIndex = uint64_t{1} << 24;
+constexpr uint64_t kOffsetInEntry = 4;
+constexpr uint64_t kMostIndexRead = uint64_t{1} << 24;
 
 // Offsets of partitions from the header partition on, as the random index pack at the file's end has them.
 std::set<uint64_t> IndexedPartitions(Reader& reader) {
@@ -20,7 +20,7 @@ std::set<uint64_t> IndexedPartitions(Reader& reader) {
   const uint64_t size = reader.size();
   if (size < kKeyBytes + 4) return partitions;
   const uint64_t whole = reader.U32(size - 4);
-  if (whole < kKeyBytes + 4 || whole > size || whole > kMostRandomIndex) return partitions;
+  if (whole < kKeyBytes + 4 || whole > size || whole > kMostIndexRead) return partitions;
   KlvReader triplets(reader.source(), size - whole);
   Klv pack;
   if (!triplets.Next(pack) || pack.kind() != Kind::kRandomIndex) return partitions;

@@ -12,7 +12,7 @@ namespace {
 
 constexpr uint64_t kFieldsAt = kThisPartitionAt, kFieldsEnd = kBodySidAt;
 constexpr size_t kChunkBytes = size_t{64} << 10;
-constexpr uint64_t kRandomIndexEntry = 12, kRandomIndexTail = 4;
+constexpr uint64_t kRandomIndexTail = 4;
 constexpr uint64_t kMostRandomIndex = uint64_t{64} << 20;
 
 void Store(std::span<uint8_t> to, uint64_t at, uint64_t value, size_t bytes) {

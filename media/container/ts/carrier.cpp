@@ -18,9 +18,7 @@ constexpr size_t kMostRowsWaiting = 2000000;
 
 constexpr size_t kPesFlagsAt = 7;
 constexpr uint8_t kChecksum = 0x02;
-constexpr size_t kPesHead = 9;      // bytes up to PES_header_data_length, it included
-constexpr size_t kPesLengthAt = 4;  // of PES_packet_length
-constexpr size_t kPesBeforeLength = 6;
+constexpr size_t kPesHead = 9;  // bytes up to PES_header_data_length, it included
 
 constexpr uint8_t kTimes = 0xC0, kPresentationTime = 0x80;  // PTS_DTS_flags
 constexpr size_t kTimesAt = 9;

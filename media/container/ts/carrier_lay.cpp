@@ -9,22 +9,7 @@ namespace qlnmedia::ts {
 
 namespace {
 
-constexpr size_t kPesLengthAt = 4;  // of PES_packet_length
-constexpr size_t kPesBeforeLength = 6;
 constexpr uint64_t kMostPesLength = 0xFFFF;
-
-constexpr uint32_t kArrivalMask = 0x3FFFFFFF;
-
-uint32_t ArrivalTime(const Row& row) {
-  return (uint32_t{row.bytes[0]} << 24 | uint32_t{row.bytes[1]} << 16 | uint32_t{row.bytes[2]} << 8 |
-          row.bytes[3]) &
-         kArrivalMask;
-}
-
-void SetArrivalTime(Row& row, uint32_t time) {
-  row.bytes[0] = static_cast<uint8_t>((row.bytes[0] & 0xC0) | (time >> 24 & 0x3F));
-  for (size_t i = 1; i < 4; ++i) row.bytes[i] = static_cast<uint8_t>(time >> (24 - 8 * i));
-}
 
 }  // namespace
 

@@ -12,7 +12,6 @@ namespace {
 constexpr uint64_t kSearched = 64 << 10;
 constexpr uint64_t kSyncsInRow = 5;
 constexpr uint8_t kAdaptation = 0x20, kPayload = 0x10;
-constexpr uint8_t kStuffing = 0xFF;
 
 bool HasAdaptation(const uint8_t* packet) { return (packet[3] & kAdaptation) != 0; }
 
@@ -117,6 +116,15 @@ void Row::MakeNull() {
   p[2] = kNullIdentifier & 0xFF;
   p[3] = kPayload;
   std::memset(p + kHeaderBytes, kStuffing, kMostPayload);
+}
+
+uint32_t ArrivalTime(const Row& row) {
+  return static_cast<uint32_t>(mp4::LoadNumber(row.bytes, 4)) & kArrivalMask;
+}
+
+void SetArrivalTime(Row& row, uint32_t time) {
+  row.bytes[0] = static_cast<uint8_t>((row.bytes[0] & 0xC0) | (time >> 24 & 0x3F));
+  for (size_t i = 1; i < 4; ++i) row.bytes[i] = static_cast<uint8_t>(time >> (24 - 8 * i));
 }
 
 std::array<uint8_t, 16> ParityOf(const uint8_t* packet) {

@@ -20,6 +20,10 @@ inline constexpr size_t kLongestRow = 204;
 inline constexpr size_t kHeaderBytes = 4;
 inline constexpr size_t kMostPayload = kPacketBytes - kHeaderBytes;
 inline constexpr uint8_t kSync = 0x47;
+inline constexpr uint8_t kStuffing = 0xFF;
+// PES packets (clause 2.4.3.6): where PES_packet_length stands, and what it does not count.
+inline constexpr size_t kPesLengthAt = 4;
+inline constexpr size_t kPesBeforeLength = 6;
 inline constexpr uint16_t kNullIdentifier = 0x1FFF;
 
 // Packets of 188 bytes, of 192 with an arrival time in front (M2TS), of 204 with parity behind (DVB).
@@ -70,6 +74,11 @@ struct Row {
   // Makes it a null packet, of the same row.
   void MakeNull();
 };
+
+// The arrival time in front of a packet of M2TS, which is modulo kArrivalMask + 1.
+inline constexpr uint32_t kArrivalMask = 0x3FFFFFFF;
+uint32_t ArrivalTime(const Row& row);
+void SetArrivalTime(Row& row, uint32_t time);
 
 // Parity of a DVB packet (EN 300 744 clause 4.3.2: Reed-Solomon 204, 188), and whether a row has the right
 // one.

@@ -15,7 +15,6 @@ constexpr size_t kStreamHead = 5;
 constexpr size_t kCrcBytes = 4;
 constexpr size_t kMostSection = 1024;
 constexpr uint8_t kAssociationTable = 0x00, kMapTable = 0x02;
-constexpr uint8_t kStuffing = 0xFF;
 
 size_t Twelve(ByteSpan bytes, size_t at) { return size_t{bytes[at] & 0x0FU} << 8 | bytes[at + 1]; }
 uint16_t Thirteen(ByteSpan bytes, size_t at) {

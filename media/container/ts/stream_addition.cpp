@@ -16,17 +16,6 @@ namespace {
 
 constexpr uint16_t kAssociationIdentifier = 0;
 constexpr uint16_t kLowest = 0x20, kHighest = 0x1FFA;  // for streams (clause 2.4.3.3, and those of ATSC)
-constexpr uint8_t kStuffing = 0xFF;
-constexpr uint32_t kArrivalMask = 0x3FFFFFFF;
-
-uint32_t ArrivalTime(const Row& row) {
-  return static_cast<uint32_t>(mp4::LoadNumber(row.bytes, 4)) & kArrivalMask;
-}
-
-void SetArrivalTime(Row& row, uint32_t time) {
-  row.bytes[0] = static_cast<uint8_t>((row.bytes[0] & 0xC0) | (time >> 24 & 0x3F));
-  for (size_t i = 1; i < 4; ++i) row.bytes[i] = static_cast<uint8_t>(time >> (24 - 8 * i));
-}
 
 }  // namespace
 

@@ -145,7 +145,8 @@ class BitReader {
   uint64_t Load64(uint64_t index) const {
     uint64_t word;
     std::memcpy(&word, data_ + index, sizeof word);
-    return __builtin_bswap64(word);
+    if constexpr (std::endian::native == std::endian::little) word = __builtin_bswap64(word);
+    return word;
   }
 
   // Bits that can be read from p on before the limit is passed.

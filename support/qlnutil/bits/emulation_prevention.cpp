@@ -35,6 +35,43 @@ size_t RemoveEmulationPrevention(uint8_t* destination, const uint8_t* source, si
   return removed;
 }
 
+namespace {
+
+template <class Word>
+void CopyEnds(uint8_t* destination, const uint8_t* source, size_t count) {
+  Word head;
+  Word tail;
+  std::memcpy(&head, source, sizeof head);
+  std::memcpy(&tail, source + (count - sizeof tail), sizeof tail);
+  std::memcpy(destination, &head, sizeof head);
+  std::memcpy(destination + (count - sizeof tail), &tail, sizeof tail);
+}
+
+// Copies at least two bytes. Where triples stand close together, a call of the C library for each of the few
+// bytes between them would take longer than all the rest.
+void CopyBlock(uint8_t* destination, const uint8_t* source, size_t count) {
+  if (count <= 4) {
+    CopyEnds<uint16_t>(destination, source, count);
+  } else if (count <= 8) {
+    CopyEnds<uint32_t>(destination, source, count);
+  } else {
+    std::memcpy(destination, source, count);
+  }
+}
+
+// The next triple behind an insertion. Where it is near, a look at a few bytes is shorter than the beginning
+// of a search by vectors.
+const uint8_t* FindNextToEscape(const uint8_t* from, const uint8_t* end) {
+  constexpr ptrdiff_t kNear = 8;
+  const uint8_t* const far = end - from > kNear + 2 ? from + kNear : from;
+  for (; from != far; ++from) {
+    if (from[0] == 0 && from[1] == 0 && from[2] <= 3) return from;
+  }
+  return FindTriple<ThirdIsAtMost<3>>(from, end);
+}
+
+}  // namespace
+
 size_t InsertEmulationPrevention(uint8_t* destination, size_t capacity, const uint8_t* source, size_t size,
                                  const EmulationInsertion& policy) {
   if (size > capacity) return kDoesNotFit;
@@ -45,16 +82,16 @@ size_t InsertEmulationPrevention(uint8_t* destination, size_t capacity, const ui
 
   const uint8_t* p = source + std::min<size_t>(policy.firstIndex, size);
   if (size < policy.smallestSize) p = end;
-  while ((p = FindTriple<ThirdIsAtMost<3>>(p, end)) != end) {
+  for (p = FindTriple<ThirdIsAtMost<3>>(p, end); p != end;) {
     if (policy.limitIsUnescapedSize && static_cast<size_t>(p + 2 - source) + inserted > size) break;
     const size_t block = static_cast<size_t>(p + 2 - copied);
     ++inserted;
     if (size + inserted > capacity) return kDoesNotFit;
-    std::memcpy(destination + written, copied, block);
+    CopyBlock(destination + written, copied, block);
     written += block;
     destination[written++] = 3;
     copied = p + 2;
-    p += policy.stepsBehindTriple ? 3 : 2;
+    p = FindNextToEscape(p + (policy.stepsBehindTriple ? 3 : 2), end);
   }
   if (copied != end) std::memcpy(destination + written, copied, static_cast<size_t>(end - copied));
   return size + inserted;

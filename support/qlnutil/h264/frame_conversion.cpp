@@ -39,17 +39,13 @@ uint32_t CountWidenedMarkers(const uint8_t* data, uint32_t size) {
 namespace qln {
 namespace {
 
-// Converts [buffer, end), which begins with a start code of 3 bytes, into `widened` bytes more. One pass from
-// the end: each unit moves up once, by the number of start codes of 3 bytes in front of it and its own, and
-// its size takes the place of its start code.
-void WidenFromTheEnd(uint8_t* buffer, const uint8_t* end, uint32_t widened) {
-  const uint8_t* unitEnd = end;                            // end of the unit in front, as it stood
-  uint8_t* placedEnd = buffer + (end - buffer) + widened;  // its end where it goes
-  const uint8_t* code = end;
-  while (unitEnd != buffer) {
-    code = FindLastShortStartCode(buffer, code);
-    bool isLong;
-    if (!IsMarker(buffer, end, code, &isLong)) continue;
+// A frame on its way from its end: each unit moves up once, by the number of start codes of 3 bytes in front
+// of it and its own, and its size takes the place of its start code.
+struct FromTheEnd {
+  const uint8_t* unitEnd;  // end of the unit in front, as it stood
+  uint8_t* placedEnd;      // its end where it goes
+
+  void Place(const uint8_t* code, bool isLong) {
     const size_t unitSize = static_cast<size_t>(unitEnd - (code + 3));
     placedEnd -= unitSize;
     if (placedEnd != code + 3) std::memmove(placedEnd, code + 3, unitSize);
@@ -57,6 +53,44 @@ void WidenFromTheEnd(uint8_t* buffer, const uint8_t* end, uint32_t widened) {
     unitEnd = isLong ? code - 1 : code;
     StoreBigEndian32(placedEnd, static_cast<uint32_t>(unitSize));
   }
+};
+
+// Converts [buffer, end), which begins with a start code of 3 bytes, into `widened` bytes more, with a second
+// search, from the end.
+void WidenBySearch(uint8_t* buffer, const uint8_t* end, uint32_t widened) {
+  FromTheEnd frame{end, buffer + (end - buffer) + widened};
+  for (const uint8_t* code = end; frame.unitEnd != buffer;) {
+    code = FindLastShortStartCode(buffer, code);
+    bool isLong;
+    if (IsMarker(buffer, end, code, &isLong)) frame.Place(code, isLong);
+  }
+}
+
+// More than the frames of encoders have. What is found is remembered up to here.
+constexpr size_t kMostCodes = 256;
+
+// Converts [buffer, end), which begins with a start code of 3 bytes. Returns the bytes that it got longer by.
+uint32_t Widen(uint8_t* buffer, const uint8_t* end) {
+  uint32_t codes[kMostCodes];
+  size_t count = 0;
+  uint32_t widened = 0;
+  for (const uint8_t* code = buffer; code != end; code = FindShortStartCode(code + 3, end)) {
+    bool isLong;
+    if (!IsMarker(buffer, end, code, &isLong)) break;  // the last three bytes
+    if (count == kMostCodes) {
+      widened = CountWidenedMarkers(buffer, static_cast<uint32_t>(end - buffer));
+      WidenBySearch(buffer, end, widened);
+      return widened;
+    }
+    codes[count++] = static_cast<uint32_t>(code - buffer);
+    if (!isLong) ++widened;
+  }
+  FromTheEnd frame{end, buffer + (end - buffer) + widened};
+  while (count != 0) {
+    const uint8_t* const code = buffer + codes[--count];
+    frame.Place(code, code > buffer && code[-1] == 0);
+  }
+  return widened;
 }
 
 }  // namespace
@@ -78,10 +112,7 @@ uint32_t qlnUtilh264MarkerToSize(uint8_t* buffer, uint32_t size) {
     if (unit != nullptr) qln::StoreBigEndian32(unit - 4, static_cast<uint32_t>(unitEnd - unit));
     if (!found) return size;
     if (!isLong) {
-      uint8_t* const rest = buffer + (code - buffer);
-      const uint32_t widened = qln::CountWidenedMarkers(rest, static_cast<uint32_t>(end - rest));
-      qln::WidenFromTheEnd(rest, end, widened);
-      return size + widened;
+      return size + qln::Widen(buffer + (code - buffer), end);
     }
     unit = buffer + (code + 3 - buffer);
   }

@@ -38,16 +38,14 @@ constexpr bool Is(Kind kind, char c) { return (kKinds[static_cast<uint8_t>(c)] &
 
 }  // namespace
 
-const char* FlatXml::Element::Attribute(std::string_view name) const {
-  if ((marks_ & MarkOf(name.data(), name.size())) == 0) return nullptr;
+const char* FlatXml::Element::Search(std::string_view name) const {
   for (size_t i = 0; i < count_; ++i) {
     if (pairs_[i].name == name) return pairs_[i].value;
   }
   return nullptr;
 }
 
-const FlatXml::Element* FlatXml::Find(std::string_view name) const {
-  if ((marks_ & Element::MarkOf(name.data(), name.size())) == 0) return nullptr;
+const FlatXml::Element* FlatXml::Search(std::string_view name) const {
   for (size_t i = 0; i < elementCount_; ++i) {
     if (elements_[i].name_ == name) return &elements_[i];
   }
@@ -80,28 +78,28 @@ bool FlatXml::Parse(char* text) {
   marks_ = 0;
   Skip(kDeclaration);
   SkipBlanks();
-  if (!Skip("<")) return false;
+  if (!Skip('<')) return false;
   const Element::Name name = ParseName();
   const std::string_view root(name.begin, name.size);
-  if ((root != kRootNames[0] && root != kRootNames[1]) || !Skip(">")) return false;
+  if ((root != kRootNames[0] && root != kRootNames[1]) || !Skip('>')) return false;
   SkipBlanks();
   if (Skip("<!--") && !(Skip(kCommandComment) && Skip("-->"))) return false;
-  for (SkipBlanks(); !Skip("</"); SkipBlanks()) {
+  for (SkipBlanks(); !Skip('<', '/'); SkipBlanks()) {
     if (!ParseElement()) return false;
   }
-  if (!Skip(root) || !Skip(">")) return false;
+  if (!Skip(root) || !Skip('>')) return false;
   SkipBlanks();
   return *at_ == '\0';
 }
 
 bool FlatXml::ParseElement() {
-  if (elementCount_ == kMostElements || !Skip("<")) return false;
+  if (elementCount_ == kMostElements || !Skip('<')) return false;
   Element& element = elements_[elementCount_];
   element.name_ = ParseName();
   if (element.name_.size == 0 || !ParsePairs(element)) return false;
   element.text_ = nullptr;
   marks_ |= Element::MarkOf(element.name_.begin, element.name_.size);
-  if (!Skip("/>") && !(Skip(">") && ParseText(element))) return false;
+  if (!Skip('/', '>') && !(Skip('>') && ParseText(element))) return false;
   ++elementCount_;
   return true;
 }
@@ -115,7 +113,7 @@ bool FlatXml::ParsePairs(Element& element) {
     if (*at_ == '/' || *at_ == '>') return true;
     const Element::Name name = ParseName();
     if (name.size == 0 || pairCount_ == kMostPairs || element.Attribute({name.begin, name.size}) != nullptr ||
-        !Skip("=\""))
+        !Skip('=', '"'))
       return false;
     const char* const value = at_;
     char* end = at_;
@@ -138,7 +136,7 @@ bool FlatXml::ParseText(Element& element) {
     if (*end == ' ' && (end == begin || end[1] == ' ' || end[1] == '<')) return false;
   }
   at_ = end;
-  if (!Skip("</") || !Skip({element.name_.begin, element.name_.size}) || !Skip(">")) return false;
+  if (!Skip('<', '/') || !Skip({element.name_.begin, element.name_.size}) || !Skip('>')) return false;
   *end = '\0';
   if (end != begin) element.text_ = begin;
   return true;

@@ -19,12 +19,15 @@ class FlatXml {
   class Element {
    public:
     // A value by its name; null where there is none.
-    const char* Attribute(std::string_view name) const;
+    const char* Attribute(std::string_view name) const {
+      return (marks_ & MarkOf(name.data(), name.size())) != 0 ? Search(name) : nullptr;
+    }
     // Null where there is none.
     const char* GetText() const { return text_; }
 
    private:
     friend class FlatXml;
+    const char* Search(std::string_view name) const;
     // Nothing in here is cleared before it is used.
     struct Name {
       const char* begin;
@@ -58,7 +61,9 @@ class FlatXml {
   bool Parse(char* text);
 
   // Of the root's elements the first of that name; null where there is none.
-  const Element* Find(std::string_view name) const;
+  const Element* Find(std::string_view name) const {
+    return (marks_ & Element::MarkOf(name.data(), name.size())) != 0 ? Search(name) : nullptr;
+  }
 
  private:
   static constexpr size_t kMostElements = 64;
@@ -67,7 +72,18 @@ class FlatXml {
   bool ParseElement();
   bool ParsePairs(Element& element);
   bool ParseText(Element& element);
+  const Element* Search(std::string_view name) const;
   bool Skip(std::string_view text);
+  bool Skip(char one) {
+    if (*at_ != one) return false;
+    ++at_;
+    return true;
+  }
+  bool Skip(char one, char other) {
+    if (at_[0] != one || at_[1] != other) return false;
+    at_ += 2;
+    return true;
+  }
   void SkipBlanks();
   Element::Name ParseName();
 

@@ -10,6 +10,7 @@
 #include "kxutil/kxutil.h"
 #include "qlnutil/mediacmd/command_json.h"
 #include "qlnutil/mediacmd/command_words.h"
+#include "qlnutil/mediacmd/json_shape.h"
 #include "qlnutil/mediacmd/record_area.h"
 #include "qlnutil/mediacmd/timecode_words.h"
 
@@ -22,7 +23,7 @@ constexpr int32_t kFailed = -1;
 constexpr int32_t kNoRoot = -2;
 
 constexpr int kMaxTokens = 100;
-constexpr int kTokensBehind = 3;  // never filled, so that a look at the next tokens needs no bound
+constexpr int kTokensBehind = 3;  // left empty, so that a look at the next tokens needs no bound
 
 int32_t NotParsed(int why) {
   ErrOut("Failed to parse JSON: %d\n", why);
@@ -41,17 +42,86 @@ int32_t DecimalOf(std::string_view text) {
   return static_cast<int32_t>(isNegative ? 0 - value : value);
 }
 
+// What is known at the walk's level.
+enum class Key {
+  kNone,
+  kPrev,
+  kNext,
+  kList,
+  kCmdId,
+  kStructSize,
+  kChannel,
+  kCmd,
+  kSpeed,
+  kVideoChannels,
+  kAudioChannels,
+  kInfoChannels,
+  kCmdAlt,
+  kPosition,
+  kStart,
+  kEnd,
+  kArbId,
+  kClip,     // identifier or file name
+  kAddress,  // of source, destination or clock
+  kInterfaceAddress,
+};
+
+// By the size first: hardly two keys have the same.
+Key KeyOf(std::string_view text) {
+  const auto oneOf = [text](std::string_view name, Key key, std::string_view other, Key otherKey) {
+    return text == name ? key : text == other ? otherKey : Key::kNone;
+  };
+  const auto only = [text](std::string_view name, Key key) { return text == name ? key : Key::kNone; };
+  switch (text.size()) {
+    case 3:
+      return oneOf("Cmd", Key::kCmd, "End", Key::kEnd);
+    case 4:
+      return text == "prev" ? Key::kPrev : oneOf("next", Key::kNext, "list", Key::kList);
+    case 5:
+      return text == "CmdID"   ? Key::kCmdId
+             : text == "arbID" ? Key::kArbId
+                               : oneOf("Speed", Key::kSpeed, "Start", Key::kStart);
+    case 6:
+      return oneOf("ClipID", Key::kClip, "CmdAlt", Key::kCmdAlt);
+    case 7:
+      return only("Channel", Key::kChannel);
+    case 8:
+      return oneOf("Position", Key::kPosition, "FileName", Key::kClip);
+    case 10:
+      return only("StructSize", Key::kStructSize);
+    case 12:
+      return only("InfoChannels", Key::kInfoChannels);
+    case 13:
+      return oneOf("VideoChannels", Key::kVideoChannels, "AudioChannels", Key::kAudioChannels);
+    case 14:
+      return only("clockipaddress", Key::kAddress);
+    case 15:
+      return only("sourceipaddress", Key::kAddress);
+    case 18:
+      return only("interfaceipaddress", Key::kInterfaceAddress);
+    case 20:
+      return only("destinationipaddress", Key::kAddress);
+    default:
+      return Key::kNone;
+  }
+}
+
 class JsonReader {
  public:
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): tokens are not looked at before they are there
   JsonReader(MediaCmd& command, const char* text) : command_(command), area_(command), text_(text) {}
 
   int32_t Read() {
     const size_t length = std::strlen(text_);
     if (length > INT_MAX) return NotParsed(JSMN_ERROR_INVAL);  // offsets of tokens are of that type
-    jsmn_parser parser;
-    jsmn_init(&parser);
-    count_ = jsmn_parse(&parser, text_, length, tokens_, kMaxTokens);
+    count_ = TokensOfWrittenShape({text_, length}, tokens_, kMaxTokens);
+    if (count_ == kOtherShape) {
+      jsmn_parser parser;
+      jsmn_init(&parser);
+      count_ = jsmn_parse(&parser, text_, length, tokens_, kMaxTokens);
+    }
     if (count_ < 0) return NotParsed(count_);
+    std::fill_n(tokens_ + count_, kTokensBehind, jsmntok_t{});
     if (tokens_[0].type != JSMN_OBJECT) {
       ErrOut("Object expected\n");
       return kObjectExpected;
@@ -85,81 +155,97 @@ class JsonReader {
   // Reads what stands under the key at `i`, if it is one. Returns where the walk goes on.
   int ReadKey(int i) {
     if (!IsString(i)) return i + 1;
-    const std::string_view key = TextOf(i);
-    if (ReadScalar(key, i + 1) || ReadText(key, i + 1)) return i + 1;
+    const int value = i + 1;
+    const Key key = KeyOf(TextOf(i));
     // The size of whatever stands behind the key: for an object the number of its keys.
-    const int size = tokens_[i + 1].size;
+    const int size = tokens_[value].size;
     const auto window = [&](int first) {
       return Window{first, static_cast<int>(std::min<int64_t>(int64_t{first} + size, count_))};
     };
     const auto behind = [&](int first) {
       return static_cast<int>(std::min<int64_t>(int64_t{first} + size + 1, kMaxTokens));
     };
-    if (key == "Cmd") {
-      ReadCommand(window(i + 2));
-    } else if (key == "Speed") {
-      ReadSpeed(window(i + 2));
-    } else if (key == "Position") {
-      ReadPoint(window(i + 2), command_.Position, CF_USE_POSITION, CF_USE_POSITION_OFFSET);
-    } else if (key == "arbID") {
-      ReadBinary(window(i + 2));
-    } else if (key == "CmdAlt") {
-      ReadCmdAlt(window(i + 1));
-      return behind(i + 1);
-    } else if (key == "Start") {
-      ReadPoint(window(i + 1), command_.Start, CF_USE_START, CF_USE_START_OFFSET);
-      return behind(i + 1);
-    } else if (key == "End") {
-      ReadPoint(window(i + 1), command_.End, CF_USE_END, CF_USE_END_OFFSET);
-      return behind(i + 1);
-    } else {
-      return i + 1;
+    switch (key) {
+      case Key::kNone:
+        return value;
+      case Key::kCmd:
+        ReadCommand(window(i + 2));
+        return behind(i + 2);
+      case Key::kSpeed:
+        ReadSpeed(window(i + 2));
+        return behind(i + 2);
+      case Key::kPosition:
+        ReadPoint(window(i + 2), command_.Position, CF_USE_POSITION, CF_USE_POSITION_OFFSET);
+        return behind(i + 2);
+      case Key::kArbId:
+        ReadBinary(window(i + 2));
+        return behind(i + 2);
+      case Key::kCmdAlt:
+        ReadCmdAlt(window(i + 1));
+        return behind(i + 1);
+      case Key::kStart:
+        ReadPoint(window(i + 1), command_.Start, CF_USE_START, CF_USE_START_OFFSET);
+        return behind(i + 1);
+      case Key::kEnd:
+        ReadPoint(window(i + 1), command_.End, CF_USE_END, CF_USE_END_OFFSET);
+        return behind(i + 1);
+      default:
+        ReadPlain(key, value);
+        return value;
     }
-    return behind(i + 2);
   }
 
-  // Returns whether the key is one with a plain number.
-  bool ReadScalar(std::string_view key, int value) {
-    if (key == "prev") return ReadLink(command_.prev, value);
-    if (key == "next") return ReadLink(command_.next, value);
-    if (key == "list") return ReadLink(command_.list, value);
-    if (key == "CmdID") return ReadNumber(value, command_.CmdID), true;
-    if (key == "StructSize") return ReadNumber(value, command_.StructSize), true;
-    if (key == "Channel") return ReadNumber(value, command_.Channel), true;
-    if (key == "VideoChannels") return ReadPreset(command_.VideoChannels, value);
-    if (key == "AudioChannels") return ReadPreset(command_.AudioChannels, value);
-    if (key == "InfoChannels") return ReadPreset(command_.InfoChannels, value);
-    return false;
+  // A key with a plain number or a text.
+  void ReadPlain(Key key, int value) {
+    switch (key) {
+      case Key::kPrev:
+        return ReadLink(command_.prev, value);
+      case Key::kNext:
+        return ReadLink(command_.next, value);
+      case Key::kList:
+        return ReadLink(command_.list, value);
+      case Key::kCmdId:
+        ReadNumber(value, command_.CmdID);
+        return;
+      case Key::kStructSize:
+        ReadNumber(value, command_.StructSize);
+        return;
+      case Key::kChannel:
+        ReadNumber(value, command_.Channel);
+        return;
+      case Key::kVideoChannels:
+        return ReadPreset(command_.VideoChannels, value);
+      case Key::kAudioChannels:
+        return ReadPreset(command_.AudioChannels, value);
+      case Key::kInfoChannels:
+        return ReadPreset(command_.InfoChannels, value);
+      default:
+        return ReadText(key, value);
+    }
   }
 
-  bool ReadLink(void*& link, int value) {
+  void ReadLink(void*& link, int value) {
     uint32_t low = 0;
-    if (!ReadNumber(value, low)) return true;
+    if (!ReadNumber(value, low)) return;
     link = reinterpret_cast<void*>((reinterpret_cast<uintptr_t>(link) & 0xFFFFFFFF00000000u) | low);
-    return true;
   }
 
-  bool ReadPreset(int32_t& field, int value) {
+  void ReadPreset(int32_t& field, int value) {
     command_.Flags |= CF_USE_PRESETS;
     ReadNumber(value, field);
-    return true;
   }
 
-  // Returns whether the key is one with a text. Clip identifier and file name share one place in this form.
-  bool ReadText(std::string_view key, int value) {
-    if (key == "ClipID" || key == "FileName") {
-      command_.Flags |= CF_USE_CLIP_ID;
-      if (IsString(value)) area_.PutText(kClipIdOffset, TextOf(value));
-    } else if (key == "sourceipaddress" || key == "destinationipaddress" || key == "clockipaddress") {
-      command_.Flags |= CF_USE_CLIP_ID;
-      if (IsString(value)) area_.PutAddress(TextOf(value));
-    } else if (key == "interfaceipaddress") {
-      command_.Flags |= CF_USE_CLIP_ID;
-      if (IsString(value)) area_.PutInterfaceAddress(TextOf(value));
+  // Clip identifier and file name share one place in this form.
+  void ReadText(Key key, int value) {
+    command_.Flags |= CF_USE_CLIP_ID;
+    if (!IsString(value)) return;
+    if (key == Key::kClip) {
+      area_.PutText(kClipIdOffset, TextOf(value));
+    } else if (key == Key::kAddress) {
+      area_.PutAddress(TextOf(value));
     } else {
-      return false;
+      area_.PutInterfaceAddress(TextOf(value));
     }
-    return true;
   }
 
   // In this form the mere presence of a flag counts, whatever its value.
@@ -271,7 +357,7 @@ class JsonReader {
   const char* text_;
   uint32_t tcType_ = 0;
   int count_ = 0;
-  jsmntok_t tokens_[kMaxTokens + kTokensBehind] = {};
+  jsmntok_t tokens_[kMaxTokens + kTokensBehind];
 };
 
 }  // namespace

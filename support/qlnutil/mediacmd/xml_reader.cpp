@@ -254,30 +254,43 @@ uint32_t ReadDocument(MediaCmd* command, const uint32_t* tcType, const TiXmlDocu
   return kRead;
 }
 
-// The parsers want a private text, TinyXML with a few zeros behind it.
-constexpr size_t kZerosBehind = 4;
+// The parsers want a private text, TinyXML with a few zeros behind it. It stands on the stack where it is
+// short.
+class PrivateText {
+ public:
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): kilobytes that nobody looks at
+  PrivateText(const char* text, size_t size) {
+    constexpr size_t kZerosBehind = 4;
+    if (size + kZerosBehind > sizeof stack_) heap_.reset(new (std::nothrow) char[size + kZerosBehind]);
+    text_ = size + kZerosBehind > sizeof stack_ ? heap_.get() : stack_;
+    if (text_ == nullptr) return;
+    std::memcpy(text_, text, size);
+    std::memset(text_ + size, 0, kZerosBehind);
+  }
+  PrivateText(const PrivateText&) = delete;
+  PrivateText& operator=(const PrivateText&) = delete;
 
-std::unique_ptr<char[]> CopyOf(const char* text, size_t size) {
-  std::unique_ptr<char[]> copy(new (std::nothrow) char[size + kZerosBehind]);
-  if (copy == nullptr) return copy;
-  std::memcpy(copy.get(), text, size);
-  std::memset(copy.get() + size, 0, kZerosBehind);
-  return copy;
-}
+  char* get() { return text_; }  // null where there was no memory
+
+ private:
+  char stack_[2048];
+  std::unique_ptr<char[]> heap_;
+  char* text_;
+};
 
 uint32_t ReadText(MediaCmd& command, const uint32_t* tcType, const char* text) {
   const size_t size = std::strlen(text);
   {
-    const std::unique_ptr<char[]> copy = CopyOf(text, size);
-    if (copy == nullptr) return kNoRoot;
+    PrivateText copy(text, size);
+    if (copy.get() == nullptr) return kNoRoot;
     FlatXml flat;
     if (flat.Parse(copy.get())) {
       ReadCommand<FlatXml::Element>(command, tcType, flat);
       return kRead;
     }
   }
-  const std::unique_ptr<char[]> copy = CopyOf(text, SafeXmlLength(text, size));
-  if (copy == nullptr) return kNoRoot;
+  PrivateText copy(text, SafeXmlLength(text, size));
+  if (copy.get() == nullptr) return kNoRoot;
   TiXmlDocument document;
   document.Parse(copy.get());
   return ReadDocument(&command, tcType, document);

@@ -23,7 +23,7 @@ TEST(CaptionSample, HasThePairsOfBothFields) {
   const auto sample =
       Read("0000000C 63646174 9420 942C 00000009 66726565 00 0000000A 63647432 15AE", &reason);
   ASSERT_TRUE(sample) << reason;
-  EXPECT_FALSE(sample->rate);
+  EXPECT_TRUE(sample->packets.empty());
   ASSERT_EQ(sample->pictures.size(), 2u);
   EXPECT_EQ(sample->pictures[0],
             (std::vector<Triplet>{{true, CcType::kField1, 0x94, 0x20}, {true, CcType::kField2, 0x15, 0xAE}}));
@@ -45,7 +45,8 @@ TEST(CaptionSample, HasPackets) {
   std::string reason;
   const auto sample = ReadCaptionSample(bytes, &reason);
   ASSERT_TRUE(sample) << reason;
-  EXPECT_EQ(sample->rate, Rate::k25);
+  ASSERT_EQ(sample->packets.size(), 1u);
+  EXPECT_EQ(sample->packets[0].rate, Rate::k25);
   ASSERT_EQ(sample->pictures.size(), 1u);
   EXPECT_EQ(sample->pictures[0].size(), 3u);
   bytes[12] ^= 1;

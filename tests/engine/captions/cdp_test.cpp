@@ -89,6 +89,25 @@ TEST(Cdp, LeavesOutATimecodeWhoseDigitsAreNone) {
   }
 }
 
+TEST(Cdp, PassesOverSectionsOfLaterEditions) {
+  // In front of the footer, with their length behind their identifier.
+  const auto withSection = [](const Bytes& section) {
+    Bytes cdp = WriteCdp(Sample());
+    cdp.insert(cdp.end() - 4, section.begin(), section.end());
+    cdp[2] = static_cast<uint8_t>(cdp.size());
+    cdp.back() = 0;
+    uint8_t sum = 0;
+    for (const uint8_t byte : cdp) sum = static_cast<uint8_t>(sum + byte);
+    cdp.back() = static_cast<uint8_t>(-sum);
+    return cdp;
+  };
+  std::string reason;
+  for (const char* section : {"75 00", "EF 03 74 01 02", "75 01 74 80 02 AA BB"})
+    EXPECT_EQ(ReadCdp(withSection(Hex(section)), &reason), Sample()) << section << reason;
+  for (const char* section : {"F0 00", "75 09 00", "70 00"})
+    EXPECT_EQ(ReadCdp(withSection(Hex(section)), &reason), std::nullopt) << section;
+}
+
 TEST(Cdp, RefusesWhatIsNoPacket) {
   const Bytes good = WriteCdp(Sample());
   std::string reason;

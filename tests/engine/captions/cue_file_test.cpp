@@ -5,6 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "captions/caption_track.h"
+#include "captions/line21_characters.h"
+
 namespace qlnmedia::captions {
 namespace {
 
@@ -121,6 +124,71 @@ TEST(CueFiles, OfOneTimeAreOneCue) {
   const auto cues = CuesOf("1\n00:00:01,000 --> 00:00:02,000\na\n\n2\n00:00:01,000 --> 00:00:02,000\nb\n");
   ASSERT_EQ(cues.size(), 1u);
   EXPECT_EQ(cues[0].lines.size(), 2u);
+}
+
+// Cues as "BEGIN LINE|LINE" each.
+std::string Told(const std::string& text) {
+  std::string told;
+  for (const Cue& cue : CuesOf(text)) {
+    told += (told.empty() ? "" : " ") + std::to_string(cue.begin / 1000) + " ";
+    for (size_t i = 0; i < cue.lines.size(); ++i) told += (i == 0 ? "" : "|") + ToUtf8(cue.lines[i].text);
+  }
+  return told;
+}
+
+TEST(CueFiles, BlankLinesStandWhereTheyMay) {
+  const std::pair<const char*, const char*> srt[] = {
+      {"\n\n\n1\n00:00:01,000 --> 00:00:02,000\na\n\n\n\n2\n00:00:03,000 --> 00:00:04,000\nb", "1 a 3 b"},
+      {"1\n\n00:00:01,000 --> 00:00:02,000\na\n", "1 a"},
+      {"1\n00:00:01,000 --> 00:00:02,000\n\na\n\n2\n00:00:03,000 --> 00:00:04,000\nb\n", "1 a 3 b"},
+      {"1\n00:00:01,000 --> 00:00:02,000\na\n\nb\n\n\n2\n\n00:00:03,000 --> 00:00:04,000\nc\n", "1 a|b 3 c"},
+      {"00:00:01,000 --> 00:00:02,000\na\n\n00:00:03,000 --> 00:00:04,000\nb\n\n", "1 a 3 b"},
+      {"1\r\n00:00:01,000 --> 00:00:02,000 \r\n \t\r\na \r\n\r\n", "1 a"},
+  };
+  for (const auto& [text, told] : srt) EXPECT_EQ(Told(text), told) << text;
+  const std::pair<const char*, const char*> vtt[] = {
+      {"WEBVTT\n00:01.000 --> 00:02.000\na\n\n00:03.000 --> 00:04.000\nb\n", "1 a 3 b"},
+      {"WEBVTT x\nKind: captions\n00:01.000 --> 00:02.000\na\n", "1 a"},
+      {"WEBVTT\n\n00:01.000 --> 00:02.000\na\n00:03.000 --> 00:04.000\nb\n", "1 a 3 b"},
+      {"WEBVTT\r\n\r\n\r\nid\r\n00:01.000 --> 00:02.000\r\na\r\n", "1 a"},
+  };
+  for (const auto& [text, told] : vtt) EXPECT_EQ(Told(text), told) << text;
+}
+
+TEST(CueFiles, OthersAreNamed) {
+  const auto reasonOf = [](const std::string& text) {
+    std::string reason;
+    EXPECT_FALSE(ReadCues(text, &reason)) << text;
+    return reason;
+  };
+  const std::pair<std::string, const char*> others[] = {
+      {"Scenarist_SCC V1.0\n\n", "a Scenarist file (.scc)"},
+      {"File Format=MacCaption_MCC V1.0\n", "a MacCaption file (.mcc)"},
+      {"[Script Info]\n", "subtitles of the kind ASS"},
+      {"{1}{25}x\n", "MicroDVD subtitles"},
+      {"<?xml version=\"1.0\"?>\n<tt xmlns=\"http://www.w3.org/ns/ttml\">\n", "TTML"},
+      {"<?xml version=\"1.0\"?>\n<a>\n", "XML"},
+      {std::string("\xFF\xFE\x31\0\n\0", 6), "a text in UTF-16, which is to be saved as UTF-8"},
+      {std::string("\0\0\0\x18"
+                   "ftypisom",
+                   12),
+       "MP4 or MOV"},
+      {std::string("850STL25.01", 11), "EBU STL"},
+      {"%PDF-1.4\n", "a PDF document"},
+      {"{\\rtf1\n", "a document in RTF"},
+      {"PK\x03\x04", "a ZIP archive, as office documents are"},
+      {std::string("a\0b", 3), "no text"},
+      {"G" + std::string(187, 'x') + "G" + std::string(187, 'x'), "an MPEG transport stream"},
+  };
+  for (const auto& [text, name] : others)
+    EXPECT_THAT(reasonOf(text), testing::EndsWith(std::string("; seems to be ") + name));
+  EXPECT_EQ(reasonOf("hello\n"), "line 1: neither the number nor the times of a cue");
+  // Of the files of pairs and packets too.
+  std::string reason;
+  EXPECT_FALSE(ReadCaptionTrack("WEBVTT\n", &reason));
+  EXPECT_THAT(reason, testing::EndsWith("; seems to be WebVTT (.vtt)"));
+  EXPECT_FALSE(ReadCaptionTrack("1\n00:00:01,000 --> 00:00:02,000\na\n", &reason));
+  EXPECT_THAT(reason, testing::EndsWith("; seems to be SubRip (.srt)"));
 }
 
 TEST(CueFiles, AreRefusedWithTheirLine) {

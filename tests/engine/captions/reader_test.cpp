@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "captions/units.h"
 #include "qlnmedia/stream_editor.h"
 #include "support/field_stream.h"
@@ -47,8 +49,8 @@ struct Stream {
       packets.push_back(PutTogether(run, Framing{}));
     }
   }
-  CaptionSurvey Survey() const {
-    CaptionCounter counter(description);
+  CaptionSurvey Survey(size_t keepBytes = 0) const {
+    CaptionCounter counter(description, keepBytes);
     for (const Bytes& packet : packets) counter.Add({packet, kNoTime, kNoTime, false, -1});
     EXPECT_EQ(counter.packets(), packets.size());
     return counter.Finish();
@@ -82,6 +84,21 @@ TEST(CaptionReader, HandsPicturesOverInPresentationOrder) {
   }
 }
 
+// What fits the memory that is given for it needs no second pass.
+TEST(CaptionReader, KeepsWhatFits) {
+  const Stream stream;
+  EXPECT_TRUE(stream.Survey().kept.empty());
+  EXPECT_TRUE(stream.Survey(100).kept.empty());
+  const CaptionSurvey survey = stream.Survey(10000);
+  ASSERT_EQ(survey.kept.size(), stream.packets.size());
+  std::vector<Triplets> pictures;
+  CaptionSorter sorter(survey, [&](const CaptionedPicture& one) { pictures.push_back(one.triplets); });
+  for (const Triplets& triplets : survey.kept) sorter.Add(triplets);
+  sorter.Finish();
+  ASSERT_EQ(pictures.size(), 4u);
+  for (size_t i = 0; i < 4; ++i) EXPECT_EQ(pictures[i], At(static_cast<int>(i), i == 3 ? 4 : i));
+}
+
 // Labels follow the stream's timecode: picture timing here.
 TEST(CaptionReader, FindsOutHowTheTimecodeCounts) {
   EXPECT_EQ(Stream().Survey().dropFrame, std::nullopt);
@@ -113,6 +130,44 @@ TEST(CaptionReader, FindsOutHowAGroupOfPicturesCounts) {
         0, 1, 1, 0x22});
     EXPECT_EQ(finder.dropFrame(), drop);
   }
+}
+
+// pic_struct of table D-1: 5 is top, bottom, top, and 6 the other way round.
+TEST(ShownFieldsOfPictures, AreThoseOfPicStruct) {
+  StreamDescription description;
+  description.codec = VideoCodec::kH264;
+  description.raw = true;
+  description.averageRate = {30000, 1001};
+  std::vector<CodedFrame> frames(6, {.place = 0, .idr = true, .fields = false});
+  size_t n = 0;
+  CaptionCounter counter(description);
+  for (Bytes picture :
+       MakeFieldPictures(frames, {.numUnitsInTick = 1001, .timeScale = 60000, .pictureTiming = true})) {
+    // pic_struct and its clock flags: a frame of two fields, top first, in 4 and 2 bits; of three in 4 and 3.
+    const Bytes two = {6, 1, 1, 0x32}, three = {6, 1, 1, static_cast<uint8_t>(n % 4 == 0 ? 0x51 : 0x61)};
+    const auto at = std::search(picture.begin(), picture.end(), two.begin(), two.end());
+    ASSERT_NE(at, picture.end());
+    if (n++ % 2 == 0) std::copy(three.begin(), three.end(), at);
+    counter.Add({.data = picture, .key = true});
+  }
+  const CaptionSurvey survey = counter.Finish();
+  EXPECT_EQ(survey.fields, (std::vector<uint8_t>{3, 2, 3, 2, 3, 2}));
+  EXPECT_EQ(survey.fieldRate, captions::Rate::k59_94);
+}
+
+TEST(ShownFieldsOfPictures, HaveARateByTheirTimes) {
+  PicturePlaces order;
+  order.timeBase = {1, 90000};
+  const std::vector<uint8_t> fields = {3, 2, 3, 2};
+  order.steps = {4505, 3003, 4504};
+  EXPECT_EQ(RateOfFields(fields, order, 23.976), captions::Rate::k59_94);
+  order.steps = {4500, 3000, 4500};
+  EXPECT_EQ(RateOfFields(fields, order, 24), captions::Rate::k60);
+  order.steps = {3600, 3600, 3600};
+  EXPECT_EQ(RateOfFields(fields, order, 25), std::nullopt);
+  order.steps.clear();
+  EXPECT_EQ(RateOfFields(fields, order, 30), captions::Rate::k60);
+  EXPECT_EQ(RateOfFields(fields, order, 25), std::nullopt);
 }
 
 }  // namespace

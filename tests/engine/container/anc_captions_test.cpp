@@ -5,10 +5,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "qlnmedia/captions.h"
 #include "qlnmedia/check.h"
 #include "qlnmedia/inspect.h"
+#include "support/fed_pipe.h"
 #include "support/media.h"
-#include "support/program_tables.h"
+#include "support/pes_packets.h"
 
 namespace qlnmedia {
 namespace {
@@ -22,24 +24,6 @@ using testing::ElementsAre;
 constexpr int kMap = 0x100;
 constexpr int kVideo = 0x101;
 constexpr int kAnc = 0x102;
-
-// A PES packet in one transport packet: stream_id, time in units of 90 kHz, payload.
-Bytes Pes(int identifier, uint8_t id, int64_t pts, const Bytes& payload, int counter) {
-  Bytes pes = {0, 0, 1, id, 0, static_cast<uint8_t>(8 + payload.size()), 0x84, 0x80, 5};
-  pes.push_back(static_cast<uint8_t>(0x21 | (pts >> 29 & 0x0E)));
-  for (const int shift : {22, 7}) {
-    pes.push_back(static_cast<uint8_t>(pts >> shift));
-    pes.push_back(static_cast<uint8_t>((pts >> (shift - 7) << 1 & 0xFE) | 1));
-  }
-  AppendBytes(pes, payload);
-  Bytes packet = {0x47, static_cast<uint8_t>(0x40 | identifier >> 8), static_cast<uint8_t>(identifier),
-                  static_cast<uint8_t>(0x30 | (counter & 15))};
-  packet.push_back(static_cast<uint8_t>(183 - pes.size()));
-  if (packet.back() != 0) packet.push_back(0);
-  packet.resize(188 - pes.size(), 0xFF);
-  AppendBytes(packet, pes);
-  return packet;
-}
 
 // A line 21 packet (DID 61, SDID 02): 000000, luma, line, offset 0, then 161 102 203 of ten bits with their
 // parity, field and two bytes, checksum, and bits of 1 up to the next byte.
@@ -80,9 +64,10 @@ std::string Stream(const std::string& name, bool withVideo, bool late = false) {
                             "00000101 13F000");
   const uint8_t pairs[][2] = {{0x94, 0x20}, {0x94, 0x70}, {0xC1, 0xC2}, {0x94, 0x2F}};
   for (int i = 0; i < 12; ++i) {
-    if (withVideo) AppendBytes(bytes, Pes(kVideo, 0xE0, 90000 + 3003 * i, picture, i));
+    if (withVideo) AppendBytes(bytes, qln::test::PesPacket(kVideo, 0xE0, 90000 + 3003 * i, picture, i));
     if (i >= 4 && i < 8)
-      AppendBytes(bytes, Pes(kAnc, 0xBD, 90000 + 3003 * i + (late ? 1502 : 0),
+      AppendBytes(bytes, qln::test::PesPacket(
+                             kAnc, 0xBD, 90000 + 3003 * i + (late ? 1502 : 0),
                              Anc(pairs[i - 4][0], pairs[i - 4][1], i == 6 ? 1 : 0, late ? 319 : 9), i - 4));
   }
   const std::string path = qln::test::MediaPath(name);
@@ -102,7 +87,8 @@ TEST(AncCaptions, GoByTheTimesOfTheFirstVideo) {
   const std::vector<unsigned> streams = FindAncStreams(MediaFile(path));
   ASSERT_EQ(streams.size(), 1u);
   std::vector<std::string> damage;
-  const captions::CaptionTrack track = ReadAncStream(path, streams[0], {}, &damage, {});
+  const captions::CaptionTrack track =
+      TrackOfAnc(ReadAncContents(path, streams[0]), path, streams[0], {}, &damage);
   EXPECT_EQ(track.rate, captions::Rate::k29_97);
   EXPECT_THAT(EventsOf(track), ElementsAre(std::pair(4, 0x9420), std::pair(5, 0x9470), std::pair(7, 0x942F)));
   ASSERT_EQ(damage.size(), 1u);
@@ -122,7 +108,7 @@ TEST(AncCaptions, OfSecondFieldsBelongToTheirFrame) {
   EXPECT_THAT(kind.fields, ElementsAre(2));
   EXPECT_EQ(contents.packets, 4u);
   std::vector<std::string> damage;
-  EXPECT_THAT(EventsOf(ReadAncStream(path, 1, {}, &damage, {})),
+  EXPECT_THAT(EventsOf(TrackOfAnc(ReadAncContents(path, 1), path, 1, {}, &damage)),
               ElementsAre(std::pair(4, 0x9420), std::pair(5, 0x9470), std::pair(7, 0x942F)));
 }
 
@@ -142,8 +128,104 @@ TEST(AncCaptions, BeginWithTheFirstWhereThereIsNoVideo) {
   const std::vector<unsigned> streams = FindAncStreams(MediaFile(path));
   ASSERT_EQ(streams.size(), 1u);
   std::vector<std::string> damage;
-  EXPECT_THAT(EventsOf(ReadAncStream(path, streams[0], captions::Rate::k59_94, &damage, {})),
+  EXPECT_THAT(EventsOf(TrackOfAnc(ReadAncContents(path, streams[0]), path, streams[0], captions::Rate::k59_94,
+                                  &damage)),
               ElementsAre(std::pair(0, 0x9420), std::pair(2, 0x9470), std::pair(6, 0x942F)));
+}
+
+// PES packets of ancillary data at times in units of 90 kHz, beside ten pictures from 90000 on.
+std::string Timed(const std::string& name, const std::vector<std::pair<int64_t, Bytes>>& packets,
+                  bool sd = false) {
+  Bytes bytes = qln::test::TablePackets(0, qln::test::AssociationTable(kMap));
+  AppendBytes(
+      bytes,
+      qln::test::TablePackets(
+          kMap, qln::test::MapTable(
+                    {{0x02, kVideo}, {0x06, kAnc, qln::test::Descriptor(0x05, {'V', 'A', 'N', 'C'})}})));
+  const Bytes picture = Hex(std::string("000001B3 ") + (sd ? "2D01E0" : "010010") +
+                            " 15 FFFFE0 00 000001B5 148200010000 00000100 000FFFF8 000001B5 8FFFF38180 "
+                            "00000101 13F000");
+  int counter = 0;
+  for (const auto& [pts, payload] : packets)
+    AppendBytes(bytes, qln::test::PesPacket(kAnc, 0xBD, pts, payload, counter++));
+  for (int i = 0; i < 10; ++i)
+    AppendBytes(bytes, qln::test::PesPacket(kVideo, 0xE0, 90000 + 3003 * i, picture, i));
+  const std::string path = MediaPath(name);
+  qln::test::WriteFile(path, bytes);
+  return path;
+}
+
+// Several ancillary packets in one PES packet.
+Bytes Both(const Bytes& first, const Bytes& second) {
+  Bytes both(first.begin(), first.end() - 1);
+  AppendBytes(both, second);
+  return both;
+}
+
+TEST(AncCaptions, OfOnePictureComeInTheirOrder) {
+  // Two packets in one PES packet; two PES packets of one time; of each field one, half a frame apart.
+  const std::string path = Timed("anc_captions_two.ts",
+                                 {{90000, Both(Anc(0xC1, 1), Anc(0xC1, 2, 0, 272))},
+                                  {93003, Anc(0xC1, 3)},
+                                  {93003, Anc(0xC1, 4)},
+                                  {96006, Anc(0xC1, 5, 0, 9)},
+                                  {96006 + 1502, Anc(0xC1, 6, 0, 272)}},
+                                 true);
+  std::vector<std::string> damage;
+  const captions::CaptionTrack track = TrackOfAnc(ReadAncContents(path, 1), path, 1, {}, &damage);
+  std::string text;
+  for (const captions::CaptionEvent& event : track.events) {
+    text += std::to_string(event.at) + ":";
+    for (const captions::Triplet& t : event.triplets) text += std::to_string(t.second) + ",";
+  }
+  EXPECT_EQ(text, "0:1,2,1:3,4,2:5,6,");
+}
+
+TEST(AncCaptions, InFrontOfTheFirstPictureAreToldAndLeftOut) {
+  const std::string path = Timed(
+      "anc_captions_early.ts",
+      {{90000 - 6006, Anc(0x94, 0x20)}, {90000 - 3003, Anc(0x94, 0x70)}, {90000 + 3003, Anc(0x94, 0x2C)}});
+  std::vector<std::string> damage;
+  EXPECT_THAT(EventsOf(TrackOfAnc(ReadAncContents(path, 1), path, 1, {}, &damage)),
+              ElementsAre(std::pair(-2, 0x9420), std::pair(-1, 0x9470), std::pair(1, 0x942C)));
+  std::vector<std::string> told;
+  CaptionSourceOptions options;
+  options.told = [&told](const std::string& line) { told.push_back(line.substr(line.rfind("ts: ") + 4)); };
+  EXPECT_EQ(CaptionFileText(path, CaptionFileKind::kScc, {}, {}, {}, options),
+            "Scenarist_SCC V1.0\n\n00:00:00:01\t942c\n");
+  EXPECT_THAT(told,
+              ElementsAre("stream 1: captions of 2 pictures stand in front of the first one; left out"));
+}
+
+TEST(AncCaptions, ComeThroughAPipe) {
+  const std::string path = Stream("anc_captions_pipe.ts", true, true);
+  EXPECT_EQ(CaptionFileText(qln::test::FedPipe(path).path(), CaptionFileKind::kMcc),
+            CaptionFileText(path, CaptionFileKind::kMcc));
+}
+
+TEST(CaptionSources, SayWhatIsOutOfReachInSdPictures) {
+  const auto refused = [](const std::string& path) -> std::string {
+    try {
+      ReadFileCaptions(path);
+    } catch (const NotApplicable& error) {
+      return error.what();
+    }
+    return "";
+  };
+  const std::string line = "line 21 in the raster of SD pictures is out of reach: it is pixels";
+  const auto made = [](const std::string& name, const std::string& options) {
+    return qln::test::MediaFile(
+        name, "ffmpeg -v error -y -f lavfi -i color=s=720x480:r=30000/1001:d=0.1 " + options + " {out}");
+  };
+  EXPECT_THAT(refused(made("raster.m2v", "-c:v mpeg2video")),
+              testing::EndsWith("stream 0 has no captions; " + line));
+  EXPECT_THAT(refused(made("raster.dv", "-pix_fmt yuv411p")),
+              testing::EndsWith("has no H.264, HEVC or MPEG-2 stream; " + line));
+  EXPECT_THAT(refused(made("raster.mov", "-c:v prores -s 720x486")), testing::EndsWith(line));
+  EXPECT_THAT(refused(qln::test::FedPipe(Timed("anc_captions_none.ts", {}, true)).path()),
+              testing::EndsWith(line));
+  EXPECT_THAT(refused(made("raster_hd.m2v", "-c:v mpeg2video -s 1280x720")),
+              testing::EndsWith("stream 0 has no captions"));
 }
 
 }  // namespace

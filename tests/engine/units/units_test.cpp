@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "support/test_support.h"
+#include "units/packet_units.h"
 
 namespace qlnmedia {
 namespace {
@@ -64,6 +65,51 @@ TEST(Units, RandomBytesComeBackInEveryFraming) {
         }
       }
     }
+  }
+}
+
+// Who only looks at a stream copies no more of its slices than their heads.
+TEST(Units, HeadsOfSlicesAlone) {
+  Random random(4);
+  Bytes slice = random.bytes(3000);
+  for (uint8_t& byte : slice) byte |= 4;  // no start code
+  slice[0] = 0x65;
+  Bytes sei = slice;
+  sei[0] = 6;
+  Bytes brief(slice.begin(), slice.begin() + kSliceHeadBytes);
+  for (const Framing framing : {Framing{0}, Framing{2}, Framing{4}}) {
+    UnitRun made;
+    made.units = {{sei, 4}, {slice, 3, framing.startCodes() ? 2 : 0}, {brief, 3}};
+    const Bytes packet = PutTogether(made, framing);
+    const UnitRun whole = TakeApart(packet, framing);
+    const UnitRun heads = TakeApartHeads(Codec::kH264, packet, framing);
+    ASSERT_EQ(heads.units.size(), whole.units.size());
+    EXPECT_EQ(heads.units[0].bytes, sei);
+    EXPECT_EQ(heads.units[1].bytes, brief);
+    EXPECT_EQ(heads.units[2].bytes, brief);
+    for (size_t i = 0; i < whole.units.size(); ++i) {
+      EXPECT_EQ(heads.units[i].startCodeBytes, whole.units[i].startCodeBytes);
+      EXPECT_EQ(heads.units[i].trailingZeros, whole.units[i].trailingZeros);
+    }
+    PacketUnits apart(packet);
+    EXPECT_EQ(apart.In(Codec::kH264, framing).units[1].bytes, brief);
+    EXPECT_EQ(&apart.In(Codec::kH264, framing), &apart.In(Codec::kH264, framing));
+    // By another framing, or as another codec, the same bytes are other units: 0x65 is a VPS extension there.
+    EXPECT_EQ(apart.In(Codec::kHevc, framing).units[1].bytes, slice);
+    EXPECT_NE(apart.In(Codec::kH264, Framing{framing.startCodes() ? 4 : 0}).units.size(), 3u);
+  }
+}
+
+// The same units as by looking at three bytes at a time.
+TEST(Units, EachStartCodeIsFoundWhateverStandsInFrontOfIt) {
+  Random random(5);
+  for (int round = 0; round < 3000; ++round) {
+    const Bytes data = random.zeroRichBytes(random.below(24));
+    size_t count = 0;
+    for (size_t i = 0; i + 3 <= data.size(); ++i)
+      count += data[i] == 0 && data[i + 1] == 0 && data[i + 2] == 1;
+    ASSERT_EQ(TakeApart(data, kStartCodes).units.size(), count) << ToHex(data);
+    ASSERT_EQ(HoldsStartCode(data), count != 0) << ToHex(data);
   }
 }
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "qlnmedia/media/caption_media.h"
@@ -54,6 +55,38 @@ TEST(PutCaptionStream, IsWhatOthersRead) {
     EXPECT_EQ(Text("ffprobe -v warning '" + out + "' 2>&1 | grep -iE 'corrupt|error|invalid' | wc -l"),
               "0\n");
   }
+}
+
+// All that SMPTE ST 2038 asks for: in the program map private data (06h) with a registration of "VANC" and an
+// anc_data_descriptor (C4h); of each picture a PES packet of private_stream_1, whose length is told, whose
+// data is aligned and that has a PTS and no DTS.
+TEST(PutCaptionStream, IsAnnouncedAndFramedByItsStandard) {
+  const std::string scc = Write("caption_stream_map.scc", kScc);
+  const std::string in = Source(kNtsc, "ts");
+  const std::string out = PatchedName(kNtsc, "stream_map.ts");
+  Put(in, out, "--captions '" + scc + "'");
+  const std::string bytes = FileText(out);
+  const std::string entry("\x06\xE1\x02\xF0\x08\x05\x04VANC\xC4\x00", 13);
+  size_t maps = 0, units = 0;
+  for (size_t at = 0; at + 188 <= bytes.size(); at += 188) {
+    const std::string packet = bytes.substr(at, 188);
+    const int identifier = (packet[1] & 0x1F) << 8 | static_cast<uint8_t>(packet[2]);
+    const bool starts = (packet[1] & 0x40) != 0;
+    if (packet.find(entry) != std::string::npos) ++maps;
+    if (identifier != 0x102 || !starts) continue;
+    ++units;
+    const size_t field = (packet[3] & 0x20) != 0 ? 5 + static_cast<uint8_t>(packet[4]) : 4;
+    EXPECT_EQ(packet.substr(field, 4), std::string("\0\0\1\xBD", 4));
+    EXPECT_NE(packet.substr(field + 4, 2), std::string(2, '\0'));
+    EXPECT_EQ(packet.substr(field + 6, 3), std::string("\x84\x80\x05", 3));
+    EXPECT_EQ(packet[field + 9] & 0xF1, 0x21);
+    // The first packet begins there: 000000, luma, line 9, DID 61h.
+    EXPECT_EQ(packet.substr(field + 14, 2), std::string("\0\2", 2));
+    EXPECT_EQ(static_cast<uint8_t>(packet[field + 16]) >> 6, 9 & 3);
+  }
+  EXPECT_GT(maps, 0u);
+  const std::string pictures = PacketTimes(out, "v");
+  EXPECT_EQ(units, static_cast<size_t>(std::count(pictures.begin(), pictures.end(), '\n')));
 }
 
 TEST(PutCaptionStream, TakesNullPacketsOfAConstantRate) {

@@ -180,12 +180,31 @@ TEST(Container, ProgramsOfTransportStreamsStay) {
 
 TEST(Container, TransportStreamsStayWhateverStandsAroundTheirPackets) {
   for (const char* how : {"-mpegts_m2ts_mode 1", "-muxrate 2M", "-omit_video_pes_length 0 -pcr_period 10",
-                          "-output_ts_offset 95443 -mpegts_flags +pat_pmt_at_frames"}) {
+                          "-output_ts_offset 95443 -mpegts_flags +pat_pmt_at_frames",
+                          // Time stamps and clock references begin anew at 2^33 within the file.
+                          "-output_ts_offset 95443.5 -muxdelay 0 -muxpreload 0"}) {
     SCOPED_TRACE(how);
     const bool arrivalTimes = std::string(how).find("m2ts") != std::string::npos;
     static int number = 0;
     ExpectKept(MediaFile("container_transport" + std::to_string(++number) + (arrivalTimes ? ".m2ts" : ".ts"),
                          "ffmpeg -v error -y -i '" + Clip() + "' -c copy " + how + " -f mpegts {out}"));
+  }
+}
+
+// Its multiplexer is another witness, where it is installed: packets by sevens, arrival times, splice
+// commands.
+TEST(Container, TransportStreamsOfAnotherMuxerStay) {
+  if (qln::test::Run("gst-inspect-1.0 mpegtsmux && gst-inspect-1.0 h264parse && which gst-launch-1.0")
+          .exitCode != 0)
+    GTEST_SKIP() << "no GStreamer";
+  int number = 0;
+  for (const char* how : {"alignment=7", "m2ts-mode=true", "scte-35-pid=500 scte-35-null-interval=4500"}) {
+    SCOPED_TRACE(how);
+    ExpectKept(MediaFile(
+        "container_gst" + std::to_string(++number) + ".ts",
+        "gst-launch-1.0 -q mpegtsmux name=m " + std::string(how) +
+            " ! filesink location={out} filesrc location='" + Clip() +
+            "' ! qtdemux name=d d.video_0 ! h264parse ! queue ! m. d.audio_0 ! aacparse ! queue ! m."));
   }
 }
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "qlnmedia/program.h"
@@ -102,6 +103,26 @@ TEST(RefusedStreams, NoneOfTransportStreams) {
     ASSERT_EQ(result.exitCode, 0) << result.output;
     EXPECT_EQ(OtherPackets(ReadFile(out)), OtherPackets(file));
     EXPECT_NE(ReadFile(out), file);
+  }
+}
+
+// Containers that are read and not written.
+TEST(RefusedStreams, KindsOfContainersByTheirNames) {
+  const std::string clip = MediaFile("refused_kinds.h264",
+                                     "ffmpeg -v error -y -f lavfi -i testsrc2=s=64x64:d=0.2 -c:v libx264 "
+                                     "-threads 1 -preset ultrafast -pix_fmt yuv420p {out}");
+  const std::string out = MediaPath("refused_kinds.mkv");
+  for (const auto& [ending, muxer, name] :
+       {std::tuple("avi", "avi", "avi"), std::tuple("flv", "flv", "flv"), std::tuple("mpg", "vob", "mpeg")}) {
+    const std::string in =
+        MediaFile(std::string("refused_kinds.") + ending, "ffmpeg -v error -y -fflags +genpts -r 25 -i '" +
+                                                              clip + "' -c copy -f " + muxer + " {out}");
+    std::filesystem::remove(out);
+    const CommandResult result = Qlnmedia("patch '" + in + "' '" + out + "' --colour bt709");
+    EXPECT_EQ(result.exitCode, 1) << result.output;
+    EXPECT_THAT(result.output,
+                HasSubstr(std::string("containers of the kind ") + name + " cannot be written"));
+    EXPECT_FALSE(std::filesystem::exists(out));
   }
 }
 
