@@ -3,16 +3,19 @@
 # What a target finds stays in build/fuzz/findings/ with the input that shows it. Each run goes on from what earlier ones
 # have collected in build/fuzz/corpus/ (QLN_FUZZ_CORPUS names another folder, kept from build to build).
 #   --count      adds the run to the table of docs/fuzzing.md
+#   --seed N     goes by these random numbers, so that a commit which passes once passes again: what CI does
 #   --minimise   then takes into the seeds, fuzz/corpus/, the smallest inputs collected that reach what no seed does
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 count=0
 minimise=0
+seed=0 # a number of the moment
 while [[ "${1:-}" == --* ]]; do
   case "$1" in
     --count) count=1 ;;
     --minimise) minimise=1 ;;
+    --seed) seed=$2 && shift ;;
     *) echo "fuzz: no such option: $1" >&2 && exit 2 ;;
   esac
   shift
@@ -36,7 +39,7 @@ for program in build/fuzz/fuzz/*_fuzz; do
   mkdir -p "$collected/$name"
   log=build/fuzz/findings/$name.log
   status=0
-  "$program" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=4096 -max_len=4096 -print_final_stats=1 \
+  "$program" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=4096 -max_len=4096 -print_final_stats=1 -seed="$seed" \
     -artifact_prefix="build/fuzz/findings/$name-" "$collected/$name" "fuzz/corpus/$name" >"$log" 2>&1 || status=$?
   if [ "$count" -eq 1 ]; then python3 scripts/fuzz_count.py docs/fuzzing.md "$name" "$log" "$seconds" "$status"; fi
   if [ "$status" -ne 0 ]; then
