@@ -7,6 +7,7 @@
 #include "captions/pop_on_schedule.h"
 #include "captions/scc_file.h"
 #include "fuzz_input.h"
+#include "mutators/formats.h"
 
 namespace {
 
@@ -75,3 +76,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   return 0;
 }
+
+QLN_FUZZ_BY_PIECES(qln::fuzz::Lines(), 1)

@@ -5,6 +5,7 @@
 #include "container/caption_tracks.h"
 #include "container/mp4/memory_sink.h"
 #include "fuzz_input.h"
+#include "mutators/formats.h"
 
 namespace {
 
@@ -35,3 +36,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   return 0;
 }
+
+QLN_FUZZ_BY_PIECES(qln::fuzz::Boxes(), 0)

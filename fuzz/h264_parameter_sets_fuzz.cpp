@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "fuzz_input.h"
+#include "mutators/formats.h"
 #include "qlnutil/qlnh264.h"
 
 namespace {
@@ -55,3 +56,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   return 0;
 }
+
+QLN_FUZZ_BY_PIECES(qln::fuzz::Codes(), 7)

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "fuzz_input.h"
+#include "mutators/formats.h"
 #include "qlnutil/qlnhevc.h"
 
 namespace {
@@ -83,3 +84,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   output.Check(qlnutilWrite_HEVC_PPS(pps.get(), output.bytes.get()));
   return 0;
 }
+
+QLN_FUZZ_BY_PIECES(qln::fuzz::Codes(), 7)

@@ -3,6 +3,7 @@
 
 #include "container/caption_services.h"
 #include "fuzz_input.h"
+#include "mutators/formats.h"
 #include "units/access_unit.h"
 #include "units/mpeg2.h"
 #include "units/units.h"
@@ -86,3 +87,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   AnnouncedServices(bytes);
   return 0;
 }
+
+QLN_FUZZ_BY_PIECES(qln::fuzz::Units(), 2)

@@ -8,6 +8,7 @@
 #include "container/mkv/kept_elements.h"
 #include "container/mp4/memory_sink.h"
 #include "fuzz_input.h"
+#include "mutators/formats.h"
 
 namespace {
 
@@ -111,3 +112,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   return 0;
 }
+
+QLN_FUZZ_BY_PIECES(qln::fuzz::Elements(), 4)

@@ -8,6 +8,7 @@
 #include "container/mp4/layout_check.h"
 #include "container/mp4/memory_sink.h"
 #include "fuzz_input.h"
+#include "mutators/formats.h"
 
 namespace {
 
@@ -156,3 +157,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Expect(again && *again == *output);
   return 0;
 }
+
+QLN_FUZZ_BY_PIECES(qln::fuzz::Boxes(), 6)

@@ -7,6 +7,7 @@
 #include "container/mxf/carrier.h"
 #include "container/mxf/layout_check.h"
 #include "fuzz_input.h"
+#include "mutators/formats.h"
 
 namespace {
 
@@ -83,3 +84,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   return 0;
 }
+
+QLN_FUZZ_BY_PIECES(qln::fuzz::Triplets(), 4)

@@ -5,6 +5,7 @@
 #include "container/mp4/memory_sink.h"
 #include "container/mxf/layout.h"
 #include "container/mxf/order_told.h"
+#include "mutators/formats.h"
 
 namespace {
 
@@ -26,3 +27,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   return 0;
 }
+
+QLN_FUZZ_BY_PIECES(qln::fuzz::Triplets(), 0)

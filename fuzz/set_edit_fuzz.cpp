@@ -2,6 +2,7 @@
 // was, and a set that is edited back is what it was.
 
 #include "fuzz_input.h"
+#include "mutators/formats.h"
 #include "sets/set_edit.h"
 
 namespace {
@@ -83,3 +84,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   return 0;
 }
+
+QLN_FUZZ_BY_PIECES(qln::fuzz::Codes(), 3)

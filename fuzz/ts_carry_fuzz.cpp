@@ -11,6 +11,7 @@
 #include "container/ts/program_map.h"
 #include "container/ts/stream_addition.h"
 #include "fuzz_input.h"
+#include "mutators/formats.h"
 
 namespace {
 
@@ -155,3 +156,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   return 0;
 }
+
+QLN_FUZZ_BY_PIECES(qln::fuzz::Packets(), 4)

@@ -38,8 +38,13 @@ for program in build/fuzz/fuzz/*_fuzz; do
   if [ $# -gt 0 ] && [[ " $* " != *" $name "* ]]; then continue; fi
   mkdir -p "$collected/$name"
   log=build/fuzz/findings/$name.log
+  options=()
+  if [ -f "fuzz/dictionaries/$name.dict" ]; then options+=(-dict="fuzz/dictionaries/$name.dict"); fi
+  # Whole files, of which the longest seed may double.
+  longest=$(find "fuzz/corpus/$name" -type f -printf '%s\n' | sort -n | tail -n 1)
+  most=$((longest > 2048 ? 2 * longest : 4096))
   status=0
-  "$program" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=4096 -max_len=4096 -print_final_stats=1 -seed="$seed" \
+  "$program" "${options[@]}" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=4096 -max_len="$most" -print_final_stats=1 -seed="$seed" \
     -artifact_prefix="build/fuzz/findings/$name-" "$collected/$name" "fuzz/corpus/$name" >"$log" 2>&1 || status=$?
   if [ "$count" -eq 1 ]; then python3 scripts/fuzz_count.py docs/fuzzing.md "$name" "$log" "$seconds" "$status"; fi
   if [ "$status" -ne 0 ]; then
@@ -51,7 +56,7 @@ for program in build/fuzz/fuzz/*_fuzz; do
   echo "fuzz: $name: nothing found in $seconds s"
   if [ "$minimise" -eq 1 ]; then
     before=$(find "fuzz/corpus/$name" -type f | wc -l)
-    "$program" -merge=1 -max_len=4096 "fuzz/corpus/$name" "$collected/$name" >"$log.merge" 2>&1
+    "$program" -merge=1 -max_len="$most" "fuzz/corpus/$name" "$collected/$name" >"$log.merge" 2>&1
     echo "fuzz: $name: $(($(find "fuzz/corpus/$name" -type f | wc -l) - before)) new seeds"
   fi
 done

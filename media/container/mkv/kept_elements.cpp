@@ -124,7 +124,7 @@ class Comparison {
       if (atIs >= is.end) Fail(a, "is missing");
       Element b = ReadElement(is_, atIs, is.end, limitsIs());
       RequireHead(a, b);
-      if (a.id == id::kCluster) FindEnds(a, b);
+      if (was.id == id::kSegment && a.id == id::kCluster) FindEnds(a, b);
       Compare(was, a, is, b);
       atWas = a.end;
       atIs = b.end;
