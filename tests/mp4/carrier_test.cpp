@@ -303,6 +303,19 @@ TEST(Carrier, WhatCannotBeTrueIsRefusedWithItsPlace) {
   });
   EXPECT_THAT(Refusal([&] { CarrySamples(file, 1, one); }),
               HasSubstr("a changed sample shares its bytes with another of track 1"));
+  // The other one, of this track or another, begins among the bytes that change.
+  FunctionEditor front([](const Sample& sample, const Bytes& bytes) -> std::optional<Bytes> {
+    if (sample.number != 1) return std::nullopt;
+    Bytes fresh = bytes;
+    for (size_t i = 0; i < 3; ++i) fresh.at(i) ^= 0xFF;
+    return fresh;
+  });
+  setOffset(1, listing.samples.at(1)[1].at + 1);
+  EXPECT_THAT(Refusal([&] { CarrySamples(file, 1, front); }),
+              HasSubstr("a changed sample shares its bytes with another of track 1"));
+  file = BuildMovie(spec);
+  setOffset(2, listing.samples.at(1)[1].at + 2);
+  EXPECT_THAT(Refusal([&] { CarrySamples(file, 1, front); }), HasSubstr("overlaps data of track 2"));
 }
 
 TEST(Carrier, EncryptedSamplesAreRefusedAndTheirDescriptionsAreNot) {

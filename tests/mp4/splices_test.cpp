@@ -49,6 +49,12 @@ TEST(Splices, InsertRemoveAndReplaceInAnyOrder) {
   EXPECT_EQ(splices.ShiftAt(5), -2);
   EXPECT_EQ(splices.ShiftAt(7), 0);
   EXPECT_EQ(splices.GrowthIn(0, 2), 1);
+  // The one of 2 to 5 reaches what begins before 5; the one in front of 0 reaches nothing.
+  EXPECT_EQ(splices.FirstReaching(0), 0U);
+  EXPECT_EQ(splices.FirstReaching(1), 1U);
+  EXPECT_EQ(splices.FirstReaching(4), 1U);
+  EXPECT_EQ(splices.FirstReaching(5), 2U);
+  EXPECT_EQ(splices.FirstReaching(7), 3U);
 }
 
 TEST(Splices, DifferenceIsSmallAndBeginsInsideTheOld) {

@@ -17,6 +17,8 @@ namespace {
 
 // Behind so many rounds all places get fields that hold whatever comes, so that an end is sure.
 constexpr int kRounds = 8;
+// Fields of a cluster that say places.
+constexpr size_t kMostFields = 16;
 
 // Where depths of the document matter, innermost last.
 enum Depth : int { kOfSegment, kOfLevelOne, kOfLevelTwo, kOfLevelThree, kOfLevelFour, kDepths };
@@ -81,11 +83,9 @@ class Shaper {
   }
 
  private:
-  // What a cluster says of places, as bytes from its begin; 0 for what it does not say.
-  struct ClusterFields {
-    uint64_t position = 0;
-    uint64_t prevSize = 0;
-  };
+  // Where a cluster says its place and the size of the one in front, as bytes from its begin. It should say
+  // each once.
+  using ClusterFields = std::vector<uint64_t>;
   struct Checksum {
     uint64_t at = 0;  // of its 4 bytes, behind which begins what it is of
     uint64_t end = 0;
@@ -110,8 +110,7 @@ class Shaper {
         if (!moves_ && !changes) continue;
         const Element head = ReadElement(heads_, cluster.at, cluster.end, limits_);
         ForEachElement(heads_, head.body, cluster.end, limits_, [&](const Element& child) {
-          if (child.id == id::kPosition) fields[i].position = child.at - cluster.at;
-          if (child.id == id::kPrevSize) fields[i].prevSize = child.at - cluster.at;
+          if (child.id == id::kPosition || child.id == id::kPrevSize) NoteField(cluster, child, fields[i]);
           if (child.at == head.body) LookForChecksum(child, cluster.end, kOfLevelOne);
           if (changes && child.id == id::kSimpleBlock) SizeBlock(sizes, child, 0);
           if (changes && child.id == id::kBlockGroup) SizeGroup(sizes, child);
@@ -120,6 +119,12 @@ class Shaper {
     }
     contents_.Take(sizes);
     contents_.Seal(source_);
+  }
+
+  void NoteField(const Cluster& cluster, const Element& field, ClusterFields& fields) const {
+    if (fields.size() == kMostFields)
+      throw source_.Fault(field.at, "a cluster says its place more often than can be carried");
+    fields.push_back(field.at - cluster.at);
   }
 
   // Returns by how much the size's own field grows.
@@ -273,15 +278,15 @@ class Shaper {
   int64_t WalkCluster(size_t index, const ClusterFields& fields) {
     const Cluster& cluster = segment_->clusters[index];
     int64_t growth = 0;
-    if (fields.position != 0) {
-      const Element position = ReadElement(heads_, cluster.at + fields.position, cluster.end, limits_);
-      growth += PutPlace(position, MapFrom(segment_->element.body, ReadUnsigned(heads_, position)));
-    }
-    if (fields.prevSize != 0 && index > 0) {
-      const Cluster& before = segment_->clusters[index - 1];
-      const Element prevSize = ReadElement(heads_, cluster.at + fields.prevSize, cluster.end, limits_);
-      if (ReadUnsigned(heads_, prevSize) == before.end - before.at)
-        growth += PutPlace(prevSize, Map(before.end) - Map(before.at));
+    for (const uint64_t at : fields) {
+      const Element field = ReadElement(heads_, cluster.at + at, cluster.end, limits_);
+      const uint64_t value = ReadUnsigned(heads_, field);
+      if (field.id == id::kPosition) {
+        growth += PutPlace(field, MapFrom(segment_->element.body, value));
+      } else if (index > 0) {
+        const Cluster& before = segment_->clusters[index - 1];
+        if (value == before.end - before.at) growth += PutPlace(field, Map(before.end) - Map(before.at));
+      }
     }
     if (growth == 0 && !ChangesIn(cluster.at, cluster.end)) return 0;
     return growth + PutSize(ReadElement(heads_, cluster.at, cluster.end, limits_), growth);

@@ -103,7 +103,8 @@ class Claims {
   explicit Claims(const Edit& edit) : edit_(edit), taken_(edit.samples.size()) {}
 
   void TakeSample(uint64_t begin, uint64_t end, uint32_t trackId) {
-    for (size_t i = edit_.samples.FirstFrom(begin); i < taken_.size() && edit_.samples.At(i).at < end; ++i) {
+    for (size_t i = edit_.samples.FirstReaching(begin); i < taken_.size() && edit_.samples.At(i).at < end;
+         ++i) {
       if (taken_[i]) {
         throw edit_.source.Fault(
             begin, "a changed sample shares its bytes with another of track " + std::to_string(trackId));
@@ -113,7 +114,7 @@ class Claims {
   }
 
   void RequireNoneIn(uint64_t begin, uint64_t end, uint32_t trackId) const {
-    const size_t first = edit_.samples.FirstFrom(begin);
+    const size_t first = edit_.samples.FirstReaching(begin);
     if (first < taken_.size() && edit_.samples.At(first).at < end) {
       throw edit_.source.Fault(begin, "a changed sample overlaps data of track " + std::to_string(trackId));
     }
@@ -279,7 +280,7 @@ void RequireApart(const Edit& edit, const std::set<uint32_t>& edited) {
 void RequireBoxesApart(const Edit& edit) {
   if (edit.boxes.empty() || !edit.moves()) return;
   ForEachStretch(edit.source, edit.layout, [&edit](uint32_t trackId, uint64_t begin, uint64_t end) {
-    const size_t first = edit.boxes.FirstFrom(begin);
+    const size_t first = edit.boxes.FirstReaching(begin);
     if (first == edit.boxes.size() || edit.boxes.At(first).at >= end) return;
     throw edit.source.Fault(begin, "data of track " + std::to_string(trackId) + " covers a box that changes");
   });

@@ -124,6 +124,13 @@ size_t Splices::FirstFrom(uint64_t at) const {
   return static_cast<size_t>(found - entries_.begin());
 }
 
+size_t Splices::FirstReaching(uint64_t at) const {
+  const size_t index = FirstFrom(at);
+  if (index == 0) return 0;
+  const Entry& last = entries_[index - 1];
+  return RemovedAt(last.spooled()) > at - last.at() ? index - 1 : index;
+}
+
 int64_t Splices::ShiftAt(uint64_t at) const {
   const size_t index = FirstFrom(at);
   if (index == entries_.size()) return total_ + Held(index, at);

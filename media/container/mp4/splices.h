@@ -66,6 +66,8 @@ class Splices {
   Splice At(size_t index) const;
   // The first splice that begins at or behind a place.
   size_t FirstFrom(uint64_t at) const;
+  // The first one that reaches behind a place, or begins there.
+  size_t FirstReaching(uint64_t at) const;
   // By how many bytes a place moves. One among bytes that go stays between what stood in front and behind
   // them.
   int64_t ShiftAt(uint64_t at) const;
