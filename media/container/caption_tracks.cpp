@@ -65,6 +65,10 @@ TrackContents ReadContents(const mp4::Source& source, const mp4::Layout& layout,
   mp4::Bytes bytes;
   for (mp4::Sample sample; samples.Next(sample);) {
     if (!sample.inFile || sample.encrypted) throw Error(source.name(), "its caption track cannot be read");
+    if (sample.number == kMostShown)
+      throw Error(source.name(), "its caption track has more samples than a day has");
+    // Else one of a short file could have any number of samples.
+    mp4::RequireSample(source, track.id, sample);
     std::string reason = "is too large for captions";
     std::optional<captions::CaptionSample> read;
     if (sample.size <= kMostSample) {

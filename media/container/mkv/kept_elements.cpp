@@ -66,6 +66,7 @@ class Comparison {
       RequireBytes(atWas, was.at, atIs, is.at);  // heads
       RequireHead(was, is);
       cluster_ = 0;
+      FindParts();
       CompareChildren(was, is);
       atWas = was.end;
       atIs = is.end;
@@ -130,6 +131,22 @@ class Comparison {
       atIs = b.end;
     }
     if (atIs != is.end) Fail(was, "holds more than it did");
+  }
+
+  // The segment's own parts beside clusters, as the input has them.
+  void FindParts() {
+    parts_.clear();
+    const Segment& segment = layoutWas_.segments[segment_];
+    size_t cluster = 0;
+    for (uint64_t at = segment.element.body; at < segment.element.end;) {
+      if (cluster < segment.clusters.size() && segment.clusters[cluster].at == at) {
+        at = segment.clusters[cluster++].end;
+        continue;
+      }
+      const Element child = ReadElement(was_, at, segment.element.end, limits());
+      if (IsPart(child.id)) parts_.push_back(at);
+      at = child.end;
+    }
   }
 
   void FindEnds(Element& was, Element& is) {
@@ -256,7 +273,7 @@ class Comparison {
       return;
     }
     // Other places than those of the segment's own parts may be among bytes that change.
-    if (a.element.end - atWas < kPartIdBytes || !IsPart(was_.Number(atWas, kPartIdBytes))) return;
+    if (!std::binary_search(parts_.begin(), parts_.end(), atWas)) return;
     if (atIs >= b.element.end || b.element.end - atIs < kPartIdBytes ||
         was_.Number(atWas, kPartIdBytes) != is_.Number(atIs, kPartIdBytes))
       Fail(was, "does not name its element any more");
@@ -329,6 +346,7 @@ class Comparison {
   bool whole_;
   size_t segment_ = 0;
   size_t cluster_ = 0;
+  std::vector<uint64_t> parts_;  // of the segment, in their order
   uint64_t elements_ = 0;
 };
 

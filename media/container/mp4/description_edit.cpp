@@ -27,10 +27,10 @@ void SetBody(Piece& piece, Bytes body) {
 
 class DescriptionEditor {
  public:
-  DescriptionEditor(const Source& source, const Description& description) {
+  DescriptionEditor(const Source& source, const Description& description) : source_(source) {
     Reader reader(source);
     BoxLevel level(reader, description.boxesAt, description.boxesEnd);
-    for (Box box; level.Next(box);) {
+    for (Box box; level.Next(box); last_ = box) {
       pieces_.push_back(
           {box.type, reader.Run(box.at, box.body - box.at), reader.Run(box.body, box.bodySize())});
     }
@@ -127,12 +127,17 @@ class DescriptionEditor {
     for (size_t i = 0; i < 4; ++i) body[at + i] = static_cast<uint8_t>(value >> (24 - 8 * i));
   }
 
+  // Behind a box that says more than there is, another would be a part of that one.
   void Add(uint32_t type, Bytes body) {
+    Reader reader(source_);
+    RequireBody(reader, last_, 0);
     pieces_.push_back({type, {}, {}});
     SetBody(pieces_.back(), std::move(body));
   }
 
+  const Source& source_;
   std::vector<Piece> pieces_;
+  Box last_;  // as it stands in the file
 };
 
 }  // namespace

@@ -193,7 +193,7 @@ bool TrackSamples::NextOfFragments(Sample& sample) {
   return false;
 }
 
-void ReadSample(const Source& source, uint32_t trackId, const Sample& sample, Bytes& bytes) {
+void RequireSample(const Source& source, uint32_t trackId, const Sample& sample) {
   if (!sample.inFile) {
     throw source.Fault(0, "samples of track " + std::to_string(trackId) + " stand in another file");
   }
@@ -201,6 +201,10 @@ void ReadSample(const Source& source, uint32_t trackId, const Sample& sample, By
     throw source.Fault(sample.offset, "sample " + std::to_string(sample.number + 1) + " of track " +
                                           std::to_string(trackId) + " is outside the file");
   }
+}
+
+void ReadSample(const Source& source, uint32_t trackId, const Sample& sample, Bytes& bytes) {
+  RequireSample(source, trackId, sample);
   bytes.resize(sample.size);
   source.Read(sample.offset, bytes);
 }

@@ -24,7 +24,9 @@ struct Sample {
   bool encrypted = false;    // by its description or its fragment
 };
 
-// Reads a sample's bytes. Throws Error, naming sample and track, for one that is not all there.
+// Throws Error, naming sample and track, for a sample that is not all there.
+void RequireSample(const Source& source, uint32_t trackId, const Sample& sample);
+// Reads a sample's bytes, and throws as above.
 void ReadSample(const Source& source, uint32_t trackId, const Sample& sample, Bytes& bytes);
 
 // Chunks of a track with where they begin and how many samples they hold.
