@@ -155,12 +155,25 @@ std::vector<Tag> DescribeTags(const AVDictionary* dictionary) {
   return tags;
 }
 
+// A code as libav has it, which may be any number of the file's: its enumerations hold them unchecked.
+template <typename Code>
+int Unchecked(const Code& code) {
+  static_assert(sizeof(Code) == sizeof(int));
+  int number = 0;
+  std::memcpy(&number, &code, sizeof number);
+  return number;
+}
+
 ContainerColour DescribeContainerColour(const AVStream& stream) {
   const AVCodecParameters& parameters = *stream.codecpar;
-  return {parameters.color_primaries, parameters.color_trc,
-          parameters.color_space,     parameters.color_range,
-          parameters.width,           parameters.height,
-          parameters.field_order,     FromLibav(stream.sample_aspect_ratio)};
+  return {Unchecked(parameters.color_primaries),
+          Unchecked(parameters.color_trc),
+          Unchecked(parameters.color_space),
+          Unchecked(parameters.color_range),
+          parameters.width,
+          parameters.height,
+          Unchecked(parameters.field_order),
+          FromLibav(stream.sample_aspect_ratio)};
 }
 
 MediaStream DescribeMediaStream(const AVStream& stream, const ContainerColour& colour, bool raw,
@@ -185,7 +198,7 @@ MediaStream DescribeMediaStream(const AVStream& stream, const ContainerColour& c
   out.container = colour;
   out.width = parameters.width;
   out.height = parameters.height;
-  out.fieldOrder = static_cast<FieldOrder>(parameters.field_order);
+  out.fieldOrder = static_cast<FieldOrder>(Unchecked(parameters.field_order));
   out.sampleAspect = FromLibav(stream.sample_aspect_ratio);
   out.stereo = StereoOf(stream);
   out.displayMatrix = DisplayMatrixOf(stream);
@@ -196,9 +209,9 @@ MediaStream DescribeMediaStream(const AVStream& stream, const ContainerColour& c
   if (profile != nullptr) out.profile = profile;
   out.pictures = FormOf(parameters);
   out.codedAspect = FromLibav(parameters.sample_aspect_ratio);
-  out.colour = {ColourCode(parameters.color_primaries), ColourCode(parameters.color_trc),
-                ColourCode(parameters.color_space)};
-  out.range = parameters.color_range;
+  out.colour = {ColourCode(Unchecked(parameters.color_primaries)),
+                ColourCode(Unchecked(parameters.color_trc)), ColourCode(Unchecked(parameters.color_space))};
+  out.range = Unchecked(parameters.color_range);
   DescribeSound(parameters, out);
   const StreamHdr hdr = ContainerHdr(stream);
   out.mastering = hdr.mastering;
