@@ -288,32 +288,34 @@ class Comparison {
     return static_cast<size_t>(found - segment.clusters.begin());
   }
 
-  void CompareRelative(const Element& was, const Element& is) {
-    const auto read = [](Reader& reader, const Segment& segment, const Element& of) {
-      std::array<std::optional<uint64_t>, 2> out;
-      ForEachElement(reader, of.body, of.end, segment.limits, [&](const Element& child) {
-        if (child.id == id::kCueClusterPosition) out[0] = ReadUnsigned(reader, child);
-        if (child.id == id::kCueRelativePosition) out[1] = ReadUnsigned(reader, child);
+  // The block that positions of a cue name; nothing where they name none, or cannot be read.
+  static std::optional<Element> NamedBlock(Reader& reader, const Segment& segment, const Element& positions) {
+    try {
+      std::array<std::optional<uint64_t>, 2> said;
+      ForEachElement(reader, positions.body, positions.end, segment.limits, [&](const Element& child) {
+        if (child.id == id::kCueClusterPosition) said[0] = ReadUnsigned(reader, child);
+        if (child.id == id::kCueRelativePosition) said[1] = ReadUnsigned(reader, child);
       });
-      const std::optional<size_t> index = out[0] ? ClusterAt(segment, *out[0]) : std::nullopt;
-      if (!index || !out[1]) return std::optional<Element>();
+      const std::optional<size_t> index = said[0] ? ClusterAt(segment, *said[0]) : std::nullopt;
+      if (!index || !said[1]) return {};
       const Cluster& cluster = segment.clusters[*index];
       const Element head = ReadElement(reader, cluster.at, cluster.end, segment.limits);
-      if (*out[1] >= cluster.end - head.body) return std::optional<Element>();
-      try {
-        const std::optional<Element> block =
-            FindElement(reader, head.body + *out[1], cluster.end, segment.limits);
-        if (block && (block->id == id::kSimpleBlock || block->id == id::kBlockGroup)) return block;
-      } catch (const ReadError&) {
-        throw;
-      } catch (const Error&) {
-        // names no element
-      }
-      return std::optional<Element>();
-    };
-    const std::optional<Element> a = read(was_, layoutWas_.segments[segment_], was);
+      if (*said[1] >= cluster.end - head.body) return {};
+      const std::optional<Element> block =
+          FindElement(reader, head.body + *said[1], cluster.end, segment.limits);
+      if (block && (block->id == id::kSimpleBlock || block->id == id::kBlockGroup)) return block;
+    } catch (const ReadError&) {
+      throw;
+    } catch (const Error&) {
+      // names no element
+    }
+    return {};
+  }
+
+  void CompareRelative(const Element& was, const Element& is) {
+    const std::optional<Element> a = NamedBlock(was_, layoutWas_.segments[segment_], was);
     if (!a) return;
-    const std::optional<Element> b = read(is_, layoutIs_.segments[segment_], is);
+    const std::optional<Element> b = NamedBlock(is_, layoutIs_.segments[segment_], is);
     if (!b || a->id != b->id) Fail(was, "does not name its block any more");
     if (a->id != id::kSimpleBlock || a->size() < 4) return;
     const Block one = ReadBlockHead(was_, *a);

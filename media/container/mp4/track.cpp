@@ -46,6 +46,8 @@ class TrackReader {
     } else if (box.type == FourCc("mdia")) {
       RequireBody(reader_, box, 0);
       track_.media = box;
+      // Sample descriptions are read by the kind of the media, wherever it stands.
+      if (const auto handler = FindBox(reader_, box, FourCc("hdlr"))) TakeOfMedia(*handler);
       ForEach(box, 0, [this](const Box& inner) { TakeOfMedia(inner); });
     } else if (box.type == FourCc("tref")) {
       TakeTracks(box, FourCc("hint"), track_.hinted);
