@@ -23,12 +23,22 @@ captions::CaptionTrack TrackOfTimes(std::vector<TimedTriplets> captions, caption
   track.rate = rate;
   track.nominal = info.nominal;
   track.fromZero = true;
-  for (const TimedTriplets& one : captions) {
+  std::vector<captions::CaptionEvent> each;
+  for (TimedTriplets& one : captions) {
     if (one.seconds >= kLongest) throw Error(where, "has captions behind 24 hours");
     if (one.seconds <= -kLongest) throw Error(where, "has captions 24 hours before its first picture");
     const double frames = one.seconds * info.numerator / info.denominator - (one.secondField ? kField : 0);
-    const int64_t at = std::llround(frames);
-    if (track.events.empty() || track.events.back().at != at) track.events.push_back({at, {}});
+    each.push_back({std::llround(frames), std::move(one.triplets)});
+  }
+  // Those of a second field may have gone back behind others.
+  std::stable_sort(
+      each.begin(), each.end(),
+      [](const captions::CaptionEvent& a, const captions::CaptionEvent& b) { return a.at < b.at; });
+  for (captions::CaptionEvent& one : each) {
+    if (track.events.empty() || track.events.back().at != one.at) {
+      track.events.push_back(std::move(one));
+      continue;
+    }
     std::vector<captions::Triplet>& triplets = track.events.back().triplets;
     triplets.insert(triplets.end(), one.triplets.begin(), one.triplets.end());
   }

@@ -318,6 +318,19 @@ TEST(Carrier, WhatCannotBeTrueIsRefusedWithItsPlace) {
   EXPECT_THAT(Refusal([&] { CarrySamples(file, 1, front); }), HasSubstr("overlaps data of track 2"));
 }
 
+TEST(Carrier, ATableThatStandsTwiceIsRefusedWhereItsTrackChanges) {
+  for (const char* const type : {"stts", "stss", "stsc", "stsz", "stco", "co64", "stsd"}) {
+    TrackSpec track = SampleTrack(2);
+    track.sync = {1};
+    track.tableBoxes = {Full(type, 0, 0, {Number(0, 4), Number(0, 4)})};
+    const Bytes file = BuildMovie({.tracks = {track}});
+    FunctionEditor all([](const Sample&, const Bytes& bytes) { return Joined({bytes, Text("+")}); });
+    EXPECT_THAT(Refusal([&] { CarrySamples(file, 1, all); }), HasSubstr("stands in its track a second time"))
+        << type;
+    EXPECT_EQ(CarryBytes(file, {}).output, file);
+  }
+}
+
 TEST(Carrier, EncryptedSamplesAreRefusedAndTheirDescriptionsAreNot) {
   TrackSpec track = SampleTrack(2);
   track.format = "encv";

@@ -45,6 +45,7 @@ class TrackReader {
       track_.id = reader_.U32(box.body + (wide ? 20 : 12));
     } else if (box.type == FourCc("mdia")) {
       RequireBody(reader_, box, 0);
+      RequireFirst(track_.media, box);
       track_.media = box;
       // Sample descriptions are read by the kind of the media, wherever it stands.
       if (const auto handler = FindBox(reader_, box, FourCc("hdlr"))) TakeOfMedia(*handler);
@@ -75,6 +76,7 @@ class TrackReader {
       track_.handler = reader_.U32(box.body + 8);
     } else if (box.type == FourCc("minf")) {
       RequireBody(reader_, box, 0);
+      RequireFirst(track_.information, box);
       track_.information = box;
       // Data references stand in front of the sample table by custom only.
       if (const auto references = FindBox(reader_, box, FourCc("dinf"))) TakeReferences(*references);
@@ -84,6 +86,12 @@ class TrackReader {
         ForEach(*table, 0, [this](const Box& inner) { TakeOfTable(inner); });
       }
     }
+  }
+
+  // Of two that say the same of a track, one would go on saying it of what has changed.
+  void RequireFirst(const Box& seen, const Box& box) const {
+    if (seen.type != 0)
+      throw reader_.source().Fault(box.at, BoxName(box) + " stands in its track a second time");
   }
 
   void TakeReferences(const Box& dinf) {
@@ -97,18 +105,22 @@ class TrackReader {
     }
   }
 
-  // Entries of `entryBytes` behind `headBytes` of a box, as many as the number at `countAt` says.
-  Table ReadTable(const Box& box, uint64_t countAt, uint64_t headBytes, uint64_t entryBytes) {
-    RequireBody(reader_, box, headBytes);
+  // Entries of `entryBytes` behind the head of a box, as many as the number in it says.
+  // The one of its kind in the track, of which `seen` is what was read so far.
+  Table ReadTable(const Table& seen, const Box& box, uint64_t entryBytes) {
+    constexpr uint64_t kCountAt = 4;
+    constexpr uint64_t kHeadBytes = 8;
+    RequireFirst(seen.box, box);
+    RequireBody(reader_, box, kHeadBytes);
     Table table;
     table.box = box;
     table.version = reader_.U8(box.body);
-    table.at = box.body + headBytes;
-    table.count = reader_.U32(box.body + countAt);
-    if (table.count > (box.bodySize() - headBytes) / entryBytes) {
+    table.at = box.body + kHeadBytes;
+    table.count = reader_.U32(box.body + kCountAt);
+    if (table.count > (box.bodySize() - kHeadBytes) / entryBytes) {
       throw reader_.source().Fault(box.at, BoxName(box) + " says that it has " + std::to_string(table.count) +
                                                " entries and has room for " +
-                                               std::to_string((box.bodySize() - headBytes) / entryBytes));
+                                               std::to_string((box.bodySize() - kHeadBytes) / entryBytes));
     }
     return table;
   }
@@ -121,22 +133,22 @@ class TrackReader {
       case FourCc("stz2"):
         return TakeSizes(box);
       case FourCc("stsc"):
-        track_.chunkRuns = ReadTable(box, 4, 8, 12);
+        track_.chunkRuns = ReadTable(track_.chunkRuns, box, 12);
         return;
       case FourCc("stco"):
-        track_.chunkOffsets = ReadTable(box, 4, 8, 4);
+        track_.chunkOffsets = ReadTable(track_.chunkOffsets, box, 4);
         return;
       case FourCc("co64"):
-        track_.chunkOffsets = ReadTable(box, 4, 8, 8);
+        track_.chunkOffsets = ReadTable(track_.chunkOffsets, box, 8);
         return;
       case FourCc("stts"):
-        track_.durations = ReadTable(box, 4, 8, 8);
+        track_.durations = ReadTable(track_.durations, box, 8);
         return;
       case FourCc("ctts"):
-        track_.timeOffsets = ReadTable(box, 4, 8, 8);
+        track_.timeOffsets = ReadTable(track_.timeOffsets, box, 8);
         return;
       case FourCc("stss"):
-        track_.syncSamples = ReadTable(box, 4, 8, 4);
+        track_.syncSamples = ReadTable(track_.syncSamples, box, 4);
         return;
       case FourCc("saio"):
         track_.auxiliaryOffsets.push_back(box);
@@ -152,6 +164,7 @@ class TrackReader {
   void TakeSizes(const Box& box) {
     RequireBody(reader_, box, 12);
     SizeTable& sizes = track_.sizes;
+    RequireFirst(sizes.box, box);
     static_cast<Table&>(sizes) = {box, box.body + 12, 0, reader_.U8(box.body)};
     sizes.samples = reader_.U32(box.body + 8);
     if (box.type == FourCc("stsz")) {
@@ -175,6 +188,7 @@ class TrackReader {
 
   void TakeDescriptions(const Box& box) {
     RequireBody(reader_, box, 8);
+    RequireFirst(track_.descriptionList, box);
     track_.descriptionList = box;
     BoxLevel level = BoxLevel::Inside(reader_, box, 8);
     for (Box entry; level.Next(entry);) {
