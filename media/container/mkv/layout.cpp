@@ -97,6 +97,9 @@ class LayoutReader {
     while (at < element.end && !IsCutOff(element, at)) {
       const Element child = ReadElement(reader_, at, element.end, limits_);
       if (element.open && StandsAtTop(child.id)) break;
+      if (child.missing != 0 && child.id != id::kCluster)
+        throw source_.Fault(child.at,
+                            fmt::format("the element {} is longer than what holds it", IdName(child.id)));
       at = child.id == id::kCluster ? ReadCluster(child) : child.end;
       if (child.open && child.id != id::kCluster)
         throw source_.Fault(child.at, fmt::format("the element {} does not say its size", IdName(child.id)));
