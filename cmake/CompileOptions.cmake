@@ -29,6 +29,17 @@ if(QLN_SANITIZE)
   # GCC takes the checks that it put into library templates for reads of unset variables.
   add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()
+if(QLN_HARDENED)
+  # What distributions build with; the optimisation that fortified calls need is the preset's. Here again without their
+  # own setting, which may be a lower level.
+  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3 -fstack-protector-strong -fstack-clash-protection)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|i.86|AMD64")
+    add_compile_options(-fcf-protection=full)
+  elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
+    add_compile_options(-mbranch-protection=standard)
+  endif()
+  add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-pie>)
+endif()
 if(QLN_LIBFUZZER)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
