@@ -120,7 +120,7 @@ bool IsSameFile(const std::string& a, const std::string& b) {
 }  // namespace
 
 std::vector<Finding> WriteHtmlReport(const std::string& path, const std::string& out,
-                                     const ProgressCallback& progress) {
+                                     const ProgressCallback& progress, const UnfinishedCallback& unfinished) {
   if (html::PageHead().empty())
     throw Error(out, "cannot be made: this build has no charts",
                 "install the package libjs-dygraphs and build again");
@@ -146,7 +146,7 @@ std::vector<Finding> WriteHtmlReport(const std::string& path, const std::string&
   for (const auto& recorder : recorders) {
     if (recorder != nullptr) data["streams"].push_back(recorder->ToJson());
   }
-  TextFileWriter page(out);
+  TextFileWriter page(out, unfinished);
   WritePage(page, data, recorders);
   return findings;
 }

@@ -21,6 +21,7 @@ namespace qlnmedia {
 /// @param path      a media file with video; no pipe
 /// @param out       the page; one that is there is replaced when the new one is whole
 /// @param progress  may be empty
+/// @param unfinished is told of the page while it is not whole; may be empty
 /// @return the findings of CheckFile
 /// @throws NotApplicable for a file that is empty or has no video
 /// @throws Error      for one that is missing or is no media, where the page cannot be written, where `out`
@@ -28,7 +29,8 @@ namespace qlnmedia {
 ///                    `path`, and in a build without charts; nothing is written then
 /// @throws Cancelled  where `progress` calls it off; nothing is written then
 QLNMEDIA_API std::vector<Finding> WriteHtmlReport(const std::string& path, const std::string& out,
-                                                  const ProgressCallback& progress = {});
+                                                  const ProgressCallback& progress = {},
+                                                  const UnfinishedCallback& unfinished = {});
 
 }  // namespace qlnmedia
 

@@ -1,6 +1,11 @@
 """The option --html on the command line."""
 import json
+import os
+import signal
 import subprocess
+import time
+
+import pytest
 
 from conftest import QLNMEDIA
 
@@ -30,6 +35,53 @@ def test_a_page_is_the_same_each_time(clips, tmp_path):
     for name in ("a.html", "b.html"):
         assert call("inspect", "--html", tmp_path / name, clip).returncode == 0
     assert (tmp_path / "a.html").read_bytes() == (tmp_path / "b.html").read_bytes()
+
+
+def stopped_while_writing(command, clip, page):
+    """A run that stands still while its page is half written."""
+    for _ in range(50):
+        run = subprocess.Popen([QLNMEDIA, *command, "--html", page, clip], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                               stderr=subprocess.PIPE)
+        while run.poll() is None:
+            if any(name.endswith(".part") for name in os.listdir(page.parent)):
+                run.send_signal(signal.SIGSTOP)
+                time.sleep(0.01)
+                if any(name.endswith(".part") for name in os.listdir(page.parent)):
+                    return run
+                run.send_signal(signal.SIGCONT)
+                break
+        run.communicate()
+        page.unlink(missing_ok=True)
+    pytest.fail("no run was met while it wrote")
+
+
+def ended_while_writing(command, clip, page, end):
+    """Has `end` end a run that stands still, and gives its status and last words. Nothing may be left."""
+    for _ in range(20):
+        run = stopped_while_writing(command, clip, page)
+        end(run)
+        run.send_signal(signal.SIGCONT)
+        told = run.communicate()[1]
+        left = os.listdir(page.parent)
+        if left == []:
+            return run.returncode, told
+        assert left == ["page.html"]
+        page.unlink()  # it was whole before its end came
+    pytest.fail("no run was ended while it wrote")
+
+
+@pytest.mark.parametrize("command", ["inspect", "check"])
+def test_a_signal_takes_a_page_away_that_is_not_whole(command, clips, tmp_path):
+    status, _ = ended_while_writing([command], clips("hevc").path, tmp_path / "page.html",
+                                    lambda run: run.send_signal(signal.SIGTERM))
+    assert status == -signal.SIGTERM
+
+
+@pytest.mark.parametrize("command", ["inspect", "check"])
+def test_the_end_of_the_time_takes_a_page_away_that_is_not_whole(command, clips, tmp_path):
+    status, told = ended_while_writing(["--max-seconds", "1", command], clips("hevc").path, tmp_path / "page.html",
+                                       lambda run: time.sleep(1.1))
+    assert status == 1 and b"stopped after 1 seconds" in told
 
 
 def test_what_is_there_stays(clips, tmp_path):

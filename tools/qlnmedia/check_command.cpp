@@ -9,6 +9,7 @@
 
 #include "batch.h"
 #include "commands.h"
+#include "interruption.h"
 #include "journaled_check.h"
 #include "output.h"
 #include "page_option.h"
@@ -99,12 +100,14 @@ void Run(const CheckArguments& options) {
   if (!options.journal.empty()) journal.emplace(options.journal, "check");
   // With a journal the files are read by processes of their own.
   if (!journal) ConfineCommand({ReadPlaces(options.inputs, inputs), WrittenFor(options.page)});
+  std::optional<Interruption> interruption;
+  if (options.page.asked()) interruption.emplace();
   Batch batch;
   batch.work = [&](const Input& input, const ProgressCallback& progress) {
-    const std::vector<Finding> findings = options.page.asked()
-                                              ? WriteHtmlReport(input.path, options.page.path, progress)
-                                          : journal ? CheckWithJournal(input.path, *journal)
-                                                    : CheckFile(input.path, progress);
+    const std::vector<Finding> findings =
+        interruption ? WriteHtmlReport(input.path, options.page.path, progress, interruption->callback())
+        : journal    ? CheckWithJournal(input.path, *journal)
+                     : CheckFile(input.path, progress);
     const bool worthy = std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
       return finding.severity != Severity::kNote;
     });

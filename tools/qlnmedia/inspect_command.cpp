@@ -3,9 +3,11 @@
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "batch.h"
 #include "commands.h"
+#include "interruption.h"
 #include "page_option.h"
 #include "qlnmedia/html_report.h"
 #include "qlnmedia/inspect.h"
@@ -55,9 +57,11 @@ void Run(InspectArguments options) {
   const Inputs inputs = FindInputs(options.inputs);
   RequirePage(options.page, inputs);
   ConfineCommand({ReadPlaces(options.inputs, inputs), WrittenFor(options.page)});
+  std::optional<Interruption> interruption;
+  if (options.page.asked()) interruption.emplace();
   Batch batch;
   batch.work = [&](const Input& input, const ProgressCallback& progress) {
-    if (options.page.asked()) WriteHtmlReport(input.path, options.page.path, progress);
+    if (interruption) WriteHtmlReport(input.path, options.page.path, progress, interruption->callback());
     return FileResult{Result(InspectFile(input.path, options.inspect), input, options, inputs.several)};
   };
   if (options.json) batch.failed = FailedLine;
