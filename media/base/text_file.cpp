@@ -38,6 +38,14 @@ class Descriptor {
   int number_;
 };
 
+// Makes a name last. The file stands, whether this can be done or not.
+void FlushFolderOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  const Descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (opened.number() >= 0) static_cast<void>(fsync(opened.number()));
+}
+
 }  // namespace
 
 std::string ReadTextFile(const std::string& path) {
@@ -102,8 +110,15 @@ void TextFileWriter::Finish() {
     Drop();
     throw;
   }
+  // Under its name it is whole after a cut of the power as well. Some file systems have nothing to flush.
+  if (fsync(file_) != 0 && errno != EINVAL && errno != EROFS && errno != ENOTSUP) {
+    const int error = errno;
+    Drop();
+    Fail(error);
+  }
   // What a network's file system could not store is told by now, or by nobody.
-  if (close(std::exchange(file_, -1)) == 0 && std::rename(beside_.c_str(), path_.c_str()) == 0) return;
+  if (close(std::exchange(file_, -1)) == 0 && std::rename(beside_.c_str(), path_.c_str()) == 0)
+    return FlushFolderOf(path_);
   const int error = errno;
   unlink(beside_.c_str());
   Fail(error);

@@ -109,6 +109,12 @@ bool PutInPlace(const std::string& path, const FileState& old, const std::string
     problem = TextOf(errno);
     return false;
   }
+  // A journal of the old file whose removal were lost with the power, and the renaming not, would be taken
+  // for the new one's.
+  if (!FlushFolder(path)) {
+    problem = TextOf(errno);
+    return false;
+  }
   FileState now;
   if (!LookAt(path, now, problem)) return false;
   if (!now.SameFile(old) || !LookAt(beside, made, problem) || !IsFile(beside, file.number())) {
@@ -195,7 +201,9 @@ bool MakeFile(const std::string& path, std::string& problem) {
   const std::lock_guard<std::mutex> lock(mutex);
   if (access(path.c_str(), F_OK) == 0) return true;
   for (size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
-    mkdir(path.substr(0, slash).c_str(), 0700);
+    const std::string folder = path.substr(0, slash);
+    // A folder that is lost with the power takes along what was kept in it.
+    if (mkdir(folder.c_str(), 0700) == 0) FlushFolder(folder);
   }
   const Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (file.number() >= 0 || errno == EEXIST) return true;

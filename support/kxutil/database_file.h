@@ -38,9 +38,10 @@ std::string TargetOf(const std::string& path);
 bool MakeFile(const std::string& path, std::string& problem);
 
 // Writes the bytes beside the file, gives them its owner, group, permissions, access list and extended
-// attributes as far as this user may, flushes them and puts them in the file's place, if that is `old` still.
-// The caller keeps other writers off. False with a text in `problem`; the file then stays as it is, unless it
-// is the flushing of the folder that failed. `made` is the new file.
+// attributes as far as this user may, flushes them, and the folder, so that no journal of `old` comes back
+// beside them, and puts them in the file's place, if that is `old` still. The caller keeps other writers off.
+// False with a text in `problem`; the file then stays as it is, unless it is the flushing of its new name
+// that failed. `made` is the new file.
 bool ReplaceFile(const std::string& path, const FileState& old, std::string_view bytes, FileState& made,
                  std::string& problem);
 

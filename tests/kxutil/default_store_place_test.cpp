@@ -267,6 +267,17 @@ TEST_F(DefaultStorePlace, AStoreMayStandInTheRootFolder) {
   EXPECT_EQ(NamesInFolder(), std::set<std::string>{"settings.db"});
 }
 
+// A folder whose name is lost with the power takes along what is kept in it.
+TEST_F(DefaultStorePlace, FoldersThatAreMadeAreFlushedWithTheFirstChange) {
+  const std::string top = folder_.path().substr(folder_.path().rfind('/') + 1);
+  kxCFGSetDefaultStore((folder_ / "config/own/settings.db").c_str());
+  SyncLog log;
+  EXPECT_EQ(Set("A", 1), 0);
+  EXPECT_EQ(log.lines,
+            (std::vector<std::string>{"flush folder " + top, "flush folder config", "flush .settings.db.new",
+                                      "flush folder own", "rename settings.db", "flush folder own"}));
+}
+
 // Some file systems cannot be asked to flush a folder; a pipe, which stands for one, cannot either.
 TEST_F(DefaultStorePlace, AChangeIsDoneWhereAFolderCannotBeFlushed) {
   int ends[2];
@@ -282,7 +293,7 @@ TEST_F(DefaultStorePlace, AChangeIsDoneWhereAFolderCannotBeFlushed) {
     };
     EXPECT_EQ(Set("A", 1), 0);
   }
-  EXPECT_EQ(replaced, 1);
+  EXPECT_EQ(replaced, 2);
   EXPECT_EQ(Get("A"), 1u);
   for (const int end : ends) close(end);
 }

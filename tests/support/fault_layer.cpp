@@ -9,28 +9,24 @@
 #include <execinfo.h>
 #include <fcntl.h>
 #include <link.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <pthread.h>
 #include <signal.h>
-#include <stddef.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/auxv.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
 #include <sys/wait.h>
 #include <time.h>
-#include <ucontext.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <iterator>
 
 #include "support/fault_share.h"
+#include "support/trapped_calls.h"
 
 #define QLN_IN_FRONT extern "C" __attribute__((visibility("default")))
 
@@ -40,32 +36,7 @@ void* __libc_calloc(size_t, size_t);
 void* __libc_realloc(void*, size_t);
 void* __libc_memalign(size_t, size_t);
 void __libc_free(void*);
-// number, six arguments; the result as the kernel gives it.
-long qlnFaultGate(long, long, long, long, long, long, long);
-extern const char qlnFaultGateEnd[];
 }
-
-// The one place from which calls are not trapped.
-asm(R"(
-  .text
-  .hidden qlnFaultGate
-  .globl qlnFaultGate
-  .type qlnFaultGate, @function
-qlnFaultGate:
-  mov %rdi, %rax
-  mov %rsi, %rdi
-  mov %rdx, %rsi
-  mov %rcx, %rdx
-  mov %r8, %r10
-  mov %r9, %r8
-  mov 8(%rsp), %r9
-  syscall
-  .hidden qlnFaultGateEnd
-  .globl qlnFaultGateEnd
-qlnFaultGateEnd:
-  ret
-  .size qlnFaultGate, . - qlnFaultGate
-)");
 
 namespace qln::test {
 FaultShare* faultShare = nullptr;
@@ -277,51 +248,25 @@ long ShortCall(long number, const long* a) {
     default:
       break;
   }
-  return qlnFaultGate(number, a[0], a[1], a[2], a[3], a[4], a[5]);
+  return qln::test::MakeCall(number, a);
 }
 
-void Trapped(int, siginfo_t* info, void* context) {
-  greg_t* const registers = static_cast<ucontext_t*>(context)->uc_mcontext.gregs;
-  const long number = info->si_syscall;
-  const long a[6] = {registers[REG_RDI], registers[REG_RSI], registers[REG_RDX],
-                     registers[REG_R10], registers[REG_R8],  registers[REG_R9]};
+long Trapped(long number, const long* a, const void* caller) {
   Group group = GroupOf(number);
   // A full disk refuses to make files, and opens those that are there.
   const long flags = number == SYS_openat ? a[2] : a[1];
   if (group == kOpen && effect == ENOSPC && (flags & O_CREAT) == 0) group = kNone;
   // Calls of our own allocator's mapping come from the C library, the loader's from itself.
-  if (Meets(group, info->si_call_addr)) {
-    registers[REG_RAX] = effect == kShort ? ShortCall(number, a) : -effect;
-    return;
-  }
-  registers[REG_RAX] = qlnFaultGate(number, a[0], a[1], a[2], a[3], a[4], a[5]);
+  if (Meets(group, caller)) return effect == kShort ? ShortCall(number, a) : -effect;
+  return qln::test::MakeCall(number, a);
 }
 
-bool TrapCalls() {
-  struct sigaction action {};
-  action.sa_sigaction = Trapped;
-  action.sa_flags = SA_SIGINFO | SA_NODEFER | SA_RESTART;
-  if (sigaction(SIGSYS, &action, nullptr) != 0) return false;
-  const auto gate = reinterpret_cast<uintptr_t>(qlnFaultGateEnd);
-  sock_filter filter[8 + 2 * std::size(kCalls)];
-  unsigned short n = 0;
-  const auto add = [&](sock_filter one) { filter[n++] = one; };
-  constexpr unsigned kAt = offsetof(seccomp_data, instruction_pointer);
-  add(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kAt));
-  add(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<uint32_t>(gate), 0, 3));
-  add(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kAt + 4));
-  add(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<uint32_t>(gate >> 32), 0, 1));
-  add(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
-  add(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)));
-  for (const Call& call : kCalls) {
-    if (call.group != wanted) continue;
-    add(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call.number, 0, 1));
-    add(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_TRAP));
-  }
-  add(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
-  const sock_fprog program = {n, filter};
-  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+bool TrapGroup(Group group) {
+  unsigned numbers[std::size(kCalls)];
+  size_t count = 0;
+  for (const Call& call : kCalls)
+    if (call.group == group) numbers[count++] = call.number;
+  return qln::test::TrapCalls(numbers, count, Trapped);
 }
 
 bool IsSystemCall(Group group) {
@@ -355,7 +300,7 @@ QLN_IN_FRONT int qlnFaultArm(const char* group, const char* how, uint64_t at) {
   if (wanted == kNone || !known) return 0;
   static uint64_t trapped = 0;  // groups, a bit each
   if (IsSystemCall(wanted) && (trapped >> wanted & 1) == 0) {
-    if (!TrapCalls()) return 0;
+    if (!TrapGroup(wanted)) return 0;
     trapped |= uint64_t{1} << wanted;
   }
   place = at;
