@@ -14,12 +14,13 @@ class Mpeg2Editor {
  public:
   Mpeg2Editor(const StreamChanges& changes, const StreamSurvey* survey, const std::string& where,
               EditCounts& counts)
-      : captions_(changes, survey, where, counts) {
+      : counts_(counts), captions_(changes, survey, where, counts) {
     if (changes.beyondCaptions()) throw Error(where, "is MPEG-2, which takes captions and nothing else");
   }
   void Push(AccessUnit unit) {
     captions_.NextPacket();
     Bytes data = captions_.ChangeMpeg2(unit.data);
+    if (unit.captions) data = PutOwnCaptions(data, *unit.captions, counts_);
     const bool changed = data != unit.data;
     unit.data = std::move(data);
     queue_.push_back({std::move(unit), changed});
@@ -32,6 +33,7 @@ class Mpeg2Editor {
   }
 
  private:
+  EditCounts& counts_;
   CaptionEdit captions_;
   std::deque<EditedUnit> queue_;
 };

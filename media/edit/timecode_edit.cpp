@@ -14,15 +14,6 @@ namespace qlnmedia {
 
 namespace {
 
-constexpr int kTimeCode = 136;
-
-// pic_struct of a picture by table D-1 of ITU-T H.264.
-uint32_t PicStructOf(const CodedPicture& picture) {
-  if (picture.head->field) return picture.head->bottom ? 2 : 1;
-  const OrderCount& order = picture.order;
-  return order.top == order.bottom ? 0 : order.top < order.bottom ? 3 : 4;
-}
-
 // pic_struct of an HEVC picture; nothing where no picture timing says it.
 std::optional<int> HevcPicStruct(const std::vector<Unit>& units, const SpsFacts& sps) {
   if (!sps.hevc.frameFieldInfo) return {};
@@ -35,23 +26,15 @@ std::optional<int> HevcPicStruct(const std::vector<Unit>& units, const SpsFacts&
   return {};
 }
 
-// What messages stand where: SEI units whole, of the others only which they are.
-std::vector<Bytes> Outline(const std::vector<Unit>& units) {
-  std::vector<Bytes> outline;
-  for (const Unit& unit : units) {
-    const int type = UnitType(Codec::kHevc, unit.bytes);
-    Bytes& entry = outline.emplace_back(IsSei(Codec::kHevc, type) ? unit.bytes : Bytes());
-    for (const int fact : {type, unit.startCodeBytes, unit.trailingZeros})
-      entry.push_back(static_cast<uint8_t>(fact));
-  }
-  return outline;
-}
-
 }  // namespace
 
 TimecodeEdit::TimecodeEdit(const StreamDescription& stream, const ConfigRecord& config,
                            const StreamChanges& changes, std::string where, EditCounts& counts)
-    : where_(std::move(where)), counts_(counts), codec_(config.codec), keys_(stream) {
+    : where_(std::move(where)),
+      counts_(counts),
+      codec_(config.codec),
+      messages_(codec_, where_),
+      keys_(stream) {
   Rational rate;
   if (changes.timecodeType.empty() || !changes.rate.empty())
     rate = TimecodeRate(RatesOf(stream, codec_, config.units()), changes.rate);
@@ -87,7 +70,7 @@ bool TimecodeEdit::Change(std::vector<PictureUnits>& parts) {
     if (!part.picture || !part.picture->head) continue;
     const uint32_t frame = FrameOf(*part.picture, part.units);
     found = true;
-    if (!PutTimecode(part.units, *part.picture, frame)) continue;
+    if (!messages_.Put(part.units, *part.picture, start_.count + frame, start_.type)) continue;
     ++counts_.timecodes;
     changed = true;
   }
@@ -123,50 +106,6 @@ void TimecodeEdit::CheckParity(uint32_t place, const CodedPicture& picture, cons
   if (*evenIsBottom_ != evenIsBottom)
     Fail("has a field without its other half, so that fields cannot be counted as frames",
          "leave --timecode out");
-}
-
-bool TimecodeEdit::PutTimecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t frame) {
-  if (codec_ == Codec::kH264) return PutH264Timecode(units, picture, start_.count + frame);
-  const std::vector<Bytes> before = Outline(units);
-  RemoveSei(codec_, units, [](const SeiMessage& message) { return message.type == kTimeCode; });
-  InsertSei(codec_, units,
-            MakeHevcTimecodeUnit(start_.count + frame, start_.type, picture.head->sps->hevc.interlace[2],
-                                 picture.head->temporalId));
-  return Outline(units) != before;
-}
-
-bool TimecodeEdit::PutH264Timecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t count) {
-  const SpsFacts& sps = *picture.head->sps;
-  const uint32_t picStruct = PicStructOf(picture);
-  bool found = false;
-  bool changed = false;
-  for (Unit& unit : units) {
-    if (!IsSei(codec_, UnitType(codec_, unit.bytes))) continue;
-    bool whole = false;
-    std::vector<SeiMessage> messages = ReadSeiMessages(codec_, unit.bytes, &whole);
-    bool here = false;
-    for (SeiMessage& message : messages) {
-      if (message.type != sei::kPictureTiming) continue;
-      std::optional<PictureTiming> timing = ReadPictureTiming(message.payload, sps);
-      if (!timing || !whole) Fail("a picture timing message breaks off");
-      if (!sps.h264.picStruct) timing->picStruct = picStruct;
-      Bytes payload = MakePictureTiming(*timing, sps, count, start_.type);
-      here = here || payload != message.payload;
-      message.payload = std::move(payload);
-      found = true;
-    }
-    if (here) unit.bytes = MakeSeiUnit(ByteSpan(unit.bytes).first(1), messages);
-    changed = changed || here;
-  }
-  if (found) return changed;
-  if (sps.h264.hrd)
-    Fail("has HRD parameters but a picture without picture timing, whose delays nobody knows");
-  PictureTiming timing;
-  timing.picStruct = picStruct;
-  const Bytes header{6};
-  InsertSei(codec_, units,
-            MakeSeiUnit(header, {{sei::kPictureTiming, MakePictureTiming(timing, sps, count, start_.type)}}));
-  return true;
 }
 
 }  // namespace qlnmedia

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "edit/picture_units.h"
+#include "edit/timecode_messages.h"
 #include "pictures/presentation_order.h"
 #include "qlnmedia/stream_editor.h"
 #include "timing/timecode.h"
@@ -35,14 +36,12 @@ class TimecodeEdit {
  private:
   uint32_t FrameOf(const CodedPicture& picture, const std::vector<Unit>& units);
   void CheckParity(uint32_t place, const CodedPicture& picture, const std::vector<Unit>& units);
-  // Both give false where the picture has that timecode already.
-  bool PutTimecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t frame);
-  bool PutH264Timecode(std::vector<Unit>& units, const CodedPicture& picture, uint32_t count);
   [[noreturn]] void Fail(const std::string& what, const std::string& advice = {}) const;
 
   std::string where_;
   EditCounts& counts_;
   Codec codec_;
+  TimecodeMessages messages_;
   TimecodeStart start_;
   PresentationKeys keys_;
   PresentationOrder order_;

@@ -37,6 +37,10 @@ UnitStreamEditor::UnitStreamEditor(const StreamDescription& stream, const Stream
     timecodes_.emplace(stream, config_, changes, where, counts);
     if (codec_ == Codec::kH264) sets_.edit.picStruct = true;
   }
+  if (changes.ownTimecodes) {
+    ownTimecodes_.emplace(stream, config_, changes, where, counts);
+    if (codec_ == Codec::kH264) sets_.edit.picStruct = true;
+  }
   if (changes.captionProvider || changes.replaceCaptions) captions_.emplace(changes, survey, where, counts);
   if (!config_.empty()) ChangePrivateData();
 }
@@ -66,6 +70,8 @@ void UnitStreamEditor::ChangePrivateData() {
 }
 
 void UnitStreamEditor::Push(AccessUnit unit) {
+  if (!unit.timecode.empty() && !ownTimecodes_)
+    Fail("has a timecode with an access unit, which nobody announced", "set ownTimecodes");
   Waiting waiting;
   waiting.run = TakeApart(unit.data, config_.framing);
   waiting.changed = remover_.Change(waiting.run.units);
@@ -75,6 +81,8 @@ void UnitStreamEditor::Push(AccessUnit unit) {
     captions_->NextPacket();
     waiting.changed = captions_->ChangeUnits(codec_, waiting.run.units) || waiting.changed;
   }
+  if (unit.captions)
+    waiting.changed = PutOwnCaptions(codec_, waiting.run.units, *unit.captions, counts_) || waiting.changed;
   waiting.parts = PartUnits(codec_, tracker_, std::move(waiting.run.units));
   if (timecodes_) timecodes_->Announce({unit.data, unit.pts, unit.dts, unit.key, -1}, waiting.parts);
   waiting.unit = std::move(unit);
@@ -86,6 +94,7 @@ void UnitStreamEditor::Push(AccessUnit unit) {
 void UnitStreamEditor::Change(Waiting& waiting) {
   std::vector<PictureUnits>& parts = waiting.parts;
   bool changed = timecodes_ && timecodes_->Change(parts);
+  if (!waiting.unit.timecode.empty()) changed = ownTimecodes_->Put(parts, waiting.unit.timecode) || changed;
   const UnitAdder::Added added = adder_.Add(parts, {waiting.unit.key, ownMarks_});
   waiting.unit.key = waiting.unit.key || added.start;
   // Picture timing is laid out as the sets of the source say, so it comes in front of them.

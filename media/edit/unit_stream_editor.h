@@ -11,6 +11,7 @@
 #include "edit/caption_edit.h"
 #include "edit/hdr_changes.h"
 #include "edit/interlace_edit.h"
+#include "edit/own_values.h"
 #include "edit/picture_units.h"
 #include "edit/set_changes.h"
 #include "edit/timecode_edit.h"
@@ -56,6 +57,7 @@ class UnitStreamEditor {
   std::optional<CaptionEdit> captions_;
   std::optional<InterlaceEdit> interlace_;
   std::optional<TimecodeEdit> timecodes_;
+  std::optional<OwnTimecodes> ownTimecodes_;
   std::deque<Waiting> queue_;
   bool finished_ = false;
 };

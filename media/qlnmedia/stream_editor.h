@@ -67,6 +67,9 @@ struct StreamChanges {
   /// How timecodes count: film, non-drop-frame, drop-frame, pal, 50, 59.94, 60, film-drop, 23.98; empty for
   /// what the rate asks for.
   std::string timecodeType;
+  /// Access units bring their timecodes along (AccessUnit::timecode), which count as `timecodeType` and
+  /// `rate` say; not together with `timecode`. Nothing waits for them, and a unit without one stays as it is.
+  bool ownTimecodes = false;
   /// Frames a second to count timecodes by, as "25", "29.97" or "30000/1001", or "nominal" for the rate that
   /// a stream of uneven pictures is made for; empty for what the description and the stream say.
   std::string rate;
@@ -84,8 +87,8 @@ struct StreamChanges {
 
   /// True if anything but captions changes.
   bool beyondCaptions() const {
-    return ofSets() || remove.any() || mastering || lightLevel || !timecode.empty() || interlaced ||
-           delimiters || recoveryPoints;
+    return ofSets() || remove.any() || mastering || lightLevel || !timecode.empty() || ownTimecodes ||
+           interlaced || delimiters || recoveryPoints;
   }
   /// True if values of parameter sets change that the stream's pictures do not ask for.
   bool ofSets() const {
@@ -137,6 +140,12 @@ struct AccessUnit {
   int64_t pts = kNoTime;      ///< in units of the stream's time base
   int64_t dts = kNoTime;      ///< in the same units
   bool key = false;           ///< decoding can start here
+  /// Captions of this very picture, as a live source has them: they go in where the picture has none, or none
+  /// that stays. They take no survey. At most captions::kMostTriplets are taken; nothing for none of its own.
+  std::optional<std::vector<captions::Triplet>> captions{};
+  /// Its timecode, as StreamChanges::timecode; empty for none of its own. Both fields of a frame that come in
+  /// units of their own bring the same one. Needs StreamChanges::ownTimecodes.
+  std::string timecode{};
 };
 
 /// An access unit that comes back.
