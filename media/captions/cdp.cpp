@@ -3,6 +3,9 @@
 #include "captions/cdp.h"
 
 #include <algorithm>
+#include <utility>
+
+#include "qlnmedia/caption_packet.h"
 
 namespace qlnmedia::captions {
 namespace {
@@ -199,6 +202,14 @@ Bytes FramePacket(const Bytes& anc) {
   const size_t end = anc.size() < 3 ? anc.size() : std::min(anc.size(), size_t{3} + anc[2]);
   packet.insert(packet.end(), anc.begin(), anc.begin() + static_cast<std::ptrdiff_t>(end));
   return packet;
+}
+
+std::optional<std::vector<Triplet>> TripletsOfPacket(std::span<const uint8_t> packet, std::string* reason) {
+  std::string unread;
+  std::optional<CaptionPacket> read =
+      ReadCdp({packet.begin(), packet.end()}, reason != nullptr ? reason : &unread);
+  if (!read) return {};
+  return std::move(read->triplets);
 }
 
 }  // namespace qlnmedia::captions
