@@ -115,8 +115,8 @@ for path, text in sources("media/qlnmedia"):
 INSTALLED = {"kxutil/kxutil.h", "timecode/kxtimecode.h"}
 INSTALLED |= {f"qlnutil/{name}" for name in HEADER_HOME if name != "qlnvidutil.h"}
 INSTALLED |= {f"qlnmedia/{name}" for name in os.listdir(os.path.join(root, "media/qlnmedia"))}
-# So does the Python extension.
-for folder in ("tools", "python"):
+# So do the Python extension and the GStreamer plug-in.
+for folder in ("tools", "python", "gst"):
     for path, text in sources(folder):
         for include in INCLUDE.findall(text):
             if "/" in include and include not in INSTALLED:

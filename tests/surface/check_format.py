@@ -9,7 +9,7 @@ formatter = shutil.which("clang-format-14") or shutil.which("clang-format")
 if formatter is None:
     sys.exit("clang-format is not installed")
 sources = []
-for folder in ("support", "media", "tools", "python", "tests", "fuzz", "bench"):
+for folder in ("support", "media", "tools", "python", "gst", "tests", "fuzz", "bench"):
     for directory, _, files in os.walk(os.path.join(root, folder)):
         sources += [os.path.join(directory, f) for f in files if f.endswith((".h", ".c", ".cpp"))]
 done = subprocess.run([formatter, "--dry-run", "--Werror", *sorted(sources)], capture_output=True, text=True, check=False)

@@ -8,7 +8,7 @@ import re
 import sys
 
 root = sys.argv[1]
-ROOMS = ("media", "tools")
+ROOMS = ("media", "tools", "gst")
 
 ALGORITHMS = ("sort stable_sort find find_if find_if_not any_of all_of none_of copy_n copy_if fill_n max_element min_element "
               "clamp remove remove_if transform lower_bound upper_bound equal_range search unique rotate reverse count "
