@@ -94,6 +94,10 @@ import qlnutil
 assert qlnutil.__file__.startswith(\"/usr/lib/python3/dist-packages/\")
 media.patch(\"clip.mp4\", \"by_python.mp4\", timecode=\"10:00:00:00\", colour=\"bt709\")"
     cmp patched.mp4 by_python.mp4
+    /usr/bin/python3 -c "
+import ctypes, glob
+plugin, = glob.glob(\"/usr/lib/*/gstreamer-1.0/libgstqlnutil.so\")
+assert ctypes.CDLL(plugin, mode=2).gst_plugin_qlnutil_get_desc"
     ls /usr/share/doc/qlnutil-doc'
 }
 
