@@ -135,8 +135,8 @@ class OutputFolder {
   void Finish() {
     std::error_code error;
     // Files have their names flushed with them, folders here.
-    for (const auto& entry : fs::recursive_directory_iterator(beside_)) {
-      if (entry.is_directory()) mp4::FlushFolderOf(mp4::Disk::System(), entry.path());
+    for (fs::recursive_directory_iterator at(beside_, error), end; !error && at != end; at.increment(error)) {
+      if (at->is_directory(error)) mp4::FlushFolderOf(mp4::Disk::System(), at->path());
     }
     fs::rename(beside_, path_.parent_path(), error);
     if (error) throw Error(path_.parent_path(), "cannot be put in place: " + error.message());
