@@ -84,15 +84,20 @@ class PrivateFolder {
     const char* const configured = std::getenv("TMPDIR");
     for (const char* const place : {configured, "/tmp", "/dev/shm"}) {
       if (place == nullptr || *place != '/') continue;
-      std::string name = std::string(place) + "/kxutil.XXXXXX";
-      if (mkdtemp(name.data()) == nullptr) continue;
-      path_ = name;
-      return;
+      path_.reserve(std::strlen(place) + sizeof kName + sizeof "/copy-journal");
+      path_.assign(place).append(kName);
+      if (mkdtemp(path_.data()) != nullptr) return;
+      path_.clear();
     }
   }
   ~PrivateFolder() {
     if (path_.empty()) return;
-    for (const char* const end : {"", "-journal", "-wal", "-shm"}) unlink((database() + end).c_str());
+    // There is room for the names: without memory the folder goes too.
+    const size_t length = path_.size();
+    for (const char* const name : {"/copy", "/copy-journal", "/copy-wal", "/copy-shm"}) {
+      unlink(path_.append(name).c_str());
+      path_.resize(length);
+    }
     rmdir(path_.c_str());
   }
   PrivateFolder(const PrivateFolder&) = delete;
@@ -101,6 +106,7 @@ class PrivateFolder {
   std::string database() const { return path_ + "/copy"; }
 
  private:
+  static constexpr char kName[] = "/kxutil.XXXXXX";
   std::string path_;
 };
 
