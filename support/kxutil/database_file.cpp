@@ -29,7 +29,7 @@ constexpr size_t kLargestAttribute = 64 << 10;
 
 std::string TextOf(int error) { return std::generic_category().message(error); }
 
-// With its last separator; "" for the working folder.
+// With its last separator. SQLite opens no file by a name that is not absolute here (AbsolutePath).
 std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
 // A descriptor that is closed at the end; -1 is none.
@@ -50,7 +50,7 @@ class Descriptor {
 // False if what was renamed in a folder may be lost with the power. Some file systems cannot be asked.
 bool FlushFolder(const std::string& path) {
   const std::string folder = FolderOf(path);
-  const Descriptor opened(open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (opened.number() < 0 || fsync(opened.number()) == 0) return true;
   return errno != EIO && errno != ENOSPC && errno != EDQUOT;
 }
@@ -229,7 +229,7 @@ bool ReplaceFile(const std::string& path, const FileState& old, std::string_view
 std::string SetAside(const std::string& path, const FileState& old, std::string& problem) {
   // Of two processes that find the same damage, one renames and the other then sees another file.
   const std::string folder = FolderOf(path);
-  const Descriptor lock(open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (lock.number() < 0 || !LockSoon(lock.number())) {
     problem = TextOf(errno);
     return "";

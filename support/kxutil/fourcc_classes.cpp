@@ -80,16 +80,16 @@ constexpr ClassCodes kClasses[] = {
 constexpr size_t kStride = 5;
 constexpr size_t kCodeLength = 4;
 
-constexpr bool WellFormed(std::string_view codes) {
-  if (codes.size() % kStride != kCodeLength) return false;
-  for (size_t i = kCodeLength; i < codes.size(); i += kStride) {
-    if (codes[i] != ' ' || codes[i + 1] == ' ') return false;
+consteval bool WellFormed() {
+  for (const ClassCodes& row : kClasses) {
+    if (row.codes.size() % kStride != kCodeLength) return false;
+    for (size_t i = kCodeLength; i < row.codes.size(); i += kStride) {
+      if (row.codes[i] != ' ' || row.codes[i + 1] == ' ') return false;
+    }
   }
   return true;
 }
-static_assert(std::all_of(std::begin(kClasses), std::end(kClasses),
-                          [](const ClassCodes& row) { return WellFormed(row.codes); }),
-              "every code has four characters");
+static_assert(WellFormed(), "every code has four characters");
 
 constexpr uint32_t Swapped(uint32_t code) {
   return code << 24 | (code & 0xFF00u) << 8 | (code >> 8 & 0xFF00u) | code >> 24;
@@ -107,7 +107,7 @@ struct ClassRow {
   FourccClass fourccClass;
 };
 
-constexpr size_t CountCodes() {
+consteval size_t CountCodes() {
   size_t count = 0;
   for (const ClassCodes& row : kClasses) count += (row.codes.size() + 1) / kStride;
   return count;

@@ -72,7 +72,8 @@ bool SqliteConnection::OpenImage(std::string_view bytes) {
 
 bool SqliteConnection::Open(const char* name, int flags) {
   flags |= SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE;
-  return sqlite3_open_v2(name, &database_, flags, nullptr) == SQLITE_OK || Fail();
+  if (sqlite3_open_v2(name, &database_, flags, nullptr) == SQLITE_OK) return true;
+  return Fail();
 }
 
 bool SqliteConnection::Configure() {
@@ -99,7 +100,8 @@ int SqliteConnection::WaitForLock(void* connection, int calls) {
 
 bool SqliteConnection::Run(const char* text) {
   AllowSteps();
-  return sqlite3_exec(database_, text, nullptr, nullptr, nullptr) == SQLITE_OK || Fail();
+  if (sqlite3_exec(database_, text, nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+  return Fail();
 }
 
 bool SqliteConnection::Ask(const char* text, std::string& answer) {
@@ -186,7 +188,8 @@ bool SqliteStatement::Prepare(SqliteConnection& connection, const char* text) {
   connection.AllowSteps();
   failed_ = sqlite3_prepare_v3(connection.database(), text, -1, SQLITE_PREPARE_PERSISTENT, &statement_,
                                nullptr) != SQLITE_OK;
-  return !failed_ || connection.Fail();
+  if (!failed_) return true;
+  return connection.Fail();
 }
 
 void SqliteStatement::Reset() {
@@ -199,12 +202,13 @@ void SqliteStatement::Reset() {
 bool SqliteStatement::BindBytes(int index, std::string_view bytes) {
   // A null pointer would bind NULL and not an empty blob.
   const char* const data = bytes.data() != nullptr ? bytes.data() : "";
-  return sqlite3_bind_blob64(statement_, index, data, bytes.size(), SQLITE_STATIC) == SQLITE_OK ||
-         connection_->Fail();
+  if (sqlite3_bind_blob64(statement_, index, data, bytes.size(), SQLITE_STATIC) == SQLITE_OK) return true;
+  return connection_->Fail();
 }
 
 bool SqliteStatement::BindNumber(int index, int64_t number) {
-  return sqlite3_bind_int64(statement_, index, number) == SQLITE_OK || connection_->Fail();
+  if (sqlite3_bind_int64(statement_, index, number) == SQLITE_OK) return true;
+  return connection_->Fail();
 }
 
 bool SqliteStatement::Step() {
