@@ -88,7 +88,8 @@ constexpr Call kCalls[] = {
     {SYS_flock, kOther},       {SYS_fsetxattr, kOther},    {SYS_fgetxattr, kOther},
     {SYS_flistxattr, kOther},  {SYS_readlink, kOther},     {SYS_pipe2, kOther},
     {SYS_eventfd2, kOther},    {SYS_signalfd4, kOther},    {SYS_dup, kOther},
-    {SYS_access, kOther},      {SYS_faccessat2, kOther},
+    {SYS_access, kOther},      {SYS_faccessat2, kOther},   {SYS_getxattr, kOther},
+    {SYS_listxattr, kOther},
 };
 
 struct Error {
