@@ -1,7 +1,6 @@
 // qlncheck: everything passes, and findings are posted.
 
 #include "harness.h"
-#include "qlnmedia/stream_check.h"
 
 namespace qlngst::test {
 namespace {
@@ -98,24 +97,6 @@ TEST(Check, AStreamWithoutARecordPassesUnchecked) {
   EXPECT_EQ(harness.Push(stream.packets[0]), GST_FLOW_OK);
   EXPECT_EQ(harness.Pull()->data, stream.packets[0].data);
   EXPECT_EQ(harness.Warnings().size(), 1u);
-}
-
-TEST(StreamCheck, ToldFindingsDoNotGather) {
-  StreamDescription description;
-  description.codec = VideoCodec::kH264;
-  StreamCheck check(description);
-  const Bytes none = {1, 2, 3};
-  size_t told = 0;
-  for (int i = 0; i < 3000; ++i) {
-    check.Take({none, i, i, false, -1});
-    told += check.NewFindings().size();
-  }
-  check.Finish();
-  EXPECT_EQ(told, 1u);
-  EXPECT_EQ(check.pictures(), 3000);
-  StreamDescription other;
-  other.codec = VideoCodec::kMpeg2;
-  EXPECT_THROW(StreamCheck{other}, Error);
 }
 
 }  // namespace

@@ -4,7 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <span>
+
 #include "captions/service_block.h"
+#include "qlnmedia/caption_packet.h"
 #include "qlnutil/inband/caption_packet.h"
 #include "support/test_support.h"
 
@@ -184,6 +187,19 @@ TEST(ChannelPacket, ShowsAText) {
   EXPECT_EQ(blocks[0].service, 2);
   EXPECT_EQ(ToHex(blocks[0].data), "8C FF 98 20 DA 32 71 1F 09 48 49 0D 59 4F 55 03");
   EXPECT_EQ(ShowText(std::string(60, 'A')).size(), 3u);
+}
+
+TEST(TripletsOfPacket, GivesThoseOfAWholePacketAndNoOther) {
+  CaptionPacket packet;
+  packet.triplets = {{true, CcType::kField1, 0x94, 0x2C}, {true, CcType::kServiceStart, 0x02, 0x21}};
+  Bytes cdp = WriteCdp(packet);
+  EXPECT_EQ(TripletsOfPacket(cdp), packet.triplets);
+  for (size_t size = 0; size < cdp.size(); ++size)
+    EXPECT_FALSE(TripletsOfPacket(std::span(cdp).first(size))) << size;
+  cdp.back() ^= 1;
+  std::string reason;
+  EXPECT_FALSE(TripletsOfPacket(cdp, &reason));
+  EXPECT_NE(reason, "");
 }
 
 }  // namespace
