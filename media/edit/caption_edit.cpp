@@ -21,8 +21,7 @@ CaptionEdit::CaptionEdit(const StreamChanges& changes, const StreamSurvey* surve
       survey_(survey),
       where_(std::move(where)),
       counts_(counts) {
-  if (!provider_) return;
-  if (survey_ == nullptr) throw Error(where_, "captions take a survey of the stream");
+  if (!provider_ || survey_ == nullptr) return;
   if (survey_->captioned() != 0 && !replace_)
     throw Error(where_, fmt::format("has captions on {} pictures", survey_->captioned()),
                 "have them replaced");
@@ -30,19 +29,36 @@ CaptionEdit::CaptionEdit(const StreamChanges& changes, const StreamSurvey* surve
 
 void CaptionEdit::NextPacket() {
   wanted_ = false;
-  if (!provider_) return;
+  if (!provider_ || survey_ == nullptr) return;
   const std::vector<uint32_t>& places = survey_->facts().captions.order.places;
   if (packets_ >= places.size()) throw Error(where_, "has more packets than were surveyed");
   const uint32_t place = places[packets_++];
   if (place == kNoPlace) return;
+  wanted_ = true;
+  triplets_ = TripletsAt(place);
+}
+
+// Each place is asked for once.
+std::vector<captions::Triplet> CaptionEdit::TripletsAt(uint32_t place) {
   for (; made_ <= place; ++made_) {
     waiting_[made_] = provider_(made_);
     if (waiting_[made_].size() > captions::kMostTriplets) waiting_[made_].resize(captions::kMostTriplets);
   }
   const auto found = waiting_.find(place);
-  wanted_ = true;
-  triplets_ = std::move(found->second);
+  if (found == waiting_.end()) return {};
+  std::vector<captions::Triplet> triplets = std::move(found->second);
   waiting_.erase(found);
+  return triplets;
+}
+
+bool CaptionEdit::PutAt(uint32_t place, Codec codec, std::vector<PictureUnits>& parts) {
+  std::vector<Unit>& units = parts.front().units;
+  const size_t first = FirstPictureUnit(codec, units);
+  const std::vector<captions::Triplet> triplets = TripletsAt(place);
+  if (first == units.size()) return false;
+  InsertSei(codec, units, MakeCaptionUnit(codec, units[first].bytes, triplets));
+  ++counts_.captions;
+  return true;
 }
 
 Bytes CaptionEdit::ChangeMpeg2(ByteSpan data) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "edit/picture_units.h"
 #include "qlnmedia/stream_editor.h"
 #include "units/units.h"
 
@@ -14,8 +15,9 @@ namespace qlnmedia {
 
 class CaptionEdit {
  public:
-  // Throws Error, in the name of `where`, where captions are wanted without a survey, or the stream has some
-  // that may not be replaced. Counts what it does in `counts`; that and the survey must outlive it.
+  // Throws Error, in the name of `where`, where the stream was surveyed and has captions that may not be
+  // replaced. Counts what it does in `counts`; that and the survey must outlive it. Without a survey the
+  // places of pictures come with them (PutAt).
   CaptionEdit(const StreamChanges& changes, const StreamSurvey* survey, std::string where,
               EditCounts& counts);
 
@@ -25,7 +27,15 @@ class CaptionEdit {
   bool ChangeUnits(Codec codec, std::vector<Unit>& units);
   Bytes ChangeMpeg2(ByteSpan data);
 
+  // Whether captions are wanted and nobody surveyed the stream.
+  bool needsPlaces() const { return provider_ && survey_ == nullptr; }
+  // Puts the captions of the picture at a place in presentation order into a packet's pictures; true where
+  // they got some.
+  bool PutAt(uint32_t place, Codec codec, std::vector<PictureUnits>& parts);
+
  private:
+  std::vector<captions::Triplet> TripletsAt(uint32_t place);
+
   CaptionProvider provider_;
   bool replace_;
   const StreamSurvey* survey_;

@@ -16,6 +16,7 @@ class Mpeg2Editor {
               EditCounts& counts)
       : counts_(counts), captions_(changes, survey, where, counts) {
     if (changes.beyondCaptions()) throw Error(where, "is MPEG-2, which takes captions and nothing else");
+    if (captions_.needsPlaces()) throw Error(where, "is MPEG-2, whose captions take a survey of the stream");
   }
   void Push(AccessUnit unit) {
     captions_.NextPacket();

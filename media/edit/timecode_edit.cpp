@@ -34,7 +34,8 @@ TimecodeEdit::TimecodeEdit(const StreamDescription& stream, const ConfigRecord& 
       counts_(counts),
       codec_(config.codec),
       messages_(codec_, where_),
-      keys_(stream) {
+      keys_(stream),
+      order_(changes.reorder) {
   Rational rate;
   if (changes.timecodeType.empty() || !changes.rate.empty())
     rate = TimecodeRate(RatesOf(stream, codec_, config.units()), changes.rate);
@@ -55,7 +56,9 @@ void TimecodeEdit::Announce(const PacketView& packet, const std::vector<PictureU
     frames.push_back(*part.picture);
   }
   frames_.push_back(!frames.empty());
-  if (!frames.empty()) order_.Add(keys_.Next(packet, frames).value());
+  if (!frames.empty() && !order_.Add(keys_.Next(packet, frames).value()))
+    Fail("has a picture that comes later than the reorder depth allows that the stream declares",
+         "patch a file of it");
 }
 
 bool TimecodeEdit::Ready() const { return order_.ready() || (!frames_.empty() && !frames_.front()); }

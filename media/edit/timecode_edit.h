@@ -9,7 +9,7 @@
 
 #include "edit/picture_units.h"
 #include "edit/timecode_messages.h"
-#include "pictures/presentation_order.h"
+#include "pictures/declared_order.h"
 #include "qlnmedia/stream_editor.h"
 #include "timing/timecode.h"
 #include "units/config_record.h"
@@ -44,7 +44,7 @@ class TimecodeEdit {
   TimecodeMessages messages_;
   TimecodeStart start_;
   PresentationKeys keys_;
-  PresentationOrder order_;
+  DeclaredOrder order_;
   std::deque<bool> frames_;           // whether each announced packet begins one
   uint32_t frame_ = 0;                // of the last picture
   std::optional<bool> fields_;        // HEVC: whether pictures are fields

@@ -42,6 +42,7 @@ UnitStreamEditor::UnitStreamEditor(const StreamDescription& stream, const Stream
     if (codec_ == Codec::kH264) sets_.edit.picStruct = true;
   }
   if (changes.captionProvider || changes.replaceCaptions) captions_.emplace(changes, survey, where, counts);
+  if (captions_ && captions_->needsPlaces()) captionOrder_.emplace(stream, changes, where);
   if (!config_.empty()) ChangePrivateData();
 }
 
@@ -84,16 +85,33 @@ void UnitStreamEditor::Push(AccessUnit unit) {
   if (unit.captions)
     waiting.changed = PutOwnCaptions(codec_, waiting.run.units, *unit.captions, counts_) || waiting.changed;
   waiting.parts = PartUnits(codec_, tracker_, std::move(waiting.run.units));
-  if (timecodes_) timecodes_->Announce({unit.data, unit.pts, unit.dts, unit.key, -1}, waiting.parts);
+  Announce(unit, waiting.parts);
   waiting.unit = std::move(unit);
   // While it waits, its units are enough: they give the same bytes again.
   if (timecodes_) waiting.unit.data = {};
   queue_.push_back(std::move(waiting));
 }
 
+void UnitStreamEditor::Announce(const AccessUnit& unit, const std::vector<PictureUnits>& parts) {
+  const PacketView packet{unit.data, unit.pts, unit.dts, unit.key, -1};
+  if (timecodes_) timecodes_->Announce(packet, parts);
+  if (captionOrder_) captionOrder_->Announce(packet, parts);
+}
+
+bool UnitStreamEditor::PlacesKnown() const {
+  return finished_ || ((!timecodes_ || timecodes_->Ready()) && (!captionOrder_ || captionOrder_->Ready()));
+}
+
+bool UnitStreamEditor::PutCaptions(std::vector<PictureUnits>& parts) {
+  if (!captionOrder_) return false;
+  const std::optional<uint32_t> place = captionOrder_->Take();
+  return place && captions_->PutAt(*place, codec_, parts);
+}
+
 void UnitStreamEditor::Change(Waiting& waiting) {
   std::vector<PictureUnits>& parts = waiting.parts;
-  bool changed = timecodes_ && timecodes_->Change(parts);
+  bool changed = PutCaptions(parts);
+  changed = (timecodes_ && timecodes_->Change(parts)) || changed;
   if (!waiting.unit.timecode.empty()) changed = ownTimecodes_->Put(parts, waiting.unit.timecode) || changed;
   const UnitAdder::Added added = adder_.Add(parts, {waiting.unit.key, ownMarks_});
   waiting.unit.key = waiting.unit.key || added.start;
@@ -111,7 +129,7 @@ void UnitStreamEditor::Change(Waiting& waiting) {
 }
 
 std::optional<EditedUnit> UnitStreamEditor::Pull() {
-  if (queue_.empty() || (timecodes_ && !finished_ && !timecodes_->Ready())) return {};
+  if (queue_.empty() || !PlacesKnown()) return {};
   Waiting waiting = std::move(queue_.front());
   queue_.pop_front();
   Change(waiting);

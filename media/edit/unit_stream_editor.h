@@ -12,6 +12,7 @@
 #include "edit/hdr_changes.h"
 #include "edit/interlace_edit.h"
 #include "edit/own_values.h"
+#include "edit/picture_order.h"
 #include "edit/picture_units.h"
 #include "edit/set_changes.h"
 #include "edit/timecode_edit.h"
@@ -40,6 +41,10 @@ class UnitStreamEditor {
     bool changed = false;
   };
   void ChangePrivateData();
+  void Announce(const AccessUnit& unit, const std::vector<PictureUnits>& parts);
+  // Whether the next packet's places in presentation order are known, where they are asked for.
+  bool PlacesKnown() const;
+  bool PutCaptions(std::vector<PictureUnits>& parts);
   void Change(Waiting& waiting);
   [[noreturn]] void Fail(const std::string& what, const std::string& advice = {}) const;
 
@@ -55,6 +60,7 @@ class UnitStreamEditor {
   HdrChanges hdr_;
   UnitAdder adder_;
   std::optional<CaptionEdit> captions_;
+  std::optional<PictureOrder> captionOrder_;  // where no survey has it
   std::optional<InterlaceEdit> interlace_;
   std::optional<TimecodeEdit> timecodes_;
   std::optional<OwnTimecodes> ownTimecodes_;

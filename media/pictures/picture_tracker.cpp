@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "pictures/slice_pictures.h"
 #include "units/access_unit.h"
 
 namespace qlnmedia {
@@ -15,8 +16,9 @@ constexpr int kHevcEndOfSequence = 36;
 
 bool IsHevcIrap(int type) { return type >= 16 && type <= 23; }
 
-// Whether two slices of H.264 are of different pictures (clause 7.4.1.2.4).
-bool Differ(const SliceHead& last, const SliceHead& head) {
+}  // namespace
+
+bool AreOfTwoPictures(const SliceHead& last, const SliceHead& head) {
   const bool idr = head.unitType == 5;
   return head.frameNum != last.frameNum || head.ppsId != last.ppsId || head.field != last.field ||
          head.bottom != last.bottom || (head.refIdc == 0) != (last.refIdc == 0) ||
@@ -24,8 +26,6 @@ bool Differ(const SliceHead& last, const SliceHead& head) {
          head.pocLsb != last.pocLsb || head.deltaPocBottom != last.deltaPocBottom ||
          head.deltaPoc != last.deltaPoc;
 }
-
-}  // namespace
 
 void PictureTracker::TakeSet(ByteSpan unit) {
   slices_.TakeSet(unit);
@@ -36,7 +36,7 @@ void PictureTracker::TakeSet(ByteSpan unit) {
 bool PictureTracker::BeginsPicture(const std::optional<SliceHead>& last, const std::optional<SliceHead>& head,
                                    ByteSpan slice) const {
   if (codec_ == Codec::kHevc) return IsBaseLayer(codec_, slice) && IsFirstSlice(codec_, slice);
-  if (last && head) return Differ(*last, *head);
+  if (last && head) return AreOfTwoPictures(*last, *head);
   // Without its sets a slice only tells where its macroblocks begin; data partitions do not even that.
   const int type = UnitType(codec_, slice);
   return !anyOrder_ && type != 3 && type != 4 && IsFirstSlice(codec_, slice);

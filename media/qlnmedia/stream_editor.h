@@ -79,11 +79,17 @@ struct StreamChanges {
   /// Access unit delimiters and recovery points where they are missing.
   bool delimiters = false;
   bool recoveryPoints = false;  ///< SEI recovery point messages
-  /// Captions of every picture; empty for none. Needs a survey. Where the stream has captions,
-  /// `replaceCaptions` must be set, or the editor refuses.
+  /// Captions of every picture; empty for none. Where the stream was surveyed and has captions,
+  /// `replaceCaptions` must be set, or the editor refuses. Without a survey, of H.264 and HEVC alone, the
+  /// editor finds the places of pictures itself, and what the stream has stays unless that is set.
   CaptionProvider captionProvider;
   /// Takes out the captions that the stream has; a survey is not needed for that alone.
   bool replaceCaptions = false;
+  /// How many pictures precede another in coding order and follow it in presentation order, at most, as the
+  /// stream says in its sequence parameter sets: where timecodes, or captions without a survey, wait for the
+  /// places of pictures, they then wait no longer than a decoder that shows them. A picture that comes later
+  /// than that fails. Nothing for kMostWaiting.
+  std::optional<uint32_t> reorder;
 
   /// True if anything but captions changes.
   bool beyondCaptions() const {
@@ -201,8 +207,9 @@ class QLNMEDIA_API StreamEditor {
   /// Takes the next access unit in coding order, or the next packet with both fields of a frame.
   void Push(AccessUnit unit);
   /// Gives the next access unit in coding order, as soon as nothing that follows can change it; nothing where
-  /// more must be pushed first, or all was given. With timecodes that takes up to kMostWaiting pictures,
-  /// since their places in presentation order must be known; else every unit comes back at once.
+  /// more must be pushed first, or all was given. With timecodes, and captions without a survey, that takes
+  /// up to kMostWaiting pictures, since their places in presentation order must be known, and less where
+  /// StreamChanges::reorder says how far the stream reorders; else every unit comes back at once.
   std::optional<EditedUnit> Pull();
   /// Tells that no more comes: Pull then gives all that is left. Push may not be called any more.
   void Finish();
