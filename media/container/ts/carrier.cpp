@@ -7,6 +7,8 @@
 #include <string>
 #include <utility>
 
+#include "container/live/arriving_source.h"
+
 namespace qlnmedia::ts {
 
 namespace {
@@ -71,27 +73,38 @@ bool Carrier::ReadRow() {
     }
     return ended;
   }
+  if (BreaksOff(row)) {
+    counts_.leftOut = row.size;
+    return true;
+  }
   if (watch_) watch_(row);
   Queue(row);
   return true;
+}
+
+// Whether the source of a stream that never was a file ends within a packet: what went out is whole ones.
+bool Carrier::BreaksOff(const Row& row) const {
+  const size_t front = rows_.form().front;
+  return atOnce_ && !row.isPacket && row.size > front && row.bytes[front] == kSync &&
+         AvailableOf(source_, rows_.at(), 1) == 0;
 }
 
 void Carrier::Queue(const Row& row) {
   const uint16_t tag = row.isPacket ? streamOf_[row.identifier()] : uint16_t{0};
   if (tag == 0) {
     queue_.push_back({row.bytes, row.size, row.isPacket});
-    if (queue_.size() % kRowsTogether == 0) Write();
+    if (atOnce_ || queue_.size() % kRowsTogether == 0) Write();
     EndQuiet();
     return;
   }
-  if (row.scrambled())
-    throw source_.Fault(rows_.at() - row.size, "a packet of the stream that is to change is scrambled");
   Stream& stream = streams_[tag - 1U];
-  if (row.startsUnit() && row.hasPayload()) {
-    if (Pes* const open = stream.open()) {
-      EndPes(*open);
-      Settle(stream);
-    }
+  if (row.scrambled()) {
+    if (!atOnce_)
+      throw source_.Fault(rows_.at() - row.size, "a packet of the stream that is to change is scrambled");
+    EndOpen(stream);
+    stream.started = false;
+  } else if (row.startsUnit() && row.hasPayload()) {
+    EndOpen(stream);
     stream.packets.emplace_back().bytes.reserve(stream.usual + stream.usual / 8);
     stream.started = true;
   }
@@ -113,11 +126,18 @@ void Carrier::Queue(const Row& row) {
   EndQuiet();
 }
 
+void Carrier::EndOpen(Stream& stream) {
+  Pes* const open = stream.open();
+  if (open == nullptr) return;
+  EndPes(*open);
+  Settle(stream);
+}
+
 // The packet that was queued last stands in front of the stream's first PES packet, or behind one that went
 // quiet.
 void Carrier::QueueBetween(Stream& stream, uint16_t tag) {
   Row row = RowAt(first_ + queue_.size() - 1);
-  if (stream.started && row.hasPayload())
+  if (stream.started && row.hasPayload() && !atOnce_)
     throw source_.Fault(rows_.at() - row.size,
                         "a PES packet of the stream that is to change goes on after a long gap");
   if (stream.packets.empty()) {
@@ -126,7 +146,7 @@ void Carrier::QueueBetween(Stream& stream, uint16_t tag) {
       row.SetCounter(row.counter() + stream.shift);
       if (parity) PutParity(row);
     }
-  } else {
+  } else if (!atOnce_ || !row.hasPayload()) {
     queue_.back().stream = tag;
     stream.packets.back().rows.push_back({first_ + queue_.size() - 1, 0});
   }

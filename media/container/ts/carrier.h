@@ -72,6 +72,9 @@ class Carrier {
   void Keep(uint16_t identifier, size_t packets);
   // What was not given stays.
   void Finish();
+  // From here on nothing waits in the carrier that nobody will change, and what cannot be edited passes by:
+  // scrambled packets, and what goes on behind a gap.
+  void SendAtOnce() { atOnce_ = true; }
   // How far the source was read.
   uint64_t at() const { return rows_.at(); }
 
@@ -79,6 +82,7 @@ class Carrier {
     uint64_t putIn = 0;     // packets that the stream had no room for
     uint64_t fromNull = 0;  // null packets that were taken
     uint64_t toNull = 0;    // packets that became null packets
+    uint64_t leftOut = 0;   // bytes of a packet that breaks off at the end, where nothing waits
   };
   const Counts& counts() const { return counts_; }
 
@@ -127,8 +131,10 @@ class Carrier {
   };
 
   bool ReadRow();
+  bool BreaksOff(const Row& row) const;
   void Queue(const Row& row);
   void QueueBetween(Stream& stream, uint16_t tag);
+  void EndOpen(Stream& stream);
   void EndQuiet();
   void EndPes(Pes& pes);
   Pes& NeedBytes(Stream& stream);
@@ -150,6 +156,7 @@ class Carrier {
   const mp4::Source& source_;
   mp4::Sink* sink_;
   Watch watch_;
+  bool atOnce_ = false;
   RowReader rows_;
   std::vector<Stream> streams_;
   std::vector<uint16_t> streamOf_;  // by identifier: place in streams_, plus 1

@@ -22,7 +22,7 @@ void Damage::Take(const Row& row) {
   const bool gap = stream.counter >= 0 && !jumps && expected != row.counter();
   const bool failed = (packet[1] & 0x80) != 0;
   stream.counter = row.counter();
-  if (stream.isPes && (gap || failed)) last_ = stream.identifier;
+  if (stream.isPes && (gap || failed)) last_ = found_ = stream.identifier;
   if (!row.hasPayload()) return;
   if (row.startsUnit()) Begin(stream, row.payload());
   stream.came += row.payload().size();
@@ -43,7 +43,7 @@ void Damage::Begin(Stream& stream, ByteSpan payload) {
 void Damage::End(Stream& stream) {
   if (!stream.isPes || stream.length == 0 || stream.came == stream.length) return;
   if (stream.packets == 1 && stream.came > stream.length) return;
-  last_ = stream.identifier;
+  last_ = found_ = stream.identifier;
 }
 
 std::optional<uint16_t> Damage::Finish() {

@@ -18,6 +18,12 @@ class Damage {
 
   // The next row of the file.
   void Take(const Row& row);
+  // The stream of which damage was found since this was asked last, or nothing.
+  std::optional<uint16_t> TakeFound() {
+    const std::optional<uint16_t> found = found_;
+    found_.reset();
+    return found;
+  }
   // Behind the last one. The stream that was found damaged last: a counter does not go on, a packet is
   // marked, or a PES packet is not as long as it says.
   std::optional<uint16_t> Finish();
@@ -36,7 +42,7 @@ class Damage {
 
   std::vector<Stream> streams_;
   std::vector<uint16_t> streamOf_;  // by identifier: place in streams_, plus 1
-  std::optional<uint16_t> last_;
+  std::optional<uint16_t> last_, found_;
 };
 
 }  // namespace qlnmedia::ts

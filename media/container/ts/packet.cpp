@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "container/live/arriving_source.h"
+
 namespace qlnmedia::ts {
 
 namespace {
@@ -54,9 +56,9 @@ constexpr std::array<uint8_t, kParityBytes> kGenerator = MakeGenerator();
 
 }  // namespace
 
-std::optional<PacketForm> FindPacketForm(const mp4::Source& source) {
-  Bytes bytes(static_cast<size_t>(std::min<uint64_t>(source.size(), kSearched)));
-  source.Read(0, bytes);
+namespace {
+
+std::optional<PacketForm> FormOf(ByteSpan bytes) {
   for (const size_t row : {size_t{188}, size_t{192}, size_t{204}}) {
     const uint64_t syncs = std::min<uint64_t>(kSyncsInRow, std::max<uint64_t>(bytes.size() / row, 1));
     for (size_t first = 0; first + (syncs - 1) * row + kPacketBytes <= bytes.size(); ++first) {
@@ -70,6 +72,18 @@ std::optional<PacketForm> FindPacketForm(const mp4::Source& source) {
     }
   }
   return {};
+}
+
+}  // namespace
+
+std::optional<PacketForm> FindPacketForm(const mp4::Source& source) {
+  for (uint64_t least = (kSyncsInRow + 1) * kLongestRow;; least *= 2) {
+    const uint64_t there = std::min(AvailableOf(source, 0, least), kSearched);
+    Bytes bytes(static_cast<size_t>(there));
+    source.Read(0, bytes);
+    const std::optional<PacketForm> form = FormOf(bytes);
+    if (form || there < least || there == kSearched) return form;
+  }
 }
 
 size_t Row::payloadAt() const {

@@ -28,12 +28,12 @@ bool IsRight(ByteSpan section, uint8_t table, size_t least) {
   return SectionCrc(section) == 0;
 }
 
-// Calls `take` with the identifier of each stream of a map.
+// Calls `take` with type and identifier of each stream of a map.
 template <class Take>
 void ForStreams(ByteSpan section, const Take& take) {
   size_t at = kMapHead + Twelve(section, 10);
   while (at + kStreamHead + kCrcBytes <= section.size()) {
-    take(Thirteen(section, at + 1));
+    take(section[at], Thirteen(section, at + 1));
     at += kStreamHead + Twelve(section, at + 3);
   }
 }
@@ -86,7 +86,14 @@ std::set<uint16_t> StreamsOf(ByteSpan section) {
   std::set<uint16_t> streams;
   if (!IsRight(section, kMapTable, kMapHead)) return streams;
   streams.insert(Thirteen(section, 8));  // PCR_PID
-  ForStreams(section, [&streams](uint16_t stream) { streams.insert(stream); });
+  ForStreams(section, [&streams](uint8_t, uint16_t stream) { streams.insert(stream); });
+  return streams;
+}
+
+std::vector<MapStream> TypedStreamsOf(ByteSpan section) {
+  std::vector<MapStream> streams;
+  if (!IsRight(section, kMapTable, kMapHead)) return streams;
+  ForStreams(section, [&streams](uint8_t type, uint16_t stream) { streams.push_back({type, stream}); });
   return streams;
 }
 

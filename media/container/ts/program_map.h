@@ -29,6 +29,14 @@ bool IsMapOf(ByteSpan section, uint16_t stream);
 // The streams that a program map names, and its clock.
 std::set<uint16_t> StreamsOf(ByteSpan section);
 
+// A stream of a program map, by its kind (stream_type of table 2-34).
+struct MapStream {
+  uint8_t type = 0;
+  uint16_t identifier = 0;
+};
+// Those of a program map that is whole and right, in its order.
+std::vector<MapStream> TypedStreamsOf(ByteSpan section);
+
 // The map with another stream behind its others, its version one up; `descriptors` are the stream's. Nothing
 // where that makes it too long for a section.
 std::optional<Bytes> WithStream(ByteSpan section, uint8_t streamType, uint16_t stream, ByteSpan descriptors);

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "container/live/arriving_source.h"
+
 namespace qlnmedia::ts {
 
 namespace {
@@ -19,15 +21,26 @@ RowReader::RowReader(const mp4::Source& source, bool keep) : source_(source), ke
   form_ = *form;
 }
 
-void RowReader::ReadBlock() {
+void RowReader::ReadBlock(uint64_t there) {
   if (!keep_ && !blocks_.empty()) {
     spare_ = std::move(blocks_.back().bytes);
     blocks_.clear();
   }
   Block block{at_, std::exchange(spare_, {})};
-  block.bytes.resize(static_cast<size_t>(std::min<uint64_t>(kBlockBytes, source_.size() - at_)));
+  block.bytes.resize(static_cast<size_t>(std::min<uint64_t>(kBlockBytes, there)));
   source_.Read(at_, block.bytes);
   blocks_.push_back(std::move(block));
+}
+
+size_t RowReader::Fetch(size_t least) {
+  const auto left = [this] {
+    return blocks_.empty() ? 0 : static_cast<size_t>(blocks_.back().at + blocks_.back().bytes.size() - at_);
+  };
+  const size_t had = left();
+  if (had >= least) return had;
+  const uint64_t there = AvailableOf(source_, at_, least);
+  if (there > had) ReadBlock(there);
+  return left();
 }
 
 void RowReader::Forget(uint64_t place) {
@@ -39,20 +52,21 @@ void RowReader::Forget(uint64_t place) {
 }
 
 bool RowReader::Next(Row& row) {
-  if (at_ >= source_.size()) return false;
-  if (blocks_.empty() || at_ + 2 * kLongestRow > blocks_.back().at + blocks_.back().bytes.size()) {
-    const bool toEnd = !blocks_.empty() && blocks_.back().at + blocks_.back().bytes.size() == source_.size();
-    if (!toEnd) ReadBlock();
-  }
+  size_t left = Fetch(form_.row);
+  if (left == 0) return false;
+  const bool packet =
+      at_ >= form_.begin && left >= form_.row &&
+      blocks_.back().bytes[static_cast<size_t>(at_ - blocks_.back().at) + form_.front] == kSync;
+  // What is none takes a look at what follows.
+  if (!packet) left = Fetch(2 * kLongestRow);
   Bytes& bytes = blocks_.back().bytes;
   const size_t from = static_cast<size_t>(at_ - blocks_.back().at);
-  const size_t left = bytes.size() - from;
   const auto isSync = [&](size_t offset) {
     const size_t place = offset + form_.front;
     return place < left && bytes[from + place] == kSync;
   };
   row = {bytes.data() + from, 0, 0, false};
-  if (at_ >= form_.begin && left >= form_.row && isSync(0)) {
+  if (packet) {
     row.size = static_cast<uint8_t>(form_.row);
     row.front = static_cast<uint8_t>(form_.front);
     row.isPacket = true;

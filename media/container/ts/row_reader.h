@@ -30,7 +30,9 @@ class RowReader {
     uint64_t at = 0;
     Bytes bytes;
   };
-  void ReadBlock();
+  // The bytes that are there from the next row on, at least so many unless the source ends; 0 at its end.
+  size_t Fetch(size_t least);
+  void ReadBlock(uint64_t there);
 
   const mp4::Source& source_;
   bool keep_;
