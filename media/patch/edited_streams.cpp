@@ -134,27 +134,17 @@ void EditedStreams::MakeEditor(unsigned index, EditedStream& edited, CaptionProv
   edited.editor = std::make_unique<StreamEditor>(edited.stream, changes, edited.survey.get(), where);
 }
 
-std::string EditedStreams::LineOf(unsigned index, const EditedStream& edited) const {
-  EditCounts counts = edited.editor->counts();
-  for (const auto& other : edited.others) {
-    counts.privateSequenceSets += other->counts().privateSequenceSets;
-    counts.videoSets += other->counts().videoSets;
-  }
-  counts.sequenceSets -= edited.borrowedSequenceSets;
-  counts.videoSets -= edited.borrowedVideoSets;
+std::string TextOfCounts(const EditCounts& counts, const std::string& record,
+                         const std::vector<std::string>& container) {
   std::string text;
   const auto add = [&text](const std::string& piece) { text += (text.empty() ? "" : ", ") + piece; };
   const auto count = [&add](int64_t number, const char* what) {
     if (number != 0) add(fmt::format("{} {}", number, what));
   };
   count(counts.sequenceSets, "sequence parameter sets in the stream changed");
-  const char* const boxName = edited.stream.codec == VideoCodec::kH264 ? "avcC" : "hvcC";
   if (counts.privateSequenceSets != 0)
-    add(fmt::format("{} sequence parameter sets in the {} changed", counts.privateSequenceSets,
-                    ConfigOf(edited.stream).box ? boxName : "private data"));
-  if ((options_.colour || options_.fullRange) && in_.describesPictures()) add("container colour set");
-  if (options_.cropping && in_.describesPictures() && counts.sequenceSets + counts.privateSequenceSets != 0)
-    add("container size set");
+    add(fmt::format("{} sequence parameter sets in the {} changed", counts.privateSequenceSets, record));
+  for (const std::string& piece : container) add(piece);
   count(counts.unitsRemoved, "units taken out");
   count(counts.messagesRemoved, "messages taken out");
   count(counts.hdrMessagesRemoved, "SEI messages taken out");
@@ -167,7 +157,25 @@ std::string EditedStreams::LineOf(unsigned index, const EditedStream& edited) co
   count(counts.intraWithoutRecovery,
         "intra pictures left alone, since nothing says that decoding can start there");
   count(counts.timecodes, "pictures got their timecode");
-  return fmt::format("stream {}: {}", index, text.empty() ? "nothing to change" : text);
+  return text.empty() ? "nothing to change" : text;
+}
+
+std::string EditedStreams::LineOf(unsigned index, const EditedStream& edited) const {
+  EditCounts counts = edited.editor->counts();
+  for (const auto& other : edited.others) {
+    counts.privateSequenceSets += other->counts().privateSequenceSets;
+    counts.videoSets += other->counts().videoSets;
+  }
+  counts.sequenceSets -= edited.borrowedSequenceSets;
+  counts.videoSets -= edited.borrowedVideoSets;
+  std::vector<std::string> container;
+  if ((options_.colour || options_.fullRange) && in_.describesPictures())
+    container.emplace_back("container colour set");
+  if (options_.cropping && in_.describesPictures() && counts.sequenceSets + counts.privateSequenceSets != 0)
+    container.emplace_back("container size set");
+  const char* const boxName = edited.stream.codec == VideoCodec::kH264 ? "avcC" : "hvcC";
+  const std::string record = ConfigOf(edited.stream).box ? boxName : "private data";
+  return fmt::format("stream {}: {}", index, TextOfCounts(counts, record, container));
 }
 
 std::vector<std::string> EditedStreams::Summary() const {

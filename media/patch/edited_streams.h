@@ -26,6 +26,11 @@ struct EditedStream {
   int64_t borrowedVideoSets = 0;
 };
 
+// What an editor did, in words: "2 sequence parameter sets in the stream changed, ...". `record` is what the
+// private data is called, `container` what was changed beside the stream.
+std::string TextOfCounts(const EditCounts& counts, const std::string& record,
+                         const std::vector<std::string>& container);
+
 class EditedStreams {
  public:
   // Reads the file once where changes ask for it. Throws Error for streams that cannot be edited, saying why.

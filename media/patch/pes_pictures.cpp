@@ -19,7 +19,8 @@ bool BeginsHere(Codec codec, ByteSpan unit) {
   return BeginsAccessUnit(codec, type) || (IsSlice(codec, type) && BeginsPicture(codec, unit));
 }
 
-// Whether the bytes begin with the start code of a unit that may begin a picture.
+}  // namespace
+
 bool BeginsWithPicture(Codec codec, ByteSpan bytes) {
   const auto one = std::find_if(bytes.begin(), bytes.end(), [](uint8_t byte) { return byte != 0; });
   const auto zeros = one - bytes.begin();
@@ -30,14 +31,8 @@ bool BeginsWithPicture(Codec codec, ByteSpan bytes) {
   return BeginsHere(codec, unit.first(std::min(unit.size(), kFirstBytes)));
 }
 
-struct Counted {
-  int pictures = 0;
-  bool key = false;
-};
-
-// Pictures of a run that begins with one, and whether decoding can start at the first.
-Counted CountPictures(Codec codec, ByteSpan bytes) {
-  Counted counted;
+CountedPictures CountPictures(Codec codec, ByteSpan bytes) {
+  CountedPictures counted;
   bool open = false;  // a slice of the last picture came
   VisitUnits(bytes, Framing{}, [&](ByteSpan unit) {
     const int type = UnitType(codec, unit);
@@ -59,10 +54,16 @@ Counted CountPictures(Codec codec, ByteSpan bytes) {
   return counted;
 }
 
-// stream_id of pictures (ISO/IEC 13818-1 table 2-22), the extended one included.
+int MostPictures(Codec codec) { return codec == Codec::kH264 ? 2 : 1; }
+
 bool IsVideoId(uint8_t streamId) { return (streamId & 0xF0) == 0xE0 || streamId == 0xFD; }
 
-}  // namespace
+int64_t CountOn(std::optional<int64_t>& last, uint64_t time) {
+  constexpr int64_t kWrap = int64_t{1} << 33;
+  if (!last) last = static_cast<int64_t>(time);
+  const int64_t step = (static_cast<int64_t>(time) - *last) & (kWrap - 1);
+  return *last + (step < kWrap / 2 ? step : step - kWrap);
+}
 
 bool PesPictures::Knows(const PatchInput& in, const EditedStreams& streams) {
   std::set<int> identifiers;
@@ -111,27 +112,17 @@ bool PesPictures::Take(ts::PesView& pes) {
   if (!pes.pts) return false;
   stream.picture = std::move(pes.stream);
   stream.packets = 1;
-  stream.dts = CountOn(stream, pes.dts ? *pes.dts : *pes.pts);
-  stream.pts = CountOn(stream, *pes.pts);
+  stream.dts = CountOn(stream.last, pes.dts ? *pes.dts : *pes.pts);
+  stream.pts = CountOn(stream.last, *pes.pts);
   stream.last = stream.dts;
   return true;
-}
-
-// Time stamps have 33 bits, and go on behind their wrap.
-int64_t PesPictures::CountOn(Stream& stream, uint64_t time) {
-  constexpr int64_t kWrap = int64_t{1} << 33;
-  if (!stream.last) stream.last = static_cast<int64_t>(time);
-  const int64_t step = (static_cast<int64_t>(time) - *stream.last) & (kWrap - 1);
-  return *stream.last + (step < kWrap / 2 ? step : step - kWrap);
 }
 
 bool PesPictures::Push(Stream& stream, uint16_t identifier) {
   Waiting waiting{std::exchange(stream.picture, {}), {}, stream.packets};
   waiting.cut = CutPicture(stream.codec, waiting.picture);
-  const Counted counted = CountPictures(stream.codec, waiting.cut.given());
-  // Two fields may share a packet of H.264.
-  const int most = stream.codec == Codec::kH264 ? 2 : 1;
-  if (counted.pictures < 1 || counted.pictures > most) return false;
+  const CountedPictures counted = CountPictures(stream.codec, waiting.cut.given());
+  if (counted.pictures < 1 || counted.pictures > MostPictures(stream.codec)) return false;
   stream.edited->editor->Push({waiting.cut.given(), stream.pts, stream.dts, counted.key});
   stream.waiting.push_back(std::move(waiting));
   Send(stream, identifier);

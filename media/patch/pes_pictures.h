@@ -16,6 +16,22 @@
 
 namespace qlnmedia {
 
+// Whether bytes of an elementary stream begin with the start code of a unit that may begin a picture.
+bool BeginsWithPicture(Codec codec, ByteSpan bytes);
+// Pictures of a run that begins with one, and whether decoding can start at the first.
+struct CountedPictures {
+  int pictures = 0;
+  bool key = false;
+};
+CountedPictures CountPictures(Codec codec, ByteSpan bytes);
+// How many pictures may share a PES packet: two fields may.
+int MostPictures(Codec codec);
+// stream_id of pictures (ISO/IEC 13818-1 table 2-22), the extended one included.
+bool IsVideoId(uint8_t streamId);
+// Time stamps have 33 bits, and go on behind their wrap: `time` near the last one, as far as that was counted
+// on.
+int64_t CountOn(std::optional<int64_t>& last, uint64_t time);
+
 class PesPictures {
  public:
   // Whether the streams are of codecs whose pictures this finds, each in packets of its own identifier.
@@ -48,7 +64,6 @@ class PesPictures {
   bool Take(ts::PesView& pes);
   bool Push(Stream& stream, uint16_t identifier);
   void Send(Stream& stream, uint16_t identifier);
-  static int64_t CountOn(Stream& stream, uint64_t time);
 
   const PatchInput& in_;
   ts::Carrier& carrier_;

@@ -5,6 +5,7 @@
 #ifndef QLNMEDIA_PATCH_H
 #define QLNMEDIA_PATCH_H
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -81,6 +82,24 @@ struct PatchResult {
 /// @throws Error      where it cannot be done, saying why; `out` then does not exist, or is what it was
 /// @throws Cancelled  where `progress` calls it off; the same holds
 QLNMEDIA_API PatchResult PatchFile(const PatchOptions& options);
+
+/// The ends of a patch of a stream that is read as it comes and never is a whole file.
+struct LiveEnds {
+  int input = -1;   ///< descriptor that is read, once and from front to back; stays the caller's
+  int output = -1;  ///< descriptor that is written; -1 for the file PatchOptions::out
+  /// Hears at once, in one line, of damage and of what waits; must not be empty.
+  std::function<void(const std::string& line)> report;
+};
+
+/// Patches a raw H.264 or HEVC stream, a transport stream or Matroska picture by picture: each goes out as
+/// soon as the next one begins, or, with timecodes and captions, as soon as its place in presentation order
+/// is known. What nothing asks for goes out as it came, and so does what is damaged, which `report` hears of.
+/// Memory does not grow with the stream. `options.in` is what failures call the input, `options.out` the
+/// output. Where the reader of the output goes away the work ends without a failure.
+/// @throws Error      before the first byte is written where the options need a whole file, or the stream
+///                    cannot be patched in that way; later where the ends fail
+/// @throws Cancelled  where `progress` calls it off
+QLNMEDIA_API PatchResult PatchLive(const PatchOptions& options, const LiveEnds& ends);
 
 /// What RecoverFile found.
 enum class Recovery {

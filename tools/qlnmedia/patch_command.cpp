@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "commands.h"
 #include "inputs.h"
 #include "interruption.h"
+#include "live_patch.h"
 #include "output.h"
 #include "progress_bar.h"
 #include "qlnmedia/patch.h"
@@ -68,9 +70,9 @@ SandboxPlaces PlacesOf(const PatchOptions& patch) {
     }
   }
   if (patch.inPlace) places.write = {patch.in, FolderOfPath(patch.in)};
-  if (!patch.inPlace && !patch.dryRun) places.write.push_back(FolderOfPath(patch.out));
+  if (!patch.inPlace && !patch.dryRun && !IsPipe(patch.out)) places.write.push_back(FolderOfPath(patch.out));
   // New samples of many megabytes wait in a file without a name.
-  if (patch.dryRun || patch.segments) places.write.push_back("/tmp");
+  if (patch.dryRun || patch.segments || IsPipe(patch.out)) places.write.push_back("/tmp");
   return places;
 }
 
@@ -95,10 +97,13 @@ void Run(PatchArguments& options) {
   std::error_code unknown;
   const bool onItself = std::filesystem::equivalent(patch.in, patch.out, unknown);  // which PatchFile refuses
   if (!patch.dryRun && !patch.inPlace && !onItself) RequireMayReplace(patch.out, options.force);
+  std::optional<LiveDescriptors> live;
+  if (IsPipe(patch.in) || IsPipe(patch.out)) live.emplace(patch);
   ConfineCommand(PlacesOf(patch));
   patch.progress = ProgressBar();
   Interruption interruption;
   patch.unfinished = interruption.callback();
+  if (live) return RunLivePatch(patch, *live);
   const PatchResult result = PatchFile(patch);
   for (const std::string& line : result.lines) Print((patch.dryRun ? "would: " : "") + line + "\n");
 }
@@ -212,12 +217,15 @@ void AddPatchCommand(CLI::App& app) {
   CLI::App* const command =
       app.add_subcommand("patch", "Correct what a file says, without touching a coded picture");
   auto options = std::make_shared<PatchArguments>();
-  command->add_option("IN", options->patch.in, "H.264 or HEVC in MP4, MOV, MKV, TS, MXF, or raw; required")
+  command
+      ->add_option("IN", options->patch.in,
+                   "H.264 or HEVC in MP4, MOV, MKV, TS, MXF, or raw; - for a stream on standard input; "
+                   "required")
       ->check(OffersFiles(MediaEndings));
   auto* const out =
       command->add_option("OUT", options->patch.out,
-                          "The output, of the same kind of container; not with --in-place, and not "
-                          "needed with --dry-run");
+                          "The output, of the same kind of container, - for standard output; not with "
+                          "--in-place, and not needed with --dry-run");
   out->check(OffersFiles(MediaEndings));
   command
       ->add_option("--colour,--color", options->colour,
