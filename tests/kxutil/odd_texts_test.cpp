@@ -36,7 +36,8 @@ TEST(OddTexts, FormatsBesideThePlainOnesAreTheCLibrarys) {
     ErrOut(format.c_str(), 42);
     EXPECT_EQ(Told(capture), expected);
   }
-  const char* const none = nullptr;
+  // The compiler would see it and warn.
+  const char* volatile none = nullptr;
   capture.clear();
   ErrOut("%s.", none);
   EXPECT_EQ(Told(capture), "(null).");
