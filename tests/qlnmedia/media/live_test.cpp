@@ -93,7 +93,8 @@ TEST(Live, OneByteAtATimeGivesTheSame) {
                                            kLimit);
     EXPECT_EQ(result.exitCode, 0) << result.output;
     EXPECT_TRUE(BytesIn(whole) == BytesIn(slow));
-    EXPECT_GT(std::filesystem::file_size(slow), 19000u);
+    // A last packet or element that is cut off is left out.
+    EXPECT_GT(std::filesystem::file_size(slow), 15000u);
   }
 }
 
