@@ -145,7 +145,8 @@ def told(run, out, err, allowed=(0, 3)):
     """What is wrong with how a command ended; "" where it told a result, or what was wrong in one line."""
     if run.returncode in allowed:
         return ""
-    if run.returncode == 1 and len(re.findall(r"(?m)^qlnmedia: ", err)) == 1:
+    # 4: what was asked for is not there, as captions.
+    if run.returncode in (1, 4) and len(re.findall(r"(?m)^qlnmedia: ", err)) == 1:
         return ""
     return f"ends with {run.returncode}: {err.strip()[-300:]}"
 
