@@ -36,16 +36,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::unique_ptr<MediaCmd> command(new MediaCmd);
   const uint32_t type = size != 0 ? data[0] : 0;
   std::string messages, others;
-  kxSetDiagnosticSink(Keep, &messages);
+  // This thread's alone: targets run beside each other in one of the tests.
+  kxSetThreadDiagnosticSink(Keep, &messages, nullptr, nullptr);
   std::memset(command.get(), 0x5A, sizeof *command);
   const uint32_t result = MediaCmdFromXMLString(command.get(), &type, text.get());
-  kxSetDiagnosticSink(Keep, &others);
+  kxSetThreadDiagnosticSink(Keep, &others, nullptr, nullptr);
   const std::unique_ptr<MediaCmd> other(new MediaCmd);
   std::memset(other.get(), 0x5A, sizeof *other);
   if (ReadByParser(*other, type, text.get()) != result || messages != others ||
       std::memcmp(command.get(), other.get(), sizeof *command) != 0)
     std::abort();
-  kxSetDiagnosticSink(Drop, nullptr);
+  kxSetThreadDiagnosticSink(nullptr, nullptr, nullptr, nullptr);
   if (result != 0 && result < 0xFFFFFFFDu) std::abort();
   if (result != 0) return 0;
 
