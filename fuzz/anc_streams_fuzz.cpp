@@ -1,38 +1,22 @@
 // Whole files with ancillary data, as transport streams with a stream of SMPTE ST 2038 and MXF with a track
 // of SMPTE ST 436: whatever their tables and packets say, captions have times that rise, and damage is named.
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <string>
 
 #include "base/error.h"
 #include "base/library_messages.h"
 #include "container/anc_captions.h"
 #include "fuzz_input.h"
+#include "nameless_file.h"
 
 namespace {
 
 using namespace qlnmedia;
+using qln::fuzz::NamelessFile;
 
 void Expect(bool holds) {
   if (!holds) __builtin_trap();
 }
-
-// A file of these bytes that is in no folder.
-class NamelessFile {
- public:
-  NamelessFile(const uint8_t* data, size_t size) : number_(memfd_create("input", MFD_CLOEXEC)) {
-    Expect(number_ >= 0 && write(number_, data, size) == static_cast<ssize_t>(size));
-  }
-  ~NamelessFile() { close(number_); }
-  NamelessFile(const NamelessFile&) = delete;
-  NamelessFile& operator=(const NamelessFile&) = delete;
-  std::string path() const { return "/proc/self/fd/" + std::to_string(number_); }
-
- private:
-  int number_;
-};
 
 void TakeStream(const std::string& path, unsigned stream) {
   AncContents contents = ReadAncContents(path, stream);

@@ -1,12 +1,10 @@
-// Streams that come through a pipe, raw, transport or Matroska: whatever they say, what goes out holds the
-// coded slices that came, and nothing goes out where the stream is refused at its start.
-
-#include <sys/mman.h>
-#include <unistd.h>
+// Streams that come through a pipe, raw, transport or Matroska: whatever they say, they are refused by a
+// text, or go out, raw ones with the coded slices that came.
 
 #include <string>
 
 #include "fuzz_input.h"
+#include "nameless_file.h"
 #include "qlnmedia/patch.h"
 #include "units/unit_types.h"
 #include "units/units.h"
@@ -14,31 +12,11 @@
 namespace {
 
 using namespace qlnmedia;
+using qln::fuzz::NamelessFile;
 
 void Expect(bool holds) {
   if (!holds) __builtin_trap();
 }
-
-// A descriptor of bytes that are in no folder, read or written from their begin.
-class NamelessFile {
- public:
-  NamelessFile(const uint8_t* data, size_t size) : number_(memfd_create("stream", MFD_CLOEXEC)) {
-    Expect(number_ >= 0 && write(number_, data, size) == static_cast<ssize_t>(size) &&
-           lseek(number_, 0, SEEK_SET) == 0);
-  }
-  ~NamelessFile() { close(number_); }
-  NamelessFile(const NamelessFile&) = delete;
-  NamelessFile& operator=(const NamelessFile&) = delete;
-  int number() const { return number_; }
-  Bytes Contents() const {
-    Bytes bytes(static_cast<size_t>(lseek(number_, 0, SEEK_END)));
-    Expect(pread(number_, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size()));
-    return bytes;
-  }
-
- private:
-  int number_;
-};
 
 PatchOptions OptionsOf(uint32_t steer) {
   PatchOptions options;
