@@ -245,17 +245,18 @@ class LiveMatroska {
     Send();
   }
 
-  // What is no element passes on, up to the next cluster.
+  // What is no element passes on, up to the next cluster behind it.
   std::optional<uint64_t> SkipTo(uint64_t at, const Error& error) {
     work_.report(fmt::format("{}: at byte {}: {}: passed on as it came up to the next cluster",
                              work_.options.in, at, error.problem()));
     Settle();
     static constexpr uint8_t kCluster[] = {0x1F, 0x43, 0xB6, 0x75};
+    const uint64_t begin = at;
     for (Bytes four(sizeof kCluster);; ++at) {
       const uint64_t there = work_.source.Available(at, sizeof kCluster);
       if (there < sizeof kCluster) return PassRest(at);
       work_.source.Read(at, four);
-      if (std::equal(four.begin(), four.end(), kCluster)) return at;
+      if (at != begin && std::equal(four.begin(), four.end(), kCluster)) return at;
       work_.source.LetGo(at);
       Put({four.front()});
     }
