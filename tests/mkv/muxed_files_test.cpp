@@ -1,8 +1,10 @@
 // Files as others write them, patched in this process: the tests' own reader finds the input but for what was
 // asked, and nothing asked gives the input back.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <functional>
 #include <set>
@@ -10,6 +12,7 @@
 #include "mkv/list_elements.h"
 #include "qlnmedia/error.h"
 #include "qlnmedia/patch.h"
+#include "qlnmedia/progress.h"
 #include "support/media.h"
 
 namespace qln::test::mkv {
@@ -238,6 +241,27 @@ TEST(MkvFiles, FactsOfPictures) {
   for (const char* line :
        {"sample_aspect_ratio=16:11", "color_primaries=bt2020", "color_transfer=smpte2084", "height=112"})
     EXPECT_THAT(shown, HasSubstr(line));
+}
+
+// Who calls a live stream off hears so, and of no failure.
+TEST(MkvFiles, ALiveStreamThatIsCalledOff) {
+  const std::string raw =
+      MediaFile("mkv_clip.h264", "ffmpeg -v error -y -i '" + Clip() + "' -map 0:v -c copy -f h264 {out}");
+  const std::string transport =
+      MediaFile("mkv_clip.ts", "ffmpeg -v error -y -i '" + Clip() + "' -map 0 -c copy {out}");
+  for (const std::string& in : {Clip(), raw, transport}) {
+    SCOPED_TRACE(in);
+    PatchOptions options;
+    options.in = in;
+    options.delimiters = true;
+    options.progress = [](const qlnmedia::ProgressStep&) { return false; };
+    const int input = open(in.c_str(), O_RDONLY | O_CLOEXEC);
+    const int output = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    EXPECT_THROW(qlnmedia::PatchLive(options, {input, output, [](const std::string&) {}}),
+                 qlnmedia::Cancelled);
+    close(input);
+    close(output);
+  }
 }
 
 }  // namespace

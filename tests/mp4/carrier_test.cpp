@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "mp4/carry_random.h"
+#include "qlnmedia/progress.h"
 
 namespace qln::test::mp4 {
 namespace {

@@ -10,6 +10,7 @@
 
 #include "mp4/carry.h"
 #include "mp4/list_file.h"
+#include "qlnmedia/progress.h"
 #include "support/media.h"
 #include "support/test_support.h"
 

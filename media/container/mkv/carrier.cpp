@@ -9,7 +9,7 @@
 
 #include "container/mkv/shape.h"
 #include "container/mkv/track_edit.h"
-#include "container/mp4/carrier.h"
+#include "qlnmedia/progress.h"
 
 namespace qlnmedia::mkv {
 
@@ -24,7 +24,7 @@ Carrier::Carrier(const Source& source, const std::string& scratchFolder)
     : source_(source), layout_(mkv::ReadLayout(source)), spool_(scratchFolder), contents_(spool_) {}
 
 void Carrier::Report(double part) const {
-  if (change_->progress && !change_->progress(part)) throw mp4::Cancelled(source_.name());
+  if (change_->progress && !change_->progress(part)) throw Cancelled();
 }
 
 FrameCounts Carrier::Prepare(const mp4::Change& change) {

@@ -8,6 +8,7 @@
 #include "container/mp4/index_edit.h"
 #include "container/mp4/picture_size.h"
 #include "container/mp4/track_edit.h"
+#include "qlnmedia/progress.h"
 
 namespace qlnmedia::mp4 {
 
@@ -48,7 +49,7 @@ const Source& Carrier::described() const {
 }
 
 void Carrier::Report(double part) const {
-  if (change_->progress && !change_->progress(part)) throw Cancelled(source_.name());
+  if (change_->progress && !change_->progress(part)) throw Cancelled();
 }
 
 Carrier::Counts Carrier::Prepare(const Change& change, bool keepPlaces) {

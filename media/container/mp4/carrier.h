@@ -23,12 +23,6 @@
 
 namespace qlnmedia::mp4 {
 
-// Thrown where the progress callback said false.
-class Cancelled : public Error {
- public:
-  explicit Cancelled(const std::string& where) : Error(where, "cancelled") {}
-};
-
 struct CarrierOptions {
   // Of the initialization segment that a media segment belongs to; null for a file with a `moov`. Kept by the
   // caller as long as the carrier.

@@ -16,6 +16,7 @@
 #include "container/mkv/live_head.h"
 #include "patch/container_facts.h"
 #include "patch/sample_units.h"
+#include "qlnmedia/progress.h"
 
 namespace qlnmedia {
 
@@ -59,7 +60,7 @@ class LiveMatroska {
     uint64_t at = head_.size();
     try {
       while (const std::optional<uint64_t> next = TakeNext(at)) at = *next;
-    } catch (const mp4::Cancelled&) {
+    } catch (const Cancelled&) {
       throw;
     } catch (const Error& error) {
       // What has gone out ends with a whole element.
