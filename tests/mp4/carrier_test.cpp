@@ -395,7 +395,7 @@ TEST(Carrier, ProgressCountsUpAndCancels) {
   for (const size_t stop : {size_t{1}, parts.size() / 2, parts.size()}) {
     size_t calls = 0;
     change.progress = [&](double) { return ++calls != stop; };
-    EXPECT_THROW(CarryBytes(file, change), Cancelled);
+    EXPECT_THROW(CarryBytes(file, change), qlnmedia::Cancelled);
   }
 }
 

@@ -131,7 +131,7 @@ TEST(OutputFile, NothingIsLeftBehindWhereItIsCancelled) {
   change.tracks.push_back({.trackId = 1, .samples = &editor});
   change.progress = [](double part) { return part < 0.8; };
   carrier.Prepare(change);
-  EXPECT_THROW(CarryToFile(carrier, folder + "/out.mp4"), Cancelled);
+  EXPECT_THROW(CarryToFile(carrier, folder + "/out.mp4"), qlnmedia::Cancelled);
   EXPECT_EQ(FilesIn(folder), 1u);
   change.progress = nullptr;
   // The input may be replaced by its own output.
