@@ -16,4 +16,5 @@ if ! cmake --preset "$preset" >build/configure.log 2>&1; then
   exit 1
 fi
 cmake --build "build/$preset" --parallel "$(nproc)"
-ctest --test-dir "build/$preset" --output-on-failure --parallel "$(nproc)" "$@"
+# One more than there are processors: many tests wait for a disk, a lock, or a process of theirs.
+ctest --test-dir "build/$preset" --output-on-failure --parallel "$(($(nproc) + 1))" "$@"
