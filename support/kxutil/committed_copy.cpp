@@ -81,7 +81,8 @@ bool ReadFiles(const std::string& path, Files& files, std::string& problem) {
 class PrivateFolder {
  public:
   PrivateFolder() {
-    const char* const configured = std::getenv("TMPDIR");
+    const char* const configured =
+        std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe): nothing of ours sets it
     for (const char* const place : {configured, "/tmp", "/dev/shm"}) {
       if (place == nullptr || *place != '/') continue;
       path_.reserve(std::strlen(place) + sizeof kName + sizeof "/copy-journal");

@@ -150,7 +150,7 @@ std::string Today() {
   std::tm parts = {};
   gmtime_r(&now, &parts);
   char text[32];
-  std::strftime(text, sizeof text, "%Y%m%d-%H%M%S", &parts);
+  (void)std::strftime(text, sizeof text, "%Y%m%d-%H%M%S", &parts);
   return text;
 }
 

@@ -26,7 +26,7 @@ constexpr char kBeWritten[] = "be written";
 constexpr size_t kMostToldNames = 1000;
 
 std::string HomeFolder() {
-  const char* const home = std::getenv("HOME");
+  const char* const home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe): nothing of ours sets it
   if (home != nullptr && *home == '/') return home;
   passwd entry;
   passwd* found = nullptr;
@@ -38,6 +38,7 @@ std::string HomeFolder() {
 // $XDG_CONFIG_HOME/tarnwick/settings.db, else ~/.config/tarnwick/settings.db (XDG Base Directory: a folder
 // that is not absolute does not count). Empty if the user has no home.
 std::string UsersOwnPath() {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing of ours sets it
   const char* const configured = std::getenv("XDG_CONFIG_HOME");
   std::string folder = configured != nullptr && *configured == '/' ? configured : "";
   if (folder.empty()) {

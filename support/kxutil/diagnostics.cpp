@@ -16,7 +16,7 @@ void WriteToStandardError(uint32_t severity, const char* text, void*) {
   if (severity == KX_SEVERITY_DEBUG) return;
   const size_t length = std::strlen(text);
   const bool ended = length != 0 && text[length - 1] == '\n';
-  std::fprintf(stderr, ended ? "%s" : "%s\n", text);
+  (void)std::fprintf(stderr, ended ? "%s" : "%s\n", text);
 }
 
 std::mutex sinkMutex;
@@ -53,7 +53,7 @@ void EmitFormatted(uint32_t severity, const char* format, va_list arguments) {
   } else {
     const size_t size = static_cast<size_t>(needed) + 1;
     char* longText = static_cast<char*>(std::malloc(size));
-    if (longText != nullptr) std::vsnprintf(longText, size, format, again);
+    if (longText != nullptr) (void)std::vsnprintf(longText, size, format, again);
     Emit(severity, longText != nullptr ? longText : shortText);
     std::free(longText);
   }

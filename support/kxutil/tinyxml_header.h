@@ -9,7 +9,8 @@
 #include <string>
 
 #if defined(__GLIBCXX__) && !defined(_GLIBCXX_IOSTREAM)
-#define _GLIBCXX_IOSTREAM 1  // NOLINT(bugprone-reserved-identifier): counts as included
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+#define _GLIBCXX_IOSTREAM 1  // counts as included
 #include <tinyxml.h>
 #undef _GLIBCXX_IOSTREAM
 #else

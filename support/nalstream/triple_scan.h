@@ -14,7 +14,7 @@
 #if defined(__x86_64__)
 #include <immintrin.h>
 #if defined(__clang__) && defined(__STRICT_ANSI__)
-// NOLINTNEXTLINE(bugprone-reserved-identifier)
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 #define _Bool bool  // the C library's header uses it, and only g++ knows it in C++
 #include <sys/platform/x86.h>
 #undef _Bool

@@ -176,11 +176,11 @@ QLN_API uint32_t gsToString(uint32_t value, char* word);
 /// record ends the line in front of both, and "WARNING(vuMCmd): %s\n" with "Exception: outputing mediacmd to
 /// string" goes through ErrFmtOut.
 /// @param command the record, valid for `StructSize` bytes.
-QLN_API void __dbgout_mediacmd(const MediaCmd* command);
+QLN_API void __dbgout_mediacmd(const MediaCmd* command);  // NOLINT(cert-dcl37-c,cert-dcl51-cpp)
 
 /// Sends a timecode's text to OutputDebugStringA.
 /// @param timecode in frames. @param tcType timecode type; 0 prints as non-drop-frame.
-QLN_API void __dbgout_tc(uint32_t timecode, uint8_t tcType);
+QLN_API void __dbgout_tc(uint32_t timecode, uint8_t tcType);  // NOLINT(cert-dcl37-c,cert-dcl51-cpp)
 
 /* ---- XML ---------------------------------------------------------------------------------------------- */
 

@@ -73,6 +73,6 @@ uint32_t qlnInfoGetDescription(uint32_t tag, char* text) {
     std::memcpy(text, name, std::strlen(name) + 1);
     return 0;
   }
-  std::sprintf(text, "Unk(%d) ", static_cast<int32_t>(tag));
+  (void)std::sprintf(text, "Unk(%d) ", static_cast<int32_t>(tag));
   return 0xFFFFFFFFu;
 }

@@ -57,6 +57,7 @@ void RemoveUnlessLocked(int folder, const char* name) {
 void RemoveAbandoned(const std::string& folder) {
   const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
   if (entries == nullptr) return;
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread has this listing
   while (const dirent* const entry = readdir(entries.get())) {
     const pid_t owner = OwnerOf(entry->d_name);
     if (owner != 0 && !IsAlive(owner)) RemoveUnlessLocked(dirfd(entries.get()), entry->d_name);

@@ -31,7 +31,7 @@ static_assert(uint64_t{KX_PROJECT_LARGEST_TEXT} * 6 < INT_MAX + uint64_t{1});
 constexpr size_t kLargestDocument = size_t{INT_MAX};
 
 struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
+  void operator()(std::FILE* file) const { (void)std::fclose(file); }
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 

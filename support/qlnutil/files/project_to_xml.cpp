@@ -221,7 +221,7 @@ uint32_t CKXProjectToXML::SetCarriedFile(const CarriedFile& file, const char* pa
 
 uint32_t CKXProjectToXML::SetConfigDWORD(const char* key, uint32_t value) {
   char decimal[16];
-  std::snprintf(decimal, sizeof decimal, "%d", static_cast<int>(value));
+  (void)std::snprintf(decimal, sizeof decimal, "%d", static_cast<int>(value));
   return SetConfigString(key, decimal);
 }
 

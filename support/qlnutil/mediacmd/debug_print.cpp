@@ -19,6 +19,7 @@ constexpr uint32_t kDebugNonDrop = 0x10102;
 // A line of at most 1039 characters; what does not fit is cut.
 class DebugLine {
  public:
+  // NOLINTNEXTLINE(cert-dcl50-cpp): the compiler holds each call to its format
   __attribute__((format(printf, 2, 3))) void Add(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);

@@ -11,7 +11,7 @@ CQLNPos::CQLNPos(const CQLNSpeed& distance) : whole_(0), fraction_(0) { Set(dist
 
 CQLNPos::CQLNPos(int32_t whole, int32_t fraction) : whole_(0), fraction_(0) { Set(whole, fraction); }
 
-// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): storing its own values is harmless.
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp): storing its own values is harmless.
 CQLNPos& CQLNPos::operator=(const CQLNPos& other) {
   Set(other.whole_, other.fraction_.Get());
   return *this;

@@ -14,7 +14,7 @@ CQLNSpeed::CQLNSpeed(int32_t raw) : raw_(raw) {}
 CQLNSpeed::CQLNSpeed(int32_t numerator, int32_t denominator) : raw_(0) { Set(numerator, denominator); }
 
 // User-provided on purpose: the assignment is an exported member that hosts link against.
-// NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp)
 CQLNSpeed& CQLNSpeed::operator=(const CQLNSpeed& other) {
   raw_ = other.raw_;
   return *this;
