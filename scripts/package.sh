@@ -7,6 +7,8 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 work=$PWD/build/package
+# Of one commit all the way, whatever is committed meanwhile.
+commit=$(git rev-parse HEAD)
 
 say() { echo "package: $*" >&2; }
 # fail LOG: shows the end of a log, and ends.

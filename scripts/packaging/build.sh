@@ -1,4 +1,4 @@
-# Builds the packages of a commit in a clean root, as a user without rights; for scripts/package.sh.
+# Builds the packages of $commit in a clean root, as a user without rights; for scripts/package.sh.
 
 # The processor's minutes of everything that was run so far.
 processor_time() {
@@ -25,7 +25,7 @@ build_packages() {
     : >"$log"
     unpack "$build_root_tar" "$root"
     mkdir -p "$root$folder"
-    git archive HEAD | tar -C "$root$folder" -xf -
+    git archive "$commit" | tar -C "$root$folder" -xf -
   fi
   rm -f "$root$folder"/../*.{deb,buildinfo,changes}
   # The user owns the folder and what is beside it, where the packages come to stand.
@@ -33,7 +33,7 @@ build_packages() {
   in_root "$root" "
     cd '$folder'
     umask $mask
-    exec env LC_ALL=$locale TZ=$zone HOME=/nonexistent SOURCE_DATE_EPOCH=$(git log -1 --format=%ct) \
+    exec env LC_ALL=$locale TZ=$zone HOME=/nonexistent SOURCE_DATE_EPOCH=$(git log -1 --format=%ct "$commit") \
       DEB_BUILD_OPTIONS=parallel=${QLN_PACKAGE_JOBS:-$(nproc)} \
       setpriv --reuid=builder --regid=builder --clear-groups dpkg-buildpackage -us -uc -b $clean" >>"$log" 2>&1 || fail "$log"
   rm -rf "$out"
