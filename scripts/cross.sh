@@ -31,6 +31,7 @@ left_out=(
   # They have the kernel refuse system calls (seccomp), which qemu-user does not offer.
   DefaultStoreTrouble.ADamagedStoreIsSetAsideByWhatTheFileSystemKnows
   ProjectFiles.ATextIsMadeOnFileSystemsThatKnowLess
+  RefusedCallsTest.ACopyThatCannotBeMadeIsTold
 )
 
 # unpack ARCHITECTURE PACKAGE...: the packages and all that they depend on, into root. Done once for each list.
