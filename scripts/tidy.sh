@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs clang-tidy with the checks of .clang-tidy over the library, the engine and the tools, or over the files given.
+# Runs clang-tidy with the checks of .clang-tidy over the library, the engine, the tools and the plug-in, or over files.
 #   scripts/tidy.sh [FILE...]          all checks
 #   scripts/tidy.sh --names [FILE...]  the naming alone: a quarter of the time
 #   scripts/tidy.sh --names --recent   the naming of what the last 80 commits touched, which is all that can be new to it;
@@ -24,25 +24,26 @@ fi
 
 scripts/setup.sh
 mkdir -p build
-# The preset of clang, with a command for each file.
-cmake --preset fuzz -B build/tidy -DQLN_UNITY=OFF >build/configure.log 2>&1 || { cat build/configure.log >&2; exit 1; }
+# The preset of clang, with a command for each file; sanitizers would leave the plug-in out.
+cmake --preset fuzz -B build/tidy -DQLN_UNITY=OFF -DQLN_SANITIZE= -DQLN_LIBFUZZER=OFF >build/configure.log 2>&1 || { cat build/configure.log >&2; exit 1; }
 files=("$@")
 if [ ${#files[@]} -eq 0 ]; then
-  folders=('support/*.cpp' 'media/*.cpp' 'tools/*.cpp')
+  folders=('support/*.cpp' 'media/*.cpp' 'tools/*.cpp' 'gst/*.cpp')
   # A header comes with the source of its name. Who changes the rules looks at everything.
   if [ "$recent" -eq 1 ] && git diff --quiet HEAD~80 -- .clang-tidy; then
-    mapfile -t files < <({ git diff --name-only HEAD~80 -- support media tools; git ls-files -m -o --exclude-standard; } |
+    mapfile -t files < <({ git diff --name-only HEAD~80 -- support media tools gst; git ls-files -m -o --exclude-standard; } |
       sed 's/\.h$/.cpp/' | sort -u | grep -Fxf <(git ls-files "${folders[@]}") || true)
   else
     mapfile -t files < <(git ls-files "${folders[@]}")
   fi
 fi
+headers='(support|media|tools|gst)/.*\.h$'
 # What a header has wrong comes with each file that includes it, and is told once. Standard error has little but the count
 # of warnings that are not ours; it is shown where a run failed and found nothing.
 report=$(mktemp)
 trap 'rm -f "$report"' EXIT
 status=0
-printf '%s\n' "${files[@]}" | xargs -P "$(nproc)" -n 4 clang-tidy -p build/tidy --quiet "${checks[@]}" >"$report" 2>"$report.errors" ||
+printf '%s\n' "${files[@]}" | xargs -P "$(nproc)" -n 4 clang-tidy -p build/tidy --quiet --header-filter="$headers" "${checks[@]}" >"$report" 2>"$report.errors" ||
   status=1
 grep -E ': (error|warning): ' "$report" | sort -u || true
 if [ "$status" -ne 0 ] && ! grep -qE ': (error|warning): ' "$report"; then cat "$report" "$report.errors" >&2; fi

@@ -48,15 +48,17 @@ class StartCodeUnits {
   class Iterator {
    public:
     /// @cond
+    // NOLINTBEGIN(readability-identifier-naming): the standard library asks for these
     using iterator_category = std::forward_iterator_tag;
     using value_type = NalUnit;
     using difference_type = std::ptrdiff_t;
     using pointer = const NalUnit*;
     using reference = const NalUnit&;
+    // NOLINTEND(readability-identifier-naming)
 
     Iterator() = default;
-    reference operator*() const { return m_unit; }
-    pointer operator->() const { return &m_unit; }
+    reference operator*() const { return unit_; }
+    pointer operator->() const { return &unit_; }
     Iterator& operator++() {
       Advance();
       return *this;
@@ -66,57 +68,55 @@ class StartCodeUnits {
       Advance();
       return before;
     }
-    friend bool operator==(const Iterator& a, const Iterator& b) { return a.m_unit.data == b.m_unit.data; }
+    friend bool operator==(const Iterator& a, const Iterator& b) { return a.unit_.data == b.unit_.data; }
     friend bool operator!=(const Iterator& a, const Iterator& b) { return !(a == b); }
     /// @endcond
 
    private:
     friend class StartCodeUnits;
 
-    Iterator(const uint8_t* data, size_t size) : m_data(data), m_size(size), m_next(CodeFrom(0)) {
-      Advance();
-    }
+    Iterator(const uint8_t* data, size_t size) : data_(data), size_(size), next_(CodeFrom(0)) { Advance(); }
 
     // The first 00 00 01 at or behind `from`; the size where there is none.
     size_t CodeFrom(size_t from) const {
-      for (size_t at = from + 2; at < m_size; ++at) {
-        const void* const one = std::memchr(m_data + at, 1, m_size - at);
+      for (size_t at = from + 2; at < size_; ++at) {
+        const void* const one = std::memchr(data_ + at, 1, size_ - at);
         if (one == nullptr) break;
-        at = static_cast<size_t>(static_cast<const uint8_t*>(one) - m_data);
-        if (m_data[at - 1] == 0 && m_data[at - 2] == 0) return at - 2;
+        at = static_cast<size_t>(static_cast<const uint8_t*>(one) - data_);
+        if (data_[at - 1] == 0 && data_[at - 2] == 0) return at - 2;
       }
-      return m_size;
+      return size_;
     }
 
     void Advance() {
-      while (m_size - m_next > 3) {
-        const size_t begin = m_next + 3;
-        m_next = CodeFrom(begin);
-        size_t end = m_next;
-        while (end > begin && m_data[end - 1] == 0) --end;
+      while (size_ - next_ > 3) {
+        const size_t begin = next_ + 3;
+        next_ = CodeFrom(begin);
+        size_t end = next_;
+        while (end > begin && data_[end - 1] == 0) --end;
         if (end == begin) continue;
-        m_unit = {m_data + begin, end - begin, begin};
+        unit_ = {data_ + begin, end - begin, begin};
         return;
       }
-      m_unit = {};
+      unit_ = {};
     }
 
-    const uint8_t* m_data = nullptr;
-    size_t m_size = 0;
-    size_t m_next = 0;  // the start code in front of the next unit
-    NalUnit m_unit;
+    const uint8_t* data_ = nullptr;
+    size_t size_ = 0;
+    size_t next_ = 0;  // the start code in front of the next unit
+    NalUnit unit_;
   };
 
   /// @param data may be null where @p size is 0. @param size bytes of the buffer.
-  StartCodeUnits(const uint8_t* data, size_t size) : m_data(data), m_size(size) {}
+  StartCodeUnits(const uint8_t* data, size_t size) : data_(data), size_(size) {}
   /// @return the first unit.
-  Iterator begin() const { return Iterator(m_data, m_size); }
+  Iterator begin() const { return Iterator(data_, size_); }
   /// @return what stands behind the last unit.
   Iterator end() const { return Iterator(); }
 
  private:
-  const uint8_t* m_data;
-  size_t m_size;
+  const uint8_t* data_;
+  size_t size_;
 };
 
 namespace detail {
@@ -124,29 +124,29 @@ namespace detail {
 // A copy of a unit with a zero byte behind it, as the bit readers want, and a state at its beginning.
 class UnitState {
  public:
-  UnitState(const uint8_t* data, size_t size) : m_bytes(data, data + size), m_state{} {
+  UnitState(const uint8_t* data, size_t size) : bytes_(data, data + size), state_{} {
     size_t escapes = 0;
     for (size_t i = 2; i < size; ++i) {
       escapes += data[i] == 3 && data[i - 1] == 0 && data[i - 2] == 0;
     }
-    m_plainSize = size - escapes;
-    m_bytes.push_back(0);
-    m_state.data = m_bytes.data();
-    m_state.size = static_cast<int32_t>(size);
-    m_state.bitLength = static_cast<uint32_t>(size * 8);
+    plainSize_ = size - escapes;
+    bytes_.push_back(0);
+    state_.data = bytes_.data();
+    state_.size = static_cast<int32_t>(size);
+    state_.bitLength = static_cast<uint32_t>(size * 8);
   }
   // The state points into the copy, so both stay where they are.
   UnitState(const UnitState&) = delete;
   UnitState& operator=(const UnitState&) = delete;
 
-  QLNBitState* State() { return &m_state; }
+  QLNBitState* State() { return &state_; }
   // Without emulation prevention bytes.
-  size_t PlainSize() const { return m_plainSize; }
+  size_t PlainSize() const { return plainSize_; }
 
  private:
-  std::vector<uint8_t> m_bytes;
-  QLNBitState m_state;
-  size_t m_plainSize;
+  std::vector<uint8_t> bytes_;
+  QLNBitState state_;
+  size_t plainSize_;
 };
 
 // Bit positions are 32-bit words.
@@ -221,9 +221,9 @@ enum class CaptionRate : uint8_t {
 
 /// Triplets that the packets of a rate have (SMPTE ST 334-2, 9600 bits a second).
 inline size_t CaptionTripletCount(CaptionRate rate) {
-  constexpr uint8_t counts[9] = {0, 25, 25, 24, 20, 20, 12, 10, 10};
+  constexpr uint8_t kCounts[9] = {0, 25, 25, 24, 20, 20, 12, 10, 10};
   const auto code = static_cast<size_t>(rate);
-  return code < 9 ? counts[code] : 0;
+  return code < 9 ? kCounts[code] : 0;
 }
 
 /// Puts a caption packet into a frame, as the caption writers of qlninband.h take it: four bytes of prefix
@@ -290,26 +290,26 @@ class DiagnosticScope {
 
   /// @param handler called on this thread with each diagnostic (see kxutil.h); what it throws is dropped. It
   /// must not emit diagnostics. An empty one drops them all.
-  explicit DiagnosticScope(Handler handler) : m_handler(std::move(handler)) {
-    kxSetThreadDiagnosticSink(&DiagnosticScope::Take, this, &m_previous, &m_previousContext);
+  explicit DiagnosticScope(Handler handler) : handler_(std::move(handler)) {
+    kxSetThreadDiagnosticSink(&DiagnosticScope::Take, this, &previous_, &previousContext_);
   }
-  ~DiagnosticScope() { kxSetThreadDiagnosticSink(m_previous, m_previousContext, nullptr, nullptr); }
+  ~DiagnosticScope() { kxSetThreadDiagnosticSink(previous_, previousContext_, nullptr, nullptr); }
   DiagnosticScope(const DiagnosticScope&) = delete;
   DiagnosticScope& operator=(const DiagnosticScope&) = delete;
 
  private:
   static void Take(uint32_t severity, const char* text, void* context) {
     try {
-      const Handler& handler = static_cast<DiagnosticScope*>(context)->m_handler;
+      const Handler& handler = static_cast<DiagnosticScope*>(context)->handler_;
       if (handler) handler(severity, text);
     } catch (...) {
       // A diagnostic is no reason to leave a call of the library half way.
     }
   }
 
-  Handler m_handler;
-  KXDiagnosticSink m_previous = nullptr;
-  void* m_previousContext = nullptr;
+  Handler handler_;
+  KXDiagnosticSink previous_ = nullptr;
+  void* previousContext_ = nullptr;
 };
 
 }  // namespace qlnutil
