@@ -20,13 +20,6 @@ void Append(std::optional<Triplets>& all, const std::optional<Triplets>& more) {
   all->insert(all->end(), more->begin(), more->end());
 }
 
-// Counts of both fields of a frame.
-uint8_t Sum(uint8_t a, uint8_t b) {
-  if (a == CaptionSurvey::kNone) return b;
-  if (b == CaptionSurvey::kNone) return a;
-  return static_cast<uint8_t>(std::min(a + b, CaptionSurvey::kNone - 1));
-}
-
 // Whether the top field of an MPEG-2 picture is shown first (ITU-T H.262 clause 6.3.10).
 bool IsTopFirst(ByteSpan data, const std::vector<Mpeg2Unit>& units) {
   constexpr int kExtensionStart = 0xB5;
@@ -73,6 +66,17 @@ std::optional<Triplets> CaptionsOf(VideoCodec codec, ByteSpan packet, Framing fr
   return CaptionsOf(codec, apart, framing);
 }
 
+uint8_t CaptionCount(const std::optional<Triplets>& triplets) {
+  if (!triplets) return CaptionSurvey::kNone;
+  return static_cast<uint8_t>(std::min<size_t>(triplets->size(), CaptionSurvey::kNone - 1));
+}
+
+uint8_t SumOfCounts(uint8_t a, uint8_t b) {
+  if (a == CaptionSurvey::kNone) return b;
+  if (b == CaptionSurvey::kNone) return a;
+  return static_cast<uint8_t>(std::min(a + b, CaptionSurvey::kNone - 1));
+}
+
 size_t CaptionSurvey::captioned() const {
   return counts.size() - static_cast<size_t>(std::count(counts.begin(), counts.end(), kNone));
 }
@@ -95,9 +99,7 @@ void CaptionCounter::Add(const PacketView& packet, PacketUnits& apart) {
   dropFrame_.Add(packet.data);
   fields_.push_back(shown_.Take(packet.data));
   const std::optional<Triplets> triplets = CaptionsOf(stream_.codec, apart, framing_);
-  const size_t count =
-      triplets ? std::min<size_t>(triplets->size(), CaptionSurvey::kNone - 1) : CaptionSurvey::kNone;
-  coded_.push_back(static_cast<uint8_t>(count));
+  coded_.push_back(CaptionCount(triplets));
   if (keepBytes_ != 0) Keep(triplets.value_or(Triplets()));
 }
 
@@ -128,7 +130,7 @@ CaptionSurvey CaptionCounter::Finish() {
   for (size_t i = 0; i < coded_.size(); ++i) {
     // Captions of a second field belong to its frame.
     if (survey.order.places[i] != kNoPlace) place = survey.order.places[i];
-    if (place != kNoPlace) survey.counts[place] = Sum(survey.counts[place], coded_[i]);
+    if (place != kNoPlace) survey.counts[place] = SumOfCounts(survey.counts[place], coded_[i]);
   }
   return survey;
 }

@@ -30,6 +30,10 @@ std::optional<Triplets> CaptionsOf(VideoCodec codec, ByteSpan packet, Framing fr
 // The same with the packet's units, which others look at as well.
 std::optional<Triplets> CaptionsOf(VideoCodec codec, PacketUnits& packet, Framing framing);
 
+// How many triplets a packet has as a survey counts them, and those of the two fields of a frame together.
+uint8_t CaptionCount(const std::optional<Triplets>& triplets);
+uint8_t SumOfCounts(uint8_t a, uint8_t b);
+
 // What the first pass finds: some bytes for each picture.
 struct CaptionSurvey {
   static constexpr uint8_t kNone = 255;  // a picture without captions

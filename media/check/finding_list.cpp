@@ -6,6 +6,14 @@
 
 namespace qlnmedia {
 
+namespace {
+
+// More than any stream has that is not made for it.
+constexpr size_t kMostKinds = 10000;
+constexpr char kOthers[] = "more of these, each in other words";
+
+}  // namespace
+
 const char* FindingWord(FindingKind kind) {
   static constexpr const char* kWords[] = {"colour", "range",      "size",    "rate",     "interlace",
                                            "hdr",    "sets",       "order",   "captions", "damage",
@@ -34,13 +42,18 @@ void FindingList::Add(unsigned stream, FindingKind kind, std::string text, int64
 }
 
 void FindingList::Add(Finding finding) {
-  const auto [place, added] =
-      places_.try_emplace({finding.stream, finding.kind, finding.text}, findings_.size());
-  if (added) {
-    findings_.push_back(std::move(finding));
-  } else {
-    findings_[place->second].count += finding.count;
+  const auto known = places_.find({finding.stream, finding.kind, finding.text});
+  if (known != places_.end()) {
+    findings_[known->second].count += finding.count;
+    return;
   }
+  if (found_ && findings_.size() >= kMostKinds && finding.text != kOthers) {
+    finding.text = kOthers;
+    return Add(std::move(finding));
+  }
+  places_[{finding.stream, finding.kind, finding.text}] = findings_.size();
+  findings_.push_back(std::move(finding));
+  if (found_) found_(findings_.back(), seconds_);
 }
 
 }  // namespace qlnmedia

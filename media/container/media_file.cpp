@@ -305,7 +305,8 @@ bool MediaFile::Next(MediaPacket& packet) {
   if (packet_ == nullptr) throw std::bad_alloc();
   if (!Read(packet_.get())) return false;
   if (context_->nb_streams > streams_.size()) Describe({});
-  packet = {static_cast<unsigned>(packet_->stream_index), ViewOf(*packet_)};
+  const bool damaged = (packet_->flags & AV_PKT_FLAG_CORRUPT) != 0;
+  packet = {static_cast<unsigned>(packet_->stream_index), ViewOf(*packet_), damaged};
   return true;
 }
 
@@ -314,7 +315,7 @@ bool MediaFile::Read(AVPacket* packet) {
   const int result = av_read_frame(context_.get(), packet);
   if (result >= 0) {
     if ((packet->flags & AV_PKT_FLAG_CORRUPT) != 0)
-      endNote_ = fmt::format("a packet of stream {} is cut off or damaged", packet->stream_index);
+      endNote_ = DamagedPacketNote(static_cast<unsigned>(packet->stream_index));
     if (IsVideo(*context_->streams[packet->stream_index])) RestoreKeyMark(*context_, packet);
     return true;
   }
@@ -322,6 +323,10 @@ bool MediaFile::Read(AVPacket* packet) {
   stoppedEarly_ = result != AVERROR_EOF;
   if (stoppedEarly_) endNote_ = "reading stopped early: " + LibavErrorText(result);
   return false;
+}
+
+std::string MediaFile::DamagedPacketNote(unsigned stream) {
+  return fmt::format("a packet of stream {} is cut off or damaged", stream);
 }
 
 std::string MediaFile::TruncationNote() const {

@@ -73,6 +73,8 @@ class MediaFile {
   bool stoppedEarly() const { return stoppedEarly_; }
   // A note when the file ends before the data that its index names, or in the middle of a packet; else empty.
   std::string TruncationNote() const;
+  // What is said of a packet that is damaged.
+  static std::string DamagedPacketNote(unsigned stream);
 
   // For those who write files again: libavformat's own view.
   AVFormatContext* context() const { return context_.get(); }

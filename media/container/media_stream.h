@@ -133,6 +133,7 @@ struct MediaStream {
 struct MediaPacket {
   unsigned stream = 0;
   PacketView view;
+  bool damaged = false;  // cut off, or parts of it did not come, as the container shows it
 };
 
 }  // namespace qlnmedia

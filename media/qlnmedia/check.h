@@ -7,6 +7,8 @@
 #define QLNMEDIA_CHECK_H
 
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -64,6 +66,26 @@ QLNMEDIA_API const char* SeverityWord(Severity severity);
 /// @throws Error      for a file that is missing, is no media, or has no such stream
 /// @throws Cancelled  where `progress` calls it off
 QLNMEDIA_API std::vector<Finding> CheckFile(const std::string& path, const ProgressCallback& progress = {});
+
+/// Hears of a finding when it shows first, with a `count` of 1 so far. `seconds` is the presentation time of
+/// the picture, as the container tells it; nothing where it tells none, and of what is about the file as a
+/// whole. Called in the thread that checks, which waits for it; what it throws ends the check.
+using FoundCallback = std::function<void(const Finding& finding, std::optional<double> seconds)>;
+
+/// What a check of a stream that goes on tells on its way; both may be empty.
+struct LiveCheckOptions {
+  ProgressCallback progress;  ///< as for CheckFile
+  FoundCallback found;        ///< hears of findings, each once, in the order in which they show
+};
+
+/// Checks as CheckFile, for who waits for no end: findings are told as they show, those about captions in
+/// coded pictures as soon as the order of these is settled, which is 32 pictures later, and not before 64
+/// came. Memory does not grow with the stream: of more than 10,000 kinds of disagreement the others count
+/// together, by what they are about. Of MXF that does not tell the order of its pictures captions are judged
+/// at the end.
+/// @returns what `found` heard, each with its final count
+/// @throws  as CheckFile
+QLNMEDIA_API std::vector<Finding> CheckLive(const std::string& path, const LiveCheckOptions& options);
 
 }  // namespace qlnmedia
 

@@ -1,7 +1,5 @@
 // qlnmedia check: findings for people and programs, and an exit status for scripts.
 
-#include <fmt/format.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
@@ -9,6 +7,8 @@
 
 #include "batch.h"
 #include "commands.h"
+#include "finding_text.h"
+#include "following.h"
 #include "interruption.h"
 #include "journaled_check.h"
 #include "output.h"
@@ -27,40 +27,17 @@ struct CheckArguments {
   InputOptions inputs;
   bool json = false;
   bool csv = false;
+  bool follow = false;
   std::string journal;
   PageOption page;
 };
-
-// The word of a finding; a note says that it is one.
-std::string Weighed(const Style& style, const Finding& finding) {
-  const char* const word = FindingWord(finding.kind);
-  if (finding.severity == Severity::kNote) return "note: " + style.Name(word);
-  return finding.severity == Severity::kWarning ? style.Warning(word) : style.Bad(word);
-}
 
 std::string TextOf(const std::vector<Finding>& findings) {
   const Style style = Style::ForStream(stdout);
   if (findings.empty()) return style.Good("nothing found") + "\n";
   std::string text;
-  for (const Finding& finding : findings) {
-    std::string where = fmt::format("stream {}", finding.stream);
-    if (finding.frame >= 0) where += fmt::format(", frame {}", finding.frame);
-    text += fmt::format("{}: {}: {}{}\n", where, Weighed(style, finding), finding.text,
-                        finding.count > 1 ? fmt::format(" ({} times)", finding.count) : "");
-  }
+  for (const Finding& finding : findings) text += FindingLine(style, finding) + "\n";
   return text;
-}
-
-Json JsonOf(const std::vector<Finding>& findings) {
-  Json list = Json::array();
-  for (const Finding& finding : findings)
-    list.push_back({{"stream", finding.stream},
-                    {"what", FindingWord(finding.kind)},
-                    {"severity", SeverityWord(finding.severity)},
-                    {"text", finding.text},
-                    {"frame", finding.frame < 0 ? Json(nullptr) : Json(finding.frame)},
-                    {"count", finding.count}});
-  return list;
 }
 
 // A row for each finding; one without any for a file in which nothing was found.
@@ -84,15 +61,16 @@ std::string Result(const std::vector<Finding>& findings, const Input& input, Exi
                    const CheckArguments& options, bool several) {
   if (options.csv) return RowsOf(findings, input, status);
   if (!options.json) return (several ? input.path + ":\n" : std::string()) + TextOf(findings);
-  if (!several) return Json{{"findings", JsonOf(findings)}}.dump(2) + "\n";
+  if (!several) return Json{{"findings", JsonOfFindings(findings)}}.dump(2) + "\n";
   Json line = LineHead(input, status);
-  line["findings"] = JsonOf(findings);
+  line["findings"] = JsonOfFindings(findings);
   return JsonLine(line);
 }
 
 void Run(const CheckArguments& options) {
   const Inputs inputs = FindInputs(options.inputs);
   RequirePage(options.page, inputs);
+  if (options.follow) RequireOneToFollow(inputs);
   std::optional<Journal> journal;
   const auto isPipe = [](const Input& input) { return input.path == "/dev/stdin"; };
   if (!options.journal.empty() && std::any_of(inputs.files.begin(), inputs.files.end(), isPipe))
@@ -104,14 +82,12 @@ void Run(const CheckArguments& options) {
   if (options.page.asked()) interruption.emplace();
   Batch batch;
   batch.work = [&](const Input& input, const ProgressCallback& progress) {
+    if (options.follow) return FollowCheck(input, options.json);
     const std::vector<Finding> findings =
         interruption ? WriteHtmlReport(input.path, options.page.path, progress, interruption->callback())
         : journal    ? CheckWithJournal(input.path, *journal)
                      : CheckFile(input.path, progress);
-    const bool worthy = std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
-      return finding.severity != Severity::kNote;
-    });
-    const ExitStatus status = worthy ? kExitFindings : kExitSuccess;
+    const ExitStatus status = StatusOf(findings);
     return FileResult{Result(findings, input, status, options, inputs.several), status};
   };
   if (options.json) batch.failed = FailedLine;
@@ -133,10 +109,10 @@ void AddCheckCommand(CLI::App& app) {
   auto* const json = command->add_flag("--json", options->json,
                                        "Print JSON for programs instead of text: of one file an object, of "
                                        "several a line each");
-  command
-      ->add_flag("--csv", options->csv,
-                 "Print comma separated values: a row for each finding, and one for each file without any")
-      ->excludes(json);
+  auto* const csv = command->add_flag(
+      "--csv", options->csv,
+      "Print comma separated values: a row for each finding, and one for each file without any");
+  csv->excludes(json);
   auto* const journal = command->add_option(
       "--journal", options->journal,
       "Keep what is done in FILE, a line each, and go on there in the next run; each file is "
@@ -145,6 +121,11 @@ void AddCheckCommand(CLI::App& app) {
   journal->check(OffersFiles());
   AddPageOption(*command, options->page);
   command->get_option("--html")->excludes(journal);
+  command
+      ->add_flag("--follow", options->follow,
+                 "Print each finding when it shows, for streams that go on, and a last line at the end; with "
+                 "--json a line of JSON each")
+      ->excludes(csv, journal, command->get_option("--html"));
   command->callback([options] { Run(*options); });
 }
 

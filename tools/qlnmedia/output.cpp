@@ -107,6 +107,12 @@ std::string FormatTable(const std::vector<std::string>& headings,
   return text;
 }
 
+// A pipe tells so whenever it is asked, also when the write that met it is long past.
+bool IsOutputGone() {
+  pollfd one{STDOUT_FILENO, POLLOUT, 0};
+  return poll(&one, 1, 0) > 0 && (one.revents & POLLERR) != 0;
+}
+
 namespace {
 
 constexpr size_t kMostBuffered = size_t{1} << 16;
@@ -115,12 +121,6 @@ constexpr size_t kMostBuffered = size_t{1} << 16;
 std::string& Buffered() {
   static std::string buffer;
   return buffer;
-}
-
-// A pipe tells so whenever it is asked, also when the write that met it is long past.
-bool IsReaderGone() {
-  pollfd one{STDOUT_FILENO, POLLOUT, 0};
-  return poll(&one, 1, 0) > 0 && (one.revents & POLLERR) != 0;
 }
 
 // False where the descriptor does not take all of it; errno says why.
@@ -142,7 +142,7 @@ bool WriteAll(int descriptor, std::string_view text) noexcept {
 [[noreturn]] void FailOutput() {
   const int error = errno;
   Buffered().clear();
-  if (error == EPIPE || IsReaderGone()) throw ToolExit{kExitSuccess};
+  if (error == EPIPE || IsOutputGone()) throw ToolExit{kExitSuccess};
   throw Error("standard output", fmt::format("cannot be written: {}", std::strerror(error)));
 }
 

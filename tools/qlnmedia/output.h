@@ -60,6 +60,9 @@ void Print(std::string_view text);
 // Sends out what is buffered; throws as Print does, and std::bad_alloc where memory ran out in this thread.
 void FlushOutput();
 
+// Whether standard output is a pipe whose reader has gone.
+bool IsOutputGone();
+
 // Text for standard error. Where that does not take it, nobody is left to be told.
 void PrintError(std::string_view text) noexcept;
 

@@ -1,18 +1,14 @@
 // Streams that are patched as they come: what comes out equals the patch of a file, no more waits than the
 // picture that is being read, and what breaks off ends as it should.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
+#include "qlnmedia/media/between.h"
 #include "qlnmedia/media/caption_media.h"
 
 namespace qln::test {
@@ -98,59 +94,6 @@ TEST(Live, OneByteAtATimeGivesTheSame) {
   }
 }
 
-// A program between two pipes.
-class Between {
- public:
-  explicit Between(const std::vector<std::string>& options) {
-    std::signal(SIGPIPE, SIG_IGN);
-    int in[2], out[2];
-    EXPECT_EQ(pipe2(in, O_CLOEXEC), 0);
-    EXPECT_EQ(pipe2(out, O_CLOEXEC), 0);
-    std::vector<std::string> words = {QLNMEDIA_PROGRAM, "patch", "-", "-"};
-    words.insert(words.end(), options.begin(), options.end());
-    child_ = fork();
-    if (child_ == 0) {
-      std::vector<char*> arguments;
-      for (std::string& word : words) arguments.push_back(word.data());
-      arguments.push_back(nullptr);
-      dup2(in[0], 0);
-      dup2(out[1], 1);
-      dup2(open("/dev/null", O_WRONLY), 2);
-      execv(arguments[0], arguments.data());
-      _exit(127);
-    }
-    close(in[0]);
-    close(out[1]);
-    to_ = in[1];
-    from_ = out[0];
-  }
-  ~Between() {
-    close(to_);
-    close(from_);
-    waitpid(child_, nullptr, 0);
-  }
-  Between(const Between&) = delete;
-  Between& operator=(const Between&) = delete;
-
-  void Feed(const std::vector<uint8_t>& bytes) {
-    EXPECT_EQ(write(to_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-  }
-  // What comes out until nothing does for a second; the input stays open.
-  std::vector<uint8_t> Drain() const {
-    std::vector<uint8_t> all, part(65536);
-    for (pollfd one{from_, POLLIN, 0}; poll(&one, 1, 1000) > 0;) {
-      const ssize_t got = read(from_, part.data(), part.size());
-      if (got <= 0) break;
-      all.insert(all.end(), part.begin(), part.begin() + got);
-    }
-    return all;
-  }
-
- private:
-  pid_t child_ = -1;
-  int to_ = -1, from_ = -1;
-};
-
 // Places of the start codes in front of the first slices of pictures.
 std::vector<size_t> PicturesIn(const std::vector<uint8_t>& bytes) {
   std::vector<size_t> places;
@@ -168,11 +111,11 @@ TEST(Live, NoMoreWaitsThanThePictureThatIsBeingRead) {
   const std::vector<size_t> places = PicturesIn(bytes);
   ASSERT_GT(places.size(), kFed);
   bytes.resize(places[kFed]);
-  Between plain({"--colour", "bt709"});
+  const Between plain({"patch", "-", "-", "--colour", "bt709"});
   plain.Feed(bytes);
   EXPECT_EQ(PicturesIn(plain.Drain()).size(), kFed - 1);
   // By place: the last group of one P and two B pictures, and those that a decoder holds back (two).
-  Between placed({"--timecode", "00:00:00:00"});
+  const Between placed({"patch", "-", "-", "--timecode", "00:00:00:00"});
   placed.Feed(bytes);
   const size_t out = PicturesIn(placed.Drain()).size();
   EXPECT_LT(out, kFed - 1);
