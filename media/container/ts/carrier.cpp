@@ -60,6 +60,13 @@ Carrier::Carrier(const mp4::Source& source, mp4::Sink* sink, const std::set<uint
   }
 }
 
+void Carrier::Move(uint16_t from, uint16_t to) {
+  EndOpen(Of(from));
+  if (streamOf_[to] != 0) return;
+  streams_.emplace_back().identifier = to;
+  streamOf_[to] = static_cast<uint16_t>(streams_.size());
+}
+
 bool Carrier::ReadRow() {
   Row row;
   if (!rows_.Next(row)) {

@@ -75,6 +75,8 @@ class Carrier {
   // From here on nothing waits in the carrier that nobody will change, and what cannot be edited passes by:
   // scrambled packets, and what goes on behind a gap.
   void SendAtOnce() { atOnce_ = true; }
+  // From the next packet on a stream goes on under another identifier; what it has under the old one ends.
+  void Move(uint16_t from, uint16_t to);
   // How far the source was read.
   uint64_t at() const { return rows_.at(); }
 
@@ -158,7 +160,7 @@ class Carrier {
   Watch watch_;
   bool atOnce_ = false;
   RowReader rows_;
-  std::vector<Stream> streams_;
+  std::deque<Stream> streams_;
   std::vector<uint16_t> streamOf_;  // by identifier: place in streams_, plus 1
   uint64_t ended_ = 0;              // PES packets
   std::deque<Entry> queue_;

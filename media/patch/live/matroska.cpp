@@ -189,6 +189,12 @@ class LiveMatroska {
       case id::kSimpleBlock:
       case id::kBlockGroup:
         return TakeBlock(element.at, std::move(bytes));
+      case id::kTracks:
+        work_.report(
+            fmt::format("{}: at byte {}: another list of tracks: passed on as it came; pictures are "
+                        "taken for what the first one says",
+                        work_.options.in, element.at));
+        break;
       default:
         break;
     }

@@ -13,6 +13,7 @@
 #include "container/ts/program_map.h"
 #include "container/ts/row_reader.h"
 #include "patch/live/head.h"
+#include "patch/live/program_tables.h"
 #include "timing/timecode_rate.h"
 #include "units/config_record.h"
 
@@ -20,13 +21,11 @@ namespace qlnmedia {
 
 namespace {
 
-// stream_type of ISO/IEC 13818-1 table 2-34.
-constexpr uint8_t kAvcType = 0x1B, kHevcType = 0x24;
 constexpr int32_t kClock = 90000;
 
 VideoCodec CodecOfType(uint8_t type) {
-  if (type == kAvcType) return VideoCodec::kH264;
-  return type == kHevcType ? VideoCodec::kHevc : VideoCodec::kOther;
+  if (type == kAvcStreamType) return VideoCodec::kH264;
+  return type == kHevcStreamType ? VideoCodec::kHevc : VideoCodec::kOther;
 }
 
 // Packets a second by the parameter sets; 0/1 where they say nothing.
@@ -75,14 +74,14 @@ class ProgramReader {
   };
 
   bool Done() const {
-    return !maps_.empty() && maps_.size() == mapsRead_.size() &&
+    return !tables_.maps().empty() && tables_.maps().size() == mapsRead_.size() &&
            std::all_of(streams_.begin(), streams_.end(),
                        [](const auto& one) { return one.second.described; });
   }
 
   void Take(const ts::Row& row) {
     const uint16_t identifier = row.identifier();
-    if (identifier == 0 || maps_.count(identifier) != 0) return TakeTable(row);
+    tables_.Take(row, [this](uint16_t map, const Bytes& section) { TakeMap(map, section); });
     const auto found = streams_.find(identifier);
     if (found == streams_.end() || found->second.described) return;
     Stream& stream = found->second;
@@ -103,25 +102,6 @@ class ProgramReader {
     stream.bytes = {};
   }
 
-  void TakeTable(const ts::Row& row) {
-    Bytes& open = tables_[row.identifier()];
-    const ts::ByteSpan payload = row.payload();
-    if (row.startsUnit()) open.clear();
-    if (!row.startsUnit() && open.empty()) return;
-    open.insert(open.end(), payload.begin(), payload.end());
-    const std::optional<std::vector<Bytes>> sections = ts::SectionsOf(open);
-    if (!sections || !ts::IsWhole(*sections)) return;
-    for (const Bytes& section : *sections) {
-      if (row.identifier() == 0) {
-        const std::set<uint16_t> maps = ts::MapsOf(section);
-        maps_.insert(maps.begin(), maps.end());
-      } else if (!ts::StreamsOf(section).empty()) {
-        TakeMap(row.identifier(), section);
-      }
-    }
-    open.clear();
-  }
-
   void TakeMap(uint16_t map, const Bytes& section) {
     mapped_ = true;
     if (!mapsRead_.insert(map).second) return;
@@ -139,8 +119,8 @@ class ProgramReader {
 
   const mp4::Source& source_;
   ts::RowReader rows_;
-  std::map<uint16_t, Bytes> tables_;  // payloads of the sections that are open
-  std::set<uint16_t> maps_, mapsRead_;
+  ProgramTables tables_;
+  std::set<uint16_t> mapsRead_;
   std::map<uint16_t, Stream> streams_;
   unsigned count_ = 0;
   bool mapped_ = false;

@@ -43,6 +43,12 @@ void AppendSet(Bytes& out, ByteSpan unit) {
 
 bool IsPlaced(const CodedPicture& picture) { return picture.head.has_value(); }
 
+// Of a slice less than the shortest head is there.
+bool BreaksOff(Codec codec, const Unit& unit) {
+  constexpr size_t kLeast = 2;
+  return IsSlice(codec, UnitType(codec, unit.bytes)) && unit.bytes.size() < UnitHeaderBytes(codec) + kLeast;
+}
+
 }  // namespace
 
 bool IsKeyPicture(Codec codec, ByteSpan data, Framing framing) {
@@ -131,12 +137,18 @@ bool LiveStream::ReordersMore(const std::vector<Unit>& units) {
 }
 
 void LiveStream::Push(Bytes data, int64_t pts, int64_t dts, bool key, uint64_t place) {
-  const std::vector<Unit> units = TakeApartHeads(codec_, data, framing_).units;
+  const UnitRun run = TakeApartHeads(codec_, data, framing_);
+  const std::vector<Unit>& units = run.units;
+  const bool whole = !units.empty() && !run.damaged();
   TakeSets(units);
   const std::vector<CodedPicture> found = tracker_.Take(units);
-  const bool told = std::all_of(found.begin(), found.end(), IsPlaced);
-  const auto frames =
+  const bool told =
+      whole && std::all_of(found.begin(), found.end(), IsPlaced) &&
+      std::none_of(units.begin(), units.end(), [this](const Unit& unit) { return BreaksOff(codec_, unit); });
+  auto frames =
       std::count_if(found.begin(), found.end(), [](const CodedPicture& one) { return !one.secondField; });
+  // What cannot be told is a picture, too: the numbers of those behind it stay theirs.
+  if (!whole && found.empty()) frames = 1;
   place_ = place;
   if (ReordersMore(units)) Break();
   if (MayEdit(data, told, key)) {

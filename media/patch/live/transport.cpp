@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <deque>
 #include <map>
 #include <memory>
@@ -15,6 +16,7 @@
 #include "container/ts/carrier.h"
 #include "container/ts/damage.h"
 #include "patch/cut_picture.h"
+#include "patch/live/program_tables.h"
 #include "patch/live/programs.h"
 #include "patch/pes_pictures.h"
 
@@ -25,16 +27,15 @@ namespace {
 class LiveTransport {
  public:
   LiveTransport(const LiveWork& work, LivePrograms programs) : work_(work) {
-    std::set<uint16_t> identifiers;
     for (LiveProgramStream& one : programs.streams) {
-      identifiers.insert(one.identifier);
+      identifiers_.insert(one.identifier);
       Stream& stream = streams_[one.identifier];
       LiveCaptions* const captions = order_.empty() ? work.captions : nullptr;
       stream.live =
           std::make_unique<LiveStream>(one.index, std::move(one.stream), work.options, captions, work.report);
       order_.push_back(&stream);
     }
-    damage_.emplace(identifiers);
+    damage_.emplace(identifiers_);
     for (const Stream* const stream : order_) {
       if (const std::string note = stream->live->OrderNote(); !note.empty()) work.report(note);
     }
@@ -43,7 +44,7 @@ class LiveTransport {
           fmt::format("{}: the stream of packet identifier {} has told no parameter sets so far: it "
                       "is passed on as it comes",
                       work.options.in, identifier));
-    carrier_.emplace(work.source, &work.sink, identifiers, [this](const ts::Row& row) { Watch(row); });
+    carrier_.emplace(work.source, &work.sink, identifiers_, [this](const ts::Row& row) { Watch(row); });
     carrier_->SendAtOnce();
   }
 
@@ -54,6 +55,7 @@ class LiveTransport {
       Take(pes);
     }
     for (auto& [identifier, stream] : streams_) {
+      if (stream.live == nullptr) continue;
       if (!stream.picture.empty()) Push(stream, identifier);
       stream.live->Finish();
       Send(stream, identifier);
@@ -69,34 +71,118 @@ class LiveTransport {
     size_t packets = 0;  // PES packets of it
   };
   struct Stream {
-    std::unique_ptr<LiveStream> live;
-    Bytes picture;       // that more may come of; empty where there is none
-    size_t packets = 0;  // PES packets of it
+    std::unique_ptr<LiveStream> live;  // null where it has moved to another identifier
+    bool foreign = false;              // the program map says that it is of another type
+    Bytes picture;                     // that more may come of; empty where there is none
+    size_t packets = 0;                // PES packets of it
     int64_t pts = kNoTime;
     int64_t dts = kNoTime;
     std::optional<int64_t> last;  // time stamp, as far as it was counted on
     std::deque<Waiting> waiting;  // those that its editor has
   };
 
+  // A stream that moves is followed; what else changes is told, and passes as it comes.
+  void WatchPrograms(const ts::Row& row) {
+    using Kind = ProgramChange::Kind;
+    for (const ProgramChange& change : programs_.Take(row)) {
+      const bool coded = change.type == kAvcStreamType || change.type == kHevcStreamType;
+      if (change.kind == Kind::kMoved && IsEdited(change.before)) {
+        Move(change.before, change.identifier);
+      } else if (change.kind == Kind::kNew && coded) {
+        TellProgram(change.identifier, "is new: passed on as it comes");
+      } else if (change.kind == Kind::kGone && IsEdited(change.identifier)) {
+        TellProgram(change.identifier, "is no more there");
+      } else if (change.kind == Kind::kRetyped && IsEdited(change.identifier)) {
+        Retype(streams_[change.identifier], change);
+      }
+    }
+  }
+
+  bool IsEdited(uint16_t identifier) const {
+    const auto found = streams_.find(identifier);
+    return (found != streams_.end() && found->second.live != nullptr) || heirs_.count(identifier) != 0;
+  }
+
+  void TellProgram(uint16_t identifier, const std::string& what) const {
+    work_.report(
+        fmt::format("{}: near byte {}: the program map changes: the stream of packet identifier {} {}",
+                    work_.options.in, carrier_->at(), identifier, what));
+  }
+
+  void Move(uint16_t from, uint16_t to) {
+    TellProgram(from, fmt::format("goes on as {}", to));
+    carrier_->Move(from, to);
+    identifiers_.insert(to);
+    damage_.emplace(identifiers_);
+    // It may have moved before anything of it came there.
+    const auto pending = heirs_.find(from);
+    const uint16_t origin = pending == heirs_.end() ? from : pending->second;
+    heirs_.erase(from);
+    if (origin != to) heirs_[to] = origin;
+  }
+
+  void Retype(Stream& stream, const ProgramChange& change) {
+    const auto codec = change.type == kAvcStreamType ? Codec::kH264 : Codec::kHevc;
+    const bool coded = change.type == kAvcStreamType || change.type == kHevcStreamType;
+    stream.foreign = !coded || stream.live == nullptr || codec != stream.live->codec();
+    TellProgram(change.identifier,
+                stream.foreign ? "is of another type: passed on as it comes" : "is of its own type again");
+  }
+
+  // The first PES packet under a new identifier: the stream's numbers go on, and what waited goes out.
+  void Inherit(uint16_t to, uint16_t from) {
+    Stream& old = streams_.at(from);
+    if (!old.picture.empty()) Push(old, from);
+    old.live->Break();
+    Send(old, from);
+    Stream& heir = streams_[to];
+    heir.live = std::move(old.live);
+    heir.last = old.last;
+    heir.foreign = false;
+    std::replace(order_.begin(), order_.end(), &old, &heir);
+  }
+
   // Packets that are lost or marked; each kind of place is told once in a while.
   void Watch(const ts::Row& row) {
+    if (carrier_) WatchPrograms(row);
     damage_->Take(row);
-    const std::optional<uint16_t> found = damage_->TakeFound();
-    if (!found) return;
+    std::optional<uint16_t> found = damage_->TakeFound();
+    if (!found && BeginsNoPes(row)) found = row.identifier();
+    if (!found && row.isPacket) return;
+    ++damaged_;
     constexpr uint64_t kApart = 1 << 20;
     const uint64_t at = carrier_ ? carrier_->at() : 0;
-    ++damaged_;
     if (told_ != 0 && at < told_ + kApart) return;
     told_ = at + 1;
-    work_.report(
-        fmt::format("{}: near byte {}: a packet of identifier {} is lost, cut off or damaged: "
-                    "passed on as it came",
-                    work_.options.in, at, *found));
+    const std::string what =
+        found ? fmt::format("a packet of identifier {} is lost, cut off or damaged", *found)
+              : std::string("bytes that are no packets");
+    work_.report(fmt::format("{}: near byte {}: {}: passed on as it came", work_.options.in, at, what));
+  }
+
+  // A PES packet that is to be edited without its first bytes.
+  bool BeginsNoPes(const ts::Row& row) const {
+    if (!row.isPacket || !row.startsUnit() || !row.hasPayload() || row.scrambled()) return false;
+    if (identifiers_.count(row.identifier()) == 0) return false;
+    constexpr uint8_t kPrefix[] = {0, 0, 1};
+    const ts::ByteSpan payload = row.payload();
+    return payload.size() < sizeof kPrefix || !std::equal(kPrefix, kPrefix + sizeof kPrefix, payload.begin());
   }
 
   // What begins no picture goes on with the one before, if it has no time of its own.
   void Take(ts::PesView& pes) {
-    Stream& stream = streams_.at(pes.identifier);
+    const auto heir = heirs_.find(pes.identifier);
+    if (heir != heirs_.end()) {
+      const uint16_t from = heir->second;
+      heirs_.erase(heir);
+      Inherit(pes.identifier, from);
+    }
+    Stream& stream = streams_[pes.identifier];
+    if (stream.live == nullptr) return carrier_->Keep(pes.identifier, 1);
+    if (stream.foreign) {
+      if (!stream.picture.empty()) Push(stream, pes.identifier);
+      return Pass(stream, pes.identifier, 1, "the program map says that it is of another type", 0);
+    }
     const bool begins = IsVideoId(pes.streamId) && BeginsWithPicture(stream.live->codec(), pes.stream);
     if (!begins && !stream.picture.empty() && !pes.pts) {
       stream.picture.insert(stream.picture.end(), pes.stream.begin(), pes.stream.end());
@@ -170,7 +256,10 @@ class LiveTransport {
   }
 
   const LiveWork& work_;
+  std::set<uint16_t> identifiers_;      // of all that are edited, or were
   std::map<uint16_t, Stream> streams_;  // by packet identifier
+  ProgramWatch programs_;
+  std::map<uint16_t, uint16_t> heirs_;  // streams that are to go on, by their new identifier: the old one
   std::vector<Stream*> order_;          // as the program maps name them
   std::optional<ts::Damage> damage_;
   uint64_t damaged_ = 0;
