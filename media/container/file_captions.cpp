@@ -8,9 +8,11 @@
 #include <utility>
 
 #include "base/error.h"
+#include "base/read_error.h"
 #include "captions/decoder.h"
 #include "container/coded_stream.h"
 #include "container/mxf/order_told.h"
+#include "container/picture_heads.h"
 
 namespace qlnmedia {
 
@@ -50,6 +52,22 @@ class CaptionPackets {
   unsigned index_ = 0;
   PacketHandle packet_;
 };
+
+// In how many bytes of a file so many packets lie, by the first ones, with room for sound.
+uint64_t LikelyBytes(const std::vector<KnownPacket>& first, size_t packets) {
+  constexpr uint64_t kRoom = uint64_t{4} << 20;
+  uint64_t bytes = 0;
+  for (const KnownPacket& packet : first) bytes += packet.size;
+  return kRoom + (first.empty() ? 0 : bytes / first.size() * packets / 4 * 5);
+}
+
+// Whether a packet that the tables place is the one that was read; `shift` is by how much its times differ.
+bool IsKnown(const PacketPlace& place, const KnownPacket& known, std::optional<int64_t>& shift) {
+  if (known.pts == kNoTime || place.size != known.size) return false;
+  if (!shift) shift = known.pts - place.pts;
+  return known.pts - place.pts == *shift &&
+         (place.dts == kNoTime || known.dts == kNoTime || known.dts - place.dts == *shift);
+}
 
 }  // namespace
 
@@ -114,6 +132,38 @@ CaptionSurvey SurveyCaptions(const MediaInput& input, size_t packets, const Prog
   survey.path = input.path();
   survey.stream = in.index();
   return survey;
+}
+
+std::optional<CaptionSurvey> SurveyHeads(const MediaFile& file, unsigned stream, size_t packets,
+                                         const std::vector<KnownPacket>& first) {
+  const StreamDescription described = DescribeStream(file, stream);
+  const std::optional<Codec> codec = UnitCodecOf(described.codec);
+  const Framing framing = ConfigOf(described).framing;
+  if (!codec || framing.startCodes()) return {};
+  try {
+    const PacketPlaces places = PlacesOfStream(file, stream, LikelyBytes(first, packets));
+    if (!places) return {};
+    const mp4::FileSource source(file.path());
+    HeadReader heads(source, *codec, framing);
+    CaptionCounter counter(described, kKeptBytes);
+    std::optional<int64_t> shift;
+    while (counter.packets() < packets) {
+      const std::optional<PacketPlace> place = places();
+      if (!place && counter.packets() < first.size()) return {};
+      if (!place) break;
+      if (counter.packets() < first.size() && !IsKnown(*place, first[counter.packets()], shift)) return {};
+      counter.Add({heads.Read(place->at, place->size), place->pts, place->dts});
+    }
+    CaptionSurvey survey = counter.Finish();
+    survey.elsewhere = LineOfRaster(file);
+    survey.path = file.path();
+    survey.stream = stream;
+    return survey;
+  } catch (const ReadError&) {
+    throw;
+  } catch (const Error&) {  // whoever reads the packets themselves gets as far as they are there
+    return {};
+  }
 }
 
 void ReadCaptions(const CaptionSurvey& survey, const std::function<void(const CaptionedPicture&)>& take,

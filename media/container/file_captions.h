@@ -17,6 +17,13 @@ struct AVStream;
 
 namespace qlnmedia {
 
+// What a packet that was read is held against.
+struct KnownPacket {
+  size_t size = 0;  // bytes
+  int64_t pts = kNoTime;
+  int64_t dts = kNoTime;
+};
+
 // True for H.264, HEVC and MPEG-2 pictures.
 bool MayHaveCaptions(const AVStream& stream);
 
@@ -45,6 +52,13 @@ class OwnOrder {
 // a file without such a stream.
 CaptionSurvey SurveyCaptions(const MediaInput& input, size_t packets = SIZE_MAX,
                              const ProgressCallback& progress = {});
+
+// The survey of the first `packets` packets of an open file's stream, of which `first` are known already, and
+// are the first ones, without their dts where that is not known. Reads the heads of packets where the file's
+// tables place them, and leaves the file where it stands; nothing where tables and packets do not say the
+// same.
+std::optional<CaptionSurvey> SurveyHeads(const MediaFile& file, unsigned stream, size_t packets,
+                                         const std::vector<KnownPacket>& first);
 
 // Reads what was surveyed once more, unless its captions were kept, and hands over each picture in
 // presentation order. Throws Error where the file has changed meanwhile.

@@ -286,6 +286,12 @@ SamplePace MediaFile::IndexedPace(unsigned stream) const {
   return pace;
 }
 
+std::optional<IndexedPacket> MediaFile::PacketOfIndex(unsigned stream, int number) const {
+  const AVIndexEntry* const entry = avformat_index_get_entry(context_->streams[stream], number);
+  if (entry == nullptr) return {};
+  return IndexedPacket{entry->pos, entry->size, entry->timestamp};
+}
+
 bool MediaFile::isRawStream() const { return IsOneOf(formatName(), {"h264", "hevc", "mpegvideo", "m4v"}); }
 
 bool MediaFile::IsVideo(const AVStream& stream) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -56,6 +57,8 @@ class MediaFile {
   // The distances between the samples of a stream as the file's index has them; no samples where there is
   // none.
   SamplePace IndexedPace(unsigned stream) const;
+  // The packet of that number, from 0, in the index of a stream; nothing where it has none.
+  std::optional<IndexedPacket> PacketOfIndex(unsigned stream, int number) const;
 
   // Its streams by index. Streams that only packets make known are added when they show.
   const std::vector<MediaStream>& streams() const { return streams_; }

@@ -82,6 +82,13 @@ struct SamplePace {
   bool steady = true;   // each stands as long as the one before it
 };
 
+// A packet as the file's index places it.
+struct IndexedPacket {
+  int64_t position = 0;  // in the file, in bytes
+  int64_t size = 0;      // bytes
+  int64_t time = 0;      // of decoding, in units of the stream's time base
+};
+
 // Pictures of any codec as a decoder would have them; empty and 0 where nothing is known.
 struct PictureForm {
   std::string chroma;  // "4:2:0", "RGB", "monochrome"

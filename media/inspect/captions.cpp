@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
+#include <utility>
 
 #include "container/file_captions.h"
 
@@ -43,12 +45,32 @@ std::optional<bool> IsPaceSteady(const CaptionSurvey& survey, bool whole) {
   return *longest - *shortest <= 2;
 }
 
+// The survey of the heads of pictures, where they can be had without reading the pictures.
+std::optional<CaptionSurvey> SurveyOfHeads(const MediaFile& file, const FirstPictures& first) {
+  const std::vector<MediaStream>& streams = file.streams();
+  const auto stream = std::find_if(streams.begin(), streams.end(), [](const MediaStream& described) {
+    return MayHaveCaptions(described.coded.codec);
+  });
+  if (stream == streams.end()) return {};
+  for (const CodedStream& coded : first.coded) {
+    if (coded.index != stream->index || coded.joined) continue;
+    std::vector<KnownPacket> known;
+    for (const std::vector<CodedPacket>* packets : {&coded.packets, &coded.more}) {
+      for (const CodedPacket& packet : *packets) known.push_back({packet.size, packet.pts, packet.dts});
+    }
+    return known.empty() ? std::nullopt : SurveyHeads(file, coded.index, kPacketsInReport, known);
+  }
+  return {};
+}
+
 }  // namespace
 
-StreamCaptions ReadFirstCaptions(const MediaInput& input) {
+StreamCaptions ReadFirstCaptions(const MediaFile& file, const FirstPictures& first) {
   StreamCaptions captions;
+  const MediaInput& input = file.input();
   if (input.isPipe()) input.tape().WaitUntil(std::chrono::steady_clock::now() + kWaitForPipe);
-  const CaptionSurvey survey = SurveyCaptions(input, kPacketsInReport);
+  std::optional<CaptionSurvey> heads = SurveyOfHeads(file, first);
+  const CaptionSurvey survey = heads ? std::move(*heads) : SurveyCaptions(input, kPacketsInReport);
   captions.stream = survey.stream;
   captions.pictures = survey.counts.size();
   const bool whole = survey.order.places.size() < kPacketsInReport;

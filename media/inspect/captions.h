@@ -9,7 +9,7 @@
 #include "base/report.h"
 #include "captions/text.h"
 #include "container/caption_services.h"
-#include "container/media_input.h"
+#include "inspect/coded_frames.h"
 
 namespace qlnmedia {
 
@@ -26,9 +26,9 @@ struct StreamCaptions {
   std::optional<bool> steadyPace;  // whether they stand equally long; nothing where they have no times
 };
 
-// The file is opened once more, since captions are shown in presentation order. Of a pipe, what comes within
-// seconds is looked at.
-StreamCaptions ReadFirstCaptions(const MediaInput& input);
+// Looks at a file of which `first` was read. Where its tables do not place its pictures it is opened once
+// more, since captions are shown in presentation order. Of a pipe, what comes within seconds is looked at.
+StreamCaptions ReadFirstCaptions(const MediaFile& file, const FirstPictures& first);
 
 // Adds the caption services of a stream that has captions, and the first lines of each.
 void AddCaptionServices(Section& section, const std::vector<CaptionService>& services);

@@ -5,8 +5,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "sets/set_elements.h"
+#include "units/packet_units.h"
 
 namespace qlnmedia {
 
@@ -26,6 +28,18 @@ CodedStream MakeCodedStream(const MediaStream& stream) {
   coded.config = ReadConfigRecord(coded.codec, coded.privateData);
   return coded;
 }
+
+namespace {
+
+// A packet with the heads of its slices, and whether one of its lengths covers several units.
+CodedPacket HeadsOf(const PacketView& view, const CodedStream& coded, bool& joined) {
+  const UnitRun run = TakeApartHeads(coded.codec, view.data, coded.config.framing);
+  joined = joined || std::any_of(run.units.begin(), run.units.end(),
+                                 [](const Unit& unit) { return unit.join != Join::kNone; });
+  return {PutTogether(run, coded.config.framing), view.pts, view.dts, view.key, view.data.size()};
+}
+
+}  // namespace
 
 FirstPictures ReadFirstPictures(MediaFile& file, int frames) {
   // What the summary looks at: a second of pictures, unless a stream is thinly spread over its file.
@@ -55,9 +69,11 @@ FirstPictures ReadFirstPictures(MediaFile& file, int frames) {
     bytes += view.data.size();
     for (CodedStream& coded : first.coded) {
       if (packet.stream != coded.index) continue;
-      std::vector<CodedPacket>& to = coded.packets.size() < wanted ? coded.packets : coded.more;
-      if (to.size() < std::max(wanted, kForSummary))
-        to.push_back({Bytes(view.data.begin(), view.data.end()), view.pts, view.dts, view.key});
+      const bool laidOut = coded.packets.size() < wanted;
+      if (!laidOut && coded.more.size() >= std::max(wanted, kForSummary)) continue;
+      CodedPacket heads = HeadsOf(view, coded, coded.joined);
+      if (laidOut) heads.data.assign(view.data.begin(), view.data.end());
+      (laidOut ? coded.packets : coded.more).push_back(std::move(heads));
     }
     const auto mpeg2 = first.mpeg2.find(packet.stream);
     if (mpeg2 != first.mpeg2.end() && mpeg2->second.size() < kForSummary)

@@ -19,6 +19,7 @@ struct CodedPacket {
   int64_t pts = kNoTime;
   int64_t dts = kNoTime;
   bool key = false;
+  size_t size = 0;  // bytes, of which `data` may leave some out
 };
 
 struct CodedStream {
@@ -31,7 +32,8 @@ struct CodedStream {
   Bytes privateData;
   std::vector<Bytes> layeredUnits;   // of an lhvC, which describes the higher layers
   std::vector<CodedPacket> packets;  // that are laid out
-  std::vector<CodedPacket> more;     // behind them, for the summary
+  std::vector<CodedPacket> more;     // behind them, for the summary: of longer slices their heads
+  bool joined = false;               // one length covers several units with start codes between them
 
   // Where the parameter sets of the private data stand, as people call it.
   std::string configName() const;

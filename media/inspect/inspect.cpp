@@ -101,7 +101,7 @@ Section ReportOnFile(const std::string& path, const InspectOptions& options) {
   file.RequireVideo();
   FirstPictures first = ReadFirstPictures(file, options.frames);
   StreamCaptions captions;
-  if (HasCodedVideo(file.streams())) captions = ReadFirstCaptions(input);
+  if (HasCodedVideo(file.streams())) captions = ReadFirstCaptions(file, first);
   Section report;
   const std::map<unsigned, CaptionStreamFacts> beside = ReadCaptionStreams(file);
   AddSummary(report, file, first, captions, beside);
