@@ -8,7 +8,7 @@
 #include <chrono>
 #include <utility>
 
-#include "container/file_captions.h"
+#include "container/coded_stream.h"
 
 namespace qlnmedia {
 
@@ -45,15 +45,19 @@ std::optional<bool> IsPaceSteady(const CaptionSurvey& survey, bool whole) {
   return *longest - *shortest <= 2;
 }
 
+// The first stream that may have captions.
+std::optional<unsigned> CaptionedStream(const MediaFile& file) {
+  for (const MediaStream& described : file.streams()) {
+    if (MayHaveCaptions(described.coded.codec)) return described.index;
+  }
+  return {};
+}
+
 // The survey of the heads of pictures, where they can be had without reading the pictures.
 std::optional<CaptionSurvey> SurveyOfHeads(const MediaFile& file, const FirstPictures& first) {
-  const std::vector<MediaStream>& streams = file.streams();
-  const auto stream = std::find_if(streams.begin(), streams.end(), [](const MediaStream& described) {
-    return MayHaveCaptions(described.coded.codec);
-  });
-  if (stream == streams.end()) return {};
+  const std::optional<unsigned> stream = CaptionedStream(file);
   for (const CodedStream& coded : first.coded) {
-    if (coded.index != stream->index || coded.joined) continue;
+    if (stream != coded.index || coded.joined) continue;
     std::vector<KnownPacket> known;
     for (const std::vector<CodedPacket>* packets : {&coded.packets, &coded.more}) {
       for (const CodedPacket& packet : *packets) known.push_back({packet.size, packet.pts, packet.dts});
@@ -65,12 +69,39 @@ std::optional<CaptionSurvey> SurveyOfHeads(const MediaFile& file, const FirstPic
 
 }  // namespace
 
-StreamCaptions ReadFirstCaptions(const MediaFile& file, const FirstPictures& first) {
+SurveyAlong::SurveyAlong(MediaFile& file) : file_(file) {
+  const std::optional<unsigned> stream = CaptionedStream(file);
+  if (!stream || file.isPipe() || !(file.isRawStream() || file.isMxf() || file.isTransportStream())) return;
+  stream_ = *stream;
+  counter_.emplace(DescribeStream(file, stream_), SIZE_MAX);
+  order_ = OwnOrder(file, DescribeStream(file, stream_));
+}
+
+void SurveyAlong::Take(const MediaPacket& packet) {
+  if (!counter_ || packet.stream != stream_ || counter_->packets() == kPacketsInReport) return;
+  counter_->Add(packet.view);
+  order_.Add(packet.view);
+}
+
+std::optional<CaptionSurvey> SurveyAlong::Finish() {
+  if (!counter_) return {};
+  for (MediaPacket packet; counter_->packets() < kPacketsInReport && file_.Next(packet);) Take(packet);
+  CaptionSurvey survey = counter_->Finish();
+  order_.Apply(survey);
+  survey.elsewhere = LineOfRaster(file_);
+  survey.path = file_.path();
+  survey.stream = stream_;
+  counter_.reset();
+  return survey;
+}
+
+StreamCaptions ReadFirstCaptions(const MediaFile& file, const FirstPictures& first,
+                                 std::optional<CaptionSurvey> along) {
   StreamCaptions captions;
   const MediaInput& input = file.input();
   if (input.isPipe()) input.tape().WaitUntil(std::chrono::steady_clock::now() + kWaitForPipe);
-  std::optional<CaptionSurvey> heads = SurveyOfHeads(file, first);
-  const CaptionSurvey survey = heads ? std::move(*heads) : SurveyCaptions(input, kPacketsInReport);
+  if (!along) along = SurveyOfHeads(file, first);
+  const CaptionSurvey survey = along ? std::move(*along) : SurveyCaptions(input, kPacketsInReport);
   captions.stream = survey.stream;
   captions.pictures = survey.counts.size();
   const bool whole = survey.order.places.size() < kPacketsInReport;

@@ -41,7 +41,8 @@ CodedPacket HeadsOf(const PacketView& view, const CodedStream& coded, bool& join
 
 }  // namespace
 
-FirstPictures ReadFirstPictures(MediaFile& file, int frames) {
+FirstPictures ReadFirstPictures(MediaFile& file, int frames,
+                                const std::function<void(const MediaPacket&)>& also) {
   // What the summary looks at: a second of pictures, unless a stream is thinly spread over its file.
   static constexpr size_t kForSummary = 30;
   static constexpr size_t kMostBytes = size_t{32} << 20;
@@ -65,6 +66,7 @@ FirstPictures ReadFirstPictures(MediaFile& file, int frames) {
   };
   MediaPacket packet;
   while (missing() && file.Next(packet)) {
+    if (also) also(packet);
     const PacketView& view = packet.view;
     bytes += view.data.size();
     for (CodedStream& coded : first.coded) {

@@ -2,6 +2,7 @@
 #ifndef MEDIA_INSPECT_CODED_FRAMES_H
 #define MEDIA_INSPECT_CODED_FRAMES_H
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -49,8 +50,9 @@ struct FirstPictures {
 };
 
 // Each stream with its first `frames` packets, and some more where they come without much reading. Reads the
-// file from where it stands.
-FirstPictures ReadFirstPictures(MediaFile& file, int frames);
+// file from where it stands, and hands each packet of it to `also`, where that is given.
+FirstPictures ReadFirstPictures(MediaFile& file, int frames,
+                                const std::function<void(const MediaPacket&)>& also = {});
 
 // One parameter set as found: equal bytes count once, wherever they stand.
 struct FoundSet {

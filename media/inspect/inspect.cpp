@@ -99,15 +99,19 @@ Section ReportOnFile(const std::string& path, const InspectOptions& options) {
   if (input.isPipe()) input.tape().WaitUntil(std::chrono::steady_clock::now() + kWaitForPipe);
   MediaFile file(input);
   file.RequireVideo();
-  FirstPictures first = ReadFirstPictures(file, options.frames);
+  SurveyAlong survey(file);
+  FirstPictures first =
+      ReadFirstPictures(file, options.frames, [&survey](const MediaPacket& packet) { survey.Take(packet); });
+  // What the packets behind these show of the file's end is not said.
+  std::string note = input.isPipe() ? "" : EndNote(file);
   StreamCaptions captions;
-  if (HasCodedVideo(file.streams())) captions = ReadFirstCaptions(file, first);
+  if (HasCodedVideo(file.streams())) captions = ReadFirstCaptions(file, first, survey.Finish());
   Section report;
   const std::map<unsigned, CaptionStreamFacts> beside = ReadCaptionStreams(file);
   AddSummary(report, file, first, captions, beside);
   if (options.details) AddDetails(report, input, file, first, captions, beside, options, messages);
   // A pipe goes on.
-  const std::string note = input.isPipe() && !input.tape().ended() ? "" : EndNote(file);
+  if (input.isPipe() && input.tape().ended()) note = EndNote(file);
   if (!note.empty()) AddFileNote(report, note);
   if (input.isPipe())
     AddFileNote(report,
