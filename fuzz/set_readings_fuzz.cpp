@@ -17,7 +17,7 @@ using namespace qlnmedia;
 constexpr std::string_view kOtherwiseInH264[] = {
     "bit_depth_luma_minus8",   // 8 in a record of a profile whose sets do not tell it
     "offset_for_",             // kept as code numbers
-    "ScalingList",             // of 32 bits, where differences run over a byte
+    "ScalingList",             // by differences beyond the range of the standard
     "more_rbsp_data_present",  // seven bits are looked at
     "cpb_cnt_minus1",          // at most eight schedules are kept
     "bit_rate_value_minus1",   // the same
