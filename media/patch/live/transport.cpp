@@ -111,6 +111,8 @@ class LiveTransport {
 
   void Move(uint16_t from, uint16_t to) {
     TellProgram(from, fmt::format("goes on as {}", to));
+    // A stream of that identifier that was gone goes on itself.
+    if (IsEdited(to)) return;
     carrier_->Move(from, to);
     identifiers_.insert(to);
     damage_.emplace(identifiers_);

@@ -133,6 +133,27 @@ TEST(LivePrograms, WhatMovesTwiceAndBackKeepsItsNumbers) {
   EXPECT_THAT(result.said, HasSubstr("goes on as 288"));
 }
 
+// One of two goes, and the other seems to move to its identifier: both go on, and nothing of either is lost.
+TEST(LivePrograms, WhereAStreamSeemsToMoveToOneThatWasGone) {
+  const Bytes in = ReadFile(LiveClip("live_programs_two.ts", "-map 0:v -map 0:v"));
+  constexpr int kOther = kVideo + 1;
+  Bytes changed(in.begin(), in.begin() + static_cast<std::ptrdiff_t>(kPacket * 60));
+  Append(changed, MapPacket({{kAvc, kVideo}}, 1, 7));
+  Append(changed, MapPacket({{kAvc, kOther}}, 2, 8));
+  Append(changed, Bytes(in.begin() + static_cast<std::ptrdiff_t>(kPacket * 60), in.end()));
+  for (const std::string options : kOptions) {
+    const LiveResult result = PatchedLive(changed, options);
+    EXPECT_THAT(result.said, HasSubstr("257 is no more there"));
+    EXPECT_THAT(result.said, HasSubstr("256 goes on as 257"));
+    for (const int identifier : {kVideo, kOther}) {
+      ASSERT_FALSE(ElementaryBytes(in, {identifier}).empty());
+      EXPECT_TRUE(SlicesIn(ElementaryBytes(result.out, {identifier})) ==
+                  SlicesIn(ElementaryBytes(in, {identifier})))
+          << identifier;
+    }
+  }
+}
+
 TEST(LivePrograms, AnotherTypeUnderTheSameIdentifierPasses) {
   for (const std::string options : kOptions) {
     const Bytes whole = ReadFile(Stream());
