@@ -28,8 +28,9 @@ rm -rf "$profiles"
 LLVM_PROFILE_FILE=/dev/null cmake --build "$build" --target "${targets[@]}" --parallel "$(nproc)" >build/coverage.log ||
   { cat build/coverage.log >&2; exit 1; }
 
-# Of each program and library the processes add up in a file or two.
-export LLVM_PROFILE_FILE=$profiles/%2m.profraw
+# Of each program and library the processes add up in a file or two, which they have as memory: what a process counts stands
+# there however it ends, and whatever rights it gave up.
+export LLVM_PROFILE_FILE=$profiles/%c%2m.profraw
 run() {
   ctest --test-dir "$build" --parallel "$(nproc)" --output-on-failure "$@" >build/coverage.log || { cat build/coverage.log >&2; exit 1; }
 }
