@@ -66,6 +66,19 @@ def read_export(path, root, folders):
         segments[name] = entry['segments']
         files[name] = File()
         files[name].lines = lines_of(entry['segments'])
+    evaluated = collections.defaultdict(set)
+    for function in data['functions']:
+        name = os.path.realpath(function['filenames'][0])
+        if name not in files or function['count'] != 0:
+            continue
+        first, _, last, *_ = function['regions'][0]
+        with open(name) as source:
+            text = source.read().split('\n')
+        head = text[first - 1]
+        if not text[first - 2].endswith((';', '{', '}')):
+            head = text[first - 2] + head
+        if re.search(r'\bconsteval\b', head):
+            evaluated[name].update(range(first, last + 1))
     # Of a template each instance has counts of its own: a branch is taken where one of them took it.
     for function in data['functions']:
         for branch in function['branches']:
@@ -82,6 +95,11 @@ def read_export(path, root, folders):
             del file.lines[line]
         # The way past all cases of a switch: compilers see to it that there is one for each enumerator.
         for at in [at for at in file.branches if text[at[0] - 1][:at[1] - 1].endswith('switch (')]:
+            del file.branches[at]
+        # What is consteval only the compiler evaluates; of constructors and members it writes counts down all the same.
+        for at in [at for at in file.lines if at in evaluated[name]]:
+            del file.lines[at]
+        for at in [at for at in file.branches if at[0] in evaluated[name]]:
             del file.branches[at]
         # Both never, in code that ran: the compiler knew the condition.
         known = [at for at, sides in file.branches.items()

@@ -19,7 +19,7 @@ struct RecordField {
 };
 
 template <class Member>
-constexpr RecordField MakeRecordField(const char* name, size_t offset) {
+consteval RecordField MakeRecordField(const char* name, size_t offset) {
   using Word = std::remove_all_extents_t<Member>;
   static_assert(sizeof(Word) == 4);
   return {name, static_cast<uint32_t>(offset / 4), static_cast<uint32_t>(sizeof(Member) / 4),
@@ -32,7 +32,7 @@ constexpr RecordField MakeRecordField(const char* name, size_t offset) {
 
 // True when the fields follow each other without a gap and end where the record ends: no member was
 // forgotten.
-constexpr bool CoversRecord(std::span<const RecordField> fields, size_t recordSize) {
+consteval bool CoversRecord(std::span<const RecordField> fields, size_t recordSize) {
   uint32_t next = 0;
   for (const RecordField& field : fields) {
     if (field.word != next) return false;

@@ -188,7 +188,7 @@ constexpr size_t kCustomMetadataSlot = 80;
 constexpr size_t kImageInfoSlot = 81;
 
 template <size_t kCount>
-constexpr bool LieInOrder(const InfoField (&fields)[kCount], size_t first, size_t size) {
+consteval bool LieInOrder(const InfoField (&fields)[kCount], size_t first, size_t size) {
   for (size_t i = 0; i < kCount; ++i) {
     if (fields[i].offset != first + i * size) return false;
   }

@@ -75,7 +75,11 @@ consteval Kinds<kCount> MakeKinds(SizeOfIndex sizeOfIndex, const SizeRange (&ran
   Kinds<kCount> kinds;
   size_t known = 0;
   for (uint32_t i = 0; i < kCount; ++i) {
-    const uint32_t classes = ClassesOf(sizeOfIndex(i), ranges);
+    const uint32_t size = sizeOfIndex(i);
+    uint32_t classes = 0;
+    for (const SizeRange& range : ranges) {
+      if (size >= range.first && size <= range.last) classes |= range.classes;
+    }
     size_t kind = 0;
     while (kind < known && kinds.classes[kind] != classes) ++kind;
     if (kind == known) kinds.classes.at(known++) = classes;

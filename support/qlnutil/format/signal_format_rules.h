@@ -82,21 +82,12 @@ inline constexpr SizeRange kHeightRanges[] = {
     {kAnyHeight, 0, kNoEnd},
 };
 
-template <size_t kCount>
-constexpr uint32_t ClassesOf(uint32_t size, const SizeRange (&ranges)[kCount]) {
-  uint32_t classes = 0;
-  for (const SizeRange& range : ranges) {
-    if (size >= range.first && size <= range.last) classes |= range.classes;
-  }
-  return classes;
-}
-
 // ---- The rules: within a block of rates they run from the top; the first that matches gives the word. ----
 
 struct Rule {
-  constexpr Rule(uint32_t h, uint32_t w, QLNSignalFormat always)
+  consteval Rule(uint32_t h, uint32_t w, QLNSignalFormat always)
       : heights(h), widths(w), progressive(always), otherwise(always) {}
-  constexpr Rule(uint32_t h, uint32_t w, QLNSignalFormat ifProgressive, QLNSignalFormat ifNot)
+  consteval Rule(uint32_t h, uint32_t w, QLNSignalFormat ifProgressive, QLNSignalFormat ifNot)
       : heights(h), widths(w), progressive(ifProgressive), otherwise(ifNot) {}
 
   uint32_t heights;

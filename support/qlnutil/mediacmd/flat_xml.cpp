@@ -16,23 +16,22 @@ constexpr std::string_view kRootNames[] = {"MediaCmd", "ClipInfo"};
 
 constexpr bool IsBlank(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
 constexpr bool IsLetter(char c) { return AsciiLower(c) >= 'a' && AsciiLower(c) <= 'z'; }
-constexpr bool IsNameByte(char c) { return IsLetter(c) || (c >= '0' && c <= '9') || c == '_'; }
-// What stands for itself in texts and values alike.
-constexpr bool IsPlain(char c) {
-  return c >= ' ' && c <= '~' && c != '<' && c != '>' && c != '&' && c != '"';
-}
 
+// A plain byte stands for itself in texts and values alike.
 enum Kind : uint8_t { kNameByte = 1, kPlain = 2 };
 
-// The kinds of each byte.
-constexpr std::array<uint8_t, 256> kKinds = [] {
+consteval std::array<uint8_t, 256> MakeKinds() {
   std::array<uint8_t, 256> kinds{};
   for (size_t i = 0; i < kinds.size(); ++i) {
     const char c = static_cast<char>(i);
-    kinds[i] = static_cast<uint8_t>((IsNameByte(c) ? kNameByte : 0) | (IsPlain(c) ? kPlain : 0));
+    if (IsLetter(c) || (c >= '0' && c <= '9') || c == '_') kinds[i] |= kNameByte;
+    if (c >= ' ' && c <= '~' && c != '<' && c != '>' && c != '&' && c != '"') kinds[i] |= kPlain;
   }
   return kinds;
-}();
+}
+
+// The kinds of each byte.
+constexpr std::array<uint8_t, 256> kKinds = MakeKinds();
 
 constexpr bool Is(Kind kind, char c) { return (kKinds[static_cast<uint8_t>(c)] & kind) != 0; }
 
