@@ -132,13 +132,9 @@ int32_t vidSignalFormatToQLNVid(QLNSignalFormat format, QLNVid* video) {
     if (active.interlaced) flags |= QLN_SCAN_INTERLACED;
   } else {
     // The tokens' own sizes, also for the words that vidImageSize knows better: hosts lay out their buffers
-    // by them.
-    const uint32_t width = vidGetSizeFromToken(qln::WidthToken(format));
-    const uint32_t height = vidGetSizeFromToken(qln::HeightToken(format));
-    if (width != QLN_SIZE_UNKNOWN && height != QLN_SIZE_UNKNOWN) {
-      video->width = width;
-      video->height = height;
-    }
+    // by them. A word whose size is known has two known tokens.
+    video->width = vidGetSizeFromToken(qln::WidthToken(format));
+    video->height = vidGetSizeFromToken(qln::HeightToken(format));
   }
   video->activeRight = AddWrapping(video->activeLeft, video->width);
   video->activeBottom = AddWrapping(video->activeTop, video->height);

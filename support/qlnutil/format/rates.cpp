@@ -52,9 +52,9 @@ const RateClass* RateClassOf(double r) {
   return nullptr;
 }
 
-// Truncated toward zero; `otherwise` where the result does not fit.
+// A time above 0, truncated; `otherwise` where the result does not fit.
 uint32_t TruncateTo32(double value, uint32_t otherwise) {
-  return value > -1.0 && value < 4294967296.0 ? static_cast<uint32_t>(value) : otherwise;
+  return value < 4294967296.0 ? static_cast<uint32_t>(value) : otherwise;
 }
 
 }  // namespace
@@ -76,8 +76,7 @@ int32_t vidRateScaleFromFPS(double framesPerSecond, uint32_t* rate, uint32_t* sc
   };
   const double r = FoldToBaseRate(framesPerSecond);
   if (const RateClass* const rateClass = RateClassOf(r)) return give(rateClass->rate, rateClass->scale);
-  const bool fits = r > -2147483649.0 && r < 2147483648.0;
-  give(fits ? static_cast<uint32_t>(static_cast<int32_t>(r)) * 100u : 0u, 100);
+  give(r > -2147483649.0 ? static_cast<uint32_t>(static_cast<int32_t>(r)) * 100u : 0u, 100);
   return 1;
 }
 

@@ -48,7 +48,8 @@ void CQLNPos::Normalize() {
   fraction_.Set(parts.fraction);
 }
 
-bool CQLNPos::IsNeg() const { return whole_ < 0 || fraction_.Get() < 0; }
+// The fraction is never below 0.
+bool CQLNPos::IsNeg() const { return whole_ < 0; }
 
 bool CQLNPos::IsPlus() const { return whole_ > 0 || fraction_.Get() > 0; }
 
@@ -56,10 +57,7 @@ bool CQLNPos::IsZero() const { return whole_ == 0 && fraction_.Get() == 0; }
 
 int32_t CQLNPos::floor() const { return whole_; }
 
-int32_t CQLNPos::ceil() const {
-  if (fraction_.Get() == 0) return whole_;
-  return qln::WrappingAdd(whole_, fraction_.Get() > 0 ? 1 : -1);
-}
+int32_t CQLNPos::ceil() const { return qln::WrappingAdd(whole_, fraction_.Get() != 0 ? 1 : 0); }
 
 int32_t CQLNPos::frac() const { return fraction_.Get(); }
 
