@@ -14,12 +14,12 @@
 
 namespace qln {
 
-// Length in bits of the code that WriteUe gives to a value; the 48 extra bits from 0xFFFFFF up are required.
+// Length in bits of the code that WriteUe gives to a value from -1 to 0x7FFFFFFE; the 48 extra bits from
+// 0xFFFFFF up are required.
 constexpr uint32_t UeCodeLength(int32_t value) {
-  const int64_t code = static_cast<int64_t>(value) + 1;  // 0 for -1
+  const uint32_t code = static_cast<uint32_t>(value) + 1u;  // 0 for -1
   if (code == 0) return 1;
-  if (code < 0 || code > 0x7FFFFFFF) return 1;  // written as 0 is
-  const uint32_t bits = static_cast<uint32_t>(std::bit_width(static_cast<uint32_t>(code)));
+  const uint32_t bits = static_cast<uint32_t>(std::bit_width(code));
   return 2 * (code >= 0x1000000 ? bits + 24 : bits) - 1;
 }
 
@@ -33,7 +33,6 @@ class BitWriter {
   BitWriter(uint8_t* data, uint64_t capacityBytes, uint64_t position = 0)
       : bitPos(position), data_(data), capacityBits_(capacityBytes * 8) {}
 
-  uint8_t* data() const { return data_; }
   bool Overflowed() const { return overflowed_; }
   uint64_t BytePos() const { return bitPos / 8; }
 
