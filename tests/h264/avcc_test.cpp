@@ -300,6 +300,27 @@ TEST(AvccReader, ABoxOfUnknownLengthIsFetchedByItsOwnCountsOnly) {
   EXPECT_EQ(cut.result, 0u);
   EXPECT_EQ(cut.sps.seq_parameter_set_id, 2u);
   EXPECT_TRUE(SameWords(cut.pps, Filled<H264PpsRecord>(0x77)));
+  // A second set there, and the length of a PPS, stand behind them.
+  bigBox = Box({big, Sps(3)}, {Pps(5)});
+  bigBox.resize(512);
+  EXPECT_EQ(read(bigBox).sps.seq_parameter_set_id, 2u);
+  Bytes upToTheCount = Sps(2);
+  upToTheCount.resize(495, 0);
+  bigBox = Box({upToTheCount}, {Pps(5)});
+  ASSERT_EQ(bigBox[511], 1);
+  bigBox.resize(512);
+  const Read counted = read(bigBox);
+  EXPECT_EQ(counted.result, 0u);
+  EXPECT_EQ(counted.sps.seq_parameter_set_id, 2u);
+  // An SPS of one byte has no profile that an extension could be there for: the 100 is the count of PPS, of
+  // which the first is too long.
+  capture.clear();
+  EXPECT_EQ(read(Hex("00 00 00 40 61 76 63 43 01 42 00 1E FF E1 00 01 67 64 02 01")).result, 0u);
+  // One of 257 bytes has one.
+  Bytes high257 = Sps(2, 100);
+  high257.resize(257, 0);
+  read(Box({high257}, {}, Hex("FD F8 F8 09")));
+  EXPECT_EQ(capture.texts(), std::vector<std::string>{"Extended pps_count 9. Ignoring"});
 }
 
 }  // namespace

@@ -226,6 +226,16 @@ TEST(FrameScan, ADelimiterTellsThePrefixOfTheRest) {
   EXPECT_EQ(scan.count, 2u);
   // p is 3 from here on: the value of 00 00 55 is a length, cut to the frame.
   EXPECT_EQ(scan.spsSize, kUntouched);
+  // A length of more than 64 KB behind it is no start code, whatever its lower half is: the prefix stays 4,
+  // and the SPS is found behind it, as long as the way to the end.
+  for (const char* length : {"11 00 05 01", "00 11 05 01"}) {
+    const Bytes sps = Hex("67 42 00 1E F0 80");
+    scan = ScanFrame(Join({Hex("00 00 00 02 09 10"), Hex(length), sps}));
+    EXPECT_EQ(scan.count, 2u);
+    EXPECT_EQ(scan.sps.profile_idc, 0x42u);
+    ASSERT_EQ(scan.spsSize, 10u);
+    EXPECT_EQ(scan.SpsCopy(), Join({sps, Bytes(4, 0)}));
+  }
   // Bytes behind the frame never match.
   scan = ScanFrame(Hex("00 00 00 02 09 10 00 00 00"));
   EXPECT_EQ(scan.count, 1u);

@@ -199,6 +199,20 @@ TEST(AddNalUnits, AllUnitsStandInOrder) {
   EXPECT_EQ(Add(kSlice, 0x20000000, request).bytes, Join({Hex("00 00 00 02 09 50"), pic, kSlice}));
 }
 
+TEST(AddNalUnits, ARecoveryPointStandsAlone) {
+  const H264SpsRecord sps = TimedSps();
+  BitBuilder recovery;
+  recovery.ue(0).u(4, 0);
+  EXPECT_EQ(Add(kSlice, 0x10000000, {&sps, -1, 0, 0, 1, 0, 1}).bytes, Join({Sei(6, recovery), kSlice}));
+  EXPECT_EQ(Add(kSlice, 0x20000000, {&sps, -1, 0, 0, 1, 0, 1}).bytes, kSlice);
+}
+
+TEST(AddNalUnits, AnSpsThatNothingAsksForIsNotLookedAt) {
+  const auto* const nowhere = reinterpret_cast<const void*>(uintptr_t{16});
+  EXPECT_EQ(Add(kSlice, 0x10000000, {nowhere, 100, 1, 0, 0, 0, 1}).bytes,
+            Join({Hex("00 00 00 02 09 10"), kSlice}));
+}
+
 TEST(AddNalUnits, TheVclHrdStandsInWhereThereIsNoNalHrd) {
   H264SpsRecord sps = TimedSps();
   sps.vcl_hrd_parameters_present_flag = 1;

@@ -2,6 +2,7 @@
 
 #include "h264/h264_test_support.h"
 #include "h264/slice_header_support.h"
+#include "support/long_memory.h"
 
 namespace qln {
 namespace {
@@ -73,6 +74,35 @@ TEST(SliceHeaderFix, LeavesTheNalHeaderWordsAndStartsAtTheCallersPosition) {
   EXPECT_EQ(slice.header.long_term_reference_flag, 1u);
   EXPECT_EQ(slice.header.slice_qp_delta, -1);
   EXPECT_EQ(slice.bitPos, (end + 7) / 8 * 8);
+}
+
+TEST(SliceHeaderFix, MarkingOperationsEndWithTheData) {
+  Slice slice;
+  BitBuilder bits;
+  bits.ue(0).ue(7).ue(0).u(4, 5).u(1, 1).ue(1).ue(2);
+  const uint32_t limit = static_cast<uint32_t>(bits.bits());
+  bits.ue(1).ue(3).ue(0).u(32, 0);
+  slice.Fix(bits.bytes(), 1, 1, 0, limit);
+  EXPECT_EQ(slice.header.memory_management_control_operation, 1u);
+  EXPECT_EQ(slice.header.difference_of_pic_nums_minus1, 2u);
+}
+
+// The last command ends with the last bit that 32 bits count: the header goes on at the first one, 01111000.
+TEST(SliceHeaderFix, CommandsEndWhereThePositionWraps) {
+  test::LongMemory data(size_t{1} << 29);
+  if (data.data() == nullptr) GTEST_SKIP();
+  BitBuilder bits;
+  bits.u(1, 0).ue(0).ue(5).ue(0).u(4, 5).u(1, 0).u(1, 1);  // no override, reordering
+  while (bits.bits() < 256) bits.u(1, 1);                  // commands of two bits
+  const Bytes end = bits.bytes();
+  std::copy(end.begin(), end.end(), data.data() + data.size() - end.size());
+  Slice slice;
+  QLNBitState state{data.data(), static_cast<int32_t>(data.size()), 0xFFFFFFFFu, 0u - 255u};
+  EXPECT_EQ(qlnutilFix_SliceHeader(&state, &slice.header, &slice.sps, &slice.pps, 1, 0), 0u);
+  EXPECT_EQ(slice.header.ref_pic_list_reordering_flag_l0, 1u);
+  EXPECT_EQ(slice.header.reordering_of_pic_nums_idc, 0u);
+  EXPECT_EQ(slice.header.slice_qp_delta, -1);
+  EXPECT_EQ(state.bitPos, 8u);
 }
 
 TEST(SliceHeaderFix, ParsesMarkingOperationsWithTheirOwnShapes) {

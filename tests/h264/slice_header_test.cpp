@@ -159,6 +159,26 @@ TEST(SliceHeaderReader, ReadsSwitchingSlices) {
   }
 }
 
+// Clause 7.3.3: a table also for SP slices where weighted_pred_flag is set.
+TEST(SliceHeaderReader, AnSpSliceHasAWeightTable) {
+  Slice slice;
+  slice.pps.weighted_pred_flag = 1;
+  slice.pps.entropy_coding_mode_flag = 1;
+  BitBuilder bits = NalHeader(1, 0);
+  bits.ue(0).ue(3).ue(0).u(4, 1).u(1, 0).u(1, 0);  // no override, no reordering
+  bits.ue(5).ue(6).u(1, 1).se(-20).se(11).u(1, 0);
+  bits.ue(1).se(4).u(1, 1).se(-5);
+  while (bits.bits() % 8 != 0) bits.u(1, 1);
+  slice.Read(bits.bytes(), 1);
+  EXPECT_EQ(slice.header.luma_log2_weight_denom, 5u);
+  EXPECT_EQ(slice.header.chroma_log2_weight_denom, 6u);
+  EXPECT_EQ(slice.header.luma_weight_l0[0], -20);
+  EXPECT_EQ(slice.header.luma_offset_l0[0], 11);
+  EXPECT_EQ(slice.header.cabac_init_idc, 1u);
+  EXPECT_EQ(slice.header.slice_qp_delta, 4);
+  EXPECT_EQ(slice.header.slice_qs_delta, -5);
+}
+
 TEST(SliceHeaderReader, TypesFromTenOnAreNoneOfTheNamedOnesButReorder) {
   Slice slice;
   slice.pps.entropy_coding_mode_flag = 1;

@@ -13,6 +13,7 @@
 
 #include "qlnutil/inband/caption_packet.h"
 #include "qlnutil/qlninband.h"
+#include "support/no_memory.h"
 #include "support/test_support.h"
 
 namespace qlnutil {
@@ -159,6 +160,39 @@ TEST(OptionalRecords, AreAbsentForSetsThatEndTooSoon) {
   cuts(kHevcVps, ReadHevcVps);
   cuts(kHevcSps, ReadHevcSps);
   cuts(kHevcPps, ReadHevcPps);
+}
+
+// Only a 3 behind two zeros is no part of the set: one that counted as such would leave it too short.
+TEST(OptionalRecords, AreThereWhereA3IsPartOfTheSet) {
+  for (const int profile : {66, 0}) {
+    qln::test::BitBuilder bits;
+    bits.u(8, 0x67)
+        .u(8, static_cast<uint32_t>(profile))
+        .u(8, 3)
+        .u(8, 30)
+        .ue(0)
+        .ue(0)
+        .ue(2)
+        .ue(1)
+        .u(1, 0)
+        .ue(19);
+    bits.ue(11).u(1, 1).u(1, 1).u(1, 0).u(1, 0).trailing();
+    const auto sps = Exactly(bits.bytes(), ReadH264Sps);
+    ASSERT_TRUE(sps) << profile;
+    EXPECT_EQ(sps->pic_width_in_mbs_minus1, 19u);
+  }
+}
+
+TEST(OptionalRecords, AreAbsentForWhatAReaderCannotTake) {
+  const Bytes sps = Hex(kSps);
+  EXPECT_FALSE(ReadH264Sps(sps.data(), size_t{1} << 28));  // nothing of it is looked at
+  Bytes pps = Hex(kPps);
+  pps.resize(3000, 0x55);
+  {
+    const qln::test::NoMemory none;
+    EXPECT_FALSE(ReadH264Pps(pps.data(), pps.size()));
+  }
+  EXPECT_TRUE(ReadH264Pps(pps.data(), pps.size()));
 }
 
 TEST(OptionalRecords, AreAbsentForOtherUnits) {

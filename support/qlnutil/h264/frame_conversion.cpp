@@ -48,7 +48,7 @@ struct FromTheEnd {
   void Place(const uint8_t* code, bool isLong) {
     const size_t unitSize = static_cast<size_t>(unitEnd - (code + 3));
     placedEnd -= unitSize;
-    if (placedEnd != code + 3) std::memmove(placedEnd, code + 3, unitSize);
+    std::memmove(placedEnd, code + 3, unitSize);
     placedEnd -= 4;
     unitEnd = isLong ? code - 1 : code;
     StoreBigEndian32(placedEnd, static_cast<uint32_t>(unitSize));

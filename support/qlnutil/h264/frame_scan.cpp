@@ -62,7 +62,7 @@ class FrameScan {
         VisitDelimiter(&size);
         break;
       default:
-        if (type >= kNalSlice && type <= kNalIdr) VisitSlice(size, type);
+        if (type <= kNalIdr) VisitSlice(size, type);
         break;
     }
     Step(size + prefix_);

@@ -25,9 +25,9 @@ struct UnitBytes {
     const uint64_t size = static_cast<uint64_t>(std::max(state.size, 0));
     return {state.data, size, size};
   }
-  // A unit of `size` bytes at `data`, of which those in front of `end` exist.
+  // A unit of `size` bytes at `data`, of which those in front of `end` exist: one at least.
   static UnitBytes UpTo(const uint8_t* data, uint64_t size, const uint8_t* end) {
-    return {data, size, data < end ? std::min<uint64_t>(size, static_cast<uint64_t>(end - data)) : 0};
+    return {data, size, std::min<uint64_t>(size, static_cast<uint64_t>(end - data))};
   }
 
   // Fills `count` bytes at `destination`, count at most `size`.
