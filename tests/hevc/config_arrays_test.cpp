@@ -78,6 +78,15 @@ TEST(HevcConfig, LaterVpsAndSpsAreSkippedAndLaterPpsRead) {
   EXPECT_EQ(read.result, box.size());
 }
 
+TEST(HevcConfig, ALaterVpsIsSkipped) {
+  VpsParts two;
+  two.maxSubLayersMinus1 = 1;
+  two.subLayers = [](BitBuilder& b) { b.u(16, 0); };
+  auto read = Read(Box({{32, {VpsUnit(), Escaped(Vps(two))}}}));
+  EXPECT_THAT(read.messages, IsEmpty());
+  EXPECT_EQ(read.vps->vps_max_sub_layers_minus1, 0u);
+}
+
 TEST(HevcConfig, ASkippedSetDoesNotMoveTheEnd) {
   const Bytes one = Box({{33, {SpsUnit()}}});
   auto read = Read(Box({{33, {SpsUnit(), SpsUnit()}}}));

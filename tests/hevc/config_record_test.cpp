@@ -57,6 +57,9 @@ TEST(HevcConfig, NothingToRead) {
   EXPECT_EQ(qlnutilRead_HEVC_CR(nullptr, &config, nullptr, nullptr, nullptr), 0u);
   state.size = -1;
   EXPECT_EQ(qlnutilRead_HEVC_CR(&state, &config, nullptr, nullptr, nullptr), 0xFFFFFFFFu);
+  QLNBitState nowhere{nullptr, 10, 80, 9};
+  EXPECT_EQ(qlnutilRead_HEVC_CR(&nowhere, &config, nullptr, nullptr, nullptr), 0xFFFFFFFFu);
+  EXPECT_EQ(nowhere.bitPos, 9u);
   EXPECT_EQ(state.bitPos, 9u);
   EXPECT_EQ(config.configurationVersion, 0u);
 }

@@ -81,6 +81,9 @@ TEST(HevcConfigWriter, WhatDoesNotFitIsNotWritten) {
   EXPECT_FALSE(write(0, 0));
   EXPECT_FALSE(write(-5, 0));
   EXPECT_FALSE(write(21, 0xFFFFFFF0u));
+  QLNBitState nowhere{nullptr, 64, 0, 8};
+  EXPECT_EQ(qlnutilWrite_HEVC_CR(&nowhere, nullptr, v.data(), s.data(), p.data(), 2, 2, 2), 1u);
+  EXPECT_EQ(nowhere.bitPos, 8u);
   EXPECT_EQ(qlnutilWrite_HEVC_CR(nullptr, nullptr, nullptr, nullptr, nullptr, 0, 0, 0), 0u);
 }
 

@@ -205,6 +205,14 @@ TEST(HevcFrameScan, LastBytes) {
   for (size_t n = 1; n < 4; ++n) EXPECT_EQ(Scan(Head(Hex("00 00 01"), n)).count, n);
 }
 
+TEST(HevcFrameScan, AUnitThatEndsWithItsFirstByteIsReadAsOneOfZeros) {
+  // Four bytes behind the code of three there is nothing: no SPS, and a copy of one zero.
+  auto scan = Scan(Hex("00 00 01 42"));
+  EXPECT_EQ(scan.count, 1u);
+  EXPECT_EQ(Words(*scan.sps), std::vector<uint32_t>(7008));
+  EXPECT_EQ(scan.vpsSpsCopy(), Bytes(1, 0));
+}
+
 TEST(HevcFrameScan, AnEmptyUnitEndsTheWalk) {
   auto scan = Scan(Join({Four(VpsUnit()), Hex("00 00 00 01"), Four(SpsUnit())}));
   EXPECT_EQ(scan.count, 1u);

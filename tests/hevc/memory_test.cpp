@@ -9,6 +9,7 @@
 
 #include "hevc/unit_builders.h"
 #include "kxutil/kxutil.h"
+#include "qlnutil/hevc/nal_header.h"
 #include "qlnutil/hevc/parameter_sets.h"
 
 namespace {
@@ -102,6 +103,37 @@ TEST(HevcWithoutMemory, ALongUnitIsNotReadAndNothingIsTouched) {
   ExpectNothingWithoutMemory<HevcVpsRecord>(Vps(), qlnutilRead_HEVC_VPS, HevcReadVps);
   ExpectNothingWithoutMemory<HevcSpsRecord>(Sps(), qlnutilRead_HEVC_SPS, HevcReadSps);
   ExpectNothingWithoutMemory<HevcPpsRecord>(Pps(), qlnutilRead_HEVC_PPS, HevcReadPps);
+}
+
+TEST(HevcWithoutMemory, ALongConfigurationRecordIsNotWritten) {
+  const Bytes unit(3000, 0x55);
+  Bytes out(4000, 0xEE);
+  QLNBitState state{out.data(), 4000, 0, 16};
+  const auto write = [&] {
+    return qlnutilWrite_HEVC_CR(&state, nullptr, unit.data(), nullptr, nullptr, 3000, 0, 0);
+  };
+  {
+    NoMemory none;
+    EXPECT_EQ(write(), 2u);
+  }
+  EXPECT_EQ(state.bitPos, 16u);
+  EXPECT_EQ(out, Bytes(4000, 0xEE));
+  EXPECT_EQ(write(), 2u + 3 * 5 + 3000);
+}
+
+TEST(HevcWithoutMemory, ALongSeiIsNotRead) {
+  Bytes sei(3000, 0x55);
+  sei[0] = 39 << 1;
+  h264_stream_t* const stream = h264_new();
+  {
+    NoMemory none;
+    EXPECT_EQ(HevcReadNalUnit(stream, sei.data(), static_cast<int32_t>(sei.size())), -1);
+  }
+  EXPECT_EQ(stream->nal->nal_unit_type, 39u);
+  EXPECT_EQ(stream->nal->parsed, nullptr);
+  HevcReadNalUnit(stream, sei.data(), static_cast<int32_t>(sei.size()));
+  EXPECT_EQ(stream->nal->parsed, stream->sei);
+  h264_free(stream);
 }
 
 TEST(HevcWithoutMemory, ALongConfigurationRecordIsNotRead) {

@@ -195,6 +195,12 @@ TEST(HevcSpsWriter, HostileCountsDoNotFit) {
       r.num_long_term_ref_pics_sps = count;
     });
     expectNothing("sub-layers", [=](HevcSpsRecord& r) { r.sps_max_sub_layers_minus1 = count; });
+    expectNothing("sub-layers of an HRD", [=](HevcSpsRecord& r) {
+      r.sps_max_sub_layers_minus1 = count;
+      r.vui_parameters_present_flag = 1;
+      r.vui_timing_info_present_flag = 1;
+      r.vui_hrd_parameters_present_flag = 1;
+    });
     if (count == 0xFFFFFFFFu) continue;  // plus 1 it is 0 pairs
     expectNothing("flag pairs", [=](HevcSpsRecord& r) {
       r.num_short_term_ref_pic_sets = 2;

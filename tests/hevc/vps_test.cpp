@@ -165,24 +165,26 @@ TEST(HevcVps, HrdStructuresAreReadPast) {
 }
 
 TEST(HevcVps, HrdBranchesPerSubLayer) {
-  VpsParts parts;
-  parts.maxSubLayersMinus1 = 2;
-  parts.subLayers = [](BitBuilder& b) { b.u(16, 0); };
-  parts.orderingFlag = 0;
-  parts.timing = [](BitBuilder& b) {
-    AddTiming(b);
-    b.u(1, 0).ue(1).ue(0);
-    b.u(1, 1).u(1, 0).u(1, 0).u(8, 0).u(15, 0);  // NAL only, no sub-picture parameters
-    b.u(1, 1).ue(0).ue(1);                       // fixed rate: duration, two CPBs
-    for (int i = 0; i < 2; ++i) b.ue(5).ue(6).u(1, 0);
-    b.u(1, 0).u(1, 1).ue(4).ue(0);  // fixed within the sequence: duration, one CPB
-    b.ue(5).ue(6).u(1, 1);
-    b.u(1, 0).u(1, 0).u(1, 1);  // low delay: no count is read, one CPB
-    b.ue(5).ue(6).u(1, 1);
-  };
-  auto vps = ReadVps(Vps(parts));
-  EXPECT_THAT(vps.messages, IsEmpty());
-  EXPECT_EQ(vps.result, Vps(parts).size());
+  for (const uint32_t nal : {1u, 0u}) {
+    VpsParts parts;
+    parts.maxSubLayersMinus1 = 2;
+    parts.subLayers = [](BitBuilder& b) { b.u(16, 0); };
+    parts.orderingFlag = 0;
+    parts.timing = [nal](BitBuilder& b) {
+      AddTiming(b);
+      b.u(1, 0).ue(1).ue(0);
+      b.u(1, nal).u(1, 1 - nal).u(1, 0).u(8, 0).u(15, 0);  // NAL or VCL only, no sub-picture parameters
+      b.u(1, 1).ue(0).ue(1);                               // fixed rate: duration, two CPBs
+      for (int i = 0; i < 2; ++i) b.ue(5).ue(6).u(1, 0);
+      b.u(1, 0).u(1, 1).ue(4).ue(0);  // fixed within the sequence: duration, one CPB
+      b.ue(5).ue(6).u(1, 1);
+      b.u(1, 0).u(1, 0).u(1, 1);  // low delay: no count is read, one CPB
+      b.ue(5).ue(6).u(1, 1);
+    };
+    auto vps = ReadVps(Vps(parts));
+    EXPECT_THAT(vps.messages, IsEmpty()) << nal;
+    EXPECT_EQ(vps.result, Vps(parts).size()) << nal;
+  }
 }
 
 TEST(HevcVps, HostileHrdCountsEndWithTheData) {

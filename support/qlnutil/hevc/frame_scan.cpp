@@ -75,8 +75,9 @@ class Scan {
     for (uint64_t i = 0; i < size; ++i) buffer[i] = At(4 + i);
   }
 
+  // The byte that told the type ends the zeros at the latest.
   void PassZerosAndOneByte() {
-    while (Present(cursor_) != 0 && data_[cursor_] == 0) ++cursor_;
+    while (data_[cursor_] == 0) ++cursor_;
     ++cursor_;
   }
 

@@ -44,13 +44,13 @@ struct VpsReader : HevcSetReader<BitReader&> {
   }
 
   // Extension data is passed by whole bytes up to the length before unescaping; the stop bit is then looked
-  // for behind it, so that every VPS with an extension is reported. A flag past the end has none.
+  // for behind it, so that every VPS with an extension is reported. A flag past the end has none; one that is
+  // 1 stands in a whole byte of the length.
   void Extension(HevcVpsRecord& vps) {
     Flag(vps.vps_extension_flag);
     if (vps.vps_extension_flag != 1) return;
     bits.bitPos = (bits.bitPos + 7) & ~7u;
-    const uint32_t length = unit.lengthBits();
-    if (bits.bitPos <= length) Pass((length - bits.bitPos) / 8 * 8);
+    Pass((unit.lengthBits() - bits.bitPos) / 8 * 8);
   }
 
  private:
