@@ -129,6 +129,9 @@ TEST(ReadHevcCaptions, CountsBytesBehindAShortPacketAsZero) {
   const HevcRead none = ReadHevc(sei("61 01 00 96 69 00"), &counter);
   EXPECT_THAT(none.messages, ElementsAre("ERROR: mfcc, bad start or size 0x61 0x01 0x00 0x00 0x00 0x00 "));
   EXPECT_EQ(none.part.captionSize, 7u);
+  const HevcRead one = ReadHevc(sei("61 01 01 96 69 01"), &counter);
+  EXPECT_THAT(one.messages, ElementsAre("ERROR: mfcc, bad start or size 0x61 0x01 0x01 0x96 0x00 0x00 "));
+  EXPECT_EQ(one.part.captionSize, 8u);
   const HevcRead two = ReadHevc(sei("61 01 02 96 69 02"), &counter);
   EXPECT_THAT(two.messages, ElementsAre("ERROR: mfcc, bad start or size 0x61 0x01 0x02 0x96 0x69 0x00 "));
   EXPECT_EQ(counter, 7);

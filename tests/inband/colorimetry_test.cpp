@@ -8,6 +8,7 @@
 #include "inband/sps_bits.h"
 #include "inband/test_frame.h"
 #include "qlnutil/qlninband.h"
+#include "support/long_memory.h"
 
 namespace qln {
 namespace {
@@ -276,6 +277,22 @@ SpsParts HevcSps(uint32_t description, uint32_t primaries = 0, uint32_t transfer
 Bytes HevcFrame(const SpsParts& parts) {
   return Join({WithStartCode(Hex("40 01 0C 01 FF FF 80")), WithStartCode(Escaped(Sps(parts))),
                WithStartCode(Hex("26 01 AF 09 40 F3 28"))});
+}
+
+TEST(WriteColorimetry, LeavesAnSpsOfMoreThan256MB) {
+  test::LongMemory memory((size_t{1} << 28) + 1000);
+  if (memory.data() == nullptr) GTEST_SKIP();
+  const Bytes begin = WithStartCode(AvcSps{.signalType = true}.Unit());
+  std::copy(begin.begin(), begin.end(), memory.data());
+  DFrame frame{};
+  frame.frameData = memory.data();
+  frame.frameSize = static_cast<uint32_t>(memory.size());
+  frame.frameCapacity = frame.frameSize + 4096;
+  frame.colorFlags = kMatrix;
+  frame.matrixCoefficients = 9;
+  EXPECT_EQ(qlnutilWriteColorimetryToSPS(&frame, kAvc), 0u);
+  EXPECT_EQ(frame.frameSize, memory.size());
+  EXPECT_TRUE(std::equal(begin.begin(), begin.end(), memory.data()));
 }
 
 TEST(WriteColorimetry, RewritesHevcAlike) {

@@ -3,26 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <new>
 
 #include "hevc/unit_builders.h"
 #include "inband/sps_bits.h"
 #include "inband/test_frame.h"
 #include "qlnutil/qlninband.h"
-
-namespace {
-
-bool memoryIsOut = false;
-
-}  // namespace
-
-// What the library allocates comes from here.
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return memoryIsOut ? nullptr : ::operator new(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return memoryIsOut ? nullptr : ::operator new[](size);
-}
+#include "support/no_memory.h"
 
 namespace qln {
 namespace {
@@ -33,6 +19,7 @@ using test::Escaped;
 using test::Hex;
 using test::Join;
 using test::MessageCapture;
+using test::NoMemory;
 using test::TestFrame;
 using test::WithLength;
 using test::WithStartCode;
@@ -40,12 +27,6 @@ using test::WithStartCode;
 constexpr uint32_t kHevc = 0x68766331;
 constexpr uint32_t kAvc = 0x61766331;
 constexpr size_t kLong = 3000;  // of units that copies on the stack do not hold
-
-class NoMemory {
- public:
-  NoMemory() { memoryIsOut = true; }
-  ~NoMemory() { memoryIsOut = false; }
-};
 
 // Calls `call` on the frame without memory, where it must give `result` and touch nothing, and then with
 // memory, where it must not.
@@ -109,6 +90,27 @@ TEST(WithoutMemory, TheSearchFindsNothing) {
   }
   EXPECT_EQ(light.max_content_light_level, 0u);
   EXPECT_EQ(qlnutilFindColorSEI(frame.get(), &light, nullptr), 1u);
+}
+
+// A long SPS goes through as it is: one behind a start code of three bytes, which the reader begins a byte
+// late, and one that the reader has no memory for.
+TEST(WithoutMemory, TheInterlaceRewriteLeavesALongSet) {
+  for (const int codeBytes : {3, 4}) {
+    const Bytes bytes = WithStartCode(LongHevcSps(), codeBytes);
+    TestFrame source(bytes, bytes.size());
+    const HevcSpsRecord host = {};
+    const auto rewritten = [&] {
+      TestFrame destination(Hex("11 22"), 4000);
+      EXPECT_EQ(qlnutilSetFrameInterlaced(source.get(), destination.get(), &host, 0), 1u);
+      return destination.bytes();
+    };
+    {
+      const MessageCapture capture;
+      EXPECT_NE(rewritten(), bytes) << codeBytes;
+    }
+    const NoMemory none(1);  // but for what the rewrite begins with
+    EXPECT_EQ(rewritten(), bytes) << codeBytes;
+  }
 }
 
 TEST(WithoutMemory, TheInterlaceRewriteDoesNotBegin) {

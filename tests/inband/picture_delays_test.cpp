@@ -87,6 +87,18 @@ TEST(PictureDelays, LeaveTheDecodingUnitsOutWithoutTheirFlag) {
   EXPECT_EQ(DelaysOf(bits, sps).auCpbRemovalDelay, 0x777777u);
 }
 
+TEST(PictureDelays, OfAWidthThatNoFieldHasAreNotRead) {
+  HevcSpsRecord sps = HrdHost();
+  BitBuilder bits;
+  bits.u(16, 0x4E01).u(8, 1).u(8, 6).u(7, 0).u(16, 0x1357).u(24, 0).trailing();
+  for (const uint32_t width : {64u, 0xFFFFFFFEu}) {
+    sps.au_cpb_removal_delay_length_minus1 = width;
+    const PictureDelays delays = DelaysOf(bits, sps);
+    EXPECT_EQ(delays.auCpbRemovalDelay, 0u) << width;
+    EXPECT_EQ(delays.picDpbOutputDelay, 0x1357u) << width;
+  }
+}
+
 TEST(PictureDelays, WalkDecodingUnits) {
   HevcSpsRecord sps = HrdHost();
   sps.sub_pic_hrd_params_present_flag = 1;

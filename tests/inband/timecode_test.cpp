@@ -152,6 +152,7 @@ TEST(AddAvcTimeCode, ReadsTheFirstSpsOnly) {
 TEST(AddAvcTimeCode, NeedsAPlaceBehindTheBeginning) {
   ExpectAvcUntouched(Join({kSlice, AvcHead()}));
   ExpectAvcUntouched(AvcHead());
+  ExpectAvcUntouched(WithStartCode(AvcSps().Unit()));
   ExpectAvcUntouched(Bytes(40, 0));
   // Fewer than 6 bytes at the slice's start code.
   ExpectAvcUntouched(Join({AvcHead(), WithStartCode(Hex("65"))}));

@@ -83,7 +83,7 @@ uint32_t qlnUtilAddHevcCaptions(DFrame* frame, uint32_t /*reserved*/) {
   if (frame == nullptr || frame->frameData == nullptr) return 0;
   uint8_t unit[kLongestUnit];
   const uint32_t length = BuildUnit(*frame, unit);
-  if (length < 1 || length > kLongestUnit) {
+  if (length == 0) {
     ErrOutLocated("Sei cc not added Length %d %s %d", length);
     return 0;
   }

@@ -34,7 +34,7 @@ struct AvcScan {
 // Reads the SPS that begins at `unit` and ends in front of the next start code.
 void ReadSps(const uint8_t* unit, const uint8_t* end, AvcScan* scan) {
   const uint8_t* behind = FindShortStartCode(unit, end);
-  if (behind != end && behind > unit && behind[-1] == 0) --behind;
+  if (behind != end && behind[-1] == 0) --behind;
   const auto size = static_cast<int32_t>(std::min<std::ptrdiff_t>(behind - unit, INT32_MAX / 8));
   if (size <= 3) return;
   QLNBitState state{const_cast<uint8_t*>(unit), size, static_cast<uint32_t>(size) * 8, 0};
@@ -138,7 +138,6 @@ uint32_t qlnutilAddAVCTimeCode(DFrame* frame, uint8_t tcType) {
   }
   uint8_t unit[256] = {};
   const uint32_t length = WriteAvcPicTiming(unit, DigitsOf(FrameTimeCode(*frame), tcType), tcType);
-  if (length == 0 || uint64_t{frame->frameSize} + length >= frame->frameCapacity) return 0;
   InsertBytes(frame, scan.place, unit, length);
   frame->frameSize += length;
   return length;

@@ -51,7 +51,7 @@ class Output {
     }
     uint8_t* const place = frame_->frameData + frame_->frameSize;
     if (headSize != 0) std::memcpy(place, head, headSize);
-    if (size != 0) std::memcpy(place + headSize, bytes, size);
+    std::memcpy(place + headSize, bytes, size);
     frame_->frameSize = static_cast<uint32_t>(newSize);
   }
   void Append(const uint8_t* bytes, size_t size) { Append(nullptr, 0, bytes, size); }

@@ -31,19 +31,16 @@ uint32_t InterlaceSets::Rewrite(uint32_t type, const uint8_t* data, uint32_t siz
                                 const HevcSpsRecord& host, uint8_t* output) {
   const bool twoFields = (source.fieldFlags & QLN_TWO_FIELDS) == QLN_TWO_FIELDS;
   if (!Read(type, data, size, &working_)) return 0;
-  switch (type) {
-    case kHevcNalVps:
-      ChangeVps(twoFields);
-      return qlnutilWrite_HEVC_VPS(&working_.vps, output);
-    case kHevcNalSps:
-      ChangeSps(twoFields);
-      SupplyColour(source, host);
-      return qlnutilWrite_HEVC_SPS(&working_.sps, output, QLN_HEVC_UNIT_SIZE);
-    case kHevcNalPps:
-      return qlnutilWrite_HEVC_PPS(&working_.pps, output);
-    default:
-      return 0;
+  if (type == kHevcNalVps) {
+    ChangeVps(twoFields);
+    return qlnutilWrite_HEVC_VPS(&working_.vps, output);
   }
+  if (type == kHevcNalSps) {
+    ChangeSps(twoFields);
+    SupplyColour(source, host);
+    return qlnutilWrite_HEVC_SPS(&working_.sps, output, QLN_HEVC_UNIT_SIZE);
+  }
+  return qlnutilWrite_HEVC_PPS(&working_.pps, output);
 }
 
 void InterlaceSets::ReadBack(uint32_t type, const uint8_t* data, uint32_t size) {

@@ -43,22 +43,19 @@ uint8_t CdpRateByte(uint32_t rate) {
   }
 }
 
-// A reader whose every bit behind `size` bytes makes a test fail, and reads as zero in the triplets.
+// A reader whose every bit behind `size` bytes reads as zero, which makes a test fail: no value ends in a
+// byte of zeros.
 class UserDataReader {
  public:
-  UserDataReader(const uint8_t* sei, uint32_t size) : reader_(sei, size, kH264BitLimit), size_(size) {}
+  UserDataReader(const uint8_t* sei, uint32_t size) : reader_(sei, size, kH264BitLimit) {}
 
   // Whether the next `count` bits (whole bytes) are there and equal `value`.
-  bool Next(int32_t count, uint32_t value) {
-    const bool there = (uint64_t{reader_.bitPos} + static_cast<uint32_t>(count)) <= uint64_t{size_} * 8;
-    return reader_.ReadBits(count) == value && there;
-  }
+  bool Next(int32_t count, uint32_t value) { return reader_.ReadBits(count) == value; }
   uint32_t Read(int32_t count) { return reader_.ReadBits(count); }
   void Skip(uint32_t count) { reader_.SkipBits(count); }
 
  private:
   BitReader reader_;
-  uint32_t size_;
 };
 
 uint8_t SumOf(const uint8_t* from, const uint8_t* to) {
@@ -102,8 +99,10 @@ void RenewPacket(uint16_t* counter, DFrameCaptionPart* caption) {
   uint8_t* const packet = caption->captionData;
   const uint32_t found = caption->captionSize;
   const auto at = [&](uint32_t index) { return index < found ? packet[index] : uint8_t{0}; };
-  if (at(kPacketDid) != 0x61 || at(kPacketSdid) != 0x01 || at(kPacketIdentifier) != 0x96 ||
-      at(kPacketIdentifier + 1) != 0x69 || at(kPacketDataCount) != at(kPacketCdpLength)) {
+  // The search has seen the identifiers of the ANC packet, and those of the CDP where the packet has room for
+  // them.
+  if (at(kPacketIdentifier) != 0x96 || at(kPacketIdentifier + 1) != 0x69 ||
+      at(kPacketDataCount) != at(kPacketCdpLength)) {
     ErrOut("ERROR: mfcc, bad start or size 0x%02X 0x%02X 0x%02X 0x%02X 0x%02X 0x%02X ", at(4), at(5), at(6),
            at(7), at(8), at(9));
     return;
@@ -156,7 +155,7 @@ int32_t qlnUtilReadHevcCaptionsSEI(const uint8_t* sei, uint32_t size, uint32_t r
   if (HevcUnitType(sei[0]) != kHevcNalPrefixSei || sei[2] != kUserDataRegistered) return 0;
   ParseCaptionPayload(sei + kHevcPayload, size - kHevcPayload, reserved, caption->captionData,
                       &caption->captionSize, &caption->captionFlags);
-  if ((caption->captionFlags & QLN_CAPTION_ANC) == 0 || caption->captionSize < 4) return 0;
+  if ((caption->captionFlags & QLN_CAPTION_ANC) == 0) return 0;
   RenewPacket(counter, caption);
   return 0;
 }

@@ -57,7 +57,7 @@ uint64_t RewriteHevcSps(const DFrame& frame, QLNBitState* unit, uint8_t* output)
   HevcReports reports;
   const HevcRead read = HevcReadSps(unit, &sps, nullptr, unit->bitLength, reports);
   reports.Give();
-  if (read.Exported() == 0 || read.end == HevcRead::End::kNoMemory) return 0;
+  if (read.end == HevcRead::End::kNoMemory) return 0;
   SetColour(frame, &sps, &HevcSpsRecord::matrix_coeffs);
   return qlnutilWrite_HEVC_SPS(&sps, output, kLongestSps);
 }
@@ -84,7 +84,7 @@ bool ReplaceSps(DFrame* frame, CodecForm form) {
   uint8_t output[kLongestSps] = {};
   const uint64_t newSize = form == CodecForm::kHevc ? RewriteHevcSps(*frame, &state, output)
                                                     : RewriteAvcSps(*frame, &state, output);
-  if (newSize == 0 || newSize > kLongestSps) return false;
+  if (newSize == 0) return false;
   const uint64_t newFrameSize = uint64_t{frame->frameSize} - size + newSize;
   if (newSize > size && newFrameSize > frame->frameCapacity) return false;
   uint8_t* const behind = unit + size;
