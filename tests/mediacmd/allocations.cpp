@@ -14,6 +14,7 @@ namespace {
 
 thread_local int failCountdown = -1;
 thread_local bool failed = false;
+bool refusesBase64 = false;
 
 bool FailsNow() {
   if (failCountdown < 0) return false;
@@ -32,6 +33,8 @@ FailAllocation::FailAllocation(int countdown) {
 }
 FailAllocation::~FailAllocation() { failCountdown = -1; }
 bool FailAllocation::hasFailed() const { return failed; }
+RefuseBase64::RefuseBase64() { refusesBase64 = true; }
+RefuseBase64::~RefuseBase64() { refusesBase64 = false; }
 
 }  // namespace qln::test
 
@@ -44,6 +47,11 @@ void* KXAlloc(size_t size) {
 void KXFree(void* block) {
   static const auto real = reinterpret_cast<decltype(&KXFree)>(dlsym(RTLD_NEXT, "KXFree"));
   real(block);
+}
+
+int32_t base64_encode(const void* source, uint32_t length, uint32_t* size, char* output) {
+  static const auto real = reinterpret_cast<decltype(&base64_encode)>(dlsym(RTLD_NEXT, "base64_encode"));
+  return qln::test::refusesBase64 ? -1 : real(source, length, size, output);
 }
 
 void* operator new(size_t size) {

@@ -16,6 +16,15 @@ class FailAllocation {
   bool hasFailed() const;
 };
 
+// Base64 that is refused, while one lives, as a host's own layer may do.
+class RefuseBase64 {
+ public:
+  RefuseBase64();
+  ~RefuseBase64();
+  RefuseBase64(const RefuseBase64&) = delete;
+  RefuseBase64& operator=(const RefuseBase64&) = delete;
+};
+
 }  // namespace qln::test
 
 #endif

@@ -94,6 +94,7 @@ TEST(FlatXml, LeavesAllElseToTheParser) {
            "<MediaCmd>Cmd<Cmd Value=\"3\"/></MediaCmd>",
            "<MediaCmd><![CDATA[Cmd]]><Cmd Value=\"3\"/></MediaCmd>",
            "<MediaCmd><Cmd Value='3'/></MediaCmd>",
+           "<MediaCmd><{Cmd Value=\"3\"/></MediaCmd>",
            "<MediaCmd><Cmd Value=3/></MediaCmd>",
            "<MediaCmd><Cmd Value = \"3\"/></MediaCmd>",
            "<MediaCmd><Cmd Value/></MediaCmd>",

@@ -2,10 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cstring>
+
 #include "kxutil/kxutil.h"
 #include "mediacmd/json_reader_support.h"
 #include "mediacmd/xml_support.h"
 #include "qlnutil/mediacmd/command_json.h"
+#include "support/long_memory.h"
 
 namespace qln::test {
 namespace {
@@ -46,6 +50,19 @@ TEST(JsonReader, Results) {
   EXPECT_EQ(command.Channel, 9);
 }
 
+TEST(JsonReader, ATextOf2GBIsNotParsed) {
+  LongMemory text(size_t{INT_MAX} + 1);
+  if (text.data() == nullptr) GTEST_SKIP();
+  const std::string begin = "{\"MediaCmd\" : {\"Channel\":9,}}";
+  std::memcpy(text.data(), begin.data(), begin.size());
+  MediaCmd command = Command(ctPlay);
+  const MediaCmd before = command;
+  MessageCapture capture;
+  EXPECT_EQ(MediaCmdFromJSON(&command, nullptr, reinterpret_cast<const char*>(text.data())), -1);
+  EXPECT_EQ(capture.texts(), Lines{"Failed to parse JSON: -2\n"});
+  EXPECT_TRUE(SameRecord(command, before));
+}
+
 TEST(JsonReader, ChannelAloneChangesNothingElse) {
   MediaCmd expected = Command(ctStop);
   expected.Channel = 2;
@@ -74,6 +91,7 @@ TEST(JsonReader, Numbers) {
   EXPECT_EQ(channel("4294967298"), 2);  // wraps
   EXPECT_EQ(channel("2147483648"), -0x7FFFFFFF - 1);
   EXPECT_EQ(channel("12abc"), 12);
+  EXPECT_EQ(channel("1.5"), 1);
   EXPECT_EQ(channel("true"), 0);
   EXPECT_EQ(channel("null"), 0);
   EXPECT_EQ(channel("-"), 0);

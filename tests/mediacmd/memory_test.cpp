@@ -10,6 +10,7 @@
 #include "mediacmd/allocations.h"
 #include "mediacmd/command_support.h"
 #include "qlnutil/mediacmd/command_json.h"
+#include "qlnutil/mediacmd/text_buffer.h"
 #include "support/sanitizers.h"
 
 #ifdef QLN_ADDRESS_SANITIZER
@@ -127,6 +128,37 @@ TEST(WithoutMemory, AnXmlTextGivesNoRootAndAnInitialisedRecord) {
   EXPECT_GE(allocations, 3);
   EXPECT_EQ(result, 0u);
   EXPECT_EQ(command.Channel, 7);
+}
+
+// Of more than 2 KB, once for the flat reader and once for the parser.
+TEST(WithoutMemory, ALongXmlTextGivesNoRootAndAnInitialisedRecord) {
+  const std::string text = "<MediaCmd>" + std::string(3000, ' ') + "<Channel Value='7'/></MediaCmd>";
+  [[maybe_unused]] const ParserMayLeak parserMayLeak{};
+  MediaCmd command;
+  uint32_t result = 0;
+  const int allocations = FailEach(
+      [&] {
+        std::memset(&command, 0x5A, sizeof command);
+        result = MediaCmdFromXMLString(&command, nullptr, text.c_str());
+      },
+      [&] {
+        EXPECT_EQ(result, 0xFFFFFFFEu);
+        EXPECT_TRUE(SameRecord(command, Command(ctStop)));
+      });
+  EXPECT_GE(allocations, 5);
+  EXPECT_EQ(command.Channel, 7);
+}
+
+TEST(WithoutMemory, ATextThatLackedMemoryOnceIsLost) {
+  TextBuffer text;
+  const std::string piece(10000, 'a');
+  {
+    FailAllocation fail(0);
+    text.Append(std::string_view(piece));
+    EXPECT_TRUE(fail.hasFailed());
+  }
+  text.Append(std::string_view(piece));
+  EXPECT_EQ(text.ToBlock(), nullptr);
 }
 
 TEST(WithoutMemory, TheRestNeedsNone) {

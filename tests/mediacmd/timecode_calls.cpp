@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 #include "timecode/kxtimecode.h"
@@ -13,6 +14,7 @@ namespace qln::test {
 namespace {
 
 bool isCollecting = false;
+size_t endless = 0;
 std::vector<std::string>& Collected() {
   static std::vector<std::string> calls;
   return calls;
@@ -30,8 +32,10 @@ void Note(const std::string& what, uint32_t flags) {
 TimecodeCalls::TimecodeCalls() { isCollecting = true; }
 TimecodeCalls::~TimecodeCalls() {
   isCollecting = false;
+  endless = 0;
   Collected().clear();
 }
+void TimecodeCalls::MakeEndless(size_t characters) { endless = characters; }
 std::vector<std::string> TimecodeCalls::Take() { return std::exchange(Collected(), {}); }
 
 }  // namespace qln::test
@@ -40,6 +44,10 @@ int32_t TimeCodeToString(uint32_t timecode, uint32_t flags, char* output) {
   static const auto real =
       reinterpret_cast<decltype(&TimeCodeToString)>(dlsym(RTLD_NEXT, "TimeCodeToString"));
   qln::test::Note(std::to_string(timecode), flags);
+  if (qln::test::endless != 0) {
+    std::memset(output, '7', qln::test::endless);
+    return 0;
+  }
   return real(timecode, flags, output);
 }
 

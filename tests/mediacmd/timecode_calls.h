@@ -2,6 +2,7 @@
 #ifndef TESTS_MEDIACMD_TIMECODE_CALLS_H
 #define TESTS_MEDIACMD_TIMECODE_CALLS_H
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,9 @@ class TimecodeCalls {
   ~TimecodeCalls();
   TimecodeCalls(const TimecodeCalls&) = delete;
   TimecodeCalls& operator=(const TimecodeCalls&) = delete;
+
+  // Texts that are made have this many characters and no end, from here on.
+  static void MakeEndless(size_t characters);
 
   // What was collected since the last time.
   std::vector<std::string> Take();

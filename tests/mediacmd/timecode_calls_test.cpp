@@ -51,6 +51,20 @@ TEST(TimecodeCalls, PointsAndChannels) {
               ElementsAre("1 0x32103", "2 0x32103", "3 0x32103", "4 0x32103", "5 0x32103", "6 0x32103"));
 }
 
+// A service of a host's own may leave the end away.
+TEST(TimecodeCalls, ATextWithoutItsEndIsCut) {
+  TimecodeCalls calls;
+  TimecodeCalls::MakeEndless(260);
+  MediaCmd command = Command(ctPlay, CF_USE_START);
+  char* text = nullptr;
+  MediaCmdToXMLString(&text, &command, 8);
+  ASSERT_NE(text, nullptr);
+  const std::string made = text;
+  MediaCmdFreeXMLString(&text);
+  EXPECT_NE(made.find(std::string(260, '7')), std::string::npos);
+  EXPECT_EQ(made.find(std::string(261, '7')), std::string::npos);
+}
+
 TEST(TimecodeCalls, FramesAskForTheChannelsOnly) {
   for (const uint32_t type : {0u, 255u, 0x100u}) {
     EXPECT_THAT(CallsOfWriting(AllPoints(ctPlay, -1), type),

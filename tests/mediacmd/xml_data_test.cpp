@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "mediacmd/allocations.h"
 #include "mediacmd/xml_support.h"
 
 namespace qln::test {
@@ -83,6 +84,8 @@ TEST(XmlData, BinaryDataInBase64) {
   command.StructSize = 76 + 6;
   Put(command, 76, "foobar");
   EXPECT_EQ(Data(Xml(command)), Lines{"arbID Type=base64 length=6 |Zm9vYmFy"});  // RFC 4648
+  const RefuseBase64 refuse;
+  EXPECT_EQ(Data(Xml(command)), Lines{"arbID Type=base64 length=6 |"});
 }
 
 TEST(XmlData, BinaryDataWithoutLength) {

@@ -41,7 +41,7 @@ void EncodedData::EncodeHex(std::string_view bytes) {
 void EncodedData::EncodeBase64(std::string_view bytes) {
   const uint64_t characters = uint64_t{bytes.size()} * 4 / 3 + 4;
   const uint64_t room = characters + characters / 72 + 17;
-  if (room <= UINT32_MAX) text_ = new (std::nothrow) char[room];
+  text_ = new (std::nothrow) char[room];  // less than 4 GB: a record has less than 2
   isValid_ = text_ != nullptr;
   if (!isValid_) return;
   uint32_t size = static_cast<uint32_t>(room);

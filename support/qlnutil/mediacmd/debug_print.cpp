@@ -26,7 +26,7 @@ class DebugLine {
     const size_t room = sizeof text_ - length_;
     const int count = std::vsnprintf(text_ + length_, room, format, arguments);
     va_end(arguments);
-    if (count > 0) length_ += std::min(static_cast<size_t>(count), room - 1);
+    length_ += std::min(static_cast<size_t>(std::max(count, 0)), room - 1);
   }
   void Add(std::string_view text) {
     const size_t count = std::min(text.size(), sizeof text_ - 1 - length_);

@@ -33,8 +33,8 @@ int32_t NotParsed(int why) {
 // Decimal to 32 bits, wrapping; ends at the first character that is no digit.
 int32_t DecimalOf(std::string_view text) {
   size_t i = 0;
-  const bool isNegative = !text.empty() && text[0] == '-';
-  if (!text.empty() && (text[0] == '-' || text[0] == '+')) ++i;
+  const bool isNegative = text.starts_with('-');
+  if (isNegative || text.starts_with('+')) ++i;
   uint32_t value = 0;
   for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
     value = value * 10 + (static_cast<uint32_t>(text[i]) - '0');

@@ -2,7 +2,6 @@
 
 #include "qlnutil/mediacmd/json_shape.h"
 
-#include <climits>
 #include <cstddef>
 
 #if defined(__x86_64__)
@@ -128,7 +127,6 @@ class ShapeReader {
 }  // namespace
 
 int TokensOfWrittenShape(std::string_view text, jsmntok_t* tokens, int room) {
-  if (text.size() > INT_MAX) return kOtherShape;
   return ShapeReader(text, tokens, room).Read();
 }
 

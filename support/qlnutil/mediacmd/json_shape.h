@@ -12,11 +12,11 @@ namespace qln {
 
 inline constexpr int kOtherShape = -1000;  // no result of the tokenizer
 
-// Fills `tokens` as jsmn_parse does and returns their number. The shape: objects in objects from the first
-// character to the last, with strings without backslashes, decimal numbers and objects as values, a comma
-// behind each value, which may be missing behind an object and behind the last one, and blanks around a colon
-// only. kOtherShape for other texts, wrong ones and those with more than `room` tokens among them; what
-// stands in `tokens` is then of no use.
+// Fills `tokens` as jsmn_parse does and returns their number. text: at most INT_MAX characters. The shape:
+// objects in objects from the first character to the last, with strings without backslashes, decimal numbers
+// and objects as values, a comma behind each value, which may be missing behind an object and behind the last
+// one, and blanks around a colon only. kOtherShape for other texts, wrong ones and those with more than
+// `room` tokens among them; what stands in `tokens` is then of no use.
 int TokensOfWrittenShape(std::string_view text, jsmntok_t* tokens, int room);
 
 }  // namespace qln

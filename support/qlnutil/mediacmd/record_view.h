@@ -29,7 +29,6 @@ class RecordView {
 
   bool Holds(int64_t offset) const { return offset >= 0 && offset < end_; }
   char At(int64_t offset) const { return Holds(offset) ? bytes_[offset] : '\0'; }
-  int64_t end() const { return end_; }
 
   // The bytes from `offset` to the terminator, or to the end of the record where there is none.
   std::string_view TextAt(int64_t offset) const {

@@ -33,10 +33,6 @@ class TextBuffer {
     size_ = static_cast<size_t>(to - text_);
   }
 
-  // False once memory was missing; the text is then of no use.
-  bool isValid() const { return isValid_; }
-  std::string_view view() const { return {text_, size_}; }
-
   // The text with its terminator in a block of KXAlloc; null where there is no memory for it.
   char* ToBlock() const {
     char* const block = isValid_ ? static_cast<char*>(KXAlloc(size_ + 1)) : nullptr;
