@@ -272,6 +272,39 @@ TEST_F(ProjectFiles, ATextIsMadeOnFileSystemsThatKnowLess) {
   }
 }
 
+TEST_F(ProjectFiles, ATextThatCannotGetItsNameIsNotThere) {
+  for (const test::RefusedCalls& calls :
+       {test::RefusedCalls{{SYS_renameat2, EIO}},
+        test::RefusedCalls{{SYS_renameat2, EINVAL}, {SYS_link, EPERM}, {SYS_rename, EIO}},
+        test::RefusedCalls{
+            {SYS_renameat2, EINVAL}, {SYS_link, EPERM}, {SYS_newfstatat, EIO}, {SYS_lstat, EIO}}}) {
+    WriteProjectWithClip(1000);
+    class NothingThere : public FileCalls {  // whatever the system says of it
+      int32_t Exists(const char*) override { return 0; }
+    } none;
+    if (!test::RunWithout(calls, [this] { LoadProject(); })) GTEST_SKIP() << "calls cannot be refused here";
+    EXPECT_EQ(Names(), Texts{"p.xml"});
+  }
+}
+
+// One try for a failure that the utility layer has no number for.
+TEST_F(ProjectFiles, ATextWhoseFileCannotBeMadeForNoReasonIsNotThere) {
+  WriteProjectWithClip(1000);
+  class NoFile : public FileCalls {
+   public:
+    int made = 0;
+    KXFileHandle Create(const char* path, uint32_t access, uint32_t share, uint32_t disposition) override {
+      if (disposition != KX_CREATE_NEW) return FileCalls::Create(path, access, share, disposition);
+      ++made;
+      return KX_INVALID_FILE_HANDLE;
+    }
+    uint32_t LastError() override { return 0; }
+  } calls;
+  EXPECT_NE(LoadProject(), 0u);
+  EXPECT_EQ(calls.made, 1);
+  EXPECT_EQ(Names(), Texts{"p.xml"});
+}
+
 TEST_F(ProjectFiles, ADanglingLinkMakesItsTarget) {
   fs::create_directory(In("real"));
   fs::create_symlink("real/p.xml", In("p.xml"));

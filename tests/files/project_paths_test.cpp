@@ -220,6 +220,14 @@ TEST_F(Project, LongPathsOnLoad) {
   EXPECT_EQ(TextOfFile(In(fits)), "d");
   EXPECT_EQ(project.LoadXMLFile(name300.c_str()), 0u);
   EXPECT_EQ(XmlName(project), std::string(259, 'n'));
+  // A project whose folder is longer than a path's pieces are: nothing is made beside it.
+  const std::string deep = In(std::string(256 - folder.size(), 'd'));
+  fs::create_directory(deep);
+  Write(deep + "/p", "<ClipList FileName=\"/gone/c\" Data=\"d\"/>");
+  ASSERT_EQ((deep + "/p").size(), 259u);
+  EXPECT_NE(project.LoadXMLFile((deep + "/p").c_str()), 0u);
+  EXPECT_EQ(ClipFile(project), "/gone/c");
+  EXPECT_EQ(std::distance(fs::directory_iterator(deep), fs::directory_iterator()), 1);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "files/file_calls.h"
 #include "files/project_support.h"
 #include "qlnutil/kxprojecttoxml.h"
+#include "support/long_memory.h"
 
 namespace qln {
 namespace {
@@ -81,6 +82,13 @@ TEST_F(Project, TextsAreCutAt259CharactersAndMissingOnesLeaveTheBuffer) {
   ASSERT_NE(Load("<ClipList/>"), 0u);
   EXPECT_EQ(Config(project, "Long"), "?") << "no element";
   EXPECT_EQ(project.GetConfigDWORD("Long"), 0u);
+}
+
+TEST_F(Project, TextsOfMoreThan256MBAreRefused) {
+  test::LongMemory text(size_t{KX_PROJECT_LARGEST_TEXT} + 1);
+  if (text.data() == nullptr) GTEST_SKIP();
+  EXPECT_EQ(project.SetConfigString("A", reinterpret_cast<const char*>(text.data())), KX_PROJECT_REFUSED);
+  EXPECT_EQ(Config(project, "A"), "?");
 }
 
 TEST_F(Project, KeysThatAreNoNamesAreRefused) {

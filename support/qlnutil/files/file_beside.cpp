@@ -64,11 +64,11 @@ void RemoveAbandoned(const std::string& folder) {
   }
 }
 
-// Gives the file its name unless something has it. Some file systems know no renaming of that kind, others no
-// second names for a file.
+// Gives the file its name unless something has it. Some file systems know no renaming of that kind (of
+// kernels without the call the C library says the same), others no second names for a file.
 bool RenameToNew(const char* from, const char* to) {
   if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return true;
-  if (errno != EINVAL && errno != ENOSYS) return false;
+  if (errno != EINVAL) return false;
   if (link(from, to) == 0) {
     unlink(from);
     return true;
@@ -103,7 +103,7 @@ FileBeside::~FileBeside() {
 }
 
 bool FileBeside::MoveTo(bool replaces) {
-  if (descriptor_ < 0 || fsync(descriptor_) != 0) return false;
+  if (fsync(descriptor_) != 0) return false;
   const bool moved =
       replaces ? rename(path_.c_str(), target_.c_str()) == 0 : RenameToNew(path_.c_str(), target_.c_str());
   if (!moved) return false;

@@ -65,7 +65,7 @@ void NormalizeText(std::string& text) {
   for (size_t from = 0; from < text.size(); ++from) {
     if (text[from] == '\r') {
       text[to++] = '\n';
-      if (from + 1 < text.size() && text[from + 1] == '\n') ++from;
+      if (text[from + 1] == '\n') ++from;  // a zero stands behind the last one
     } else {
       text[to++] = text[from];
     }
@@ -136,7 +136,8 @@ std::string WithHexReferencesHidden(const std::string& text) {
 // Writes the document and closes the file. False if not all of it went out.
 bool WriteDocument(const TiXmlDocument& document, File file) {
   if (file == nullptr) return false;
-  const bool written = document.SaveFile(file.get()) && std::ferror(file.get()) == 0;
+  document.SaveFile(file.get());
+  const bool written = std::ferror(file.get()) == 0;
   return std::fclose(file.release()) == 0 && written;
 }
 

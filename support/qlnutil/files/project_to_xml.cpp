@@ -76,15 +76,14 @@ void TakeTextOver(TiXmlElement& element, const char* path) {
 // Makes the file if it is new: whole or not at all, as a file that is there is never written again. May throw
 // std::bad_alloc.
 void WriteTextOut(const char* path, const char* text) {
-  const size_t length = std::strlen(text);
-  if (length > UINT32_MAX) return;
+  const auto length = static_cast<uint32_t>(std::strlen(text));  // a document has less than 2 GB
   qln::OpenFile file;
   qln::FileBeside beside(path, [&file](const char* name) {
     if (file.Make(name)) return 0;
     const int error = static_cast<int>(kxOSGetLastError());
     return error != 0 ? error : EIO;
   });
-  const bool written = beside.made() && file.Write(text, static_cast<uint32_t>(length));
+  const bool written = beside.made() && file.Write(text, length);
   if (file.Close() && written) beside.PutWhereNothingIs();
 }
 
