@@ -2,7 +2,10 @@
 // that are the old ones or the new ones, nothing leaked, and no descriptor left open.
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -95,8 +98,10 @@ TEST_F(LibraryFaults, ASettingsFileIsTheOldOneOrTheNewOne) {
 TEST_F(LibraryFaults, AProjectIsTheOldOneOrTheNewOne) {
   const std::string path = PathOf("project.xml");
   uint32_t saved = 0;
+  const std::string more(20000, 'x');  // so that it is written in several pieces
   const auto save = [&](const char* value) {
     CKXProjectToXML project;
+    project.SetConfigString("More", more.c_str());
     project.SetXMLName(path.c_str());
     project.SetConfigString("Key", value);
     return project.SaveXMLFile();
@@ -112,6 +117,55 @@ TEST_F(LibraryFaults, AProjectIsTheOldOneOrTheNewOne) {
                  EXPECT_TRUE(now == "new" || (saved == 0 && now == "old") || (fired && now == "absent"))
                      << saved << " " << now;
                });
+}
+
+// The texts that a project carries are taken over, and made again beside it; what a dead process left there
+// goes.
+TEST_F(LibraryFaults, ATextOfAProjectIsCarriedWholeOrNotAtAll) {
+  const pid_t dead = fork();
+  if (dead == 0) _exit(0);
+  waitpid(dead, nullptr, 0);
+  const std::string path = PathOf("project.xml");
+  const std::string clip = PathOf("clip.txt");
+  const std::string left = PathOf(".project-") + std::to_string(dead) + "-0";
+  const Bytes text(5000, 'c');
+  const std::string elsewhere = PathOf("elsewhere");
+  fs::create_directory(elsewhere);
+  const std::string source = elsewhere + "/clip.txt";
+  WriteFile(source, text);
+  uint32_t taken = 0, loaded = 0;
+  bool carries = false;
+  const auto take = [&] {
+    CKXProjectToXML project;
+    taken = project.SetClipFile(source.c_str());
+    project.SetXMLName(path.c_str());
+    if (project.SaveXMLFile() == 0) taken = KX_PROJECT_REFUSED;
+  };
+  ForEachFault([&] { fs::remove(path); }, take,
+               [&](bool fired) {
+                 EXPECT_TRUE(taken == 0 || fired);
+                 if (taken != 0) return;
+                 const Bytes document = ReadFile(path);
+                 carries = std::search(document.begin(), document.end(), text.begin(), text.end()) !=
+                           document.end();
+                 EXPECT_TRUE(carries || fired);
+               });
+  take();
+  fs::remove(source);
+  ForEachFault(
+      [&] {
+        fs::remove(clip);
+        WriteFile(left, text);
+      },
+      [&] {
+        CKXProjectToXML project;
+        loaded = project.LoadXMLFile(path.c_str());
+      },
+      [&](bool fired) {
+        EXPECT_TRUE(loaded != 0 || fired);
+        EXPECT_TRUE(fs::exists(clip) ? ReadFile(clip) == text : fired);
+        EXPECT_TRUE(!fs::exists(left) || fired);
+      });
 }
 
 TEST_F(LibraryFaults, CommandsAndTheirTextsComeWholeOrNotAtAll) {

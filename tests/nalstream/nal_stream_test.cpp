@@ -69,6 +69,14 @@ TEST(SeiReading, BoundsAPayloadByTheUnit) {
   EXPECT_EQ(stream.object->sei->payloadSize, 0);
 }
 
+TEST(SeiReading, ASizeBelowZeroIsNone) {
+  Stream stream;
+  const Bytes unit = Hex("05 03 AA BB CC 80");
+  EXPECT_EQ(read_sei_rbsp(stream.object, unit.data(), -1), read_sei_rbsp(stream.object, unit.data(), 0));
+  EXPECT_EQ(stream.object->sei->payloadType, 0);
+  EXPECT_EQ(stream.object->sei->payloadSize, 0);
+}
+
 TEST(SeiReading, APayloadThatBeginsBehindTheUnitIsEmpty) {
   Stream stream;
   EXPECT_EQ(stream.ReadSei(Hex("05 FF")), 3 + 255 + 1);  // the size goes on with a 0 behind the unit
