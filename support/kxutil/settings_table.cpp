@@ -160,6 +160,7 @@ CheckResult SettingsTable::Check() {
       return std::make_tuple(isBlob, isBlob ? std::string(scan.Bytes(column)) : std::string());
     };
     auto row = std::tuple_cat(part(0), part(1));
+    if (scan.failed()) break;  // a name that there is no memory for is not empty
     const bool isSetting = std::get<0>(row) && std::get<2>(row);
     if (!first && (row < last || (isSetting && row == last))) return CheckResult::kDamaged;
     allHold = allHold && isSetting && SumHolds(scan, 2, std::get<1>(row), std::get<3>(row));

@@ -3,16 +3,14 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
-#include <ctime>
 #include <functional>
 
 #include "kxutil/child_process.h"
 #include "kxutil/default_store_support.h"
+#include "kxutil/sqlite_calls.h"
 #include "support/sync_calls.h"
 
 namespace qln::test {
@@ -69,9 +67,6 @@ class SqliteCalls {
     return got;
   }
 };
-
-// How far the steady clock jumps at each look, and has jumped; it never goes back.
-std::atomic<int64_t> jumpSeconds = 0, jumpedSeconds = 0;
 
 // What is done to the bytes of a database that SQLite hands out, for as long as it is set.
 std::function<void(unsigned char*, size_t)> handsOut;
@@ -257,9 +252,11 @@ TEST_F(DefaultStoreRace, AChangeThatGetsNoLockInItsTimeIsNotMade) {
   Tool tool(path());
   ASSERT_TRUE(tool.Run("BEGIN IMMEDIATE"));
   MessageCapture capture;
-  jumpSeconds = 3;
-  const int32_t result = Set("A", 2);
-  jumpSeconds = 0;
+  int32_t result = 0;
+  {
+    const QuickClock quick(3);
+    result = Set("A", 2);
+  }
   EXPECT_NE(result, 0);
   ASSERT_EQ(capture.messages().size(), 1u);
   EXPECT_NE(capture.messages()[0].text.find("database is locked"), std::string::npos);
@@ -319,17 +316,6 @@ TEST_F(DefaultStoreRace, AChangeThatDoesNotReadBackIsNotTaken) {
 }  // namespace
 }  // namespace qln::test
 
-// In front of the system's own.
-extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock,
-                                                                    timespec* time) noexcept {
-  const long result = syscall(SYS_clock_gettime, clock, time);
-  if (result == 0 && clock == CLOCK_MONOTONIC) {
-    qln::test::jumpedSeconds += qln::test::jumpSeconds;
-    time->tv_sec += qln::test::jumpedSeconds;
-  }
-  return static_cast<int>(result);
-}
-
 // In front of SQLite's own.
 extern "C" __attribute__((visibility("default"))) unsigned char* sqlite3_serialize(sqlite3* database,
                                                                                    const char* schema,
@@ -337,6 +323,7 @@ extern "C" __attribute__((visibility("default"))) unsigned char* sqlite3_seriali
                                                                                    unsigned int flags) {
   using Function = unsigned char*(sqlite3*, const char*, sqlite3_int64*, unsigned int);
   const auto real = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, "sqlite3_serialize"));
+  if (qln::test::SqliteCallFails() != SQLITE_OK) return nullptr;
   unsigned char* const bytes = real(database, schema, size, flags);
   if (bytes != nullptr && qln::test::handsOut) qln::test::handsOut(bytes, static_cast<size_t>(*size));
   return bytes;
