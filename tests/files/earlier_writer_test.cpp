@@ -41,8 +41,10 @@ class EarlierWriter : public Project {
 // The ampersand in front of "#x" comes to that writer as a reference, which it leaves.
 TEST_F(EarlierWriter, GetsNoTextThatLooksLikeAReference) {
   ASSERT_EQ(project.SetConfigString("A", "a&#x41;&#x42;b"), 0u);
+  ASSERT_EQ(project.SetConfigString("B", "plain"), 0u);
   const std::string document = Save();
   EXPECT_NE(document.find("#x26;#x41;"), std::string::npos);
+  EXPECT_NE(document.find("B=\"plain\""), std::string::npos);
   EXPECT_NE(document.find("#x26;#x42;b\""), std::string::npos);
 }
 
