@@ -188,7 +188,7 @@ class CQLNTransTC {
   CQLNSpeed StepLength(int32_t steps);
   void EndStep(int32_t indexChange);
 
-  static consteval void LayoutStands() {
+  static void LayoutStands() {
     static_assert(offsetof(CQLNTransTC, in_) == 0 && offsetof(CQLNTransTC, out_) == 4);
     static_assert(offsetof(CQLNTransTC, dur_) == 8 && offsetof(CQLNTransTC, pos_) == 12);
     static_assert(offsetof(CQLNTransTC, speed_) == 20 && offsetof(CQLNTransTC, recount_) == 24);
