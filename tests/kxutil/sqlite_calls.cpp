@@ -15,12 +15,13 @@ namespace qln::test {
 namespace {
 
 int code = SQLITE_OK;
-int64_t left = 0;      // calls up to the one that fails
-int told = SQLITE_OK;  // of the last call
+int64_t left = 0;  // calls up to the one that fails; other threads make none meanwhile
 int systemReason = 0;
 bool hasFired = false;
-bool isInside = false;       // a call that SQLite makes of its own
-bool endsStatement = false;  // the next step fails as well
+// Of each thread: other tests have many that call at once.
+thread_local int told = SQLITE_OK;        // of the last call
+thread_local bool isInside = false;       // a call that SQLite makes of its own
+thread_local bool endsStatement = false;  // the next step fails as well
 bool hidesFile = false;
 sqlite3_file noCalls = {nullptr};
 sqlite3_file* shownFile = nullptr;
