@@ -120,7 +120,8 @@ void Carrier::PutBehind(uint64_t number, std::vector<RowBytes> more) {
   const PacketForm& form = rows_.form();
   if (form.front != 0 && number + 1 < first_ + queue_.size()) {
     const uint32_t from = ArrivalTime(RowAt(number));
-    const uint32_t gap = (ArrivalTime(RowAt(number + 1)) - from) & kArrivalMask;
+    const Row next = RowAt(number + 1);
+    const uint32_t gap = next.isPacket ? (ArrivalTime(next) - from) & kArrivalMask : 0;
     for (size_t i = 0; i < more.size(); ++i) {
       Row row{more[i].data(), static_cast<uint8_t>(form.row), static_cast<uint8_t>(form.front), true};
       SetArrivalTime(row, static_cast<uint32_t>(from + uint64_t{gap} * (i + 1) / (more.size() + 1)));
